@@ -11,7 +11,8 @@ namespace zeph {
 namespace {
 
 constexpr std::size_t longest_token = 4096;
-constexpr int end_of_values = -1;
+constexpr int end_of_file = -1;
+constexpr int bad_token = 59;
 
 bool is_separator(int c) { return c == ' ' || c == '\t' || c == ',' || c == '\r' || c == '\n'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -118,7 +119,7 @@ int free_reader::next_token() {
     return 0;
   }
   while (is_separator(bytes_.peek())) bytes_.get();
-  if (bytes_.peek() < 0) return end_of_values;
+  if (bytes_.peek() < 0) return end_of_file;
   token_.clear();
   bool too_long = false;
   for (int c = bytes_.peek(); c >= 0 && !is_separator(c); c = bytes_.peek()) {

@@ -9,9 +9,6 @@
 
 namespace zeph {
 
-// Codes of a free-format read: 0, -1 and this one.
-constexpr int bad_token = 59; // a value of the wrong kind, or beyond its type
-
 // Reads values from a text file, read by read:
 //   begin_read, integer or real for each value, end_read.
 // Each read starts on a fresh line, takes as many lines as it needs, and drops

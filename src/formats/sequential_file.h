@@ -26,10 +26,6 @@ namespace zeph {
 
 static_assert(std::endian::native == std::endian::little, "records are viewed as they stand in the file");
 
-// Codes of a record read, the same as those of the listing's "ios".
-constexpr int end_of_file = -1;  // end of the file, or a broken frame
-constexpr int short_record = 67; // the record ended before its items did
-
 // Reads records one by one. The record is viewed in the read buffer: nothing
 // is allocated per record, and the buffer grows only for a record that is
 // longer than any before it and that the file is known to hold.
@@ -120,7 +116,7 @@ private:
   int64_t begin_ = 0;        // the record in hand: begin_..end_-1,
   int64_t at_ = 0;           // of which at_ is the next byte to take
   int64_t end_ = 0;
-  int code_ = end_of_file;
+  int code_ = -1;
   bool broken_ = false;
 };
 
