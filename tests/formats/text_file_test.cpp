@@ -1,0 +1,123 @@
+#include "formats/text_file.h"
+
+#include "scratch_file.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+using zeph::text_reader;
+using zeph::text_writer;
+using zeph_test::scratch_file;
+
+TEST(text_writer, open_empties_append_continues_new_refuses) {
+  const scratch_file file("old\n");
+  text_writer out;
+  EXPECT_FALSE(out.open_new(file.path()));
+  EXPECT_FALSE(out.is_open());
+  EXPECT_EQ(file.read(), "old\n");
+
+  ASSERT_TRUE(out.open_append(file.path()));
+  EXPECT_TRUE(out.line("more"));
+  EXPECT_TRUE(out.close());
+  EXPECT_EQ(file.read(), "old\nmore\n");
+
+  ASSERT_TRUE(out.open(file.path()));
+  EXPECT_TRUE(out.line("first"));
+  EXPECT_TRUE(out.line(""));
+  EXPECT_TRUE(out.close());
+  EXPECT_EQ(file.read(), "first\n\n");
+
+  std::filesystem::remove(file.path());
+  EXPECT_TRUE(out.open_new(file.path()));
+}
+
+TEST(text_writer, flush_shows_the_lines_and_the_destructor_closes) {
+  const scratch_file file;
+  {
+    text_writer out;
+    ASSERT_TRUE(out.open(file.path()));
+    EXPECT_TRUE(out.line("a"));
+    EXPECT_EQ(file.read(), "");
+    EXPECT_TRUE(out.flush());
+    EXPECT_EQ(file.read(), "a\n");
+    EXPECT_TRUE(out.line("b"));
+  }
+  EXPECT_EQ(file.read(), "a\nb\n");
+}
+
+TEST(text_writer, writing_without_an_open_file_fails) {
+  text_writer out;
+  EXPECT_TRUE(out.close());
+  EXPECT_FALSE(out.line("a"));
+  EXPECT_FALSE(out.ok());
+  EXPECT_FALSE(out.open("/no/such/directory/file"));
+}
+
+TEST(text_writer, a_full_disk_is_told_at_the_flush_and_kept) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  text_writer out;
+  ASSERT_TRUE(out.open_append("/dev/full"));
+  EXPECT_TRUE(out.line("a"));
+  EXPECT_FALSE(out.flush());
+  EXPECT_FALSE(out.line("b"));
+  EXPECT_FALSE(out.ok());
+  EXPECT_FALSE(out.close());
+}
+
+TEST(text_writer, a_full_disk_is_told_by_a_line_that_fills_the_buffer) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  text_writer out;
+  ASSERT_TRUE(out.open_append("/dev/full"));
+  EXPECT_FALSE(out.line(std::string(1000000, 'x')));
+}
+
+TEST(text_reader, lines_come_without_their_ends) {
+  const scratch_file file("one\n\ntwo \r\nlast");
+  text_reader in;
+  ASSERT_TRUE(in.open(file.path()));
+  std::string text;
+  for (const char* expected : {"one", "", "two ", "last"}) {
+    ASSERT_TRUE(in.line(text));
+    EXPECT_EQ(text, expected);
+  }
+  EXPECT_FALSE(in.line(text));
+  EXPECT_EQ(text, "");
+  in.rewind();
+  ASSERT_TRUE(in.line(text));
+  EXPECT_EQ(text, "one");
+}
+
+TEST(text_reader, a_file_that_ends_in_a_line_feed_has_no_line_behind_it) {
+  const scratch_file file("a\n");
+  text_reader in;
+  ASSERT_TRUE(in.open(file.path()));
+  std::string text;
+  EXPECT_TRUE(in.line(text));
+  EXPECT_FALSE(in.line(text));
+}
+
+TEST(text_reader, lines_longer_than_the_buffer_are_whole) {
+  const std::string longest(300000, 'x');
+  const scratch_file file(longest + "\nb\n");
+  text_reader in;
+  ASSERT_TRUE(in.open(file.path()));
+  std::string text;
+  ASSERT_TRUE(in.line(text));
+  EXPECT_EQ(text, longest);
+  ASSERT_TRUE(in.line(text));
+  EXPECT_EQ(text, "b");
+}
+
+TEST(text_reader, missing_file_does_not_open) {
+  const scratch_file file;
+  text_reader in;
+  EXPECT_FALSE(in.open(file.path()));
+  std::string text;
+  EXPECT_FALSE(in.line(text));
+}
+
+} // namespace
