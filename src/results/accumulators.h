@@ -1,0 +1,34 @@
+// Sums kept during the chain and their change into the reported moments.
+//
+// During the chain solpostmean and pev hold the sum and the sum of squares of
+// `sol` over the sample rounds; after `solution_moments` the mean and the
+// variance. PARPOSTMEAN and PARVAR are the same for the packed (co)variances.
+#pragma once
+
+#include "control/run_frame.h"
+#include "input/sampler_store.h"
+
+namespace zeph {
+
+// True when equation e of the layout belongs to a row that the current, smaller
+// model leaves out: row p of a level with p above NGR(g,2). 1 <= e <= neq.
+bool inactive_equation(const equation_layout& layout, std::int64_t e);
+
+// True when some random factor has fewer active rows than its full order.
+bool smaller_model(const equation_layout& layout);
+
+// One sample: nsamples += 1, solpostmean += sol, pev += sol^2. Rows that the
+// current model leaves out count as 0.0, whatever `sol` still holds there.
+void accumulate_solutions(const model_records& m, const equation_layout& layout, sampler_store& store,
+                          run_frame& frame);
+
+// Sums to moments, n = nsamples. With analysis_type <= 0: solpostmean = the last
+// sol, pev = 0. Otherwise solpostmean = sum / n (n = 0 gives what the arithmetic
+// gives), pev = (sum of squares - sum^2 / n) / (n - 1), or 0 for integer n <= 1.
+void solution_moments(const run_frame& frame, sampler_store& store);
+
+// Hand-over to the next model: sols = solpostmean, pars = PARPOSTMEAN; then all
+// sums of samples and their count are zero. `sol` and `RCOV` go on as they are.
+void hand_over_sums(sampler_store& store, run_frame& frame);
+
+} // namespace zeph

@@ -1,0 +1,63 @@
+// The files that grow with the chain: one row or record of samples per sample
+// round. Opened once before the chain, written inside the scan, described on
+// the listing by the final reports, closed at the end of the run.
+//
+// FILE         FORM      CONTENT
+// py           text      round, model vector (nramat+1 integers), -log p(y|theta)
+// lpm          text      one row of fit statistics per reported model
+// sol.samples  records   neq; then per sample (round, sol(1..neq) as real*8), or,
+//                        for chosen equations, one (round, equation, sol) each
+// res.samples  records   per sample and data record: round, position in the
+//                        user's data, nt residuals as real*8
+// scr31        records   scratch space of the covariance sampling
+//
+// A file that can't be opened or written stops the run: write_fault, code 16.
+#pragma once
+
+#include "control/run_frame.h"
+#include "formats/sequential_file.h"
+#include "formats/text_file.h"
+#include "input/design_store.h"
+#include "input/sampler_store.h"
+
+namespace zeph {
+
+struct sample_files {
+  text_writer py, lpm;
+  sequential_writer sol_samples, res_samples, scr31;
+  std::int32_t n_vector = 0;    // entries of the model vector in a row: nramat+1
+  bool has_sol_samples = false; // opened in this run
+  bool has_res_samples = false;
+};
+
+// Opens, in this order: with analysis_type > 0 py, lpm, sol.samples (when
+// n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
+// residuals are kept); scr31 in every case. Existing files are emptied.
+void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
+                       sample_files& files, reporting& report);
+
+// One row of py in free format: iround, the model vector, lik; flushed. Where
+// py is closed (the reports of a model before have read it), it is emptied first.
+void write_py(sample_files& files, const run_frame& frame, double lik, reporting& report);
+
+// The solutions of a sample round. n_sol_cv -1: all in one record. n > 0: a
+// record for each chosen equation, which the listing shows too, under the label
+// "iround,sol_cv%eq_no,sol)". 0: nothing. Equations of rows that the current
+// model leaves out are written as 0.0.
+void write_solution_samples(const model_records& m, const equation_layout& layout, const sampler_store& store,
+                            const run_frame& frame, sample_files& files, reporting& report);
+
+// The residuals ZEPH_RES of a sample round, a record for each data record in
+// memory; nothing when residuals aren't kept.
+void write_residual_samples(const model_records& m, const design_store& design, const run_frame& frame,
+                            sample_files& files, reporting& report);
+
+// Describes on the listing those of sol.samples (with l_sol_samples) and
+// res.samples that were opened.
+void describe_sample_files(const model_records& m, const sample_files& files, reporting& report);
+
+// Hands all that is still buffered to the system and closes; a failure is a
+// write_fault of the file. Without this call the destructor closes, unchecked.
+void close_sample_files(sample_files& files, reporting& report);
+
+} // namespace zeph
