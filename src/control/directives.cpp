@@ -1,0 +1,344 @@
+#include "control/directives.h"
+
+#include "control/restrictions.h"
+#include "formats/column_format.h"
+#include "input/relationships.h"
+
+#include <array>
+#include <chrono>
+#include <fmt/format.h>
+#include <random>
+#include <vector>
+
+namespace zeph {
+namespace {
+
+constexpr int end_of_file = -1;
+constexpr std::int32_t most_covariates = 1000000; // of one class-effect solution
+constexpr std::string_view line_error = "ERROR  - reading input line for zeph from the directive file";
+constexpr std::string_view clock_seed_label = "Starting value A for RNG set based on system time .";
+
+std::string without_blanks(const std::string& text) {
+  const std::size_t last = text.find_last_not_of(' ');
+  return last == std::string::npos ? std::string() : text.substr(0, last + 1);
+}
+
+// Name as a file of the work directory; a full path stays as it is.
+std::string directive_path(const reporting& report, const std::string& name) {
+  return !name.empty() && name.front() == '/' ? name : path_of(report, name);
+}
+
+bool begins_with_two_integers(const std::string& path) {
+  free_reader lines;
+  if (!lines.open(path)) return false;
+  std::int32_t first = 0, second = 0;
+  lines.begin_read();
+  return lines.integer(first) == 0 && lines.integer(second) == 0;
+}
+
+bool readable(const std::string& path) { return free_reader().open(path); }
+
+// Reads the values in one read; the first code that is not 0 ends it.
+int read_integers(free_reader& lines, std::initializer_list<std::int32_t*> values) {
+  int code = 0;
+  lines.begin_read();
+  for (std::int32_t* value : values)
+    if (code == 0) code = lines.integer(*value);
+  if (code == 0) lines.end_read();
+  return code;
+}
+
+int read_list(free_reader& lines, std::vector<std::int32_t>& list, std::int32_t n) {
+  for (std::int32_t i = 0; i < n; ++i) {
+    std::int32_t value = 0;
+    if (const int code = lines.integer(value); code != 0) return code;
+    list.push_back(value);
+  }
+  return 0;
+}
+
+int read_real(free_reader& lines, double& value) {
+  lines.begin_read();
+  const int code = lines.real(value);
+  if (code == 0) lines.end_read();
+  return code;
+}
+
+[[noreturn]] void fail_numbered_line(reporting& report, int number) {
+  say(report, fmt::format("ERROR  - reading {}. input line for zeph from the directive file", number));
+  QVA_LOG(report);
+}
+
+[[noreturn]] void fail_line(reporting& report) {
+  say(report, line_error);
+  QVA_LOG(report);
+}
+
+// From analysis type 4 on phantom parent groups are not served.
+void refuse_phantom_groups(const model_records& m, const run_frame& f, reporting& report) {
+  if (f.analysis_type < 4) return;
+  for (std::int32_t k = 1; k <= m.nramat; ++k) {
+    if (!structure_is(m.RMAT(k), "PED") || m.RMAT(k).r36 % 10 != 6) continue;
+    say(report);
+    say(report);
+    say(report, "IN MODELS WITH PHANTOM PARENT GROUPS");
+    say(report, "IS NOT IMPLEMENTED IN ZEPH FOR ANALYSE TYPE > 3");
+    say(report);
+    say(report, "Program terminates");
+    stop_run(report, exit_diagnosed);
+  }
+}
+
+// A seed of three or four digits from a generator started by the clock.
+std::int32_t clock_seed(std::int32_t seed, std::minstd_rand& simple) {
+  while (seed <= 999) seed = static_cast<std::int32_t>(simple() & 0x7fffffff);
+  while (seed > 10000) seed /= 10;
+  return seed;
+}
+
+void set_seeds(run_frame& f, combined_source& combined, reporting& report) {
+  if (f.seed_a != 0 && f.seed_b != 0) {
+    say_count(report, "Starting value A for RNG ..........................", f.seed_a);
+    ranlib_start(combined, f.seed_a);
+    say_count(report, "Starting value B for RNG ..........................", f.seed_b);
+    return;
+  }
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  std::minstd_rand simple(static_cast<std::minstd_rand::result_type>(
+      std::chrono::duration_cast<std::chrono::microseconds>(now).count() % 2147483646 + 1));
+  if (f.seed_a == 0) {
+    say_count(report, "Specified starting value A for RNG ................", 0);
+    f.seed_a = clock_seed(f.seed_a, simple);
+    say_count(report, clock_seed_label, f.seed_a);
+    ranlib_start(combined, f.seed_a);
+  }
+  if (f.seed_b == 0) {
+    say_count(report, "Specified starting value B for RNG ................", 0);
+    f.seed_b = clock_seed(f.seed_b, simple);
+    say_count(report, clock_seed_label, f.seed_b); // kept: B bears the label of A
+  }
+  say(report);
+  say_label(report, "It is the set starting values that must be used    ");
+  say_label(report, "in a restart of the chain                          ");
+  say(report);
+}
+
+void echo_rounds(run_frame& f, reporting& report) {
+  if (f.nburn != 0 && f.restart) {
+    say_count(report, "DF for proposal distribution ......................", f.prodf); // kept: not yet read
+    say_count(report, "No of Burn-in rounds specified ....................", f.nburn);
+    say_label(report, "But this is a restart of the chain ................");
+    f.nburn = 0;
+    say_count(report, "No of Burn-in rounds set to .......................", f.nburn);
+  } else {
+    say_count(report, "No of Burn-in rounds ..............................", f.nburn);
+  }
+  say_count(report, "No of sampling rounds .............................", f.nround);
+  say_count(report, "Sampling interval .................................", f.isamp);
+}
+
+void read_first_lines(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
+                      reporting& report) {
+  if (read_integers(lines, {&f.analysis_type, &f.test_level}) != 0) fail_numbered_line(report, 1);
+  say_count(report, "Kode for type of analysis .........................", f.analysis_type);
+  say_count(report, "Level of test information printed .................", f.test_level);
+  refuse_phantom_groups(m, f, report);
+  if (read_integers(lines, {&f.seed_a, &f.seed_b}) != 0) fail_numbered_line(report, 2);
+  set_seeds(f, sources.combined, report);
+  if (read_integers(lines, {&f.nburn, &f.nround, &f.isamp}) != 0) fail_numbered_line(report, 3);
+  echo_rounds(f, report);
+}
+
+// Data degrees of freedom: levels of the factor; in a pedigree those that are
+// no phantom group, in a reduced animal model those of its reduced inverse.
+void set_data_df(const model_records& m, run_frame& f, const reporting& report) {
+  for (std::int32_t k = 1; k <= m.nramat; ++k) {
+    f.DDF(k) = m.NRALEV(k);
+    if (!structure_is(m.RMAT(k), "PED")) continue;
+    if (m.RMAT(k).L_RAM) f.DDF(k) = count_ram_diagonals(k, m.NRALEV(k), report);
+    f.DDF(k) -= m.RMAT(k).n_phg;
+  }
+  f.DDF(m.nramat + 1) = m.nobs();
+}
+
+void echo_df(const run_frame& f, std::int32_t k, std::int32_t dimension, reporting& report) {
+  if (f.PDF(k) > dimension + 1) {
+    say(report, column_line().X(30).I(k, 3).I(f.PDF(k), 11).I(f.DDF(k), 11).str());
+    return;
+  }
+  say(report, column_line().X(30).I(k, 3).X(9).A("Flat", 4).I(f.DDF(k), 9).str());
+  if (f.PDF(k) == 0) return;
+  const std::string indent(42, ' ');
+  say(report, indent + "WARNING WARNING WARNING WARNING WARNING");
+  say(report, indent + "Prior df = " + format_I(f.PDF(k), 2) + " <= dim + 1 -> Flat prior assumed");
+}
+
+void read_df(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
+  allocate(report, f.PDF, "PDF", "ZEPH", m.nramat + 1);
+  allocate(report, f.DDF, "DDF", "ZEPH", m.nramat + 1);
+  set_data_df(m, f, report);
+  if (f.analysis_type >= 3) {
+    say(report);
+    say(report, "   Degrees of freedom        ");
+    say(report, "Effect     Prior     Data     ");
+  }
+  for (std::int32_t k = 1; k <= m.nramat + 1; ++k) {
+    std::int32_t number = 0;
+    if (read_integers(lines, {&number, &f.PDF(k)}) != 0) {
+      say(report, line_error);
+      say(report, "         line should contain random factor no. and prior degrees of freedom");
+      say(report, free_row().text("         for random factor no.").i(k).str());
+      QVA_LOG(report);
+    }
+    if (number != k) {
+      say(report, free_row().text("Missing prior df for ").i(k).i(number).str());
+      zeph_terminates(report);
+    }
+    if (f.analysis_type >= 3) echo_df(f, k, m.RMAT(k).n_rc, report);
+  }
+}
+
+void read_proposal_real(free_reader& lines, double& value, std::string_view echo, std::string_view wanted,
+                        reporting& report) {
+  if (read_real(lines, value) != 0) {
+    say(report, line_error);
+    say(report, wanted);
+    QVA_LOG(report);
+  }
+  say_real(report, echo, value);
+}
+
+// Values that a file without these lines leaves: the shape of the proposal is
+// then defined for every dimension.
+void set_proposal_defaults(run_frame& f) {
+  f.prodf = 10;
+  f.prop_var = 1.0;
+  f.conv_coef = 1.0;
+}
+
+void read_proposal_values(run_frame& f, free_reader& lines, reporting& report) {
+  const int code = read_integers(lines, {&f.prodf});
+  if (code == end_of_file) {
+    set_proposal_defaults(f);
+    return;
+  }
+  if (code != 0) {
+    say(report, line_error);
+    say(report, free_row().text("iostat = ").i(code).text(" prodf : ").i(f.prodf).str());
+    say(report, "         line should contain DF for proposal distribution");
+    QVA_LOG(report);
+  }
+  say_count(report, "DF for proposal distribution ......................", f.prodf);
+  read_proposal_real(lines, f.prop_var, "Variance of proposal distribution .................",
+                     "         line should contain Variance of proposal distribution", report);
+  read_proposal_real(lines, f.conv_coef, "Conversion coefficient for co-variances ...........",
+                     "         line should contain Conversion coefficient for co-variances", report);
+  if (f.analysis_type >= 0 && f.analysis_type <= 3) return;
+  say(report);
+  say(report, free_row().text("ERROR - Illegal value for type of analysis: ").i(f.analysis_type).str());
+  say(report, "        Legal value are: 0, 1, 2 and 3");
+  QVA_LOG(report);
+}
+
+// Censored traits: false when the file ended.
+bool read_censored(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
+  int code = read_integers(lines, {&f.ncens});
+  if (code == end_of_file) return false;
+  if (code != 0) fail_line(report);
+  say(report);
+  say_count(report, "No of Right cencored traits .......................", f.ncens);
+  if (f.ncens <= 0) return true;
+  if (f.ncens > m.nt)
+    illegal_input(report, "directive file", "ncens", {}, std::to_string(f.ncens), "at most the number of traits");
+  std::vector<std::int32_t> traits;
+  lines.begin_read();
+  code = read_list(lines, traits, f.ncens);
+  if (code == end_of_file) return false;
+  if (code != 0) fail_line(report);
+  lines.end_read();
+  f.cens_trait = std::move(traits);
+  for (std::size_t i = 0; i < f.cens_trait.size(); ++i)
+    say(report, column_line().X(30).I(static_cast<std::int64_t>(i) + 1, 3).I(f.cens_trait[i], 11).str());
+  return true;
+}
+
+// One class-effect solution used as covariate: 0, or the code of its first read.
+int read_fetocv(free_reader& lines, fetocv_entry& entry, reporting& report) {
+  if (const int code = read_integers(lines, {&entry.trait, &entry.effect, &entry.ncv}); code != 0) return code;
+  if (entry.ncv > most_covariates)
+    illegal_input(report, "directive file", "ncv", {}, std::to_string(entry.ncv), "at most 1000000");
+  lines.begin_read();
+  if (read_list(lines, entry.CVNO, entry.ncv) != 0 || read_list(lines, entry.ACVNO, entry.ncv) != 0)
+    fail_line(report);
+  lines.end_read();
+  return 0;
+}
+
+// Class-effect solutions used as covariates: false when the file ended.
+bool read_covariates(run_frame& f, free_reader& lines, reporting& report) {
+  int code = read_integers(lines, {&f.nfeto});
+  if (code == end_of_file) return false;
+  if (code != 0) fail_line(report);
+  say(report);
+  say_count(report, "No of Class-effect solutions used as covariates ...", f.nfeto);
+  for (std::int32_t i = 1; i <= f.nfeto; ++i) {
+    fetocv_entry entry;
+    code = read_fetocv(lines, entry, report);
+    if (code == end_of_file) {
+      // kept out of the second form of the scan, which needs the whole list
+      f.nfeto = 0;
+      f.FETOCV.clear();
+      return false;
+    }
+    if (code != 0) fail_line(report);
+    f.FETOCV.push_back(std::move(entry));
+  }
+  if (f.nfeto > 0 && read_integers(lines, {&f.stdef}) != 0) fail_line(report);
+  return true;
+}
+
+} // namespace
+
+std::string directive_file_name(const model_records& m, const reporting& report) {
+  std::vector<std::string> candidates;
+  for (const std::string& text : m.mi_text)
+    if (std::string name = without_blanks(text); !name.empty()) candidates.push_back(std::move(name));
+  if (candidates.empty()) return "DUMMY";
+  if (candidates.size() == 1) return candidates.front();
+  for (const std::string& name : candidates)
+    if (begins_with_two_integers(directive_path(report, name))) return name;
+  for (const std::string& name : candidates)
+    if (readable(directive_path(report, name))) return name;
+  for (const std::string& name : candidates)
+    if (name == "DUMMY") return name;
+  return candidates.front();
+}
+
+void open_directives(const model_records& m, free_reader& lines, reporting& report) {
+  const std::string name = directive_file_name(m, report);
+  if (name == "DUMMY") {
+    say(report);
+    say(report, "ERROR - File with additional input to ZEPH not found");
+    zeph_terminates(report);
+  }
+  if (!lines.open(directive_path(report, name))) fail_numbered_line(report, 1);
+}
+
+void read_directives(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
+                     reporting& report) {
+  read_first_lines(m, f, sources, lines, report);
+  read_df(m, f, lines, report);
+  read_proposal_values(f, lines, report);
+}
+
+void read_optional_directives(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
+                              reporting& report) {
+  if (!read_censored(m, f, lines, report)) return;
+  if (!read_covariates(f, lines, report)) return;
+  const int code = read_integers(lines, {&f.irest_flag});
+  if (code == end_of_file) return;
+  if (code != 0) fail_line(report);
+  if (f.irest_flag != 0) impose_restrictions(m, f, s, report);
+}
+
+} // namespace zeph

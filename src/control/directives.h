@@ -1,0 +1,38 @@
+// The directive file: the lines of the user's additional input, read in free
+// format in two stretches, each value echoed on the listing.
+//
+// Lines in order: type of analysis and test level; seeds; burn-in, rounds,
+// interval; number and prior degrees of freedom of each random factor and of the
+// residual; proposal degrees of freedom, variance, conversion coefficient. After
+// the groups are formed: censored traits, class-effect solutions as covariates,
+// restrictions. The file may end before the proposal values and at any of the
+// later lines.
+#pragma once
+
+#include "control/run_frame.h"
+#include "formats/free_format.h"
+#include "input/equation_layout.h"
+#include "input/sampler_store.h"
+#include "numerics/random_sources.h"
+
+namespace zeph {
+
+// Name of the directive file: the only non-blank of the model's five texts;
+// among several the first that exists and begins with two integers, else the
+// first that exists, else "DUMMY" if one says so, else the first. "DUMMY": none.
+std::string directive_file_name(const model_records& m, const reporting& report);
+
+// Opens the directive file; "DUMMY" stops with code 16. A missing file shows as
+// a failed read of the first line.
+void open_directives(const model_records& m, free_reader& lines, reporting& report);
+
+// Lines up to the proposal values into the frame (PDF and DDF are allocated
+// here). Starts the combined source as the seeds ask. Every failure stops.
+void read_directives(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
+                     reporting& report);
+
+// The lines after the groups are formed. Fills the list of restricted equations.
+void read_optional_directives(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
+                              reporting& report);
+
+} // namespace zeph

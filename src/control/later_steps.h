@@ -1,0 +1,24 @@
+// Steps of a run that this version does not hold. Each is called where it
+// belongs in the order of the run, says what is missing and ends the run with
+// code 16.
+#pragma once
+
+#include "control/reporting.h"
+
+namespace zeph {
+
+[[noreturn]] void step_not_available(reporting& report, std::string_view routine, std::string_view what);
+
+[[noreturn]] void mixture_stores(reporting& report);         // traits of type 5, 7, 8
+[[noreturn]] void trait_deviation_stores(reporting& report); // trait deviations
+[[noreturn]] void FETOCV(reporting& report);                 // class-effect solutions as covariates
+[[noreturn]] void read_r_parm(reporting& report);            // restart of a chain: its matrices
+[[noreturn]] void read_ytopredict(reporting& report);        // records to predict
+[[noreturn]] void read_oldsol(reporting& report);            // restart of a chain: its solutions
+[[noreturn]] void SETCAT(reporting& report);                 // traits of type 3
+[[noreturn]] void start_latent_traits(reporting& report);    // traits of types 2 and 4
+[[noreturn]] void start_missing_traits(reporting& report);   // missing traits above analysis type 0
+[[noreturn]] void sampling_chain(reporting& report);         // analysis types 2 to 4
+[[noreturn]] void jump_chain(reporting& report);             // analysis types 5 and above
+
+} // namespace zeph

@@ -1,0 +1,16 @@
+// Restrictions: the last level of every "fixed" class effect of a trait but its
+// first is held at zero, so that the equations have full rank.
+#pragma once
+
+#include "control/run_frame.h"
+#include "input/sampler_store.h"
+
+namespace zeph {
+
+// Makes the list IREST and prints it. Above analysis type 2 restrictions don't
+// work: that is told and the list stays empty. The first effect of a trait is
+// spared, except for the traits of a pedigree factor with phantom parent groups
+// that are not restricted themselves.
+void impose_restrictions(const model_records& m, const run_frame& f, sampler_store& s, reporting& report);
+
+} // namespace zeph

@@ -1,0 +1,33 @@
+// One run: all its state, owned in one place and handed to routines record by
+// record. Two runs can stand side by side.
+#pragma once
+
+#include "control/reporting.h"
+#include "control/run_frame.h"
+#include "gibbs/scan_records.h"
+#include "input/design_store.h"
+#include "input/equation_layout.h"
+#include "input/model_records.h"
+#include "input/relationships.h"
+#include "input/sampler_store.h"
+#include "numerics/random_sources.h"
+#include "results/sample_files.h"
+
+namespace zeph {
+
+struct run {
+  run(std::ostream& listing, std::string work_directory) : report(listing, std::move(work_directory)) {}
+
+  reporting report;
+  run_frame frame;
+  model_records model;
+  equation_layout layout;
+  design_store design;
+  relationship_store relations;
+  sampler_store sampler;
+  random_sources sources{report};
+  scan_work work;
+  sample_files files;
+};
+
+} // namespace zeph

@@ -1,0 +1,175 @@
+#include "control/run_driver.h"
+
+#include "control/chain_loop.h"
+#include "control/directives.h"
+#include "control/later_steps.h"
+#include "control/start_values.h"
+#include "formats/free_format.h"
+#include "input/data_loading.h"
+#include "input/model_information.h"
+#include "results/final_reports.h"
+
+#include <cstdint>
+#include <ostream>
+#include <new>
+
+namespace zeph {
+namespace {
+
+void stop_opening(reporting& report) {
+  say(report, "Error in opening files.");
+  zeph_terminates(report);
+}
+
+// Steps 1 to 5: input files, model, banner, status.
+void read_model(run& r) {
+  if (check_input_files(r.report) != 0) stop_opening(r.report);
+  if (QVAMRD(r.model, r.report) != 0) stop_opening(r.report);
+  r.report.run_stamp = r.model.run_stamp;
+  banner(r.report);
+  write_status(r.report, "Program QVAgib initializing");
+}
+
+// Step 6: both restart files, or none.
+void look_for_restart(run& r) {
+  const bool parameters = file_exists(r.report, "r_parm"), solutions = file_exists(r.report, "oldsol");
+  r.frame.restart = parameters && solutions;
+  if (parameters == solutions) return;
+  say(r.report);
+  say(r.report, "A restart of a Gibbs chain requires that the files:");
+  say(r.report, "r_parm and oldsol are in the current directory.");
+  say(r.report, parameters ? "Only r_parm is present." : "Only oldsol is present");
+  zeph_terminates(r.report);
+}
+
+// Step 8: stores of mixtures, and the count of categorical traits.
+void look_at_traits(run& r) {
+  std::int32_t categorical = 0;
+  for (std::int32_t i = 1; i <= r.model.nt; ++i)
+    if (r.model.MODEL(i).TRAIT_TYPE == trait_categorical) ++categorical;
+  r.model.ncat = categorical;
+}
+
+void print_sizes(const model_records& m, const equation_layout& layout, reporting& report) {
+  free_row levels, orders, regressions;
+  levels.text("nramat,nralev,nbegr").i(m.nramat);
+  for (std::int32_t k = 1; k <= m.nramat; ++k) levels.i(m.NRALEV(k));
+  levels.i(layout.nbegr);
+  orders.text("rmat(:)%n_rc");
+  for (std::int32_t k = 1; k <= m.nramat + 1; ++k) orders.i(m.RMAT(k).n_rc);
+  regressions.text("model(:)%n_reg");
+  for (std::int32_t i = 1; i <= m.nt; ++i) regressions.i(m.MODEL(i).n_reg);
+  say(report, levels.str());
+  say(report, free_row().text("nbega").i(layout.nbega).str());
+  say(report, orders.str());
+  say(report, "k,i,j,rmat(k)%cov_mat");
+  for (std::int32_t k = 1; k <= m.nramat + 1; ++k)
+    for (std::int32_t i = 1; i <= m.RMAT(k).n_rc; ++i)
+      for (std::int32_t j = 1; j <= m.RMAT(k).n_rc; ++j)
+        say(report, free_row().i(k).i(i).i(j).r8(m.RMAT(k).COV_MAT(i, j)).str());
+  say(report, free_row().text("iv_50").i(m.iv_50).str());
+  say(report, regressions.str());
+  say(report, free_row().text("nregt").i(m.nregt).str());
+  say(report, free_row().text("nt").i(m.nt).str());
+  say(report, free_row().text("mnef").i(m.mnef).str());
+}
+
+void print_structures(const model_records& m, reporting& report) {
+  say(report);
+  say(report, "        Structure of the random effects in the model");
+  for (std::int32_t k = 1; k <= m.nramat; ++k) say(report, free_row().i(k).i(m.RMAT(k).n_rc).str());
+}
+
+// Steps 9 to 16: directive lines and the layout of the equations.
+void lay_out_equations(run& r) {
+  free_reader lines;
+  open_directives(r.model, lines, r.report);
+  read_directives(r.model, r.frame, r.sources, lines, r.report);
+  if (r.frame.analysis_type < 0) r.frame.analysis_type = 0;
+  count_equations(r.model, r.layout, r.report);
+  if (r.frame.test_level == 1) print_sizes(r.model, r.layout, r.report);
+  check_model_indices(r.model, r.layout, r.report);
+  QVAgib_ALLOC(r.model, r.sampler, r.report);
+  allocate_equations(r.layout, r.sampler, r.report);
+  if (r.model.L_TD) trait_deviation_stores(r.report);
+  number_fixed_equations(r.model, r.layout, r.report);
+  if (r.frame.test_level > 1) print_structures(r.model, r.report);
+  SETGROUPS(r.model, r.layout, r.report, r.frame.test_level);
+  read_optional_directives(r.model, r.frame, r.sampler, lines, r.report);
+}
+
+// Steps 17 to 22: stores of the chain and its start values.
+void start_chain_values(run& r) {
+  allocate_dispersion(r.model, r.layout, r.frame, r.sampler, r.report);
+  if (r.frame.restart && r.frame.analysis_type >= 3) read_r_parm(r.report);
+  start_from_priors(r.model, r.frame, r.sampler, r.report);
+  if (r.frame.test_level >= 2) print_start_matrices(r.model, r.sampler, r.report);
+  if (file_exists(r.report, "ytopredict")) read_ytopredict(r.report);
+  if (r.frame.restart) read_oldsol(r.report);
+}
+
+// Step 23.
+void load_data(run& r) {
+  const int status = READTOMEM(r.model, r.layout, r.design, r.relations, r.report);
+  if (status == 0) return;
+  if (status == 1) say(r.report, "Data not found");
+  zeph_terminates(r.report, false);
+}
+
+bool has_missing_traits(const model_records& m, const design_store& d) {
+  const std::int32_t all = static_cast<std::int32_t>((std::int64_t{1} << m.nt) - 1);
+  for (const std::int32_t mask : d.ISIT_M)
+    if ((mask & all) != all) return true;
+  return false;
+}
+
+// Steps 24 to 26: latent traits, random source, start values of missing traits.
+void start_latent_values(run& r) {
+  const model_records& m = r.model;
+  if (m.has_type(trait_categorical)) SETCAT(r.report);
+  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured)) mixture_stores(r.report);
+  if (m.has_type(trait_censored) || m.has_type(trait_liability)) start_latent_traits(r.report);
+  if (r.frame.nfeto > 0) FETOCV(r.report);
+  if (r.frame.analysis_type <= 0) return;
+  if (!r.frame.restart || r.frame.analysis_type == 2) RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
+  if (r.frame.analysis_type >= 5) jump_chain(r.report);
+  if (r.frame.analysis_type >= 2) sampling_chain(r.report);
+  if (has_missing_traits(m, r.design)) start_missing_traits(r.report);
+}
+
+} // namespace
+
+void run_driver(run& r) {
+  read_model(r);
+  look_for_restart(r);
+  mark_zero_covariances(r.model, r.sampler, r.report);
+  look_at_traits(r);
+  lay_out_equations(r);
+  start_chain_values(r);
+  load_data(r);
+  start_latent_values(r);
+  open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
+  allocate_scan_work(r.model, r.layout, r.design, r.work, r.report);
+  run_chain(r);
+  final_reports(r.model, r.layout, r.sampler, r.frame, r.files, r.report);
+  if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");
+  close_sample_files(r.files, r.report);
+  write_status(r.report, "Program ZEPH has concluded");
+  say(r.report);
+  say(r.report, " End of " + r.report.program_name);
+}
+
+int exit_code_of_run(run& r) {
+  try {
+    run_driver(r);
+    r.report.listing->flush();
+    return r.report.listing->good() ? 0 : exit_diagnosed;
+  } catch (const run_stop& stop) {
+    return stop.exit_code;
+  } catch (const std::bad_alloc&) {
+    *r.report.listing << "\nERROR - Computation impossible in ZEPH: no storage left\n\nZEPH terminates.\n" << std::flush;
+    return exit_diagnosed;
+  }
+}
+
+} // namespace zeph

@@ -1,0 +1,61 @@
+#include "gibbs/gibscan.h"
+
+#include "formats/free_format.h"
+#include "gibbs/group_scan.h"
+#include "gibbs/record_pass.h"
+#include "gibbs/residual_sums.h"
+#include "gibbs/scan_prints.h"
+#include "results/accumulators.h"
+
+#include <cmath>
+
+namespace zeph {
+namespace {
+
+constexpr double convergence_limit = static_cast<double>(1e-10F);
+constexpr std::int64_t first_relaxed_round = 101;
+
+void write_position(reporting& report, const run_frame& f) {
+  free_row row;
+  row.text("Current round is").i(f.iround).text("out of").i(std::int64_t{f.nburn} + f.nround).text("in model");
+  for (const std::int32_t dimension : f.ntr) row.i(dimension);
+  write_status(report, row.str());
+}
+
+// Residual sums, the sample of the round, and its rows in the sample files.
+void post_scan(scan_records& r, run_frame& f, sample_files& files) {
+  r.sampler.sscp.fill(0.0);
+  if (f.analysis_type <= 0) return;
+  double lik = 0;
+  Bddrmc_sscp(r, f, lik);
+  if (!is_sample_round(f)) return;
+  write_py(files, f, lik, r.report);
+  accumulate_solutions(r.model, r.layout, r.sampler, f);
+  write_solution_samples(r.model, r.layout, r.sampler, f, files, r.report);
+  write_residual_samples(r.model, r.design, f, files, r.report);
+}
+
+// "Round=" and the relative change; the mark of convergence when it is small.
+void judge_convergence(reporting& report, run_frame& f, const solver_sums& sums) {
+  const double cd = std::sqrt(sums.ssd / sums.ssq);
+  say(report, free_row().text("Round=").i(f.iround).text(" Cd= ").r8(cd).str());
+  if (cd < convergence_limit) f.ist = GS_CONVERGED;
+}
+
+} // namespace
+
+void GIBSCAN(scan_records& r, run_frame& f, sample_files& files) {
+  write_position(r.report, f);
+  solver_sums sums;
+  sums.omega = f.iround < first_relaxed_round ? 0.0 : relaxation;
+  f.dens = 0;
+  f.ist = 0;
+  record_pass body;
+  body.begin_round(r, f);
+  if (f.test_level > 2) print_equations(r, f);
+  scan_groups(body, r, f, sums);
+  post_scan(r, f, files);
+  if (f.analysis_type == 0) judge_convergence(r.report, f, sums);
+}
+
+} // namespace zeph

@@ -1,0 +1,52 @@
+// The levels of one group: relationship links, the solver step, restrictions.
+#pragma once
+
+#include "control/run_frame.h"
+#include "gibbs/scan_records.h"
+
+namespace zeph {
+
+// Sums of a round that the solver's convergence is judged by.
+struct solver_sums {
+  double omega = 0; // relaxation factor
+  double ssd = 0;   // sum of squared changes of the solutions
+  double ssq = 0;   // sum of squared solutions before the change
+};
+
+inline constexpr double relaxation = static_cast<double>(0.4F); // from round 101 on
+inline constexpr double sweep_tolerance = 1e-12;
+inline constexpr double dependency_pivot = 1e-18;
+inline constexpr std::int32_t largest_listing = 1000; // lines of diagnostic print
+
+// Takes the links of level l of factor k out of its right-hand sides:
+//   RHS(l) -= GIF sum over c of a(l,c) sol(c),  c the related levels other than l,
+// with sol as it stands; p traits of the factor are in the model.
+void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_t p);
+
+// Solves level l of group g for given right-hand sides by sweeping the bordered
+// block and moves its solutions, with over-relaxation omega. A pivot at or below
+// dependency_pivot is told on the listing with the whole block and counted in
+// f.ist; beyond largest_listing lines the run stops with code 16.
+void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums);
+
+// Sets the restricted equations to zero.
+void restrict_solutions(sampler_store& s);
+
+void say_group_start(reporting& report, std::int32_t g);
+
+// The levels of group g in order: links, then the step that the analysis type
+// asks for, unless the group is not to be updated.
+void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums);
+
+// All groups in order, for a scan body (record_pass or a faster one).
+template <class Body> void scan_groups(Body& body, scan_records& r, run_frame& f, solver_sums& sums) {
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    if (f.test_level > 1) say_group_start(r.report, g);
+    body.enter_group(r, f, g);
+    scan_levels(r, f, g, sums);
+    restrict_solutions(r.sampler);
+    body.leave_group(r, f, g);
+  }
+}
+
+} // namespace zeph

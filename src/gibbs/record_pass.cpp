@@ -1,0 +1,144 @@
+#include "gibbs/record_pass.h"
+
+#include "formats/free_format.h"
+#include "gibbs/record_product.h"
+#include "numerics/packed_matrix.h"
+
+#include <array>
+
+namespace zeph {
+namespace {
+
+// RHS(XD1(i)) += sum over t of y(t) ZDRII(i,t)
+void add_right_hand_side(scan_records& r, std::int32_t irec, std::int32_t i) {
+  const design_store& d = r.design;
+  const std::int32_t nt = r.model.nt, trait = d.XD2_M(i, irec);
+  const double z = d.ZD_M(i, irec);
+  const float* y = d.Y_M.col(irec);
+  double sum = 0;
+  for (std::int32_t t = 1; t <= nt; ++t) sum += static_cast<double>(y[t - 1]) * (r.work.riff(trait, t) * z);
+  r.sampler.RHS(d.XD1_M(i, irec)) += sum;
+}
+
+void add_record(scan_records& r, const run_frame& f, std::int32_t irec) {
+  const design_store& d = r.design;
+  for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
+    if (!entry_active(r, irec, i, f.analysis_type)) continue;
+    add_right_hand_side(r, irec, i);
+    const std::int32_t g = d.XD3_M(i, irec), level = d.XD4_M(i, irec);
+    double* block = r.layout.DI_of(g).col(level);
+    for (std::int32_t k = 1; k <= i; ++k) {
+      if (d.XD3_M(k, irec) != g || d.XD4_M(k, irec) != level) continue;
+      if (!entry_active(r, irec, k, f.analysis_type)) continue;
+      block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] += record_product(d, r.work.riff, irec, i, k);
+    }
+  }
+}
+
+// DI(l) += GIF(:,:,r) a(l,l), leading block of order p
+void add_prior_precision(scan_records& r, std::int32_t k, std::int32_t p) {
+  const std::int32_t g = r.layout.group_of_factor(k, r.model.nramat), levels = r.layout.NGR(g, 1);
+  const bool identity = structure_is(r.model.RMAT(k), "I");
+  for (std::int32_t l = 1; l <= levels; ++l) {
+    double* block = r.layout.DI_of(g).col(l);
+    const double a = identity ? 1.0 : r.relations.of(k).diag(l);
+    for (std::int32_t i = 1; i <= p; ++i)
+      for (std::int32_t j = 1; j <= i; ++j) *block++ += r.sampler.GIF(i, j, k) * a;
+  }
+}
+
+std::string coefficient_row(const scan_records& r, std::int32_t irec, std::int32_t nxd, std::int32_t e) {
+  const design_store& d = r.design;
+  const std::array<const mat<std::int32_t>*, 7> columns = {&d.XD1_M, &d.XD2_M, &d.XD3_M, &d.XD4_M,
+                                                           &d.XD5_M, &d.XD6_M, &d.XD7_M};
+  free_row row;
+  row.i(e);
+  for (std::int32_t c = 1; c <= nxd; ++c) row.i((*columns[static_cast<std::size_t>(c - 1)])(e, irec));
+  return row.r8(d.ZD_M(e, irec)).r8(r.sampler.sol(d.XD1_M(e, irec))).str();
+}
+
+} // namespace
+
+void bddrmc_init(scan_records& r, const run_frame& f) {
+  r.sampler.RHS.fill(0.0);
+  for (mat<double>& block : r.layout.DI) block.fill(0.0);
+  const bool weights = r.model.has_weights();
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    if (r.design.M_M(irec) == 0) continue;
+    make_riff(r, irec, f.analysis_type, weights);
+    add_record(r, f, irec);
+  }
+  if (f.iround == 0)
+    for (std::size_t g = 0; g < r.layout.DI.size(); ++g)
+      std::copy(r.layout.DI[g].begin(), r.layout.DI[g].end(), r.layout.CDI[g].begin());
+  for (std::int32_t k = 1; k <= r.model.nramat; ++k)
+    if (f.ntr[static_cast<std::size_t>(k - 1)] > 0)
+      add_prior_precision(r, k, f.ntr[static_cast<std::size_t>(k - 1)]);
+}
+
+void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
+  const design_store& d = r.design;
+  const bool weights = r.model.has_weights();
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    const bool printed = f.test_level > 1 && f.iround < 6 && irec < 11;
+    const std::int32_t m = d.M_M(irec);
+    bool concerned = printed;
+    for (std::int32_t i = 1; i <= m && !concerned; ++i) concerned = d.XD3_M(i, irec) == g;
+    if (!concerned) continue;
+    make_riff(r, irec, f.analysis_type, weights);
+    if (printed) BDDRMC_XD_PRINT(r, "BDDRMC_GS", irec, 3);
+    for (std::int32_t i = 1; i <= m; ++i) {
+      if (d.XD3_M(i, irec) != g || !entry_active(r, irec, i, f.analysis_type)) continue;
+      double rhs = r.sampler.RHS(d.XD1_M(i, irec));
+      for (std::int32_t j = 1; j <= m; ++j) {
+        const bool same_level = d.XD3_M(j, irec) == g && d.XD4_M(j, irec) == d.XD4_M(i, irec);
+        if (same_level || d.XD1_M(j, irec) <= 0 || !entry_active(r, irec, j, f.analysis_type)) continue;
+        rhs -= r.sampler.sol(d.XD1_M(j, irec)) * record_product(d, r.work.riff, irec, i, j);
+      }
+      r.sampler.RHS(d.XD1_M(i, irec)) = rhs;
+    }
+  }
+}
+
+void BDDRMC_XD_PRINT(const scan_records& r, std::string_view name, std::int32_t irec, std::int32_t nxd) {
+  if (nxd < 2 || nxd > 7) {
+    // kept: without a code the message routine writes none of these words
+    log_message(r.report, "ERROR BDDRMC_XD_PRINT must be calle with", "2 <= nxd <= 7", "");
+    return;
+  }
+  constexpr std::array<std::string_view, 6> headers = {
+      "   No   Equation Trait  Contribution         Solutions",
+      "   No   Equation Trait Group  Contribution         Solutions",
+      "   No   Equation Trait Group    level  Contribution         Solutions",
+      "   No   Equation Trait Group    level Eq/level  Contribution         Solutions",
+      "   No   Equation Trait Group    level Eq/level Eq type  Contribution         Solutions",
+      "   No   Equation Trait Group    level Eq/level Eq type  R eff. Contribution         Solutions"};
+  const design_store& d = r.design;
+  const std::int32_t nt = r.model.nt;
+  say(r.report);
+  say(r.report, free_row()
+                    .text(name)
+                    .text("  OBS=  ")
+                    .i(irec)
+                    .text("Isit= ")
+                    .i(d.ISIT_M(irec))
+                    .text("iresg= ")
+                    .i(d.IRESG_M(irec))
+                    .str());
+  free_row y, riif, weights;
+  y.text("RINP : ");
+  riif.text("RIIF : ");
+  weights.text("WEIGHT_VEC : ");
+  for (std::int32_t t = 1; t <= nt; ++t) y.r4(d.Y_M(t, irec));
+  for (std::int32_t i = 1; i <= nt; ++i)
+    for (std::int32_t j = 1; j <= nt; ++j) riif.r8(r.work.riff(i, j));
+  for (std::int32_t t = 1; t <= nt; ++t) weights.r4(d.WV_M(t, irec));
+  for (const free_row* row : {&y, &riif, &weights}) {
+    say(r.report);
+    say(r.report, row->str());
+  }
+  say(r.report, headers[static_cast<std::size_t>(nxd - 2)]);
+  for (std::int32_t e = 1; e <= d.M_M(irec); ++e) say(r.report, coefficient_row(r, irec, nxd, e));
+}
+
+} // namespace zeph

@@ -1,0 +1,35 @@
+// The plain body of the scan: it reads all records once at the head of a round
+// and once per group, and rebuilds every record product each time. It is the
+// meaning of the scan; faster bodies are tested against it.
+//
+// A body offers begin_round (RHS and DI hold all records), enter_group (RHS of
+// group g holds only what belongs to each level), leave_group.
+#pragma once
+
+#include "control/run_frame.h"
+#include "gibbs/scan_records.h"
+
+namespace zeph {
+
+// Rebuilds RHS and the diagonal blocks DI from all records:
+//   RHS(e) = sum over records of ZDRII y,  DI = diagonal blocks of Z'R^-1 Z,
+// then adds the prior precision GIF(i,j,r) times the level's diagonal element
+// of the relationship inverse to the blocks of each factor r with traits in the
+// model. A call with round 0 keeps the blocks without the precision in CDI.
+void bddrmc_init(scan_records& r, const run_frame& f);
+
+// Takes out of the right-hand sides of group g the part of every equation that
+// does not share both group and level, with sol as it stands.
+void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g);
+
+// Prints one record for testing, with the columns that nxd = 2..7 names. With
+// any other nxd only the message routine is called and the run goes on.
+void BDDRMC_XD_PRINT(const scan_records& r, std::string_view name, std::int32_t irec, std::int32_t nxd);
+
+struct record_pass {
+  void begin_round(scan_records& r, const run_frame& f) const { bddrmc_init(r, f); }
+  void enter_group(scan_records& r, const run_frame& f, std::int32_t g) const { BDDRMC_GS(r, f, g); }
+  void leave_group(scan_records&, const run_frame&, std::int32_t) const {}
+};
+
+} // namespace zeph

@@ -1,0 +1,37 @@
+// One record's part in the equations: its residual inverse and the products of
+// coefficients, residual inverse and coefficients.
+//
+// For a record with rows z_i (coefficient i of trait t_i, coefficient ZD(i)),
+// residual inverse R^-1 = riff:
+//   ZDRII(i,t) = riff(t_i,t) ZD(i)
+//   ZMATLOW(i,k) = ZDRII(i,t_k) ZD(k), i >= k, doubled when i and k > i meet in
+//   one equation: the cross term then stands twice in z z'.
+#pragma once
+
+#include "gibbs/scan_records.h"
+
+namespace zeph {
+
+// Fills work.riff for record irec. analysis_type 0 and below: the inverse of
+// the observed part of the record's missing pattern, zero in missing traits;
+// above: the full inverse of its residual group. Weighted by w_i^1/2 w_j^1/2
+// when the model has weights.
+void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights);
+
+// True when entry e of record irec takes part: its equation belongs to the
+// current model (and, above analysis type 0, its trait is set).
+inline bool entry_active(const scan_records& r, std::int32_t irec, std::int32_t e, std::int32_t analysis_type) {
+  const design_store& d = r.design;
+  if (analysis_type > 0 && d.XD2_M(e, irec) <= 0) return false;
+  return d.XD7_M(e, irec) == 0 || d.XD5_M(e, irec) <= r.layout.NGR(d.XD3_M(e, irec), 2);
+}
+
+// Element (i,k) of the record product, any order of i and k.
+inline double record_product(const design_store& d, const mat<double>& riff, std::int32_t irec, std::int32_t i,
+                             std::int32_t k) {
+  const std::int32_t high = i > k ? i : k, low = i > k ? k : i;
+  const double z = riff(d.XD2_M(high, irec), d.XD2_M(low, irec)) * d.ZD_M(high, irec) * d.ZD_M(low, irec);
+  return high != low && d.XD1_M(high, irec) == d.XD1_M(low, irec) ? 2.0 * z : z;
+}
+
+} // namespace zeph

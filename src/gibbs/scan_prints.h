@@ -1,0 +1,14 @@
+// Test prints of the scan.
+#pragma once
+
+#include "control/run_frame.h"
+#include "gibbs/scan_records.h"
+
+namespace zeph {
+
+// The equations as they stand at the head of a round: right-hand sides and
+// solutions (50 at most), the diagonal blocks of each group (50 levels at
+// most), and in round 1 the first block of each group, before and after them.
+void print_equations(const scan_records& r, const run_frame& f);
+
+} // namespace zeph

@@ -1,0 +1,47 @@
+#include "gibbs/scan_records.h"
+
+#include <algorithm>
+
+namespace zeph {
+namespace {
+
+// Largest number of equations of a level over the groups.
+std::int32_t largest_block(const equation_layout& layout) {
+  std::int32_t n = 0;
+  for (std::int32_t g = 1; g <= layout.ngroups; ++g) n = std::max(n, layout.NGR(g, 2));
+  return n;
+}
+
+// HETGR_RIIF with the matrix as the fastest axes, since a record needs one
+// matrix at a time. Groups that the file does not hold take its last one.
+void store_pattern_inverses(const model_records& m, scan_work& work, reporting& report) {
+  const structure_record& residual = m.residual();
+  const std::int32_t nt = m.nt, groups = m.n_groups_residual();
+  allocate(report, work.pattern_inverse, "riff", "GIBSCAN", nt, nt, range(0, residual.n_pat), groups);
+  for (std::int32_t g = 1; g <= groups; ++g)
+    for (std::int32_t p = 0; p <= residual.n_pat; ++p)
+      for (std::int32_t j = 1; j <= nt; ++j)
+        for (std::int32_t i = 1; i <= nt; ++i)
+          work.pattern_inverse(i, j, p, g) = residual.HETGR_RIIF(m.hetgr_index(g), p, i, j);
+}
+
+} // namespace
+
+void allocate_scan_work(const model_records& m, const equation_layout& layout, const design_store& design,
+                        scan_work& work, reporting& report) {
+  work.nmax = largest_block(layout);
+  const std::int64_t order = std::max(work.nmax, m.nt) + 1;
+  allocate(report, work.IW1, "IW1", "ZEPH1", m.nt);
+  allocate(report, work.IW2, "IW2", "ZEPH1", m.nt);
+  allocate(report, work.ZDRII, "ZDRII", "ZEPH1", m.nt, design.m);
+  allocate(report, work.PARM, "PARM", "ZEPH2", order * (order + 1) / 2);
+  allocate(report, work.LOGI, "LOGI", "ZEPH2", order);
+  allocate(report, work.PARMS, "PARMS", "GIBSCAN", std::int64_t{work.nmax} * (work.nmax + 3) / 2 + 1);
+  allocate(report, work.link_sums, "W", "GIBSCAN", work.nmax);
+  allocate(report, work.riff, "riff", "QVAgib_ALLOC", m.nt, m.nt);
+  allocate(report, work.weight_vec_sqrt, "weight_vec_sqrt", "QVAgib_ALLOC", m.nt);
+  allocate(report, work.res, "res", "Bddrmc_sscp", m.nt);
+  store_pattern_inverses(m, work, report);
+}
+
+} // namespace zeph

@@ -1,0 +1,88 @@
+// A unit includes its own header first, then headers of its own or a lower
+// floor. Five stair headers may be included from any floor; they include,
+// beside each other, nothing above input/.
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<std::string_view, 7> floors = {"formats", "numerics", "input",  "gibbs",
+                                                    "jump",    "results",  "control"};
+constexpr std::array<std::string_view, 5> stairs = {"control/run_frame.h", "control/reporting.h",
+                                                    "control/restart.h", "results/accumulators.h",
+                                                    "results/sample_files.h"};
+
+int floor_of(std::string_view path) {
+  const std::string_view folder = path.substr(0, path.find('/'));
+  const auto found = std::find(floors.begin(), floors.end(), folder);
+  return found == floors.end() ? -1 : static_cast<int>(found - floors.begin());
+}
+
+bool is_stair(std::string_view path) { return std::find(stairs.begin(), stairs.end(), path) != stairs.end(); }
+
+// Includes in quotation marks, in order.
+std::vector<std::string> own_includes(const fs::path& file) {
+  std::vector<std::string> names;
+  std::ifstream in(file);
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("#include \"", 0) != 0) continue;
+    const std::size_t begin = line.find('"') + 1;
+    names.push_back(line.substr(begin, line.find('"', begin) - begin));
+  }
+  return names;
+}
+
+std::vector<std::string> sources() {
+  std::vector<std::string> names;
+  const fs::path root = fs::path(ZEPH_SOURCE_DIR) / "src";
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const std::string extension = entry.path().extension().string();
+    if (extension == ".h" || extension == ".cpp") names.push_back(fs::relative(entry.path(), root).string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST(include_check, no_unit_includes_a_higher_floor) {
+  ASSERT_FALSE(sources().empty());
+  for (const std::string& name : sources()) {
+    const int highest = is_stair(name) ? floor_of("input/") : floor_of(name);
+    ASSERT_GE(floor_of(name), 0) << name << " stands in no floor";
+    for (const std::string& include : own_includes(fs::path(ZEPH_SOURCE_DIR) / "src" / name))
+      EXPECT_TRUE(is_stair(include) || (floor_of(include) >= 0 && floor_of(include) <= highest))
+          << name << " includes " << include;
+  }
+}
+
+TEST(include_check, a_source_includes_its_own_header_first) {
+  for (const std::string& name : sources()) {
+    if (name.size() < 4 || name.substr(name.size() - 4) != ".cpp") continue;
+    const std::string header = name.substr(0, name.size() - 4) + ".h";
+    if (!fs::exists(fs::path(ZEPH_SOURCE_DIR) / "src" / header)) continue;
+    const std::vector<std::string> includes = own_includes(fs::path(ZEPH_SOURCE_DIR) / "src" / name);
+    ASSERT_FALSE(includes.empty()) << name;
+    EXPECT_EQ(includes.front(), header) << name;
+  }
+}
+
+TEST(include_check, companions_take_only_formats_input_and_numerics_from_the_program) {
+  const fs::path root = fs::path(ZEPH_SOURCE_DIR) / "companions";
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const std::string extension = entry.path().extension().string();
+    if (extension != ".h" && extension != ".cpp") continue;
+    for (const std::string& include : own_includes(entry.path())) {
+      if (floor_of(include) < 0) continue;
+      EXPECT_TRUE(floor_of(include) <= floor_of("input/") || is_stair(include))
+          << entry.path() << " includes " << include;
+    }
+  }
+}
+
+} // namespace
