@@ -11,8 +11,6 @@ namespace zeph {
 namespace {
 
 constexpr std::size_t longest_token = 4096;
-constexpr int end_of_file = -1;
-constexpr int bad_token = 59;
 
 bool is_separator(int c) { return c == ' ' || c == '\t' || c == ',' || c == '\r' || c == '\n'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }

@@ -17,6 +17,10 @@ namespace zeph {
 // times the value v (n counted, never stored). Lines may be of any length.
 class free_reader {
 public:
+  // What a read tells beside 0.
+  static constexpr int end_of_file = -1; // before the last value of the read
+  static constexpr int bad_token = 59;   // a value of the wrong kind, or beyond its type
+
   bool open(const std::string& path); // false when it can't be opened
   bool is_open() const { return bytes_.is_open(); }
   void rewind(); // stands before the first line; a read under way is forgotten

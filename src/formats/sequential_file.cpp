@@ -11,8 +11,6 @@ namespace {
 constexpr int64_t buffer_bytes = int64_t{1} << 18;
 constexpr int64_t longest_record = std::numeric_limits<int32_t>::max();
 constexpr int64_t frame_bytes = 8; // both lengths
-constexpr int end_of_file = -1;
-constexpr int short_record = 67;
 
 } // namespace
 

@@ -31,6 +31,10 @@ static_assert(std::endian::native == std::endian::little, "records are viewed as
 // longer than any before it and that the file is known to hold.
 class sequential_reader {
 public:
+  // What `code` tells beside 0; the same numbers as the listing's "ios".
+  static constexpr int end_of_file = -1;  // end of the file, or a broken frame
+  static constexpr int short_record = 67; // the record ended before its items did
+
   // False when the file can't be opened. Stands before the first record.
   bool open(const std::string& path);
   bool is_open() const { return source_.is_open(); }
