@@ -1,0 +1,124 @@
+#include "numerics/cholesky_family.h"
+
+#include "formats/free_format.h"
+
+#include <cmath>
+
+namespace zeph {
+
+namespace {
+
+// Storage of a result of trait size, zeroed.
+mat<double> square(reporting& report, int n, std::string_view variable, std::string_view routine) {
+  mat<double> x;
+  if (!x.take(n, n)) allocation_failure(report, routine, variable, std::int64_t{n} * n, allocation_status);
+  return x;
+}
+
+[[noreturn]] void not_semidefinite(reporting& report, int row) {
+  say(report, free_row().text(" Matrix not semipositive-definite, row ").i(row).str());
+  stop_run(report, exit_diagnosed);
+}
+
+// The lower triangle of A into that of L, in place, and its rank; the strict
+// upper triangle stays. a(i,j) is a[(i-1) + (j-1) lda].
+int semidefinite_factor(reporting& report, double* a, std::int64_t lda, int n) {
+  int rank = 0;
+  for (int i = 0; i < n; ++i) {
+    double* diagonal = a + i + i * lda;
+    double sum = 0.0;
+    for (int k = 0; k < i; ++k) sum += a[i + k * lda] * a[i + k * lda];
+    const double d = *diagonal - sum;
+    if (std::fabs(d) < pivot_zero) {
+      for (int r = i; r < n; ++r) a[r + i * lda] = 0.0;
+      continue;
+    }
+    if (d < 0.0) not_semidefinite(report, i + 1);
+    *diagonal = std::sqrt(d);
+    ++rank;
+    for (int r = i + 1; r < n; ++r) {
+      double product = 0.0;
+      for (int k = 0; k < i; ++k) product += a[r + k * lda] * a[i + k * lda];
+      a[r + i * lda] = (a[r + i * lda] - product) / *diagonal;
+    }
+  }
+  return rank;
+}
+
+// The lower factor of A in an array of its own, zeros above the diagonal.
+mat<double> factor_copy(reporting& report, const double* a, std::int64_t lda, int n,
+                        std::string_view routine) {
+  mat<double> l = square(report, n, "L", routine);
+  for (int j = 0; j < n; ++j)
+    for (int i = j; i < n; ++i) l.data()[i + std::int64_t{j} * n] = a[i + j * lda];
+  semidefinite_factor(report, l.data(), n, n);
+  return l;
+}
+
+} // namespace
+
+void spofa(double* a, std::int64_t lda, int n, int& info) {
+  for (int j = 0; j < n; ++j) {
+    double* aj = a + j * lda; // column j+1
+    double s = 0.0;
+    for (int k = 0; k < j; ++k) {
+      const double* ak = a + k * lda;
+      double dot = 0.0;
+      for (int i = 0; i < k; ++i) dot += ak[i] * aj[i];
+      const double t = (aj[k] - dot) / ak[k];
+      aj[k] = t;
+      s += t * t;
+    }
+    s = aj[j] - s;
+    if (s <= 0.0) {
+      info = j + 1;
+      return;
+    }
+    aj[j] = std::sqrt(s);
+  }
+  info = 0;
+}
+
+int chol_semi(reporting& report, double* a, std::int64_t lda, int n) {
+  const int rank = semidefinite_factor(report, a, lda, n);
+  for (int j = 1; j < n; ++j)
+    for (int i = 0; i < j; ++i) a[i + j * lda] = 0.0;
+  return rank;
+}
+
+mat<double> chol_of(reporting& report, const double* a, std::int64_t lda, int n) {
+  return factor_copy(report, a, lda, n, "chol_of");
+}
+
+mat<double> ginverse_of(reporting& report, const double* a, std::int64_t lda, int n) {
+  const mat<double> l = factor_copy(report, a, lda, n, "ginverse_of");
+  mat<double> m =
+      square(report, n, "M", "ginverse_of"); // M = inverse of L, row by row; a zero pivot's row is 0
+  for (int i = 1; i <= n; ++i) {
+    if (!(std::fabs(l(i, i)) > pivot_zero)) continue;
+    m(i, i) = 1.0 / l(i, i);
+    for (int j = 1; j < i; ++j) {
+      double sum = 0.0;
+      for (int k = j; k < i; ++k) sum += l(i, k) * m(k, j);
+      m(i, j) = -sum / l(i, i);
+    }
+  }
+  mat<double> g = square(report, n, "G", "ginverse_of"); // G = M'M
+  for (int j = 1; j <= n; ++j)
+    for (int i = j; i <= n; ++i) {
+      double sum = 0.0;
+      for (int k = i; k <= n; ++k) sum += m(k, i) * m(k, j);
+      g(i, j) = g(j, i) = sum;
+    }
+  return g;
+}
+
+double det_of(reporting& report, const double* a, std::int64_t lda, int n) {
+  const mat<double> l = factor_copy(report, a, lda, n, "det_of");
+  double product = 1.0;
+  for (int i = 1; i <= n; ++i)
+    if (std::fabs(l(i, i)) > pivot_zero) product *= l(i, i);
+  return product * product;
+}
+
+} // namespace zeph
