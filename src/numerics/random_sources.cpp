@@ -1,0 +1,219 @@
+#include "numerics/random_sources.h"
+
+#include "formats/free_format.h"
+
+#include <string_view>
+
+namespace zeph {
+
+// ---- Marsaglia source ----
+
+void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
+  if (ij < 0 || ij > 31328 || kl < 0 || kl > 30081) {
+    say(*source.report, " The first random number seed must have a value between 0 and 31328");
+    say(*source.report, " The second seed must have a value between 0 and 30081");
+    stop_run(*source.report, exit_diagnosed);
+  }
+  std::int32_t i = ij / 177 % 177 + 2;
+  std::int32_t j = ij % 177 + 2;
+  std::int32_t k = kl / 169 % 178 + 1;
+  std::int32_t l = kl % 169;
+  marsaglia_state& state = source.live;
+  for (double& u : state.U) {
+    double s = 0.0, t = 0.5;
+    for (int bit = 1; bit <= 24; ++bit) {
+      const std::int32_t m = i * j % 179 * k % 179;
+      i = j;
+      j = k;
+      k = m;
+      l = (53 * l + 1) % 169;
+      if (l * m % 64 >= 32) s += t;
+      t *= 0.5;
+    }
+    u = s;
+  }
+  state.C = 362436.0 / 16777216.0;
+  state.CD = 7654321.0 / 16777216.0;
+  state.CM = 16777213.0 / 16777216.0;
+  state.I97 = 97;
+  state.J97 = 33;
+  state.TEST = true;
+}
+
+void ranmar_not_started(reporting& report) {
+  say(report, " Call the init routine (RMARIN) before calling RANMAR");
+  stop_run(report, exit_diagnosed);
+}
+
+void ranmar_fill(marsaglia_source& source, double* x, std::int64_t n) {
+  ranmar_draws draws(source);
+  for (std::int64_t i = 0; i < n; ++i) x[i] = draws.next();
+}
+
+void ranmar_save(marsaglia_source& source) { source.saved = source.live; }
+
+bool ranmar_write(const marsaglia_source& source, sequential_writer& file) {
+  const marsaglia_state& s = source.saved;
+  file.begin();
+  file.put(s.U.data(), static_cast<std::int64_t>(s.U.size()));
+  file.put(s.C);
+  file.put(s.CD);
+  file.put(s.CM);
+  file.put(s.I97);
+  file.put(s.J97);
+  file.put(s.TEST);
+  return file.end();
+}
+
+int ranmar_read(marsaglia_source& source, sequential_reader& file) {
+  const int code = file.next();
+  if (code != 0) return code;
+  marsaglia_state& s = source.live;
+  file.take(s.U.data(), static_cast<std::int64_t>(s.U.size()));
+  file.take(s.C);
+  file.take(s.CD);
+  file.take(s.CM);
+  file.take(s.I97);
+  file.take(s.J97);
+  file.take(s.TEST);
+  return file.code();
+}
+
+// ---- Combined source ----
+
+namespace {
+
+constexpr std::int32_t default_seed_1 = 1234567890;
+constexpr std::int32_t default_seed_2 = 123456789;
+
+virtual_generator& current(combined_source& source) {
+  return source.generators[static_cast<std::size_t>(source.curntg - 1)];
+}
+
+void set_constants(combined_source& source) {
+  if (source.qrgnin) return;
+  for (virtual_generator& g : source.generators) g.qanti = false;
+  source.qrgnin = true;
+}
+
+[[noreturn]] void before_constants(reporting& report, std::string_view call) {
+  say(report, free_row().text(call).text(" initialized -- abort!").str());
+  stop_run(report, exit_diagnosed);
+}
+
+// One term of the decomposition of MLTMOD: (p + a s) mod m for 0 < a < 32768
+// and 0 <= p < m, by Schrage's quotient m / a.
+std::int32_t add_product(std::int32_t p, std::int32_t a, std::int32_t s, std::int32_t m) {
+  const std::int32_t q = m / a;
+  const std::int32_t k = s / q;
+  p -= k * (m - a * q);
+  if (p > 0) p -= m;
+  p += a * (s - k * q);
+  while (p < 0) p += m;
+  return p;
+}
+
+// 32768 s mod m, for 0 <= s < m.
+std::int32_t times_base(std::int32_t s, std::int32_t m) {
+  constexpr std::int32_t base = 32768;
+  const std::int32_t q = m / base;
+  const std::int32_t k = s / q;
+  std::int32_t p = base * (s - k * q) - k * (m - base * q);
+  while (p < 0) p += m;
+  return p;
+}
+
+} // namespace
+
+std::int32_t MLTMOD(reporting& report, std::int32_t a, std::int32_t s, std::int32_t m) {
+  if (a <= 0 || a >= m || s <= 0 || s >= m) {
+    say(report, " A, M, S out of order in MLTMOD - ABORT!");
+    say(report, free_row().text(" A = ").i(a).text(" S = ").i(s).text(" M = ").i(m).str());
+    say(report, " MLTMOD requires: 0 < A < M; 0 < S < M");
+    stop_run(report, exit_diagnosed);
+  }
+  // a = (h2 32768 + h1) 32768 + h0 with h2 = 0 or 1
+  constexpr std::int32_t base = 32768;
+  const std::int32_t h0 = a % base, h2 = a / base / base, h1 = a / base % base;
+  std::int32_t p = h2 != 0 ? times_base(s, m) : 0;
+  if (h1 != 0) p = add_product(p, h1, s, m);
+  if (p != 0) p = times_base(p, m);
+  return h0 != 0 ? add_product(p, h0, s, m) : p;
+}
+
+void INITGN(combined_source& source, std::int32_t isdtyp) {
+  if (!source.qrgnin) before_constants(*source.report, " INITGN called before random number generator ");
+  virtual_generator& g = current(source);
+  switch (isdtyp) {
+  case -1:
+    g.lg1 = g.ig1;
+    g.lg2 = g.ig2;
+    break;
+  case 0:
+    break;
+  case 1:
+    g.lg1 = MLTMOD(*source.report, source.a1w, g.lg1, source.m1);
+    g.lg2 = MLTMOD(*source.report, source.a2w, g.lg2, source.m2);
+    break;
+  default:
+    say(*source.report, "ISDTYP NOT IN RANGE");
+    stop_run(*source.report, exit_diagnosed);
+  }
+  g.cg1 = g.lg1;
+  g.cg2 = g.lg2;
+}
+
+void SETCGN(combined_source& source, std::int32_t g) {
+  if (g < 1 || g > virtual_generators) {
+    say(*source.report, free_row()
+                            .text(" Generator number out of range in SETCGN:")
+                            .text(" Legal range is 1 to ")
+                            .i(virtual_generators)
+                            .text(" -- ABORT!")
+                            .str());
+    stop_run(*source.report, exit_diagnosed);
+  }
+  source.curntg = g;
+}
+
+void SETALL(combined_source& source, std::int32_t s1, std::int32_t s2) {
+  source.qrgnsd = true;
+  set_constants(source);
+  const std::int32_t held = source.curntg;
+  for (std::int32_t g = 1; g <= virtual_generators; ++g) {
+    SETCGN(source, g);
+    if (g > 1) {
+      s1 = MLTMOD(*source.report, source.a1vw, s1, source.m1);
+      s2 = MLTMOD(*source.report, source.a2vw, s2, source.m2);
+    }
+    SETSD(source, s1, s2);
+  }
+  SETCGN(source, held);
+}
+
+void SETSD(combined_source& source, std::int32_t s1, std::int32_t s2) {
+  if (!source.qrgnin) before_constants(*source.report, " SETSD called before random number generator ");
+  current(source).ig1 = s1;
+  current(source).ig2 = s2;
+  INITGN(source, -1);
+}
+
+void GETSD(const combined_source& source, std::int32_t& s1, std::int32_t& s2) {
+  if (!source.qrgnin) before_constants(*source.report, " GETSD called before random number generator ");
+  const virtual_generator& g = source.generators[static_cast<std::size_t>(source.curntg - 1)];
+  s1 = g.cg1;
+  s2 = g.cg2;
+}
+
+void combined_default_start(combined_source& source) {
+  set_constants(source);
+  if (!source.qrgnsd) SETALL(source, default_seed_1, default_seed_2);
+}
+
+void ranlib_start(combined_source& source, std::int32_t seed) {
+  set_constants(source);
+  ranf(source);
+  SETSD(source, seed, seed);
+}
+
+} // namespace zeph
