@@ -1,0 +1,512 @@
+#include "prepare/description_checks.h"
+
+#include "prepare/formula.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+#include <limits>
+#include <map>
+#include <set>
+#include <utility>
+
+extern "C" void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda, double* w,
+                       double* work, const int* lwork, int* info, std::size_t jobz_length,
+                       std::size_t uplo_length);
+
+namespace zeph::prepare {
+
+namespace {
+
+constexpr int MOST_TRAITS = 20;
+
+template <typename Section> std::vector<std::string> names_of(const std::vector<Section>& sections) {
+  std::vector<std::string> names;
+  for (const Section& s : sections) names.push_back(s.name);
+  return names;
+}
+
+template <typename Section> int index_of(const std::vector<Section>& sections, std::string_view name) {
+  for (std::size_t i = 0; i < sections.size(); ++i)
+    if (sections[i].name == name) return static_cast<int>(i);
+  return -1;
+}
+
+// ---- formulas
+
+message& error_in_formula(const model_description& d, message_log& log, const trait_section& t,
+                          std::size_t offset, std::string text) {
+  return error_at(d, log, place_in_text(d, t.formula_text, offset), std::move(text));
+}
+
+// Sets effect::covariable. A column is a class unless it has a table [covariable.x].
+void mark_covariable(const model_description& d, message_log& log, const trait_section& t, effect& e) {
+  for (std::size_t i = 0; i < e.atoms.size(); ++i) {
+    const atom& a = e.atoms[i];
+    if (a.kind == atom_kind::column && find_covariable(d, a.name) == nullptr) continue;
+    if (e.covariable >= 0)
+      error_in_formula(d, log, t, e.at.begin,
+                       fmt::format("effect {} holds two covariables; make their product a column of the data",
+                                   effect_text(e)));
+    else
+      e.covariable = static_cast<int>(i);
+  }
+}
+
+void refuse_own_observation(const model_description& d, message_log& log, const trait_section& t,
+                            const effect& e) {
+  for (const atom& a : e.atoms) {
+    const covariable_section* c = find_covariable(d, a.name);
+    if ((c == nullptr ? a.name : c->column.value) != t.column.value) continue;
+    error_in_formula(d, log, t, a.name_at.begin,
+                     fmt::format("{} is the observation of this trait and can't explain itself", a.name));
+  }
+}
+
+void check_left(const model_description& d, message_log& log, const trait_section& t, const effect& e) {
+  if (e.covariable >= 0 && e.atoms.size() == 1) return;
+  message& m = error_in_formula(
+      d, log, t, e.at.begin,
+      fmt::format("{} stands on the left of '|' and is {}", effect_text(e),
+                  e.covariable < 0 ? "no covariable" : "a product with a class, which is not yet supported"));
+  if (e.covariable < 0 && e.atoms.size() == 1)
+    m.hint = fmt::format("if it is a number, add a table [covariable.{}]", e.atoms.front().name);
+}
+
+void check_factor_name(const model_description& d, message_log& log, const trait_section& t,
+                       const random_term& r) {
+  if (index_of(d.factors, r.factor) >= 0) return;
+  message& m =
+      error_in_formula(d, log, t, r.factor_at.begin, fmt::format("factor \"{}\" is not defined", r.factor));
+  m.hint = nearest_hint(r.factor, names_of(d.factors));
+  if (m.hint.empty()) m.hint = fmt::format("add a table [factor.{}]", r.factor);
+}
+
+void check_random_term(const model_description& d, message_log& log, const trait_section& t,
+                       const random_term& r) {
+  check_factor_name(d, log, t, r);
+  for (const effect& e : r.left) check_left(d, log, t, e);
+  for (const named_column& c : r.columns) {
+    if (find_covariable(d, c.name) != nullptr)
+      error_in_formula(d, log, t, c.at.begin,
+                       fmt::format("{} is a covariable and can't number the levels of a factor", c.name));
+    if (c.name == t.column.value)
+      error_in_formula(d, log, t, c.at.begin,
+                       fmt::format("{} is the observation of this trait and can't explain itself", c.name));
+  }
+}
+
+void check_shift(const model_description& d, message_log& log, const trait_section& t, const shift_term& s) {
+  const std::vector<std::string> names = names_of(d.traits);
+  if (index_of(d.traits, s.trait) < 0)
+    error_in_formula(d, log, t, s.trait_at.begin, fmt::format("there is no trait \"{}\"", s.trait)).hint =
+        nearest_hint(s.trait, names);
+  error_in_formula(d, log, t, s.at.begin, "shift(..) is not yet supported by this version");
+}
+
+void read_formula(model_description& d, message_log& log, trait_section& t) {
+  if (!t.formula_text.given) return;
+  std::vector<formula_fault> faults;
+  parse_formula(t.formula_text.value, t.terms, faults);
+  for (const formula_fault& f : faults) error_in_formula(d, log, t, f.at, f.text).hint = f.hint;
+  for (effect& e : t.terms.fixed) {
+    mark_covariable(d, log, t, e);
+    refuse_own_observation(d, log, t, e);
+  }
+  for (random_term& r : t.terms.random) {
+    for (effect& e : r.left) {
+      mark_covariable(d, log, t, e);
+      refuse_own_observation(d, log, t, e);
+    }
+    check_random_term(d, log, t, r);
+  }
+  for (const shift_term& s : t.terms.shifts) check_shift(d, log, t, s);
+}
+
+template <typename Visit> void for_each_effect(const trait_section& t, Visit visit) {
+  for (const effect& e : t.terms.fixed) visit(e);
+  for (const random_term& r : t.terms.random)
+    for (const effect& e : r.left) visit(e);
+}
+
+// A covariable of leg or poly that stands elsewhere as a class is most likely a missing [covariable.x].
+void warn_of_classes_in_curves(const model_description& d, message_log& log) {
+  std::set<std::string> curves, told;
+  for (const trait_section& t : d.traits)
+    for_each_effect(t, [&curves](const effect& e) {
+      for (const atom& a : e.atoms)
+        if (a.kind != atom_kind::column) curves.insert(a.name);
+    });
+  for (const trait_section& t : d.traits)
+    for_each_effect(t, [&](const effect& e) {
+      for (const atom& a : e.atoms) {
+        const bool is_class = a.kind == atom_kind::column && find_covariable(d, a.name) == nullptr;
+        if (!is_class || !curves.contains(a.name) || !told.insert(a.name).second) continue;
+        warning_at(d, log, place_in_text(d, t.formula_text, a.at.begin),
+                   fmt::format("{} is a class here and a covariable in leg or poly", a.name))
+            .hint = fmt::format("if it is a number here too, add a table [covariable.{}]", a.name);
+      }
+    });
+}
+
+// ---- rows of the factors
+
+// What names a row, and tells two coefficients of one kind apart.
+struct row_words {
+  std::string trait, label, covariable, columns;
+};
+
+std::string columns_text(const random_term& r) {
+  std::string text;
+  for (const named_column& c : r.columns) text += (text.empty() ? "" : "+") + c.name;
+  return text;
+}
+
+row_words words_of(const model_description& d, const factor_row& row) {
+  const trait_section& t = d.traits[static_cast<std::size_t>(row.trait)];
+  const random_term& r = t.terms.random[static_cast<std::size_t>(row.term)];
+  row_words words{t.name, "", "", columns_text(r)};
+  if (row.effect < 0) {
+    words.label = words.columns;
+    return words;
+  }
+  const atom& a = r.left[static_cast<std::size_t>(row.effect)].atoms.front();
+  if (a.kind == atom_kind::column) {
+    words.label = a.name;
+  } else {
+    words.label = fmt::format("{}{}", a.kind == atom_kind::leg ? "leg" : "poly", row.degree);
+    words.covariable = a.name;
+  }
+  return words;
+}
+
+// Level 0: trait.label; 1: trait.label.column; 2: trait.label.covariable.column.
+std::string name_at_level(const row_words& w, int level) {
+  std::string name = w.trait + "." + w.label;
+  if (level >= 2 && !w.covariable.empty()) name += "." + w.covariable;
+  if (level >= 1) name += "." + w.columns;
+  return name;
+}
+
+// The shortest names that tell the rows of a factor apart.
+void name_rows(const model_description& d, std::vector<factor_row>& rows) {
+  std::vector<row_words> words;
+  for (factor_row& row : rows) {
+    words.push_back(words_of(d, row));
+    row.name = name_at_level(words.back(), 0);
+  }
+  for (int level = 1; level <= 2; ++level) {
+    std::map<std::string, int> uses;
+    for (const factor_row& row : rows) ++uses[row.name];
+    for (std::size_t i = 0; i < rows.size(); ++i)
+      if (uses[rows[i].name] > 1) rows[i].name = name_at_level(words[i], level);
+  }
+}
+
+// The rows of one random term: its 1, then its effects in the order of the formula.
+void append_rows(const random_term& r, int trait, int term, std::vector<factor_row>& rows) {
+  int curve = -1; // the first leg or poly carries the understood 1 as its degree 0
+  for (std::size_t k = 0; k < r.left.size() && curve < 0; ++k)
+    if (r.left[k].atoms.front().kind != atom_kind::column) curve = static_cast<int>(k);
+  if (r.constant) rows.push_back({"", trait, term, curve, 0});
+  for (std::size_t k = 0; k < r.left.size(); ++k) {
+    const int order = r.left[k].atoms.front().order;
+    for (int degree = order > 0 ? 1 : 0; degree <= std::min(order, LARGEST_ORDER); ++degree)
+      rows.push_back({"", trait, term, static_cast<int>(k), degree});
+  }
+}
+
+// Two rows with the same coefficient on the same column are one effect twice.
+void refuse_equal_rows(const model_description& d, message_log& log, const factor_section& f) {
+  std::set<std::vector<std::string>> seen;
+  for (const factor_row& row : f.rows) {
+    const row_words w = words_of(d, row);
+    const trait_section& t = d.traits[static_cast<std::size_t>(row.trait)];
+    const random_term& r = t.terms.random[static_cast<std::size_t>(row.term)];
+    const bool constant = row.effect < 0 || (row.degree == 0 && !w.covariable.empty());
+    const std::vector<std::string> key = constant ? std::vector{w.trait, std::string("1"), w.columns}
+                                                  : std::vector{w.trait, w.label, w.covariable, w.columns};
+    if (seen.insert(key).second) continue;
+    error_in_formula(
+        d, log, t, r.at.begin,
+        fmt::format("factor {} has {} of column {} twice", f.name, constant ? "the 1" : w.label, w.columns));
+  }
+}
+
+// Puts the rows into the order of `order`; every row must be named once.
+void apply_order(const model_description& d, message_log& log, factor_section& f) {
+  std::vector<factor_row> ordered;
+  std::vector<std::string> left = names_of(f.rows);
+  const std::vector<std::string> all = left;
+  for (const text_value& word : f.order) {
+    const auto found = std::find(left.begin(), left.end(), word.value);
+    if (found != left.end()) {
+      ordered.push_back(f.rows[static_cast<std::size_t>(index_of(f.rows, word.value))]);
+      left.erase(found);
+    } else if (std::find(all.begin(), all.end(), word.value) != all.end()) {
+      error_at(d, log, word.at, fmt::format("[factor.{}] order names \"{}\" twice", f.name, word.value));
+    } else {
+      error_at(d, log, word.at,
+               fmt::format("[factor.{}] order: there is no \"{}\"; the rows are: {}", f.name, word.value,
+                           joined(all)))
+          .hint = nearest_hint(word.value, all);
+    }
+  }
+  if (!left.empty())
+    error_at(d, log, f.order.front().at,
+             fmt::format("[factor.{}] order leaves out {}", f.name, joined(left)));
+  if (ordered.size() == f.rows.size()) f.rows = std::move(ordered);
+}
+
+void make_rows(model_description& d, message_log& log, bool formulas_are_good) {
+  for (std::size_t i = 0; i < d.traits.size(); ++i)
+    for (std::size_t k = 0; k < d.traits[i].terms.random.size(); ++k) {
+      const random_term& r = d.traits[i].terms.random[k];
+      const int factor = index_of(d.factors, r.factor);
+      if (factor < 0) continue;
+      append_rows(r, static_cast<int>(i), static_cast<int>(k),
+                  d.factors[static_cast<std::size_t>(factor)].rows);
+    }
+  for (factor_section& f : d.factors) {
+    name_rows(d, f.rows);
+    refuse_equal_rows(d, log, f);
+    if (!formulas_are_good) continue; // the list of rows may lack some
+    if (f.rows.empty())
+      warning_at(d, log, f.at, fmt::format("[factor.{}] is used in no formula", f.name));
+    else if (!f.order.empty())
+      apply_order(d, log, f);
+  }
+}
+
+// ---- matrices
+
+// order 0: not known, so only the matrix alone is judged.
+void check_matrix(const model_description& d, message_log& log, const matrix_value& m,
+                  const std::string& what, int order, const std::vector<std::string>& rows) {
+  if (m.order == 0) return;
+  if (order > 0 && m.order != order) {
+    error_at(
+        d, log, m.at,
+        fmt::format("{} is {} x {}, but its order is {}: {}", what, m.order, m.order, order, joined(rows)));
+    return;
+  }
+  if (!is_positive_definite(m))
+    error_at(d, log, m.at,
+             fmt::format("{} is not positive definite (smallest eigenvalue {:.2g})", what,
+                         smallest_eigenvalue(m)));
+}
+
+void warn_of_flat_prior(const model_description& d, message_log& log, const stated<std::int32_t>& prior_df,
+                        int order, const std::string& title) {
+  if (order < 1 || prior_df.value < 1 || prior_df.value > order + 1) return;
+  warning_at(d, log, prior_df.at,
+             fmt::format("{} prior_df = {} with order {} is taken as flat; give {} or more, or 0", title,
+                         prior_df.value, order, order + 2));
+}
+
+void refuse_start_at_zero_pairs(const model_description& d, message_log& log, const matrix_value& m,
+                                const std::string& what) {
+  for (const trait_pair& p : d.residual.zero) {
+    if (std::max(p.first, p.second) >= m.order) continue;
+    const std::size_t at = static_cast<std::size_t>(p.first) * static_cast<std::size_t>(m.order) +
+                           static_cast<std::size_t>(p.second);
+    if (m.value[at] == 0.0) continue;
+    error_at(d, log, m.at,
+             fmt::format("{} is {} between {} and {}, which [residual] zero holds at 0", what, m.value[at],
+                         d.traits[static_cast<std::size_t>(p.first)].name,
+                         d.traits[static_cast<std::size_t>(p.second)].name));
+  }
+}
+
+void check_factor_matrices(const model_description& d, message_log& log, bool formulas_are_good) {
+  for (const factor_section& f : d.factors) {
+    const std::string title = fmt::format("[factor.{}]", f.name);
+    const int order = formulas_are_good ? static_cast<int>(f.rows.size()) : 0;
+    check_matrix(d, log, f.start, title + " start", order, names_of(f.rows));
+    warn_of_flat_prior(d, log, f.prior_df, order, title);
+  }
+}
+
+void check_residual(const model_description& d, message_log& log) {
+  const residual_section& r = d.residual;
+  const int nt = static_cast<int>(d.traits.size());
+  const std::vector<std::string> names = names_of(d.traits);
+  check_matrix(d, log, r.start, "[residual] start", nt, names);
+  refuse_start_at_zero_pairs(d, log, r.start, "[residual] start");
+  warn_of_flat_prior(d, log, r.prior_df, nt, "[residual]");
+  for (const group_start& g : r.start_by_group) {
+    const std::string what = fmt::format("[residual] start_by_group {}", g.code);
+    check_matrix(d, log, g.start, what, nt, names);
+    refuse_start_at_zero_pairs(d, log, g.start, what);
+  }
+  if (!r.start_by_group.empty() && !r.groups.given)
+    error_at(d, log, r.start_by_group.front().at, "[residual] start_by_group needs groups = \"column\"");
+}
+
+// ---- traits, covariables, [keep], [run]
+
+bool is_latent(trait_kind kind) { return kind != trait_kind::gaussian && kind != trait_kind::censored; }
+
+void check_trait(const model_description& d, message_log& log, const trait_section& t) {
+  const trait_kind kind = t.kind.value;
+  const std::string title = fmt::format("[trait.{}]", t.name);
+  if (kind != trait_kind::gaussian)
+    error_at(d, log, t.kind.at,
+             fmt::format("kind = \"{}\" is not yet supported by this version", word_of(kind)));
+  if (t.weight.given && is_latent(kind))
+    error_at(d, log, t.weight.at,
+             fmt::format("{} weight: a trait of kind {} takes no weight", title, word_of(kind)));
+  if (!t.categories.empty() && kind != trait_kind::ordered)
+    error_at(d, log, t.categories.front().at, title + " categories need kind = \"ordered\"");
+  for (const text_value* limit : {&t.limits_code, &t.limits_upper})
+    if (limit->given && kind != trait_kind::censored)
+      error_at(d, log, limit->at, title + " limits need kind = \"censored\"");
+  if ((t.first_upper.given || t.first_of.given) && kind != trait_kind::indicator)
+    error_at(d, log, t.first_upper.given ? t.first_upper.at : t.first_of.at,
+             title + " first needs kind = \"indicator\"");
+  if (t.first_of.given && index_of(d.traits, t.first_of.value) < 0)
+    error_at(d, log, t.first_of.at, fmt::format("there is no trait \"{}\"", t.first_of.value)).hint =
+        nearest_hint(t.first_of.value, names_of(d.traits));
+  if (t.first_upper.given && !(t.first_upper.value > 0.0 && t.first_upper.value < 1.0))
+    error_at(d, log, t.first_upper.at, title + " first: upper must be between 0 and 1");
+}
+
+void check_traits(const model_description& d, message_log& log) {
+  if (d.traits.empty()) error_at(d, log, {}, "there is no trait; add a table [trait.NAME] with a formula");
+  if (d.traits.size() > MOST_TRAITS)
+    error_at(d, log, d.traits.back().at,
+             fmt::format("{} traits; {} are the most", d.traits.size(), MOST_TRAITS));
+  for (std::size_t i = 0; i < d.traits.size(); ++i) {
+    check_trait(d, log, d.traits[i]);
+    for (std::size_t j = 0; j < i; ++j)
+      if (d.traits[i].column.value == d.traits[j].column.value)
+        warning_at(d, log, d.traits[i].at,
+                   fmt::format("traits {} and {} read the same column {}", d.traits[j].name, d.traits[i].name,
+                               d.traits[i].column.value));
+  }
+}
+
+void warn_of_unused_covariables(const model_description& d, message_log& log) {
+  std::set<std::string> used;
+  for (const trait_section& t : d.traits)
+    for_each_effect(t, [&used](const effect& e) {
+      for (const atom& a : e.atoms) used.insert(a.name);
+    });
+  for (const covariable_section& c : d.covariables)
+    if (!used.contains(c.name))
+      warning_at(d, log, c.at, fmt::format("[covariable.{}] is used in no formula", c.name));
+}
+
+// Words of [keep] solutions: factors, effects and "trait.effect"; "1" is the mean.
+std::vector<std::string> kept_words(const model_description& d) {
+  std::vector<std::string> words = names_of(d.factors);
+  std::set<std::string> effects;
+  for (const trait_section& t : d.traits) {
+    std::vector<std::string> own;
+    if (t.terms.mean) own.emplace_back("1");
+    for (const effect& e : t.terms.fixed) own.push_back(effect_text(e));
+    for (const std::string& word : own) {
+      if (effects.insert(word).second) words.push_back(word);
+      words.push_back(t.name + "." + word);
+    }
+  }
+  return words;
+}
+
+void check_keep(const model_description& d, message_log& log) {
+  if (d.keep.effects.empty()) return;
+  const std::vector<std::string> words = kept_words(d);
+  for (const text_value& e : d.keep.effects)
+    if (std::find(words.begin(), words.end(), e.value) == words.end())
+      error_at(d, log, e.at,
+               fmt::format("[keep] solutions: \"{}\" is no factor and no effect; known: {}", e.value,
+                           joined(words)))
+          .hint = nearest_hint(e.value, words);
+}
+
+bool has_groups(const factor_section& f) {
+  return f.kind == relationship_kind::pedigree &&
+         (f.pedigree.group_pattern.given || !f.pedigree.group_codes.empty());
+}
+
+// The jump layer moves between models of "I" and "PED" factors only, and knows no phantom groups.
+void check_model_moves(const model_description& d, message_log& log) {
+  const run_section& r = d.run;
+  error_at(d, log, r.analysis.at,
+           fmt::format("analysis = \"{}\" is not yet supported by this version", word_of(r.analysis.value)));
+  for (const factor_section& f : d.factors) {
+    const bool plain = f.kind == relationship_kind::identity || f.kind == relationship_kind::pedigree;
+    if (!plain && r.analysis.value == analysis_type::jump)
+      error_at(
+          d, log, r.analysis.at,
+          fmt::format("analysis \"jump\" takes factors with identity or pedigree only; [factor.{}] is {} {}",
+                      f.name, f.kind == relationship_kind::inverse ? "an" : "a", word_of(f.kind)));
+    if (has_groups(f))
+      error_at(d, log, r.analysis.at,
+               fmt::format("analysis \"{}\" takes no phantom parent groups; [factor.{}] has them",
+                           word_of(r.analysis.value), f.name));
+  }
+}
+
+void check_run(const model_description& d, message_log& log) {
+  const run_section& r = d.run;
+  if (r.analysis.value >= analysis_type::models) check_model_moves(d, log);
+  if (r.restrict_solutions.value && r.analysis.value > analysis_type::predict)
+    error_at(d, log, r.restrict_solutions.at,
+             fmt::format("restrict works in the analyses solve, sums and predict, not in {}",
+                         word_of(r.analysis.value)));
+  if (r.continue_chain.value)
+    for (const trait_section& t : d.traits)
+      if (t.kind.value == trait_kind::ordered) {
+        error_at(d, log, r.continue_chain.at,
+                 "restarting is not possible with an ordered trait; remove [run] continue");
+        break;
+      }
+  if (r.analysis.value > analysis_type::sums && r.interval.value > r.rounds.value)
+    warning_at(d, log, r.interval.given ? r.interval.at : r.rounds.at,
+               fmt::format("interval = {} is above rounds = {}: no sample is kept", r.interval.value,
+                           r.rounds.value));
+}
+
+} // namespace
+
+double smallest_eigenvalue(const matrix_value& m) {
+  std::vector<double> a = m.value;
+  const int n = m.order, lwork = 34 * n; // (block size 32 + 2) n
+  std::vector<double> w(static_cast<std::size_t>(n)), work(static_cast<std::size_t>(lwork));
+  int info = 0;
+  dsyev_("N", "L", &n, a.data(), &n, w.data(), work.data(), &lwork, &info, 1, 1);
+  return info == 0 ? w.front() : std::numeric_limits<double>::quiet_NaN();
+}
+
+bool is_positive_definite(const matrix_value& m) {
+  constexpr double SMALLEST = 1e-10; // of the matrix with ones on the diagonal
+  matrix_value scaled = m;
+  const std::size_t n = static_cast<std::size_t>(m.order);
+  for (std::size_t i = 0; i < n; ++i)
+    if (!(m.value[i * n + i] > 0.0)) return false;
+  for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t j = 0; j < n; ++j)
+      scaled.value[i * n + j] =
+          m.value[i * n + j] / std::sqrt(m.value[i * n + i]) / std::sqrt(m.value[j * n + j]);
+  return std::all_of(scaled.value.begin(), scaled.value.end(), [](double x) { return std::isfinite(x); }) &&
+         smallest_eigenvalue(scaled) > SMALLEST;
+}
+
+void check_description(model_description& d, message_log& log) {
+  const int before = count_of(log, severity::error);
+  for (trait_section& t : d.traits) read_formula(d, log, t);
+  const bool all_given = std::all_of(d.traits.begin(), d.traits.end(),
+                                     [](const trait_section& t) { return t.formula_text.given; });
+  const bool formulas_are_good = all_given && count_of(log, severity::error) == before;
+  warn_of_classes_in_curves(d, log);
+  make_rows(d, log, formulas_are_good);
+  check_factor_matrices(d, log, formulas_are_good);
+  check_traits(d, log);
+  warn_of_unused_covariables(d, log);
+  check_residual(d, log);
+  check_keep(d, log);
+  check_run(d, log);
+}
+
+} // namespace zeph::prepare

@@ -1,0 +1,109 @@
+// The model description: a TOML file becomes plain records, with the place of every value, and is checked as far as it
+// can be without data. This header is the reference of all keys; docs/prepare.md tells the same to the user.
+//
+// File names are as the user wrote them; relative ones are meant from the folder of the description (path_of).
+// Places are lines and columns of the description, 1-based; {0, 0} is a value that was not given.
+//
+//   title                text
+//
+//   [data]
+//   file        needed   CSV file with a header line
+//   missing     ["NA"]   list of texts or numbers (a single one needs no list) that mean "no value"; a list replaces
+//                        the default; an empty cell is always missing
+//   decimal     "."      "." or ","
+//   separator   ","      ",", ";", "tab" or "blanks" (any run of blanks and tabs); ";" when decimal = ","
+//   columns     none     list of the names, for a file without a header line
+//
+//   [factor.NAME]        one random factor: one covariance matrix, one relationship of the levels. At most one of
+//   pedigree             "file", or { file, animal = "column", sire = .., dam = .., selfing = false, groups = .. }:
+//                        inverse of the pedigree relationship. The columns are "animal", "sire", "dam" unless said.
+//                        selfing = true: an animal may be sire and dam. groups: phantom parent groups, the list of
+//                        their codes, or one text where * and ? stand for any letters ("G*")
+//   inverse              "file" or { file, form }: the inverse of a relationship matrix, ready made
+//   relationship         "file" or { file, form }: a relationship matrix; it is inverted
+//   correlation          "file" or { file, form, holds = "matrix" }: correlations of the levels
+//   dominance            "file" or { file, form, holds = "matrix" }: dominance relationship
+//     form               "triplets": lines "i j value" of identifications, each pair once, all diagonals;
+//                        "dense": header line of identifications, then the square. Left out: triplets when the file
+//                        has three columns
+//     holds              "matrix": it is inverted; "inverse": it is ready made
+//   genotypes, single_step   known, not yet supported
+//   (none of them)       identity; the levels are those of the data
+//   start                order x order matrix (rows; the lower triangle alone will do; a number when the order is 1)
+//   prior_df    0        whole number; 0 is flat
+//   order                list of the names of the rows (factor_row), in the wanted order
+//
+//   [trait.NAME]         in the order of the file: trait 1, 2, ..
+//   formula     needed   see formula.h
+//   column      NAME     column of the observations
+//   kind    "gaussian"   also "censored", "ordered", "binary", "indicator", "sequence", "cured": not yet supported
+//   weight      none     column of weights
+//   categories           list, lowest first (kind ordered)
+//   limits               { code = "column", upper = "column" } (kind censored)
+//   first                { upper = share, of = "trait" } (kind indicator)
+//
+//   [covariable.NAME]    says that NAME in a formula is a number, not a class
+//   column      NAME     column of the data
+//   range                [low, high]: mapped to -1..1 by leg and poly; values outside are errors. Left out: leg takes
+//                        the smallest and largest value of the data, poly the values themselves
+//   center      false    true: less its mean over the records in use; or the number to take away. Not used by leg
+//
+//   [residual]
+//   start                traits x traits matrix, as in a factor
+//   prior_df    0
+//   zero                 pairs of traits without residual covariance: [["yw", "fat"]]
+//   groups      none     column of the residual groups, each with a matrix of its own
+//   start_by_group       table, code of the group = matrix; a group that is not named has `start`
+//
+//   [derive]             NAME = "formula on draws": kept as text, not yet supported
+//
+//   [keep]
+//   solutions   false    true, false, or a list of factors, of effects ("sex", "1") and of "trait.effect": samples kept
+//   residuals   false
+//
+//   [run]
+//   analysis   "solve"   "solve" 0, "sums" 1, "predict" 2, "gibbs" 3; "models" 5, "jump" 6: not yet supported
+//   burnin               rounds; default 0 (solve, sums), else 10000
+//   rounds               default 100000 (solve: at most, it ends when converged)
+//   interval             default 1 (solve, sums), else 10
+//   seeds       [0, 0]   two whole numbers, 0..31328 and 0..30081; 0 is set from the clock
+//   restrict    false    true: full coding, and the program's own restrictions (analysis 0 to 2)
+//   test_level  0        0 and up
+//   continue    false    true: the chain goes on from the files of the last run
+//   prune       false    true: animals without connection to data are left out of the pedigree
+#pragma once
+
+#include "prepare/description_records.h"
+#include "prepare/messages.h"
+#include "prepare/text_places.h"
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace zeph::prepare {
+
+// Reads and checks the description. All faults go to `log`, in the order of lines; nothing is thrown and nothing
+// printed, whatever the text. The result is complete when no error was added.
+model_description read_description(const std::string& path, message_log& log);
+
+// The same for text in memory; `path` is used for messages only.
+model_description parse_description(std::string_view text, const std::string& path, message_log& log);
+
+// A file of the description, seen from where the program stands.
+std::filesystem::path path_of(const model_description& description, const std::string& file);
+
+// A message about a place of the description: file, line, column, the source line and the caret.
+message& error_at(const model_description& description, message_log& log, text_place at, std::string text);
+message& warning_at(const model_description& description, message_log& log, text_place at, std::string text);
+message& note_at(const model_description& description, message_log& log, text_place at, std::string text);
+
+// The covariable of that name, or none.
+const covariable_section* find_covariable(const model_description& description, std::string_view name);
+
+// Words of the description, for messages and listings: "pedigree", "gaussian", "gibbs".
+std::string word_of(relationship_kind kind);
+std::string word_of(trait_kind kind);
+std::string word_of(analysis_type analysis);
+
+} // namespace zeph::prepare
