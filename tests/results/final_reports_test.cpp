@@ -1,0 +1,131 @@
+#include "results/final_reports.h"
+
+#include "result_case.h"
+#include "results/accumulators.h"
+
+using namespace results_test;
+using namespace zeph;
+
+namespace {
+
+struct run_end : result_case {
+  model_records m = dairy_model();
+  equation_layout layout = dairy_layout();
+  sampler_store store;
+  run_frame frame;
+  sample_files files;
+  explicit run_end(std::int32_t analysis_type) {
+    write_dairy_codes(*this);
+    frame.analysis_type = analysis_type;
+    frame.iround = 10;
+    frame.ntr = {2, 1, 2};
+    fill_quarters(store.sol);
+    for (vec<double>* x : {&store.solpostmean, &store.pev, &store.sols}) x->take(dairy_neq);
+  }
+  void open() { open_sample_files(m, layout, frame, files, report); }
+  void samples(int n) {
+    for (int i = 0; i < n; ++i) {
+      write_py(files, frame, 2.0, report);
+      accumulate_solutions(m, layout, store, frame);
+    }
+  }
+  void finish() { final_reports(m, layout, store, frame, files, report); }
+};
+
+std::string quarters_file() {
+  record_bytes bytes;
+  bytes.i(16).end();
+  for (int e = 1; e <= 16; ++e) bytes.i(e).r(e / 4.0).end();
+  return bytes.str();
+}
+
+const std::string header_row = "0  1  7   1           0           0           0         0.00000    \n";
+const std::string title =
+    "\n    Posterior mean (P_MEAN) and standard error (P_STD) for fixed and random effects\n\n";
+
+} // namespace
+
+TEST(final_reports, solver_writes_its_last_solutions) {
+  run_end c(0);
+  c.open();
+  c.finish();
+  EXPECT_EQ(c.content("gibsol").substr(0, header_row.size()), header_row);
+  EXPECT_NE(c.content("gibsol").find("2  2  1   0          20           3           2         2.00000    \n"),
+            std::string::npos);
+  EXPECT_EQ(c.content("solpostmean"), quarters_file());
+  const std::string listing = c.said();
+  EXPECT_EQ(listing.substr(0, title.size()), title); // no fit statistics, no blank line before it
+  EXPECT_FALSE(c.exists("py"));
+  EXPECT_FALSE(c.exists("lpm"));
+  EXPECT_EQ(c.store.sols(16), 4.0); // handed over
+  EXPECT_EQ(c.store.solpostmean(16), 0.0);
+}
+
+TEST(final_reports, sums_of_three_samples_give_fit_solutions_and_description_in_this_order) {
+  run_end c(1);
+  c.m.l_sol_samples = true;
+  c.m.n_sol_cv = -1;
+  c.open();
+  c.samples(3);
+  c.finish();
+  EXPECT_EQ(c.content("gibsol").substr(0, header_row.size()), header_row);
+  EXPECT_EQ(c.content("solpostmean"), quarters_file()); // mean of three equal samples
+  const std::string listing = c.said();
+  const auto fit = listing.find("\nModel fit statistics         \n");
+  const auto solutions =
+      listing.find("\n\n\n    Posterior mean"); // the fit's blank line, one more, the title's
+  const auto description = listing.find("\n A binary filen named \"sol.samples\" has been created\n");
+  EXPECT_EQ(fit, 0u);
+  EXPECT_LT(fit, solutions);
+  EXPECT_LT(solutions, description);
+  EXPECT_NE(description, std::string::npos);
+  EXPECT_EQ(c.frame.nsamples, 0.0);
+}
+
+TEST(final_reports, fewer_than_two_samples_write_no_solutions) {
+  for (const int n : {0, 1}) {
+    run_end c(1);
+    c.open();
+    c.samples(n);
+    c.finish();
+    EXPECT_FALSE(c.exists("gibsol"));
+    EXPECT_FALSE(c.exists("solpostmean"));
+    EXPECT_NE(c.content("lpm"), "");
+    const std::string listing = c.said();
+    EXPECT_EQ(listing.find("Posterior mean"), std::string::npos);
+  }
+}
+
+TEST(final_reports, dust_is_zero_in_solpostmean_too) {
+  run_end c(0);
+  c.store.sol(1) = 1e-14;
+  c.open();
+  c.finish();
+  record_bytes head;
+  head.i(16).end().i(1).r(0.0).end();
+  EXPECT_EQ(c.content("solpostmean").substr(0, head.str().size()), head.str());
+}
+
+TEST(final_reports, files_of_an_earlier_run_are_replaced) {
+  run_end c(0);
+  c.write("gibsol", std::string(100000, 'x'));
+  c.write("solpostmean", std::string(100000, 'x'));
+  c.open();
+  c.finish();
+  EXPECT_EQ(c.content("gibsol").find('x'), std::string::npos);
+  EXPECT_EQ(c.content("solpostmean"), quarters_file());
+  EXPECT_FALSE(c.exists("gibsol.part"));
+  EXPECT_FALSE(c.exists("solpostmean.part"));
+}
+
+TEST(final_reports, write_faults_of_solpostmean_stop_with_code_16) {
+  run_end full(0), blocked(0);
+  const std::string rule = "the file can be opened and written";
+  full.open();
+  std::filesystem::create_symlink("/dev/full", full.path("solpostmean"));
+  EXPECT_EQ(exit_code_of([&] { write_solpostmean(full.layout, full.store, full.report); }), 16);
+  EXPECT_EQ(full.said(), zeph_test::illegal_input_text("solpostmean", "write", "write", rule));
+  std::filesystem::create_directory(blocked.path("solpostmean"));
+  EXPECT_EQ(exit_code_of([&] { write_solpostmean(blocked.layout, blocked.store, blocked.report); }), 16);
+  EXPECT_EQ(blocked.said(), zeph_test::illegal_input_text("solpostmean", "write", "open", rule));
+}
