@@ -91,7 +91,6 @@ void lay_out_equations(run& r) {
   check_model_indices(r.model, r.layout, r.report);
   QVAgib_ALLOC(r.model, r.sampler, r.report);
   allocate_equations(r.layout, r.sampler, r.report);
-  if (r.model.L_TD) trait_deviation_stores(r.report);
   number_fixed_equations(r.model, r.layout, r.report);
   if (r.frame.test_level > 1) print_structures(r.model, r.report);
   SETGROUPS(r.model, r.layout, r.report, r.frame.test_level);
@@ -126,6 +125,7 @@ bool has_missing_traits(const model_records& m, const design_store& d) {
 // Steps 24 to 26: latent traits, random source, start values of missing traits.
 void start_latent_values(run& r) {
   const model_records& m = r.model;
+  if (m.L_TD) trait_deviation_stores(r.report);
   if (m.has_type(trait_categorical)) SETCAT(r.report);
   if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured)) mixture_stores(r.report);
   if (m.has_type(trait_censored) || m.has_type(trait_liability)) start_latent_traits(r.report);
@@ -139,7 +139,7 @@ void start_latent_values(run& r) {
 
 } // namespace
 
-void run_driver(run& r) {
+void start_run(run& r) {
   read_model(r);
   look_for_restart(r);
   mark_zero_covariances(r.model, r.sampler, r.report);
@@ -150,6 +150,10 @@ void run_driver(run& r) {
   start_latent_values(r);
   open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
   allocate_scan_work(r.model, r.layout, r.design, r.work, r.report);
+}
+
+void run_driver(run& r) {
+  start_run(r);
   run_chain(r);
   final_reports(r.model, r.layout, r.sampler, r.frame, r.files, r.report);
   if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");

@@ -5,6 +5,10 @@
 
 namespace zeph {
 
+// Everything before the first round: model, directive lines, layout, start
+// values, data, result files.
+void start_run(run& r);
+
 // From the check of the input files to the last words. Returns after a normal
 // end; every other end is a run_stop.
 void run_driver(run& r);

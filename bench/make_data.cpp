@@ -1,0 +1,188 @@
+// Seeded data of any size: a pedigree over generations, records of one or more
+// traits with herd-year, sex and age effects, and the true breeding values.
+//
+// Writes into a directory: pedigree.csv (animal, sire, dam), data.csv (animal,
+// herdyear, sex, age, y1..yn), truth.csv (animal, true breeding value of each
+// trait) and model.toml, the description that fits them.
+//
+// Breeding values: founders N(0, G); others half the parents' sum plus a
+// Mendelian deviate N(0, (1 - (F_s + F_d)/2) G / 2), inbreeding left out, since
+// mates are drawn from different halves of a generation.
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct sizes {
+  std::int64_t animals = 6000, records = 5000;
+  int traits = 2, generations = 5;
+  std::int64_t herds = 40;
+  std::uint64_t seed = 20;
+  double missing = 0.0; // share of missing observations, traits 2 and up
+  std::string analysis = "solve";
+  std::int64_t rounds = 2000;
+  std::string into = ".";
+};
+
+constexpr double genetic_variance = 40.0, residual_variance = 60.0;
+constexpr double genetic_correlation = 0.5, residual_correlation = 0.2;
+
+struct normal_source {
+  std::mt19937_64 engine;
+  std::normal_distribution<double> standard;
+  explicit normal_source(std::uint64_t seed) : engine(seed) {}
+  double normal() { return standard(engine); }
+  std::int64_t below(std::int64_t n) { return static_cast<std::int64_t>(engine() % static_cast<std::uint64_t>(n)); }
+  double uniform() { return static_cast<double>(engine() >> 11) * 0x1.0p-53; }
+};
+
+// n equally correlated deviates of the given variance.
+void draw(normal_source& source, double variance, double correlation, double* x, int n) {
+  const double shared = std::sqrt(variance * correlation) * source.normal();
+  const double own = std::sqrt(variance * (1 - correlation));
+  for (int t = 0; t < n; ++t) x[t] = shared + own * source.normal();
+}
+
+struct closing {
+  void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using output = std::unique_ptr<std::FILE, closing>;
+
+output create(const sizes& s, const char* name) {
+  output file(std::fopen((std::filesystem::path(s.into) / name).c_str(), "w"));
+  if (!file) throw std::runtime_error(fmt::format("{}/{} can't be written", s.into, name));
+  return file;
+}
+
+struct pedigree {
+  std::vector<std::int64_t> sire, dam; // 0: unknown; animals count from 1
+  std::vector<double> value;           // traits x animals
+};
+
+// Equal generations; parents come from the generation before, one sire to about
+// ten dams.
+pedigree make_pedigree(const sizes& s, normal_source& source) {
+  pedigree p;
+  const auto n = static_cast<std::size_t>(s.animals);
+  const auto traits = static_cast<std::size_t>(s.traits);
+  p.sire.resize(n);
+  p.dam.resize(n);
+  p.value.resize(n * traits);
+  const std::int64_t block = (s.animals + s.generations - 1) / s.generations;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::int64_t before = static_cast<std::int64_t>(i) / block - 1;
+    double* own = &p.value[i * traits];
+    if (before < 0) {
+      draw(source, genetic_variance, genetic_correlation, own, s.traits);
+      continue;
+    }
+    const std::int64_t first = before * block, males = block / 20 + 1;
+    p.sire[i] = first + source.below(males) + 1;
+    p.dam[i] = first + males + source.below(block - males) + 1;
+    draw(source, genetic_variance / 2, genetic_correlation, own, s.traits);
+    for (std::size_t t = 0; t < traits; ++t)
+      own[t] += 0.5 * (p.value[static_cast<std::size_t>(p.sire[i] - 1) * traits + t] +
+                       p.value[static_cast<std::size_t>(p.dam[i] - 1) * traits + t]);
+  }
+  return p;
+}
+
+void write_pedigree(const sizes& s, const pedigree& p) {
+  const output file = create(s, "pedigree.csv"), truth = create(s, "truth.csv");
+  fmt::print(file.get(), "animal,sire,dam\n");
+  fmt::print(truth.get(), "animal");
+  for (int t = 1; t <= s.traits; ++t) fmt::print(truth.get(), ",a{}", t);
+  fmt::print(truth.get(), "\n");
+  for (std::size_t i = 0; i < p.sire.size(); ++i) {
+    fmt::print(file.get(), "{},{},{}\n", i + 1, p.sire[i], p.dam[i]);
+    fmt::print(truth.get(), "{}", i + 1);
+    for (int t = 0; t < s.traits; ++t)
+      fmt::print(truth.get(), ",{:.5f}", p.value[i * static_cast<std::size_t>(s.traits) + static_cast<std::size_t>(t)]);
+    fmt::print(truth.get(), "\n");
+  }
+}
+
+// Records go to the youngest animals, and again when there are more of them.
+void write_records(const sizes& s, const pedigree& p, normal_source& source) {
+  const output file = create(s, "data.csv");
+  fmt::print(file.get(), "animal,herdyear,sex,age");
+  for (int t = 1; t <= s.traits; ++t) fmt::print(file.get(), ",y{}", t);
+  fmt::print(file.get(), "\n");
+  std::vector<double> herd(static_cast<std::size_t>(s.herds * s.traits));
+  for (double& effect : herd) effect = 5.0 * source.normal();
+  std::vector<double> residual(static_cast<std::size_t>(s.traits));
+  for (std::int64_t r = 0; r < s.records; ++r) {
+    const std::int64_t animal = s.animals - 1 - r % s.animals, herdyear = source.below(s.herds), sex = animal % 2;
+    const double age = 20.0 + 10.0 * source.uniform();
+    draw(source, residual_variance, residual_correlation, residual.data(), s.traits);
+    fmt::print(file.get(), "{},{},{},{:.3f}", animal + 1, herdyear + 1, sex == 0 ? "F" : "M", age);
+    for (int t = 0; t < s.traits; ++t) {
+      const double y = 200.0 + 10.0 * t + herd[static_cast<std::size_t>(herdyear * s.traits + t)] +
+                       4.0 * static_cast<double>(sex) + 0.7 * age +
+                       p.value[static_cast<std::size_t>(animal * s.traits + t)] + residual[static_cast<std::size_t>(t)];
+      if (t > 0 && source.uniform() < s.missing) fmt::print(file.get(), ",NA");
+      else fmt::print(file.get(), ",{:.3f}", y);
+    }
+    fmt::print(file.get(), "\n");
+  }
+}
+
+std::string square(int n, double variance, double correlation) {
+  std::string text = "[";
+  for (int i = 0; i < n; ++i) {
+    text += i == 0 ? "[" : ",\n         [";
+    for (int j = 0; j < n; ++j) text += fmt::format("{}{}", j == 0 ? "" : ", ", i == j ? variance : variance * correlation);
+    text += "]";
+  }
+  return text + "]";
+}
+
+void write_model(const sizes& s) {
+  const output file = create(s, "model.toml");
+  fmt::print(file.get(), "title = \"Made data: {} records, {} animals, seed {}\"\n\n[data]\nfile    = \"data.csv\"\n"
+                         "missing = [\"NA\"]\n\n[factor.animal]\npedigree = \"pedigree.csv\"\nstart = {}\n\n",
+             s.records, s.animals, s.seed, square(s.traits, genetic_variance, genetic_correlation));
+  for (int t = 1; t <= s.traits; ++t)
+    fmt::print(file.get(), "[trait.y{}]\nformula = \"1 + herdyear + sex + age + (1 | animal)\"\n\n", t);
+  fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\n"
+                         "burnin   = 0\nrounds   = {}\ninterval = 1\nseeds    = [1201, 707]\n",
+             square(s.traits, residual_variance, residual_correlation), s.analysis, s.rounds);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  sizes s;
+  CLI::App app("zeph-make-data: seeded data of any size for ZEPH");
+  app.add_option("--into", s.into, "directory to write into");
+  app.add_option("--animals", s.animals, "animals of the pedigree")->check(CLI::Range(100, 100000000));
+  app.add_option("--records", s.records, "data records")->check(CLI::Range(1, 100000000));
+  app.add_option("--traits", s.traits, "traits")->check(CLI::Range(1, 20));
+  app.add_option("--generations", s.generations, "generations")->check(CLI::Range(1, 50));
+  app.add_option("--herds", s.herds, "levels of herd-year")->check(CLI::Range(1, 10000000));
+  app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")->check(CLI::Range(0.0, 0.9));
+  app.add_option("--analysis", s.analysis, "analysis of the model description");
+  app.add_option("--rounds", s.rounds, "rounds of the model description");
+  app.add_option("--seed", s.seed, "seed");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    std::filesystem::create_directories(s.into);
+    normal_source source(s.seed);
+    const pedigree p = make_pedigree(s, source);
+    write_pedigree(s, p);
+    write_records(s, p, source);
+    write_model(s);
+  } catch (const std::exception& fault) {
+    fmt::print(stderr, "zeph-make-data: {}\n", fault.what());
+    return 2;
+  }
+  return 0;
+}
