@@ -1,0 +1,397 @@
+#include "prepare/csv_columns.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <set>
+
+#include <csv.h>
+
+namespace zeph::prepare {
+
+namespace {
+
+constexpr std::size_t MOST_LISTED = 10000; // of one kind of fault; the rest are counted
+
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+std::string_view trimmed(std::string_view s) {
+  while (!s.empty() && is_blank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && is_blank(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+// The next line of `rest` with its end (LF, CRLF or CR), taken off from `rest`.
+std::string_view take_line(std::string_view& rest) {
+  std::size_t end = rest.find_first_of("\r\n");
+  if (end == std::string_view::npos)
+    end = rest.size();
+  else
+    end += rest.substr(end, 2) == "\r\n" ? 2 : 1;
+  const std::string_view line = rest.substr(0, end);
+  rest.remove_prefix(end);
+  return line;
+}
+
+std::string_view without_end(std::string_view line) {
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  return line;
+}
+
+// The rows as they come from the file, before they are cells of a table.
+struct row_sink {
+  csv_columns* table = nullptr;
+  message_log* log = nullptr;
+  std::int64_t line = 0;        // of the file, being read
+  std::int64_t row_line = 0;    // where the row began; 0: no row is open
+  std::vector<std::string> row; // cells of the open row
+  std::size_t n = 0;            // cells in use
+  bool header_done = false;
+  std::size_t n_ragged = 0;
+};
+
+void add_cell(row_sink& sink, std::string_view cell) {
+  if (sink.n == sink.row.size()) sink.row.emplace_back();
+  sink.row[sink.n++].assign(trimmed(cell));
+}
+
+source_place place_of(const csv_columns& table, std::int64_t line) {
+  return {table.file, static_cast<int>(line), 0};
+}
+
+void note_ragged(row_sink& sink) {
+  if (++sink.n_ragged > MOST_LISTED) return;
+  const std::size_t width = sink.table->n_columns();
+  add_error(*sink.log, place_of(*sink.table, sink.row_line),
+            fmt::format("{} {} here, but {} columns in the header", sink.n, sink.n == 1 ? "value" : "values",
+                        width),
+            "ragged " + sink.table->file);
+}
+
+void end_row(row_sink& sink) {
+  csv_columns& table = *sink.table;
+  if (!sink.header_done) {
+    table.header.assign(sink.row.begin(), sink.row.begin() + static_cast<std::ptrdiff_t>(sink.n));
+    sink.header_done = true;
+  } else if (sink.n != table.n_columns()) {
+    note_ragged(sink);
+  } else {
+    table.line.push_back(sink.row_line);
+    for (std::size_t c = 0; c < sink.n; ++c) {
+      table.text += sink.row[c];
+      table.cell_end.push_back(table.text.size());
+    }
+  }
+  sink.n = 0;
+  sink.row_line = 0;
+}
+
+void on_cell(void* text, std::size_t n, void* sink) {
+  add_cell(*static_cast<row_sink*>(sink), {static_cast<const char*>(text), n});
+}
+
+void on_row(int, void* sink) { end_row(*static_cast<row_sink*>(sink)); }
+
+// Lines are fed one by one, so that a record knows the line where it begins.
+void read_separated(std::string_view content, row_sink& sink) {
+  csv_parser parser;
+  if (csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) != 0) {
+    add_error(*sink.log, place_of(*sink.table, 0), "no memory to read the file");
+    return;
+  }
+  csv_set_delim(&parser, static_cast<unsigned char>(sink.table->layout.separator));
+  bool good = true;
+  while (good && !content.empty()) {
+    const std::string_view line = take_line(content);
+    ++sink.line;
+    if (sink.row_line == 0) sink.row_line = sink.line;
+    good = csv_parse(&parser, line.data(), line.size(), on_cell, on_row, &sink) == line.size();
+    if (good && sink.n == 0 && parser.entry_pos == 0 && parser.quoted == 0) sink.row_line = 0;
+  }
+  if (!good)
+    add_error(*sink.log, place_of(*sink.table, sink.line),
+              "a quote stands inside a value; put the whole value in quotes and write the inner quote twice");
+  else if (csv_fini(&parser, on_cell, on_row, &sink) != 0)
+    add_error(*sink.log, place_of(*sink.table, sink.row_line), "a quote is opened here and never closed");
+  csv_free(&parser);
+}
+
+// A cell is a run of bytes that are not blanks, or a text in quotes.
+void read_blank_separated(std::string_view content, row_sink& sink) {
+  while (!content.empty()) {
+    std::string_view line = trimmed(without_end(take_line(content)));
+    sink.row_line = ++sink.line;
+    if (line.empty()) continue;
+    while (!line.empty()) {
+      const bool quoted = line.front() == '"';
+      if (quoted) line.remove_prefix(1);
+      std::size_t end = quoted ? line.find('"') : line.find_first_of(" \t");
+      if (quoted && end == std::string_view::npos)
+        add_error(*sink.log, place_of(*sink.table, sink.line), "a quote is opened here and never closed");
+      end = std::min(end, line.size());
+      add_cell(sink, line.substr(0, end));
+      line = trimmed(line.substr(std::min(end + (quoted ? 1 : 0), line.size())));
+    }
+    end_row(sink);
+  }
+}
+
+// The most frequent of tab, semicolon and comma outside quotes; else blanks, if there are any between words.
+char separator_of(std::string_view first_line) {
+  constexpr std::array<char, 3> candidates{'\t', ';', ','};
+  std::array<std::size_t, 3> count{};
+  bool quoted = false;
+  for (const char c : first_line) {
+    if (c == '"') quoted = !quoted;
+    if (quoted) continue;
+    for (std::size_t k = 0; k < candidates.size(); ++k)
+      if (c == candidates[k]) ++count[k];
+  }
+  const auto best = static_cast<std::size_t>(std::max_element(count.begin(), count.end()) - count.begin());
+  if (count[best] > 0) return candidates[best];
+  const std::string_view words = trimmed(first_line);
+  return words.find('"') == std::string_view::npos && words.find(' ') != std::string_view::npos ? ' ' : ',';
+}
+
+std::string_view first_line_of(std::string_view content) {
+  std::string_view line;
+  while (!content.empty() && trimmed(line).empty()) line = without_end(take_line(content));
+  return line;
+}
+
+void check_header(const csv_columns& table, message_log& log) {
+  const bool given = !table.layout.columns.empty();
+  std::set<std::string_view> seen;
+  for (const std::string& name : table.header) {
+    double value = 0.0;
+    if (!given && number_in(name, table.layout.decimal, value)) {
+      add_error(
+          log, place_of(table, 1),
+          fmt::format("the first line holds the number {}; it must hold the names of the columns", name));
+      return;
+    }
+    if (!name.empty() && !seen.insert(name).second)
+      add_error(log, place_of(table, given ? 0 : 1), fmt::format("two columns have the name \"{}\"", name));
+  }
+}
+
+} // namespace
+
+csv_columns read_csv_text(std::string_view content, const std::string& file, const csv_layout& layout,
+                          message_log& log) {
+  csv_columns table;
+  table.file = file;
+  table.layout = layout;
+  if (content.starts_with("\xEF\xBB\xBF")) content.remove_prefix(3);
+  const std::string_view first = first_line_of(content);
+  if (trimmed(first).empty()) {
+    add_error(log, {file, 0, 0}, "the file is empty");
+    return table;
+  }
+  if (first.find('\0') != std::string_view::npos) {
+    add_error(log, {file, 1, 0}, "this is no text (save the file as CSV in UTF-8)");
+    return table;
+  }
+  if (layout.separator == '\0') table.layout.separator = separator_of(first);
+
+  row_sink sink;
+  sink.table = &table;
+  sink.log = &log;
+  if (!layout.columns.empty()) {
+    table.header = layout.columns;
+    sink.header_done = true;
+  }
+  table.text.reserve(content.size());
+  if (table.layout.separator == ' ')
+    read_blank_separated(content, sink);
+  else
+    read_separated(content, sink);
+
+  if (sink.n_ragged > MOST_LISTED)
+    add_error(log, {file, 0, 0}, fmt::format("{} rows in all do not fit the header", sink.n_ragged));
+  check_header(table, log);
+  if (table.n_records() == 0 && sink.n_ragged == 0)
+    add_error(log, {file, 0, 0}, "there are no records below the header");
+  return table;
+}
+
+csv_columns read_csv(const std::string& path, const csv_layout& layout, message_log& log) {
+  std::ifstream in(path, std::ios::binary);
+  std::string content;
+  if (in) {
+    in.seekg(0, std::ios::end);
+    const std::streamoff size = in.tellg();
+    in.seekg(0);
+    if (size > 0) {
+      content.resize(static_cast<std::size_t>(size));
+      in.read(content.data(), size);
+    }
+  }
+  if (!in) {
+    add_error(log, {path, 0, 0}, "the file cannot be read");
+    csv_columns none;
+    none.file = path;
+    none.layout = layout;
+    return none;
+  }
+  return read_csv_text(content, path, layout, log);
+}
+
+std::size_t find_column(const csv_columns& table, std::string_view name) {
+  const auto at = std::find(table.header.begin(), table.header.end(), name);
+  return at == table.header.end() || name.empty() ? no_column
+                                                  : static_cast<std::size_t>(at - table.header.begin());
+}
+
+std::size_t require_column(const csv_columns& table, std::string_view name, message_log& log) {
+  const std::size_t c = find_column(table, name);
+  if (c == no_column) {
+    message& m = add_error(log, {table.file, 0, 0},
+                           fmt::format("no column \"{}\"; the columns are: {}", name, joined(table.header)));
+    m.hint = nearest_hint(name, table.header);
+  }
+  return c;
+}
+
+bool is_missing(const csv_columns& table, std::size_t c, std::size_t r) {
+  const std::string_view cell = table.cell(c, r);
+  const std::vector<std::string>& codes = table.layout.missing;
+  return cell.empty() || std::find(codes.begin(), codes.end(), cell) != codes.end();
+}
+
+bool number_in(std::string_view cell, char decimal, double& value) {
+  constexpr std::size_t LONGEST = 400; // no double needs more digits
+  if (cell.size() > 1 && cell.front() == '+' && cell[1] != '-') cell.remove_prefix(1);
+  if (cell.empty() || cell.size() > LONGEST) return false;
+  std::array<char, LONGEST> copy{};
+  std::copy(cell.begin(), cell.end(), copy.begin());
+  char* const end = copy.data() + cell.size();
+  if (decimal != '.') {
+    if (std::find(copy.data(), end, '.') != end) return false;
+    std::replace(copy.data(), end, decimal, '.');
+  }
+  const auto [stop, fault] = std::from_chars(copy.data(), end, value);
+  return fault == std::errc{} && stop == end && std::isfinite(value);
+}
+
+std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log) {
+  std::vector<double> values(table.n_records(), std::numeric_limits<double>::quiet_NaN());
+  const char decimal = table.layout.decimal;
+  const char other = decimal == '.' ? ',' : '.';
+  std::size_t n_faults = 0;
+  for (std::size_t r = 0; r < values.size(); ++r) {
+    if (is_missing(table, c, r)) continue;
+    double value = 0.0;
+    const std::string_view cell = table.cell(c, r);
+    if (number_in(cell, decimal, value)) {
+      values[r] = value;
+      continue;
+    }
+    if (++n_faults > MOST_LISTED) continue;
+    std::string text = fmt::format("\"{}\" in column {} is no number", cell, table.header[c]);
+    if (number_in(cell, other, value))
+      text += fmt::format(" (decimal {}? set decimal = \"{}\" in [data])", other == ',' ? "comma" : "point",
+                          other);
+    add_error(log, place_of(table, table.line[r]), std::move(text),
+              "number " + table.file + " " + table.header[c]);
+  }
+  if (n_faults > MOST_LISTED)
+    add_error(log, {table.file, 0, 0},
+              fmt::format("{} values of column {} in all are no numbers", n_faults, table.header[c]));
+  return values;
+}
+
+std::size_t first_fraction(const csv_columns& table, std::size_t c) {
+  for (std::size_t r = 0; r < table.n_records(); ++r) {
+    double value = 0.0;
+    if (!is_missing(table, c, r) && number_in(table.cell(c, r), table.layout.decimal, value) &&
+        value != std::floor(value))
+      return r;
+  }
+  return table.n_records();
+}
+
+column_statistics statistics_of(std::span<const double> values) {
+  column_statistics s;
+  double sum = 0.0;
+  for (const double x : values) {
+    if (std::isnan(x)) continue;
+    s.min = s.n == 0 ? x : std::min(s.min, x);
+    s.max = s.n == 0 ? x : std::max(s.max, x);
+    sum += x;
+    ++s.n;
+  }
+  if (s.n == 0) return s;
+  s.mean = sum / static_cast<double>(s.n);
+  double squares = 0.0;
+  for (const double x : values)
+    if (!std::isnan(x)) squares += (x - s.mean) * (x - s.mean);
+  if (s.n > 1) s.sd = std::sqrt(squares / static_cast<double>(s.n - 1));
+  return s;
+}
+
+namespace {
+
+// A value that many records share and that stands apart from the rest, which runs from others.front() to .back().
+bool far_from(double value, std::span<const double> others) {
+  double widest = 0.0;
+  std::size_t n_different = others.empty() ? 0 : 1;
+  for (std::size_t k = 1; k < others.size(); ++k) {
+    widest = std::max(widest, others[k] - others[k - 1]);
+    if (others[k] > others[k - 1]) ++n_different;
+  }
+  if (n_different < 3) return false;
+  const double gap = value < others.front() ? others.front() - value : value - others.back();
+  return gap > widest && gap > 2.0 * statistics_of(others).sd;
+}
+
+std::string_view records(std::size_t n) { return n == 1 ? "record" : "records"; }
+
+// -9, 99, -999, 9999.. and -1: the usual codes.
+bool looks_like_code(double value, bool smallest) {
+  if (smallest && value == -1.0) return true;
+  double nines = std::abs(value);
+  if (smallest && value == -9.0) return true;
+  if (nines < 99.0 || nines > 1e12 || nines != std::floor(nines)) return false;
+  while (nines >= 9.0 && std::fmod(nines, 10.0) == 9.0) nines = std::floor(nines / 10.0);
+  return nines == 0.0;
+}
+
+} // namespace
+
+void warn_of_missing_codes(const csv_columns& table, std::size_t c, std::span<const double> values,
+                           message_log& log) {
+  std::vector<double> sorted;
+  for (const double x : values)
+    if (!std::isnan(x)) sorted.push_back(x);
+  std::sort(sorted.begin(), sorted.end());
+  if (sorted.empty()) return;
+  const std::span<const double> all(sorted);
+  const auto lower =
+      static_cast<std::size_t>(std::upper_bound(all.begin(), all.end(), all.front()) - all.begin());
+  const auto upper =
+      static_cast<std::size_t>(all.end() - std::lower_bound(all.begin(), all.end(), all.back()));
+  const std::string& name = table.header[c];
+
+  if (all.front() == 0.0 && far_from(0.0, all.subspan(lower)))
+    add_warning(log, {table.file, 0, 0},
+                fmt::format("{} is exactly 0 in {} of {} records, the next smallest value is {};\n"
+                            "if 0 means missing, add it to [data] missing",
+                            name, lower, all.size(), all[lower]));
+  else if (looks_like_code(all.front(), true) && all.front() < 0.0 &&
+           far_from(all.front(), all.subspan(lower)))
+    add_warning(log, {table.file, 0, 0},
+                fmt::format("{} is {} in {} {}, all others lie between {} and {}: missing code?", name,
+                            all.front(), lower, records(lower), all[lower], all.back()));
+  if (looks_like_code(all.back(), false) && far_from(all.back(), all.first(all.size() - upper)))
+    add_warning(log, {table.file, 0, 0},
+                fmt::format("{} is {} in {} {}, all others lie between {} and {}: missing code?", name,
+                            all.back(), upper, records(upper), all.front(), all[all.size() - upper - 1]));
+}
+
+} // namespace zeph::prepare
