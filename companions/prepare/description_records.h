@@ -67,6 +67,7 @@ struct matrix_source {
   text_value file;
   stated<matrix_form> form;
   stated<bool> holds_inverse; // the file needs no inversion; always true for `inverse`
+  stated<double> blend;       // 0..1, weight of the identity that is blended in before the inversion
 };
 
 // One row of a factor's covariance matrix, that is one coefficient of a trait: what (trait, random term, effect of its

@@ -30,8 +30,10 @@ const known_table FACTOR = {"[factor.NAME]",
                             {"pedigree", "inverse", "relationship", "genotypes", "single_step", "dominance",
                              "correlation", "start", "prior_df", "order"}};
 const known_table PEDIGREE = {"pedigree = { .. }", {"file", "animal", "sire", "dam", "selfing", "groups"}};
-const known_table MATRIX = {"the table of the matrix, { file = .. }", {"file", "form"}};
-const known_table MATRIX_OR_INVERSE = {"the table of the matrix, { file = .. }", {"file", "form", "holds"}};
+const known_table INVERSE = {"inverse = { .. }", {"file", "form"}};
+const known_table MATRIX = {"relationship = { .. }", {"file", "form", "blend"}};
+const known_table MATRIX_OR_INVERSE = {"dominance = { .. } or correlation = { .. }",
+                                       {"file", "form", "holds", "blend"}};
 const known_table TRAIT = {"[trait.NAME]",
                            {"formula", "column", "kind", "weight", "categories", "limits", "first"}};
 const known_table LIMITS = {"limits = { .. }", {"code", "upper"}};
@@ -45,9 +47,8 @@ const known_table RUN = {
 
 // The table that knows the key, for a key that stands in the wrong one.
 std::string table_of_key(std::string_view key) {
-  if (key == "blend") return {};
-  for (const known_table* table : {&DATA, &RUN, &PEDIGREE, &MATRIX_OR_INVERSE, &FACTOR, &TRAIT, &COVARIABLE,
-                                   &RESIDUAL, &KEEP, &LIMITS, &FIRST})
+  for (const known_table* table : {&DATA, &RUN, &PEDIGREE, &MATRIX, &MATRIX_OR_INVERSE, &FACTOR, &TRAIT,
+                                   &COVARIABLE, &RESIDUAL, &KEEP, &LIMITS, &FIRST})
     if (std::find(table->keys.begin(), table->keys.end(), key) != table->keys.end()) return table->title;
   return {};
 }
@@ -160,28 +161,39 @@ pedigree_source read_pedigree(const table_view& factor, const toml::node& node) 
   return p;
 }
 
-matrix_source read_matrix_source(const table_view& factor, const toml::node& node, std::string_view key) {
+void read_blend(const table_view& t, matrix_source& m) {
+  m.blend = read_number(t, "blend", 0.0);
+  if (m.blend.given && !(m.blend.value >= 0.0 && m.blend.value < 1.0))
+    error_in(t, m.blend.at, t.title + " blend must be from 0 to below 1");
+  if (m.blend.given && m.holds_inverse.value)
+    error_in(t, m.blend.at, t.title + " blend needs the matrix, not its inverse");
+}
+
+matrix_source read_matrix_source(const table_view& factor, const toml::node& node, relationship_kind kind) {
   matrix_source m;
-  m.holds_inverse.value = key == "inverse";
-  const std::string what = fmt::format("{} {}", factor.title, key);
+  const bool inverse = kind == relationship_kind::inverse;
+  const std::string key = word_of(kind), what = fmt::format("{} {}", factor.title, key);
+  m.holds_inverse.value = inverse;
   if (!node.is_string() && !node.is_table()) {
     wrong_type(factor, node, what, "a file name or a table { file = .. }");
     return m;
   }
-  const bool either = key == "dominance" || key == "correlation";
-  table_view t{node.as_table(), what, factor.description, factor.log};
-  refuse_unknown_keys(t, either ? MATRIX_OR_INVERSE.keys : MATRIX.keys, table_of_key);
+  const bool either = !inverse && kind != relationship_kind::relationship;
+  const known_table& known = inverse ? INVERSE : either ? MATRIX_OR_INVERSE : MATRIX;
+  const table_view t{node.as_table(), what, factor.description, factor.log};
+  refuse_unknown_keys(t, known.keys, table_of_key);
   m.file = node.is_string() ? read_text(factor, key) : read_text(t, "file");
   if (node.is_table() && find(t, "file") == nullptr)
     error_in(t, place_of(node), what + " needs file = \"...\"");
-  const std::vector<std::string> forms = {"triplets", "dense"};
+  const std::vector<std::string> forms = {"triplets", "dense"}, contents = {"matrix", "inverse"};
   const stated<std::size_t> form = read_word(t, "form", forms, 0);
   m.form = {form.value == 0 ? matrix_form::triplets : matrix_form::dense, form.at, form.given};
   if (!form.given) m.form.value = matrix_form::by_columns;
-  if (!either) return m;
-  const std::vector<std::string> contents = {"matrix", "inverse"};
-  const stated<std::size_t> holds = read_word(t, "holds", contents, 0);
-  m.holds_inverse = {holds.value == 1, holds.at, holds.given};
+  if (either) {
+    const stated<std::size_t> holds = read_word(t, "holds", contents, 0);
+    m.holds_inverse = {holds.value == 1, holds.at, holds.given};
+  }
+  if (!inverse) read_blend(t, m);
   return m;
 }
 
@@ -205,7 +217,7 @@ void read_relationship(const table_view& t, factor_section& f) {
     else if (kind == relationship_kind::pedigree)
       f.pedigree = read_pedigree(t, *node);
     else
-      f.matrix = read_matrix_source(t, *node, KINDS[k]);
+      f.matrix = read_matrix_source(t, *node, kind);
   }
 }
 

@@ -20,13 +20,15 @@
 //                        selfing = true: an animal may be sire and dam. groups: phantom parent groups, the list of
 //                        their codes, or one text where * and ? stand for any letters ("G*")
 //   inverse              "file" or { file, form }: the inverse of a relationship matrix, ready made
-//   relationship         "file" or { file, form }: a relationship matrix; it is inverted
-//   correlation          "file" or { file, form, holds = "matrix" }: correlations of the levels
-//   dominance            "file" or { file, form, holds = "matrix" }: dominance relationship
+//   relationship         "file" or { file, form, blend }: a relationship matrix; it is inverted
+//   correlation          "file" or { file, form, blend, holds = "matrix" }: correlations of the levels
+//   dominance            "file" or { file, form, blend, holds = "matrix" }: dominance relationship
 //     form               "triplets": lines "i j value" of identifications, each pair once, all diagonals;
 //                        "dense": header line of identifications, then the square. Left out: triplets when the file
 //                        has three columns
 //     holds              "matrix": it is inverted; "inverse": it is ready made
+//     blend              0 to below 1: (1 - blend) M + blend I is inverted in place of M. Left out: 0.05 is blended
+//                        in only when M is near singular (a warning tells)
 //   genotypes, single_step   known, not yet supported
 //   (none of them)       identity; the levels are those of the data
 //   start                order x order matrix (rows; the lower triangle alone will do; a number when the order is 1)

@@ -361,6 +361,20 @@ formula = "1 + (1|p|a) + (1|q|a) + (1|i|a) + (1|r|a) + (1|d|a) + (1|c|a)"
   EXPECT_EQ(word_of(r.d.factors[5].kind), "correlation");
 }
 
+TEST(model_description, blending_is_a_share_of_a_matrix_that_is_inverted) {
+  const result r =
+      read(small("[factor.b]\nrelationship = { file = \"G.txt\", blend = 0.01 }\n", "1 + (1|a) + (1|b)"));
+  EXPECT_EQ(told(r), "");
+  EXPECT_TRUE(r.d.factors[1].matrix.blend.given);
+  EXPECT_EQ(r.d.factors[1].matrix.blend.value, 0.01);
+  EXPECT_FALSE(read(small("[factor.b]\nrelationship = \"G\"")).d.factors[1].matrix.blend.given);
+  EXPECT_EQ(told(read(small("[factor.b]\nrelationship = { file = \"G\", blend = 1 }", "1 + (1|a) + (1|b)"))),
+            "model.toml:7:38: error: [factor.b] relationship blend must be from 0 to below 1\n");
+  EXPECT_EQ(told(read(small("[factor.b]\ndominance = { file = \"G\", holds = \"inverse\", blend = 0.1 }",
+                            "1 + (1|a) + (1|b)"))),
+            "model.toml:7:54: error: [factor.b] dominance blend needs the matrix, not its inverse\n");
+}
+
 TEST(model_description, start_matrices_may_be_full_a_triangle_or_a_number) {
   EXPECT_EQ(read(small("[residual]\nstart = 40")).d.residual.start.value, std::vector<double>{40.0});
   EXPECT_EQ(read(small("[residual]\nstart = [40]")).d.residual.start.order, 1);
@@ -941,6 +955,9 @@ TEST(model_description, no_text_at_all_can_break_the_reading) {
             "model.toml: error: this is no model description: a key has more than 16 dots\n");
   EXPECT_GT(read(std::string("\0\xFF\xFE", 3)).log.entries.size(), 0U);
   EXPECT_GT(read(std::string(std::size_t{17} << 20, ' ')).log.entries.size(), 0U);
+
+  EXPECT_EQ(told(read("\n[+a]")).substr(0, 20), "model.toml:2:2: erro");           // no sign of a key
+  EXPECT_EQ(told(read("\n\xC3\xA5ge = 1")).substr(0, 20), "model.toml:2:1: erro"); // a letter outside ASCII
 
   const std::vector<std::string> bases = {GRYPHON, MATERNAL, TEST_DAY, CALVING, MIXTURE};
   const std::string signs = "\"'[]{}=.,#\n\\ 0(|)+:-x\xC3";
