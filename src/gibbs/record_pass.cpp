@@ -9,14 +9,16 @@
 namespace zeph {
 namespace {
 
-// RHS(XD1(i)) += sum over t of y(t) ZDRII(i,t)
+// RHS(XD1(i)) += sum over t of y(t) ZDRII(i,t). Elements that are 0 are passed
+// over: what stands in the place of a missing trait may be no number.
 void add_right_hand_side(scan_records& r, std::int32_t irec, std::int32_t i) {
   const design_store& d = r.design;
   const std::int32_t nt = r.model.nt, trait = d.XD2_M(i, irec);
   const double z = d.ZD_M(i, irec);
   const float* y = d.Y_M.col(irec);
   double sum = 0;
-  for (std::int32_t t = 1; t <= nt; ++t) sum += static_cast<double>(y[t - 1]) * (r.work.riff(trait, t) * z);
+  for (std::int32_t t = 1; t <= nt; ++t)
+    if (const double w = r.work.riff(trait, t); w != 0.0) sum += static_cast<double>(y[t - 1]) * (w * z);
   r.sampler.RHS(d.XD1_M(i, irec)) += sum;
 }
 
