@@ -6,6 +6,7 @@
 #include <cmath>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 
 namespace zeph::prepare {
 namespace {
@@ -279,6 +280,28 @@ TEST(model_description, a_mixture_is_read_and_refused_by_name) {
   EXPECT_EQ(r.d.traits.at(0).terms.shifts.at(0).trait, "infected");
   EXPECT_EQ(r.d.traits.at(1).first_upper.value, 0.2);
   EXPECT_EQ(r.d.traits.at(1).first_of.value, "scs");
+}
+
+// The blocks of the page that begin with a title are whole descriptions.
+TEST(model_description, the_examples_of_the_page_are_read_without_a_message) {
+  std::ifstream page(ZEPH_SOURCE_DIR "/docs/prepare.md");
+  ASSERT_TRUE(page);
+  const std::string text{std::istreambuf_iterator<char>(page), std::istreambuf_iterator<char>()};
+  const std::string opening = "```toml\ntitle";
+  int n = 0;
+  for (std::size_t at = text.find(opening); at != std::string::npos; at = text.find(opening, at + 1)) {
+    const std::size_t begin = at + opening.size() - 5;
+    EXPECT_EQ(told(read(text.substr(begin, text.find("```", begin) - begin))), "");
+    ++n;
+  }
+  EXPECT_EQ(n, 3);
+}
+
+TEST(model_description, a_trait_takes_column_and_weight) {
+  const result r = read(small("column = \"y1\"\nweight = \"w\"\n"));
+  EXPECT_EQ(told(r), "");
+  EXPECT_EQ(r.d.traits[0].column.value, "y1");
+  EXPECT_EQ(r.d.traits[0].weight.value, "w");
 }
 
 // ---- defaults and all keys
