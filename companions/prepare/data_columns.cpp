@@ -1,0 +1,102 @@
+#include "prepare/data_columns.h"
+
+#include "prepare/messages.h"
+
+#include <fmt/format.h>
+
+#include <set>
+
+namespace zeph::prepare {
+
+namespace {
+
+csv_layout layout_of(const data_section& data) {
+  csv_layout layout;
+  if (data.separator.given) layout.separator = data.separator.value;
+  if (data.decimal.value != '\0') layout.decimal = data.decimal.value;
+  for (const text_value& code : data.missing) layout.missing.push_back(code.value);
+  for (const text_value& name : data.columns) layout.columns.push_back(name.value);
+  return layout;
+}
+
+// Columns by use; a set each, in the order of names.
+struct columns_in_use {
+  std::set<std::string> observations, other_numbers, classes, levels;
+};
+
+void add_effect(const model_description& d, const effect& e, columns_in_use& out) {
+  if (const atom* x = covariable_atom(e)) out.other_numbers.insert(column_of_covariable(d, x->name));
+  for (const std::string& column : class_columns(e)) out.classes.insert(column);
+}
+
+columns_in_use columns_of(const model_description& d) {
+  columns_in_use out;
+  for (const trait_section& trait : d.traits) {
+    out.observations.insert(trait.column.value);
+    if (!trait.weight.value.empty()) out.other_numbers.insert(trait.weight.value);
+    for (const effect& e : trait.terms.fixed) add_effect(d, e, out);
+    for (const random_term& term : trait.terms.random) {
+      for (const effect& e : term.left) add_effect(d, e, out);
+      for (const named_column& column : term.columns) out.levels.insert(column.name);
+    }
+  }
+  if (!d.residual.groups.value.empty()) out.classes.insert(d.residual.groups.value);
+  return out;
+}
+
+void refuse_fraction(const csv_columns& table, std::size_t c, message_log& log) {
+  const std::size_t r = first_fraction(table, c);
+  if (r >= table.n_records()) return;
+  const std::string& name = table.header[c];
+  add_error(log, {table.file, static_cast<int>(table.line[r]), 0},
+            fmt::format("\"{}\" in column {}: a class with a fraction? for a covariable say [covariable.{}]",
+                        table.cell(c, r), name, name));
+}
+
+} // namespace
+
+std::string column_of_covariable(const model_description& d, const std::string& name) {
+  const covariable_section* section = find_covariable(d, name);
+  return section != nullptr && !section->column.value.empty() ? section->column.value : name;
+}
+
+const atom* covariable_atom(const effect& e) {
+  return e.covariable < 0 ? nullptr : &e.atoms[static_cast<std::size_t>(e.covariable)];
+}
+
+std::vector<std::string> class_columns(const effect& e) {
+  std::vector<std::string> out;
+  for (std::size_t a = 0; a < e.atoms.size(); ++a)
+    if (static_cast<int>(a) != e.covariable) out.push_back(e.atoms[a].name);
+  return out;
+}
+
+std::string class_name(const effect& e) {
+  std::string out;
+  for (const std::string& column : class_columns(e)) out += (out.empty() ? "" : ":") + column;
+  return out;
+}
+
+data_columns read_data_columns(const model_description& d, message_log& log) {
+  data_columns out;
+  out.table = read_csv(path_of(d, d.data.file.value).string(), layout_of(d.data), log);
+  out.table.file = d.data.file.value;
+  if (out.table.header.empty()) return out;
+
+  const columns_in_use used = columns_of(d);
+  std::set<std::string> all = used.observations;
+  for (const auto* part : {&used.other_numbers, &used.classes, &used.levels})
+    all.insert(part->begin(), part->end());
+  for (const std::string& name : all) {
+    const std::size_t c = require_column(out.table, name, log);
+    if (c == no_column) continue;
+    if (used.classes.contains(name)) refuse_fraction(out.table, c, log);
+    if (!used.observations.contains(name) && !used.other_numbers.contains(name)) continue;
+    std::vector<double> values = column_numbers(out.table, c, log);
+    if (used.observations.contains(name)) warn_of_missing_codes(out.table, c, values, log);
+    out.numbers.emplace(name, std::move(values));
+  }
+  return out;
+}
+
+} // namespace zeph::prepare

@@ -1,0 +1,31 @@
+// The data records as the two data files hold them, column by column.
+#pragma once
+
+#include "prepare/record_selection.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace zeph::prepare {
+
+// Columns count from 1 in the model, and stand here at index column - 1. Rows are the used records in their order.
+struct data_rows {
+  std::vector<std::vector<std::int32_t>>
+      integers;                          // RCDATA_I; the last three: mask, pattern, position in the data
+  std::vector<std::vector<float>> reals; // RCDATA_R; the observations first, in trait order
+};
+
+// Adds a column of values per record of the file, taking the used records, and returns its number. A column equal to
+// one that is there already is not added again. Not a number becomes 0.
+std::int32_t add_integers(data_rows& rows, const record_selection& records,
+                          const std::vector<std::int32_t>& value);
+std::int32_t add_reals(data_rows& rows, const record_selection& records, const std::vector<double>& value);
+
+// The same for the observations of trait t (0-based): always a column of its own, 0 where the trait is missing.
+std::int32_t add_observations(data_rows& rows, const record_selection& records, std::size_t t,
+                              const std::vector<double>& value);
+
+// A column as it is, one value per used record.
+std::int32_t append_integers(data_rows& rows, std::vector<std::int32_t> value);
+
+} // namespace zeph::prepare

@@ -1,0 +1,20 @@
+// The lines of the directive file, in the order in which ZEPH reads them.
+#pragma once
+
+#include "prepare/model_description.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zeph::prepare {
+
+constexpr const char* directive_file = "zeph.dir";
+
+// Type and test level; seeds; rounds; one line per factor and one for the residual with the prior degrees of freedom.
+// The file ends there, as analysis types 4 and up demand, unless restrictions are asked for: their flag stands behind
+// three proposal values, a count of censored traits and a count of solutions used as covariates, all without effect.
+// prior_df: per factor, the residual last.
+std::vector<std::string> directive_lines(const run_section& run, const std::vector<std::int32_t>& prior_df);
+
+} // namespace zeph::prepare

@@ -1,0 +1,115 @@
+// zeph-prepare: a model description, CSV data and a pedigree become a work directory of ZEPH.
+// Exit codes: 0 done; 1 a fault in the description or the data, nothing is written; 2 command line or files.
+#include "prepare/messages.h"
+#include "prepare/model_assembly.h"
+#include "prepare/model_description.h"
+#include "prepare/summary.h"
+#include "prepare/work_directory.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#ifndef ZEPH_VERSION
+#define ZEPH_VERSION "0.1.0"
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace zeph::prepare;
+
+constexpr int exit_done = 0, exit_faults = 1, exit_files = 2;
+
+struct command {
+  std::string model;
+  std::string into; // empty: a directory named after the description
+  bool check = false;
+  bool prune = false;
+};
+
+std::array<std::int32_t, 6> stamp_now() {
+  const std::time_t now = std::time(nullptr);
+  std::tm t{};
+  localtime_r(&now, &t);
+  return {t.tm_mday, t.tm_mon + 1, t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec};
+}
+
+fs::path directory_of(const command& c) {
+  return c.into.empty() ? fs::path(c.model).stem() : fs::path(c.into);
+}
+
+int faults(const message_log& log) {
+  fmt::print(stderr, "{}", screen_text(log));
+  fmt::print(stderr, "nothing was written: {} errors\n", count_of(log, severity::error));
+  return exit_faults;
+}
+
+void tell_directory(const model_description& d, const fs::path& directory, const directory_result& written) {
+  fmt::print("Written to {}: {} files\n", directory.string(), written.files.size());
+  for (const std::string& name : written.removed)
+    fmt::print("  {} of a former preparation was removed\n", name);
+  for (const std::string& line : disturbing_files(directory)) fmt::print("  beware: {}\n", line);
+  if (d.run.continue_chain.value)
+    fmt::print("To continue the chain of that directory: cp lastsol oldsol; cp gparlast r_parm\n");
+  fmt::print("Run: cd {} && ZEPH\n", directory.string());
+}
+
+int run(const command& c) {
+  std::error_code ignored;
+  if (!fs::is_regular_file(c.model, ignored)) {
+    fmt::print(stderr, "zeph-prepare: can't read {}\n", c.model);
+    return exit_files;
+  }
+  message_log log;
+  const model_description d = read_description(c.model, log);
+  if (exit_code(log) != 0) return faults(log);
+  const prepared_model p = assemble_model(d, {c.prune, stamp_now()}, log);
+  if (exit_code(log) != 0) return faults(log);
+
+  fmt::print(stderr, "{}", screen_text(log));
+  const std::string summary = summary_text(d, p);
+  fmt::print("{}", summary);
+  if (c.check) {
+    fmt::print("Checked only, nothing was written\n");
+    return exit_done;
+  }
+  std::fflush(stdout);
+  const fs::path directory = directory_of(c);
+  const directory_result written =
+      write_work_directory(d, p, directory, full_text(log) + summary + detail_text(d, p));
+  if (!written.ok) {
+    fmt::print(stderr, "zeph-prepare: {}\n", written.fault);
+    return exit_files;
+  }
+  tell_directory(d, directory, written);
+  return exit_done;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  command c;
+  CLI::App app{"Makes a work directory for ZEPH from a model description, CSV data and a pedigree.",
+               "zeph-prepare"};
+  app.add_option("model", c.model, "description of the model (TOML)")->required();
+  app.add_option("--into", c.into, "the work directory; default: named after the description, here");
+  app.add_flag("--check", c.check, "read and check everything, write nothing");
+  app.add_flag("--prune", c.prune, "leave animals without connection to data out of the pedigree");
+  app.set_version_flag("--version", "zeph-prepare " ZEPH_VERSION);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? exit_done : exit_files;
+  }
+  try {
+    return run(c);
+  } catch (const std::exception& e) {
+    fmt::print(stderr, "zeph-prepare: {}\n", e.what());
+    return exit_files;
+  }
+}
