@@ -16,7 +16,8 @@
 //
 //   [factor.NAME]        one random factor: one covariance matrix, one relationship of the levels. At most one of
 //   pedigree             "file", or { file, animal = "column", sire = .., dam = .., selfing = false, groups = .. }:
-//                        inverse of the pedigree relationship. The columns are "animal", "sire", "dam" unless said.
+//                        inverse of the pedigree relationship. Columns unless said: animal or id, sire or
+//                        father, dam or mother. Unknown parents: empty, 0, NA and the missing codes.
 //                        selfing = true: an animal may be sire and dam. groups: phantom parent groups, the list of
 //                        their codes, or one text where * and ? stand for any letters ("G*")
 //   inverse              "file" or { file, form }: the inverse of a relationship matrix, ready made
