@@ -40,7 +40,9 @@ struct normal_source {
   std::normal_distribution<double> standard;
   explicit normal_source(std::uint64_t seed) : engine(seed) {}
   double normal() { return standard(engine); }
-  std::int64_t below(std::int64_t n) { return static_cast<std::int64_t>(engine() % static_cast<std::uint64_t>(n)); }
+  std::int64_t below(std::int64_t n) {
+    return static_cast<std::int64_t>(engine() % static_cast<std::uint64_t>(n));
+  }
   double uniform() { return static_cast<double>(engine() >> 11) * 0x1.0p-53; }
 };
 
@@ -105,7 +107,8 @@ void write_pedigree(const sizes& s, const pedigree& p) {
     fmt::print(file.get(), "{},{},{}\n", i + 1, p.sire[i], p.dam[i]);
     fmt::print(truth.get(), "{}", i + 1);
     for (int t = 0; t < s.traits; ++t)
-      fmt::print(truth.get(), ",{:.5f}", p.value[i * static_cast<std::size_t>(s.traits) + static_cast<std::size_t>(t)]);
+      fmt::print(truth.get(), ",{:.5f}",
+                 p.value[i * static_cast<std::size_t>(s.traits) + static_cast<std::size_t>(t)]);
     fmt::print(truth.get(), "\n");
   }
 }
@@ -120,16 +123,20 @@ void write_records(const sizes& s, const pedigree& p, normal_source& source) {
   for (double& effect : herd) effect = 5.0 * source.normal();
   std::vector<double> residual(static_cast<std::size_t>(s.traits));
   for (std::int64_t r = 0; r < s.records; ++r) {
-    const std::int64_t animal = s.animals - 1 - r % s.animals, herdyear = source.below(s.herds), sex = animal % 2;
+    const std::int64_t animal = s.animals - 1 - r % s.animals, herdyear = source.below(s.herds),
+                       sex = animal % 2;
     const double age = 20.0 + 10.0 * source.uniform();
     draw(source, residual_variance, residual_correlation, residual.data(), s.traits);
     fmt::print(file.get(), "{},{},{},{:.3f}", animal + 1, herdyear + 1, sex == 0 ? "F" : "M", age);
     for (int t = 0; t < s.traits; ++t) {
       const double y = 200.0 + 10.0 * t + herd[static_cast<std::size_t>(herdyear * s.traits + t)] +
                        4.0 * static_cast<double>(sex) + 0.7 * age +
-                       p.value[static_cast<std::size_t>(animal * s.traits + t)] + residual[static_cast<std::size_t>(t)];
-      if (t > 0 && source.uniform() < s.missing) fmt::print(file.get(), ",NA");
-      else fmt::print(file.get(), ",{:.3f}", y);
+                       p.value[static_cast<std::size_t>(animal * s.traits + t)] +
+                       residual[static_cast<std::size_t>(t)];
+      if (t > 0 && source.uniform() < s.missing)
+        fmt::print(file.get(), ",NA");
+      else
+        fmt::print(file.get(), ",{:.3f}", y);
     }
     fmt::print(file.get(), "\n");
   }
@@ -139,7 +146,8 @@ std::string square(int n, double variance, double correlation) {
   std::string text = "[";
   for (int i = 0; i < n; ++i) {
     text += i == 0 ? "[" : ",\n         [";
-    for (int j = 0; j < n; ++j) text += fmt::format("{}{}", j == 0 ? "" : ", ", i == j ? variance : variance * correlation);
+    for (int j = 0; j < n; ++j)
+      text += fmt::format("{}{}", j == 0 ? "" : ", ", i == j ? variance : variance * correlation);
     text += "]";
   }
   return text + "]";
@@ -147,13 +155,15 @@ std::string square(int n, double variance, double correlation) {
 
 void write_model(const sizes& s) {
   const output file = create(s, "model.toml");
-  fmt::print(file.get(), "title = \"Made data: {} records, {} animals, seed {}\"\n\n[data]\nfile    = \"data.csv\"\n"
-                         "missing = [\"NA\"]\n\n[factor.animal]\npedigree = \"pedigree.csv\"\nstart = {}\n\n",
+  fmt::print(file.get(),
+             "title = \"Made data: {} records, {} animals, seed {}\"\n\n[data]\nfile    = \"data.csv\"\n"
+             "missing = [\"NA\"]\n\n[factor.animal]\npedigree = \"pedigree.csv\"\nstart = {}\n\n",
              s.records, s.animals, s.seed, square(s.traits, genetic_variance, genetic_correlation));
   for (int t = 1; t <= s.traits; ++t)
     fmt::print(file.get(), "[trait.y{}]\nformula = \"1 + herdyear + sex + age + (1 | animal)\"\n\n", t);
-  fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\n"
-                         "burnin   = 0\nrounds   = {}\ninterval = 1\nseeds    = [1201, 707]\n",
+  fmt::print(file.get(),
+             "[covariable.age]\ncenter = true\n\n[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\n"
+             "burnin   = 0\nrounds   = {}\ninterval = 1\nseeds    = [1201, 707]\n",
              square(s.traits, residual_variance, residual_correlation), s.analysis, s.rounds);
 }
 
@@ -168,7 +178,8 @@ int main(int argc, char** argv) {
   app.add_option("--traits", s.traits, "traits")->check(CLI::Range(1, 20));
   app.add_option("--generations", s.generations, "generations")->check(CLI::Range(1, 50));
   app.add_option("--herds", s.herds, "levels of herd-year")->check(CLI::Range(1, 10000000));
-  app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")->check(CLI::Range(0.0, 0.9));
+  app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")
+      ->check(CLI::Range(0.0, 0.9));
   app.add_option("--analysis", s.analysis, "analysis of the model description");
   app.add_option("--rounds", s.rounds, "rounds of the model description");
   app.add_option("--seed", s.seed, "seed");

@@ -26,15 +26,15 @@ struct started_run {
     try {
       zeph::start_run(r);
       started = true;
-    } catch (const zeph::run_stop&) {
-    }
+    } catch (const zeph::run_stop&) {}
   }
 };
 
 void scan_round(benchmark::State& state) {
   started_run s;
   if (!s.started) return state.SkipWithError(s.listing.str().c_str());
-  zeph::scan_records records{s.r.model, s.r.layout, s.r.design, s.r.relations, s.r.sampler, s.r.work, s.r.report};
+  zeph::scan_records records{s.r.model,   s.r.layout, s.r.design, s.r.relations,
+                             s.r.sampler, s.r.work,   s.r.report};
   for (auto _ : state) {
     ++s.r.frame.iround;
     zeph::GIBSCAN(records, s.r.frame, s.r.files);
@@ -67,7 +67,8 @@ void relationship_reading(benchmark::State& state) {
     zeph::relationship_store relations;
     zeph::read_relationships(s.r.model, relations, s.r.report);
     elements = 0;
-    for (const zeph::relationship_rows& rows : relations.CV_STR) elements += rows.diag.size() + rows.col.size() / 2;
+    for (const zeph::relationship_rows& rows : relations.CV_STR)
+      elements += rows.diag.size() + rows.col.size() / 2;
     if (elements == 0) state.SkipWithError("no elements");
   }
   state.counters["elements"] = static_cast<double>(elements);

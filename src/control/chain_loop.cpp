@@ -53,7 +53,8 @@ void sample(run& r, scan_records& records) {
       say_converged(r.report);
       break;
     }
-    if (f.test_level > 0 && f.iround % 100 == 0) say(r.report, free_row().text("Gibbs:iround").i(f.iround).str());
+    if (f.test_level > 0 && f.iround % 100 == 0)
+      say(r.report, free_row().text("Gibbs:iround").i(f.iround).str());
     // the interval divides the round whether or not trait deviations are wanted
     if (f.isamp == 0) computation_impossible(r.report, "ZEPH", "sampling interval is 0");
     if (is_sample_round(f) && stop_asked(r.report)) {

@@ -249,7 +249,8 @@ bool read_censored(const model_records& m, run_frame& f, free_reader& lines, rep
   say_count(report, "No of Right cencored traits .......................", f.ncens);
   if (f.ncens <= 0) return true;
   if (f.ncens > m.nt)
-    illegal_input(report, "directive file", "ncens", {}, std::to_string(f.ncens), "at most the number of traits");
+    illegal_input(report, "directive file", "ncens", {}, std::to_string(f.ncens),
+                  "at most the number of traits");
   std::vector<std::int32_t> traits;
   lines.begin_read();
   code = read_list(lines, traits, f.ncens);
@@ -264,7 +265,8 @@ bool read_censored(const model_records& m, run_frame& f, free_reader& lines, rep
 
 // One class-effect solution used as covariate: 0, or the code of its first read.
 int read_fetocv(free_reader& lines, fetocv_entry& entry, reporting& report) {
-  if (const int code = read_integers(lines, {&entry.trait, &entry.effect, &entry.ncv}); code != 0) return code;
+  if (const int code = read_integers(lines, {&entry.trait, &entry.effect, &entry.ncv}); code != 0)
+    return code;
   if (entry.ncv > most_covariates)
     illegal_input(report, "directive file", "ncv", {}, std::to_string(entry.ncv), "at most 1000000");
   lines.begin_read();

@@ -13,16 +13,24 @@ void step_not_available(reporting& report, std::string_view routine, std::string
 void mixture_stores(reporting& report) {
   step_not_available(report, "ZEPH", "mixture and sequence traits (types 5, 7 and 8) are");
 }
-void trait_deviation_stores(reporting& report) { step_not_available(report, "TD_PTD", "trait deviations are"); }
+void trait_deviation_stores(reporting& report) {
+  step_not_available(report, "TD_PTD", "trait deviations are");
+}
 void FETOCV(reporting& report) {
   step_not_available(report, "FETOCV", "class-effect solutions used as covariates are");
 }
-void read_r_parm(reporting& report) { step_not_available(report, "ZEPH", "a restart from r_parm and oldsol is"); }
+void read_r_parm(reporting& report) {
+  step_not_available(report, "ZEPH", "a restart from r_parm and oldsol is");
+}
 void read_ytopredict(reporting& report) {
   step_not_available(report, "ZEPH", "predictive distributions (file ytopredict) are");
 }
-void read_oldsol(reporting& report) { step_not_available(report, "ZEPH", "a restart from r_parm and oldsol is"); }
-void SETCAT(reporting& report) { step_not_available(report, "SETCAT", "ordered categorical traits (type 3) are"); }
+void read_oldsol(reporting& report) {
+  step_not_available(report, "ZEPH", "a restart from r_parm and oldsol is");
+}
+void SETCAT(reporting& report) {
+  step_not_available(report, "SETCAT", "ordered categorical traits (type 3) are");
+}
 void start_latent_traits(reporting& report) {
   step_not_available(report, "ZEPH", "censored and binary traits (types 2 and 4) are");
 }

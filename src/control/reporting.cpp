@@ -96,10 +96,11 @@ void zeph_terminates(reporting& report, bool blank_line) {
 }
 
 void illegal_input(reporting& report, std::string_view file, std::string_view item,
-                   std::initializer_list<std::int64_t> indices, std::string_view value, std::string_view rule) {
+                   std::initializer_list<std::int64_t> indices, std::string_view value,
+                   std::string_view rule) {
   say(report);
-  say(report, fmt::format("ERROR - Illegal input in {}: {}{} = {}, legal: {}", file, item, indices_text(indices),
-                          value, rule));
+  say(report, fmt::format("ERROR - Illegal input in {}: {}{} = {}, legal: {}", file, item,
+                          indices_text(indices), value, rule));
   zeph_terminates(report);
 }
 
@@ -134,7 +135,8 @@ void allocation_failure(reporting& report, std::string_view routine, std::string
   rows.push_back(free_row().text("Trying to allocate memory for: ").text(variable).str());
   rows.push_back(free_row().text("With elements                : ").i(elements).str());
   rows.push_back(free_row().text("Retur status from allocate   : ").i(status).str());
-  if (!message.empty()) rows.push_back(free_row().text("Error messaged               : ").text(message).str());
+  if (!message.empty())
+    rows.push_back(free_row().text("Error messaged               : ").text(message).str());
   rows.push_back(free_row().text("Called in                    : ").text(routine).str());
 
   say_all(report, {"", name + ": FATAL ERROR", ""});
@@ -148,7 +150,8 @@ void allocation_failure(reporting& report, std::string_view routine, std::string
   stop_run(report, exit_diagnosed);
 }
 
-void deallocation_failure(reporting& report, std::string_view routine, std::string_view variable, int status) {
+void deallocation_failure(reporting& report, std::string_view routine, std::string_view variable,
+                          int status) {
   say_all(report, {"ERROR", ""});
   say(report, free_row().text("Trying to deallocate                  : ").text(variable).str());
   say(report, free_row().text("Retur status from deallocate          : ").i(status).str());
@@ -173,8 +176,10 @@ void log_message(reporting& report, std::string_view message, std::string_view s
   constexpr std::int32_t fatal_kind = 100000000;
   const bool fatal = code == fatal_kind;
   std::vector<std::string> lines = {""};
-  if (fatal) lines = {name + ": : " + std::string(message)};
-  else lines.push_back("MESSAGE  : " + std::string(message));
+  if (fatal)
+    lines = {name + ": : " + std::string(message)};
+  else
+    lines.push_back("MESSAGE  : " + std::string(message));
   std::vector<std::string> log = lines;
   if (!fatal && code > 0) log.push_back(free_row().text("     Error code is : ").i(code).str());
   for (const std::string_view text : {second, third}) {
@@ -184,7 +189,8 @@ void log_message(reporting& report, std::string_view message, std::string_view s
   }
   const std::vector<std::string> closing =
       fatal ? std::vector<std::string>{"", "Program terminates with exit code 127"}
-            : std::vector<std::string>{"See lst file for more infomation(s)", "Program terminates with exit code 16"};
+            : std::vector<std::string>{"See lst file for more infomation(s)",
+                                       "Program terminates with exit code 16"};
   lines.insert(lines.end(), closing.begin(), closing.end());
   log.insert(log.end(), closing.begin(), closing.end());
   say_all(report, lines);

@@ -16,10 +16,10 @@
 namespace zeph {
 
 // Exit codes of the process.
-inline constexpr int exit_input_stage = 2;    // stops of the loading stage
-inline constexpr int exit_diagnosed = 16;     // an error that the program has diagnosed
-inline constexpr int exit_block_factor = 27;  // failed factorisation of a diagonal block
-inline constexpr int exit_fatal_kind = 127;   // fatal kind of the message routine
+inline constexpr int exit_input_stage = 2;   // stops of the loading stage
+inline constexpr int exit_diagnosed = 16;    // an error that the program has diagnosed
+inline constexpr int exit_block_factor = 27; // failed factorisation of a diagonal block
+inline constexpr int exit_fatal_kind = 127;  // fatal kind of the message routine
 
 // Carries the exit code of a stop to main.
 struct run_stop {
@@ -28,18 +28,18 @@ struct run_stop {
 
 // The one door through which arrays of the run take their storage.
 struct allocation_door {
-  std::int64_t calls = 0;    // allocations asked for so far
-  std::int64_t fail_at = 0;  // the call with this number fails (tests); 0: none
+  std::int64_t calls = 0;   // allocations asked for so far
+  std::int64_t fail_at = 0; // the call with this number fails (tests); 0: none
 };
 
 struct reporting {
   explicit reporting(std::ostream& listing_stream, std::string work_directory = "");
 
-  std::ostream* listing;                  // standard output of the run
-  std::string directory;                  // "" or the work directory with a closing '/'
-  std::string program_name = "ZEPH    ";  // 8 characters, blank padded
-  std::array<std::int32_t, 6> run_stamp{};  // creation stamp of the model: d, m, y, h, min, s
-  std::int32_t nlines = 0;                // line counter of the listing (pages of 68 to 78 lines)
+  std::ostream* listing;                   // standard output of the run
+  std::string directory;                   // "" or the work directory with a closing '/'
+  std::string program_name = "ZEPH    ";   // 8 characters, blank padded
+  std::array<std::int32_t, 6> run_stamp{}; // creation stamp of the model: d, m, y, h, min, s
+  std::int32_t nlines = 0;                 // line counter of the listing (pages of 68 to 78 lines)
   allocation_door door;
 };
 

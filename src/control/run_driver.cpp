@@ -10,8 +10,8 @@
 #include "results/final_reports.h"
 
 #include <cstdint>
-#include <ostream>
 #include <new>
+#include <ostream>
 
 namespace zeph {
 namespace {
@@ -127,11 +127,13 @@ void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.L_TD) trait_deviation_stores(r.report);
   if (m.has_type(trait_categorical)) SETCAT(r.report);
-  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured)) mixture_stores(r.report);
+  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
+    mixture_stores(r.report);
   if (m.has_type(trait_censored) || m.has_type(trait_liability)) start_latent_traits(r.report);
   if (r.frame.nfeto > 0) FETOCV(r.report);
   if (r.frame.analysis_type <= 0) return;
-  if (!r.frame.restart || r.frame.analysis_type == 2) RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
+  if (!r.frame.restart || r.frame.analysis_type == 2)
+    RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
   if (r.frame.analysis_type >= 5) jump_chain(r.report);
   if (r.frame.analysis_type >= 2) sampling_chain(r.report);
   if (has_missing_traits(m, r.design)) start_missing_traits(r.report);
@@ -171,7 +173,8 @@ int exit_code_of_run(run& r) {
   } catch (const run_stop& stop) {
     return stop.exit_code;
   } catch (const std::bad_alloc&) {
-    *r.report.listing << "\nERROR - Computation impossible in ZEPH: no storage left\n\nZEPH terminates.\n" << std::flush;
+    *r.report.listing << "\nERROR - Computation impossible in ZEPH: no storage left\n\nZEPH terminates.\n"
+                      << std::flush;
     return exit_diagnosed;
   }
 }

@@ -13,40 +13,42 @@ inline constexpr std::int32_t GS_CONVERGED = -987654321; // status of the scan: 
 
 // One class-effect solution used as a covariate, as the directive lines give it.
 struct fetocv_entry {
-  std::int32_t trait = 0;           // trait number
-  std::int32_t effect = 0;          // effect number in the model
-  std::int32_t ncv = 0;             // number of covariates
-  std::vector<std::int32_t> CVNO;   // their numbers
-  std::vector<std::int32_t> ACVNO;  // associated covariates
+  std::int32_t trait = 0;          // trait number
+  std::int32_t effect = 0;         // effect number in the model
+  std::int32_t ncv = 0;            // number of covariates
+  std::vector<std::int32_t> CVNO;  // their numbers
+  std::vector<std::int32_t> ACVNO; // associated covariates
 };
 
 struct run_frame {
-  std::int32_t analysis_type = 0;   // 0 solver, 1 solver with sums, 2 solutions, 3 and 4 full sampler, 5.. models
-  std::int32_t test_level = 0;      // level of test information printed
+  std::int32_t analysis_type =
+      0;                       // 0 solver, 1 solver with sums, 2 solutions, 3 and 4 full sampler, 5.. models
+  std::int32_t test_level = 0; // level of test information printed
   std::int32_t seed_a = 0, seed_b = 0;
   std::int32_t nburn = 0, nround = 0, isamp = 0;
-  vec<std::int32_t> PDF, DDF;       // nramat+1: prior and data degrees of freedom
-  std::int32_t prodf = 0;           // proposal degrees of freedom
+  vec<std::int32_t> PDF, DDF;         // nramat+1: prior and data degrees of freedom
+  std::int32_t prodf = 0;             // proposal degrees of freedom
   double prop_var = 0, conv_coef = 0; // proposal variance, conversion coefficient
   std::int32_t ncens = 0;
   std::vector<std::int32_t> cens_trait;
   std::int32_t nfeto = 0;
   std::vector<fetocv_entry> FETOCV;
-  std::int32_t stdef = 0;           // standardize option of those covariates
+  std::int32_t stdef = 0; // standardize option of those covariates
   std::int32_t irest_flag = 0;
 
-  std::int64_t iround = 0;          // current round; after a full loop last round + 1
-  std::int64_t P_ROUND = 0;         // round from which sampling counts
-  double nsamples = 0;              // samples taken so far
+  std::int64_t iround = 0;                // current round; after a full loop last round + 1
+  std::int64_t P_ROUND = 0;               // round from which sampling counts
+  double nsamples = 0;                    // samples taken so far
   std::int32_t npred = 0, nsamp_pred = 0; // records to predict; samples in the predictions
   double dens = 0;
-  bool restart = false;             // r_parm and oldsol both stand in the work directory
+  bool restart = false; // r_parm and oldsol both stand in the work directory
   bool stop_seen = false;
-  std::int32_t ist = 0;             // status of the scan
-  std::int32_t nlabel = 0;          // label switches of mixtures
-  std::vector<std::int32_t> ntr;    // the current model: entry k-1 is the dimension of factor k, then the residual
-  vec<logical> gropd;               // ngroups: the group's solutions are updated
-  vec<logical> matopd;              // nramat+G+1: the drawn matrix becomes active
+  std::int32_t ist = 0;    // status of the scan
+  std::int32_t nlabel = 0; // label switches of mixtures
+  std::vector<std::int32_t>
+      ntr;             // the current model: entry k-1 is the dimension of factor k, then the residual
+  vec<logical> gropd;  // ngroups: the group's solutions are updated
+  vec<logical> matopd; // nramat+G+1: the drawn matrix becomes active
 };
 
 // True in the rounds of which samples are taken.

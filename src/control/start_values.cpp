@@ -10,8 +10,8 @@
 namespace zeph {
 namespace {
 
-constexpr double pivot_limit = 1e-18;     // residual matrices: smaller pivots are no variance
-constexpr double inverse_error = 1e-6;    // largest error of a stored inverse that is taken
+constexpr double pivot_limit = 1e-18;  // residual matrices: smaller pivots are no variance
+constexpr double inverse_error = 1e-6; // largest error of a stored inverse that is taken
 
 bool grouped(const model_records& m) { return structure_is(m.residual(), "GROUP"); }
 
@@ -47,7 +47,8 @@ bool invert_residual_matrix(const model_records& m, sampler_store& s, std::int32
   std::vector<double> parm(static_cast<std::size_t>(nt * (nt + 1) / 2));
   std::vector<logical> swept(static_cast<std::size_t>(nt));
   for (std::int32_t i = 1; i <= nt; ++i)
-    for (std::int32_t j = 1; j <= i; ++j) parm[static_cast<std::size_t>(ihmij(i, j, nt) - 1)] = s.RCOV(i, j, g);
+    for (std::int32_t j = 1; j <= i; ++j)
+      parm[static_cast<std::size_t>(ihmij(i, j, nt) - 1)] = s.RCOV(i, j, g);
   double product = 1.0;
   bool definite = true;
   s.LVDET(f) = 0;
@@ -77,7 +78,8 @@ bool stored_inverse_holds(const model_records& m) {
   for (std::int32_t i = 1; i <= m.nt; ++i)
     for (std::int32_t j = 1; j <= m.nt; ++j) {
       double product = 0;
-      for (std::int32_t k = 1; k <= m.nt; ++k) product += residual.HETGR_RIIF(1, 1, i, k) * residual.COV_MAT(k, j);
+      for (std::int32_t k = 1; k <= m.nt; ++k)
+        product += residual.HETGR_RIIF(1, 1, i, k) * residual.COV_MAT(k, j);
       if (!(std::fabs(product - (i == j ? 1.0 : 0.0)) <= inverse_error)) return false;
     }
   return true;
@@ -143,8 +145,8 @@ void allocate_equations(const equation_layout& layout, sampler_store& s, reporti
   allocate(report, s.sols, "sols", "ZEPH1", layout.neq);
 }
 
-void allocate_dispersion(const model_records& m, const equation_layout& layout, run_frame& f, sampler_store& s,
-                         reporting& report) {
+void allocate_dispersion(const model_records& m, const equation_layout& layout, run_frame& f,
+                         sampler_store& s, reporting& report) {
   const std::int32_t nt = m.nt, G = m.n_groups_residual();
   s.G = G;
   const std::int64_t packed = std::int64_t{s.nf} * (s.nf + 1) / 2, columns = std::int64_t{m.nramat} + G;

@@ -16,8 +16,8 @@ void allocate_equations(const equation_layout& layout, sampler_store& s, reporti
 
 // The matrices of the residual groups, the sums of (co)variances and of the
 // deviance, the model vector; prints the number of residual groups.
-void allocate_dispersion(const model_records& m, const equation_layout& layout, run_frame& f, sampler_store& s,
-                         reporting& report);
+void allocate_dispersion(const model_records& m, const equation_layout& layout, run_frame& f,
+                         sampler_store& s, reporting& report);
 
 // Start values from the priors: GDET and GIF of each factor, RCOV, RCOVI,
 // IDET_RVAR and LVDET of each residual group. A residual matrix that is not

@@ -17,7 +17,11 @@ constexpr std::int64_t first_relaxed_round = 101;
 
 void write_position(reporting& report, const run_frame& f) {
   free_row row;
-  row.text("Current round is").i(f.iround).text("out of").i(std::int64_t{f.nburn} + f.nround).text("in model");
+  row.text("Current round is")
+      .i(f.iround)
+      .text("out of")
+      .i(std::int64_t{f.nburn} + f.nround)
+      .text("in model");
   for (const std::int32_t dimension : f.ntr) row.i(dimension);
   write_status(report, row.str());
 }

@@ -18,7 +18,8 @@ void border_block(scan_records& r, const double* block, const double* rhs, std::
   std::fill_n(r.work.LOGI.data(), n + 1, logical{0});
 }
 
-void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k, double pivot) {
+void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k,
+                    double pivot) {
   say(r.report, free_row()
                     .text("Round ")
                     .i(f.iround)

@@ -8,8 +8,8 @@ void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_t
   const design_store& d = r.design;
   mat<double>& riff = r.work.riff;
   const std::int32_t nt = r.model.nt, g = d.IRESG_M(irec);
-  const double* source = analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, d.C_ISIT_M(irec), g)
-                                            : r.sampler.RCOVI.slice(g);
+  const double* source =
+      analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, d.C_ISIT_M(irec), g) : r.sampler.RCOVI.slice(g);
   std::copy_n(source, riff.size(), riff.data());
   if (!weights) return;
   const float* root = d.WV_SQRT_M.col(irec);

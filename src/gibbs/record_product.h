@@ -20,15 +20,16 @@ void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_t
 
 // True when entry e of record irec takes part: its equation belongs to the
 // current model (and, above analysis type 0, its trait is set).
-inline bool entry_active(const scan_records& r, std::int32_t irec, std::int32_t e, std::int32_t analysis_type) {
+inline bool entry_active(const scan_records& r, std::int32_t irec, std::int32_t e,
+                         std::int32_t analysis_type) {
   const design_store& d = r.design;
   if (analysis_type > 0 && d.XD2_M(e, irec) <= 0) return false;
   return d.XD7_M(e, irec) == 0 || d.XD5_M(e, irec) <= r.layout.NGR(d.XD3_M(e, irec), 2);
 }
 
 // Element (i,k) of the record product, any order of i and k.
-inline double record_product(const design_store& d, const mat<double>& riff, std::int32_t irec, std::int32_t i,
-                             std::int32_t k) {
+inline double record_product(const design_store& d, const mat<double>& riff, std::int32_t irec,
+                             std::int32_t i, std::int32_t k) {
   const std::int32_t high = i > k ? i : k, low = i > k ? k : i;
   const double z = riff(d.XD2_M(high, irec), d.XD2_M(low, irec)) * d.ZD_M(high, irec) * d.ZD_M(low, irec);
   return high != low && d.XD1_M(high, irec) == d.XD1_M(low, irec) ? 2.0 * z : z;

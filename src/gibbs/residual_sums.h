@@ -15,7 +15,8 @@ void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bo
 // log of its standard deviation stays out. isit: mask of observed traits; R:
 // nt x nt residual matrix, column-major; res(t) of a missing trait is set to 0.
 // work.PARM holds the swept bordered matrix afterwards.
-void score_record(vec<double>& res, std::int32_t isit, std::int32_t nt, const double* R, scan_work& work, double& lik);
+void score_record(vec<double>& res, std::int32_t isit, std::int32_t nt, const double* R, scan_work& work,
+                  double& lik);
 
 // Residuals of all records with the present solutions; lik is their negative
 // log density. In sample rounds residuals and their squares are summed by trait

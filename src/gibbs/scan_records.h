@@ -10,16 +10,16 @@ namespace zeph {
 
 // Work areas of the scan, sized once before the chain.
 struct scan_work {
-  std::int32_t nmax = 0;     // largest number of equations of a level
-  vec<double> PARM;          // packed bordered matrix of order max(nmax, nt) + 1
-  vec<logical> LOGI;         // its rows: swept or not
-  vec<double> PARMS;         // swept triangle of the last block
-  vec<double> link_sums;     // nmax: sums of relationship element times solution
-  vec<std::int32_t> IW1, IW2; // traits of a record, present and missing: nt each
-  mat<double> riff;          // nt x nt: residual inverse of the current record
-  mat<double> ZDRII;         // nt x m: row of coefficient i is column i
-  vec<double> weight_vec_sqrt; // nt
-  vec<double> res;           // nt: residuals of the current record
+  std::int32_t nmax = 0;            // largest number of equations of a level
+  vec<double> PARM;                 // packed bordered matrix of order max(nmax, nt) + 1
+  vec<logical> LOGI;                // its rows: swept or not
+  vec<double> PARMS;                // swept triangle of the last block
+  vec<double> link_sums;            // nmax: sums of relationship element times solution
+  vec<std::int32_t> IW1, IW2;       // traits of a record, present and missing: nt each
+  mat<double> riff;                 // nt x nt: residual inverse of the current record
+  mat<double> ZDRII;                // nt x m: row of coefficient i is column i
+  vec<double> weight_vec_sqrt;      // nt
+  vec<double> res;                  // nt: residuals of the current record
   array<double, 4> pattern_inverse; // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
 };
 

@@ -8,8 +8,8 @@
 namespace zeph {
 
 struct design_store {
-  std::int32_t m = 0;      // largest number of entries of a record
-  std::int32_t nobs = 0;   // records held (those read, at most the model's number)
+  std::int32_t m = 0;    // largest number of entries of a record
+  std::int32_t nobs = 0; // records held (those read, at most the model's number)
 
   // working row of the record in build: 7 x m and m
   mat<std::int32_t> XD;
@@ -24,27 +24,29 @@ struct design_store {
   mat<std::int32_t> XD7_M; // random factor; 0 for "fixed" parts
   mat<double> ZD_M;        // coefficient
 
-  mat<float> Y_M;          // nt x nobs: observation, liability or imputed residual; live state
-  mat<float> WV_M, WV_SQRT_M; // nt x nobs: weights and their roots
-  vec<std::int32_t> ISIT_M;   // nobs: mask of present traits, trait t is bit nt-t
-  vec<std::int32_t> C_ISIT_M; // number of the missing pattern
-  vec<std::int32_t> M_M;      // entries in use
-  vec<std::int32_t> IRESG_M;  // residual group
+  mat<float> Y_M;              // nt x nobs: observation, liability or imputed residual; live state
+  mat<float> WV_M, WV_SQRT_M;  // nt x nobs: weights and their roots
+  vec<std::int32_t> ISIT_M;    // nobs: mask of present traits, trait t is bit nt-t
+  vec<std::int32_t> C_ISIT_M;  // number of the missing pattern
+  vec<std::int32_t> M_M;       // entries in use
+  vec<std::int32_t> IRESG_M;   // residual group
   vec<std::int32_t> OBS_POS_M; // position in the user's data; kept with residuals only
-  mat<double> ZEPH_RES;    // nt x nobs: residuals of the round; kept with residuals only
+  mat<double> ZEPH_RES;        // nt x nobs: residuals of the round; kept with residuals only
 
   std::vector<vec<std::int32_t>> CURE_Y; // per trait of kind 7: status of the record
-  vec<std::int32_t> SEQ_M;     // position in the sequence, negative on its last record
-  mat<float> CURE_YHAT;        // nt x n_cure_seq
-  mat<logical> LOG_Z;          // nt x n_cure_seq
-  mat<std::int32_t> CENS_M;    // nt x nobs: censoring codes
-  mat<float> Y_MMIN, Y_MMAX;   // nt x nobs: bounds of censored observations
+  vec<std::int32_t> SEQ_M;               // position in the sequence, negative on its last record
+  mat<float> CURE_YHAT;                  // nt x n_cure_seq
+  mat<logical> LOG_Z;                    // nt x n_cure_seq
+  mat<std::int32_t> CENS_M;              // nt x nobs: censoring codes
+  mat<float> Y_MMIN, Y_MMAX;             // nt x nobs: bounds of censored observations
 
   vec<std::int32_t> G_TD_LEVEL; // nobs: level of the trait-deviation factor, when wanted
 };
 
 // Bit of trait t in a mask of nt traits.
-inline bool trait_present(std::int32_t mask, std::int32_t t, std::int32_t nt) { return (mask >> (nt - t)) & 1; }
+inline bool trait_present(std::int32_t mask, std::int32_t t, std::int32_t nt) {
+  return (mask >> (nt - t)) & 1;
+}
 
 // Creates the stores of `m` entries and `nobs` records; failures are reported
 // under "MME_ALLOC" and the array's name.

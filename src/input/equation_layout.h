@@ -15,22 +15,22 @@ enum class group_kind : std::int32_t { plain_regressions, nested_regression, fix
 
 struct equation_group {
   group_kind kind = group_kind::plain_regressions;
-  std::int32_t trait = 0;   // nested regression, fixed effect
-  std::int32_t number = 0;  // regression j, effect j, or factor k
-  std::int64_t base = 0;    // equation before the first of level 1
-  std::int64_t stride = 0;  // equations from level to level; a factor's full order, also in a smaller model
+  std::int32_t trait = 0;  // nested regression, fixed effect
+  std::int32_t number = 0; // regression j, effect j, or factor k
+  std::int64_t base = 0;   // equation before the first of level 1
+  std::int64_t stride = 0; // equations from level to level; a factor's full order, also in a smaller model
 };
 
 struct equation_layout {
   std::int64_t n_plain = 0, n_ped = 0, n_qtl = 0; // equations of factors by kind of structure
-  std::int32_t nbegr = 0;    // equations before the first random factor = nfeq
-  std::int32_t nbega = 0;    // equations before the first pedigree structure
+  std::int32_t nbegr = 0;                         // equations before the first random factor = nfeq
+  std::int32_t nbega = 0;                         // equations before the first pedigree structure
   std::int32_t neq = 0, neq_r = 0;
   std::int32_t n_reg0 = 0, n_reg1 = 0; // plain and nested regressions over all traits
   std::int32_t ngroups = 0;
-  std::int32_t max_n_f = 0;  // largest number of "fixed" effects of a trait
-  mat<std::int32_t> IFEQNO;  // nt x max(mnef, max_n_f): first equations, effect outer, trait inner
-  mat<std::int32_t> NGR;     // ngroups x 2: levels, equations per level (shrinks in smaller models)
+  std::int32_t max_n_f = 0;           // largest number of "fixed" effects of a trait
+  mat<std::int32_t> IFEQNO;           // nt x max(mnef, max_n_f): first equations, effect outer, trait inner
+  mat<std::int32_t> NGR;              // ngroups x 2: levels, equations per level (shrinks in smaller models)
   std::vector<equation_group> groups; // groups[g-1]
   std::vector<mat<double>> DI, CDI;   // DI[g-1](packed index, level): diagonal blocks and their copy
 

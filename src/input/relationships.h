@@ -14,9 +14,9 @@ namespace zeph {
 // Rows 1..n in one block: the walk of row r is the diagonal diag(r), then
 // elements start(r)..start(r+1)-1 of col and val.
 struct relationship_rows {
-  vec<double> diag;         // n
-  vec<std::int64_t> start;  // n+1, positions from 1
-  vec<std::int32_t> col;    // off-diagonal elements
+  vec<double> diag;        // n
+  vec<std::int64_t> start; // n+1, positions from 1
+  vec<std::int32_t> col;   // off-diagonal elements
   vec<double> val;
   bool present() const { return diag.allocated(); }
 };
@@ -28,7 +28,9 @@ struct relationship_store {
   std::int32_t pedigree_factor = 0;
 
   const relationship_rows& of(std::int64_t k) const { return CV_STR[static_cast<std::size_t>(k - 1)]; }
-  const relationship_rows& ram_of(std::int64_t k) const { return CV_STR_RAM[static_cast<std::size_t>(k - 1)]; }
+  const relationship_rows& ram_of(std::int64_t k) const {
+    return CV_STR_RAM[static_cast<std::size_t>(k - 1)];
+  }
 };
 
 // Reads the files of all structures other than "I" (second half of READTOMEM).

@@ -7,27 +7,27 @@
 namespace zeph {
 
 struct sampler_store {
-  std::int32_t nf = 0;      // larger of nt and the largest n_rc
-  std::int32_t G = 1;       // residual groups
-  vec<double> RHS, sol;     // neq
-  vec<double> solpostmean;  // neq: sum of sol, then mean
-  vec<double> pev;          // neq: sum of squares of sol, then variance
-  vec<double> sols;         // neq: mean solutions of the model before
+  std::int32_t nf = 0;     // larger of nt and the largest n_rc
+  std::int32_t G = 1;      // residual groups
+  vec<double> RHS, sol;    // neq
+  vec<double> solpostmean; // neq: sum of sol, then mean
+  vec<double> pev;         // neq: sum of squares of sol, then variance
+  vec<double> sols;        // neq: mean solutions of the model before
 
   cube<double> GIF;         // nf x nf x nramat: active inverse of each factor's matrix
   vec<double> GDET;         // nramat
   vec<double> RDET;         // 2^nt - 1
   cube<double> RCOV, RCOVI; // nt x nt x G: residual matrices and inverses
   cube<double> SRCOV, SRCOVI;
-  mat<double> W_RCOV;       // nt x nt
-  mat<double> COVSAMPM;     // nt x nt: work of the residual sampling
-  vec<double> IDET_RVAR;    // nramat+G: root of the determinant of the active inverse
-  vec<double> LVDET;        // nramat+G
-  mat<double> sscp;         // packed nf(nf+1)/2 x nramat+G: sums of squares, after a draw the new matrix
+  mat<double> W_RCOV;    // nt x nt
+  mat<double> COVSAMPM;  // nt x nt: work of the residual sampling
+  vec<double> IDET_RVAR; // nramat+G: root of the determinant of the active inverse
+  vec<double> LVDET;     // nramat+G
+  mat<double> sscp;      // packed nf(nf+1)/2 x nramat+G: sums of squares, after a draw the new matrix
   mat<double> PARPOSTMEAN, PARVAR, pars; // the same shape
-  vec<logical> LNCOV;       // packed nt(nt+1)/2: residual covariance held at zero
+  vec<logical> LNCOV;                    // packed nt(nt+1)/2: residual covariance held at zero
 
-  vec<std::int32_t> IREST;  // equations restricted to zero
+  vec<std::int32_t> IREST; // equations restricted to zero
   std::int32_t n_IREST = 0;
 
   mat<double> dic_ressum;   // nt x nobs: sum of residuals over samples

@@ -159,7 +159,8 @@ inline bool door_opens(reporting& report) {
 // Allocates `x` with the given axes (sizes, or range(low, high)), zero-filled.
 // A failure goes to the allocation report under the two names, code 16.
 template <class T, int N, class... A>
-void allocate(reporting& report, array<T, N>& x, std::string_view variable, std::string_view routine, A... sizes) {
+void allocate(reporting& report, array<T, N>& x, std::string_view variable, std::string_view routine,
+              A... sizes) {
   if (door_opens(report) && x.take(sizes...)) return;
   const axis wanted[N] = {axis(sizes)...};
   std::int64_t count = 1;
@@ -179,8 +180,7 @@ void allocate_rows(reporting& report, Rows& rows, std::string_view variable, std
       rows.resize(static_cast<std::size_t>(count));
       taken = true;
     } catch (const std::bad_alloc&) {
-    } catch (const std::length_error&) {
-    }
+    } catch (const std::length_error&) {}
   }
   if (!taken) allocation_failure(report, routine, variable, count, allocation_status);
 }
