@@ -11,7 +11,8 @@
 //   missing     ["NA"]   list of texts or numbers (a single one needs no list) that mean "no value"; a list replaces
 //                        the default; an empty cell is always missing
 //   decimal     "."      "." or ","
-//   separator   ","      ",", ";", "tab" or "blanks" (any run of blanks and tabs); ";" when decimal = ","
+//   separator            ",", ";", "tab" or "blanks" (any run of blanks and tabs). Left out: it is found from the
+//                        first line of the file; the value is then "," or, with decimal = ",", ";"
 //   columns     none     list of the names, for a file without a header line
 //
 //   [factor.NAME]        one random factor: one covariance matrix, one relationship of the levels. At most one of
