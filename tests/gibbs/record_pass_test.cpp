@@ -317,8 +317,8 @@ TEST(BDDRMC_XD_PRINT, names_and_prints_the_columns_that_nxd_asks_for) {
       "   No   Equation Trait Group    level  Contribution         Solutions\n",
       "   No   Equation Trait Group    level Eq/level  Contribution         Solutions\n",
       "   No   Equation Trait Group    level Eq/level Eq type  Contribution         Solutions\n",
-      "   No   Equation Trait Group    level Eq/level Eq type  R eff. Contribution         "
-      "Solutions\n"};
+      ("   No   Equation Trait Group    level Eq/level Eq type  R eff. Contribution         "
+       "Solutions\n")};
   for (std::int32_t nxd = 2; nxd <= 7; ++nxd) {
     std::string expected = first_lines + headers[nxd - 2] + I(1);
     for (std::int32_t i = 0; i < nxd; ++i) expected += I(row1[static_cast<std::size_t>(i)]);

@@ -1,0 +1,379 @@
+#include "control/run_driver.h"
+
+#include "control/chain_loop.h"
+#include "formats/sequential_file.h"
+#include "gibbs/gibscan.h"
+#include "run_case.h"
+
+#include <map>
+
+namespace {
+
+using namespace zeph_test;
+
+const std::string terminated = "\n\nZEPH terminates.\n";
+
+// Solutions from the file of the same name.
+std::vector<double> solpostmean(const run_case& c) {
+  sequential_reader file;
+  EXPECT_TRUE(file.open(c.directory / "solpostmean"));
+  std::int32_t neq = 0, e = 0;
+  file.next();
+  file.take(neq);
+  std::vector<double> list(static_cast<std::size_t>(neq));
+  for (double& value : list) {
+    file.next();
+    file.take(e);
+    file.take(value);
+  }
+  EXPECT_EQ(file.code(), 0);
+  return list;
+}
+
+TEST(run_driver, solves_the_textbook_example_and_ends_with_0) {
+  run_case c;
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 5000, 1)), 0);
+  EXPECT_EQ(c.text().find(banner_text), 0U);
+  EXPECT_NE(c.text().find("\nGS-solver converged\n\n"), std::string::npos);
+  EXPECT_TRUE(c.ends_with("\n\n End of ZEPH    \n"));
+  EXPECT_EQ(c.directory.read("status"), "Program ZEPH has concluded\n");
+  EXPECT_FALSE(c.directory.has("py"));
+  EXPECT_TRUE(c.directory.has("gibsol"));
+  EXPECT_TRUE(c.directory.has("scr31"));
+  EXPECT_FALSE(c.directory.has("ZEPH.log"));
+  const std::vector<double> found = solpostmean(c);
+  ASSERT_EQ(found.size(), 10U);
+  for (std::size_t e = 0; e < 10; ++e) EXPECT_NEAR(found[e], example_solutions[e], 2e-7);
+}
+
+TEST(run_driver, writes_samples_in_type_1) {
+  run_case c;
+  EXPECT_EQ(c.go(run_case::lines(1, 100, 20, 2)), 0);
+  EXPECT_TRUE(c.directory.has("py"));
+  EXPECT_TRUE(c.directory.has("lpm"));
+  EXPECT_NE(c.text().find("\nModel fit statistics         \n"), std::string::npos);
+  const std::vector<double> found = solpostmean(c);
+  for (std::size_t e = 0; e < 10; ++e) EXPECT_NEAR(found[e], example_solutions[e], 1e-5);
+}
+
+TEST(run_driver, takes_an_analysis_type_below_0_as_0) {
+  run_case c;
+  EXPECT_EQ(c.go(run_case::lines(-7, 0, 2, 1)), 0);
+  EXPECT_NE(c.text().find("Round="), std::string::npos);
+}
+
+TEST(run_driver, goes_on_to_the_reports_after_STOP_in_burn_in) {
+  run_case c;
+  c.directory.write("STOP", "");
+  EXPECT_EQ(c.go(run_case::lines(1, 5, 20, 2)), 0);
+  EXPECT_NE(c.text().find("graceously\n\nModel fit statistics"), std::string::npos);
+  EXPECT_FALSE(c.directory.has("gibsol")); // no samples
+  EXPECT_EQ(c.directory.read("status"), "Program ZEPH has concluded\n");
+}
+
+TEST(run_driver, honours_restrictions) {
+  run_case c;
+  c.d.traits[0].effects = {{1, 2}, {1, 2}}; // the sexes twice
+  c.make_model();
+  std::vector<std::vector<std::int32_t>> codes;
+  for (std::int32_t l : {1, 2, 1, 2, 1, 2, 3, 4, 5, 6, 7, 8}) codes.push_back({0, l, 1, l, 0, 0});
+  write_integer_records(c.directory / "CODE_TABLE", codes);
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 5000, 1, 0, "10\n1.0\n1.0\n0\n0\n1\n")), 0);
+  EXPECT_NE(c.text().find("No of restrictions imposed ........................          1\n\n" +
+                          std::string(30, ' ') + "  1          4\n"),
+            std::string::npos);
+  const std::vector<double> found = solpostmean(c);
+  EXPECT_EQ(found[3], 0.0);
+  for (std::size_t e = 4; e < 12; ++e) EXPECT_NEAR(found[e], example_solutions[e - 2], 2e-7);
+}
+
+TEST(run_driver, prints_sizes_at_test_level_1_and_structures_above) {
+  const auto integer = [](std::int64_t x) {
+    const std::string text = std::to_string(x);
+    return " " + std::string(11 - text.size(), ' ') + text;
+  };
+  run_case c;
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1, 1)), 0);
+  const std::string sizes =
+      "nramat,nralev,nbegr" + integer(1) + integer(8) + integer(2) + "\nnbega" + integer(2) +
+      "\nrmat(:)%n_rc" + integer(1) + integer(1) + "\nk,i,j,rmat(k)%cov_mat\n" + integer(1) + integer(1) +
+      integer(1) + std::string(22, ' ') + "1.0\n" + integer(2) + integer(1) + integer(1) +
+      std::string(21, ' ') + "40.0\niv_50" + integer(5) + "\nmodel(:)%n_reg" + integer(0) + "\nnregt" +
+      integer(0) + "\nnt" + integer(1) + "\nmnef" + integer(1) + "\n";
+  EXPECT_NE(c.text().find(sizes), std::string::npos);
+  EXPECT_EQ(c.text().find("Structure of the random effects"), std::string::npos);
+  EXPECT_EQ(c.text().find("Gibbs rounds concluded"), std::string::npos);
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1, 2)), 0);
+  EXPECT_EQ(c.text().find("nramat,nralev"), std::string::npos);
+  EXPECT_NE(c.text().find("\n\n        Structure of the random effects in the model\n" + integer(1) +
+                          integer(1) + "\n"),
+            std::string::npos);
+  EXPECT_NE(c.text().find("Determinant of initial G-Matrice(s)\n"), std::string::npos);
+  EXPECT_NE(c.text().find("Prior co-variance matrices\n"), std::string::npos);
+  EXPECT_TRUE(c.ends_with("Gibbs rounds concluded\n\n End of ZEPH    \n"));
+}
+
+TEST(run_driver, stops_when_input_files_are_missing) {
+  for (const std::string name : {"RCDATA_I", "RCDATA_R", "MODINF", "CODE_TABLE"}) {
+    run_case c;
+    c.write(run_case::lines(0, 0, 1, 1));
+    c.directory.remove(name);
+    EXPECT_EQ(c.go(), 16);
+    EXPECT_EQ(c.text(), "File \"" + name + "\" not found\nError in opening files." + terminated);
+    EXPECT_FALSE(c.directory.has("status"));
+  }
+}
+
+TEST(run_driver, stops_at_a_model_of_another_version) {
+  run_case c;
+  c.write(run_case::lines(0, 0, 1, 1));
+  std::string bytes = c.directory.read("MODINF");
+  bytes[4] = '5'; // behind the length of the first record
+  c.directory.write("MODINF", bytes);
+  EXPECT_EQ(c.go(), 16);
+  EXPECT_EQ(c.text().find("The file with model information (MODINF) "), 2U);
+  EXPECT_TRUE(c.ends_with("Rerun qva1 with the right version\nError in opening files." + terminated));
+}
+
+TEST(run_driver, stops_at_a_model_that_ends_early) {
+  run_case c;
+  c.write(run_case::lines(0, 0, 1, 1));
+  c.directory.write("MODINF", c.directory.read("MODINF").substr(0, 300));
+  EXPECT_EQ(c.go(), 16);
+  EXPECT_TRUE(c.ends_with("Error in opening files." + terminated));
+}
+
+TEST(run_driver, asks_for_both_restart_files) {
+  for (const std::string name : {"r_parm", "oldsol"}) {
+    run_case c;
+    c.write("no directive line is read\n");
+    c.directory.write(name, "");
+    EXPECT_EQ(c.go(), 16);
+    EXPECT_EQ(c.text(), banner_text +
+                            "\nA restart of a Gibbs chain requires that the files:\n"
+                            "r_parm and oldsol are in the current directory.\n" +
+                            (name == "r_parm" ? "Only r_parm is present." : "Only oldsol is present") +
+                            terminated);
+    EXPECT_EQ(c.directory.read("status"), "Program QVAgib initializing\n");
+  }
+}
+
+TEST(run_driver, stops_without_its_directive_file) {
+  run_case c;
+  c.write("");
+  c.directory.remove("dir");
+  EXPECT_EQ(c.go(), 16);
+  EXPECT_TRUE(c.ends_with("ERROR  - reading 1. input line for zeph from the directive file\n\nFatal error\n\n"
+                          "See list file for details\n\nQVA1 terminates wth exit code 16\n"));
+}
+
+TEST(run_driver, stops_without_data) {
+  run_case c;
+  c.integers.clear();
+  c.reals.clear();
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 16);
+  EXPECT_TRUE(c.ends_with("Data not found\nZEPH terminates.\n"));
+}
+
+TEST(run_driver, stops_when_the_number_of_records_is_not_that_of_the_model) {
+  run_case c;
+  c.integers.pop_back();
+  c.reals.pop_back();
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 16);
+  EXPECT_TRUE(c.ends_with("ZEPH terminates.\n"));
+  EXPECT_EQ(c.text().find("Data not found"), std::string::npos);
+}
+
+TEST(run_driver, stops_without_a_relationship_file) {
+  run_case c;
+  c.directory.remove("AINV1");
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 16);
+}
+
+// The end of a run that asks for a step which this version does not hold.
+std::string not_available(const std::string& routine, const std::string& what) {
+  return "\nERROR - " + routine + ": " + what + " not available in this version" + terminated;
+}
+
+TEST(run_driver, refuses_analysis_types_above_1_by_name) {
+  const std::string sampling = not_available("GIBSCAN", "sampling of solutions (analysis types 2 to 4) is");
+  const std::string jump = not_available("ZEPH", "analysis over models (types 5 and above) is");
+  for (const auto& [type, end] : std::map<std::int32_t, std::string>{
+           {2, sampling}, {3, sampling}, {4, sampling}, {5, jump}, {6, jump}, {7, jump}}) {
+    run_case c;
+    EXPECT_EQ(c.go(run_case::lines(type, 0, 1, 1)), 16);
+    EXPECT_TRUE(c.ends_with(end)) << type << c.text();
+  }
+}
+
+TEST(run_driver, refuses_the_latent_kinds_of_traits_by_name) {
+  const std::string latent = not_available("ZEPH", "censored and binary traits (types 2 and 4) are");
+  const std::string mixture = not_available("ZEPH", "mixture and sequence traits (types 5, 7 and 8) are");
+  for (const auto& [kind, end] : std::map<std::int32_t, std::string>{
+           {2, latent},
+           {3, not_available("SETCAT", "ordered categorical traits (type 3) are")},
+           {4, latent},
+           {5, mixture},
+           {7, mixture}}) {
+    run_case c;
+    c.d.traits[0].kind = kind;
+    c.d.traits[0].code_place = 1, c.d.traits[0].upper_place = 1;
+    c.d.traits[0].sequence_place = 5;
+    c.make_model();
+    c.m->n_cure_seq = 1;
+    for (std::size_t r = 0; r < 5; ++r) {
+      c.reals[r][0] = static_cast<float>(r % 2);
+      if (kind == 7) c.integers[r][4] = -1; // each sequence has one record
+    }
+    EXPECT_EQ(c.go(run_case::lines(1, 0, 1, 1)), 16);
+    EXPECT_TRUE(c.ends_with(end)) << kind << c.text();
+  }
+}
+
+TEST(run_driver, refuses_a_sequence_trait_with_its_cured_fraction) {
+  run_case c;
+  c.d.traits[0].kind = 7;
+  c.d.traits[0].sequence_place = 5;
+  c.d.traits.push_back(c.d.traits[0]);
+  c.d.traits[1].kind = 8;
+  c.d.reals = 2;
+  c.d.residual = {};
+  c.make_model();
+  c.m->n_cure_seq = 1;
+  c.m->MODEL(2).link1 = 1;
+  for (std::size_t r = 0; r < 5; ++r) {
+    c.integers[r][2] = c.integers[r][3] = 3;
+    c.integers[r][4] = -1;
+    c.reals[r] = {1.0F, 0.0F};
+  }
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 16);
+  EXPECT_TRUE(c.ends_with(not_available("ZEPH", "mixture and sequence traits (types 5, 7 and 8) are")))
+      << c.text();
+}
+
+TEST(run_driver, refuses_missing_traits_above_type_0) {
+  run_case c;
+  c.integers[2] = {2, 6, 0, 0, 3};
+  EXPECT_EQ(c.go(run_case::lines(1, 0, 1, 1)), 16);
+  EXPECT_TRUE(c.ends_with(not_available("ZEPH", "missing traits above analysis type 0 are")));
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 0);
+}
+
+TEST(run_driver, refuses_a_restart) {
+  const std::string end = not_available("ZEPH", "a restart from r_parm and oldsol is");
+  for (const std::int32_t type : {0, 1, 3}) {
+    run_case c;
+    c.directory.write("r_parm", "");
+    c.directory.write("oldsol", "");
+    EXPECT_EQ(c.go(run_case::lines(type, 5, 1, 1)), 16);
+    EXPECT_TRUE(c.ends_with(end)) << c.text();
+    EXPECT_NE(c.text().find("But this is a restart of the chain"), std::string::npos);
+  }
+}
+
+TEST(run_driver, refuses_predictions_deviations_and_class_effect_covariates) {
+  run_case predict;
+  predict.directory.write("ytopredict", "1 1\n");
+  EXPECT_EQ(predict.go(run_case::lines(0, 0, 1, 1)), 16);
+  EXPECT_TRUE(predict.ends_with(not_available("ZEPH", "predictive distributions (file ytopredict) are")));
+
+  run_case deviations;
+  deviations.m->L_TD = true;
+  deviations.m->TD_FACTOR = 1;
+  EXPECT_EQ(deviations.go(run_case::lines(0, 0, 1, 1)), 16);
+  EXPECT_TRUE(deviations.ends_with(not_available("TD_PTD", "trait deviations are"))) << deviations.text();
+
+  run_case covariates;
+  EXPECT_EQ(covariates.go(run_case::lines(0, 0, 1, 1, 0, "10\n1.0\n1.0\n0\n1\n1 1 1\n1 1\n0\n")), 16);
+  EXPECT_TRUE(covariates.ends_with(not_available("FETOCV", "class-effect solutions used as covariates are")));
+}
+
+TEST(run_driver, stops_at_seeds_that_the_source_does_not_take) {
+  run_case c; // type 1 starts the source of the scan
+  std::string text = run_case::lines(1, 0, 1, 1);
+  text.replace(text.find("12 34"), 5, "31329 1");
+  EXPECT_EQ(c.go(text), 16);
+  run_case solver; // type 0 does not
+  text.replace(0, 1, "0");
+  EXPECT_EQ(solver.go(text), 0);
+}
+
+TEST(run_driver, reports_each_allocation_that_fails) {
+  std::int64_t calls = 0;
+  {
+    run_case c;
+    c.write(run_case::lines(1, 1, 4, 2));
+    run r(c.listing, c.directory.path());
+    ASSERT_EQ(exit_code_of_run(r), 0);
+    calls = r.report.door.calls;
+  }
+  EXPECT_GT(calls, 100);
+  run_case c;
+  c.write(run_case::lines(1, 1, 4, 2));
+  for (std::int64_t n = 1; n <= calls; ++n) {
+    std::ostringstream listing;
+    c.directory.remove("ZEPH.log");
+    run r(listing, c.directory.path());
+    r.report.door.fail_at = n;
+    EXPECT_EQ(exit_code_of_run(r), 16) << n;
+    const std::string text = listing.str(), log = c.directory.read("ZEPH.log");
+    EXPECT_NE(text.find("\nZEPH: FATAL ERROR\n\nTrying to allocate memory for:  "), std::string::npos) << n;
+    const std::string end = "\n\nProgram terminates with exit code 16\n";
+    EXPECT_EQ(text.substr(text.size() - end.size()), end) << n;
+    EXPECT_EQ(log.find("\nZEPH FATAL ERROR\n\n Trying to allocate memory for:  "), 0U) << n;
+  }
+}
+
+// Two runs that stand side by side, round by round, and the same two alone.
+TEST(start_run, keeps_two_runs_apart) {
+  const auto other = [](run_case& c) {
+    c.d.residual = {10.0};
+    c.reals = {{1.5F}, {2.5F}, {-3.5F}, {4.5F}, {6.0F}};
+    c.make_model();
+    c.write(run_case::lines(1, 2, 8, 2));
+  };
+  const auto rounds = [](run& r, std::int64_t first, std::int64_t last) {
+    scan_records records{r.model, r.layout, r.design, r.relations, r.sampler, r.work, r.report};
+    for (r.frame.iround = first; r.frame.iround <= last; ++r.frame.iround) GIBSCAN(records, r.frame, r.files);
+  };
+  std::vector<double> alone[2];
+  std::string said[2], py;
+  for (int i = 0; i < 2; ++i) {
+    run_case c;
+    if (i == 0)
+      c.write(run_case::lines(0, 0, 10, 1));
+    else
+      other(c);
+    run r(c.listing, c.directory.path());
+    start_run(r);
+    rounds(r, 1, 10);
+    alone[i].assign(r.sampler.sol.begin(), r.sampler.sol.end());
+    said[i] = c.text();
+    if (i == 1) py = c.directory.read("py");
+  }
+  run_case first, second;
+  first.write(run_case::lines(0, 0, 10, 1));
+  other(second);
+  run a(first.listing, first.directory.path()), b(second.listing, second.directory.path());
+  start_run(a);
+  start_run(b);
+  for (std::int64_t round = 1; round <= 10; ++round) {
+    rounds(b, round, round);
+    rounds(a, round, round);
+  }
+  EXPECT_EQ(std::vector<double>(a.sampler.sol.begin(), a.sampler.sol.end()), alone[0]);
+  EXPECT_EQ(std::vector<double>(b.sampler.sol.begin(), b.sampler.sol.end()), alone[1]);
+  EXPECT_EQ(first.text(), said[0]);
+  EXPECT_EQ(second.text(), said[1]);
+  EXPECT_EQ(second.directory.read("py"), py);
+}
+
+TEST(exit_code_of_run, tells_a_listing_that_can_not_be_written) {
+  run_case c;
+  c.write(run_case::lines(0, 0, 1, 1));
+  std::ostream nowhere(nullptr);
+  run r(nowhere, c.directory.path());
+  EXPECT_EQ(exit_code_of_run(r), 16);
+}
+
+} // namespace
