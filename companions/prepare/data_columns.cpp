@@ -79,8 +79,12 @@ std::string class_name(const effect& e) {
 
 data_columns read_data_columns(const model_description& d, message_log& log) {
   data_columns out;
-  out.table = read_csv(path_of(d, d.data.file.value).string(), layout_of(d.data), log);
-  out.table.file = d.data.file.value;
+  const std::string path = path_of(d, d.data.file.value).string();
+  const std::size_t first = log.entries.size();
+  out.table = read_csv(path, layout_of(d.data), log);
+  out.table.file = d.data.file.value; // as the description names it, in messages too
+  for (std::size_t i = first; i < log.entries.size(); ++i)
+    if (log.entries[i].at.file == path) log.entries[i].at.file = out.table.file;
   if (out.table.header.empty()) return out;
 
   const columns_in_use used = columns_of(d);

@@ -230,7 +230,24 @@ void warn_of_chain(const model_description& d, const prepared_model& p, message_
   }
 }
 
-// Two identity factors whose levels always go together, or one with a level for each record.
+// A solver or a prediction takes the matrices as they start.
+void warn_of_defaults(const model_description& d, const prepared_model& p, message_log& log) {
+  if (d.run.analysis.value >= analysis_type::gibbs) return;
+  std::vector<std::string> defaults;
+  for (const factor_levels& f : p.factors)
+    if (d.factors[f.section].start.order == 0) defaults.push_back("[factor." + f.name + "]");
+  const bool grouped =
+      !p.start.residual_groups.empty() &&
+      std::ranges::all_of(p.start.residual_groups, [](const start_matrix& m) { return m.given; });
+  if (d.residual.start.order == 0 && !grouped) defaults.emplace_back("[residual]");
+  if (!defaults.empty())
+    add_warning(log, {},
+                fmt::format("analysis \"{}\" takes the covariances as they start, and {} have no start: "
+                            "the defaults below are used",
+                            word_of(d.run.analysis.value), joined(defaults)));
+}
+
+// An identity factor with a level for each record.
 void warn_of_likeness(const prepared_model& p, message_log& log) {
   for (const factor_levels& f : p.factors) {
     if (f.structure != "I" || f.order() != 1) continue;
@@ -312,6 +329,7 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   warn_of_precision(d, p, log);
   warn_of_chain(d, p, log);
   warn_of_likeness(p, log);
+  warn_of_defaults(d, p, log);
   p.complete = true;
   return p;
 }

@@ -110,8 +110,10 @@ std::string matrix_text(const start_matrix& m, const std::vector<std::string>& n
   return out;
 }
 
-std::string prior_text(std::int32_t df, int order) {
-  return df <= order + 1 ? "flat prior" : fmt::format("prior degrees of freedom {}", df);
+// Without a chain over them the matrices are used as they start.
+std::string prior_text(const model_description& d, std::int32_t df, int order) {
+  if (d.run.analysis.value < analysis_type::gibbs) return ", stays as it is";
+  return df <= order + 1 ? ", flat prior" : fmt::format(", prior degrees of freedom {}", df);
 }
 
 std::string origin_text(const start_matrix& m) { return m.given ? "start as given" : "start by default"; }
@@ -127,8 +129,8 @@ std::string factor_text(const model_description& d, const prepared_model& p, std
   }
   if (!f.inverse.empty()) out += fmt::format(", {} elements in the inverse", f.inverse.size());
   if (f.blended > 0.0) out += fmt::format(", blended with {:g} I", f.blended);
-  out += fmt::format("\n    {}, {}\n", origin_text(p.start.factors[k]),
-                     prior_text(d.factors[f.section].prior_df.value, f.order()));
+  out += fmt::format("\n    {}{}\n", origin_text(p.start.factors[k]),
+                     prior_text(d, d.factors[f.section].prior_df.value, f.order()));
   return out + matrix_text(p.start.factors[k], f.row_names);
 }
 
@@ -138,12 +140,12 @@ std::string matrices_text(const model_description& d, const prepared_model& p) {
   for (std::size_t k = 0; k < p.factors.size(); ++k) out += factor_text(d, p, k);
   std::vector<std::string> traits;
   for (const trait_section& t : d.traits) traits.push_back(t.name);
-  const std::string prior = prior_text(d.residual.prior_df.value, static_cast<int>(traits.size()));
+  const std::string prior = prior_text(d, d.residual.prior_df.value, static_cast<int>(traits.size()));
   if (p.patterns.group_codes.empty())
-    return out + fmt::format("  residual\n    {}, {}\n", origin_text(p.start.residual), prior) +
+    return out + fmt::format("  residual\n    {}{}\n", origin_text(p.start.residual), prior) +
            matrix_text(p.start.residual, traits);
   for (std::size_t g = 0; g < p.patterns.group_codes.size(); ++g)
-    out += fmt::format("  residual of {} {}: {} records\n    {}, {}\n", d.residual.groups.value,
+    out += fmt::format("  residual of {} {}: {} records\n    {}{}\n", d.residual.groups.value,
                        p.patterns.group_codes[g],
                        p.model.residual().HETG_N_OBS(static_cast<std::int64_t>(g) + 1),
                        origin_text(p.start.residual_groups[g]), prior) +
