@@ -56,6 +56,21 @@ TEST(run_driver, writes_samples_in_type_1) {
   for (std::size_t e = 0; e < 10; ++e) EXPECT_NEAR(found[e], example_solutions[e], 1e-5);
 }
 
+TEST(run_driver, keeps_samples_of_solutions_and_residuals_when_asked) {
+  run_case c;
+  c.m->n_sol_cv = -1;
+  c.m->l_residuals = true;
+  c.m->model_kind = 2;
+  EXPECT_EQ(c.go(run_case::lines(1, 3, 20, 2)), 0);
+  // a record has 4 bytes before and 4 behind it; 10 samples of 10 equations, of 5 records
+  EXPECT_EQ(c.directory.read("sol.samples").size(), 8U + 4U + 10U * (8U + 4U + 10U * 8U));
+  EXPECT_EQ(c.directory.read("res.samples").size(), 10U * 5U * (8U + 4U + 4U + 8U));
+  run_case solver; // the solver takes no samples
+  solver.m->n_sol_cv = -1;
+  EXPECT_EQ(solver.go(run_case::lines(0, 3, 20, 2)), 0);
+  EXPECT_FALSE(solver.directory.has("sol.samples"));
+}
+
 TEST(run_driver, takes_an_analysis_type_below_0_as_0) {
   run_case c;
   EXPECT_EQ(c.go(run_case::lines(-7, 0, 2, 1)), 0);
