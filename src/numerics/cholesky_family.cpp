@@ -90,26 +90,36 @@ mat<double> chol_of(reporting& report, const double* a, std::int64_t lda, int n)
   return factor_copy(report, a, lda, n, "chol_of");
 }
 
-mat<double> ginverse_of(reporting& report, const double* a, std::int64_t lda, int n) {
-  const mat<double> l = factor_copy(report, a, lda, n, "ginverse_of");
-  mat<double> m =
-      square(report, n, "M", "ginverse_of"); // M = inverse of L, row by row; a zero pivot's row is 0
-  for (int i = 1; i <= n; ++i) {
-    if (!(std::fabs(l(i, i)) > pivot_zero)) continue;
-    m(i, i) = 1.0 / l(i, i);
-    for (int j = 1; j < i; ++j) {
+void ginverse_into(reporting& report, const double* a, std::int64_t lda, int n, double* g, std::int64_t ldg,
+                   double* l, double* m) {
+  for (std::int64_t j = 0; j < n; ++j)
+    for (std::int64_t i = j; i < n; ++i) l[i + j * n] = a[i + j * lda];
+  semidefinite_factor(report, l, n, n);
+  // M = inverse of L, row by row; a zero pivot's row is 0
+  for (std::int64_t i = 0; i < n; ++i) {
+    const double pivot = l[i + i * n];
+    const bool inverts = std::fabs(pivot) > pivot_zero;
+    for (std::int64_t j = 0; j < i; ++j) {
       double sum = 0.0;
-      for (int k = j; k < i; ++k) sum += l(i, k) * m(k, j);
-      m(i, j) = -sum / l(i, i);
+      if (inverts)
+        for (std::int64_t k = j; k < i; ++k) sum += l[i + k * n] * m[k + j * n];
+      m[i + j * n] = inverts ? -sum / pivot : 0.0;
     }
+    m[i + i * n] = inverts ? 1.0 / pivot : 0.0;
   }
-  mat<double> g = square(report, n, "G", "ginverse_of"); // G = M'M
-  for (int j = 1; j <= n; ++j)
-    for (int i = j; i <= n; ++i) {
+  for (std::int64_t j = 0; j < n; ++j) // G = M'M
+    for (std::int64_t i = j; i < n; ++i) {
       double sum = 0.0;
-      for (int k = i; k <= n; ++k) sum += m(k, i) * m(k, j);
-      g(i, j) = g(j, i) = sum;
+      for (std::int64_t k = i; k < n; ++k) sum += m[k + i * n] * m[k + j * n];
+      g[i + j * ldg] = g[j + i * ldg] = sum;
     }
+}
+
+mat<double> ginverse_of(reporting& report, const double* a, std::int64_t lda, int n) {
+  mat<double> l = square(report, n, "L", "ginverse_of");
+  mat<double> m = square(report, n, "M", "ginverse_of");
+  mat<double> g = square(report, n, "G", "ginverse_of");
+  ginverse_into(report, a, lda, n, g.data(), n, l.data(), m.data());
   return g;
 }
 

@@ -52,6 +52,11 @@ inline mat<double> ginverse_of(reporting& report, const mat<double>& a) {
   return ginverse_of(report, a.data(), a.extent(1), static_cast<int>(a.extent(1)));
 }
 
+// The same into g (leading dimension ldg), without allocating; l and m are work
+// areas of n x n elements each. g may be a itself.
+void ginverse_into(reporting& report, const double* a, std::int64_t lda, int n, double* g, std::int64_t ldg,
+                   double* l, double* m);
+
 // The square of the product of the diagonal elements of L that are not zero: of
 // a singular matrix the determinant of the rows that `ginverse_of` inverts.
 double det_of(reporting& report, const double* a, std::int64_t lda, int n);
