@@ -1,6 +1,8 @@
 // Functions of the normal distribution.
 #pragma once
 
+#include "control/reporting.h"
+
 namespace zeph {
 
 // Lower tail P(Z < x), upper tail P(Z > x) and density of the standard normal
@@ -13,5 +15,29 @@ namespace zeph {
 // continued fraction of the tail, cut after four terms. Eight digits of the small
 // tail are right everywhere.
 void normal_tail(double x, double& lower, double& upper, double& pdf);
+
+// P(X < x) of a normal variable with this mean and standard deviation, accurate
+// to 1e-15 of the value in the lower tail; values below 2^-1022 are 0. W. J. Cody's
+// approximations as carried by DCDFLIB. sd not above 0: "Parameters for NORMALCDF
+// incorrect", the run stops with code 16.
+double NORMALCDF(reporting& report, double x, double mean = 0.0, double sd = 1.0);
+
+// Lower and upper tail of the standard normal distribution, the same way.
+void cumnor(double x, double& lower, double& upper);
+
+// Probabilities that have an inverse here. The lower one is 1E-10 as a 32-bit number.
+inline constexpr double lowest_probability = 1.000000013351432E-10;
+inline constexpr double highest_probability = 0.9999999999;
+// p moved to the nearer end of that interval when it lies outside.
+inline double clipped_probability(double p) {
+  if (p < lowest_probability) return lowest_probability;
+  return p > highest_probability ? highest_probability : p;
+}
+
+// The x with P(X < x) = p, P(X > x) = 1 - p. p is clipped first, and the clipped
+// value is left in the argument. DCDFLIB's starting value and Newton steps on
+// `cumnor`. sd not above 0, or p not a number: "Parameters for NORMAL_INVCDF
+// incorrect", the run stops with code 16.
+double NORMAL_INVCDF(reporting& report, double& p, double mean = 0.0, double sd = 1.0);
 
 } // namespace zeph
