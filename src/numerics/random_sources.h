@@ -199,10 +199,21 @@ inline double uniform_range(combined_source& source, double low = 0.0, double hi
 
 // ---- Both, as a run owns them ----
 
+// Set-up of the gamma draws of the combined source (gamma_draws.h): what belongs to
+// the shape aa, and, worked out only when a draw needs it, to the shape aaa.
+struct gamma_cache {
+  float aa = 0.0F;                     // shape of s2, s, d; 0: none
+  float s2 = 0.0F, s = 0.0F, d = 0.0F; // aa - 1/2, its root, limit of the squeeze test
+  float aaa = 0.0F;                    // shape of q0 and the hat; 0: none
+  float q0 = 0.0F;                     // the part of the quotient that is free of t
+  float b = 0.0F, si = 0.0F, c = 0.0F; // centre, scale and height of the hat
+};
+
 struct random_sources {
   explicit random_sources(reporting& report) : marsaglia(report), combined(report) {}
   marsaglia_source marsaglia;
   combined_source combined;
+  gamma_cache gamma;
 };
 
 } // namespace zeph
