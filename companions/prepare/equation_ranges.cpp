@@ -15,12 +15,13 @@ void add_trait(const prepared_model& p, int t, std::vector<equation_range>& out)
   const fixed_part& fixed = p.fixed[static_cast<std::size_t>(t)];
   for (std::size_t j = 0; j < fixed.classes.size(); ++j)
     if (fixed.classes[j].intercept)
-      out.push_back(
-          {"class", t, fixed.classes[j].name, m.NBEGF(t + 1, j + 1) + 1LL, fixed.classes[j].n_levels(), 1});
+      out.push_back({"class", t, fixed.classes[j].name, m.NBEGF(t + 1, j + 1) + 1LL,
+                     fixed.classes[j].n_levels(), 1, 0});
   for (std::size_t j = 0; j < fixed.regressions.size(); ++j) {
     const int nested = fixed.regressions[j].nested;
     const std::int64_t n = nested < 0 ? 1 : fixed.classes[static_cast<std::size_t>(nested)].n_levels();
-    out.push_back({"regression", t, fixed.regressions[j].name, m.NBEGREG(t + 1, j + 1) + 1LL, n, 1});
+    out.push_back(
+        {"regression", t, fixed.regressions[j].name, m.NBEGREG(t + 1, j + 1) + 1LL, n, 1, nested + 1});
   }
 }
 
@@ -39,7 +40,7 @@ std::vector<equation_range> equation_ranges(const model_description& d, const pr
     const factor_levels& f = p.factors[k];
     const std::int64_t n = static_cast<std::int64_t>(f.n_levels()) * f.order();
     out.push_back(
-        {"factor", -1, f.name, p.model.NBEGRA(static_cast<std::int64_t>(k) + 1) + 1LL, n, f.order()});
+        {"factor", -1, f.name, p.model.NBEGRA(static_cast<std::int64_t>(k) + 1) + 1LL, n, f.order(), 0});
   }
   return out;
 }

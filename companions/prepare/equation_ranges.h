@@ -16,6 +16,7 @@ struct equation_range {
   std::int64_t first = 0; // first equation, from 1
   std::int64_t n = 0;     // equations
   std::int32_t order = 1; // equations per level
+  int nested_in = 0;      // nested regression: number of its class effect in the trait
 };
 
 // All parts with equations, in the order of the traits, then the factors.

@@ -168,8 +168,8 @@ void codes_of_pedigree(const pedigree& ped, factor_levels& f) {
 std::vector<std::uint8_t> animals_seen(const record_selection& records, const factor_levels& f,
                                        std::int32_t n) {
   std::vector<std::uint8_t> seen(static_cast<std::size_t>(n), 0);
-  for (const auto& [column, level] : f.level)
-    for_each_use(records, f, column, [&](std::size_t r) {
+  for (const auto& entry : f.level)
+    for_each_use(records, f, entry.first, [&seen, &level = entry.second](std::size_t r) {
       if (level[r] > 0) seen[static_cast<std::size_t>(level[r] - 1)] = 1;
     });
   return seen;

@@ -15,6 +15,7 @@
 #include <cmath>
 #include <limits>
 #include <sstream>
+#include <unordered_map>
 
 namespace zeph::prepare {
 
@@ -230,6 +231,38 @@ void warn_of_chain(const model_description& d, const prepared_model& p, message_
   }
 }
 
+// The one column of a factor with a single row and contribution, or none.
+const std::vector<std::int32_t>* only_column(const factor_levels& f) {
+  return f.contributions.size() == 1 ? &f.level.at(f.contributions.front().column) : nullptr;
+}
+
+// True when every level of one column goes with a single level of the other, both ways, in all used records.
+bool go_together(const prepared_model& p, const std::vector<std::int32_t>& a,
+                 const std::vector<std::int32_t>& b) {
+  std::unordered_map<std::int32_t, std::int32_t> b_of, a_of;
+  for (const std::uint32_t r : p.records.records)
+    if (b_of.try_emplace(a[r], b[r]).first->second != b[r] ||
+        a_of.try_emplace(b[r], a[r]).first->second != a[r])
+      return false;
+  return true;
+}
+
+void warn_of_twins(const prepared_model& p, message_log& log) {
+  for (std::size_t i = 0; i < p.factors.size(); ++i)
+    for (std::size_t j = i + 1; j < p.factors.size(); ++j) {
+      const factor_levels &f = p.factors[i], &g = p.factors[j];
+      const auto *a = only_column(f), *b = only_column(g);
+      if (a == nullptr || b == nullptr || f.row_trait != g.row_trait) continue;
+      if (f.contributions.front().column == g.contributions.front().column && f.structure != g.structure)
+        continue;
+      if (go_together(p, *a, *b))
+        add_warning(
+            log, {},
+            fmt::format("{} and {} cannot be told apart: every level of one goes with one level of the other",
+                        f.name, g.name));
+    }
+}
+
 // A solver or a prediction takes the matrices as they start.
 void warn_of_defaults(const model_description& d, const prepared_model& p, message_log& log) {
   if (d.run.analysis.value >= analysis_type::gibbs) return;
@@ -329,6 +362,7 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   warn_of_precision(d, p, log);
   warn_of_chain(d, p, log);
   warn_of_likeness(p, log);
+  warn_of_twins(p, log);
   warn_of_defaults(d, p, log);
   p.complete = true;
   return p;

@@ -91,7 +91,8 @@ json equations_json(const model_description& d, const prepared_model& p) {
                    {"name", e.name},
                    {"first", e.first},
                    {"equations", e.n},
-                   {"per_level", e.order}});
+                   {"per_level", e.order},
+                   {"nested_in", e.nested_in}});
   return out;
 }
 
@@ -169,15 +170,15 @@ std::vector<side_file> factor_code_files(const prepared_model& p) {
 }
 
 side_file class_code_file(const model_description& d, const prepared_model& p) {
-  side_file out{"codes_fixed.csv", "trait,effect,level,code,identification,records,equation\n"};
+  side_file out{"codes_fixed.csv", "trait,effect,level,code,identification,records,equation,number\n"};
   for (std::size_t t = 0; t < p.fixed.size(); ++t)
     for (std::size_t j = 0; j < p.fixed[t].classes.size(); ++j) {
       const class_effect& c = p.fixed[t].classes[j];
       for (std::size_t l = 0; l < c.code.size(); ++l)
-        out.text +=
-            fmt::format("{},{},{},{},{},{},{}\n", csv_cell(d.traits[t].name), csv_cell(c.name), l + 1,
-                        c.code[l], csv_cell(c.identification[l]), c.n_records[l],
-                        c.intercept ? p.model.NBEGF(t + 1, j + 1) + static_cast<std::int64_t>(l) + 1 : 0);
+        out.text += fmt::format(
+            "{},{},{},{},{},{},{},{}\n", csv_cell(d.traits[t].name), csv_cell(c.name), l + 1, c.code[l],
+            csv_cell(c.identification[l]), c.n_records[l],
+            c.intercept ? p.model.NBEGF(t + 1, j + 1) + static_cast<std::int64_t>(l) + 1 : 0, j + 1);
     }
   return out;
 }

@@ -23,7 +23,8 @@ std::string names_json(const model_description& d, const prepared_model& p,
 // codes_<factor>.csv: level, code, identification, F, records, in_pedigree; one file per factor.
 std::vector<side_file> factor_code_files(const prepared_model& p);
 
-// codes_fixed.csv: trait, effect, level, code, identification, records, equation (0: none).
+// codes_fixed.csv: trait, effect, level, code, identification, records, equation (0: none), number of the effect in the
+// trait (that names.json gives as nested_in of a nested regression).
 side_file class_code_file(const model_description& d, const prepared_model& p);
 
 // Check sum of a file's bytes, 16 hexadecimal digits; empty when it can't be read.

@@ -1,0 +1,85 @@
+// The program zeph-prepare itself: exit codes, and what it writes or leaves alone.
+#include "support/scratch_directory.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+
+namespace {
+
+using zeph_test::scratch_directory;
+
+const std::string PROGRAM = std::string(ZEPH_BINARY_DIR) + "/bin/zeph-prepare";
+const std::string MODEL = "[data]\nfile = \"d.csv\"\n[trait.y]\nformula = \"1 + sex\"\n";
+
+class command_line : public testing::Test {
+protected:
+  void SetUp() override {
+    if (!std::filesystem::exists(PROGRAM)) GTEST_SKIP() << "zeph-prepare is not built";
+    place.write("model.toml", MODEL);
+    place.write("d.csv", "sex,y\n1,3\n2,5\n2,6\n");
+  }
+  // Runs in the scratch directory; both outputs go to the file `said`.
+  int run(const std::string& arguments) const {
+    const std::string command = "cd " + place.path() + " && " + PROGRAM + " " + arguments + " > said 2>&1";
+    return WEXITSTATUS(std::system(command.c_str()));
+  }
+  bool said(const std::string& text) const { return place.read("said").find(text) != std::string::npos; }
+
+  scratch_directory place;
+};
+
+TEST_F(command_line, writes_the_directory_and_says_how_to_run) {
+  EXPECT_EQ(run("model.toml --into work"), 0);
+  EXPECT_TRUE(place.has("work/MODINF"));
+  EXPECT_TRUE(place.has("work/names.json"));
+  EXPECT_TRUE(said("Written to work: 8 files\nRun: cd work && ZEPH\n")) << place.read("said");
+}
+
+TEST_F(command_line, names_the_directory_after_the_description) {
+  EXPECT_EQ(run("model.toml"), 0);
+  EXPECT_TRUE(place.has("model/MODINF"));
+}
+
+TEST_F(command_line, check_writes_nothing) {
+  EXPECT_EQ(run("model.toml --into work --check"), 0);
+  EXPECT_FALSE(place.has("work"));
+  EXPECT_TRUE(said("Records of d.csv: 3 read, 3 used"));
+  EXPECT_TRUE(said("Checked only, nothing was written"));
+}
+
+TEST_F(command_line, fault_in_the_description_ends_with_1_and_writes_nothing) {
+  place.write("model.toml", "[data]\nfile = \"d.csv\"\nmising = [\"x\"]\n[trait.y]\nformula = \"1 + sex\"\n");
+  EXPECT_EQ(run("model.toml --into work"), 1);
+  EXPECT_FALSE(place.has("work"));
+  EXPECT_TRUE(said("unknown key \"mising\"")) << place.read("said");
+}
+
+TEST_F(command_line, fault_in_the_data_ends_with_1_and_writes_nothing) {
+  place.write("d.csv", "sex,y\n1,3\n2,12x\n2,6\n");
+  EXPECT_EQ(run("model.toml --into work"), 1);
+  EXPECT_FALSE(place.has("work"));
+  EXPECT_TRUE(said("d.csv:3: error: \"12x\" in column y is no number")) << place.read("said");
+  EXPECT_TRUE(said("nothing was written: 1 errors"));
+}
+
+TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
+  EXPECT_EQ(run(""), 2);
+  EXPECT_EQ(run("model.toml --no-such-option"), 2);
+  EXPECT_EQ(run("absent.toml"), 2);
+  EXPECT_TRUE(said("can't read absent.toml"));
+  place.write("plain", "");
+  EXPECT_EQ(run("model.toml --into plain"), 2);
+  EXPECT_TRUE(said("can't make the directory plain")) << place.read("said");
+}
+
+TEST_F(command_line, help_and_version_end_with_0) {
+  EXPECT_EQ(run("--help"), 0);
+  EXPECT_TRUE(said("--prune"));
+  EXPECT_EQ(run("--version"), 0);
+  EXPECT_TRUE(said("zeph-prepare "));
+}
+
+} // namespace

@@ -1,0 +1,112 @@
+// The examples of the repository, from their description through the whole program to their answers.
+#include "control/run_driver.h"
+#include "prepare/csv_columns.h"
+#include "prepare/work_directory.h"
+#include "support/prepared_case.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+using zeph_test::scratch_directory;
+
+// Solutions by equation, 1-based, of an example of the folder examples/.
+struct solved_example {
+  zeph::prepare::message_log log;
+  zeph::prepare::model_description description;
+  zeph::prepare::prepared_model p;
+  zeph::prepare::csv_columns answers;
+  std::vector<double> sol{0.0};
+
+  explicit solved_example(const std::string& name) {
+    const std::string folder = std::string(ZEPH_SOURCE_DIR) + "/examples/" + name + "/";
+    description = zeph::prepare::read_description(folder + "model.toml", log);
+    p = assemble_model(description, {}, log);
+    answers = zeph::prepare::read_csv(folder + "answers.csv", {}, log);
+    if (!p.complete) return;
+    const scratch_directory work;
+    if (!write_work_directory(description, p, work.path(), "").ok) return;
+    std::ostringstream listing;
+    zeph::run run(listing, work.path());
+    if (exit_code_of_run(run) != 0) return;
+    for (std::int64_t e = 1; e <= run.layout.neq; ++e) sol.push_back(run.sampler.sol(e));
+  }
+  double factor(std::size_t k, int row, std::int32_t level) const {
+    const zeph::model_records& m = p.model;
+    const auto number = static_cast<std::int64_t>(k);
+    return sol.at(static_cast<std::size_t>(m.NBEGRA(number) + (level - 1) * m.RMAT(number).n_rc + row));
+  }
+  double fixed(int trait, int effect, std::int32_t level) const {
+    return sol.at(static_cast<std::size_t>(p.model.NBEGF(trait, effect) + level));
+  }
+  std::string cell(const char* column, std::size_t r) const {
+    return std::string(answers.cell(zeph::prepare::find_column(answers, column), r));
+  }
+  double answer(const std::string& quantity, const std::string& level) const {
+    for (std::size_t r = 0; r < answers.n_records(); ++r)
+      if (cell("quantity", r) == quantity && cell("level", r) == level) return std::stod(cell("computed", r));
+    ADD_FAILURE() << "no answer " << quantity << " " << level;
+    return 0.0;
+  }
+
+  // Every answer of the quantity (and trait, unless empty) against row `row` of factor k.
+  void expect_factor(const std::string& quantity, const std::string& trait, std::size_t k, int row,
+                     double scale) const {
+    int n = 0;
+    for (std::size_t r = 0; r < answers.n_records(); ++r) {
+      if (cell("quantity", r) != quantity || (!trait.empty() && cell("trait", r) != trait)) continue;
+      const auto& ids = p.factors[k - 1].identification;
+      const auto at = std::find(ids.begin(), ids.end(), cell("level", r));
+      ASSERT_NE(at, ids.end());
+      EXPECT_NEAR(factor(k, row, static_cast<std::int32_t>(at - ids.begin()) + 1),
+                  std::stod(cell("computed", r)), 1e-6 * scale)
+          << quantity << " " << trait << " " << cell("level", r);
+      ++n;
+    }
+    EXPECT_GT(n, 0) << quantity;
+  }
+};
+
+TEST(examples, animal_model_gives_the_published_solutions) {
+  const solved_example x("animal_model");
+  ASSERT_EQ(x.sol.size(), 11U);
+  EXPECT_NEAR(x.fixed(1, 1, 1), x.answer("sex", "F"), 4e-6);
+  EXPECT_NEAR(x.fixed(1, 1, 2), x.answer("sex", "M"), 4e-6);
+  x.expect_factor("animal", "", 1, 1, 1.0);
+}
+
+TEST(examples, two_traits_with_missing_records_give_the_published_solutions) {
+  const solved_example x("two_traits_missing");
+  ASSERT_EQ(x.sol.size(), 23U);
+  x.expect_factor("animal", "wwg", 1, 1, 6.0);
+  x.expect_factor("animal", "pwg", 1, 2, 6.0);
+}
+
+TEST(examples, maternal_effects_give_the_published_solutions) {
+  const solved_example x("maternal_effects");
+  ASSERT_EQ(x.sol.size(), 37U);
+  x.expect_factor("direct", "", 1, 1, 30.0);
+  x.expect_factor("maternal", "", 1, 2, 30.0);
+  x.expect_factor("mpe", "", 2, 1, 30.0);
+  for (const std::int32_t herd : {2, 3}) // herd 1 is zero in the answers
+    EXPECT_NEAR(x.fixed(1, 1, herd) - x.fixed(1, 1, 1), x.answer("herd", std::to_string(herd)), 3e-5);
+}
+
+TEST(examples, random_regression_gives_the_published_solutions) {
+  const solved_example x("random_regression");
+  ASSERT_EQ(x.sol.size(), 54U);
+  for (const int degree : {0, 1, 2}) {
+    x.expect_factor("animal_p" + std::to_string(degree), "", 1, degree + 1, 20.0);
+    x.expect_factor("pe_p" + std::to_string(degree), "", 2, degree + 1, 20.0);
+  }
+  for (const int degree : {1, 2, 3, 4})
+    EXPECT_NEAR(x.sol[static_cast<std::size_t>(degree)], x.answer("curve", "p" + std::to_string(degree)),
+                2e-5);
+  for (int htd = 1; htd <= 10; ++htd)
+    EXPECT_NEAR(x.fixed(1, 1, htd),
+                x.answer("htd", std::to_string(htd)) + 0.70710678118654752 * x.answer("curve", "p0"), 2e-5);
+}
+
+} // namespace

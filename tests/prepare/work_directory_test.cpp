@@ -1,0 +1,201 @@
+#include "prepare/work_directory.h"
+
+#include "formats/sequential_file.h"
+#include "input/model_information.h"
+#include "prepare/summary.h"
+#include "support/check.h"
+#include "support/prepared_case.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace {
+
+using zeph::prepare::directory_result;
+using zeph::prepare::disturbing_files;
+using zeph::prepare::write_work_directory;
+using zeph_test::prepared_case;
+using zeph_test::scratch_directory;
+
+// Five calves of Mrode and Pocrnic 2023, example 4.1, sexes coded 1 (male) and 2.
+const std::string DATA = "animal,sex,wwg\n4,1,4.5\n5,2,2.9\n6,2,3.9\n7,1,3.5\n8,1,5.0\n";
+const std::string PEDIGREE = "animal,sire,dam\n1,0,0\n2,0,0\n3,0,0\n4,1,0\n5,3,2\n6,1,2\n7,4,5\n8,3,6\n";
+const std::string MODEL = "[data]\nfile = \"d.csv\"\n[factor.animal]\npedigree = \"p.csv\"\nstart = 20.0\n"
+                          "[trait.wwg]\nformula = \"1 + sex + (1 | animal)\"\n[residual]\nstart = 40.0\n"
+                          "[run]\nrounds = 500\n";
+
+prepared_case calves() { return prepared_case(MODEL, {{"d.csv", DATA}, {"p.csv", PEDIGREE}}); }
+
+std::vector<std::vector<std::int32_t>> integer_records(const std::string& path) {
+  zeph::sequential_reader file;
+  std::vector<std::vector<std::int32_t>> out;
+  EXPECT_TRUE(file.open(path));
+  while (file.next() == 0) {
+    out.emplace_back(static_cast<std::size_t>(file.record_length() / 4));
+    file.take(out.back().data(), static_cast<std::int64_t>(out.back().size()));
+  }
+  return out;
+}
+
+using records = std::vector<std::vector<std::int32_t>>;
+
+TEST(work_directory, has_the_files_that_the_program_reads_and_side_files) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  const directory_result w = write_work_directory(c.description, c.p, out.path(), "as seen\n");
+  ASSERT_TRUE(w.ok) << w.fault;
+  for (const char* name : {"MODINF", "RCDATA_I", "RCDATA_R", "CODE_TABLE", "zeph.dir", "AINV1", "PEDFILE1",
+                           "codes_animal.csv", "codes_fixed.csv", "names.json", "prepare.txt"})
+    EXPECT_TRUE(out.has(name)) << name;
+  EXPECT_EQ(w.files.size(), 11U);
+  EXPECT_EQ(out.read("zeph.dir"), "0 0\n0 0\n0 500 1\n1 0\n2 0\n");
+  EXPECT_EQ(out.read("prepare.txt"), "as seen\n");
+}
+
+TEST(work_directory, data_records_hold_levels_mask_pattern_and_position) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  EXPECT_EQ(integer_records(out / "RCDATA_I"),
+            (records{{4, 1, 1, 1, 1}, {5, 2, 1, 1, 2}, {6, 2, 1, 1, 3}, {7, 1, 1, 1, 4}, {8, 1, 1, 1, 5}}));
+  zeph::sequential_reader file;
+  ASSERT_TRUE(file.open(out / "RCDATA_R"));
+  for (const float y : {4.5F, 2.9F, 3.9F, 3.5F, 5.0F}) {
+    float found = 0.0F;
+    ASSERT_EQ(file.next(), 0);
+    EXPECT_EQ(file.record_length(), 4);
+    file.take(found);
+    EXPECT_EQ(found, y);
+  }
+  EXPECT_EQ(file.next(), -1);
+}
+
+TEST(work_directory, code_table_has_six_integers_of_a_class_level_and_thirteen_of_a_factors_level) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  const records found = integer_records(out / "CODE_TABLE");
+  ASSERT_EQ(found.size(), 10U);
+  EXPECT_EQ(found[0], (std::vector<std::int32_t>{2, 1, 3, 1, 1, 1})); // sex 1: three records, level 1
+  EXPECT_EQ(found[1], (std::vector<std::int32_t>{2, 2, 2, 2, 1, 1}));
+  EXPECT_EQ(found[2], (std::vector<std::int32_t>{3, 1, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(found[9], (std::vector<std::int32_t>{3, 8, 1, 8, 1, 0, 0, 3, 6, 0, 0, 0, 0}));
+}
+
+TEST(work_directory, pedigree_file_has_sire_and_dam_of_every_level) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  EXPECT_EQ(integer_records(out / "PEDFILE1"), (records{{0, 0, 0, 0, 0, 0, 1, 0, 3, 2, 1, 2, 4, 5, 3, 6}}));
+}
+
+TEST(work_directory, pedigree_beyond_100000_levels_has_a_second_record) {
+  std::string pedigree = "animal,sire,dam\n";
+  for (int a = 1; a <= 100001; ++a) pedigree += std::to_string(a) + ",0,0\n";
+  const prepared_case c(MODEL, {{"d.csv", DATA}, {"p.csv", pedigree}});
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  const records found = integer_records(out / "PEDFILE1");
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].size(), 200000U);
+  EXPECT_EQ(found[1].size(), 2U);
+}
+
+TEST(work_directory, model_comes_back_from_the_programs_own_reader) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  std::ostringstream listing;
+  zeph::reporting report(listing, out.path());
+  zeph::model_records m;
+  ASSERT_EQ(zeph::QVAMRD(m, report), 0) << listing.str();
+  EXPECT_EQ(m.nobs(), 5);
+  EXPECT_EQ(m.run_stamp, (std::array<std::int32_t, 6>{1, 2, 2003, 4, 5, 6}));
+  EXPECT_EQ(m.mi_text[0].substr(0, 9), "zeph.dir ");
+  EXPECT_EQ(m.RMAT(1).COV_MAT(1, 1), 20.0);
+  EXPECT_DOUBLE_EQ(m.residual().HETGR_RIIF(1, 1, 1, 1), 0.025);
+  EXPECT_EQ(m.NBEGRA(2), 10);
+  EXPECT_EQ(m.SPRE(1), 1.0);
+}
+
+// A^-1 of example 4.1 by hand from Henderson's rules: animals without known parents add 1, animal 4 with one known
+// parent 4/3, the others 2: diagonal of animal 1: 1 + 1/3 (of 4) + 1/2 (of 6) = 11/6.
+TEST(work_directory, relationship_file_has_one_triangle_and_every_diagonal_once) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  zeph::sequential_reader file;
+  ASSERT_TRUE(file.open(out / "AINV1"));
+  std::vector<int> diagonal(9, 0);
+  while (file.next() == 0) {
+    std::int32_t i = 0, j = 0;
+    double v = 0.0;
+    EXPECT_EQ(file.record_length(), 16);
+    file.take(i);
+    file.take(j);
+    file.take(v);
+    EXPECT_GE(i, j);
+    if (i == j) ++diagonal[static_cast<std::size_t>(i)];
+    if (i == 1 && j == 1) {
+      EXPECT_NEAR(v, 11.0 / 6.0, 1e-14);
+    }
+    if (i == 4 && j == 1) {
+      EXPECT_NEAR(v, -2.0 / 3.0, 1e-14);
+    }
+  }
+  EXPECT_EQ(diagonal, (std::vector<int>{0, 1, 1, 1, 1, 1, 1, 1, 1}));
+}
+
+TEST(work_directory, files_of_a_former_preparation_go_and_all_others_stay) {
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(calves().description, calves().p, out.path(), "").ok);
+  out.write("my_notes", "mine\n");
+  std::string plain = MODEL;
+  plain.replace(plain.find("pedigree = \"p.csv\"\n"), 19, "");
+  const prepared_case second(plain, {{"d.csv", DATA}});
+  const directory_result w = write_work_directory(second.description, second.p, out.path(), "");
+  ASSERT_TRUE(w.ok);
+  EXPECT_FALSE(out.has("AINV1"));
+  EXPECT_FALSE(out.has("PEDFILE1"));
+  EXPECT_TRUE(out.has("codes_animal.csv"));
+  EXPECT_EQ(out.read("my_notes"), "mine\n");
+  EXPECT_EQ(w.removed, (std::vector<std::string>{"AINV1", "PEDFILE1"}));
+}
+
+TEST(work_directory, that_can_not_be_made_is_a_fault) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  out.write("file", "");
+  const directory_result w = write_work_directory(c.description, c.p, out / "file", "");
+  EXPECT_FALSE(w.ok);
+  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file"));
+}
+
+TEST(work_directory, files_that_would_disturb_a_run_are_named) {
+  const scratch_directory out;
+  EXPECT_TRUE(disturbing_files(out.path()).empty());
+  out.write("STOP", "");
+  out.write("oldsol", "");
+  EXPECT_EQ(
+      disturbing_files(out.path()),
+      (std::vector<std::string>{"STOP stands there: the run would end after one round",
+                                "oldsol stands there without the other restart file: the run would stop"}));
+  out.write("r_parm", "");
+  EXPECT_EQ(disturbing_files(out.path())[1],
+            "oldsol and r_parm stand there: the run would continue an old chain");
+}
+
+TEST(work_directory, codes_tell_identification_and_equation_of_every_level) {
+  const prepared_case c = calves();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  EXPECT_EQ(out.read("codes_fixed.csv"), "trait,effect,level,code,identification,records,equation,number\n"
+                                         "wwg,sex,1,1,1,3,1,1\nwwg,sex,2,2,2,2,2,1\n");
+  EXPECT_EQ(out.read("codes_animal.csv").substr(0, 48 + 17),
+            "level,code,identification,F,records,in_pedigree\n"
+            "1,1,1,0,0,yes\n2,2");
+}
+
+} // namespace
