@@ -210,15 +210,20 @@ std::string not_available(const std::string& routine, const std::string& what) {
   return "\nERROR - " + routine + ": " + what + " not available in this version" + terminated;
 }
 
-TEST(run_driver, refuses_analysis_types_above_1_by_name) {
-  const std::string sampling = not_available("GIBSCAN", "sampling of solutions (analysis types 2 to 4) is");
-  const std::string jump = not_available("ZEPH", "analysis over models (types 5 and above) is");
-  for (const auto& [type, end] : std::map<std::int32_t, std::string>{
-           {2, sampling}, {3, sampling}, {4, sampling}, {5, jump}, {6, jump}, {7, jump}}) {
+TEST(run_driver, refuses_the_analysis_over_models_by_name) {
+  for (const std::int32_t type : {5, 6, 7}) {
     run_case c;
     EXPECT_EQ(c.go(run_case::lines(type, 0, 1, 1)), 16);
-    EXPECT_TRUE(c.ends_with(end)) << type << c.text();
+    EXPECT_TRUE(c.ends_with(not_available("ZEPH", "analysis over models (types 5 and above) is")))
+        << type << c.text();
   }
+}
+
+TEST(run_driver, runs_the_sampler_of_solutions_to_its_end) {
+  run_case c;
+  EXPECT_EQ(c.go(run_case::lines(2, 2, 6, 2)), 0) << c.text();
+  EXPECT_TRUE(c.directory.has("lastsol"));
+  EXPECT_FALSE(c.directory.has("gib.samples"));
 }
 
 TEST(run_driver, refuses_the_latent_kinds_of_traits_by_name) {
@@ -266,32 +271,15 @@ TEST(run_driver, refuses_a_sequence_trait_with_its_cured_fraction) {
       << c.text();
 }
 
-TEST(run_driver, refuses_missing_traits_above_type_0) {
-  run_case c;
-  c.integers[2] = {2, 6, 0, 0, 3};
-  EXPECT_EQ(c.go(run_case::lines(1, 0, 1, 1)), 16);
-  EXPECT_TRUE(c.ends_with(not_available("ZEPH", "missing traits above analysis type 0 are")));
-  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 0);
-}
-
-TEST(run_driver, refuses_a_restart) {
-  const std::string end = not_available("ZEPH", "a restart from r_parm and oldsol is");
-  for (const std::int32_t type : {0, 1, 3}) {
+TEST(run_driver, draws_start_values_of_missing_traits_above_type_0) {
+  for (const std::int32_t type : {0, 1, 2}) {
     run_case c;
-    c.directory.write("r_parm", "");
-    c.directory.write("oldsol", "");
-    EXPECT_EQ(c.go(run_case::lines(type, 5, 1, 1)), 16);
-    EXPECT_TRUE(c.ends_with(end)) << c.text();
-    EXPECT_NE(c.text().find("But this is a restart of the chain"), std::string::npos);
+    c.integers[2] = {2, 6, 0, 0, 3};
+    EXPECT_EQ(c.go(run_case::lines(type, 0, 1, 1)), 0) << type << c.text();
   }
 }
 
-TEST(run_driver, refuses_predictions_deviations_and_class_effect_covariates) {
-  run_case predict;
-  predict.directory.write("ytopredict", "1 1\n");
-  EXPECT_EQ(predict.go(run_case::lines(0, 0, 1, 1)), 16);
-  EXPECT_TRUE(predict.ends_with(not_available("ZEPH", "predictive distributions (file ytopredict) are")));
-
+TEST(run_driver, refuses_deviations_and_class_effect_covariates) {
   run_case deviations;
   deviations.m->L_TD = true;
   deviations.m->TD_FACTOR = 1;
@@ -330,8 +318,13 @@ TEST(run_driver, reports_each_allocation_that_fails) {
     c.directory.remove("ZEPH.log");
     run r(listing, c.directory.path());
     r.report.door.fail_at = n;
-    EXPECT_EQ(exit_code_of_run(r), 16) << n;
+    const int code = exit_code_of_run(r);
     const std::string text = listing.str(), log = c.directory.read("ZEPH.log");
+    if (text.find("\n\nERROR allocating memory\n\nZEPH terminates.\n") != std::string::npos) {
+      EXPECT_EQ(code, 0) << n; // stores that this run does not need: told, and it goes on
+      continue;
+    }
+    EXPECT_EQ(code, 16) << n;
     EXPECT_NE(text.find("\nZEPH: FATAL ERROR\n\nTrying to allocate memory for:  "), std::string::npos) << n;
     const std::string end = "\n\nProgram terminates with exit code 16\n";
     EXPECT_EQ(text.substr(text.size() - end.size()), end) << n;
@@ -348,7 +341,7 @@ TEST(start_run, keeps_two_runs_apart) {
     c.write(run_case::lines(1, 2, 8, 2));
   };
   const auto rounds = [](run& r, std::int64_t first, std::int64_t last) {
-    scan_records records{r.model, r.layout, r.design, r.relations, r.sampler, r.work, r.report};
+    scan_records records = records_of(r);
     for (r.frame.iround = first; r.frame.iround <= last; ++r.frame.iround) GIBSCAN(records, r.frame, r.files);
   };
   std::vector<double> alone[2];

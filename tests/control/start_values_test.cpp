@@ -120,6 +120,16 @@ TEST(start_from_priors, takes_the_stored_inverse_when_it_is_one) {
       for (std::int32_t j = 1; j <= 3; ++j) EXPECT_EQ(c.s.RCOVI(i, j, g), inverse(i, j) + 1e-9);
 }
 
+TEST(start_from_priors, takes_no_stored_inverse_for_groups_with_their_own_matrices) {
+  start_case c(2);
+  const dense_matrix inverse = dense_inverse(start_case::prior()).inverse;
+  for (std::int32_t i = 1; i <= 3; ++i)
+    for (std::int32_t j = 1; j <= 3; ++j) c.m.residual().HETGR_RIIF(1, 1, i, j) = inverse(i, j);
+  for (std::int32_t g = 1; g <= 2; ++g) c.set_matrix(g, start_case::own_matrix(g));
+  c.start();
+  for (std::int32_t g = 1; g <= 2; ++g) expect_group(c, g, start_case::own_matrix(g));
+}
+
 TEST(start_from_priors, makes_the_inverse_itself_when_the_stored_one_is_another_pattern) {
   start_case c(1, false);
   // pattern 1 observes trait 3 alone
