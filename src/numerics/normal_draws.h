@@ -8,6 +8,7 @@
 #include "numerics/published_tables.h"
 #include "numerics/random_sources.h"
 
+#include <cmath>
 #include <cstdint>
 
 namespace zeph {
@@ -19,7 +20,8 @@ template <class real, class uniforms> real fl5_normal(uniforms&& next) {
   using table = fl5_tables<real>;
   constexpr real half = static_cast<real>(0.5);
   real u = next();
-  const real s = u > half ? real{1} : real{0};
+  const real side = half - u; // its sign is that of the deviate
+  const real s = static_cast<real>(u > half);
   u = u + u - s;
   u = 32 * u;
   int i = static_cast<int>(u);
@@ -63,8 +65,7 @@ template <class real, class uniforms> real fl5_normal(uniforms&& next) {
       if (accepted) break;
     }
   }
-  const real y = aa + w;
-  return s == real{1} ? -y : y;
+  return std::copysign(aa + w, side); // without a branch: the sign is a coin
 }
 
 // One standard normal. The first form holds the state of the source in the
