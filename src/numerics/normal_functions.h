@@ -16,10 +16,11 @@ namespace zeph {
 // tail are right everywhere.
 void normal_tail(double x, double& lower, double& upper, double& pdf);
 
-// P(X < x) of a normal variable with this mean and standard deviation, accurate
-// to 1e-15 of the value in the lower tail; values below 2^-1022 are 0. W. J. Cody's
-// approximations as carried by DCDFLIB. sd not above 0: "Parameters for NORMALCDF
-// incorrect", the run stops with code 16.
+// P(X < x) of a normal variable with this mean and standard deviation, right to
+// the last bits of 1; of a small value z deviations below the mean, to a relative
+// 1e-15 + 1.2e-16 z^2. Values below 2^-1022 are 0. W. J. Cody's approximations as
+// carried by DCDFLIB. sd not above 0: "Parameters for NORMALCDF incorrect", the run
+// stops with code 16.
 double NORMALCDF(reporting& report, double x, double mean = 0.0, double sd = 1.0);
 
 // Lower and upper tail of the standard normal distribution, the same way.
