@@ -33,8 +33,7 @@ struct started_run {
 void scan_round(benchmark::State& state) {
   started_run s;
   if (!s.started) return state.SkipWithError(s.listing.str().c_str());
-  zeph::scan_records records{s.r.model,   s.r.layout, s.r.design, s.r.relations,
-                             s.r.sampler, s.r.work,   s.r.report};
+  zeph::scan_records records = zeph::records_of(s.r);
   for (auto _ : state) {
     ++s.r.frame.iround;
     zeph::GIBSCAN(records, s.r.frame, s.r.files);

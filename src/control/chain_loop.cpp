@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/gibscan.h"
+#include "results/accumulators.h"
 
 namespace zeph {
 namespace {
@@ -57,6 +58,7 @@ void sample(run& r, scan_records& records) {
       say(r.report, free_row().text("Gibbs:iround").i(f.iround).str());
     // the interval divides the round whether or not trait deviations are wanted
     if (f.isamp == 0) computation_impossible(r.report, "ZEPH", "sampling interval is 0");
+    if (is_sample_round(f)) accumulate_deviance(r.model, r.sampler, f);
     if (is_sample_round(f) && stop_asked(r.report)) {
       say_three_times(r.report, "Stop signal received. Processing ends graciously");
       break;
@@ -68,7 +70,7 @@ void sample(run& r, scan_records& records) {
 } // namespace
 
 void run_chain(run& r) {
-  scan_records records{r.model, r.layout, r.design, r.relations, r.sampler, r.work, r.report};
+  scan_records records = records_of(r);
   if (!r.frame.restart) burn_in(r, records);
   if (!r.frame.stop_seen) sample(r, records);
 }

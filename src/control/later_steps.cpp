@@ -19,26 +19,11 @@ void trait_deviation_stores(reporting& report) {
 void FETOCV(reporting& report) {
   step_not_available(report, "FETOCV", "class-effect solutions used as covariates are");
 }
-void read_r_parm(reporting& report) {
-  step_not_available(report, "ZEPH", "a restart from r_parm and oldsol is");
-}
-void read_ytopredict(reporting& report) {
-  step_not_available(report, "ZEPH", "predictive distributions (file ytopredict) are");
-}
-void read_oldsol(reporting& report) {
-  step_not_available(report, "ZEPH", "a restart from r_parm and oldsol is");
-}
 void SETCAT(reporting& report) {
   step_not_available(report, "SETCAT", "ordered categorical traits (type 3) are");
 }
 void start_latent_traits(reporting& report) {
   step_not_available(report, "ZEPH", "censored and binary traits (types 2 and 4) are");
-}
-void start_missing_traits(reporting& report) {
-  step_not_available(report, "ZEPH", "missing traits above analysis type 0 are");
-}
-void sampling_chain(reporting& report) {
-  step_not_available(report, "GIBSCAN", "sampling of solutions (analysis types 2 to 4) is");
 }
 void jump_chain(reporting& report) {
   step_not_available(report, "ZEPH", "analysis over models (types 5 and above) is");

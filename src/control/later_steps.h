@@ -12,13 +12,8 @@ namespace zeph {
 [[noreturn]] void mixture_stores(reporting& report);         // traits of type 5, 7, 8
 [[noreturn]] void trait_deviation_stores(reporting& report); // trait deviations
 [[noreturn]] void FETOCV(reporting& report);                 // class-effect solutions as covariates
-[[noreturn]] void read_r_parm(reporting& report);            // restart of a chain: its matrices
-[[noreturn]] void read_ytopredict(reporting& report);        // records to predict
-[[noreturn]] void read_oldsol(reporting& report);            // restart of a chain: its solutions
 [[noreturn]] void SETCAT(reporting& report);                 // traits of type 3
 [[noreturn]] void start_latent_traits(reporting& report);    // traits of types 2 and 4
-[[noreturn]] void start_missing_traits(reporting& report);   // missing traits above analysis type 0
-[[noreturn]] void sampling_chain(reporting& report);         // analysis types 2 to 4
 [[noreturn]] void jump_chain(reporting& report);             // analysis types 5 and above
 
 } // namespace zeph

@@ -8,6 +8,7 @@
 #include "input/design_store.h"
 #include "input/equation_layout.h"
 #include "input/model_records.h"
+#include "input/prediction_store.h"
 #include "input/relationships.h"
 #include "input/sampler_store.h"
 #include "numerics/random_sources.h"
@@ -28,6 +29,13 @@ struct run {
   random_sources sources{report};
   scan_work work;
   sample_files files;
+  prediction_store predictions;
+  sequential_reader r_parm; // open from the start of the chain's values until the data are loaded
 };
+
+// The records that the scan works on.
+inline scan_records records_of(run& r) {
+  return {r.model, r.layout, r.design, r.relations, r.sampler, r.work, r.sources, r.report};
+}
 
 } // namespace zeph

@@ -3,8 +3,11 @@
 #include "control/chain_loop.h"
 #include "control/directives.h"
 #include "control/later_steps.h"
+#include "control/predictions.h"
+#include "control/restart.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
+#include "gibbs/residual_sums.h"
 #include "input/data_loading.h"
 #include "input/model_information.h"
 #include "results/final_reports.h"
@@ -100,26 +103,28 @@ void lay_out_equations(run& r) {
 // Steps 17 to 22: stores of the chain and its start values.
 void start_chain_values(run& r) {
   allocate_dispersion(r.model, r.layout, r.frame, r.sampler, r.report);
-  if (r.frame.restart && r.frame.analysis_type >= 3) read_r_parm(r.report);
-  start_from_priors(r.model, r.frame, r.sampler, r.report);
+  if (ZEPHVAR_ALLOC(r.model, r.sampler, r.report) != 0) {
+    // the run goes on; what needs the stores will stop
+    say(r.report);
+    say(r.report, "ERROR allocating memory");
+    say(r.report);
+    say(r.report, "ZEPH terminates.");
+  }
+  if (r.frame.restart && r.frame.analysis_type >= 3)
+    read_r_parm(r.model, r.sampler, r.sources, r.frame, r.r_parm, r.report);
+  else
+    start_from_priors(r.model, r.frame, r.sampler, r.report);
   if (r.frame.test_level >= 2) print_start_matrices(r.model, r.sampler, r.report);
-  if (file_exists(r.report, "ytopredict")) read_ytopredict(r.report);
-  if (r.frame.restart) read_oldsol(r.report);
+  if (file_exists(r.report, "ytopredict")) read_ytopredict(r.model, r.frame, r.predictions, r.report);
+  if (r.frame.restart) read_oldsol(r.layout, r.frame, r.sampler, r.report);
 }
 
 // Step 23.
 void load_data(run& r) {
   const int status = READTOMEM(r.model, r.layout, r.design, r.relations, r.report);
-  if (status == 0) return;
   if (status == 1) say(r.report, "Data not found");
-  zeph_terminates(r.report, false);
-}
-
-bool has_missing_traits(const model_records& m, const design_store& d) {
-  const std::int32_t all = static_cast<std::int32_t>((std::int64_t{1} << m.nt) - 1);
-  for (const std::int32_t mask : d.ISIT_M)
-    if ((mask & all) != all) return true;
-  return false;
+  if (status != 0) zeph_terminates(r.report, false);
+  count_group_records(r.model, r.design);
 }
 
 // Steps 24 to 26: latent traits, random source, start values of missing traits.
@@ -135,8 +140,15 @@ void start_latent_values(run& r) {
   if (!r.frame.restart || r.frame.analysis_type == 2)
     RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
   if (r.frame.analysis_type >= 5) jump_chain(r.report);
-  if (r.frame.analysis_type >= 2) sampling_chain(r.report);
-  if (has_missing_traits(m, r.design)) start_missing_traits(r.report);
+  scan_records records = records_of(r);
+  start_missing_traits(records);
+}
+
+// Step 26: the part of a restart that belongs to the data.
+void restart_latent_values(run& r) {
+  if (!r.r_parm.is_open()) return;
+  read_r_parm_latent(r.model, r.design, r.r_parm, r.report);
+  count_group_records(r.model, r.design);
 }
 
 } // namespace
@@ -149,15 +161,16 @@ void start_run(run& r) {
   lay_out_equations(r);
   start_chain_values(r);
   load_data(r);
-  start_latent_values(r);
-  open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
   allocate_scan_work(r.model, r.layout, r.design, r.work, r.report);
+  start_latent_values(r);
+  restart_latent_values(r);
+  open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
 }
 
 void run_driver(run& r) {
   start_run(r);
   run_chain(r);
-  final_reports(r.model, r.layout, r.sampler, r.frame, r.files, r.report);
+  final_reports(r.model, r.layout, r.design, r.predictions, r.sampler, r.sources, r.frame, r.files, r.report);
   if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");
   close_sample_files(r.files, r.report);
   write_status(r.report, "Program ZEPH has concluded");

@@ -1,6 +1,7 @@
 #include "gibbs/gibscan.h"
 
 #include "formats/free_format.h"
+#include "gibbs/covariance_draws.h"
 #include "gibbs/group_scan.h"
 #include "gibbs/record_pass.h"
 #include "gibbs/residual_sums.h"
@@ -26,17 +27,32 @@ void write_position(reporting& report, const run_frame& f) {
   write_status(report, row.str());
 }
 
-// Residual sums, the sample of the round, and its rows in the sample files.
-void post_scan(scan_records& r, run_frame& f, sample_files& files) {
-  r.sampler.sscp.fill(0.0);
-  if (f.analysis_type <= 0) return;
-  double lik = 0;
-  Bddrmc_sscp(r, f, lik);
-  if (!is_sample_round(f)) return;
-  write_py(files, f, lik, r.report);
+// Sums of the round's sample and its rows in the sample files.
+void take_sample(scan_records& r, run_frame& f, sample_files& files) {
   accumulate_solutions(r.model, r.layout, r.sampler, f);
+  if (f.analysis_type > 2) {
+    accumulate_covariances(r.model, r.sampler, f);
+    write_gib_samples(r.model, r.sampler, f, files, r.report);
+  }
   write_solution_samples(r.model, r.layout, r.sampler, f, files, r.report);
   write_residual_samples(r.model, r.design, f, files, r.report);
+}
+
+// Residual sums, new (co)variance matrices, the sample of the round.
+void post_scan(scan_records& r, run_frame& f, sample_files& files) {
+  r.sampler.sscp.fill(0.0);
+  const bool sampled = f.analysis_type > 0 && is_sample_round(f);
+  if (f.analysis_type > 0) {
+    double lik = 0;
+    Bddrmc_sscp(r, f, lik);
+    if (sampled) write_py(files, f, lik, r.report);
+  }
+  if (f.analysis_type > 2) {
+    sscp_random(r, f);
+    sample_covariances(r, f);
+  }
+  ranmar_save(r.sources.marsaglia);
+  if (sampled) take_sample(r, f, files);
 }
 
 // "Round=" and the relative change; the mark of convergence when it is small.

@@ -1,6 +1,8 @@
 #include "gibbs/group_scan.h"
 
 #include "formats/free_format.h"
+#include "numerics/lapack_calls.h"
+#include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -50,6 +52,26 @@ void say_block(scan_records& r, const double* block, std::int32_t g, std::int32_
       say(r.report, "Program terminates");
       stop_run(r.report, exit_diagnosed);
     }
+}
+
+[[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info) {
+  say(report, free_row().text("Group: ").i(g).text(routine).i(info).str());
+  stop_run(report, exit_block_factor);
+}
+
+// CMAT = the packed block, lower triangle, leading dimension n
+void unpack_block(const double* block, std::int32_t n, double* c) {
+  for (std::int32_t i = 0; i < n; ++i)
+    for (std::int32_t j = 0; j <= i; ++j) c[i + j * n] = *block++;
+}
+
+// w = L'^-1 z, from the last element up
+void solve_transposed(const double* L, std::int32_t n, const double* z, double* w) {
+  for (std::int32_t i = n - 1; i >= 0; --i) {
+    double sum = 0;
+    for (std::int32_t j = i + 1; j < n; ++j) sum += L[j + i * n] * w[j];
+    w[i] = (z[i] - sum) / L[i + i * n];
+  }
 }
 
 } // namespace
@@ -104,6 +126,22 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
   }
 }
 
+void sample_level(scan_records& r, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
+  const std::int32_t n = r.layout.NGR(g, 2);
+  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
+  double *c = r.work.CMAT.data(), *mean = r.work.MEAN.data(), *z = r.work.WORK.data(), *w = r.work.W.data();
+  unpack_block(r.layout.DI_of(g).col(l), n, c);
+  std::copy_n(r.sampler.RHS.data() + e0, n, mean);
+  int info = 0;
+  DPOTRF(n, c, n, info);
+  if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
+  DPOTRS(n, 1, c, n, mean, n, info);
+  if (info != 0) stop_at_block(r.report, g, " 1 potrs info= ", info);
+  for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
+  solve_transposed(c, n, z, w);
+  for (std::int32_t i = 0; i < n; ++i) r.sampler.sol(e0 + i + 1) = mean[i] + w[i];
+}
+
 void restrict_solutions(sampler_store& s) {
   for (std::int32_t k = 1; k <= s.n_IREST; ++k) s.sol(s.IREST(k)) = 0;
 }
@@ -119,9 +157,17 @@ void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sum
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
   const bool updated = f.gropd(g) != 0;
   if (n == 0) return;
+  if (f.analysis_type < 2 || !updated) {
+    for (std::int32_t l = 1; l <= levels; ++l) {
+      if (linked) subtract_links(r, group.number, l, n);
+      if (updated) solve_level(r, f, g, l, sums);
+    }
+    return;
+  }
+  ranmar_draws draws(r.sources.marsaglia);
   for (std::int32_t l = 1; l <= levels; ++l) {
     if (linked) subtract_links(r, group.number, l, n);
-    if (updated) solve_level(r, f, g, l, sums);
+    sample_level(r, draws, g, l);
   }
 }
 

@@ -29,13 +29,20 @@ void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_
 // f.ist; beyond largest_listing lines the run stops with code 16.
 void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums);
 
+// Draws level l of group g from its conditional distribution: mean C^-1 RHS,
+// covariance C^-1, C = L L' the diagonal block. The n standard normals z come in
+// the order of the equations; sol = C^-1 RHS + L'^-1 z. A block that can't be
+// factored or solved is told with its group, and the run stops with code 27.
+void sample_level(scan_records& r, ranmar_draws& draws, std::int32_t g, std::int32_t l);
+
 // Sets the restricted equations to zero.
 void restrict_solutions(sampler_store& s);
 
 void say_group_start(reporting& report, std::int32_t g);
 
 // The levels of group g in order: links, then the step that the analysis type
-// asks for, unless the group is not to be updated.
+// asks for (below 2 the solver, else a draw), unless the group is not to be
+// updated.
 void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums);
 
 // All groups in order, for a scan body (record_pass or a faster one).

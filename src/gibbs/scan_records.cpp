@@ -12,6 +12,12 @@ std::int32_t largest_block(const equation_layout& layout) {
   return n;
 }
 
+std::int32_t largest_order(const model_records& m) {
+  std::int32_t n = 0;
+  for (std::int32_t k = 1; k <= m.nramat + 1; ++k) n = std::max(n, m.RMAT(k).n_rc);
+  return n;
+}
+
 // HETGR_RIIF with the matrix as the fastest axes, since a record needs one
 // matrix at a time. Groups that the file does not hold take its last one.
 void store_pattern_inverses(const model_records& m, scan_work& work, reporting& report) {
@@ -37,10 +43,18 @@ void allocate_scan_work(const model_records& m, const equation_layout& layout, c
   allocate(report, work.PARM, "PARM", "ZEPH2", order * (order + 1) / 2);
   allocate(report, work.LOGI, "LOGI", "ZEPH2", order);
   allocate(report, work.PARMS, "PARMS", "GIBSCAN", std::int64_t{work.nmax} * (work.nmax + 3) / 2 + 1);
-  allocate(report, work.link_sums, "W", "GIBSCAN", work.nmax);
+  allocate(report, work.link_sums, "IPARM", "GIBSCAN", work.nmax);
   allocate(report, work.riff, "riff", "QVAgib_ALLOC", m.nt, m.nt);
   allocate(report, work.weight_vec_sqrt, "weight_vec_sqrt", "QVAgib_ALLOC", m.nt);
   allocate(report, work.res, "res", "Bddrmc_sscp", m.nt);
+  allocate(report, work.CMAT, "CMAT", "GIBSCAN", std::int64_t{work.nmax} * work.nmax);
+  allocate(report, work.MEAN, "MEAN", "ZEPH2", order);
+  allocate(report, work.WORK, "WORK", "ZEPH2", order);
+  allocate(report, work.W, "W", "GIBSCAN", order);
+  allocate(report, work.COV, "COV", "Bddrmc_sscp", std::int64_t{m.nt} * m.nt);
+  allocate(report, work.X, "X", "ZEPH2", m.nt);
+  allocate(report, work.GMN, "PARM", "Bddrmc_sscp", gmn_size(m.nt));
+  fit_matrix_work(report, work.matrix_work, std::max(m.nt, largest_order(m)));
   store_pattern_inverses(m, work, report);
 }
 

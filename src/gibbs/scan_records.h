@@ -5,6 +5,8 @@
 #include "input/equation_layout.h"
 #include "input/relationships.h"
 #include "input/sampler_store.h"
+#include "numerics/matrix_draws.h"
+#include "numerics/random_sources.h"
 
 namespace zeph {
 
@@ -20,6 +22,11 @@ struct scan_work {
   mat<double> ZDRII;                // nt x m: row of coefficient i is column i
   vec<double> weight_vec_sqrt;      // nt
   vec<double> res;                  // nt: residuals of the current record
+  vec<double> CMAT;                 // nmax^2, column-major: block of a level, then its factor
+  vec<double> MEAN, WORK, W;        // max(nmax, nt): mean, standard normals, deviates of a level
+  vec<double> COV;                  // nt^2: covariance of the missing traits given the others
+  vec<double> X, GMN;               // nt, gmn_size(nt): one draw and its set-up
+  matrix_draw_work matrix_work;     // of the multivariate draws
   array<double, 4> pattern_inverse; // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
 };
 
@@ -31,6 +38,7 @@ struct scan_records {
   const relationship_store& relations;
   sampler_store& sampler;
   scan_work& work;
+  random_sources& sources;
   reporting& report;
 };
 

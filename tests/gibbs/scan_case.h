@@ -78,7 +78,7 @@ struct scan_case {
     design.ZD_M(e, r) = z;
   }
 
-  scan_records records() { return {m, layout, design, relations, s, work, run.report}; }
+  scan_records records() { return {m, layout, design, relations, s, work, sources, run.report}; }
   std::string said() {
     std::string text = run.text();
     run.listing.str("");
@@ -93,6 +93,7 @@ struct scan_case {
   relationship_store relations;
   sampler_store s;
   scan_work work;
+  random_sources sources{run.report};
   run_frame f;
   sample_files files;
 };

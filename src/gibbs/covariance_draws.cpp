@@ -1,0 +1,223 @@
+#include "gibbs/covariance_draws.h"
+
+#include "formats/free_format.h"
+#include "numerics/cholesky_family.h"
+#include "numerics/lapack_calls.h"
+#include "numerics/packed_matrix.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+
+namespace zeph {
+namespace {
+
+constexpr int most_redraws = 1000; // of a residual matrix with covariances held at zero
+constexpr std::int64_t last_printed_round = 3;
+
+bool printed(const run_frame& f) { return f.iround <= last_printed_round && f.test_level >= 2; }
+
+bool has_related_sum(const structure_record& s) {
+  for (const std::string_view name : {"PED", "COR", "GREL", "DOM", "PGMIX"})
+    if (structure_is(s, name)) return true;
+  return false;
+}
+
+// sum of u_l u_l' over the levels, rows 1..p
+void identity_sum(const double* u, std::int32_t levels, std::int32_t stride, std::int32_t p, double* sums) {
+  for (std::int32_t l = 0; l < levels; ++l, u += stride)
+    for (std::int32_t i = 0, k = 0; i < p; ++i)
+      for (std::int32_t j = 0; j <= i; ++j, ++k) sums[k] += u[i] * u[j];
+}
+
+// sum of u_l a(l,c) u_c' over all elements a(l,c), rows 1..p; t is work of p
+void related_sum(const double* u, const relationship_rows& rows, std::int32_t stride, std::int32_t p,
+                 double* t, double* sums) {
+  const std::int64_t levels = rows.diag.size();
+  for (std::int64_t l = 1; l <= levels; ++l) {
+    const double* own = u + (l - 1) * stride;
+    for (std::int32_t j = 0; j < p; ++j) t[j] = rows.diag(l) * own[j];
+    for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node) {
+      const double* other = u + (rows.col(node) - std::int64_t{1}) * stride;
+      const double a = rows.val(node);
+      for (std::int32_t j = 0; j < p; ++j) t[j] += a * other[j];
+    }
+    for (std::int32_t i = 0, k = 0; i < p; ++i)
+      for (std::int32_t j = 0; j <= i; ++j, ++k) sums[k] += own[i] * t[j];
+  }
+}
+
+// Both triangles of x (leading dimension ld) from the packed matrix.
+void unpack(const double* packed, std::int32_t p, double* x, std::int64_t ld) {
+  for (std::int32_t i = 0; i < p; ++i)
+    for (std::int32_t j = 0; j <= i; ++j) x[i + j * ld] = x[j + i * ld] = *packed++;
+}
+
+void pack(const double* x, std::int64_t ld, std::int32_t p, double* packed) {
+  for (std::int32_t i = 0; i < p; ++i)
+    for (std::int32_t j = 0; j <= i; ++j) *packed++ = x[i + j * ld];
+}
+
+// inverse = x^-1 of order p; x is left as it is.
+void invert(reporting& report, const mat<double>& x, std::int32_t p, mat<double>& inverse, mat<double>& work,
+            const std::string& whose) {
+  const int ld = static_cast<int>(x.extent(1));
+  std::copy(x.begin(), x.end(), work.begin());
+  int info = 0;
+  LA_GESV(p, work.data(), ld, inverse.data(), static_cast<int>(inverse.extent(1)), info);
+  if (info != 0) computation_impossible(report, "LA_GESV", "singular matrix of " + whose);
+}
+
+void print_inverse(reporting& report, const mat<double>& inverse, std::int32_t p) {
+  say(report, "Inverse of new sampled co-variance matrix");
+  for (std::int32_t i = 1; i <= p; ++i) {
+    free_row row;
+    for (std::int32_t j = 1; j <= p; ++j) row.r8(inverse(i, j));
+    say(report, row.str());
+  }
+}
+
+// sscp(k) += weight times the prior matrix, lower triangle
+template <class Prior> void add_prior(double* sums, std::int32_t p, double weight, const Prior& prior) {
+  for (std::int32_t i = 1; i <= p; ++i)
+    for (std::int32_t j = 1; j <= i; ++j) *sums++ += weight * prior(i, j);
+}
+
+void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
+  const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
+  if (p <= 0) return;
+  const structure_record& factor = r.model.RMAT(k);
+  sampler_store& s = r.sampler;
+  if (printed(f))
+    say(r.report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
+  double* sums = s.sscp.col(k);
+  std::int32_t df = f.DDF(k) - p - 1;
+  if (f.PDF(k) > p + 1) {
+    df = f.DDF(k) + f.PDF(k);
+    add_prior(sums, p, static_cast<double>(f.PDF(k) - p - 1),
+              [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
+  }
+  inverse_wishart_store& iw = IW_STR_of(s, k, "sample_covariances", r.report);
+  const std::string whose = fmt::format("random effect {}", k);
+  unpack(sums, p, iw.W.data(), iw.W.extent(1));
+  invert(r.report, iw.W, p, iw.sscp_f, iw.W_INV, whose);
+  rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
+           r.work.matrix_work);
+  invert(r.report, iw.W, p, iw.W_INV, iw.sscp_f, whose);
+  pack(iw.W.data(), iw.W.extent(1), p, sums);
+  if (f.matopd(k))
+    for (std::int32_t j = 1; j <= p; ++j)
+      for (std::int32_t i = 1; i <= p; ++i) s.GIF(i, j, k) = iw.W_INV(i, j);
+  s.IDET_RVAR(k) = std::sqrt(det_of(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p));
+  if (printed(f)) print_inverse(r.report, iw.W_INV, p);
+}
+
+// Zero in sscp where a residual covariance is held at zero; printed for tests.
+void mask_residual_sums(scan_records& r, const run_frame& f) {
+  const std::int32_t nt = r.model.nt;
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h) {
+    double* sums = r.sampler.sscp.col(r.model.nramat + h);
+    for (std::int32_t k = 1; k <= nt * (nt + 1) / 2; ++k)
+      if (r.sampler.LNCOV(k)) sums[k - 1] = 0;
+  }
+  if (f.test_level <= 1) return;
+  say(r.report, "sscp for residuals");
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h) {
+    const double* sums = r.sampler.sscp.col(r.model.nramat + h);
+    for (std::int32_t i = 1; i <= nt; ++i) {
+      free_row row;
+      for (std::int32_t j = 1; j <= nt; ++j) row.r8(sums[ihmij(i, j, nt) - 1]);
+      say(r.report, row.str());
+    }
+  }
+}
+
+// W with the masked covariances at zero; true when it is positive definite.
+bool mask_drawn(const scan_records& r, mat<double>& W, mat<double>& factor) {
+  const std::int32_t nt = r.model.nt;
+  for (std::int32_t i = 1; i <= nt; ++i)
+    for (std::int32_t j = 1; j < i; ++j)
+      if (r.sampler.LNCOV(ihmij(i, j, nt))) W(i, j) = W(j, i) = 0;
+  std::copy(W.begin(), W.end(), factor.begin());
+  int info = 0;
+  spofa(factor.data(), factor.extent(1), nt, info);
+  return info == 0;
+}
+
+// Prior matrix of residual group h: its own when its diagonal is positive.
+double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, std::int32_t j) {
+  const structure_record& residual = m.residual();
+  const std::int32_t g = m.hetgr_index(h);
+  for (std::int32_t t = 1; t <= m.nt; ++t)
+    if (!(residual.HETGR_COV_MAT(g, t, t) > 0)) return residual.COV_MAT(i, j);
+  return residual.HETGR_COV_MAT(g, i, j);
+}
+
+// W drawn from the inverse of the sums in sscp_f; again while masking spoils it.
+void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32_t df) {
+  for (int attempt = 0; attempt < most_redraws; ++attempt) {
+    rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), r.model.nt, df,
+             r.work.matrix_work);
+    if (r.model.n_norcov == 0 || mask_drawn(r, iw.W, iw.W_INV)) return;
+  }
+  computation_impossible(r.report, "sample_covariances",
+                         "no positive definite residual matrix with the covariances held at zero");
+}
+
+void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
+  const std::int32_t nt = r.model.nt, p = f.ntr.back(), column = r.model.nramat + h;
+  const std::int32_t prior = f.PDF(r.model.nramat + 1);
+  sampler_store& s = r.sampler;
+  const std::int32_t records = r.model.residual().HETG_N_OBS(r.model.hetgr_index(h));
+  double* sums = s.sscp.col(column);
+  const std::int32_t df = prior > nt + 1 ? records + prior : records - nt - 1;
+  if (p >= 1 && prior > p + 1)
+    add_prior(sums, nt, static_cast<double>(prior - nt - 1),
+              [&](std::int32_t i, std::int32_t j) { return residual_prior(r.model, h, i, j); });
+  inverse_wishart_store& iw = IW_STR_of(s, column, "sample_covariances", r.report);
+  const std::string whose = fmt::format("residual group {}", h);
+  unpack(sums, nt, iw.W.data(), iw.W.extent(1));
+  invert(r.report, iw.W, nt, iw.sscp_f, iw.W_INV, whose);
+  draw_residual_matrix(r, iw, df);
+  invert(r.report, iw.W, nt, iw.W_INV, iw.sscp_f, whose);
+  pack(iw.W.data(), iw.W.extent(1), nt, sums);
+  if (f.matopd(r.model.nramat + 1)) {
+    std::copy(iw.W_INV.begin(), iw.W_INV.end(), s.RCOVI.slice(h));
+    std::copy(iw.W.begin(), iw.W.end(), s.RCOV.slice(h));
+  }
+  const double d = det_of(r.report, iw.W_INV);
+  s.IDET_RVAR(column) = std::sqrt(d);
+  s.LVDET(column) -= std::log(d);
+  if (printed(f)) print_inverse(r.report, iw.W_INV, nt);
+}
+
+} // namespace
+
+void sscp_random(scan_records& r, const run_frame& f) {
+  for (std::int32_t k = 1; k <= r.model.nramat; ++k) {
+    const structure_record& factor = r.model.RMAT(k);
+    const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
+    const double* u = r.sampler.sol.data() + r.model.NBEGRA(k);
+    double* sums = r.sampler.sscp.col(k);
+    if (structure_is(factor, "I")) {
+      identity_sum(u, r.model.NRALEV(k), factor.n_rc, p, sums);
+    } else if (has_related_sum(factor)) {
+      const bool reduced = structure_is(factor, "PED") && factor.L_RAM;
+      const relationship_rows& rows = reduced ? r.relations.ram_of(k) : r.relations.of(k);
+      related_sum(u, rows, factor.n_rc, p, r.work.link_sums.data(), sums);
+    } else {
+      say(r.report, "Unknown co-variance structure " + factor.CV_STRUCT);
+      say(r.report, free_row().text("For random factor ").i(k).str());
+      stop_run(r.report, exit_diagnosed);
+    }
+  }
+}
+
+void sample_covariances(scan_records& r, const run_frame& f) {
+  r.sampler.LVDET.fill(0.0);
+  for (std::int32_t k = 1; k <= r.model.nramat; ++k) sample_factor(r, f, k);
+  if (r.model.n_norcov > 0) mask_residual_sums(r, f);
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h) sample_residual(r, f, h);
+}
+
+} // namespace zeph
