@@ -54,4 +54,10 @@ void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design,
   if (model.L_TD) allocate(report, design.G_TD_LEVEL, "ZEPH_TD%REC_ID", routine, nobs);
 }
 
+void count_group_records(model_records& model, const design_store& design) {
+  vec<std::int32_t>& count = model.residual().HETG_N_OBS;
+  count.fill(0);
+  for (std::int32_t r = 1; r <= design.nobs; ++r) ++count(model.hetgr_index(design.IRESG_M(r)));
+}
+
 } // namespace zeph

@@ -52,4 +52,8 @@ inline bool trait_present(std::int32_t mask, std::int32_t t, std::int32_t nt) {
 // under "MME_ALLOC" and the array's name.
 void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design, reporting& report);
 
+// Counts the records of each residual group by IRESG_M into HETG_N_OBS of the
+// residual; where the model has fewer groups, in the place that stands for them.
+void count_group_records(model_records& model, const design_store& design);
+
 } // namespace zeph

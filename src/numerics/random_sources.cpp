@@ -38,6 +38,7 @@ void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
   state.I97 = 97;
   state.J97 = 33;
   state.TEST = true;
+  ranmar_save(source);
 }
 
 void ranmar_not_started(reporting& report) {
@@ -76,6 +77,7 @@ int ranmar_read(marsaglia_source& source, sequential_reader& file) {
   file.take(s.I97);
   file.take(s.J97);
   file.take(s.TEST);
+  ranmar_save(source);
   return file.code();
 }
 

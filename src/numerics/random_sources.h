@@ -43,7 +43,7 @@ struct marsaglia_source {
   double last_uniform = 0.0; // the uniform drawn last
 };
 
-// Starts the source from ij = 0..31328 and kl = 0..30081; any other value stops.
+// Starts the source from ij = 0..31328, kl = 0..30081, saved too; any other value stops.
 void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl);
 
 [[noreturn]] void ranmar_not_started(reporting& report);
@@ -112,7 +112,7 @@ void ranmar_save(marsaglia_source& source);
 // False when the writer has failed.
 bool ranmar_write(const marsaglia_source& source, sequential_writer& file);
 
-// The next record of `file` into the live state: 0, or the code of the read,
+// The next record of `file` into the live and the saved state: 0, or the code of the read,
 // when part of the state may have been filled. The reader of a restart checks
 // that I97 and J97 lie within 1..97.
 int ranmar_read(marsaglia_source& source, sequential_reader& file);

@@ -11,9 +11,19 @@ bool leaves_out_rows(const equation_layout& layout, std::int32_t g) {
   return layout.group(g).kind == group_kind::random_factor && layout.NGR(g, 2) < layout.group(g).stride;
 }
 
+constexpr double smallest_spread =
+    1e-12; // (co)variances: a sum of squares about the mean that counts as zero
+
 // `to` has the shape of `from`: both are made at the start of the run.
 template <class Array> void copy_values(const Array& from, Array& to) {
   std::copy_n(from.begin(), std::min(from.size(), to.size()), to.begin());
+}
+
+// Packed elements of column c of sscp: those of the current order of the factor,
+// or of the residual for c > nramat.
+std::int64_t packed_elements(const model_records& m, const run_frame& frame, std::int64_t c) {
+  const std::int64_t d = frame.ntr[static_cast<std::size_t>(std::min<std::int64_t>(c, m.nramat + 1) - 1)];
+  return d * (d + 1) / 2;
 }
 
 } // namespace
@@ -44,6 +54,44 @@ void accumulate_solutions(const model_records&, const equation_layout& layout, s
     const double x = store.sol(e);
     store.solpostmean(e) += x;
     store.pev(e) += x * x;
+  }
+}
+
+void accumulate_covariances(const model_records& m, sampler_store& store, const run_frame& frame) {
+  for (std::int64_t c = 1; c <= m.nramat + store.G; ++c) {
+    const std::int64_t n = packed_elements(m, frame, c);
+    for (std::int64_t e = 1; e <= n; ++e) {
+      const double x = store.sscp(e, c);
+      store.PARPOSTMEAN(e, c) += x;
+      store.PARVAR(e, c) += x * x;
+    }
+  }
+}
+
+void accumulate_deviance(const model_records& m, sampler_store& store, const run_frame& frame) {
+  if (frame.analysis_type >= 5 || !is_sample_round(frame)) return;
+  for (std::int32_t g = 1; g <= store.G; ++g) {
+    const double N = m.residual().HETG_N_OBS(m.hetgr_index(g));
+    for (std::int32_t j = 1; j <= m.nt; ++j) {
+      const double r = store.RCOV(j, j, g);
+      store.dic_s(j) = store.dic_s(j) + N * std::log(r) + store.dic_rrsum(j, g) / r;
+    }
+  }
+}
+
+void covariance_moments(const model_records& m, const run_frame& frame, sampler_store& store) {
+  if (frame.analysis_type <= 0) return;
+  const double n = frame.nsamples;
+  if (static_cast<std::int64_t>(n) <= 1) {
+    store.PARVAR.fill(0);
+    return;
+  }
+  for (std::int64_t c = 1; c <= m.nramat + store.G; ++c) {
+    const std::int64_t elements = packed_elements(m, frame, c);
+    for (std::int64_t e = 1; e <= elements; ++e) {
+      const double mean = store.PARPOSTMEAN(e, c), D = store.PARVAR(e, c) - n * mean * mean;
+      store.PARVAR(e, c) = D > smallest_spread ? std::sqrt(D / (n - 1)) : 0.0;
+    }
   }
 }
 

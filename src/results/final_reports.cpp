@@ -1,7 +1,11 @@
 #include "results/final_reports.h"
 
+#include "control/restart.h"
 #include "results/accumulators.h"
+#include "results/covariance_report.h"
+#include "results/deviance.h"
 #include "results/model_fit.h"
+#include "results/prediction_report.h"
 #include "results/solution_writer.h"
 #include "results/whole_file.h"
 
@@ -38,14 +42,24 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
   whole.publish(report);
 }
 
-void final_reports(const model_records& m, const equation_layout& layout, sampler_store& store,
+void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
+                   const prediction_store& predictions, sampler_store& store, random_sources& sources,
                    run_frame& frame, sample_files& files, reporting& report) {
+  const bool samples_matrices = frame.analysis_type > 2;
   if (frame.analysis_type > 0) report_model_fit(frame, files, report);
+  if (samples_matrices) report_deviance(m, design, frame, store, report);
 
   solution_moments(frame, store);
+  covariance_moments(m, frame, store);
 
+  if (samples_matrices && static_cast<std::int64_t>(frame.nsamples) >= 1)
+    report_covariances(m, store, frame, report);
+  report_predictions(frame, predictions, report);
   if (frame.nsamples > 1 || frame.analysis_type <= 0)
     report_solutions(m, layout, store, frame, files, report);
+
+  if (frame.analysis_type >= 2) write_lastsol(layout, store, report);
+  if (samples_matrices) write_gparlast(m, design, store, sources, frame, report);
 
   hand_over_sums(store, frame);
 }

@@ -2,18 +2,25 @@
 // however its chain ended.
 #pragma once
 
+#include "input/prediction_store.h"
+#include "numerics/random_sources.h"
 #include "results/sample_files.h"
 
 namespace zeph {
 
 // In this order, n being nsamples:
 //  - fit statistics on the listing and in lpm (analysis_type > 0)
+//  - DIC of each trait (analysis_type > 2)
 //  - sums to posterior means and variances
+//  - (co)variances on the listing, in gparout and PAROUT (n >= 1, analysis_type > 2)
+//  - ypredicted (predictions that were filled)
 //  - gibsol and its listing by SOLWRITE, description of the sample files,
 //    solpostmean (n > 1, or analysis_type 0)
+//  - lastsol (analysis_type >= 2) and gparlast (analysis_type >= 3), for any n
 //  - hand-over: the sums are zeroed, the means kept in `sols` and `pars`
-// Serves analysis types 0 and 1. Files that can't be written stop with code 16.
-void final_reports(const model_records& m, const equation_layout& layout, sampler_store& store,
+// Files that can't be written stop with code 16.
+void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
+                   const prediction_store& predictions, sampler_store& store, random_sources& sources,
                    run_frame& frame, sample_files& files, reporting& report);
 
 // solpostmean: one record neq, then per equation a record of its number and

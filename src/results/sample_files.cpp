@@ -80,6 +80,7 @@ void describe_res_samples(std::int32_t nt, reporting& report) {
 void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
                        sample_files& files, reporting& report) {
   files.n_vector = m.nramat + 1;
+  if (frame.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
   if (frame.analysis_type > 0) {
     open_checked(files.py, "py", report);
     open_checked(files.lpm, "lpm", report);
@@ -107,6 +108,24 @@ void write_py(sample_files& files, const run_frame& frame, double lik, reporting
   if (!files.py.line(row.str()) || !files.py.flush()) write_fault(report, "py", "write");
 }
 
+void write_gib_samples(const model_records& m, const sampler_store& store, const run_frame& frame,
+                       sample_files& files, reporting& report) {
+  column_line line;
+  bool written = true;
+  for (std::int32_t k = 1; k <= m.nramat + store.G; ++k) {
+    const bool residual = k > m.nramat;
+    const std::int32_t d = frame.ntr[static_cast<std::size_t>(residual ? m.nramat : k - 1)];
+    const std::int32_t code = residual ? m.residual().HETGR_CODE(m.hetgr_index(k - m.nramat)) : 0;
+    const double* element = store.sscp.col(k); // lower triangle by rows
+    for (std::int32_t r = 1; r <= d; ++r)
+      for (std::int32_t c = 1; c <= r; ++c) {
+        line.clear().I(frame.iround, 8).I(k, 4).I(r, 4).I(c, 4).G(*element++, 15, 6).I(code, 11);
+        written = files.gib_samples.line(line.str()) && written;
+      }
+  }
+  if (!written || !files.gib_samples.flush()) write_fault(report, "gib.samples", "write");
+}
+
 void write_solution_samples(const model_records& m, const equation_layout& layout, const sampler_store& store,
                             const run_frame& frame, sample_files& files, reporting& report) {
   if (m.n_sol_cv == 0) return;
@@ -116,7 +135,7 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
     file.begin();
     file.put(round);
     put_all_solutions(layout, store, file);
-    if (!file.end()) write_fault(report, "sol.samples", "write");
+    if (!file.end() || !file.flush()) write_fault(report, "sol.samples", "write");
     return;
   }
   const bool smaller = smaller_model(layout);
@@ -131,6 +150,7 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
     file.put(value);
     if (!file.end()) write_fault(report, "sol.samples", "write");
   }
+  if (!file.flush()) write_fault(report, "sol.samples", "write");
 }
 
 void write_residual_samples(const model_records& m, const design_store& design, const run_frame& frame,
@@ -144,6 +164,7 @@ void write_residual_samples(const model_records& m, const design_store& design, 
     file.put(design.ZEPH_RES.col(r), m.nt);
     if (!file.end()) write_fault(report, "res.samples", "write");
   }
+  if (!file.flush()) write_fault(report, "res.samples", "write");
 }
 
 void describe_sample_files(const model_records& m, const sample_files& files, reporting& report) {
@@ -152,6 +173,7 @@ void describe_sample_files(const model_records& m, const sample_files& files, re
 }
 
 void close_sample_files(sample_files& files, reporting& report) {
+  close_checked(files.gib_samples, "gib.samples", report);
   close_checked(files.py, "py", report);
   close_checked(files.lpm, "lpm", report);
   close_checked(files.sol_samples, "sol.samples", report);

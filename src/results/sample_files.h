@@ -3,6 +3,8 @@
 // the listing by the final reports, closed at the end of the run.
 //
 // FILE         FORM      CONTENT
+// gib.samples  text      I8, 3I4, G15.6, I11: round, matrix, row, column, element,
+//                        0 or the code of the residual group
 // py           text      round, model vector (nramat+1 integers), -log p(y|theta)
 // lpm          text      one row of fit statistics per reported model
 // sol.samples  records   neq; then per sample (round, sol(1..neq) as real*8), or,
@@ -11,7 +13,8 @@
 //                        user's data, nt residuals as real*8
 // scr31        records   scratch space of the covariance sampling
 //
-// A file that can't be opened or written stops the run: write_fault, code 16.
+// All are flushed at the end of their sample, so that a run that is killed keeps
+// whole samples. A file that can't be opened or written stops the run: write_fault, code 16.
 #pragma once
 
 #include "control/run_frame.h"
@@ -23,14 +26,14 @@
 namespace zeph {
 
 struct sample_files {
-  text_writer py, lpm;
+  text_writer gib_samples, py, lpm;
   sequential_writer sol_samples, res_samples, scr31;
   std::int32_t n_vector = 0;    // entries of the model vector in a row: nramat+1
   bool has_sol_samples = false; // opened in this run
   bool has_res_samples = false;
 };
 
-// Opens, in this order: with analysis_type > 0 py, lpm, sol.samples (when
+// Opens, in this order: with analysis_type >= 3 gib.samples; with analysis_type > 0 py, lpm, sol.samples (when
 // n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
 // residuals are kept); scr31 in every case. Existing files are emptied.
 void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
@@ -39,6 +42,12 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
 // One row of py in free format: iround, the model vector, lik; flushed. Where
 // py is closed (the reports of a model before have read it), it is emptied first.
 void write_py(sample_files& files, const run_frame& frame, double lik, reporting& report);
+
+// The (co)variances drawn in this round, from the packed columns of sscp: for
+// each random factor, matrix k = 1..nramat, then each residual group g, matrix
+// nramat+g, the lower triangle of the current order by rows.
+void write_gib_samples(const model_records& m, const sampler_store& store, const run_frame& frame,
+                       sample_files& files, reporting& report);
 
 // The solutions of a sample round. n_sol_cv -1: all in one record. n > 0: a
 // record for each chosen equation, which the listing shows too, under the label

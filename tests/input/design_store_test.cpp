@@ -134,4 +134,28 @@ TEST(QVAgib_ALLOC, stops_at_each_failed_allocation_under_its_name) {
   EXPECT_EQ(names, expected);
 }
 
+TEST(count_group_records, counts_by_residual_group_anew) {
+  described_model d = kinds({1}, 4);
+  d.residual_groups = 3;
+  model_records m = build_model(d);
+  m.residual().HETG_N_OBS.fill(77);
+  design_store design;
+  design.nobs = 4;
+  fill_vec(design.IRESG_M, {3, 1, 3, 3});
+  count_group_records(m, design);
+  const vec<std::int32_t>& count = m.residual().HETG_N_OBS;
+  EXPECT_EQ(std::vector<std::int32_t>(count.begin(), count.end()), (std::vector<std::int32_t>{0, 1, 0, 3}));
+}
+
+TEST(count_group_records, takes_the_place_0_of_a_model_without_groups) {
+  described_model d = kinds({1}, 2);
+  d.residual_groups = 0;
+  model_records m = build_model(d);
+  design_store design;
+  design.nobs = 2;
+  fill_vec(design.IRESG_M, {1, 1});
+  count_group_records(m, design);
+  EXPECT_EQ(m.residual().HETG_N_OBS(0), 2);
+}
+
 } // namespace

@@ -1,0 +1,16 @@
+// The list of records to predict.
+#pragma once
+
+#include "control/run_frame.h"
+#include "input/prediction_store.h"
+
+namespace zeph {
+
+// Reads `ytopredict`: a pair of integers, record and trait, on each line, to its
+// end; an odd last number is dropped. Prints the count and sets npred. A pair
+// outside 1..nobs, 1..nt is told; when there is any, the run stops with code 16
+// after all pairs have been read. A text that is no integer is illegal input.
+void read_ytopredict(const model_records& m, run_frame& frame, prediction_store& predictions,
+                     reporting& report);
+
+} // namespace zeph

@@ -1,0 +1,308 @@
+#include "control/restart.h"
+
+#include "formats/free_format.h"
+#include "results/whole_file.h"
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace zeph {
+namespace {
+
+constexpr std::string_view parameters_file = "r_parm";
+constexpr std::string_view solutions_file = "oldsol";
+
+// ---- the layout ----
+
+// The matrices and vectors of the first part, in order. visit(thing, name, k,
+// first, n, matrix): `thing` as the messages call it; k counts the records of
+// one name, 0 for a single one; n elements from `first`; matrix: all finite.
+// `Store` is a sampler_store, or a const one. False as soon as a visit says so.
+template <class Store, class Visit> bool walk_matrices(const model_records& m, Store& s, Visit&& visit) {
+  for (std::int32_t k = 1; k <= m.nramat; ++k)
+    if (!visit("matrix GIF", "GIF", k, s.GIF.slice(k), s.GIF.extent(1) * s.GIF.extent(2), true)) return false;
+  return visit("vector GDET", "GDET", 0, s.GDET.data(), s.GDET.size(), false) &&
+         visit("matrix RCOV", "RCOV", 0, s.RCOV.data(), s.RCOV.size(), true) &&
+         visit("vector RDET", "RDET", 0, s.RDET.data(), s.RDET.size(), false) &&
+         visit("matrix RCOVI", "RCOVI", 0, s.RCOVI.data(), s.RCOVI.size(), true) &&
+         visit("vector LVDET", "LVDET", 0, s.LVDET.data(), s.LVDET.size(), false) &&
+         visit("vector IDET_RVAR", "IDET_RVAR", 0, s.IDET_RVAR.data(), s.IDET_RVAR.size(), false);
+}
+
+// The records of the second part, in order: observations(j) for the traits whose
+// values are latent, coefficients(j, regression), groups(). Each returns false
+// to end the walk.
+template <class Observations, class Coefficients, class Groups>
+bool walk_latent(const model_records& m, Observations&& observations, Coefficients&& coefficients,
+                 Groups&& groups) {
+  for (std::int32_t j = 1; j <= m.nt; ++j) {
+    const trait_record& trait = m.MODEL(j);
+    const bool latent = trait.TRAIT_TYPE == trait_categorical || trait.TRAIT_TYPE == trait_liability ||
+                        trait.TRAIT_TYPE == trait_mixture;
+    if (latent && !observations(j)) return false;
+    for (std::int32_t x = 1; x <= trait.n_reg; ++x)
+      if (trait.REG_MIXTURE(x) && !coefficients(j, x)) return false;
+  }
+  return m.n_groups_residual() < 2 || groups();
+}
+
+// The entry of record i that holds the coefficient of regression x of trait j, a
+// mixture coefficient of the fixed part; 0 when the record has none.
+std::int32_t entry_of(const model_records& m, const design_store& d, std::int32_t j, std::int32_t x,
+                      std::int32_t i) {
+  const trait_record& trait = m.MODEL(j);
+  const std::int32_t kind = trait.REG_TYPE(x);
+  if (kind != 0 && kind != 1) return 0; // random regressions have equations of their factor only
+  const std::int32_t first = m.NBEGREG(j, x) + 1;
+  const std::int32_t last = kind == 0 ? first : m.NBEGREG(j, x) + m.NLEV(j, trait.REG_N_EF_INP(x));
+  for (std::int32_t e = 1; e <= d.M_M(i); ++e)
+    if (d.XD2_M(e, i) == j && d.XD6_M(e, i) > 0 && d.XD7_M(e, i) == 0 && d.XD1_M(e, i) >= first &&
+        d.XD1_M(e, i) <= last)
+      return e;
+  return 0;
+}
+
+// ---- writing ----
+
+template <class T> bool put_record(sequential_writer& out, const T* x, std::int64_t n) {
+  out.begin();
+  out.put(x, n);
+  return out.end();
+}
+
+bool put_pair(sequential_writer& out, std::int32_t a, std::int32_t b) {
+  const std::int32_t pair[2] = {a, b};
+  return put_record(out, pair, 2);
+}
+
+bool write_latent(const model_records& m, const design_store& d, sequential_writer& out) {
+  std::vector<float> values(static_cast<std::size_t>(d.nobs));
+  std::vector<double> coefficients(static_cast<std::size_t>(d.nobs));
+  const auto put_observations = [&](std::int32_t j) {
+    for (std::int32_t i = 1; i <= d.nobs; ++i) values[static_cast<std::size_t>(i - 1)] = d.Y_M(j, i);
+    return put_record(out, values.data(), d.nobs);
+  };
+  const auto put_coefficients = [&](std::int32_t j, std::int32_t x) {
+    for (std::int32_t i = 1; i <= d.nobs; ++i) {
+      const std::int32_t e = entry_of(m, d, j, x, i);
+      coefficients[static_cast<std::size_t>(i - 1)] = e > 0 ? d.ZD_M(e, i) : 0.0;
+    }
+    return put_record(out, coefficients.data(), d.nobs);
+  };
+  return walk_latent(m, put_observations, put_coefficients,
+                     [&] { return put_record(out, d.IRESG_M.data(), d.nobs); });
+}
+
+// ---- reading ----
+
+// The next record into x(0..n-1): 0, or the code of the failure.
+template <class T> int take_record(sequential_reader& in, T* x, std::int64_t n) {
+  in.next();
+  in.take(x, n);
+  return in.code();
+}
+
+// A read of the first part that failed; `thing` is named when it isn't empty.
+[[noreturn]] void fail_parameters(reporting& report, std::string_view thing) {
+  say(report);
+  say(report, "ERROR: reading parameters for restart");
+  if (!thing.empty()) say(report, "       reading " + std::string(thing));
+  QVA_LOG(report);
+}
+
+std::string trimmed_real(double x) {
+  const std::string field = free_row().r8(x).str();
+  return field.substr(field.find_first_not_of(' '));
+}
+
+void say_seeds(reporting& report, bool same) {
+  say_label(report, "The seeds for random number generator specified are");
+  say_label(report, same ? "the same as used in the previous part of the chain "
+                         : "different from the once used in the previous run   ");
+  say_label(report, same ? "Restart will take up the random sequence           "
+                         : "Restart will start a new random sequence           ");
+  say(report);
+}
+
+void read_sources(random_sources& sources, const run_frame& frame, sequential_reader& in, reporting& report) {
+  std::int32_t seeds[2] = {}, current[2] = {};
+  if (take_record(in, seeds, 2) != 0 || take_record(in, current, 2) != 0) fail_parameters(report, "");
+  if (ranmar_read(sources.marsaglia, in) != 0) fail_parameters(report, "");
+  const marsaglia_state& state = sources.marsaglia.live;
+  for (const auto& [name, place] : {std::pair{"I97", state.I97}, std::pair{"J97", state.J97}})
+    if (place < 1 || place > 97)
+      illegal_input(report, parameters_file, name, {}, std::to_string(place), "1..97");
+
+  const bool same = seeds[0] == frame.seed_a && seeds[1] == frame.seed_b;
+  say_seeds(report, same);
+  if (same)
+    SETALL(sources.combined, current[0], current[1]);
+  else
+    SETALL(sources.combined, frame.seed_a, frame.seed_b);
+}
+
+void read_matrices(const model_records& m, sampler_store& s, sequential_reader& in, reporting& report) {
+  s.GIF.fill(0);
+  walk_matrices(m, s,
+                [&](std::string_view thing, std::string_view name, std::int32_t k, double* x, std::int64_t n,
+                    bool matrix) {
+                  if (take_record(in, x, n) != 0) fail_parameters(report, thing);
+                  for (std::int64_t e = 1; matrix && e <= n; ++e) {
+                    if (std::isfinite(x[e - 1])) continue;
+                    const std::string value = trimmed_real(x[e - 1]);
+                    if (k > 0) illegal_input(report, parameters_file, name, {k, e}, value, "a finite number");
+                    illegal_input(report, parameters_file, name, {e}, value, "a finite number");
+                  }
+                  return true;
+                });
+}
+
+// A read of the second part that failed.
+[[noreturn]] void fail_latent(reporting& report, std::string_view item,
+                              std::initializer_list<std::int64_t> indices, int code, std::int64_t n) {
+  illegal_input(report, parameters_file, item, indices,
+                code == sequential_reader::end_of_file ? "end of file" : "a short record",
+                "a record of " + std::to_string(n) + " values");
+}
+
+void read_groups(const model_records& m, design_store& d, sequential_reader& in, reporting& report) {
+  const int code = take_record(in, d.IRESG_M.data(), d.nobs);
+  if (code != 0) fail_latent(report, "IRESG_M", {}, code, d.nobs);
+  for (std::int32_t i = 1; i <= d.nobs; ++i)
+    if (d.IRESG_M(i) < 1 || d.IRESG_M(i) > m.n_groups_residual())
+      illegal_input(report, parameters_file, "IRESG_M", {i}, std::to_string(d.IRESG_M(i)),
+                    "1.." + std::to_string(m.n_groups_residual()));
+}
+
+} // namespace
+
+void write_lastsol(const equation_layout& layout, const sampler_store& store, reporting& report) {
+  constexpr std::string_view name = "lastsol";
+  whole_file whole(report, name);
+  sequential_writer out;
+  if (!out.open(whole.path())) write_fault(report, name, "open");
+  bool written = put_record(out, &layout.neq, 1);
+  for (std::int32_t e = 1; e <= layout.neq && written; ++e) {
+    out.begin();
+    out.put(e);
+    out.put(store.sol(e));
+    written = out.end();
+  }
+  if (!written || !out.close()) write_fault(report, name, "write");
+  whole.publish(report);
+}
+
+void write_gparlast(const model_records& m, const design_store& design, const sampler_store& store,
+                    random_sources& sources, run_frame& frame, reporting& report) {
+  constexpr std::string_view name = "gparlast";
+  whole_file whole(report, name);
+  sequential_writer out;
+  if (!out.open(whole.path())) write_fault(report, name, "open");
+  frame.P_ROUND = frame.iround - 1;
+  const auto round = static_cast<std::int32_t>(frame.P_ROUND);
+  std::int32_t cg1 = 0, cg2 = 0;
+  combined_default_start(sources.combined);
+  GETSD(sources.combined, cg1, cg2);
+
+  bool written = put_record(out, &round, 1) && put_pair(out, frame.seed_a, frame.seed_b) &&
+                 put_pair(out, cg1, cg2) && ranmar_write(sources.marsaglia, out) &&
+                 walk_matrices(m, store,
+                               [&](std::string_view, std::string_view, std::int32_t, const double* x,
+                                   std::int64_t n, bool) { return put_record(out, x, n); });
+  // kept: every one of these records holds the vector of the first residual group
+  for (std::int32_t g = 1; g <= m.residual().n_hetgr && written; ++g) {
+    const vec<double>& SCALE = IW_STR_of(store, m.nramat + 1, "ZEPH", report).SCALE;
+    written = put_record(out, SCALE.data(), SCALE.size());
+  }
+  written = written && write_latent(m, design, out);
+  if (!written || !out.close()) write_fault(report, name, "write");
+  whole.publish(report);
+}
+
+void read_r_parm(const model_records& m, sampler_store& store, random_sources& sources, run_frame& frame,
+                 sequential_reader& r_parm, reporting& report) {
+  say(report);
+  say_label(report, "Reading parameters for restart of chain            ");
+  say(report);
+  r_parm.open(path_of(report, parameters_file));
+  std::int32_t round = 0;
+  if (take_record(r_parm, &round, 1) != 0) fail_parameters(report, "scalar P_ROUND");
+  frame.P_ROUND = round;
+  say_count(report, "Restart from round ................................", frame.P_ROUND);
+  say(report);
+
+  read_sources(sources, frame, r_parm, report);
+  read_matrices(m, store, r_parm, report);
+  for (std::int32_t g = 1; g <= m.residual().n_hetgr; ++g) {
+    vec<double>& SCALE = IW_STR_of(store, m.nramat + g, "ZEPH", report).SCALE;
+    if (take_record(r_parm, SCALE.data(), SCALE.size()) != 0) fail_parameters(report, "");
+  }
+  if (!m.has_type(trait_categorical)) return;
+  say(report);
+  say(report, " Restart of models including catagorical trait not implemented");
+  say(report);
+  say(report, "program terminates");
+  stop_run(report, exit_diagnosed);
+}
+
+void read_r_parm_latent(const model_records& m, design_store& design, sequential_reader& r_parm,
+                        reporting& report) {
+  const std::int32_t nobs = design.nobs;
+  std::vector<float> values(static_cast<std::size_t>(nobs));
+  std::vector<double> coefficients(static_cast<std::size_t>(nobs));
+  const auto take_observations = [&](std::int32_t j) {
+    const int code = take_record(r_parm, values.data(), nobs);
+    if (code != 0) fail_latent(report, "Y_M", {j}, code, nobs);
+    for (std::int32_t i = 1; i <= nobs; ++i) design.Y_M(j, i) = values[static_cast<std::size_t>(i - 1)];
+    return true;
+  };
+  const auto take_coefficients = [&](std::int32_t j, std::int32_t x) {
+    const int code = take_record(r_parm, coefficients.data(), nobs);
+    if (code != 0) fail_latent(report, "ZD_M", {j, x}, code, nobs);
+    for (std::int32_t i = 1; i <= nobs; ++i)
+      if (const std::int32_t e = entry_of(m, design, j, x, i); e > 0)
+        design.ZD_M(e, i) = coefficients[static_cast<std::size_t>(i - 1)];
+    return true;
+  };
+  walk_latent(m, take_observations, take_coefficients, [&] {
+    read_groups(m, design, r_parm, report);
+    return true;
+  });
+  r_parm.close();
+}
+
+void read_oldsol(const equation_layout& layout, const run_frame& frame, sampler_store& store,
+                 reporting& report) {
+  sequential_reader in;
+  in.open(path_of(report, solutions_file));
+  std::int32_t neq = 0;
+  if (take_record(in, &neq, 1) != 0) {
+    say(report, "Io error in reading old solutions");
+    zeph_terminates(report, false);
+  }
+  if (neq != layout.neq) {
+    say(report, "Format error in file wiht old solutions");
+    say(report, free_row().text("neq= ").i(layout.neq).text("No of solutions on file= ").i(neq).str());
+    zeph_terminates(report, false);
+  }
+  if (frame.test_level >= 2) say(report, "Reading old solutions");
+  for (std::int32_t row = 1; row <= neq; ++row) {
+    std::int32_t e = 0;
+    double value = 0;
+    in.next();
+    in.take(e);
+    in.take(value);
+    if (in.code() != 0) {
+      say(report, "Io error occurred when reading old solutions");
+      zeph_terminates(report);
+    }
+    if (e < 1 || e > neq)
+      illegal_input(report, solutions_file, "equation", {row}, std::to_string(e),
+                    "1.." + std::to_string(neq));
+    store.sol(e) = value;
+  }
+  say_count(report, "No of old solutions read ..........................", neq);
+}
+
+} // namespace zeph

@@ -1,0 +1,33 @@
+#include "results/prediction_report.h"
+
+#include "formats/column_format.h"
+#include "formats/free_format.h"
+#include "formats/text_file.h"
+#include "results/whole_file.h"
+
+#include <cmath>
+
+namespace zeph {
+
+void report_predictions(const run_frame& frame, const prediction_store& predictions, reporting& report) {
+  if (frame.nsamp_pred < 1) return;
+  constexpr std::string_view name = "ypredicted";
+  const double p = frame.nsamp_pred;
+  say(report);
+  say(report, "   Predictive distributions written on file \"ypredicted\"");
+  say(report, free_row().text("   No of samples included").i(frame.nsamp_pred).str());
+
+  whole_file whole(report, name);
+  text_writer out;
+  if (!out.open(whole.path())) write_fault(report, name, "open");
+  for (const prediction& y : predictions.YPRED) {
+    const double sd = std::sqrt((y.q - y.s * y.s / p) / (p - 1)), mean = y.s / p;
+    column_line row;
+    row.X(1).I(y.record, 8).I(y.trait, 8).F(static_cast<double>(y.value), 18, 7).F(mean, 18, 7).F(sd, 18, 7);
+    out.line(row.str());
+  }
+  if (!out.close()) write_fault(report, name, "write");
+  whole.publish(report);
+}
+
+} // namespace zeph
