@@ -120,3 +120,148 @@ TEST(accumulators, hand_over_keeps_means_and_clears_sums) {
     for (const double x : *y) EXPECT_EQ(x, 0.0);
   for (const double x : c.store.dic_s) EXPECT_EQ(x, 0.0);
 }
+
+namespace {
+
+// Two factors, of orders 2 and 1, and the residual of two traits in `groups` groups.
+struct matrix_sums : sums {
+  explicit matrix_sums(std::int32_t groups = 1) {
+    structure_record& residual = m.residual();
+    residual.n_hetgr = groups;
+    residual.HETG_N_OBS.take(range(0, groups));
+    store.G = groups;
+    for (mat<double>* x : {&store.sscp, &store.PARPOSTMEAN, &store.PARVAR}) x->take(3, 2 + groups);
+    store.RCOV.take(2, 2, groups);
+    store.dic_rrsum.take(2, groups);
+    store.dic_s.take(2);
+    frame.analysis_type = 3;
+    frame.ntr = {2, 1, 2};
+    frame.isamp = 5;
+    frame.iround = 10;
+  }
+  void draw(double x) {
+    store.sscp.fill(x);
+    accumulate_covariances(m, store, frame);
+    frame.nsamples += 1;
+  }
+  void moments() {
+    for (double& x : store.PARPOSTMEAN) x /= frame.nsamples;
+    covariance_moments(m, frame, store);
+  }
+};
+
+} // namespace
+
+TEST(accumulators, a_draw_adds_the_leading_block_of_each_matrix) {
+  matrix_sums c(2);
+  c.draw(3.0);
+  c.draw(-1.0);
+  // 3 - 1 and 9 + 1; factor 2 has one element
+  for (const std::int32_t column : {1, 3, 4})
+    for (std::int32_t e = 1; e <= 3; ++e) {
+      EXPECT_EQ(c.store.PARPOSTMEAN(e, column), 2.0);
+      EXPECT_EQ(c.store.PARVAR(e, column), 10.0);
+    }
+  EXPECT_EQ(c.store.PARPOSTMEAN(1, 2), 2.0);
+  EXPECT_EQ(c.store.PARPOSTMEAN(2, 2), 0.0);
+  EXPECT_EQ(c.store.PARVAR(3, 2), 0.0);
+}
+
+TEST(accumulators, a_smaller_model_adds_its_rows_only) {
+  matrix_sums c;
+  c.frame.ntr = {1, 1, 2};
+  c.draw(3.0);
+  EXPECT_EQ(c.store.PARPOSTMEAN(1, 1), 3.0);
+  EXPECT_EQ(c.store.PARPOSTMEAN(2, 1), 0.0);
+  EXPECT_EQ(c.store.PARPOSTMEAN(3, 3), 3.0);
+}
+
+TEST(accumulators, covariance_moments_are_standard_deviations) {
+  matrix_sums c;
+  for (const double x : {1.0, 2.0, 6.0}) c.draw(x);
+  c.moments();
+  EXPECT_EQ(c.store.PARPOSTMEAN(1, 1), 3.0);
+  EXPECT_DOUBLE_EQ(c.store.PARVAR(1, 1), std::sqrt(7.0)); // ((-2)^2 + (-1)^2 + 3^2) / 2
+  EXPECT_DOUBLE_EQ(c.store.PARVAR(3, 3), std::sqrt(7.0));
+  EXPECT_EQ(c.store.PARVAR(2, 2), 0.0); // not in factor 2
+}
+
+TEST(accumulators, a_spread_at_or_below_1e_12_or_negative_is_no_deviation) {
+  matrix_sums c;
+  c.frame.nsamples = 2;
+  c.store.PARPOSTMEAN.fill(1.0); // n mean^2 = 2
+  c.store.PARVAR(1, 1) = 2.0 + 0.9e-12;
+  c.store.PARVAR(2, 1) = 2.0 + 4e-12;
+  c.store.PARVAR(3, 1) = 1.0; // rounding can leave it below
+  covariance_moments(c.m, c.frame, c.store);
+  EXPECT_EQ(c.store.PARVAR(1, 1), 0.0);
+  EXPECT_NEAR(c.store.PARVAR(2, 1), 2e-6, 1e-9); // sqrt(4e-12 / 1)
+  EXPECT_EQ(c.store.PARVAR(3, 1), 0.0);
+}
+
+TEST(accumulators, fewer_than_two_draws_have_no_deviation) {
+  for (const int n : {0, 1}) {
+    matrix_sums c;
+    for (int i = 0; i < n; ++i) c.draw(4.0);
+    c.moments();
+    for (const double x : c.store.PARVAR) EXPECT_EQ(x, 0.0);
+    if (n == 0)
+      EXPECT_TRUE(std::isnan(c.store.PARPOSTMEAN(1, 1)));
+    else
+      EXPECT_EQ(c.store.PARPOSTMEAN(1, 1), 4.0);
+  }
+}
+
+TEST(accumulators, solver_has_no_covariance_moments) {
+  matrix_sums c;
+  c.frame.analysis_type = 0;
+  c.store.PARVAR.fill(5.0);
+  covariance_moments(c.m, c.frame, c.store);
+  EXPECT_EQ(c.store.PARVAR(1, 1), 5.0);
+}
+
+TEST(accumulators, deviance_of_a_sample_is_summed_over_groups) {
+  matrix_sums c(2);
+  c.m.residual().HETG_N_OBS(1) = 3;
+  c.m.residual().HETG_N_OBS(2) = 5;
+  c.store.RCOV(1, 1, 1) = 2.0, c.store.RCOV(2, 2, 1) = 4.0;
+  c.store.RCOV(1, 1, 2) = 0.5, c.store.RCOV(2, 2, 2) = 1.0;
+  c.store.dic_rrsum(1, 1) = 6.0, c.store.dic_rrsum(2, 1) = 8.0;
+  c.store.dic_rrsum(1, 2) = 1.0, c.store.dic_rrsum(2, 2) = 7.0;
+  c.store.dic_s(1) = 100.0;
+  accumulate_deviance(c.m, c.store, c.frame);
+  EXPECT_DOUBLE_EQ(c.store.dic_s(1), 100.0 + 3 * std::log(2.0) + 3.0 - 5 * std::log(2.0) + 2.0);
+  EXPECT_DOUBLE_EQ(c.store.dic_s(2), 3 * std::log(4.0) + 2.0 + 7.0);
+}
+
+TEST(accumulators, deviance_is_summed_in_sample_rounds_of_types_below_5_only) {
+  matrix_sums c;
+  c.m.residual().HETG_N_OBS(1) = 3;
+  c.store.RCOV.fill(2.0);
+  c.frame.iround = 11;
+  accumulate_deviance(c.m, c.store, c.frame);
+  c.frame.iround = 10;
+  c.frame.analysis_type = 5;
+  accumulate_deviance(c.m, c.store, c.frame);
+  EXPECT_EQ(c.store.dic_s(1), 0.0);
+  c.frame.analysis_type = 4;
+  accumulate_deviance(c.m, c.store, c.frame);
+  EXPECT_DOUBLE_EQ(c.store.dic_s(1), 3 * std::log(2.0));
+}
+
+TEST(accumulators, deviance_takes_the_place_0_of_a_model_without_groups) {
+  matrix_sums c;
+  c.m.residual().n_hetgr = 0;
+  c.m.residual().HETG_N_OBS(0) = 4;
+  c.store.RCOV.fill(2.0);
+  accumulate_deviance(c.m, c.store, c.frame);
+  EXPECT_DOUBLE_EQ(c.store.dic_s(1), 4 * std::log(2.0));
+}
+
+TEST(accumulators, deviance_of_a_variance_of_zero_is_not_finite) {
+  matrix_sums c;
+  c.m.residual().HETG_N_OBS(1) = 1;
+  c.store.dic_rrsum(1, 1) = 1.0;
+  accumulate_deviance(c.m, c.store, c.frame);
+  EXPECT_FALSE(std::isfinite(c.store.dic_s(1))); // log of 0
+}

@@ -11,7 +11,10 @@ namespace {
 struct run_end : result_case {
   model_records m = dairy_model();
   equation_layout layout = dairy_layout();
+  design_store design;
+  prediction_store predictions;
   sampler_store store;
+  random_sources sources{report};
   run_frame frame;
   sample_files files;
   explicit run_end(std::int32_t analysis_type) {
@@ -21,6 +24,7 @@ struct run_end : result_case {
     frame.ntr = {2, 1, 2};
     fill_quarters(store.sol);
     for (vec<double>* x : {&store.solpostmean, &store.pev, &store.sols}) x->take(dairy_neq);
+    for (mat<double>* x : {&store.PARPOSTMEAN, &store.PARVAR, &store.pars}) x->take(3, 3);
   }
   void open() { open_sample_files(m, layout, frame, files, report); }
   void samples(int n) {
@@ -29,7 +33,7 @@ struct run_end : result_case {
       accumulate_solutions(m, layout, store, frame);
     }
   }
-  void finish() { final_reports(m, layout, store, frame, files, report); }
+  void finish() { final_reports(m, layout, design, predictions, store, sources, frame, files, report); }
 };
 
 std::string quarters_file() {
@@ -93,6 +97,105 @@ TEST(final_reports, fewer_than_two_samples_write_no_solutions) {
     const std::string listing = c.said();
     EXPECT_EQ(listing.find("Posterior mean"), std::string::npos);
   }
+}
+
+namespace {
+
+// A sampler's end: two data records, all matrices drawn equal to 1 on the diagonal.
+struct sampler_end : run_end {
+  explicit sampler_end(std::int32_t analysis_type) : run_end(analysis_type) {
+    QVAgib_ALLOC(m, store, report);
+    EXPECT_EQ(ZEPHVAR_ALLOC(m, store, report), 0);
+    store.sscp.take(3, 3);
+    for (cube<double>* x : {&store.RCOV, &store.RCOVI}) x->take(2, 2, 1);
+    for (vec<double>* x : {&store.IDET_RVAR, &store.LVDET}) x->take(3);
+    for (vec<double>* x : {&store.dic_s, &store.dic_m}) x->take(2);
+    store.dic_ressum.take(2, 2);
+    store.dic_rrsum.take(2, 1);
+    for (std::int32_t c = 1; c <= 3; ++c) store.sscp(1, c) = store.sscp(3, c) = 1.0;
+    for (std::int32_t t = 1; t <= 2; ++t) store.RCOV(t, t, 1) = 1.0;
+    design.nobs = 2;
+    design.M_M.take(2);
+    zeph_test::fill_vec(design.IRESG_M, {1, 1});
+    count_group_records(m, design);
+    RMARIN(sources.marsaglia, 12, 34);
+    frame.isamp = 1;
+  }
+  void matrix_samples(int n) {
+    for (int i = 0; i < n; ++i) {
+      accumulate_covariances(m, store, frame);
+      write_gib_samples(m, store, frame, files, report);
+      accumulate_deviance(m, store, frame);
+    }
+    samples(n);
+  }
+};
+
+} // namespace
+
+TEST(final_reports, sampler_reports_fit_deviance_matrices_solutions_in_this_order) {
+  sampler_end c(3);
+  c.open();
+  c.matrix_samples(3);
+  c.finish();
+  const std::string listing = c.said();
+  const char* order[] = {"\nModel fit statistics         \n", "\nDIC per trait                            \n",
+                         "\n   Posterior mean and standard error of all (co)variances\n",
+                         "\n  Posterior mean and SD of residual dispersion\n",
+                         "\n\n\n    Posterior mean (P_MEAN)"};
+  std::size_t last = 0;
+  for (const char* text : order) {
+    const auto at = listing.find(text);
+    ASSERT_NE(at, std::string::npos) << text << listing;
+    EXPECT_GE(at, last);
+    last = at;
+  }
+  for (const char* file : {"gparout", "PAROUT", "gibsol", "solpostmean", "lastsol", "gparlast", "lpm"})
+    EXPECT_TRUE(c.exists(file)) << file;
+  EXPECT_FALSE(c.exists("ypredicted"));
+  EXPECT_EQ(c.content("lastsol"), quarters_file()); // the last solutions are those of all samples
+  EXPECT_EQ(c.frame.P_ROUND, 9);                    // iround - 1
+  EXPECT_EQ(c.store.pars(1, 1), 1.0);               // handed over
+  EXPECT_EQ(c.store.PARVAR(1, 1), 0.0);
+}
+
+TEST(final_reports, sampler_of_given_matrices_leaves_its_solutions_only) {
+  sampler_end c(2);
+  c.open();
+  c.samples(3);
+  c.finish();
+  EXPECT_TRUE(c.exists("lastsol"));
+  for (const char* file : {"gparout", "PAROUT", "gparlast", "gib.samples"})
+    EXPECT_FALSE(c.exists(file)) << file;
+  EXPECT_EQ(c.said().find("DIC per trait"), std::string::npos);
+  // option 4: the second column is the standard deviation, 0 for equal samples
+  EXPECT_NE(c.content("gibsol").find("2.00000             0.00000    \n"), std::string::npos);
+}
+
+TEST(final_reports, state_is_kept_whatever_the_number_of_samples) {
+  for (const int n : {0, 1}) {
+    sampler_end c(3);
+    c.open();
+    c.matrix_samples(n);
+    c.finish();
+    EXPECT_TRUE(c.exists("lastsol"));
+    EXPECT_TRUE(c.exists("gparlast"));
+    EXPECT_FALSE(c.exists("gibsol"));
+    EXPECT_EQ(c.exists("gparout"), n == 1);
+    const std::string listing = c.said();
+    EXPECT_EQ(listing.find("(co)variances") != std::string::npos, n == 1);
+    EXPECT_EQ(listing.find("NaN            NaN") != std::string::npos, n == 0); // DIC and pD without samples
+    EXPECT_EQ(c.store.PARPOSTMEAN(1, 1), 0.0);                                  // starts clean
+  }
+}
+
+TEST(final_reports, filled_predictions_are_written) {
+  run_end c(1);
+  c.frame.nsamp_pred = 2;
+  c.predictions.YPRED = {{1, 2, 0.0F, 3.0, 5.0}};
+  c.open();
+  c.finish();
+  EXPECT_TRUE(c.exists("ypredicted"));
 }
 
 TEST(final_reports, dust_is_zero_in_solpostmean_too) {

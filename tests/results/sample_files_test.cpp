@@ -254,7 +254,104 @@ TEST(sample_files, write_to_a_full_device_stops_with_code_16) {
   res.keep_residuals();
   std::filesystem::create_symlink("/dev/full", res.path("res.samples"));
   res.open();
-  write_residual_samples(res.m, res.design, res.frame, res.files, res.report); // stays in the buffer
-  EXPECT_EQ(exit_code_of([&] { res.close(); }), 16);
+  EXPECT_EQ(
+      exit_code_of([&] { write_residual_samples(res.m, res.design, res.frame, res.files, res.report); }), 16);
   EXPECT_EQ(res.said(), zeph_test::illegal_input_text("res.samples", "write", "write", write_rule));
+}
+
+namespace {
+
+void fill_draws(sampling& c, std::int32_t groups) {
+  c.frame.analysis_type = 3;
+  c.m.residual().n_hetgr = groups;
+  c.m.residual().HETGR_CODE.take(range(0, groups));
+  c.store.G = groups;
+  c.store.sscp.take(3, 2 + groups);
+  const double draws[3][3] = {{123.456, -0.5, 2e7}, {0.001, 9, 9}, {1, 0, 10}};
+  for (std::int32_t k = 1; k <= 3; ++k)
+    for (std::int32_t e = 1; e <= 3; ++e) c.store.sscp(e, k) = draws[k - 1][e - 1];
+  c.m.residual().HETGR_CODE(1) = 7;
+}
+
+// I8, 3I4, G15.6, I11
+const std::string seven_rows = "      40   1   1   1    123.456              0\n"
+                               "      40   1   2   1  -0.500000              0\n"
+                               "      40   1   2   2   0.200000E+08          0\n"
+                               "      40   2   1   1   0.100000E-02          0\n"
+                               "      40   3   1   1    1.00000              7\n"
+                               "      40   3   2   1    0.00000              7\n"
+                               "      40   3   2   2    10.0000              7\n";
+
+} // namespace
+
+TEST(sample_files, gib_samples_have_a_row_for_each_element_of_the_triangles) {
+  sampling c;
+  fill_draws(c, 1);
+  c.open();
+  write_gib_samples(c.m, c.store, c.frame, c.files, c.report);
+  EXPECT_EQ(c.content("gib.samples"), seven_rows); // flushed, the file is still open
+  c.close();
+  EXPECT_EQ(c.content("gib.samples"), seven_rows);
+}
+
+TEST(sample_files, gib_samples_have_a_block_for_each_residual_group) {
+  sampling c;
+  fill_draws(c, 2);
+  c.m.residual().HETGR_CODE(2) = -3;
+  c.store.sscp(1, 4) = 0.25, c.store.sscp(2, 4) = -0.125, c.store.sscp(3, 4) = 1e-99;
+  c.open();
+  write_gib_samples(c.m, c.store, c.frame, c.files, c.report);
+  EXPECT_EQ(c.content("gib.samples"), seven_rows + "      40   4   1   1   0.250000             -3\n"
+                                                   "      40   4   2   1  -0.125000             -3\n"
+                                                   "      40   4   2   2   0.100000E-98         -3\n");
+}
+
+TEST(sample_files, gib_samples_of_a_smaller_model_have_its_rows) {
+  sampling c;
+  fill_draws(c, 1);
+  c.frame.ntr = {1, 1, 2};
+  c.open();
+  write_gib_samples(c.m, c.store, c.frame, c.files, c.report);
+  const std::string text = c.content("gib.samples");
+  EXPECT_EQ(text.substr(0, 94), "      40   1   1   1    123.456              0\n"
+                                "      40   2   1   1   0.100000E-02          0\n");
+}
+
+TEST(sample_files, gib_samples_are_opened_from_type_3_on) {
+  for (const std::int32_t type : {1, 2, 3, 4}) {
+    sampling c;
+    c.frame.analysis_type = type;
+    c.open();
+    EXPECT_EQ(c.exists("gib.samples"), type >= 3);
+  }
+}
+
+TEST(sample_files, every_sample_reaches_its_file_at_once) {
+  sampling c;
+  fill_draws(c, 1);
+  c.keep_residuals();
+  c.m.n_sol_cv = -1;
+  c.open();
+  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  write_residual_samples(c.m, c.design, c.frame, c.files, c.report);
+  // neq, then round and 16 solutions; two records of round, position and two residuals
+  EXPECT_EQ(c.content("sol.samples").size(), 12u + 8 + 4 + 16 * 8);
+  EXPECT_EQ(c.content("res.samples").size(), 2u * (8 + 8 + 2 * 8));
+  c.m.n_sol_cv = 2;
+  zeph_test::fill_vec(c.m.SOL_CV_EQ_NO, {12, 13});
+  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  EXPECT_EQ(c.content("sol.samples").size(), 12u + 8 + 4 + 16 * 8 + 2 * (8 + 16));
+}
+
+TEST(sample_files, write_faults_of_gib_samples_stop_with_code_16) {
+  sampling blocked, full;
+  blocked.make_directory("gib.samples");
+  full.make_full("gib.samples");
+  for (sampling* c : {&blocked, &full}) fill_draws(*c, 1);
+  EXPECT_EQ(exit_code_of([&] { blocked.open(); }), 16);
+  EXPECT_EQ(blocked.said(), zeph_test::illegal_input_text("gib.samples", "write", "open", write_rule));
+  full.open();
+  EXPECT_EQ(exit_code_of([&] { write_gib_samples(full.m, full.store, full.frame, full.files, full.report); }),
+            16);
+  EXPECT_EQ(full.said(), zeph_test::illegal_input_text("gib.samples", "write", "write", write_rule));
 }
