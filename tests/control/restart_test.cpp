@@ -572,3 +572,80 @@ TEST(restart, of_analysis_type_3_begins_with_its_parameters) {
   EXPECT_EQ(c.go(run_case::lines(3, 0, 1, 1)), 16);
   EXPECT_TRUE(c.ends_with(reading + failed + "       reading scalar P_ROUND\n" + fatal)) << c.text();
 }
+
+namespace {
+
+// A chain of the example with proper priors, samples of all solutions wanted.
+std::string chain_of(std::int32_t rounds, const std::string& seeds = "12 34") {
+  return "3 0\n" + seeds + "\n10 " + std::to_string(rounds) + " 5\n1 20\n2 20\n";
+}
+
+struct sampled_case : run_case {
+  sampled_case() {
+    m->RMAT(1).COV_MAT(1, 1) = 20.0;
+    m->n_sol_cv = -1;
+  }
+  void keep_state() const {
+    directory.write("oldsol", directory.read("lastsol"));
+    directory.write("r_parm", directory.read("gparlast"));
+  }
+};
+
+} // namespace
+
+TEST(restart, of_complete_gaussian_data_continues_as_if_never_stopped) {
+  sampled_case whole, parts;
+  ASSERT_EQ(whole.go(chain_of(20)), 0) << whole.text();
+  ASSERT_EQ(parts.go(chain_of(10)), 0) << parts.text();
+  const std::string files[] = {"gib.samples", "py", "sol.samples"};
+  std::vector<std::string> first;
+  for (const std::string& file : files) first.push_back(parts.directory.read(file));
+  parts.keep_state();
+  ASSERT_EQ(parts.go(chain_of(10)), 0) << parts.text(); // no burn-in: rounds 21 to 30
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::string second = parts.directory.read(files[i]);
+    if (files[i] == "sol.samples") second.erase(0, 12); // neq stands first in both files
+    EXPECT_FALSE(second.empty());
+    EXPECT_EQ(first[i] + second, whole.directory.read(files[i])) << files[i];
+  }
+  for (const char* file : {"lastsol", "gparlast"})
+    EXPECT_EQ(parts.directory.read(file), whole.directory.read(file)) << file;
+}
+
+TEST(restart, with_other_seeds_leaves_the_sequence_of_the_first_part) {
+  sampled_case whole, parts;
+  ASSERT_EQ(whole.go(chain_of(20)), 0);
+  ASSERT_EQ(parts.go(chain_of(10)), 0);
+  const std::string first = parts.directory.read("gib.samples");
+  parts.keep_state();
+  ASSERT_EQ(parts.go(chain_of(10, "12 35")), 0);
+  EXPECT_NE(parts.text().find(other_seeds), std::string::npos);
+  EXPECT_NE(first + parts.directory.read("gib.samples"), whole.directory.read("gib.samples"));
+}
+
+TEST(restart, after_STOP_goes_on_with_the_values_and_repeats_one_round_number) {
+  const auto rounds = [](std::int32_t n) {
+    return "3 0\n12 34\n0 " + std::to_string(n) + " 1\n1 20\n2 20\n";
+  };
+  sampled_case whole, parts;
+  ASSERT_EQ(whole.go(rounds(6)), 0);
+  parts.directory.write("STOP", "");
+  ASSERT_EQ(parts.go(rounds(6)), 0); // ends with the sample of round 1
+  std::string rows = parts.directory.read("gib.samples");
+  parts.directory.remove("STOP");
+  parts.keep_state();
+  ASSERT_EQ(parts.go(rounds(5)), 0);
+  EXPECT_NE(parts.text().find(count_row("Restart from round ................................", 0)),
+            std::string::npos);
+  rows += parts.directory.read("gib.samples");
+  // two rows a round, of 46 characters and a line end, the round in the first 8
+  const std::string expected = whole.directory.read("gib.samples");
+  ASSERT_EQ(rows.size(), 6u * 2 * 47);
+  ASSERT_EQ(expected.size(), rows.size());
+  for (std::size_t row = 0; row < 12; ++row) {
+    EXPECT_EQ(rows.substr(row * 47 + 8, 39), expected.substr(row * 47 + 8, 39));
+    const std::size_t round = row / 2 + 1; // of the whole chain
+    EXPECT_EQ(std::stoul(expected.substr(row * 47, 8)), round);
+    EXPECT_EQ(std::stoul(rows.substr(row * 47, 8)), round > 1 ? round - 1 : 1);
+  }
+}
