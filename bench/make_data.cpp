@@ -28,7 +28,7 @@ struct sizes {
   std::uint64_t seed = 20;
   double missing = 0.0; // share of missing observations, traits 2 and up
   std::string analysis = "solve";
-  std::int64_t rounds = 2000;
+  std::int64_t rounds = 2000, burnin = 0, interval = 1;
   std::string into = ".";
 };
 
@@ -163,8 +163,9 @@ void write_model(const sizes& s) {
     fmt::print(file.get(), "[trait.y{}]\nformula = \"1 + herdyear + sex + age + (1 | animal)\"\n\n", t);
   fmt::print(file.get(),
              "[covariable.age]\ncenter = true\n\n[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\n"
-             "burnin   = 0\nrounds   = {}\ninterval = 1\nseeds    = [1201, 707]\n",
-             square(s.traits, residual_variance, residual_correlation), s.analysis, s.rounds);
+             "burnin   = {}\nrounds   = {}\ninterval = {}\nseeds    = [1201, 707]\n",
+             square(s.traits, residual_variance, residual_correlation), s.analysis, s.burnin, s.rounds,
+             s.interval);
 }
 
 } // namespace
@@ -181,7 +182,9 @@ int main(int argc, char** argv) {
   app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")
       ->check(CLI::Range(0.0, 0.9));
   app.add_option("--analysis", s.analysis, "analysis of the model description");
+  app.add_option("--burnin", s.burnin, "rounds of burn-in of the model description");
   app.add_option("--rounds", s.rounds, "rounds of the model description");
+  app.add_option("--interval", s.interval, "sampling interval of the model description");
   app.add_option("--seed", s.seed, "seed");
   CLI11_PARSE(app, argc, argv);
   try {

@@ -43,7 +43,8 @@ namespace zeph {
 // that can't be read, a write that fails. The line counter of the listing turns
 // the pages: banner before a block behind line 68, and before a row of a random
 // factor behind line 77.
-int SOLWRITE(std::int32_t option, const model_records& m, const vec<std::int32_t>& IREST, std::int32_t n_IREST,
-             vec<double>& first, vec<double>& second, std::string_view file, reporting& report);
+int SOLWRITE(std::int32_t option, const model_records& m, const vec<std::int32_t>& IREST,
+             std::int32_t n_IREST, vec<double>& first, vec<double>& second, std::string_view file,
+             reporting& report);
 
 } // namespace zeph

@@ -253,9 +253,8 @@ TEST(csv_columns, suspects_codes_of_nines) {
   EXPECT_EQ(
       suspicion({9999, 88, 120, 341, 200, 160, 280}),
       "calves.csv: warning: bwt is 9999 in 1 record, all others lie between 88 and 341: missing code?\n");
-  EXPECT_EQ(
-      suspicion({-1, 88, 95, 100, 105, 99}),
-      "calves.csv: warning: bwt is -1 in 1 record, all others lie between 88 and 105: missing code?\n");
+  EXPECT_EQ(suspicion({-1, 88, 95, 100, 105, 99}),
+            "calves.csv: warning: bwt is -1 in 1 record, all others lie between 88 and 105: missing code?\n");
 }
 
 TEST(csv_columns, suspects_nothing_in_honest_columns) {
