@@ -293,15 +293,14 @@ void count_records(const record_selection& records, factor_levels& f) {
 
 void tell(const data_columns& data, const factor_levels& f, message_log& log) {
   if (f.n_without > 0)
-    add_warning(
-        log, {data.table.file, 0, 0},
-        fmt::format("{} records have no level of {}: the effect is left out there", f.n_without, f.name));
+    add_warning(log, {data.table.file, 0, 0},
+                fmt::format("no level of {} in {}: the effect is left out there", f.name,
+                            records_in_words(f.n_without)));
   if (f.n_meeting > 0)
-    add_warning(
-        log, {data.table.file, 0, 0},
-        fmt::format("two levels of {} meet in {} records: a sampler sees each with the other's last value,\n"
-                    "posterior means are slightly off, and a solver may diverge from round 101 on",
-                    f.name, f.n_meeting));
+    add_warning(log, {data.table.file, 0, 0},
+                fmt::format("two levels of {} meet in {}: a sampler sees each with the other's last value,\n"
+                            "posterior means are slightly off, and a solver may diverge from round 101 on",
+                            f.name, records_in_words(f.n_meeting)));
 }
 
 } // namespace

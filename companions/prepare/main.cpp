@@ -45,7 +45,8 @@ fs::path directory_of(const command& c) {
 
 int faults(const message_log& log) {
   fmt::print(stderr, "{}", screen_text(log));
-  fmt::print(stderr, "nothing was written: {} errors\n", count_of(log, severity::error));
+  const int n = count_of(log, severity::error);
+  fmt::print(stderr, "nothing was written: {} error{}\n", n, n == 1 ? "" : "s");
   return exit_faults;
 }
 

@@ -90,8 +90,8 @@ void tell(const model_description& d, const data_columns& data, const record_sel
   for (const removal& r : s.removals) {
     const std::string& trait = d.traits[static_cast<std::size_t>(r.trait)].name;
     add_warning(log, {data.table.file, 0, 0},
-                fmt::format("{} in {} records with {}: {} set missing there (prepare.txt lists them)", r.why,
-                            r.lines.size(), trait, trait));
+                fmt::format("{} in {} with {}: {} set missing there (prepare.txt lists them)", r.why,
+                            records_in_words(static_cast<std::int64_t>(r.lines.size())), trait, trait));
   }
   if (s.n_without_trait > 0)
     add_note(log, {data.table.file, 0, 0},
@@ -104,6 +104,8 @@ void tell(const model_description& d, const data_columns& data, const record_sel
 }
 
 } // namespace
+
+std::string records_in_words(std::int64_t n) { return fmt::format("{} record{}", n, n == 1 ? "" : "s"); }
 
 record_selection select_records(const model_description& d, const data_columns& data, message_log& log) {
   record_selection out;

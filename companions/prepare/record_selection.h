@@ -37,4 +37,7 @@ struct record_selection {
 // weight is below zero. A weight of 0 makes the trait missing.
 record_selection select_records(const model_description& d, const data_columns& data, message_log& log);
 
+// "1 record", "14 records".
+std::string records_in_words(std::int64_t n);
+
 } // namespace zeph::prepare

@@ -62,7 +62,7 @@ TEST_F(command_line, fault_in_the_data_ends_with_1_and_writes_nothing) {
   EXPECT_EQ(run("model.toml --into work"), 1);
   EXPECT_FALSE(place.has("work"));
   EXPECT_TRUE(said("d.csv:3: error: \"12x\" in column y is no number")) << place.read("said");
-  EXPECT_TRUE(said("nothing was written: 1 errors"));
+  EXPECT_TRUE(said("nothing was written: 1 error\n"));
 }
 
 TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {

@@ -69,7 +69,7 @@ TEST(model_assembly, animal_model_has_columns_masks_and_positions_of_the_users_d
 
 TEST(model_assembly, what_is_dropped_or_made_missing_is_told_with_counts) {
   const prepared_case c = prepare(toml(ANIMAL + "[trait.bw]\nformula = \"1 + sex + (1 | animal | id)\"\n"));
-  EXPECT_TRUE(c.says("d.csv: warning: sex is missing in 1 records with bw: bw set missing there"))
+  EXPECT_TRUE(c.says("d.csv: warning: sex is missing in 1 record with bw: bw set missing there"))
       << c.messages();
   EXPECT_TRUE(c.says("3 of 6 records have no trait left and are dropped")) << c.messages();
 }
@@ -218,7 +218,7 @@ TEST(model_assembly, two_columns_after_the_bar_put_two_levels_into_one_row) {
   EXPECT_EQ(g.CONT_POS(2), 1);
   EXPECT_EQ(c.p.factors[0].identification, (std::vector<std::string>{"4", "5", "6"}));
   EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(g.CONT_EFF_RCI(2) - 1)], (rows_i{3, 3, 0}));
-  EXPECT_TRUE(c.says("1 records have no level of social: the effect is left out there")) << c.messages();
+  EXPECT_TRUE(c.says("no level of social in 1 record: the effect is left out there")) << c.messages();
   EXPECT_EQ(c.p.largest_row, 3);
 }
 
