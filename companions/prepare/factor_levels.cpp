@@ -218,6 +218,7 @@ void levels_of_matrix(const model_description& d, const data_columns& data, cons
   matrix_request q;
   q.file = path_of(d, section.matrix.file.value).string();
   q.form = section.matrix.form.value;
+  if (section.matrix.blend.given) q.blend = section.matrix.blend.value;
   q.kind = matrix_kind::inverse;
   if (!section.matrix.holds_inverse.value) {
     q.kind = section.kind == relationship_kind::correlation ? matrix_kind::correlation
