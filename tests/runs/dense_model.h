@@ -53,9 +53,12 @@ struct fixed_term {
 };
 
 struct dense_trait {
-  std::string name; // and column
+  std::string name;
   std::vector<fixed_term> fixed;
   std::string weight = ""; // column; "": none
+  std::string column = ""; // of the observations; "": that of the name
+
+  const std::string& data_column() const { return column.empty() ? name : column; }
 };
 
 // What one row of a factor's matrix puts into a record: a coefficient for the
@@ -144,7 +147,7 @@ private:
     return d.missing.contains(d.data.cell(r, column));
   }
   bool has_all(std::size_t r, const dense_trait& t) const {
-    if (is_missing(r, t.name)) return false;
+    if (is_missing(r, t.data_column())) return false;
     if (!t.weight.empty() && (is_missing(r, t.weight) || number_in(d.data.cell(r, t.weight)) == 0.0))
       return false;
     for (const fixed_term& x : t.fixed) {
@@ -219,7 +222,7 @@ private:
     for (const std::size_t t : present) {
       const dense_trait& trait = d.traits[t];
       x.W.push_back(row_of(r, trait));
-      x.y.push_back(in_32_bits(number_in(d.data.cell(r, trait.name))));
+      x.y.push_back(in_32_bits(number_in(d.data.cell(r, trait.data_column()))));
       w.push_back(trait.weight.empty() ? 1.0 : in_32_bits(number_in(d.data.cell(r, trait.weight))));
     }
     for (std::size_t i = 0; i < present.size(); ++i)

@@ -167,6 +167,33 @@ start = 9.0
   expect_full_rank();
 }
 
+TEST_F(dense_models, crossed_classes_with_a_regression_in_them_and_columns_of_other_names) {
+  dense_description d = described();
+  d.traits = {{"gain",
+               {{"herd:sex:breed", {"herd", "sex", "breed"}},
+                {"sex:breed:days", {"sex", "breed"}, plain("dim", 150.0)}},
+               "",
+               "y1_m"},
+              {"fat", {{"breed:herd", {"breed", "herd"}}, {"days", {}, plain("dim", 150.0)}}, "", "y2"}};
+  d.factors = {{"litter", {part("gain", "litter"), part("fat", "litter")}, {{2.0, 0.3}, {0.3, 0.5}}}};
+  d.R = {{9.0, 1.2}, {1.2, 1.1}};
+  agrees(solving(R"toml([trait.gain]
+column = "y1_m"
+formula = "1 + herd:sex:breed + sex:breed:days + (1 | litter)"
+[trait.fat]
+column = "y2"
+formula = "1 + breed:herd + days + (1 | litter)"
+[covariable.days]
+column = "dim"
+center = 150
+[factor.litter]
+start = [[2.0, 0.3], [0.3, 0.5]]
+[residual]
+start = [[9.0, 1.2], [1.2, 1.1]]
+)toml"),
+         d);
+}
+
 TEST_F(dense_models, legendre_columns_plain_and_nested) {
   dense_description d = described();
   dense_trait t{"y2", {sex}};
@@ -520,6 +547,88 @@ start = [[9.0, 1.2], [1.2, 1.1]]
 )toml"),
          d);
   EXPECT_EQ(last.rank + 2, last.unknowns);
+}
+
+// The pedigree with the line of an animal replaced, or taken out ("").
+std::string with_line(const std::string& pedigree, const std::string& animal, const std::string& line) {
+  const std::size_t at = pedigree.find("\n" + animal + ",") + 1, end = pedigree.find('\n', at) + 1;
+  return pedigree.substr(0, at) + (line.empty() ? "" : line + "\n") + pedigree.substr(end);
+}
+
+TEST_F(dense_models, animals_that_are_sire_and_dam_and_selfed_ones) {
+  farm.pedigree = with_line(farm.pedigree, "20", "20,11,11"); // selfed
+  farm.pedigree = with_line(farm.pedigree, "22", "22,20,11"); // backcrossed, and 20 is a sire
+  farm.pedigree = with_line(farm.pedigree, "23", "23,20,20");
+  farm.write_into(directory);
+  const named_matrix a = tabular_relationship(pedigree());
+  EXPECT_EQ(a.cells(a.row_of("23"), a.row_of("23")),
+            1.0 + 0.5 * a.cells(a.row_of("20"), a.row_of("20"))); // F is half of 1 + F of the parent
+  dense_description d = described();
+  d.traits = {{"y1", {herd}}};
+  d.factors = {{"animal", {part("y1", "animal")}, {{4.0}}, inverse_of(a)}};
+  d.R = {{9.0}};
+  agrees(solving(R"toml([trait.y1]
+formula = "1 + herd + (1 | animal)"
+[factor.animal]
+pedigree = { file = "pedigree.csv", selfing = true }
+start = 4.0
+[residual]
+start = 9.0
+)toml"),
+         d);
+  expect_full_rank();
+}
+
+TEST_F(dense_models, parents_without_a_line_are_founders_and_columns_have_other_names) {
+  const named_matrix inverse = a_inverse(); // with a line for each founder
+  for (const char* founder : {"1", "2", "3", "4", "5", "6", "7", "8"}) {
+    const std::string as_parent = "," + std::string(founder);
+    if (farm.pedigree.find(as_parent + ",") != std::string::npos ||
+        farm.pedigree.find(as_parent + "\n") != std::string::npos)
+      farm.pedigree = with_line(farm.pedigree, founder, "");
+  }
+  farm.pedigree.replace(0, farm.pedigree.find('\n'), "cow,bull,mother");
+  farm.write_into(directory);
+  dense_description d = described();
+  d.traits = {{"y1", {herd}}};
+  d.factors = {{"animal", {part("y1", "animal")}, {{4.0}}, inverse}};
+  d.R = {{9.0}};
+  const prepared_run solved = agrees(solving(R"toml([trait.y1]
+formula = "1 + herd + (1 | animal)"
+[factor.animal]
+pedigree = { file = "pedigree.csv", animal = "cow", sire = "bull", dam = "mother" }
+start = 4.0
+[residual]
+start = 9.0
+)toml"),
+                                     d);
+  expect_full_rank();
+  EXPECT_NE(solved.messages.find("added as founders"), std::string::npos) << solved.messages;
+}
+
+// Two animals of equal genotype make the matrix singular; with the word blend
+// 0.9 K + 0.1 I stands in for it.
+TEST_F(dense_models, singular_relationship_blended_with_the_identity) {
+  named_matrix k = tabular_relationship(pedigree());
+  for (std::int64_t j = 1; j <= k.cells.n; ++j) k.cells(40, j) = k.cells(j, 40) = k.cells(39, j);
+  k.cells(40, 40) = k.cells(39, 39);
+  directory.write("relationship.txt", triplets_of(k));
+  for (std::int64_t i = 1; i <= k.cells.n; ++i)
+    for (std::int64_t j = 1; j <= k.cells.n; ++j) k.cells(i, j) = 0.9 * k.cells(i, j) + (i == j ? 0.1 : 0.0);
+  dense_description d = described();
+  d.traits = {{"y1", {herd}}};
+  d.factors = {{"animal", {part("y1", "animal")}, {{4.0}}, inverse_of(k)}};
+  d.R = {{9.0}};
+  agrees(solving(R"toml([trait.y1]
+formula = "1 + herd + (1 | animal)"
+[factor.animal]
+relationship = { file = "relationship.txt", blend = 0.1 }
+start = 4.0
+[residual]
+start = 9.0
+)toml"),
+         d);
+  expect_full_rank();
 }
 
 TEST_F(dense_models, relationship_matrix_given_as_a_square) {
