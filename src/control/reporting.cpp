@@ -222,9 +222,7 @@ int check_input_files(reporting& report) {
 }
 
 void write_status(reporting& report, std::string_view line) {
-  text_writer status;
-  if (!status.open(path_of(report, "status")) || !status.line(line) || !status.close())
-    write_fault(report, "status", "open");
+  if (!rewrite_line(path_of(report, "status"), line)) write_fault(report, "status", "open");
 }
 
 } // namespace zeph

@@ -59,7 +59,10 @@ bool byte_source::rewind() { return fd_ >= 0 && ::lseek(fd_, 0, SEEK_SET) == 0; 
 
 bool byte_sink::open(const std::string& path, open_mode mode) {
   close();
-  const int how = mode == open_mode::truncate ? O_TRUNC : mode == open_mode::append ? O_APPEND : O_EXCL;
+  int how = 0;
+  if (mode == open_mode::truncate) how = O_TRUNC;
+  if (mode == open_mode::append) how = O_APPEND;
+  if (mode == open_mode::fresh) how = O_EXCL;
   fd_ = open_fd(path, O_WRONLY | O_CREAT | how);
   return fd_ >= 0;
 }
@@ -79,6 +82,12 @@ bool byte_sink::write(const char* from, int64_t n) {
     done += put;
   }
   return done == n;
+}
+
+bool byte_sink::cut(int64_t n) {
+  struct stat about {};
+  if (fd_ < 0 || ::fstat(fd_, &about) != 0) return false;
+  return about.st_size <= n || !S_ISREG(about.st_mode) || ::ftruncate(fd_, n) == 0;
 }
 
 } // namespace zeph

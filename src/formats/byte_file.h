@@ -40,6 +40,7 @@ private:
 enum class open_mode {
   truncate, // made, or emptied when it exists
   append,   // made, or continued at its end
+  in_place, // made, or written over from its first byte; its size stays until cut
   fresh     // made; fails when the name exists
 };
 
@@ -57,6 +58,9 @@ public:
 
   // True only when all n bytes were taken.
   bool write(const char* from, int64_t n);
+
+  // Ends the file behind its first n bytes when it is longer.
+  bool cut(int64_t n);
 
 private:
   int fd_ = -1;

@@ -44,6 +44,14 @@ bool text_writer::close() {
 
 // ---- readers
 
+bool rewrite_line(const std::string& path, std::string_view text) {
+  const std::string line = std::string(text) + '\n';
+  const auto length = static_cast<int64_t>(line.size());
+  byte_sink file;
+  return file.open(path, open_mode::in_place) && file.write(line.data(), length) && file.cut(length) &&
+         file.close();
+}
+
 bool byte_reader::open(const std::string& path) {
   close();
   if (!source_.open(path)) return false;

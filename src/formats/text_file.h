@@ -39,6 +39,12 @@ private:
   bool ok_ = true;
 };
 
+// Makes `text` the whole content of a file, as one line. The file is written
+// over in one piece and cut to its new length, never emptied first: a reader
+// finds a whole line at any time, and a file system that hands emptied files to
+// the disk when they are closed is not made to wait. False when it can't be written.
+bool rewrite_line(const std::string& path, std::string_view text);
+
 // Reads bytes through a buffer; shared by the line reader and the free-format
 // reader.
 class byte_reader {

@@ -75,6 +75,22 @@ TEST(text_writer, a_full_disk_is_told_by_a_line_that_fills_the_buffer) {
   EXPECT_FALSE(out.line(std::string(1000000, 'x')));
 }
 
+TEST(rewrite_line, leaves_exactly_one_line_whatever_stood_there) {
+  const scratch_file file("a line that is longer\nand another\n");
+  ASSERT_TRUE(zeph::rewrite_line(file.path(), "short"));
+  EXPECT_EQ(file.read(), "short\n");
+  ASSERT_TRUE(zeph::rewrite_line(file.path(), "somewhat longer"));
+  EXPECT_EQ(file.read(), "somewhat longer\n");
+}
+
+TEST(rewrite_line, makes_the_file_and_fails_where_it_can_t) {
+  const scratch_file file;
+  ASSERT_TRUE(zeph::rewrite_line(file.path(), ""));
+  EXPECT_EQ(file.read(), "\n");
+  EXPECT_FALSE(zeph::rewrite_line(file.directory() + "/missing/file", "x"));
+  EXPECT_FALSE(zeph::rewrite_line("/dev/full", "x"));
+}
+
 TEST(text_reader, lines_come_without_their_ends) {
   const scratch_file file("one\n\ntwo \r\nlast");
   text_reader in;
