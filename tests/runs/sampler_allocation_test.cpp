@@ -1,0 +1,141 @@
+// A counting allocator: how often one round of the sampler asks for storage. The
+// count is the same for every number of records and levels, so that no loop over
+// them allocates; what is left belongs to the rows of text of the round.
+#include "gibbs/gibscan.h"
+#include "runs/small_herd.h"
+
+#include <atomic>
+
+namespace {
+
+std::atomic<bool> counting{false};
+std::atomic<long> requests{0};
+
+void count_request() {
+  if (counting.load(std::memory_order_relaxed)) requests.fetch_add(1, std::memory_order_relaxed);
+}
+
+} // namespace
+
+// Under a sanitizer the allocator belongs to it, and nothing is counted.
+#if defined(__SANITIZE_ADDRESS__)
+#define ZEPH_TEST_OWN_ALLOCATOR 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ZEPH_TEST_OWN_ALLOCATOR 0
+#endif
+#endif
+#ifndef ZEPH_TEST_OWN_ALLOCATOR
+#define ZEPH_TEST_OWN_ALLOCATOR 1
+#endif
+
+#if ZEPH_TEST_OWN_ALLOCATOR
+// The C library's own allocator under its second name; operator new comes here too.
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+
+void* malloc(std::size_t size) {
+  count_request();
+  return __libc_malloc(size);
+}
+void* calloc(std::size_t n, std::size_t size) {
+  count_request();
+  return __libc_calloc(n, size);
+}
+void* realloc(void* old, std::size_t size) {
+  count_request();
+  return __libc_realloc(old, size);
+}
+}
+#endif
+
+namespace {
+
+using namespace zeph_test;
+
+// `size` families of ten animals, the progeny of two founders and of each other,
+// and twice as many records; every fifth record misses a trait.
+struct herd_of_size {
+  explicit herd_of_size(int size, const std::string& analysis) {
+    std::string pedigree = "animal,sire,dam\n", data = "animal,sex,pen,group,y1,y2\n";
+    for (int a = 1; a <= 10 * size; ++a) { // sires are odd and dams even
+      const int sire = a - 1 - a % 2, dam = a - 1 - (a - 1) % 2;
+      pedigree += std::to_string(a) + "," +
+                  (a % 10 > 2 || a % 10 == 0 ? std::to_string(sire) + "," + std::to_string(dam) : "0,0") +
+                  "\n";
+    }
+    for (int r = 0; r < 20 * size; ++r)
+      data += std::to_string(1 + r % (10 * size)) + "," + (r % 3 == 0 ? "M," : "F,") +
+              std::to_string(1 + r % (3 * size)) + "," + (r % 7 < 3 ? "a," : "b,") +
+              std::to_string(10 + r * r % 17) + "," + (r % 5 == 4 ? "NA" : std::to_string(30 + r * r % 13)) +
+              "\n";
+    directory.write("data.csv", data);
+    directory.write("pedigree.csv", pedigree);
+    directory.write("model.toml",
+                    "[data]\nfile = \"data.csv\"\n[keep]\nsolutions = true\n[run]\nanalysis = \"" + analysis +
+                        "\"\nburnin = 0\nrounds = 1000\ninterval = 10\nseeds = [3, 4]\n" + tables);
+    zeph::prepare::message_log log;
+    const auto d = zeph::prepare::read_description(directory / "model.toml", log);
+    const auto p = zeph::prepare::assemble_model(d, {}, log);
+    EXPECT_EQ(zeph::prepare::exit_code(log), 0) << zeph::prepare::full_text(log);
+    EXPECT_TRUE(zeph::prepare::write_work_directory(d, p, directory / "work/", "").ok);
+  }
+  static constexpr const char* tables = R"toml([trait.y1]
+formula = "1 + sex + (1 | animal) + (1 | pen)"
+[trait.y2]
+formula = "1 + (1 | animal) + (1 | pen)"
+[factor.animal]
+pedigree = "pedigree.csv"
+prior_df = 8
+[factor.pen]
+prior_df = 8
+[residual]
+groups = "group"
+prior_df = 8
+)toml";
+  scratch_directory directory;
+};
+
+// Requests of rounds 105 (no sample) and 110 (a sample) of a started chain.
+std::pair<long, long> requests_of_rounds(const herd_of_size& herd) {
+  std::ostringstream listing;
+  zeph::run run(listing, herd.directory / "work/");
+  zeph::start_run(run);
+  zeph::scan_records records = zeph::records_of(run);
+  std::pair<long, long> out{-1, -1};
+  for (run.frame.iround = 101; run.frame.iround <= 110; ++run.frame.iround) {
+    requests = 0;
+    counting = run.frame.iround == 105 || run.frame.iround == 110;
+    zeph::GIBSCAN(records, run.frame, run.files);
+    counting = false;
+    if (run.frame.iround == 105) out.first = requests;
+    if (run.frame.iround == 110) out.second = requests;
+  }
+  return out;
+}
+
+TEST(one_round_of_the_sampler, allocates_the_same_for_any_number_of_records_and_levels) {
+  if (ZEPH_TEST_OWN_ALLOCATOR == 0) GTEST_SKIP() << "the sanitizer owns the allocator";
+  for (const char* analysis : {"predict", "gibbs"}) {
+    const herd_of_size small(2, analysis), large(20, analysis);
+    const auto of_small = requests_of_rounds(small), of_large = requests_of_rounds(large);
+    EXPECT_EQ(of_small, of_large) << analysis;
+    EXPECT_LE(of_small.first, 12) << analysis; // the row of the status file
+  }
+}
+
+TEST(the_counting_allocator, sees_requests_of_both_languages) {
+  if (ZEPH_TEST_OWN_ALLOCATOR == 0) GTEST_SKIP() << "the sanitizer owns the allocator";
+  requests = 0;
+  counting = true;
+  std::vector<double>* x = new std::vector<double>(1000);
+  void* volatile y = std::malloc(10);
+  counting = false;
+  std::free(y);
+  delete x;
+  EXPECT_EQ(requests, 3);
+}
+
+} // namespace
