@@ -2,13 +2,16 @@
 // traits with herd-year, sex and age effects, and the true breeding values.
 //
 // Writes into a directory: pedigree.csv (animal, sire, dam), data.csv (animal,
-// herdyear, sex, age, y1..yn), truth.csv (animal, true breeding value of each
-// trait) and model.toml, the description that fits them.
+// herdyear, sex, age, litter when there are litters, y1..yn), truth.csv (animal,
+// true breeding value of each trait) and model.toml, the description that fits
+// them. With test days: one trait milk on days 5 to 305, breeding values and
+// permanent environment as curves of three normalised Legendre coefficients.
 //
 // Breeding values: founders N(0, G); others half the parents' sum plus a
 // Mendelian deviate N(0, (1 - (F_s + F_d)/2) G / 2), inbreeding left out, since
 // mates are drawn from different halves of a generation.
 #include <CLI/CLI.hpp>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -26,13 +29,18 @@ struct sizes {
   int traits = 2, generations = 5;
   std::int64_t herds = 40;
   std::uint64_t seed = 20;
-  double missing = 0.0; // share of missing observations, traits 2 and up
+  std::int64_t litters = 0; // levels of an identity factor of all traits; 0: none
+  bool testdays = false;    // test-day records of one trait with curves in place of values
+  double missing = 0.0;     // share of missing observations, traits 2 and up
   std::string analysis = "solve";
   std::int64_t rounds = 2000, burnin = 0, interval = 1;
   std::string into = ".";
 };
 
 constexpr double genetic_variance = 40.0, residual_variance = 60.0;
+constexpr double litter_variance = 15.0;
+constexpr std::array<double, 3> curve_variances = {10.0, 3.0, 1.0}; // of the Legendre coefficients
+constexpr double first_day = 5.0, last_day = 305.0;
 constexpr double genetic_correlation = 0.5, residual_correlation = 0.2;
 
 struct normal_source {
@@ -113,24 +121,70 @@ void write_pedigree(const sizes& s, const pedigree& p) {
   }
 }
 
+// One curve: three independent coefficients.
+void draw_curve(normal_source& source, double share, double* x) {
+  for (std::size_t c = 0; c < curve_variances.size(); ++c)
+    x[c] = std::sqrt(share * curve_variances[c]) * source.normal();
+}
+
+// Value of a curve at t in [-1, 1] with normalised Legendre polynomials.
+double curve_at(const double* x, double t) {
+  return x[0] * std::sqrt(0.5) + x[1] * std::sqrt(1.5) * t + x[2] * std::sqrt(2.5) * (1.5 * t * t - 0.5);
+}
+
+// Test-day records: the animals in turn, each with a curve of breeding values
+// (parents' mean plus Mendelian deviate) and one of permanent environment.
+void write_testdays(const sizes& s, const pedigree& p, normal_source& source) {
+  const output file = create(s, "data.csv");
+  fmt::print(file.get(), "cow,herdyear,dim,milk\n");
+  const auto n = static_cast<std::size_t>(s.animals);
+  std::vector<double> genetic(3 * n), environment(3 * n), herd(static_cast<std::size_t>(s.herds));
+  for (double& effect : herd) effect = 2.0 * source.normal();
+  for (std::size_t i = 0; i < n; ++i) {
+    const bool founder = p.sire[i] == 0;
+    draw_curve(source, founder ? 1.0 : 0.5, &genetic[3 * i]);
+    draw_curve(source, 0.5, &environment[3 * i]);
+    for (std::size_t c = 0; c < 3 && !founder; ++c)
+      genetic[3 * i + c] += 0.5 * (genetic[3 * static_cast<std::size_t>(p.sire[i] - 1) + c] +
+                                   genetic[3 * static_cast<std::size_t>(p.dam[i] - 1) + c]);
+  }
+  for (std::int64_t r = 0; r < s.records; ++r) {
+    const auto animal = static_cast<std::size_t>(r % s.animals);
+    const std::int64_t herdyear = source.below(s.herds);
+    const double day = first_day + (last_day - first_day) * source.uniform();
+    const double t = 2.0 * (day - first_day) / (last_day - first_day) - 1.0;
+    const double y = 25.0 + herd[static_cast<std::size_t>(herdyear)] - 3.0 * t +
+                     curve_at(&genetic[3 * animal], t) + curve_at(&environment[3 * animal], t) +
+                     2.0 * source.normal();
+    fmt::print(file.get(), "{},{},{:.2f},{:.3f}\n", animal + 1, herdyear + 1, day, y);
+  }
+}
+
 // Records go to the youngest animals, and again when there are more of them.
 void write_records(const sizes& s, const pedigree& p, normal_source& source) {
   const output file = create(s, "data.csv");
-  fmt::print(file.get(), "animal,herdyear,sex,age");
+  fmt::print(file.get(), "animal,herdyear,sex,age{}", s.litters > 0 ? ",litter" : "");
   for (int t = 1; t <= s.traits; ++t) fmt::print(file.get(), ",y{}", t);
   fmt::print(file.get(), "\n");
   std::vector<double> herd(static_cast<std::size_t>(s.herds * s.traits));
   for (double& effect : herd) effect = 5.0 * source.normal();
+  std::vector<double> common(static_cast<std::size_t>(s.litters * s.traits));
+  for (std::int64_t l = 0; l < s.litters; ++l)
+    draw(source, litter_variance, genetic_correlation, &common[static_cast<std::size_t>(l * s.traits)],
+         s.traits);
   std::vector<double> residual(static_cast<std::size_t>(s.traits));
   for (std::int64_t r = 0; r < s.records; ++r) {
     const std::int64_t animal = s.animals - 1 - r % s.animals, herdyear = source.below(s.herds),
                        sex = animal % 2;
     const double age = 20.0 + 10.0 * source.uniform();
+    const std::int64_t litter = s.litters > 0 ? source.below(s.litters) : 0;
     draw(source, residual_variance, residual_correlation, residual.data(), s.traits);
     fmt::print(file.get(), "{},{},{},{:.3f}", animal + 1, herdyear + 1, sex == 0 ? "F" : "M", age);
+    if (s.litters > 0) fmt::print(file.get(), ",{}", litter + 1);
     for (int t = 0; t < s.traits; ++t) {
       const double y = 200.0 + 10.0 * t + herd[static_cast<std::size_t>(herdyear * s.traits + t)] +
                        4.0 * static_cast<double>(sex) + 0.7 * age +
+                       (s.litters > 0 ? common[static_cast<std::size_t>(litter * s.traits + t)] : 0.0) +
                        p.value[static_cast<std::size_t>(animal * s.traits + t)] +
                        residual[static_cast<std::size_t>(t)];
       if (t > 0 && source.uniform() < s.missing)
@@ -153,19 +207,39 @@ std::string square(int n, double variance, double correlation) {
   return text + "]";
 }
 
+void write_run(std::FILE* file, const sizes& s, const std::string& residual) {
+  fmt::print(file,
+             "[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\nburnin   = {}\nrounds   = {}\n"
+             "interval = {}\nseeds    = [1201, 707]\n",
+             residual, s.analysis, s.burnin, s.rounds, s.interval);
+}
+
 void write_model(const sizes& s) {
   const output file = create(s, "model.toml");
   fmt::print(file.get(),
              "title = \"Made data: {} records, {} animals, seed {}\"\n\n[data]\nfile    = \"data.csv\"\n"
-             "missing = [\"NA\"]\n\n[factor.animal]\npedigree = \"pedigree.csv\"\nstart = {}\n\n",
-             s.records, s.animals, s.seed, square(s.traits, genetic_variance, genetic_correlation));
+             "missing = [\"NA\"]\n\n[factor.animal]\npedigree = \"pedigree.csv\"\n",
+             s.records, s.animals, s.seed);
+  if (s.testdays) {
+    const std::string curve = "[[10, 0, 0], [0, 3, 0], [0, 0, 1]]",
+                      half = "[[5, 0, 0], [0, 1.5, 0], [0, 0, 0.5]]";
+    fmt::print(file.get(),
+               "start = {}\n\n[factor.pe]\nstart = {}\n\n[covariable.dim]\nrange = [{}, {}]\n\n[trait.milk]\n"
+               "formula = \"1 + herdyear + leg(dim, 2) + (leg(dim, 2) | animal | cow) + (leg(dim, 2) | pe | "
+               "cow)\"\n\n",
+               curve, half, first_day, last_day);
+    write_run(file.get(), s, "4.0");
+    return;
+  }
+  fmt::print(file.get(), "start = {}\n\n", square(s.traits, genetic_variance, genetic_correlation));
+  if (s.litters > 0)
+    fmt::print(file.get(), "[factor.litter]\nstart = {}\n\n",
+               square(s.traits, litter_variance, genetic_correlation));
   for (int t = 1; t <= s.traits; ++t)
-    fmt::print(file.get(), "[trait.y{}]\nformula = \"1 + herdyear + sex + age + (1 | animal)\"\n\n", t);
-  fmt::print(file.get(),
-             "[covariable.age]\ncenter = true\n\n[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\n"
-             "burnin   = {}\nrounds   = {}\ninterval = {}\nseeds    = [1201, 707]\n",
-             square(s.traits, residual_variance, residual_correlation), s.analysis, s.burnin, s.rounds,
-             s.interval);
+    fmt::print(file.get(), "[trait.y{}]\nformula = \"1 + herdyear + sex + age + (1 | animal){}\"\n\n", t,
+               s.litters > 0 ? " + (1 | litter)" : "");
+  fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n");
+  write_run(file.get(), s, square(s.traits, residual_variance, residual_correlation));
 }
 
 } // namespace
@@ -179,6 +253,9 @@ int main(int argc, char** argv) {
   app.add_option("--traits", s.traits, "traits")->check(CLI::Range(1, 20));
   app.add_option("--generations", s.generations, "generations")->check(CLI::Range(1, 50));
   app.add_option("--herds", s.herds, "levels of herd-year")->check(CLI::Range(1, 10000000));
+  app.add_option("--litters", s.litters, "levels of a further factor without relationship; 0: none")
+      ->check(CLI::Range(0, 10000000));
+  app.add_flag("--testdays", s.testdays, "test-day records of one trait, curves as effects");
   app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")
       ->check(CLI::Range(0.0, 0.9));
   app.add_option("--analysis", s.analysis, "analysis of the model description");
@@ -192,7 +269,10 @@ int main(int argc, char** argv) {
     normal_source source(s.seed);
     const pedigree p = make_pedigree(s, source);
     write_pedigree(s, p);
-    write_records(s, p, source);
+    if (s.testdays)
+      write_testdays(s, p, source);
+    else
+      write_records(s, p, source);
     write_model(s);
   } catch (const std::exception& fault) {
     fmt::print(stderr, "zeph-make-data: {}\n", fault.what());
