@@ -11,7 +11,7 @@ namespace {
 std::atomic<bool> counting{false};
 std::atomic<long> requests{0};
 
-void count_request() {
+[[maybe_unused]] void count_request() {
   if (counting.load(std::memory_order_relaxed)) requests.fetch_add(1, std::memory_order_relaxed);
 }
 
