@@ -26,6 +26,8 @@ struct run {
   design_store design;
   relationship_store relations;
   sampler_store sampler;
+  category_store categories;
+  mixture_store mixtures;
   random_sources sources{report};
   scan_work work;
   sample_files files;
@@ -35,7 +37,8 @@ struct run {
 
 // The records that the scan works on.
 inline scan_records records_of(run& r) {
-  return {r.model, r.layout, r.design, r.relations, r.sampler, r.work, r.sources, r.report};
+  return {r.model,      r.layout,   r.design, r.relations, r.sampler,
+          r.categories, r.mixtures, r.work,   r.sources,   r.report};
 }
 
 } // namespace zeph

@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/covariance_draws.h"
 #include "gibbs/group_scan.h"
+#include "gibbs/latent_updates.h"
 #include "gibbs/record_pass.h"
 #include "gibbs/residual_sums.h"
 #include "gibbs/scan_prints.h"
@@ -52,6 +53,7 @@ void post_scan(scan_records& r, run_frame& f, sample_files& files) {
     sample_covariances(r, f);
   }
   ranmar_save(r.sources.marsaglia);
+  update_latent_variables(r, f);
   if (sampled) take_sample(r, f, files);
 }
 

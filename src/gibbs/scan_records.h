@@ -1,8 +1,10 @@
 // What one round of the scan works on, and its work areas.
 #pragma once
 
+#include "input/category_store.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
+#include "input/mixture_store.h"
 #include "input/relationships.h"
 #include "input/sampler_store.h"
 #include "numerics/matrix_draws.h"
@@ -37,6 +39,8 @@ struct scan_records {
   design_store& design;
   const relationship_store& relations;
   sampler_store& sampler;
+  category_store& categories;
+  mixture_store& mixtures;
   scan_work& work;
   random_sources& sources;
   reporting& report;

@@ -78,7 +78,9 @@ struct scan_case {
     design.ZD_M(e, r) = z;
   }
 
-  scan_records records() { return {m, layout, design, relations, s, work, sources, run.report}; }
+  scan_records records() {
+    return {m, layout, design, relations, s, categories, mixtures, work, sources, run.report};
+  }
   std::string said() {
     std::string text = run.text();
     run.listing.str("");
@@ -92,6 +94,8 @@ struct scan_case {
   design_store design;
   relationship_store relations;
   sampler_store s;
+  category_store categories;
+  mixture_store mixtures;
   scan_work work;
   random_sources sources{run.report};
   run_frame f;

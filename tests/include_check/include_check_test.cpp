@@ -1,6 +1,8 @@
 // A unit includes its own header first, then headers of its own or a lower
 // floor. Five stair headers may be included from any floor; they include,
 // beside each other, nothing above input/.
+#include "support/places.h"
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -41,7 +43,7 @@ std::vector<std::string> own_includes(const fs::path& file) {
 
 std::vector<std::string> sources() {
   std::vector<std::string> names;
-  const fs::path root = fs::path(ZEPH_SOURCE_DIR) / "src";
+  const fs::path root = fs::path(zeph_test::source_folder()) / "src";
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     const std::string extension = entry.path().extension().string();
     if (extension == ".h" || extension == ".cpp") names.push_back(fs::relative(entry.path(), root).string());
@@ -55,7 +57,7 @@ TEST(include_check, no_unit_includes_a_higher_floor) {
   for (const std::string& name : sources()) {
     const int highest = is_stair(name) ? floor_of("input/") : floor_of(name);
     ASSERT_GE(floor_of(name), 0) << name << " stands in no floor";
-    for (const std::string& include : own_includes(fs::path(ZEPH_SOURCE_DIR) / "src" / name))
+    for (const std::string& include : own_includes(fs::path(zeph_test::source_folder()) / "src" / name))
       EXPECT_TRUE(is_stair(include) || (floor_of(include) >= 0 && floor_of(include) <= highest))
           << name << " includes " << include;
   }
@@ -65,15 +67,16 @@ TEST(include_check, a_source_includes_its_own_header_first) {
   for (const std::string& name : sources()) {
     if (name.size() < 4 || name.substr(name.size() - 4) != ".cpp") continue;
     const std::string header = name.substr(0, name.size() - 4) + ".h";
-    if (!fs::exists(fs::path(ZEPH_SOURCE_DIR) / "src" / header)) continue;
-    const std::vector<std::string> includes = own_includes(fs::path(ZEPH_SOURCE_DIR) / "src" / name);
+    if (!fs::exists(fs::path(zeph_test::source_folder()) / "src" / header)) continue;
+    const std::vector<std::string> includes =
+        own_includes(fs::path(zeph_test::source_folder()) / "src" / name);
     ASSERT_FALSE(includes.empty()) << name;
     EXPECT_EQ(includes.front(), header) << name;
   }
 }
 
 TEST(include_check, companions_take_only_formats_input_and_numerics_from_the_program) {
-  const fs::path root = fs::path(ZEPH_SOURCE_DIR) / "companions";
+  const fs::path root = fs::path(zeph_test::source_folder()) / "companions";
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     const std::string extension = entry.path().extension().string();
     if (extension != ".h" && extension != ".cpp") continue;

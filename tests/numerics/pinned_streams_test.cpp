@@ -4,6 +4,7 @@
 #include "numerics/matrix_draws.h"
 #include "numerics/normal_draws.h"
 #include "stops.h"
+#include "support/places.h"
 
 #include <gtest/gtest.h>
 
@@ -48,7 +49,7 @@ using lines = std::vector<std::string>;
 void expect_stream(const std::string& name, const std::string& seeds, const lines& values) {
   ASSERT_EQ(values.size(), 20U);
   if (std::getenv("ZEPH_PIN_STREAMS") != nullptr) {
-    std::ofstream file(std::string(ZEPH_SOURCE_DIR) + "/tests/data/streams/" + name + ".csv");
+    std::ofstream file(zeph_test::source_folder() + "/tests/data/streams/" + name + ".csv");
     file << "# " << seeds << "; columns: bits,value\n";
     for (const std::string& line : values) file << line << '\n';
     return;

@@ -1,4 +1,5 @@
 // The program zeph-prepare itself: exit codes, and what it writes or leaves alone.
+#include "support/places.h"
 #include "support/scratch_directory.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@ namespace {
 
 using zeph_test::scratch_directory;
 
-const std::string PROGRAM = std::string(ZEPH_BINARY_DIR) + "/bin/zeph-prepare";
+const std::string PROGRAM = zeph_test::binary_folder() + "/bin/zeph-prepare";
 const std::string MODEL = "[data]\nfile = \"d.csv\"\n[trait.y]\nformula = \"1 + sex\"\n";
 
 class command_line : public testing::Test {

@@ -2,6 +2,7 @@
 #include "control/run_driver.h"
 #include "prepare/csv_columns.h"
 #include "prepare/work_directory.h"
+#include "support/places.h"
 #include "support/prepared_case.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ struct solved_example {
   std::vector<double> sol{0.0};
 
   explicit solved_example(const std::string& name) {
-    const std::string folder = std::string(ZEPH_SOURCE_DIR) + "/examples/" + name + "/";
+    const std::string folder = zeph_test::source_folder() + "/examples/" + name + "/";
     description = zeph::prepare::read_description(folder + "model.toml", log);
     p = assemble_model(description, {}, log);
     answers = zeph::prepare::read_csv(folder + "answers.csv", {}, log);

@@ -2,6 +2,7 @@
 
 #include "prepare/description_checks.h"
 #include "prepare/text_places.h"
+#include "support/places.h"
 
 #include <cmath>
 #include <fstream>
@@ -284,7 +285,7 @@ TEST(model_description, a_mixture_is_read_and_refused_by_name) {
 
 // The blocks of the page that begin with a title are whole descriptions.
 TEST(model_description, the_examples_of_the_page_are_read_without_a_message) {
-  std::ifstream page(ZEPH_SOURCE_DIR "/docs/prepare.md");
+  std::ifstream page(zeph_test::source_folder() + "/docs/prepare.md");
   ASSERT_TRUE(page);
   const std::string text{std::istreambuf_iterator<char>(page), std::istreambuf_iterator<char>()};
   const std::string opening = "```toml\ntitle";

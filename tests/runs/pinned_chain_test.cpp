@@ -1,6 +1,7 @@
 // A chain from given seeds leaves the same bytes in every build: release, bounds
 // checks, sanitizers, either compiler. Expectations: tests/data/pinned.
 #include "control/run_driver.h"
+#include "support/places.h"
 #include "support/scratch_directory.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@ namespace {
 using zeph_test::bytes_of;
 using zeph_test::scratch_directory;
 
-const std::string data = std::string(ZEPH_SOURCE_DIR) + "/tests/data/";
+const std::string data = zeph_test::source_folder() + "/tests/data/";
 
 TEST(pinned_chain, leaves_the_same_samples_in_every_build) {
   const scratch_directory directory;

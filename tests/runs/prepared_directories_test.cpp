@@ -4,6 +4,7 @@
 #include "runs/whole_run.h"
 
 #include "input/code_table.h"
+#include "support/places.h"
 
 #include <cmath>
 #include <filesystem>
@@ -16,7 +17,7 @@ namespace {
 using namespace zeph_test;
 namespace fs = std::filesystem;
 
-std::string workdirs() { return std::string(ZEPH_SOURCE_DIR) + "/tests/data/workdirs/"; }
+std::string workdirs() { return zeph_test::source_folder() + "/tests/data/workdirs/"; }
 
 // kind, trait or factor, number or row, code: the columns of an answer
 using unknown = std::tuple<std::string, int, int, int>;

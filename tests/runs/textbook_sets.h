@@ -3,6 +3,7 @@
 #pragma once
 
 #include "runs/named_solutions.h"
+#include "support/places.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -14,7 +15,7 @@
 namespace zeph_test {
 
 inline std::string textbook_folder(const std::string& set) {
-  return std::string(ZEPH_SOURCE_DIR) + "/tests/data/textbook/" + set + "/";
+  return zeph_test::source_folder() + "/tests/data/textbook/" + set + "/";
 }
 
 // A column of the fixed part: the class of a record, or (covariable) its

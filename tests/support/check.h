@@ -3,6 +3,7 @@
 #pragma once
 
 #include "control/reporting.h"
+#include "support/places.h"
 
 #include <gtest/gtest.h>
 
@@ -59,8 +60,9 @@ inline std::string allocation_text(const std::string& variable, const std::strin
 // environment variable ZEPH_SHARED names; "" when it is absent.
 inline std::string shared_folder(const std::string& folder) {
   const char* named = std::getenv("ZEPH_SHARED");
-  const std::filesystem::path root =
-      named != nullptr ? std::filesystem::path(named) : std::filesystem::path(ZEPH_SOURCE_DIR) / "../shared";
+  const std::filesystem::path root = named != nullptr
+                                         ? std::filesystem::path(named)
+                                         : std::filesystem::path(zeph_test::source_folder()) / "../shared";
   const std::filesystem::path wanted = root / folder;
   return std::filesystem::is_directory(wanted) ? wanted.string() + "/" : std::string();
 }
