@@ -199,7 +199,11 @@ void sscp_random(scan_records& r, const run_frame& f) {
     const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
     const double* u = r.sampler.sol.data() + r.model.NBEGRA(k);
     double* sums = r.sampler.sscp.col(k);
-    if (structure_is(factor, "I")) {
+    if (r.work.fast.square_done.allocated() && r.work.fast.square_done(k)) {
+      const double* walked = r.work.fast.square.col(k);
+      for (std::int32_t i = 0; i < p * (p + 1) / 2; ++i) sums[i] += walked[i];
+      r.work.fast.square_done(k) = 0;
+    } else if (structure_is(factor, "I")) {
       identity_sum(u, r.model.NRALEV(k), factor.n_rc, p, sums);
     } else if (has_related_sum(factor)) {
       const bool reduced = structure_is(factor, "PED") && factor.L_RAM;

@@ -5,6 +5,8 @@
 #include "gibbs/group_scan.h"
 #include "gibbs/latent_updates.h"
 #include "gibbs/record_pass.h"
+#include "gibbs/record_sums.h"
+#include "gibbs/residual_body.h"
 #include "gibbs/residual_sums.h"
 #include "gibbs/scan_prints.h"
 #include "results/accumulators.h"
@@ -40,12 +42,15 @@ void take_sample(scan_records& r, run_frame& f, sample_files& files) {
 }
 
 // Residual sums, new (co)variance matrices, the sample of the round.
-void post_scan(scan_records& r, run_frame& f, sample_files& files) {
+void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
   r.sampler.sscp.fill(0.0);
   const bool sampled = f.analysis_type > 0 && is_sample_round(f);
   if (f.analysis_type > 0) {
     double lik = 0;
-    Bddrmc_sscp(r, f, lik);
+    if (fast)
+      sum_records(r, f, lik);
+    else
+      Bddrmc_sscp(r, f, lik);
     if (sampled) write_py(files, f, lik, r.report);
   }
   if (f.analysis_type > 2) {
@@ -55,6 +60,12 @@ void post_scan(scan_records& r, run_frame& f, sample_files& files) {
   ranmar_save(r.sources.marsaglia);
   update_latent_variables(r, f);
   if (sampled) take_sample(r, f, files);
+}
+
+template <class Body> void scan_with(Body body, scan_records& r, run_frame& f, solver_sums& sums) {
+  body.begin_round(r, f);
+  if (f.test_level > 2) print_equations(r, f);
+  scan_groups(body, r, f, sums);
 }
 
 // "Round=" and the relative change; the mark of convergence when it is small.
@@ -72,11 +83,12 @@ void GIBSCAN(scan_records& r, run_frame& f, sample_files& files) {
   sums.omega = f.iround < first_relaxed_round ? 0.0 : relaxation;
   f.dens = 0;
   f.ist = 0;
-  record_pass body;
-  body.begin_round(r, f);
-  if (f.test_level > 2) print_equations(r, f);
-  scan_groups(body, r, f, sums);
-  post_scan(r, f, files);
+  const bool fast = fast_body_serves(r, f);
+  if (fast)
+    scan_with(residual_body(), r, f, sums);
+  else
+    scan_with(record_pass(), r, f, sums);
+  post_scan(r, f, files, fast);
   if (f.analysis_type == 0) judge_convergence(r.report, f, sums);
 }
 

@@ -54,11 +54,6 @@ void say_block(scan_records& r, const double* block, std::int32_t g, std::int32_
     }
 }
 
-[[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info) {
-  say(report, free_row().text("Group: ").i(g).text(routine).i(info).str());
-  stop_run(report, exit_block_factor);
-}
-
 // CMAT = the packed block, lower triangle, leading dimension n
 void unpack_block(const double* block, std::int32_t n, double* c) {
   for (std::int32_t i = 0; i < n; ++i)
@@ -75,6 +70,11 @@ void solve_transposed(const double* L, std::int32_t n, const double* z, double* 
 }
 
 } // namespace
+
+void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info) {
+  say(report, free_row().text("Group: ").i(g).text(routine).i(info).str());
+  stop_run(report, exit_block_factor);
+}
 
 void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_t p) {
   const relationship_rows& rows = r.relations.of(k);

@@ -35,6 +35,9 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
 // factored or solved is told with its group, and the run stops with code 27.
 void sample_level(scan_records& r, ranmar_draws& draws, std::int32_t g, std::int32_t l);
 
+// "Group: " g, the routine's words, info; ends the run with code 27.
+[[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info);
+
 // Sets the restricted equations to zero.
 void restrict_solutions(sampler_store& s);
 
@@ -50,8 +53,8 @@ template <class Body> void scan_groups(Body& body, scan_records& r, run_frame& f
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
     if (f.test_level > 1) say_group_start(r.report, g);
     body.enter_group(r, f, g);
-    scan_levels(r, f, g, sums);
-    restrict_solutions(r.sampler);
+    body.solve_group(r, f, g, sums);
+    body.restrict_group(r, g);
     body.leave_group(r, f, g);
   }
 }

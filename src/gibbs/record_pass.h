@@ -3,10 +3,12 @@
 // meaning of the scan; faster bodies are tested against it.
 //
 // A body offers begin_round (RHS and DI hold all records), enter_group (RHS of
-// group g holds only what belongs to each level), leave_group.
+// group g holds only what belongs to each level), solve_group, restrict_group,
+// leave_group.
 #pragma once
 
 #include "control/run_frame.h"
+#include "gibbs/group_scan.h"
 #include "gibbs/scan_records.h"
 
 namespace zeph {
@@ -29,6 +31,10 @@ void BDDRMC_XD_PRINT(const scan_records& r, std::string_view name, std::int32_t 
 struct record_pass {
   void begin_round(scan_records& r, const run_frame& f) const { bddrmc_init(r, f); }
   void enter_group(scan_records& r, const run_frame& f, std::int32_t g) const { BDDRMC_GS(r, f, g); }
+  void solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {
+    scan_levels(r, f, g, sums);
+  }
+  void restrict_group(scan_records& r, std::int32_t) const { restrict_solutions(r.sampler); }
   void leave_group(scan_records&, const run_frame&, std::int32_t) const {}
 };
 

@@ -72,16 +72,12 @@ bool complete(std::int32_t isit, std::int32_t nt) {
 
 } // namespace
 
-void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
+void score_record(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
   scan_work& work = r.work;
   const std::int32_t nt = r.model.nt;
   border_record(work, res, isit, nt, R);
-  std::int32_t m = 0;
   for (std::int32_t t = 1; t <= nt; ++t) {
-    if (!trait_present(isit, t, nt)) {
-      work.IW2(++m) = t;
-      continue;
-    }
+    if (!trait_present(isit, t, nt)) continue;
     const double z = work.PARM(ihmij(t, nt + 1, 0)) / std::sqrt(work.PARM(ihmij(t, t, 0)));
     double lower = 0, upper = 0, density = 0;
     normal_tail(z, lower, upper, density);
@@ -90,6 +86,14 @@ void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const 
     int info = 0;
     sweep(t, work.PARM.data(), nt + 1, 1e-12, work.LOGI.data(), pivot, info);
   }
+}
+
+void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
+  scan_work& work = r.work;
+  score_record(r, res, isit, R, lik);
+  std::int32_t m = 0;
+  for (std::int32_t t = 1; t <= r.model.nt; ++t)
+    if (!trait_present(isit, t, r.model.nt)) work.IW2(++m) = t;
   if (m > 0) draw_missing(r, res, work.IW2.data(), m);
 }
 

@@ -19,6 +19,10 @@ void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bo
 // traits; R: nt x nt residual matrix, column-major. A complete record draws nothing.
 void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik);
 
+// The first half of it: adds the record's part to lik and leaves in PARM the
+// matrix bordered by res and swept on the observed traits.
+void score_record(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik);
+
 // Start values of missing traits: a draw around 0 for each incomplete record,
 // stored in Y_M as 32-bit numbers.
 void start_missing_traits(scan_records& r);

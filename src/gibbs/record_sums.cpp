@@ -1,0 +1,246 @@
+#include "gibbs/record_sums.h"
+
+#include "gibbs/residual_body.h"
+#include "gibbs/residual_sums.h"
+#include "numerics/normal_draws.h"
+#include "numerics/packed_matrix.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zeph {
+namespace {
+
+constexpr double half_log_two_pi = 0.91893853320467274178;
+constexpr double far_out = 36.0; // normal_tail: density 0 beyond 37
+
+// Places of a conditional: coefficients of the missing on the present traits,
+// row by row, then the set-up of the draw.
+double* coefficients_of(scan_records& r, std::int64_t mask, std::int32_t h) {
+  return &r.work.fast.conditional(1, mask + 1, h);
+}
+double* setup_of(scan_records& r, std::int64_t mask, std::int32_t h) {
+  return coefficients_of(r, mask, h) + std::int64_t{r.model.nt} * r.model.nt;
+}
+
+// PARM = R of group h swept on the present traits: its block holds R_oo^-1.
+void sweep_present(scan_records& r, const mask_form& mask, std::int32_t h) {
+  const std::int32_t nt = r.model.nt;
+  const double* R = r.sampler.RCOV.slice(h);
+  double* p = r.work.PARM.data();
+  for (std::int32_t i = 0; i < nt; ++i)
+    for (std::int32_t j = 0; j <= i; ++j) *p++ = R[i + j * nt];
+  std::fill_n(r.work.LOGI.data(), nt, logical{0});
+  for (const std::int32_t t : mask.present) {
+    double pivot = 0;
+    int info = 0;
+    sweep(t, r.work.PARM.data(), nt, 1e-12, r.work.LOGI.data(), pivot, info);
+  }
+}
+
+// Distribution of the missing traits given the present ones; once a round.
+void prepare_conditional(scan_records& r, std::int64_t index, std::int32_t h) {
+  residual_form& form = r.work.fast;
+  const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
+  const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
+  sweep_present(r, mask, h);
+  double* coefficient = coefficients_of(r, index, h);
+  for (std::int64_t i = 0; i < m; ++i) {
+    const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
+    for (const std::int32_t u : mask.present) {
+      const double x = r.work.PARM(ihmij(t, u, 0));
+      *coefficient++ = t > u ? x : -x;
+    }
+    r.work.MEAN(i + 1) = 0;
+    for (std::int64_t j = 0; j < m; ++j)
+      r.work.COV(1 + i + j * m) = r.work.PARM(ihmij(t, mask.missing[static_cast<std::size_t>(j)], 0));
+  }
+  ranmar_setgmn(r.report, r.work.MEAN.data(), r.work.COV.data(), m, static_cast<std::int32_t>(m),
+                setup_of(r, index, h), r.work.matrix_work);
+  form.prepared(index * r.sampler.G + h) = 1;
+}
+
+// res(missing) = conditional mean - L z, as sample_missing draws it.
+void draw_conditional(scan_records& r, std::int64_t index, std::int32_t h, double* res, const double* z) {
+  residual_form& form = r.work.fast;
+  if (form.prepared(index * r.sampler.G + h) == 0) prepare_conditional(r, index, h);
+  const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
+  const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
+  const double* coefficient = coefficients_of(r, index, h);
+  const double* setup = setup_of(r, index, h) + 1 + m; // the factor, row j begins m - j behind row j-1
+  for (std::int64_t i = 0; i < m; ++i) {
+    double mean = 0;
+    for (const std::int32_t u : mask.present) mean += *coefficient++ * res[u - 1];
+    double x = 0;
+    const double* factor = setup + i;
+    for (std::int64_t j = 0; j <= i; ++j) {
+      x += *factor * z[j];
+      factor += m - j - 1;
+    }
+    r.work.X(i + 1) = mean - x;
+  }
+  for (std::int64_t i = 0; i < m; ++i) res[mask.missing[static_cast<std::size_t>(i)] - 1] = r.work.X(i + 1);
+}
+
+// Y_M and E of the missing traits of record i (from 0) from their new residuals.
+void store_drawn(scan_records& r, const mask_form& mask, std::int64_t i, const double* res) {
+  for (const std::int32_t t : mask.missing) {
+    float& y = r.design.Y_M(t, i + 1);
+    double& e = r.work.fast.E(i + 1, t);
+    const double fitted = static_cast<double>(y) - e;
+    y = static_cast<float>(res[t - 1]);
+    e = static_cast<double>(y) - fitted;
+  }
+}
+
+void keep_sampled(scan_records& r, std::int64_t i, std::int32_t h, const double* res) {
+  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
+    const double e = res[t - 1];
+    r.sampler.dic_ressum(t, i + 1) += e;
+    r.sampler.dic_rrsum(t, h) += e * e;
+    if (r.model.keeps_residuals()) r.design.ZEPH_RES(t, i + 1) = e;
+  }
+}
+
+// Records lo+1..hi: products, largest sizes, draws. order: traits when known to
+// the compiler, else 0.
+template <int order>
+void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, std::int64_t hi) {
+  residual_form& form = r.work.fast;
+  const std::int32_t nt = order > 0 ? order : r.model.nt;
+  const double* E = form.E.data();
+  const std::int64_t nobs = r.design.nobs;
+  double* res = form.weighed.data();
+  double* largest = form.largest.data();
+  const std::int64_t packed = std::int64_t{nt} * (nt + 1) / 2;
+  const std::int64_t masks = static_cast<std::int64_t>(form.masks.size());
+  const double* z = form.normals.data();
+  for (std::int64_t i = lo; i < hi; ++i) {
+    const std::int64_t index = form.mask_of.data()[i];
+    const std::int32_t h = r.design.IRESG_M.data()[i];
+    for (std::int32_t t = 0; t < nt; ++t) {
+      res[t] = E[i + t * nobs];
+      if (weights) res[t] *= static_cast<double>(r.design.WV_SQRT_M(t + 1, i + 1));
+      largest[t] = std::max(largest[t], std::fabs(res[t]));
+    }
+    double* product = form.products.data() + (index + (h - 1) * masks) * packed;
+    for (std::int32_t j = 0; j < nt; ++j)
+      for (std::int32_t k = 0; k <= j; ++k) *product++ += res[j] * res[k];
+    const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
+    if (!mask.missing.empty()) {
+      draw_conditional(r, index, h, res, z);
+      z += mask.missing.size();
+      store_drawn(r, mask, i, res);
+    }
+    if (sampled) keep_sampled(r, i, h, res);
+  }
+}
+
+void draw_normals(scan_records& r, std::int64_t lo, std::int64_t hi) {
+  residual_form& form = r.work.fast;
+  std::int64_t n = 0;
+  for (std::int64_t i = lo; i < hi; ++i)
+    n += static_cast<std::int64_t>(
+        form.masks[static_cast<std::size_t>(form.mask_of.data()[i])].missing.size());
+  if (n > 0) ranmar_snorms(r.sources.marsaglia, form.normals.data(), n);
+}
+
+void add_products(scan_records& r) {
+  const residual_form& form = r.work.fast;
+  const std::int64_t packed = form.products.extent(1), masks = form.products.extent(2);
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
+    for (std::int64_t k = 1; k <= packed; ++k) {
+      if (r.sampler.LNCOV(k)) continue;
+      double& sum = r.sampler.sscp(k, r.model.nramat + h);
+      for (std::int64_t m = 1; m <= masks; ++m) sum += form.products(k, m, h);
+    }
+}
+
+// Adds the part of one mask and group; false when a density may be 0.
+bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64_t records, double& lik) {
+  const residual_form& form = r.work.fast;
+  const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
+  sweep_present(r, mask, h);
+  const double* S = &form.products(1, index + 1, h);
+  double quadratic = 0, bound = 0;
+  for (const std::int32_t t : mask.present) {
+    for (const std::int32_t u : mask.present) {
+      const std::int32_t k = ihmij(t, u, 0);
+      quadratic += r.work.PARM(k) * S[k - 1];
+    }
+    bound += std::sqrt(r.work.PARM(ihmij(t, t, 0))) * form.largest(t);
+  }
+  lik += 0.5 * quadratic +
+         static_cast<double>(records * static_cast<std::int64_t>(mask.present.size())) * half_log_two_pi;
+  return bound <= far_out;
+}
+
+void score_each(scan_records& r, double& lik) {
+  const std::int32_t nt = r.model.nt;
+  const bool weights = r.model.has_weights();
+  lik = 0;
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    for (std::int32_t t = 1; t <= nt; ++t) {
+      r.work.res(t) = r.work.fast.E(irec, t);
+      if (weights) r.work.res(t) *= static_cast<double>(r.design.WV_SQRT_M(t, irec));
+    }
+    score_record(r, r.work.res, r.design.ISIT_M(irec), r.sampler.RCOV.slice(r.design.IRESG_M(irec)), lik);
+  }
+}
+
+void find_density(scan_records& r, double& lik) {
+  residual_form& form = r.work.fast;
+  const std::int64_t masks = static_cast<std::int64_t>(form.masks.size());
+  if (form.counts_move) count_masks(r.design, form);
+  lik = 0;
+  bool near = true;
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
+    for (std::int64_t m = 0; m < masks; ++m)
+      if (form.counts(m + 1, h) > 0) near = add_density(r, m, h, form.counts(m + 1, h), lik) && near;
+  if (!near) score_each(r, lik);
+}
+
+// True when neither observations nor coefficients change before the next round.
+bool residuals_stay(const scan_records& r, const run_frame& f) {
+  if (f.analysis_type > 4 || f.nfeto > 0) return false;
+  for (std::int32_t t = 1; t <= r.model.nt; ++t)
+    if (r.model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
+  return true;
+}
+
+} // namespace
+
+void sum_records(scan_records& r, const run_frame& f, double& lik) {
+  residual_form& form = r.work.fast;
+  if (!form.by_masks) return Bddrmc_sscp(r, f, lik);
+  const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
+  const std::int64_t nobs = r.design.nobs;
+  form.products.fill(0.0);
+  form.prepared.fill(0);
+  form.largest.fill(0.0);
+  if (sampled) r.sampler.dic_rrsum.fill(0.0);
+  for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
+    const std::int64_t hi = std::min(lo + records_of_block, nobs);
+    fresh_residuals(r, f, lo, hi);
+    draw_normals(r, lo, hi);
+    switch (r.model.nt) {
+    case 1:
+      take_records<1>(r, weights, sampled, lo, hi);
+      break;
+    case 2:
+      take_records<2>(r, weights, sampled, lo, hi);
+      break;
+    case 3:
+      take_records<3>(r, weights, sampled, lo, hi);
+      break;
+    default:
+      take_records<0>(r, weights, sampled, lo, hi);
+      break;
+    }
+  }
+  if (f.analysis_type > 1) add_products(r);
+  find_density(r, lik);
+  form.valid_round = residuals_stay(r, f) ? f.iround + 1 : -1;
+}
+
+} // namespace zeph

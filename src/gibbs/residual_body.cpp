@@ -1,0 +1,338 @@
+#include "gibbs/residual_body.h"
+
+#include "gibbs/level_draws.h"
+#include "gibbs/record_product.h"
+#include "numerics/packed_matrix.h"
+
+#include <algorithm>
+
+namespace zeph {
+namespace {
+
+group_form& form_of(scan_records& r, std::int32_t g) {
+  return r.work.fast.groups[static_cast<std::size_t>(g - 1)];
+}
+
+bool active(const design_slot& slot, std::int32_t places) { return slot.place <= places; }
+
+// e -= Z x over the elements of one slot that lie in records lo..hi of block b
+void subtract_slot(const design_slot& slot, const double* x, double* e, std::int64_t lo, std::int64_t hi) {
+  if (slot.every_record) {
+    const std::int32_t* row = slot.row.data();
+    if (slot.ones) {
+      for (std::int64_t i = lo; i < hi; ++i) e[i] -= x[row[i]];
+    } else {
+      const double* z = slot.z.data();
+      for (std::int64_t i = lo; i < hi; ++i) e[i] -= z[i] * x[row[i]];
+    }
+    return;
+  }
+  const std::int64_t block = lo / records_of_block;
+  const std::int64_t from = slot.first(block + 1), to = slot.first(block + 2);
+  const std::int32_t *row = slot.row.data(), *rec = slot.rec.data();
+  if (slot.ones) {
+    for (std::int64_t k = from; k < to; ++k) e[rec[k]] -= x[row[k]];
+  } else {
+    const double* z = slot.z.data();
+    for (std::int64_t k = from; k < to; ++k) e[rec[k]] -= z[k] * x[row[k]];
+  }
+}
+
+// sums += Z' w; w(0) is record lo. `copy` elements on stand side sums, so that
+// neighbours that meet in one sum don't wait for each other; 0: none.
+void add_slot(const design_slot& slot, const double* w, double* sums, double* side, std::int64_t copy,
+              std::int64_t lo, std::int64_t hi) {
+  const std::int32_t* row = slot.row.data();
+  const double* z = slot.ones ? nullptr : slot.z.data();
+  if (slot.every_record) {
+    std::int64_t i = lo;
+    if (copy > 0) {
+      double *s1 = side, *s2 = side + copy, *s3 = side + 2 * copy;
+      for (; i + 4 <= hi; i += 4) {
+        const double* v = w + (i - lo);
+        sums[row[i]] += z ? z[i] * v[0] : v[0];
+        s1[row[i + 1]] += z ? z[i + 1] * v[1] : v[1];
+        s2[row[i + 2]] += z ? z[i + 2] * v[2] : v[2];
+        s3[row[i + 3]] += z ? z[i + 3] * v[3] : v[3];
+      }
+    }
+    if (z) {
+      for (; i < hi; ++i) sums[row[i]] += z[i] * w[i - lo];
+    } else {
+      for (; i < hi; ++i) sums[row[i]] += w[i - lo];
+    }
+    return;
+  }
+  const std::int64_t block = lo / records_of_block;
+  std::int64_t k = slot.first(block + 1);
+  const std::int64_t to = slot.first(block + 2);
+  const std::int32_t* rec = slot.rec.data();
+  w -= lo;
+  if (copy > 0) {
+    double *s1 = side, *s2 = side + copy, *s3 = side + 2 * copy;
+    for (; k + 4 <= to; k += 4) {
+      sums[row[k]] += z ? z[k] * w[rec[k]] : w[rec[k]];
+      s1[row[k + 1]] += z ? z[k + 1] * w[rec[k + 1]] : w[rec[k + 1]];
+      s2[row[k + 2]] += z ? z[k + 2] * w[rec[k + 2]] : w[rec[k + 2]];
+      s3[row[k + 3]] += z ? z[k + 3] * w[rec[k + 3]] : w[rec[k + 3]];
+    }
+  }
+  if (z) {
+    for (; k < to; ++k) sums[row[k]] += z[k] * w[rec[k]];
+  } else {
+    for (; k < to; ++k) sums[row[k]] += w[rec[k]];
+  }
+}
+
+const double* residual_inverse(const scan_records& r, const run_frame& f, std::int64_t irec) {
+  const std::int32_t h = r.design.IRESG_M(irec);
+  return f.analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, r.design.C_ISIT_M(irec), h)
+                              : r.sampler.RCOVI.slice(h);
+}
+
+// W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
+// of the inverse are passed over: e of a missing trait may be no number.
+void weigh_alike(scan_records& r, const run_frame& f, std::int32_t t, std::int64_t lo, std::int64_t hi) {
+  const residual_form& form = r.work.fast;
+  const double* inverse = residual_inverse(r, f, 1);
+  const std::int64_t n = hi - lo;
+  double* w = r.work.fast.W.col(t);
+  std::fill_n(w, n, 0.0);
+  for (std::int32_t u = 1; u <= r.model.nt; ++u) {
+    const double c = inverse[(t - 1) + (u - 1) * r.model.nt];
+    if (c == 0.0) continue;
+    const double* e = form.E.col(u) + lo;
+    for (std::int64_t i = 0; i < n; ++i) w[i] += c * e[i];
+  }
+}
+
+// The same where groups, patterns or weights give each record its own inverse.
+void weigh_each(scan_records& r, const run_frame& f, std::int32_t t, bool weights, std::int64_t lo,
+                std::int64_t hi) {
+  residual_form& form = r.work.fast;
+  const std::int32_t nt = r.model.nt;
+  double* w = form.W.col(t);
+  for (std::int64_t i = lo; i < hi; ++i) {
+    const double* inverse = residual_inverse(r, f, i + 1) + (t - 1);
+    const float* root = r.design.WV_SQRT_M.col(i + 1);
+    double others = 0.0, own = 0.0;
+    for (std::int32_t u = 1; u <= nt; ++u) {
+      const double c = inverse[std::int64_t{u - 1} * nt];
+      if (c == 0.0) continue;
+      const double e = form.E.col(u)[i];
+      if (u == t)
+        own = c * e;
+      else
+        others += weights ? c * static_cast<double>(root[u - 1]) * e : c * e;
+    }
+    w[i - lo] = weights ? static_cast<double>(r.design.WV_M(t, i + 1)) * own +
+                              static_cast<double>(root[t - 1]) * others
+                        : own + others;
+  }
+}
+
+// Brings the change of the group left last into E and sums Z' R^-1 e of group g
+// (0: none) into RHS, in one walk over blocks of records.
+void walk_records(scan_records& r, const run_frame& f, std::int32_t g) {
+  residual_form& form = r.work.fast;
+  const bool weights = r.model.has_weights();
+  const std::int64_t nobs = r.design.nobs;
+  const std::int32_t left = form.pending;
+  const group_form* entered = g > 0 ? &form_of(r, g) : nullptr;
+  double* sums = g > 0 ? r.sampler.RHS.data() + r.layout.group(g).base : nullptr;
+  const std::int64_t extent = g > 0 ? std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride : 0;
+  const std::int64_t copy = extent <= most_copied ? extent : 0;
+  if (copy > 0) std::fill_n(form.copies.data(), (side_copies - 1) * copy, 0.0);
+  const bool plain_scale = form.one_matrix && r.model.nt == 1;
+  for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
+    const std::int64_t hi = std::min(lo + records_of_block, nobs);
+    if (left > 0)
+      for (const design_slot& slot : form_of(r, left).slots)
+        if (active(slot, r.layout.NGR(left, 2)))
+          subtract_slot(slot, form.change.data(), form.E.col(slot.trait), lo, hi);
+    if (entered == nullptr) continue;
+    if (!plain_scale)
+      for (const std::int32_t t : entered->traits) {
+        if (form.one_matrix)
+          weigh_alike(r, f, t, lo, hi);
+        else
+          weigh_each(r, f, t, weights, lo, hi);
+      }
+    for (const design_slot& slot : entered->slots) {
+      if (!active(slot, r.layout.NGR(g, 2))) continue;
+      const double* w = plain_scale ? form.E.col(slot.trait) + lo : form.W.col(slot.trait);
+      add_slot(slot, w, sums, form.copies.data(), copy, lo, hi);
+    }
+  }
+  form.pending = 0;
+  if (copy > 0)
+    for (std::int64_t q = 0; q < side_copies - 1; ++q)
+      for (std::int64_t i = 0; i < extent; ++i) sums[i] += form.copies.data()[q * copy + i];
+  if (g > 0 && plain_scale) {
+    const double c = residual_inverse(r, f, 1)[0];
+    for (std::int64_t i = 0; i < extent; ++i) sums[i] *= c;
+  }
+}
+
+void read_changing_coefficients(scan_records& r) {
+  for (group_form& group : r.work.fast.groups)
+    for (design_slot& slot : group.slots) {
+      if (!slot.changing) continue;
+      for (std::int64_t k = 1; k <= slot.row.size(); ++k)
+        slot.z(k) = r.design.ZD_M(slot.entry(k), slot.every_record ? k : slot.rec(k) + 1);
+    }
+}
+
+// DI(g) = D of all levels, summed over the records.
+void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
+  const design_store& d = r.design;
+  const bool weights = r.model.has_weights();
+  mat<double>& DI = r.layout.DI_of(g);
+  DI.fill(0.0);
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    bool made = false;
+    for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
+      if (d.XD3_M(i, irec) != g || !entry_active(r, irec, i, f.analysis_type)) continue;
+      if (!made) make_riff(r, irec, f.analysis_type, weights);
+      made = true;
+      double* block = DI.col(d.XD4_M(i, irec));
+      for (std::int32_t k = 1; k <= i; ++k) {
+        if (d.XD3_M(k, irec) != g || d.XD4_M(k, irec) != d.XD4_M(i, irec)) continue;
+        if (!entry_active(r, irec, k, f.analysis_type)) continue;
+        block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] += record_product(d, r.work.riff, irec, i, k);
+      }
+    }
+  }
+}
+
+// DI(g) = D of all levels, RHS += D sol, then DI += GIF a(l,l).
+void complete_blocks(scan_records& r, std::int32_t g) {
+  group_form& form = form_of(r, g);
+  const equation_group& group = r.layout.group(g);
+  const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
+  const bool random = group.kind == group_kind::random_factor;
+  const bool identity = random && structure_is(r.model.RMAT(group.number), "I");
+  for (std::int32_t l = 1; l <= levels; ++l) {
+    double* block = r.layout.DI_of(g).col(l);
+    if (!form.changing) level_block(r, form, n, l, block);
+    const std::int64_t e0 = group.base + (l - 1) * group.stride;
+    double* rhs = r.sampler.RHS.data() + e0;
+    const double* sol = r.sampler.sol.data() + e0;
+    const double* element = block;
+    for (std::int32_t i = 0; i < n; ++i)
+      for (std::int32_t j = 0; j <= i; ++j, ++element) {
+        rhs[i] += *element * sol[j];
+        if (j < i) rhs[j] += *element * sol[i];
+      }
+    if (!random) continue;
+    const double a = identity ? 1.0 : r.relations.of(group.number).diag(l);
+    double* filled = block;
+    for (std::int32_t i = 1; i <= n; ++i)
+      for (std::int32_t j = 1; j <= i; ++j) *filled++ += r.sampler.GIF(i, j, group.number) * a;
+  }
+}
+
+// Equation `equation` of another group goes to 0: its records' residuals take its
+// part back.
+void restrict_elsewhere(scan_records& r, std::int32_t equation, double sol) {
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    const std::int64_t row = equation - std::int64_t{1} - r.layout.group(g).base;
+    if (row < 0 || row >= std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride) continue;
+    for (const design_slot& slot : form_of(r, g).slots) {
+      if (!active(slot, r.layout.NGR(g, 2))) continue;
+      double* e = r.work.fast.E.col(slot.trait);
+      for (std::int64_t k = 0; k < slot.row.size(); ++k)
+        if (slot.row.data()[k] == row)
+          e[slot.every_record ? k : slot.rec.data()[k]] += (slot.ones ? 1.0 : slot.z.data()[k]) * sol;
+    }
+  }
+}
+
+bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
+  return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions &&
+         (r.model.has_type(trait_mixture) || r.model.has_type(trait_cured));
+}
+
+} // namespace
+
+bool fast_body_serves(scan_records& r, const run_frame& f) {
+  if (f.test_level > 1) return false;
+  residual_form& form = r.work.fast;
+  if (form.state == form_state::unprepared) build_residual_form(r, f);
+  return form.state == form_state::ready;
+}
+
+void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::int64_t hi) {
+  residual_form& form = r.work.fast;
+  const std::int32_t nt = r.model.nt;
+  const float* y = r.design.Y_M.data();
+  for (std::int32_t t = 1; t <= nt; ++t) {
+    double* e = form.E.col(t);
+    for (std::int64_t i = lo; i < hi; ++i) {
+      e[i] = static_cast<double>(y[i * nt + t - 1]);
+      if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+    }
+  }
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
+    for (const design_slot& slot : form_of(r, g).slots)
+      if (active(slot, r.layout.NGR(g, 2)))
+        subtract_slot(slot, r.sampler.sol.data() + r.layout.group(g).base, form.E.col(slot.trait), lo, hi);
+}
+
+void residual_body::begin_round(scan_records& r, const run_frame& f) const {
+  residual_form& form = r.work.fast;
+  read_changing_coefficients(r);
+  form.pending = 0;
+  form.square_done.fill(0);
+  if (form.valid_round != f.iround)
+    for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+      fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+  form.valid_round = -1;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
+    if (form_of(r, g).changing) sum_blocks(r, f, g);
+}
+
+void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_t g) const {
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
+  std::fill_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, 0.0);
+  walk_records(r, f, g);
+}
+
+void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
+  if (f.analysis_type >= 2 && f.gropd(g) != 0 && r.layout.NGR(g, 2) <= largest_written_order &&
+      !mixture_rule_holds(r, g)) {
+    draw_levels(r, f, g);
+    return;
+  }
+  const double* sol = r.sampler.sol.data() + r.layout.group(g).base;
+  double* change = r.work.fast.change.data();
+  std::copy_n(sol, extent, change);
+  complete_blocks(r, g);
+  scan_levels(r, f, g, sums);
+  for (std::int64_t i = 0; i < extent; ++i) change[i] = sol[i] - change[i];
+}
+
+void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
+  const std::int64_t base = r.layout.group(g).base;
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  for (std::int32_t k = 1; k <= r.sampler.n_IREST; ++k) {
+    const std::int64_t e = r.sampler.IREST(k) - std::int64_t{1} - base;
+    double& sol = r.sampler.sol(r.sampler.IREST(k));
+    if (e >= 0 && e < extent && r.layout.NGR(g, 2) > 0) {
+      r.work.fast.change(e + 1) -= sol;
+    } else if (sol != 0.0) {
+      restrict_elsewhere(r, r.sampler.IREST(k), sol);
+    }
+    sol = 0;
+  }
+}
+
+void residual_body::leave_group(scan_records& r, const run_frame&, std::int32_t g) const {
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  if (extent > 0 && r.layout.NGR(g, 2) > 0) r.work.fast.pending = g;
+}
+
+} // namespace zeph

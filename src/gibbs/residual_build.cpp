@@ -1,0 +1,447 @@
+#include "gibbs/record_product.h"
+#include "gibbs/residual_form.h"
+#include "gibbs/scan_records.h"
+#include "numerics/packed_matrix.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace zeph {
+namespace {
+
+constexpr std::string_view routine = "residual_form";
+constexpr std::int32_t few_levels = 32;                       // below: no search for levels that are alike
+constexpr std::int32_t levels_of_class = 4;                   // fewer levels a class on average: none is kept
+constexpr std::int64_t most_products = std::int64_t{1} << 20; // residual products by mask, elements
+constexpr std::int64_t term_allowance = std::int64_t{1} << 26; // bytes of terms beyond the design's own
+
+bool is_random(const equation_group& group) { return group.kind == group_kind::random_factor; }
+
+// Equations of a group from its base on: levels times stride.
+std::int64_t extent_of(const equation_layout& layout, std::int32_t g) {
+  return std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride;
+}
+
+// An entry that takes part in some model of the run.
+bool takes_part(const design_store& d, std::int32_t e, std::int32_t irec) { return d.XD2_M(e, irec) > 0; }
+
+bool ranges_are_disjoint(const equation_layout& layout) {
+  std::vector<std::pair<std::int64_t, std::int64_t>> ranges;
+  for (std::int32_t g = 1; g <= layout.ngroups; ++g)
+    if (extent_of(layout, g) > 0)
+      ranges.emplace_back(layout.group(g).base, layout.group(g).base + extent_of(layout, g));
+  std::sort(ranges.begin(), ranges.end());
+  for (std::size_t i = 1; i < ranges.size(); ++i)
+    if (ranges[i].first < ranges[i - 1].second) return false;
+  return true;
+}
+
+// True when every entry's equation is the one that its group, level and place
+// name, so that columns of levels can stand for the rows of entries.
+bool entries_are_regular(const scan_records& r, const run_frame& f) {
+  const design_store& d = r.design;
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec)
+    for (std::int32_t e = 1; e <= d.M_M(irec); ++e) {
+      if (!takes_part(d, e, irec)) {
+        if (f.analysis_type <= 0) return false;
+        continue;
+      }
+      const std::int32_t g = d.XD3_M(e, irec), level = d.XD4_M(e, irec), place = d.XD5_M(e, irec);
+      if (g < 1 || g > r.layout.ngroups || level < 1 || level > r.layout.NGR(g, 1)) return false;
+      const equation_group& group = r.layout.group(g);
+      if (place < 1 || place > group.stride || d.XD2_M(e, irec) > r.model.nt) return false;
+      if (d.XD1_M(e, irec) != group.base + (level - 1) * group.stride + place) return false;
+      if ((d.XD7_M(e, irec) != 0) != is_random(group)) return false;
+    }
+  return true;
+}
+
+// Finds the slot of each entry of a record, in the order of the entries.
+struct slot_finder {
+  struct place_of_slot {
+    std::int64_t last = 0;  // record that used the slot last
+    std::int64_t next = -1; // slot of the same kind for one more entry of a record
+  };
+  std::vector<std::vector<std::int64_t>> heads;   // per group: trait x place -> slot, -1
+  std::vector<std::vector<place_of_slot>> places; // per group, per slot
+
+  explicit slot_finder(const scan_records& r) {
+    for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+      heads.emplace_back(static_cast<std::size_t>(r.layout.group(g).stride * r.model.nt), -1);
+      places.emplace_back();
+    }
+  }
+  void forget_records() {
+    for (std::vector<place_of_slot>& group : places)
+      for (place_of_slot& p : group) p.last = 0;
+  }
+  // Slot of entry e of record irec; makes one in `form` when there is none yet.
+  design_slot& find(group_form& form, const design_store& d, std::int32_t nt, std::int32_t irec,
+                    std::int32_t e) {
+    const auto g = static_cast<std::size_t>(d.XD3_M(e, irec) - 1);
+    const auto kind = static_cast<std::size_t>((d.XD5_M(e, irec) - 1) * nt + d.XD2_M(e, irec) - 1);
+    std::int64_t* link = &heads[g][kind];
+    while (*link >= 0 && places[g][static_cast<std::size_t>(*link)].last == irec)
+      link = &places[g][static_cast<std::size_t>(*link)].next;
+    if (*link < 0) {
+      *link = static_cast<std::int64_t>(form.slots.size());
+      const std::int64_t made = *link;
+      form.slots.emplace_back();
+      form.slots.back().trait = d.XD2_M(e, irec);
+      form.slots.back().place = d.XD5_M(e, irec);
+      places[g].emplace_back(); // may move what `link` points into
+      places[g].back().last = irec;
+      return form.slots[static_cast<std::size_t>(made)];
+    }
+    places[g][static_cast<std::size_t>(*link)].last = irec;
+    return form.slots[static_cast<std::size_t>(*link)];
+  }
+};
+
+group_form& form_of(residual_form& form, std::int32_t g) {
+  return form.groups[static_cast<std::size_t>(g - 1)];
+}
+
+struct slot_size {
+  std::int64_t count = 0;
+};
+
+void size_slots(scan_records& r, const run_frame& f, slot_finder& finder,
+                std::vector<std::vector<slot_size>>& sizes) {
+  const design_store& d = r.design;
+  residual_form& form = r.work.fast;
+  sizes.assign(form.groups.size(), {});
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec)
+    for (std::int32_t e = 1; e <= d.M_M(irec); ++e) {
+      if (!takes_part(d, e, irec)) continue;
+      group_form& group = form_of(form, d.XD3_M(e, irec));
+      design_slot& slot = finder.find(group, d, r.model.nt, irec, e);
+      std::vector<slot_size>& counts = sizes[static_cast<std::size_t>(d.XD3_M(e, irec) - 1)];
+      counts.resize(group.slots.size());
+      ++counts[static_cast<std::size_t>(&slot - group.slots.data())].count;
+      if (coefficient_changes(r, f, irec, e)) slot.changing = group.changing = true;
+      if (slot.changing || d.ZD_M(e, irec) != 1.0) slot.ones = false;
+    }
+}
+
+void allocate_slots(scan_records& r, std::vector<std::vector<slot_size>>& sizes) {
+  const std::int64_t nobs = r.design.nobs;
+  const std::int64_t blocks = (nobs + records_of_block - 1) / records_of_block;
+  residual_form& form = r.work.fast;
+  for (std::size_t g = 0; g < form.groups.size(); ++g)
+    for (std::size_t s = 0; s < form.groups[g].slots.size(); ++s) {
+      design_slot& slot = form.groups[g].slots[s];
+      const std::int64_t count = sizes[g][s].count;
+      slot.every_record = count == nobs;
+      allocate(r.report, slot.row, "slot%row", routine, count);
+      if (!slot.ones) allocate(r.report, slot.z, "slot%z", routine, count);
+      if (slot.changing) allocate(r.report, slot.entry, "slot%entry", routine, count);
+      if (slot.every_record) continue;
+      allocate(r.report, slot.rec, "slot%rec", routine, count);
+      allocate(r.report, slot.first, "slot%first", routine, blocks + 1);
+    }
+}
+
+void fill_slots(scan_records& r, slot_finder& finder, std::vector<std::vector<slot_size>>& sizes) {
+  const design_store& d = r.design;
+  residual_form& form = r.work.fast;
+  for (std::vector<slot_size>& group : sizes)
+    for (slot_size& size : group) size.count = 0;
+  finder.forget_records();
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec)
+    for (std::int32_t e = 1; e <= d.M_M(irec); ++e) {
+      if (!takes_part(d, e, irec)) continue;
+      const std::int32_t g = d.XD3_M(e, irec);
+      group_form& group = form_of(form, g);
+      design_slot& slot = finder.find(group, d, r.model.nt, irec, e);
+      const std::int64_t k =
+          ++sizes[static_cast<std::size_t>(g - 1)][static_cast<std::size_t>(&slot - group.slots.data())]
+                .count;
+      slot.row(k) = static_cast<std::int32_t>(d.XD1_M(e, irec) - 1 - r.layout.group(g).base);
+      if (!slot.ones) slot.z(k) = d.ZD_M(e, irec);
+      if (slot.changing) slot.entry(k) = e;
+      if (!slot.every_record) slot.rec(k) = irec - 1;
+    }
+}
+
+// first(b+1): elements of the slot before record block b (b from 0), from 0.
+void mark_blocks(residual_form& form, std::int64_t nobs) {
+  const std::int64_t blocks = (nobs + records_of_block - 1) / records_of_block;
+  for (group_form& group : form.groups)
+    for (design_slot& slot : group.slots) {
+      if (slot.every_record) continue;
+      std::int64_t k = 0;
+      for (std::int64_t b = 0; b <= blocks; ++b) {
+        while (k < slot.rec.size() && slot.rec(k + 1) < b * records_of_block) ++k;
+        slot.first(b + 1) = k;
+      }
+    }
+}
+
+void order_slots(residual_form& form) {
+  for (group_form& group : form.groups) {
+    std::stable_sort(group.slots.begin(), group.slots.end(),
+                     [](const design_slot& a, const design_slot& b) { return a.trait < b.trait; });
+    for (const design_slot& slot : group.slots)
+      if (group.traits.empty() || group.traits.back() != slot.trait) group.traits.push_back(slot.trait);
+  }
+}
+
+void build_slots(scan_records& r, const run_frame& f) {
+  slot_finder finder(r);
+  std::vector<std::vector<slot_size>> sizes;
+  size_slots(r, f, finder, sizes);
+  allocate_slots(r, sizes);
+  fill_slots(r, finder, sizes);
+  mark_blocks(r.work.fast, r.design.nobs);
+  order_slots(r.work.fast);
+}
+
+// ---- sums of coefficient products ----
+
+// Calls take(group, level, term, product) for each pair of entries of a record
+// that meet in one level. In runs whose residual matrices stay, a product is
+// whole and its term bears no traits.
+template <class Take> void for_each_product(scan_records& r, const run_frame& f, Take&& take) {
+  const design_store& d = r.design;
+  const residual_form& form = r.work.fast;
+  const bool weights = r.model.has_weights();
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    if (form.constant_R) make_riff(r, irec, f.analysis_type, weights);
+    for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
+      if (!takes_part(d, i, irec)) continue;
+      for (std::int32_t k = 1; k <= i; ++k) {
+        if (d.XD3_M(k, irec) != d.XD3_M(i, irec) || d.XD4_M(k, irec) != d.XD4_M(i, irec)) continue;
+        if (!takes_part(d, k, irec)) continue;
+        block_term term;
+        term.element = ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1;
+        double product;
+        if (form.constant_R) {
+          product = record_product(d, r.work.riff, irec, i, k);
+        } else {
+          term.ti = std::max(d.XD2_M(i, irec), d.XD2_M(k, irec));
+          term.tj = std::min(d.XD2_M(i, irec), d.XD2_M(k, irec));
+          term.h = d.IRESG_M(irec);
+          product = d.ZD_M(i, irec) * d.ZD_M(k, irec);
+          if (i != k && d.XD1_M(i, irec) == d.XD1_M(k, irec)) product *= 2.0;
+          if (weights)
+            product *= term.ti == term.tj ? static_cast<double>(d.WV_M(term.ti, irec))
+                                          : static_cast<double>(d.WV_SQRT_M(term.ti, irec)) *
+                                                static_cast<double>(d.WV_SQRT_M(term.tj, irec));
+        }
+        take(d.XD3_M(i, irec), d.XD4_M(i, irec), term, product);
+      }
+    }
+  }
+}
+
+bool same_term(const block_term& a, const block_term& b) {
+  return a.element == b.element && a.ti == b.ti && a.tj == b.tj && a.h == b.h;
+}
+
+std::int64_t term_index(const std::vector<block_term>& terms, const block_term& term) {
+  for (std::size_t k = 0; k < terms.size(); ++k)
+    if (same_term(terms[k], term)) return static_cast<std::int64_t>(k);
+  return -1;
+}
+
+void build_terms(scan_records& r, const run_frame& f) {
+  residual_form& form = r.work.fast;
+  for_each_product(r, f, [&](std::int32_t g, std::int32_t, const block_term& term, double) {
+    group_form& group = form_of(form, g);
+    if (!group.changing && term_index(group.terms, term) < 0) group.terms.push_back(term);
+  });
+  std::int64_t room = term_allowance + std::int64_t{36} * r.design.m * r.design.nobs;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    group_form& group = form_of(form, g);
+    const std::int64_t terms = static_cast<std::int64_t>(group.terms.size()), levels = r.layout.NGR(g, 1);
+    if (group.changing || terms * levels * 8 > room) {
+      group.changing = true; // many groups of records: cheaper summed anew than kept
+      group.terms.clear();
+      continue;
+    }
+    room -= terms * levels * 8;
+    std::sort(group.terms.begin(), group.terms.end(),
+              [](const block_term& a, const block_term& b) { return a.element < b.element; });
+    allocate(r.report, group.sums, "sums", routine, terms, levels);
+  }
+  for_each_product(r, f, [&](std::int32_t g, std::int32_t level, const block_term& term, double product) {
+    group_form& group = form_of(form, g);
+    if (!group.changing) group.sums(term_index(group.terms, term) + 1, level) += product;
+  });
+}
+
+// ---- levels that are alike ----
+
+std::uint64_t mixed(std::uint64_t h, double x) {
+  h ^= std::bit_cast<std::uint64_t>(x);
+  h *= 0x9E3779B97F4A7C15U;
+  return h ^ (h >> 29);
+}
+
+// Diagonal element of level l of group g: of the relationship inverse, 1 for
+// identity, 0 for what has no prior.
+double diagonal_of(const scan_records& r, std::int32_t g, std::int32_t l) {
+  const equation_group& group = r.layout.group(g);
+  if (!is_random(group)) return 0.0;
+  return structure_is(r.model.RMAT(group.number), "I") ? 1.0 : r.relations.of(group.number).diag(l);
+}
+
+// Level of each class, first of its kind; empty when the levels have too little in common.
+std::vector<std::int32_t> find_classes(scan_records& r, std::int32_t g, group_form& group) {
+  const std::int32_t levels = r.layout.NGR(g, 1);
+  const std::int64_t terms = static_cast<std::int64_t>(group.terms.size());
+  std::vector<std::int32_t> first;
+  std::vector<std::int32_t> table(std::bit_ceil(static_cast<std::size_t>(levels)), -1);
+  const std::size_t wrap = table.size() - 1;
+  allocate(r.report, group.level_class, "level_class", routine, levels);
+  for (std::int32_t l = 1; l <= levels; ++l) {
+    const double diag = diagonal_of(r, g, l);
+    const double* sums = group.sums.col(l);
+    std::uint64_t h = mixed(0, diag);
+    for (std::int64_t k = 0; k < terms; ++k) h = mixed(h, sums[k]);
+    std::size_t at = static_cast<std::size_t>(h) & wrap;
+    for (;; at = (at + 1) & wrap) {
+      if (table[at] < 0) break;
+      const std::int32_t other = first[static_cast<std::size_t>(table[at])];
+      if (diagonal_of(r, g, other) == diag && std::equal(sums, sums + terms, group.sums.col(other))) break;
+    }
+    if (table[at] < 0) {
+      if (static_cast<std::int64_t>(first.size() + 1) * levels_of_class > levels) return {};
+      table[at] = static_cast<std::int32_t>(first.size());
+      first.push_back(l);
+    }
+    group.level_class(l) = table[at];
+  }
+  return first;
+}
+
+void keep_classes(scan_records& r, std::int32_t g, group_form& group,
+                  const std::vector<std::int32_t>& first) {
+  const std::int64_t terms = static_cast<std::int64_t>(group.terms.size());
+  const std::int64_t classes = static_cast<std::int64_t>(first.size());
+  const std::int64_t packed = std::int64_t{r.layout.group(g).stride} * (r.layout.group(g).stride + 1) / 2;
+  mat<double> sums;
+  allocate(r.report, sums, "sums", routine, terms, classes);
+  allocate(r.report, group.class_diag, "class_diag", routine, classes);
+  allocate(r.report, group.class_block, "class_block", routine, packed, classes);
+  allocate(r.report, group.class_factor, "class_factor", routine, packed, classes);
+  allocate(r.report, group.class_info, "class_info", routine, classes);
+  for (std::int64_t c = 1; c <= classes; ++c) {
+    const std::int32_t l = first[static_cast<std::size_t>(c - 1)];
+    std::copy_n(group.sums.col(l), terms, sums.col(c));
+    group.class_diag(c) = diagonal_of(r, g, l);
+  }
+  group.sums = std::move(sums);
+}
+
+void build_classes(scan_records& r, const run_frame& f) {
+  if (f.analysis_type < 2) return;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    group_form& group = form_of(r.work.fast, g);
+    if (group.changing || r.layout.NGR(g, 1) < few_levels || r.layout.group(g).stride > largest_written_order)
+      continue;
+    const std::vector<std::int32_t> first = find_classes(r, g, group);
+    if (first.empty())
+      group.level_class.release();
+    else
+      keep_classes(r, g, group, first);
+  }
+}
+
+// ---- residuals ----
+
+void build_masks(scan_records& r) {
+  residual_form& form = r.work.fast;
+  const design_store& d = r.design;
+  const std::int64_t nt = r.model.nt, packed = nt * (nt + 1) / 2, G = r.sampler.G;
+  allocate(r.report, form.mask_of, "mask_of", routine, d.nobs);
+  std::vector<std::pair<std::int32_t, std::int32_t>> known; // mask, index; ascending by mask
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    const std::int32_t mask = d.ISIT_M(irec);
+    auto at = std::lower_bound(known.begin(), known.end(), std::pair{mask, std::int32_t{-1}});
+    if (at == known.end() || at->first != mask) {
+      if (static_cast<std::int64_t>(known.size() + 1) * packed * G > most_products) return;
+      at = known.insert(at, {mask, static_cast<std::int32_t>(known.size())});
+      mask_form& made = form.masks.emplace_back();
+      made.mask = mask;
+      for (std::int32_t t = 1; t <= nt; ++t)
+        (trait_present(mask, t, r.model.nt) ? made.present : made.missing).push_back(t);
+    }
+    form.mask_of(irec) = at->second;
+  }
+  const std::int64_t masks = static_cast<std::int64_t>(form.masks.size());
+  allocate(r.report, form.products, "products", routine, packed, masks, G);
+  allocate(r.report, form.conditional, "conditional", routine, nt * nt + gmn_size(r.model.nt), masks, G);
+  allocate(r.report, form.counts, "counts", routine, masks, G);
+  allocate(r.report, form.prepared, "prepared", routine, masks * G);
+  allocate(r.report, form.largest, "largest", routine, nt);
+  form.counts_move = G > 1 && r.model.has_type(trait_mixture);
+  count_masks(d, form);
+  form.by_masks = true;
+}
+
+void allocate_work(scan_records& r) {
+  residual_form& form = r.work.fast;
+  const std::int64_t nt = r.model.nt;
+  std::int64_t longest = 0;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) longest = std::max(longest, extent_of(r.layout, g));
+  allocate(r.report, form.E, "E", routine, r.design.nobs, nt);
+  allocate(r.report, form.change, "change", routine, longest);
+  allocate(r.report, form.W, "W", routine, records_of_block, nt);
+  allocate(r.report, form.weighed, "weighed", routine, nt);
+  allocate(r.report, form.copies, "copies", routine, (side_copies - 1) * most_copied);
+  std::size_t terms = 0;
+  for (const group_form& group : form.groups) terms = std::max(terms, group.terms.size());
+  allocate(r.report, form.multipliers, "multipliers", routine, static_cast<std::int64_t>(terms));
+  allocate(r.report, form.normals, "normals", routine,
+           std::max<std::int64_t>(normals_at_once, records_of_block * nt));
+  allocate(r.report, form.square_done, "square_done", routine, r.model.nramat);
+  allocate(r.report, form.square, "square", routine,
+           std::int64_t{largest_written_order} * (largest_written_order + 1) / 2, r.model.nramat);
+}
+
+bool shares_one_matrix(const scan_records& r, const run_frame& f) {
+  if (r.model.has_weights()) return false;
+  if (f.analysis_type > 0) return r.sampler.G == 1;
+  for (std::int32_t irec = 2; irec <= r.design.nobs; ++irec)
+    if (r.design.C_ISIT_M(irec) != r.design.C_ISIT_M(1) || r.design.IRESG_M(irec) != r.design.IRESG_M(1))
+      return false;
+  return true;
+}
+
+} // namespace
+
+void count_masks(const design_store& design, residual_form& form) {
+  form.counts.fill(0);
+  for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
+    ++form.counts(form.mask_of(irec) + 1, design.IRESG_M(irec));
+}
+
+bool coefficient_changes(const scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t e) {
+  if (r.design.XD6_M(e, irec) > 0) return true;
+  if (f.nfeto == 0) return false;
+  const group_kind kind = r.layout.group(r.design.XD3_M(e, irec)).kind;
+  return kind == group_kind::plain_regressions || kind == group_kind::nested_regression;
+}
+
+void build_residual_form(scan_records& r, const run_frame& f) {
+  residual_form& form = r.work.fast;
+  form = residual_form{};
+  form.state = form_state::refused;
+  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r, f)) return;
+  form.constant_R = f.analysis_type < 3;
+  form.one_matrix = shares_one_matrix(r, f);
+  allocate_rows(r.report, form.groups, "groups", routine, r.layout.ngroups);
+  // mixtures move records between residual groups
+  if (r.sampler.G > 1 && r.model.has_type(trait_mixture))
+    for (group_form& group : form.groups) group.changing = true;
+  build_slots(r, f);
+  build_terms(r, f);
+  build_classes(r, f);
+  build_masks(r);
+  allocate_work(r);
+  form.state = form_state::ready;
+}
+
+} // namespace zeph
