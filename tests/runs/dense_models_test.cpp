@@ -3,6 +3,7 @@
 // solve, and every solution agrees to 1e-6 of the largest one.
 #include "runs/dense_solution.h"
 #include "runs/made_farm.h"
+#include "runs/two_bodies.h"
 
 #include <gtest/gtest.h>
 
@@ -35,16 +36,41 @@ protected:
     const dense_equations equations(d);
     last = compare(equations, solved.solution);
     EXPECT_LT(last.error, bound) << "worst at " << last.worst << '\n' << solved.messages;
+    for (const char* analysis : {"solve", "sums", "predict", "gibbs"}) bodies_agree(toml, analysis);
     RecordProperty("error", std::to_string(last.error * 1e9) + "e-9");
     RecordProperty("unknowns", static_cast<int>(last.unknowns));
     RecordProperty("rank", static_cast<int>(last.rank));
     return solved;
+  }
+  // Both bodies of the scan in this model under an analysis that it allows.
+  void bodies_agree(std::string toml, const std::string& analysis) {
+    const std::string solve = "analysis = \"solve\"";
+    toml.replace(toml.find(solve), solve.size(),
+                 "interval = 1\nseeds = [3, 4]\nanalysis = \"" + analysis + "\"");
+    scratch_directory other;
+    farm.write_into(other);
+    for (const auto& file : std::filesystem::directory_iterator(directory.path()))
+      if (file.is_regular_file() && !std::filesystem::exists(other / file.path().filename().string()))
+        std::filesystem::copy_file(file.path(), other / file.path().filename().string());
+    other.write("model.toml", toml);
+    zeph::prepare::message_log log;
+    const zeph::prepare::model_description d = zeph::prepare::read_description(other / "model.toml", log);
+    if (zeph::prepare::exit_code(log) != 0) return;
+    const zeph::prepare::prepared_model p = zeph::prepare::assemble_model(d, {}, log);
+    if (zeph::prepare::exit_code(log) != 0 ||
+        !zeph::prepare::write_work_directory(d, p, other / "work/", zeph::prepare::full_text(log)).ok)
+      return;
+    const bodies_apart apart = compare_bodies(other, "work", analysis == "solve" ? 3 : 10);
+    EXPECT_LT(apart.rhs, 1e-10) << analysis;
+    EXPECT_LT(std::max({apart.sol, apart.matrices, apart.sums}), 1e-9) << analysis;
+    compared += apart.ran && apart.fast ? 1 : 0;
   }
   void expect_full_rank() const { EXPECT_EQ(last.rank, last.unknowns); }
 
   scratch_directory directory;
   made_farm farm{20231};
   agreement last;
+  int compared = 0; // analyses in which both bodies ran
 };
 
 const fixed_term sex{"sex", {"sex"}}, herd{"herd", {"herd"}}, mean{"mean", {}}, season{"season", {"season"}};
