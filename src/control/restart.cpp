@@ -125,14 +125,31 @@ void say_seeds(reporting& report, bool same) {
   say(report);
 }
 
+// The state must be one that draws can have left.
+void check_marsaglia(const marsaglia_state& state, reporting& report) {
+  const auto wrong = [&](std::string_view name, const std::string& value, std::string_view rule) {
+    illegal_input(report, parameters_file, name, {}, value, rule);
+  };
+  for (const auto& [name, place] : {std::pair{"I97", state.I97}, std::pair{"J97", state.J97}})
+    if (place < 1 || place > 97) wrong(name, std::to_string(place), "1..97");
+  if (ranmar_possible(state)) return;
+  for (std::size_t i = 0; i < state.U.size(); ++i)
+    if (!ranmar_number(state.U[i]))
+      illegal_input(report, parameters_file, "U", {static_cast<std::int64_t>(i + 1)},
+                    trimmed_real(state.U[i]), "a multiple of 2**-24 in [0,1)");
+  constexpr double CD = marsaglia_source::CD * marsaglia_source::unit;
+  constexpr double CM = marsaglia_source::CM * marsaglia_source::unit;
+  if (state.CD != CD) wrong("CD", trimmed_real(state.CD), "7654321/2**24");
+  if (state.CM != CM) wrong("CM", trimmed_real(state.CM), "16777213/2**24");
+  if (!ranmar_number(state.C, CM)) wrong("C", trimmed_real(state.C), "a multiple of 2**-24 in [0,CM)");
+  wrong("J97", std::to_string(state.J97), "I97-64 or I97+33");
+}
+
 void read_sources(random_sources& sources, const run_frame& frame, sequential_reader& in, reporting& report) {
   std::int32_t seeds[2] = {}, current[2] = {};
   if (take_record(in, seeds, 2) != 0 || take_record(in, current, 2) != 0) fail_parameters(report, "");
   if (ranmar_read(sources.marsaglia, in) != 0) fail_parameters(report, "");
-  const marsaglia_state& state = sources.marsaglia.live;
-  for (const auto& [name, place] : {std::pair{"I97", state.I97}, std::pair{"J97", state.J97}})
-    if (place < 1 || place > 97)
-      illegal_input(report, parameters_file, name, {}, std::to_string(place), "1..97");
+  check_marsaglia(sources.marsaglia.saved, report);
 
   const bool same = seeds[0] == frame.seed_a && seeds[1] == frame.seed_b;
   say_seeds(report, same);

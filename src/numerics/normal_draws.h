@@ -68,15 +68,93 @@ template <class real, class uniforms> real fl5_normal(uniforms&& next) {
   return std::copysign(aa + w, side); // without a branch: the sign is a coin
 }
 
-// One standard normal. The first form holds the state of the source in the
-// caller's locals, for loops that draw often; both leave the same state.
-inline double ranmar_snorm(ranmar_draws& draws) {
-  return fl5_normal<double>([&draws] { return draws.next(); });
-}
-double ranmar_snorm(marsaglia_source& source);
+// What FL5 makes at once of the first uniform v 2^-24, v = 1..2^24-1, of a draw of
+// the Marsaglia source. Its leading 6 bits j are sign and interval, the other 18 bits
+// f the place in it. Above the threshold of the interval the deviate is A + (f - T) H,
+// with every operation rounded as in fl5_normal: 2^18 is only moved from factor to factor.
+struct fl5_cell {
+  double T, H, A;      // T(i) 2^18; H(i) 2^-18 and A(i) with the sign of the deviate
+  std::uint32_t limit; // the largest v that does not give it at once; in the tail none does
+};
+struct fl5_cells {
+  static constexpr int bits = 18;
+  static constexpr double places = 1 << bits;
+  fl5_cell of[64]{};
+  constexpr fl5_cells() {
+    using table = fl5_tables<double>;
+    for (int j = 0; j < 64; ++j) {
+      const int i = j % 32;
+      const double sign = j < 32 ? 1.0 : -1.0;
+      const std::uint32_t first = static_cast<std::uint32_t>(j) << bits; // smallest v of the cell
+      of[j] = {0.0, 0.0, 0.0, first + (1U << bits) - 1};
+      if (i == 0) continue; // the tail; in j = 32 also the uniform 1/2
+      const double T = table::T[i - 1] * places;
+      of[j] = {T, sign * table::H[i - 1] / places, sign * table::A[i - 1],
+               first + static_cast<std::uint32_t>(T)};
+    }
+  }
+};
+inline constexpr fl5_cells fl5_first;
 
-// n standard normals into x(1..n), the same as n calls. n <= 0 draws nothing.
+inline const fl5_cell& fl5_cell_of(std::int32_t v) {
+  return fl5_first.of[static_cast<std::uint32_t>(v) >> fl5_cells::bits];
+}
+constexpr std::int32_t fl5_place_of(std::int32_t v) { return v & ((1 << fl5_cells::bits) - 1); }
+
+// One standard normal whose first uniform, still to be drawn, does not give it at once.
+double ranmar_snorm_in_wedge(marsaglia_source& source);
+
+// One standard normal.
+inline double ranmar_snorm(marsaglia_source& source) {
+  if (source.used == source.count) [[unlikely]]
+    ranmar_refill(source);
+  const std::int32_t v = source.uni[static_cast<std::size_t>(source.used + 1)];
+  const fl5_cell& cell = fl5_cell_of(v);
+  if (static_cast<std::uint32_t>(v) <= cell.limit) [[unlikely]]
+    return ranmar_snorm_in_wedge(source);
+  ++source.used;
+  return cell.A + (fl5_place_of(v) - cell.T) * cell.H;
+}
+
+// n standard normals into x(1..n), the same as n calls, faster from n = 16 on.
+// n <= 0 draws nothing.
 void ranmar_snorms(marsaglia_source& source, double* x, std::int64_t n);
+
+// Draws of a source for loops that take normals one by one in large numbers: they are
+// made in rows that grow from 16 to 256. The source stands where repeated calls would
+// have left it when this object ends, also by a stop, and after give_back; until then
+// nobody else may draw from it. An unstarted source stops.
+class ranmar_draws {
+public:
+  explicit ranmar_draws(marsaglia_source& source) : source_(source) {
+    if (!source.TEST) ranmar_refill(source);
+  }
+  ~ranmar_draws() { give_back(); }
+  ranmar_draws(const ranmar_draws&) = delete;
+  ranmar_draws& operator=(const ranmar_draws&) = delete;
+
+  double normal() {
+    if (at_ == made_) [[unlikely]]
+      make_row();
+    return z_[at_++];
+  }
+  double next() { // a uniform
+    give_back();
+    return RANMAR(source_);
+  }
+  void give_back();
+
+private:
+  static constexpr std::int32_t most = 256;
+  void make_row();
+  marsaglia_source& source_;
+  std::int32_t at_ = 0, made_ = 0; // normals taken and made of the row
+  std::int32_t uniforms_ = 0;      // that the row takes
+  std::int32_t length_ = 8;        // uniforms looked at for the row
+  double z_[most];
+  std::uint8_t begins_[2 * most + 8]; // begins_[p] = 1: uniform p is the first of a normal
+};
+inline double ranmar_snorm(ranmar_draws& draws) { return draws.normal(); }
 
 // n deviates into x(1..n) by this program's variant of the method of
 // A. J. Kinderman and J. G. Ramage, Computer generation of normal random

@@ -2,11 +2,71 @@
 
 #include "formats/free_format.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <string_view>
 
 namespace zeph {
 
 // ---- Marsaglia source ----
+
+namespace {
+
+constexpr std::int32_t one = marsaglia_source::one;
+constexpr std::int32_t CD = marsaglia_source::CD, CM = marsaglia_source::CM;
+
+// C after r more steps
+std::int32_t stepped(std::int32_t c, std::int64_t r) {
+  const std::int64_t rest = (c - r * CD) % CM;
+  return static_cast<std::int32_t>(rest < 0 ? rest + CM : rest);
+}
+
+// The place of the next draw after r more, r <= 96 + block
+std::int32_t place_after(std::int32_t I97, std::int32_t r) {
+  const std::int32_t i = (I97 - r) % 97;
+  return i <= 0 ? i + 97 : i;
+}
+
+// Moves the head of the block by r of its numbers.
+void advance(marsaglia_source& s, std::int32_t r) {
+  if (r == 0) return;
+  std::copy_n(s.U.begin() + r, 97, s.U.begin());
+  s.C = stepped(s.C, r);
+  s.I97 = place_after(s.I97, r);
+}
+
+// Four numbers; four such groups are on their way at once.
+using four = std::int32_t __attribute__((vector_size(16)));
+constexpr int groups = 4, lanes = 4 * groups;
+static_assert(marsaglia_source::block % lanes == 0 && lanes <= 33); // 33: the shorter lag
+
+four four_at(const std::int32_t* x) {
+  four values;
+  std::memcpy(&values, x, sizeof values);
+  return values;
+}
+
+// The block behind its head: U and uni, zeros included. True when there are any.
+bool make_block(marsaglia_source& s) {
+  constexpr auto step = static_cast<std::int32_t>(std::int64_t{lanes} * CD % CM);
+  four c[groups], zero{};
+  for (int l = 0; l < lanes; ++l) c[l / 4][l % 4] = stepped(s.C, l + 1);
+  std::int32_t *u = s.U.data() + 97, *uni = s.uni.data() + 1;
+  for (int n = 0; n < marsaglia_source::block; n += lanes)
+    for (int g = 0; g < groups; ++g, u += 4, uni += 4) {
+      const four x = (four_at(u - 97) - four_at(u - 33)) & (one - 1);
+      const four drawn = (x - c[g]) & (one - 1);
+      std::memcpy(u, &x, sizeof x);
+      std::memcpy(uni, &drawn, sizeof drawn);
+      zero |= drawn - 1; // negative where a number is 0
+      c[g] -= step;
+      c[g] += (c[g] >> 31) & CM;
+    }
+  return (zero[0] | zero[1] | zero[2] | zero[3]) < 0;
+}
+
+} // namespace
 
 void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
   if (ij < 0 || ij > 31328 || kl < 0 || kl > 30081) {
@@ -18,7 +78,7 @@ void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
   std::int32_t j = ij % 177 + 2;
   std::int32_t k = kl / 169 % 178 + 1;
   std::int32_t l = kl % 169;
-  marsaglia_state& state = source.live;
+  marsaglia_state state;
   for (double& u : state.U) {
     double s = 0.0, t = 0.5;
     for (int bit = 1; bit <= 24; ++bit) {
@@ -38,20 +98,82 @@ void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
   state.I97 = 97;
   state.J97 = 33;
   state.TEST = true;
-  ranmar_save(source);
+  ranmar_restore(source, state);
+  source.saved = state;
 }
 
-void ranmar_not_started(reporting& report) {
-  say(report, " Call the init routine (RMARIN) before calling RANMAR");
-  stop_run(report, exit_diagnosed);
+void ranmar_refill(marsaglia_source& source) {
+  if (!source.TEST) {
+    say(*source.report, " Call the init routine (RMARIN) before calling RANMAR");
+    stop_run(*source.report, exit_diagnosed);
+  }
+  source.uni[0] = source.uni[static_cast<std::size_t>(source.count)];
+  source.used = 0;
+  const auto first = source.uni.begin() + 1;
+  for (std::int32_t passed = source.count;;) {
+    advance(source, passed);
+    source.count = marsaglia_source::block;
+    if (!make_block(source)) return;
+    // zeros: those at the head are passed over, the next one ends the block
+    const auto drawn = std::find_if(first, source.uni.end(), [](std::int32_t v) { return v != 0; });
+    passed = static_cast<std::int32_t>(drawn - first);
+    if (passed > 0) continue;
+    source.count = static_cast<std::int32_t>(std::find(first, source.uni.end(), 0) - first);
+    return;
+  }
 }
 
 void ranmar_fill(marsaglia_source& source, double* x, std::int64_t n) {
-  ranmar_draws draws(source);
-  for (std::int64_t i = 0; i < n; ++i) x[i] = draws.next();
+  while (n > 0) {
+    if (source.used == source.count) ranmar_refill(source);
+    const std::int64_t ready = std::min<std::int64_t>(n, source.count - source.used);
+    const std::int32_t* uni = source.uni.data() + 1 + source.used;
+    for (std::int64_t i = 0; i < ready; ++i) x[i] = uni[i] * marsaglia_source::unit;
+    source.used += static_cast<std::int32_t>(ready);
+    x += ready;
+    n -= ready;
+  }
 }
 
-void ranmar_save(marsaglia_source& source) { source.saved = source.live; }
+marsaglia_state ranmar_state(const marsaglia_source& source) {
+  marsaglia_state state;
+  if (!source.TEST) return state;
+  // U(n) stands one place below U(n-1); I97 is the place of the oldest number
+  state.I97 = place_after(source.I97, source.used);
+  state.J97 = place_after(state.I97, 64);
+  const std::int32_t* last = source.U.data() + 96 + source.used;
+  for (std::int32_t back = 0; back < 97; ++back)
+    state.U[static_cast<std::size_t>((state.I97 + back) % 97)] = last[-back] * marsaglia_source::unit;
+  state.C = stepped(source.C, source.used) * marsaglia_source::unit;
+  state.CD = CD * marsaglia_source::unit;
+  state.CM = CM * marsaglia_source::unit;
+  state.TEST = true;
+  return state;
+}
+
+bool ranmar_number(double x, double limit) {
+  return x >= 0.0 && x < limit && x * one == std::floor(x * one);
+}
+
+bool ranmar_possible(const marsaglia_state& state) {
+  return std::all_of(state.U.begin(), state.U.end(), [](double u) { return ranmar_number(u); }) &&
+         ranmar_number(state.C, state.CM) && state.CD * one == CD && state.CM * one == CM &&
+         state.I97 >= 1 && state.I97 <= 97 && state.J97 == place_after(state.I97, 64);
+}
+
+void ranmar_restore(marsaglia_source& source, const marsaglia_state& state) {
+  source.uni[0] = source.uni[static_cast<std::size_t>(source.used)]; // stays the last one drawn
+  source.count = source.used = 0;
+  source.TEST = state.TEST && ranmar_possible(state);
+  if (!source.TEST) return;
+  source.I97 = state.I97;
+  source.C = static_cast<std::int32_t>(state.C * one);
+  for (std::int32_t back = 0; back < 97; ++back)
+    source.U[static_cast<std::size_t>(96 - back)] =
+        static_cast<std::int32_t>(state.U[static_cast<std::size_t>((state.I97 + back) % 97)] * one);
+}
+
+void ranmar_save(marsaglia_source& source) { source.saved = ranmar_state(source); }
 
 bool ranmar_write(const marsaglia_source& source, sequential_writer& file) {
   const marsaglia_state& s = source.saved;
@@ -69,7 +191,7 @@ bool ranmar_write(const marsaglia_source& source, sequential_writer& file) {
 int ranmar_read(marsaglia_source& source, sequential_reader& file) {
   const int code = file.next();
   if (code != 0) return code;
-  marsaglia_state& s = source.live;
+  marsaglia_state& s = source.saved;
   file.take(s.U.data(), static_cast<std::int64_t>(s.U.size()));
   file.take(s.C);
   file.take(s.CD);
@@ -77,7 +199,7 @@ int ranmar_read(marsaglia_source& source, sequential_reader& file) {
   file.take(s.I97);
   file.take(s.J97);
   file.take(s.TEST);
-  ranmar_save(source);
+  if (file.code() == 0) ranmar_restore(source, s);
   return file.code();
 }
 

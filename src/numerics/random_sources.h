@@ -18,103 +18,97 @@
 #include "formats/sequential_file.h"
 
 #include <array>
-#include <bit>
 #include <cstdint>
 
 namespace zeph {
 
 // ---- Marsaglia source ----
 
+// The state as the published routine and the record of a restart have it. All
+// numbers are multiples of 2^-24 in [0,1).
 struct marsaglia_state {
-  std::array<double, 97> U{}; // U(1..97), U(i) is U[i-1]; multiples of 2^-24 in [0,1)
+  std::array<double, 97> U{}; // U(1..97), U(i) is U[i-1]: the lagged sequence
   double C = 0.0;             // the arithmetic sequence: C, its step CD, modulus CM
   double CD = 0.0;
   double CM = 0.0;
-  std::int32_t I97 = 0; // 1..97, places in U of the next draw
-  std::int32_t J97 = 0;
-  bool TEST = false; // logical: the state has been started or restored
+  std::int32_t I97 = 0; // 1..97, places in U of the next draw: J97 is 64 below
+  std::int32_t J97 = 0; // I97, or 33 above it
+  bool TEST = false;    // logical: the state has been started or restored
 };
 
+// The source in whole numbers of 2^-24, with a block of numbers drawn ahead:
+//   U(n) = U(n-97) - U(n-33) mod 2^24, C(n) = C(n-1) - CD mod CM,
+//   uni(n) = U(n) - C(n) mod 2^24
+// A number depends on numbers at least 33 before it, so that a block is made by
+// vectors. Where the chain stands is told by `used`; ranmar_state gives the state
+// that as many single draws would have left. Only the routines below look inside.
 struct marsaglia_source {
   explicit marsaglia_source(reporting& run_report) : report(&run_report) {}
+  static constexpr std::int32_t block = 256;       // numbers of a block, a multiple of 32
+  static constexpr double unit = 1.0 / 16777216.0; // 2^-24
+  static constexpr std::int32_t one = 16777216;    // 1 in that unit
+  static constexpr std::int32_t CD = 7654321, CM = 16777213;
+
   reporting* report;
-  marsaglia_state live;      // behind the draws
-  marsaglia_state saved;     // s_U, s_C, ..: the live state at the last ranmar_save
-  double last_uniform = 0.0; // the uniform drawn last
+  marsaglia_state saved;                     // s_U, s_C, ..: the state at the last ranmar_save
+  bool TEST = false;                         // the source has been started or restored
+  std::int32_t I97 = 0;                      // of the state before the block
+  std::int32_t C = 0;                        // of the state before the block
+  std::int32_t count = 0;                    // uniforms of the block, up to its end or to an exact 0
+  std::int32_t used = 0;                     // of which so many have been drawn
+  std::array<std::int32_t, 97 + block> U{};  // the 97 numbers before the block, then its own
+  std::array<std::int32_t, 1 + block> uni{}; // the last uniform before the block, then its own
 };
+
+class ranmar_draws; // a source held by a loop of many draws: normal_draws.h
 
 // Starts the source from ij = 0..31328, kl = 0..30081, saved too; any other value stops.
 void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl);
 
-[[noreturn]] void ranmar_not_started(reporting& report);
+// Makes the next block once the last one has been used up; a draw follows. An exact
+// 0, which the published routine can give, is passed over, so that a logarithm of
+// a uniform is always defined. An unstarted source stops.
+void ranmar_refill(marsaglia_source& source);
 
-// Draws with the places and C of a started source in local variables, for loops
-// that draw often; they go back when this object ends, also by a stop. Until
-// then nobody else may draw from the source. An unstarted source stops.
-class ranmar_draws {
-public:
-  explicit ranmar_draws(marsaglia_source& source)
-      : source_(source), u_(source.live.U.data()), c_(source.live.C), cd_(source.live.CD),
-        cm_(source.live.CM), i_(source.live.I97 - 1), j_(source.live.J97 - 1), last_(source.last_uniform) {
-    if (!source.live.TEST) ranmar_not_started(*source.report);
-  }
-  ~ranmar_draws() {
-    source_.live.C = c_;
-    source_.live.I97 = i_ + 1;
-    source_.live.J97 = j_ + 1;
-    source_.last_uniform = last_;
-  }
-  ranmar_draws(const ranmar_draws&) = delete;
-  ranmar_draws& operator=(const ranmar_draws&) = delete;
-
-  // The next uniform in (0,1). An exact 0, which the published routine can
-  // give, is drawn again, so that a logarithm of a uniform is always defined.
-  double next() {
-    double uni;
-    do {
-      uni = u_[i_] - u_[j_];
-      uni += one_if_negative(uni);
-      u_[i_] = uni;
-      i_ = i_ == 0 ? 96 : i_ - 1;
-      j_ = j_ == 0 ? 96 : j_ - 1;
-      c_ -= cd_;
-      if (c_ < 0.0) c_ += cm_;
-      uni -= c_;
-      uni += one_if_negative(uni);
-    } while (uni == 0.0);
-    return last_ = uni;
-  }
-
-private:
-  // 1 for x < 0, otherwise 0; x is never -0. By the bits, without a branch: the
-  // signs here are as good as coins, and no processor foresees them.
-  static double one_if_negative(double x) {
-    const std::int64_t all_if_negative = std::bit_cast<std::int64_t>(x) >> 63;
-    return std::bit_cast<double>(std::bit_cast<std::int64_t>(1.0) & all_if_negative);
-  }
-  marsaglia_source& source_;
-  double* u_;
-  double c_, cd_, cm_;
-  std::int32_t i_, j_; // 0-based
-  double last_;
-};
-
-// One uniform; stops when the source has not been started.
-inline double RANMAR(marsaglia_source& source) { return ranmar_draws(source).next(); }
+// One uniform in (0,1); stops when the source has not been started.
+inline double RANMAR(marsaglia_source& source) {
+  if (source.used == source.count) [[unlikely]]
+    ranmar_refill(source);
+  return source.uni[static_cast<std::size_t>(++source.used)] * marsaglia_source::unit;
+}
 
 // n uniforms, the same as n calls of RANMAR. n <= 0 draws nothing.
 void ranmar_fill(marsaglia_source& source, double* x, std::int64_t n);
 
-// Copies the live state to the saved one.
+// The uniform drawn last; 0 before the first draw.
+inline double ranmar_last(const marsaglia_source& source) {
+  return source.uni[static_cast<std::size_t>(source.used)] * marsaglia_source::unit;
+}
+
+// The state that repeated calls of RANMAR would have left; all 0 before the start.
+marsaglia_state ranmar_state(const marsaglia_source& source);
+
+// Is x a multiple of 2^-24, not below 0 and below `limit`?
+bool ranmar_number(double x, double limit = 1.0);
+
+// Can the state have come from draws: U ranmar numbers below 1 and C one below CM, CD
+// and CM those of the source, I97 in 1..97 and J97 64 below or 33 above it?
+bool ranmar_possible(const marsaglia_state& state);
+
+// Goes on from a state. One that is not possible, or not started, leaves the
+// source unstarted.
+void ranmar_restore(marsaglia_source& source, const marsaglia_state& state);
+
+// Copies the state to the saved one.
 void ranmar_save(marsaglia_source& source);
 
 // The saved state as one record of 812 bytes: U, C, CD, CM, I97, J97, TEST.
 // False when the writer has failed.
 bool ranmar_write(const marsaglia_source& source, sequential_writer& file);
 
-// The next record of `file` into the live and the saved state: 0, or the code of the read,
-// when part of the state may have been filled. The reader of a restart checks
-// that I97 and J97 lie within 1..97.
+// The next record of `file` into the saved state, from which the source goes on:
+// 0, or the code of the read, when part of the saved state may have been filled and
+// the source goes on as before. The reader of a restart checks that the state is possible.
 int ranmar_read(marsaglia_source& source, sequential_reader& file);
 
 // ---- Combined source ----
@@ -171,20 +165,29 @@ std::int32_t MLTMOD(reporting& report, std::int32_t a, std::int32_t s, std::int3
 // Sets the constants and the default seeds where that has not been done.
 void combined_default_start(combined_source& source);
 
+// a s mod m in 0..m-1, for any s and m = 2^31 - d with small d: 2^31 is d mod m, and
+// a s lies below 2^47, so that m is seldom left to subtract, or for s < 0 to add.
+template <std::int32_t a, std::int32_t m> std::int32_t congruential_step(std::int32_t s) {
+  constexpr std::int64_t two_31 = std::int64_t{1} << 31, d = two_31 - m;
+  static_assert(a < 1 << 16 && d < 1 << 8);
+  const std::int64_t product = std::int64_t{a} * s;
+  std::int64_t rest = (product >> 31) * d + (product & (two_31 - 1));
+  if (static_cast<std::uint64_t>(rest) >= m) [[unlikely]]
+    rest += rest < 0 ? m : -m;
+  return static_cast<std::int32_t>(rest);
+}
+
 // One step of the current generator, 1..2147483562. A source without seeds is
 // first seeded as by SETALL(1234567890, 123456789). Never stops.
 inline std::int32_t next_integer(combined_source& source) {
-  if (!source.qrgnin || !source.qrgnsd) combined_default_start(source);
+  if (!source.qrgnin || !source.qrgnsd) [[unlikely]]
+    combined_default_start(source);
   virtual_generator& g = source.generators[static_cast<std::size_t>(source.curntg - 1)];
-  std::int32_t k = g.cg1 / 53668; // m1 = 53668 a1 + 12211, m2 = 52774 a2 + 3791
-  g.cg1 = source.a1 * (g.cg1 - k * 53668) - k * 12211;
-  if (g.cg1 < 0) g.cg1 += source.m1;
-  k = g.cg2 / 52774;
-  g.cg2 = source.a2 * (g.cg2 - k * 52774) - k * 3791;
-  if (g.cg2 < 0) g.cg2 += source.m2;
-  std::int32_t z = g.cg1 - g.cg2;
-  if (z < 1) z += source.m1 - 1;
-  return g.qanti ? source.m1 - z : z;
+  g.cg1 = congruential_step<combined_source::a1, combined_source::m1>(g.cg1);
+  g.cg2 = congruential_step<combined_source::a2, combined_source::m2>(g.cg2);
+  const std::int32_t z = g.cg1 - g.cg2;
+  const std::int32_t drawn = z < 1 ? z + combined_source::m1 - 1 : z;
+  return g.qanti ? combined_source::m1 - drawn : drawn;
 }
 
 // The integer as a 32-bit uniform in (0,1). The factor, in 32 bits, is 2**-31.

@@ -215,7 +215,7 @@ TEST(gparlast, of_a_run_without_rounds_has_both_sources_as_they_were_started) {
   EXPECT_EQ(records[2], framed(bytes<std::int32_t>({1234567890, 123456789})));
   double first = 0;
   std::memcpy(&first, records[3].data() + 4, 8);
-  EXPECT_EQ(first, c.sources.marsaglia.live.U[0]);
+  EXPECT_EQ(first, ranmar_state(c.sources.marsaglia).U[0]);
 }
 
 TEST(gparlast, without_the_stores_of_the_draws_stops) {
@@ -311,8 +311,9 @@ TEST(r_parm, saved_state_is_restored_with_the_live_one) {
   chain_state c;
   c.take(state_file());
   c.read_first();
-  EXPECT_EQ(c.sources.marsaglia.saved.U, c.sources.marsaglia.live.U);
-  EXPECT_EQ(c.sources.marsaglia.saved.I97, c.sources.marsaglia.live.I97);
+  const marsaglia_state state = ranmar_state(c.sources.marsaglia);
+  EXPECT_EQ(c.sources.marsaglia.saved.U, state.U);
+  EXPECT_EQ(c.sources.marsaglia.saved.I97, state.I97);
   EXPECT_TRUE(c.sources.marsaglia.saved.TEST);
 }
 
@@ -423,6 +424,35 @@ TEST(r_parm, places_of_the_marsaglia_source_outside_1_to_97_are_illegal_input) {
       EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { c.read_first(); }),
                 reading + from_round + illegal_input_text("r_parm", name, std::to_string(value), "1..97"));
     }
+}
+
+TEST(r_parm, state_that_the_marsaglia_source_cannot_have_is_illegal_input) {
+  struct fault {
+    std::size_t place; // bytes into the record
+    double value;
+    std::string item, text, rule;
+  };
+  const std::string in_0_1 = "a multiple of 2**-24 in [0,1)";
+  for (const fault& x :
+       {fault{0, 1.0, "U(1)", "1.0", in_0_1},
+        fault{96 * 8, 0x1p-25, "U(97)", "2.980232238769531E-08", in_0_1},
+        fault{8, std::nan(""), "U(2)", "NaN", in_0_1},
+        fault{776, 16777213 * 0x1p-24, "C", "0.9999998211860657", "a multiple of 2**-24 in [0,CM)"},
+        fault{784, 0.5, "CD", "0.5", "7654321/2**24"}, fault{792, 0.5, "CM", "0.5", "16777213/2**24"}}) {
+    std::vector<std::string> records = records_of(state_file());
+    std::memcpy(records[3].data() + 4 + x.place, &x.value, 8);
+    chain_state c;
+    c.take(joined(records, records.size()));
+    EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { c.read_first(); }),
+              reading + from_round + illegal_input_text("r_parm", x.item, x.text, x.rule));
+  }
+  std::vector<std::string> records = records_of(state_file());
+  const std::int32_t near_I97 = 95; // one draw: I97 is 96
+  std::memcpy(records[3].data() + 4 + 804, &near_I97, 4);
+  chain_state c;
+  c.take(joined(records, records.size()));
+  EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { c.read_first(); }),
+            reading + from_round + illegal_input_text("r_parm", "J97", "95", "I97-64 or I97+33"));
 }
 
 TEST(r_parm, residual_group_outside_its_range_is_illegal_input) {

@@ -129,7 +129,7 @@ TEST(start_missing_traits, are_drawn_around_zero_record_by_record_and_stored_in_
   start_missing_traits(all);
 
   bare_case alone; // the same draws, one record after the other
-  alone.sources.marsaglia.live = same.live;
+  ranmar_restore(alone.sources.marsaglia, ranmar_state(same));
   std::int32_t normals = 0;
   for (std::int32_t r = 1; r <= 4; ++r) {
     alone.work.res.fill(0.0);

@@ -27,9 +27,9 @@ struct seeded : kept_listing {
 };
 
 bool equal_states(const marsaglia_source& a, const marsaglia_source& b) {
-  const marsaglia_state &x = a.live, &y = b.live;
+  const marsaglia_state x = ranmar_state(a), y = ranmar_state(b);
   return x.U == y.U && x.C == y.C && x.CD == y.CD && x.CM == y.CM && x.I97 == y.I97 && x.J97 == y.J97 &&
-         a.last_uniform == b.last_uniform;
+         ranmar_last(a) == ranmar_last(b);
 }
 bool equal_states(const combined_source& a, const combined_source& b) {
   const virtual_generator &x = a.generators[0], &y = b.generators[0];
@@ -100,6 +100,18 @@ TEST(ranmar_snorm, with_the_state_in_locals_leaves_what_scalar_draws_leave) {
   EXPECT_TRUE(equal_states(scalar.ranmar, local.ranmar));
   EXPECT_TRUE(equal_states(scalar.ranmar, filled.ranmar));
   EXPECT_EQ(ranmar_snorm(scalar.ranmar), ranmar_snorm(local.ranmar));
+}
+
+TEST(ranmar_draws, put_the_state_back_when_a_stop_passes) {
+  seeded one, other;
+  EXPECT_EQ(one.exit_code([&] {
+    ranmar_draws draws(one.ranmar);
+    for (int i = 0; i < 50; ++i) draws.normal();
+    stop_run(one.report, 16);
+  }),
+            16);
+  for (int i = 0; i < 50; ++i) ranmar_snorm(other.ranmar);
+  EXPECT_TRUE(equal_states(one.ranmar, other.ranmar));
 }
 
 // A uniform of 1/2 has sign 0 and the end of interval 31; the smallest uniforms
