@@ -153,10 +153,6 @@ constexpr std::int32_t shortest = 16, longest = 256; // uniforms looked at
 constexpr std::int32_t beyond = 4;                   // of in_wedge and in_tail
 constexpr std::int32_t marks = longest + marsaglia_source::block + 8;
 
-struct made {
-  std::int32_t normals, uniforms; // how many normals, and the uniforms that they take
-};
-
 // Uniforms that a row of at most n normals may look at, and that the source has ready;
 // 0 when these are too few.
 std::int32_t looked_at(const marsaglia_source& source, std::int64_t n) {
@@ -218,19 +214,19 @@ std::int32_t settle(const std::int32_t* v, std::int32_t& m, std::int32_t ready, 
   return std::max(m, next);
 }
 
-// Normals z from the next m ready uniforms as the first ones; the source stays.
-// begins: of length `marks`
-made normals(const marsaglia_source& source, std::int32_t m, double* z, std::uint8_t* begins) {
+// The normals z that begin within the next m uniforms: how many.
+std::int32_t normals(marsaglia_source& source, std::int32_t m, double* z) {
   const std::int32_t* v = source.uni.data() + 1 + source.used;
+  std::uint8_t begins[marks];
   open_uniforms open;
   begin_everywhere(v, m, z, open);
-  const std::int32_t taken = settle(v, m, source.count - source.used, open, z, begins);
+  source.used += settle(v, m, source.count - source.used, open, z, begins);
   std::size_t n = 0;
   for (std::size_t p = 0; p < static_cast<std::size_t>(m); ++p) {
     z[n] = z[p];
     n += begins[p];
   }
-  return {static_cast<std::int32_t>(n), taken};
+  return static_cast<std::int32_t>(n);
 }
 
 } // namespace row
@@ -249,38 +245,13 @@ double ranmar_snorm_in_wedge(marsaglia_source& source) {
 }
 
 void ranmar_snorms(marsaglia_source& source, double* x, std::int64_t n) {
-  std::uint8_t begins[row::marks];
   while (n > 0) {
     const std::int32_t m = row::looked_at(source, n);
-    const row::made made = m > 0 ? row::normals(source, m, x, begins) : row::made{0, 0};
-    source.used += made.uniforms;
-    x += made.normals;
-    n -= made.normals;
+    const std::int32_t made = m > 0 ? row::normals(source, m, x) : 0;
+    x += made;
+    n -= made;
     if (n > 0) *x++ = ranmar_snorm(source), --n; // at the end of a block, or of a short rest
   }
-}
-
-void ranmar_draws::make_row() {
-  static_assert(most == row::longest && sizeof begins_ == row::marks);
-  give_back();
-  length_ = std::min(2 * length_, most);
-  const std::int32_t m = row::looked_at(source_, length_);
-  const row::made made = m > 0 ? row::normals(source_, m, z_, begins_) : row::made{0, 0};
-  made_ = made.normals;
-  uniforms_ = made.uniforms;
-  if (made_ > 0) return;
-  z_[0] = ranmar_snorm(source_); // already drawn from the source
-  made_ = 1;
-}
-
-void ranmar_draws::give_back() {
-  std::int32_t taken = uniforms_;
-  if (at_ < made_) { // up to the first uniform of the next normal
-    taken = 0;
-    for (std::int32_t begun = begins_[0]; begun <= at_; begun += begins_[taken]) ++taken;
-  }
-  source_.used += taken;
-  at_ = made_ = uniforms_ = 0;
 }
 
 void ranmar_kr_normals(marsaglia_source& source, double* x, std::int64_t n) {

@@ -116,45 +116,11 @@ inline double ranmar_snorm(marsaglia_source& source) {
   return cell.A + (fl5_place_of(v) - cell.T) * cell.H;
 }
 
+inline double ranmar_snorm(ranmar_draws& draws) { return ranmar_snorm(draws.source()); }
+
 // n standard normals into x(1..n), the same as n calls, faster from n = 16 on.
 // n <= 0 draws nothing.
 void ranmar_snorms(marsaglia_source& source, double* x, std::int64_t n);
-
-// Draws of a source for loops that take normals one by one in large numbers: they are
-// made in rows that grow from 16 to 256. The source stands where repeated calls would
-// have left it when this object ends, also by a stop, and after give_back; until then
-// nobody else may draw from it. An unstarted source stops.
-class ranmar_draws {
-public:
-  explicit ranmar_draws(marsaglia_source& source) : source_(source) {
-    if (!source.TEST) ranmar_refill(source);
-  }
-  ~ranmar_draws() { give_back(); }
-  ranmar_draws(const ranmar_draws&) = delete;
-  ranmar_draws& operator=(const ranmar_draws&) = delete;
-
-  double normal() {
-    if (at_ == made_) [[unlikely]]
-      make_row();
-    return z_[at_++];
-  }
-  double next() { // a uniform
-    give_back();
-    return RANMAR(source_);
-  }
-  void give_back();
-
-private:
-  static constexpr std::int32_t most = 256;
-  void make_row();
-  marsaglia_source& source_;
-  std::int32_t at_ = 0, made_ = 0; // normals taken and made of the row
-  std::int32_t uniforms_ = 0;      // that the row takes
-  std::int32_t length_ = 8;        // uniforms looked at for the row
-  double z_[most];
-  std::uint8_t begins_[2 * most + 8]; // begins_[p] = 1: uniform p is the first of a normal
-};
-inline double ranmar_snorm(ranmar_draws& draws) { return draws.normal(); }
 
 // n deviates into x(1..n) by this program's variant of the method of
 // A. J. Kinderman and J. G. Ramage, Computer generation of normal random

@@ -151,14 +151,12 @@ marsaglia_state ranmar_state(const marsaglia_source& source) {
   return state;
 }
 
-bool ranmar_number(double x, double limit) {
-  return x >= 0.0 && x < limit && x * one == std::floor(x * one);
-}
+bool ranmar_number(double x, double limit) { return x >= 0.0 && x < limit && x * one == std::floor(x * one); }
 
 bool ranmar_possible(const marsaglia_state& state) {
   return std::all_of(state.U.begin(), state.U.end(), [](double u) { return ranmar_number(u); }) &&
-         ranmar_number(state.C, state.CM) && state.CD * one == CD && state.CM * one == CM &&
-         state.I97 >= 1 && state.I97 <= 97 && state.J97 == place_after(state.I97, 64);
+         ranmar_number(state.C, state.CM) && state.CD * one == CD && state.CM * one == CM && state.I97 >= 1 &&
+         state.I97 <= 97 && state.J97 == place_after(state.I97, 64);
 }
 
 void ranmar_restore(marsaglia_source& source, const marsaglia_state& state) {

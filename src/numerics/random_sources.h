@@ -60,8 +60,6 @@ struct marsaglia_source {
   std::array<std::int32_t, 1 + block> uni{}; // the last uniform before the block, then its own
 };
 
-class ranmar_draws; // a source held by a loop of many draws: normal_draws.h
-
 // Starts the source from ij = 0..31328, kl = 0..30081, saved too; any other value stops.
 void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl);
 
@@ -76,6 +74,19 @@ inline double RANMAR(marsaglia_source& source) {
     ranmar_refill(source);
   return source.uni[static_cast<std::size_t>(++source.used)] * marsaglia_source::unit;
 }
+
+// A started source, handed on within a loop of draws: an unstarted one stops here.
+class ranmar_draws {
+public:
+  explicit ranmar_draws(marsaglia_source& source) : source_(source) {
+    if (!source.TEST) ranmar_refill(source);
+  }
+  marsaglia_source& source() { return source_; }
+  double next() { return RANMAR(source_); }
+
+private:
+  marsaglia_source& source_;
+};
 
 // n uniforms, the same as n calls of RANMAR. n <= 0 draws nothing.
 void ranmar_fill(marsaglia_source& source, double* x, std::int64_t n);

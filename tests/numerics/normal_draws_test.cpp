@@ -102,18 +102,6 @@ TEST(ranmar_snorm, with_the_state_in_locals_leaves_what_scalar_draws_leave) {
   EXPECT_EQ(ranmar_snorm(scalar.ranmar), ranmar_snorm(local.ranmar));
 }
 
-TEST(ranmar_draws, put_the_state_back_when_a_stop_passes) {
-  seeded one, other;
-  EXPECT_EQ(one.exit_code([&] {
-    ranmar_draws draws(one.ranmar);
-    for (int i = 0; i < 50; ++i) draws.normal();
-    stop_run(one.report, 16);
-  }),
-            16);
-  for (int i = 0; i < 50; ++i) ranmar_snorm(other.ranmar);
-  EXPECT_TRUE(equal_states(one.ranmar, other.ranmar));
-}
-
 // A uniform of 1/2 has sign 0 and the end of interval 31; the smallest uniforms
 // of either source end in a tail interval that the tables have.
 TEST(fl5, stays_inside_its_tables_for_extreme_uniforms) {
