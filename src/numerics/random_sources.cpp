@@ -50,8 +50,13 @@ four four_at(const std::int32_t* x) {
 // The block behind its head: U and uni, zeros included. True when there are any.
 bool make_block(marsaglia_source& s) {
   constexpr auto step = static_cast<std::int32_t>(std::int64_t{lanes} * CD % CM);
-  four c[groups]{}, zero{};
-  for (int l = 0; l < lanes; ++l) c[l / 4][l % 4] = stepped(s.C, l + 1);
+  std::int32_t first[lanes];
+  for (std::int32_t l = 0, C = s.C; l < lanes; ++l) {
+    C -= CD;
+    first[l] = C += CM & (C >> 31);
+  }
+  four c[groups], zero{};
+  for (int g = 0; g < groups; ++g) c[g] = four_at(first + 4 * g);
   std::int32_t *u = s.U.data() + 97, *uni = s.uni.data() + 1;
   for (int n = 0; n < marsaglia_source::block; n += lanes)
     for (int g = 0; g < groups; ++g, u += 4, uni += 4) {
