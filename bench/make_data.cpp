@@ -29,9 +29,11 @@ struct sizes {
   int traits = 2, generations = 5;
   std::int64_t herds = 40;
   std::uint64_t seed = 20;
-  std::int64_t litters = 0; // levels of an identity factor of all traits; 0: none
-  bool testdays = false;    // test-day records of one trait with curves in place of values
-  double missing = 0.0;     // share of missing observations, traits 2 and up
+  std::int64_t matings = 0, sires = 25; // pairs of a generation that have progeny; 0: every progeny its own
+  bool age = true;                      // a covariable, and a mean
+  std::int64_t litters = 0;             // levels of an identity factor of all traits; 0: none
+  bool testdays = false;                // test-day records of one trait with curves in place of values
+  double missing = 0.0;                 // share of missing observations, traits 2 and up
   std::string analysis = "solve";
   std::int64_t rounds = 2000, burnin = 0, interval = 1;
   std::string into = ".";
@@ -77,8 +79,8 @@ struct pedigree {
   std::vector<double> value;           // traits x animals
 };
 
-// Equal generations; parents come from the generation before, one sire to about
-// ten dams.
+// Equal generations; parents come from the generation before: one sire to about
+// ten dams, or a given number of sires and of pairs.
 pedigree make_pedigree(const sizes& s, normal_source& source) {
   pedigree p;
   const auto n = static_cast<std::size_t>(s.animals);
@@ -94,9 +96,16 @@ pedigree make_pedigree(const sizes& s, normal_source& source) {
       draw(source, genetic_variance, genetic_correlation, own, s.traits);
       continue;
     }
-    const std::int64_t first = before * block, males = block / 20 + 1;
-    p.sire[i] = first + source.below(males) + 1;
-    p.dam[i] = first + males + source.below(block - males) + 1;
+    const std::int64_t first = before * block;
+    if (s.matings > 0) {
+      const std::int64_t pair = source.below(s.matings), females = block - s.sires;
+      p.sire[i] = first + pair % s.sires + 1;
+      p.dam[i] = first + s.sires + pair % females + 1;
+    } else {
+      const std::int64_t males = block / 20 + 1;
+      p.sire[i] = first + source.below(males) + 1;
+      p.dam[i] = first + males + source.below(block - males) + 1;
+    }
     draw(source, genetic_variance / 2, genetic_correlation, own, s.traits);
     for (std::size_t t = 0; t < traits; ++t)
       own[t] += 0.5 * (p.value[static_cast<std::size_t>(p.sire[i] - 1) * traits + t] +
@@ -236,9 +245,9 @@ void write_model(const sizes& s) {
     fmt::print(file.get(), "[factor.litter]\nstart = {}\n\n",
                square(s.traits, litter_variance, genetic_correlation));
   for (int t = 1; t <= s.traits; ++t)
-    fmt::print(file.get(), "[trait.y{}]\nformula = \"1 + herdyear + sex + age + (1 | animal){}\"\n\n", t,
-               s.litters > 0 ? " + (1 | litter)" : "");
-  fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n");
+    fmt::print(file.get(), "[trait.y{}]\nformula = \"{} + (1 | animal){}\"\n\n", t,
+               s.age ? "1 + herdyear + sex + age" : "herdyear + sex", s.litters > 0 ? " + (1 | litter)" : "");
+  if (s.age) fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n");
   write_run(file.get(), s, square(s.traits, residual_variance, residual_correlation));
 }
 
@@ -253,6 +262,10 @@ int main(int argc, char** argv) {
   app.add_option("--traits", s.traits, "traits")->check(CLI::Range(1, 20));
   app.add_option("--generations", s.generations, "generations")->check(CLI::Range(1, 50));
   app.add_option("--herds", s.herds, "levels of herd-year")->check(CLI::Range(1, 10000000));
+  app.add_option("--sires", s.sires, "sires of a generation, with --matings")->check(CLI::Range(1, 1000000));
+  app.add_option("--matings", s.matings, "pairs of a generation that have progeny; 0: drawn anew for each")
+      ->check(CLI::Range(0, 100000000));
+  app.add_flag("!--classes-only", s.age, "no covariable in the model");
   app.add_option("--litters", s.litters, "levels of a further factor without relationship; 0: none")
       ->check(CLI::Range(0, 10000000));
   app.add_flag("--testdays", s.testdays, "test-day records of one trait, curves as effects");

@@ -26,6 +26,8 @@ struct level_walk {
   double* square = nullptr;                                    // packed sum of squares; null: not wanted
 };
 
+constexpr std::int64_t links_ahead = 32; // solutions of related levels are fetched so many links ahead
+
 std::int64_t packed_of(std::int64_t n) { return n * (n + 1) / 2; }
 
 template <int n> void sum_terms(const level_walk& w, const double* sums, double* block) {
@@ -66,10 +68,12 @@ void take_links(const level_walk& w, std::int64_t l, double* x, double* earlier)
   const relationship_rows& rows = *w.rows;
   const std::int64_t last = rows.start.data()[l + 1] - 1;
   double s[n] = {};
+  const std::int64_t end = rows.col.size() - links_ahead;
   for (std::int64_t node = rows.start.data()[l] - 1; node < last; ++node) {
     const std::int64_t c = rows.col.data()[node] - 1;
     const double a = rows.val.data()[node];
     const double* other = w.sol + c * w.stride;
+    if (node < end) __builtin_prefetch(w.sol + (rows.col.data()[node + links_ahead] - 1) * w.stride);
     const std::int64_t before = -static_cast<std::int64_t>(c < l); // all bits, or none
     for (int j = 0; j < n; ++j) {
       const double term = a * other[j];

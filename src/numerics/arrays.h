@@ -29,6 +29,10 @@ inline void check_bound(std::int64_t index, std::int64_t low, std::int64_t count
 inline void check_bound(std::int64_t, std::int64_t, std::int64_t) {}
 #endif
 
+// calloc; large blocks ask the machine for large pages, since gathers over
+// millions of equations would otherwise wait for the page tables.
+void* zeroed_storage(std::size_t count, std::size_t size);
+
 struct release_storage {
   void operator()(void* p) const { std::free(p); }
 };
@@ -42,7 +46,7 @@ public:
   // False when the product overflows or the machine has no room.
   bool take(std::int64_t count) {
     if (count < 0 || count > static_cast<std::int64_t>(PTRDIFF_MAX / sizeof(T))) return false;
-    cells_.reset(static_cast<T*>(std::calloc(count > 0 ? static_cast<std::size_t>(count) : 1, sizeof(T))));
+    cells_.reset(static_cast<T*>(zeroed_storage(count > 0 ? static_cast<std::size_t>(count) : 1, sizeof(T))));
     size_ = cells_ ? count : 0;
     return cells_ != nullptr;
   }
