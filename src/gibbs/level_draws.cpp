@@ -5,174 +5,275 @@
 #include "numerics/normal_draws.h"
 
 #include <algorithm>
-#include <bit>
+#include <array>
 #include <cmath>
 
 namespace zeph {
 namespace {
 
+constexpr std::int64_t batch_levels = 128;       // levels that are prepared at a time
+constexpr std::int64_t equations_near = 1 << 16; // solutions of fewer equations stay in the near caches
+
 // What the walk over the levels of one group reads and writes; levels from 0.
 struct level_walk {
-  std::int32_t levels = 0;
+  std::int64_t levels = 0;
   std::int64_t stride = 0;
-  double *rhs = nullptr, *sol = nullptr, *change = nullptr; // level l at l stride
+  double *rhs = nullptr, *sol = nullptr; // level l at l stride
+  double* change = nullptr;              // the same; null: not wanted
   const group_form* form = nullptr;
-  const double* data_blocks = nullptr;     // changing groups: D of level l at l packed_stride
-  std::int64_t packed_stride = 0;          // packed elements of a level of full order
-  const double* multipliers = nullptr;     // of the terms
-  const relationship_rows* rows = nullptr; // links; null: none
+  const link_form* links = nullptr;    // null: none
+  const double* diag = nullptr;        // of the relationship inverse; null: 1 throughout
+  const double* data_blocks = nullptr; // changing groups: D of level l at l packed_stride
+  std::int64_t packed_stride = 0;
+  const double* multipliers = nullptr; // of the terms
   bool random = false;
   double G[largest_written_order][largest_written_order] = {}; // inverse of the factor's matrix
-  double* square = nullptr;                                    // packed sum of squares; null: not wanted
 };
 
-constexpr std::int64_t links_ahead = 32; // solutions of related levels are fetched so many links ahead
+// One batch: by element, then by level of the batch.
+template <int n> struct level_batch {
+  static constexpr int packed = n * (n + 1) / 2;
+  double z[batch_levels * n];
+  double x[n][batch_levels];      // RHS + D sol, before the links
+  double L[packed][batch_levels]; // factor, its diagonal inverted
+  double least[batch_levels];     // smallest pivot
+};
 
-std::int64_t packed_of(std::int64_t n) { return n * (n + 1) / 2; }
+constexpr int packed_of(int n) { return n * (n + 1) / 2; }
 
-template <int n> void sum_terms(const level_walk& w, const double* sums, double* block) {
-  for (int k = 0; k < n * (n + 1) / 2; ++k) block[k] = 0.0;
+// block(k) = D of levels from..from+count-1
+template <int n>
+void sum_terms(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels]) {
+  if (w.data_blocks != nullptr) {
+    for (int k = 0; k < packed_of(n); ++k)
+      for (std::int64_t l = 0; l < count; ++l) block[k][l] = w.data_blocks[(from + l) * w.packed_stride + k];
+    return;
+  }
+  for (int k = 0; k < packed_of(n); ++k) std::fill_n(block[k], count, 0.0);
   const std::vector<block_term>& terms = w.form->terms;
-  for (std::size_t k = 0; k < terms.size(); ++k) {
-    if (terms[k].element >= n * (n + 1) / 2) break; // places beyond the current model
-    block[terms[k].element] += w.multipliers[k] * sums[k];
+  for (std::size_t k = 0; k < terms.size() && terms[k].element < packed_of(n); ++k) {
+    const double m = w.multipliers[k];
+    const double* sums = w.form->sums.col(static_cast<std::int64_t>(k) + 1) + from;
+    double* to = block[terms[k].element];
+    for (std::int64_t l = 0; l < count; ++l) to[l] += m * sums[l];
   }
 }
 
-// L of block + G a, its diagonal inverted. Returns 0, or the row whose pivot is
-// not above 0.
-template <int n> int factor(const level_walk& w, const double* block, double a, double* L) {
-  double c[n * (n + 1) / 2];
-  for (int i = 0, k = 0; i < n; ++i)
-    for (int j = 0; j <= i; ++j, ++k) c[k] = w.random ? block[k] + w.G[i][j] * a : block[k];
-  for (int j = 0; j < n; ++j) {
-    const double* row = L + j * (j + 1) / 2;
-    double pivot = c[j * (j + 1) / 2 + j];
-    for (int k = 0; k < j; ++k) pivot -= row[k] * row[k];
-    if (!(pivot > 0.0)) return j + 1;
-    const double inverse = 1.0 / std::sqrt(pivot);
-    L[j * (j + 1) / 2 + j] = inverse;
-    for (int i = j + 1; i < n; ++i) {
-      double x = c[i * (i + 1) / 2 + j];
-      for (int k = 0; k < j; ++k) x -= L[i * (i + 1) / 2 + k] * row[k];
-      L[i * (i + 1) / 2 + j] = x * inverse;
-    }
-  }
-  return 0;
-}
-
-// x(i) -= sum over related levels c of a(l,c) G sol_c; earlier: the same sums over
-// the levels before l only, without G.
-template <int n, bool squares>
-void take_links(const level_walk& w, std::int64_t l, double* x, double* earlier) {
-  const relationship_rows& rows = *w.rows;
-  const std::int64_t last = rows.start.data()[l + 1] - 1;
-  double s[n] = {};
-  const std::int64_t end = rows.col.size() - links_ahead;
-  for (std::int64_t node = rows.start.data()[l] - 1; node < last; ++node) {
-    const std::int64_t c = rows.col.data()[node] - 1;
-    const double a = rows.val.data()[node];
-    const double* other = w.sol + c * w.stride;
-    if (node < end) __builtin_prefetch(w.sol + (rows.col.data()[node + links_ahead] - 1) * w.stride);
-    const std::int64_t before = -static_cast<std::int64_t>(c < l); // all bits, or none
-    for (int j = 0; j < n; ++j) {
-      const double term = a * other[j];
-      s[j] += term;
-      if constexpr (squares) earlier[j] += std::bit_cast<double>(std::bit_cast<std::int64_t>(term) & before);
-    }
-  }
-  for (int i = 0; i < n; ++i) {
-    double link = 0;
-    for (int j = 0; j < n; ++j) link += w.G[i][j] * s[j];
-    x[i] -= link;
-  }
-}
-
-template <int n, bool linked, bool squares>
-int draw_range(const level_walk& w, std::int64_t from, std::int64_t to, const double* z, double* square) {
-  constexpr int packed = n * (n + 1) / 2;
-  const group_form& form = *w.form;
-  const std::int32_t* classes = form.level_class.allocated() ? form.level_class.data() : nullptr;
-  const std::int64_t class_stride = classes != nullptr ? form.class_block.extent(1) : 0;
-  const double* diag = w.rows != nullptr ? w.rows->diag.data() : nullptr;
-  for (std::int64_t l = from; l < to; ++l, z += n) {
-    double* u = w.sol + l * w.stride;
-    double* rhs = w.rhs + l * w.stride;
-    const double *own, *L;
-    double made[packed], made_factor[packed];
-    const double a = diag != nullptr ? diag[l] : 1.0;
-    if (classes != nullptr) {
-      const std::int64_t c = classes[l];
-      own = form.class_block.data() + c * class_stride;
-      L = form.class_factor.data() + c * class_stride;
-      if (form.class_info.data()[c] != 0) return form.class_info.data()[c];
-    } else {
-      if (w.data_blocks != nullptr)
-        std::copy_n(w.data_blocks + l * w.packed_stride, packed, made);
-      else
-        sum_terms<n>(w, form.sums.data() + l * form.sums.extent(1), made);
-      own = made;
-      L = made_factor;
-      const int info = factor<n>(w, made, a, made_factor);
-      if (info != 0) return info;
-    }
-    double x[n], earlier[n] = {};
-    for (int i = 0; i < n; ++i) x[i] = rhs[i];
+// block = L of block + G a(l,l), its diagonal inverted; a null: 1
+template <int n>
+void factor(const level_walk& w, const double* a, std::int64_t count, double (*block)[batch_levels],
+            double* least) {
+  if (w.random)
     for (int i = 0, k = 0; i < n; ++i)
       for (int j = 0; j <= i; ++j, ++k) {
-        x[i] += own[k] * u[j];
-        if (j < i) x[j] += own[k] * u[i];
+        const double g = w.G[i][j];
+        if (a != nullptr)
+          for (std::int64_t l = 0; l < count; ++l) block[k][l] += g * a[l];
+        else
+          for (std::int64_t l = 0; l < count; ++l) block[k][l] += g;
       }
-    if constexpr (linked) take_links<n, squares>(w, l, x, earlier);
+  for (int j = 0; j < n; ++j) {
+    double* pivot = block[packed_of(j) + j];
+    for (int k = 0; k < j; ++k) {
+      const double* row = block[packed_of(j) + k];
+      for (std::int64_t l = 0; l < count; ++l) pivot[l] -= row[l] * row[l];
+    }
+    if (j == 0)
+      std::copy_n(pivot, count, least);
+    else // a pivot that is no number stays
+      for (std::int64_t l = 0; l < count; ++l) least[l] = least[l] < pivot[l] ? least[l] : pivot[l];
+    for (std::int64_t l = 0; l < count; ++l) pivot[l] = 1.0 / std::sqrt(pivot[l]);
+    for (int i = j + 1; i < n; ++i) {
+      double* x = block[packed_of(i) + j];
+      for (int k = 0; k < j; ++k) {
+        const double *row = block[packed_of(j) + k], *other = block[packed_of(i) + k];
+        for (std::int64_t l = 0; l < count; ++l) x[l] -= other[l] * row[l];
+      }
+      for (std::int64_t l = 0; l < count; ++l) x[l] *= pivot[l];
+    }
+  }
+}
+
+// x = RHS + D sol of the levels of a batch, D by element and level
+template <int n>
+void add_own(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels],
+             double (*x)[batch_levels]) {
+  const double *rhs = w.rhs + from * w.stride, *u = w.sol + from * w.stride;
+  for (int i = 0; i < n; ++i) {
+    for (std::int64_t l = 0; l < count; ++l) x[i][l] = rhs[l * w.stride + i];
+    for (int j = 0; j < n; ++j) {
+      const double* d = block[i > j ? packed_of(i) + j : packed_of(j) + i];
+      for (std::int64_t l = 0; l < count; ++l) x[i][l] += d[l] * u[l * w.stride + j];
+    }
+  }
+}
+
+// The row at which the factor of a level failed, found again for the message.
+template <int n> int failed_row(const level_walk& w, std::int64_t level) {
+  level_batch<n> b;
+  sum_terms<n>(w, level, 1, b.L);
+  for (int order = 1; order <= n; ++order) {
+    sum_terms<n>(w, level, 1, b.L);
+    factor<n>(w, w.diag != nullptr ? w.diag + level : nullptr, 1, b.L, b.least);
+    if (!std::isfinite(b.L[packed_of(order - 1) + order - 1][0])) return order;
+  }
+  return n;
+}
+
+// What the classes of levels share: for class c n(n+1)/2 elements of D, as many
+// of L and the diagonal element of the relationship inverse.
+template <int n> constexpr std::int64_t class_size() { return 2 * packed_of(n) + 1; }
+
+template <int n> std::int64_t factor_classes(level_walk& w, group_form& form) {
+  double block[packed_of(n)][batch_levels], L[packed_of(n)][batch_levels], least[batch_levels];
+  const std::int64_t classes = form.class_diag.size();
+  for (std::int64_t from = 0; from < classes; from += batch_levels) {
+    const std::int64_t count = std::min(batch_levels, classes - from);
+    sum_terms<n>(w, from, count, block);
+    for (int k = 0; k < packed_of(n); ++k) std::copy_n(block[k], count, L[k]);
+    factor<n>(w, form.class_diag.data() + from, count, L, least);
+    for (std::int64_t c = 0; c < count; ++c) {
+      double* to = form.class_data.data() + (from + c) * class_size<n>();
+      for (int k = 0; k < packed_of(n); ++k) {
+        to[k] = block[k][c];
+        to[packed_of(n) + k] = L[k][c];
+      }
+      to[2 * packed_of(n)] = form.class_diag.data()[from + c];
+      if (!(least[c] > 0.0)) return from + c;
+    }
+  }
+  return -1;
+}
+
+void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
+  const std::int32_t* col = w.links->col.data();
+  for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(w.sol + col[node] * w.stride);
+}
+
+// The draws of one batch in the order of the levels; node: first link of the
+// batch, moved on. square += u' A^-1 u of the factor's levels.
+template <int n, bool linked, bool classed, bool full>
+void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from, std::int64_t count,
+                std::int64_t& node, double* square) {
+  const std::int64_t stride = full ? n : w.stride;
+  double *const sol = w.sol, *rhs = w.rhs + from * stride;
+  double* change = w.change != nullptr ? w.change + from * stride : nullptr;
+  const std::int32_t* classes = classed ? w.form->level_class.data() + from : nullptr;
+  const double* class_data = classed ? w.form->class_data.data() : nullptr;
+  const double* diag = w.diag != nullptr ? w.diag + from : nullptr;
+  const std::int32_t *before = nullptr, *after = nullptr, *col = nullptr;
+  const double* val = nullptr;
+  if constexpr (linked) {
+    before = w.links->before.data() + from;
+    after = w.links->after.data() + from;
+    col = w.links->col.data() + node;
+    val = w.links->val.data() + node;
+  }
+  double G[n][n], sums[packed_of(n)];
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) G[i][j] = w.G[i][j];
+  for (int k = 0; k < packed_of(n); ++k) sums[k] = square[k];
+  const double* z = b.z;
+  double* u = sol + from * stride;
+  for (std::int64_t l = 0; l < count; ++l, z += n, u += stride, rhs += stride) {
+    double x[n], L[packed_of(n)], earlier[n] = {}, a;
+    if constexpr (classed) {
+      const double* data = class_data + classes[l] * class_size<n>();
+      for (int i = 0; i < n; ++i) x[i] = rhs[i];
+      for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) x[i] += data[i > j ? packed_of(i) + j : packed_of(j) + i] * u[j];
+      for (int k = 0; k < packed_of(n); ++k) L[k] = data[packed_of(n) + k];
+      a = data[2 * packed_of(n)];
+    } else {
+      for (int i = 0; i < n; ++i) x[i] = b.x[i][l];
+      for (int k = 0; k < packed_of(n); ++k) L[k] = b.L[k][l];
+      a = diag != nullptr ? diag[l] : 1.0;
+    }
+    if constexpr (linked) {
+      double s[n] = {};
+      for (const double* end = val + before[l]; val != end; ++val, ++col)
+        for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
+      for (int j = 0; j < n; ++j) earlier[j] = s[j];
+      for (const double* end = val + after[l]; val != end; ++val, ++col)
+        for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
+      for (int i = 0; i < n; ++i) {
+        double link = 0;
+        for (int j = 0; j < n; ++j) link += G[i][j] * s[j];
+        x[i] -= link;
+      }
+    }
     for (int i = 0; i < n; ++i) rhs[i] = x[i];
     for (int i = 0; i < n; ++i) {
-      for (int j = 0; j < i; ++j) x[i] -= L[i * (i + 1) / 2 + j] * x[j];
-      x[i] *= L[i * (i + 1) / 2 + i];
+      for (int j = 0; j < i; ++j) x[i] -= L[packed_of(i) + j] * x[j];
+      x[i] *= L[packed_of(i) + i];
     }
     for (int i = n - 1; i >= 0; --i) {
       x[i] += z[i];
-      for (int j = i + 1; j < n; ++j) x[i] -= L[j * (j + 1) / 2 + i] * x[j];
-      x[i] *= L[i * (i + 1) / 2 + i];
+      for (int j = i + 1; j < n; ++j) x[i] -= L[packed_of(j) + i] * x[j];
+      x[i] *= L[packed_of(i) + i];
     }
-    for (int i = 0; i < n; ++i) {
-      w.change[l * w.stride + i] = x[i] - u[i];
-      u[i] = x[i];
+    if (change != nullptr)
+      for (int i = 0; i < n; ++i) change[l * stride + i] = x[i] - u[i];
+    for (int i = 0; i < n; ++i) u[i] = x[i];
+    for (int i = 0, k = 0; i < n; ++i)
+      for (int j = 0; j <= i; ++j, ++k) {
+        sums[k] += a * x[i] * x[j];
+        if constexpr (linked) sums[k] += x[i] * earlier[j] + earlier[i] * x[j];
+      }
+  }
+  if constexpr (linked) node = val - w.links->val.data();
+  for (int k = 0; k < packed_of(n); ++k) square[k] = sums[k];
+}
+
+// Returns -1, or the level whose block can't be factored.
+template <int n, bool linked, bool classed, bool full>
+std::int64_t draw_all(scan_records& r, const level_walk& w, double* square) {
+  level_batch<n> b;
+  std::int64_t node = 0, fetched = 0;
+  const bool far = linked && w.levels * w.stride > equations_near;
+  for (std::int64_t from = 0; from < w.levels; from += batch_levels) {
+    const std::int64_t count = std::min(batch_levels, w.levels - from);
+    if (far) {
+      std::int64_t last = std::max(fetched, node);
+      for (std::int64_t l = from; l < from + count; ++l)
+        last += w.links->before.data()[l] + w.links->after.data()[l];
+      fetch_related(w, node, last);
     }
-    if constexpr (squares)
-      for (int i = 0, k = 0; i < n; ++i)
-        for (int j = 0; j <= i; ++j, ++k)
-          square[k] += a * x[i] * x[j] + (x[i] * earlier[j] + earlier[i] * x[j]);
+    ranmar_snorms(r.sources.marsaglia, b.z, count * n);
+    if constexpr (!classed) {
+      sum_terms<n>(w, from, count, b.L);
+      add_own<n>(w, from, count, b.L, b.x);
+      factor<n>(w, w.diag != nullptr ? w.diag + from : nullptr, count, b.L, b.least);
+      for (std::int64_t l = 0; l < count; ++l)
+        if (!(b.least[l] > 0.0)) return from + l;
+    }
+    draw_batch<n, linked, classed, full>(w, b, from, count, node, square);
   }
-  return 0;
+  return -1;
 }
 
-template <int n, bool linked, bool squares> int draw_all(scan_records& r, level_walk& w) {
-  double square[n * (n + 1) / 2] = {};
-  double* z = r.work.fast.normals.data();
-  constexpr std::int64_t batch = normals_at_once / n;
-  for (std::int64_t from = 0; from < w.levels; from += batch) {
-    const std::int64_t to = std::min<std::int64_t>(from + batch, w.levels);
-    ranmar_snorms(r.sources.marsaglia, z, (to - from) * n);
-    const int info = draw_range<n, linked, squares>(w, from, to, z, square);
-    if (info != 0) return info;
-  }
-  if constexpr (squares) std::copy_n(square, n * (n + 1) / 2, w.square);
-  return 0;
+template <int n, bool linked, bool classed>
+std::int64_t draw_strided(scan_records& r, const level_walk& w, double* square) {
+  return w.stride == n ? draw_all<n, linked, classed, true>(r, w, square)
+                       : draw_all<n, linked, classed, false>(r, w, square);
 }
 
-template <int n> void factor_classes(level_walk& w, group_form& form) {
-  for (std::int64_t c = 1; c <= form.class_diag.size(); ++c) {
-    double* block = form.class_block.col(c);
-    sum_terms<n>(w, form.sums.col(c), block);
-    form.class_info(c) = factor<n>(w, block, form.class_diag(c), form.class_factor.col(c));
+template <int n> int draw_order(scan_records& r, level_walk& w, group_form& form, double* square) {
+  const bool classed = form.level_class.allocated();
+  std::int64_t failed = -1;
+  if (classed) {
+    failed = factor_classes<n>(w, form);
+    if (failed >= 0) {
+      w.diag = form.class_diag.data();
+      return failed_row<n>(w, failed);
+    }
+    failed = w.links != nullptr ? draw_strided<n, true, true>(r, w, square)
+                                : draw_strided<n, false, true>(r, w, square);
+  } else {
+    failed = w.links != nullptr ? draw_strided<n, true, false>(r, w, square)
+                                : draw_strided<n, false, false>(r, w, square);
   }
-}
-
-template <int n> int draw_order(scan_records& r, level_walk& w, group_form& form) {
-  if (form.level_class.allocated()) factor_classes<n>(w, form);
-  if (w.rows != nullptr)
-    return w.square != nullptr ? draw_all<n, true, true>(r, w) : draw_all<n, true, false>(r, w);
-  return w.square != nullptr ? draw_all<n, false, true>(r, w) : draw_all<n, false, false>(r, w);
+  return failed >= 0 ? failed_row<n>(w, failed) : 0;
 }
 
 double multiplier_of(const scan_records& r, const block_term& term) {
@@ -187,7 +288,10 @@ bool squared_in_walk(const scan_records& r, const run_frame& f, const equation_g
 
 void describe_factor(const scan_records& r, std::int32_t n, const equation_group& group, level_walk& w) {
   w.random = true;
-  if (!structure_is(r.model.RMAT(group.number), "I")) w.rows = &r.relations.of(group.number);
+  if (!structure_is(r.model.RMAT(group.number), "I")) {
+    w.links = &r.work.fast.links[static_cast<std::size_t>(group.number - 1)];
+    w.diag = r.relations.of(group.number).diag.data();
+  }
   for (std::int32_t i = 0; i < n; ++i)
     for (std::int32_t j = 0; j < n; ++j) w.G[i][j] = r.sampler.GIF(i + 1, j + 1, group.number);
 }
@@ -196,16 +300,15 @@ void describe_factor(const scan_records& r, std::int32_t n, const equation_group
 
 void level_block(const scan_records& r, const group_form& form, std::int32_t n, std::int32_t l,
                  double* block) {
-  const std::int64_t packed = packed_of(n);
-  const double* sums =
-      form.sums.data() + (form.level_class.allocated() ? form.level_class(l) : std::int64_t{l} - 1) *
-                             static_cast<std::int64_t>(form.terms.size());
+  const std::int64_t packed = std::int64_t{n} * (n + 1) / 2;
+  const std::int64_t row = form.level_class.allocated() ? form.level_class(l) : std::int64_t{l} - 1;
   std::fill_n(block, packed, 0.0);
   for (std::size_t k = 0; k < form.terms.size() && form.terms[k].element < packed; ++k)
-    block[form.terms[k].element] += multiplier_of(r, form.terms[k]) * sums[k];
+    block[form.terms[k].element] +=
+        multiplier_of(r, form.terms[k]) * form.sums.col(static_cast<std::int64_t>(k) + 1)[row];
 }
 
-void draw_levels(scan_records& r, run_frame& f, std::int32_t g) {
+void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change) {
   residual_form& fast = r.work.fast;
   group_form& form = fast.groups[static_cast<std::size_t>(g - 1)];
   const equation_group& group = r.layout.group(g);
@@ -215,7 +318,7 @@ void draw_levels(scan_records& r, run_frame& f, std::int32_t g) {
   w.stride = group.stride;
   w.rhs = r.sampler.RHS.data() + group.base;
   w.sol = r.sampler.sol.data() + group.base;
-  w.change = fast.change.data();
+  w.change = keep_change ? fast.change.data() : nullptr;
   w.form = &form;
   if (form.changing) w.data_blocks = r.layout.DI_of(g).data();
   w.packed_stride = r.layout.DI_of(g).extent(1);
@@ -223,24 +326,26 @@ void draw_levels(scan_records& r, run_frame& f, std::int32_t g) {
   for (std::size_t k = 0; k < form.terms.size(); ++k) multipliers[k] = multiplier_of(r, form.terms[k]);
   w.multipliers = multipliers;
   if (group.kind == group_kind::random_factor) describe_factor(r, n, group, w);
-  if (squared_in_walk(r, f, group)) w.square = fast.square.col(group.number);
+  std::array<double, packed_of(largest_written_order)> square{};
   int info = 0;
   switch (n) {
   case 1:
-    info = draw_order<1>(r, w, form);
+    info = draw_order<1>(r, w, form, square.data());
     break;
   case 2:
-    info = draw_order<2>(r, w, form);
+    info = draw_order<2>(r, w, form, square.data());
     break;
   case 3:
-    info = draw_order<3>(r, w, form);
+    info = draw_order<3>(r, w, form, square.data());
     break;
   default:
-    info = draw_order<4>(r, w, form);
+    info = draw_order<4>(r, w, form, square.data());
     break;
   }
   if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
-  if (w.square != nullptr) fast.square_done(group.number) = 1;
+  if (!squared_in_walk(r, f, group)) return;
+  std::copy_n(square.data(), n * (n + 1) / 2, fast.square.col(group.number));
+  fast.square_done(group.number) = 1;
 }
 
 } // namespace zeph

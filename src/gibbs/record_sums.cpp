@@ -136,6 +136,24 @@ void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, 
   }
 }
 
+// Records of one trait without weights, all present: their residuals' squares.
+void take_single(residual_form& form, std::int64_t lo, std::int64_t hi) {
+  const double* e = form.E.data();
+  double largest = form.largest(1), sums[4] = {};
+  std::int64_t i = lo;
+  for (; i + 4 <= hi; i += 4)
+    for (int k = 0; k < 4; ++k) {
+      sums[k] += e[i + k] * e[i + k];
+      largest = std::max(largest, std::fabs(e[i + k]));
+    }
+  for (; i < hi; ++i) {
+    sums[0] += e[i] * e[i];
+    largest = std::max(largest, std::fabs(e[i]));
+  }
+  form.products(1, 1, 1) += (sums[0] + sums[1]) + (sums[2] + sums[3]);
+  form.largest(1) = largest;
+}
+
 void draw_normals(scan_records& r, std::int64_t lo, std::int64_t hi) {
   residual_form& form = r.work.fast;
   std::int64_t n = 0;
@@ -215,6 +233,8 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
   if (!form.by_masks) return Bddrmc_sscp(r, f, lik);
   const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
   const std::int64_t nobs = r.design.nobs;
+  const bool single = r.model.nt == 1 && form.masks.size() == 1 && form.masks[0].missing.empty() &&
+                      r.sampler.G == 1 && !weights && !sampled;
   form.products.fill(0.0);
   form.prepared.fill(0);
   form.largest.fill(0.0);
@@ -222,6 +242,10 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
     fresh_residuals(r, f, lo, hi);
+    if (single) {
+      take_single(form, lo, hi);
+      continue;
+    }
     draw_normals(r, lo, hi);
     switch (r.model.nt) {
     case 1:

@@ -84,6 +84,62 @@ void add_slot(const design_slot& slot, const double* w, double* sums, double* si
   }
 }
 
+// Columns of classes that every record has, taken out of the residuals together.
+struct class_columns {
+  static constexpr int most = 4;
+  const std::int32_t* row[most];
+  const double* x[most];
+  int n = 0;
+
+  bool add(const design_slot& slot, const double* solutions) {
+    if (n == most || !slot.every_record || !slot.ones) return false;
+    row[n] = slot.row.data();
+    x[n++] = solutions;
+    return true;
+  }
+  void subtract(double* e, std::int64_t lo, std::int64_t hi) const {
+    int k = 0;
+    for (; k + 2 <= n; k += 2) {
+      const std::int32_t *r1 = row[k], *r2 = row[k + 1];
+      const double *x1 = x[k], *x2 = x[k + 1];
+      for (std::int64_t i = lo; i < hi; ++i) e[i] = e[i] - x1[r1[i]] - x2[r2[i]];
+    }
+    if (k == n) return;
+    const std::int32_t* r1 = row[k];
+    const double* x1 = x[k];
+    for (std::int64_t i = lo; i < hi; ++i) e[i] -= x1[r1[i]];
+  }
+};
+
+// e -= Z_left x and sums += Z_entered' e for two columns of classes in one walk.
+void pass_on(const std::int32_t* left, const double* x, const std::int32_t* entered, double* e, double* sums,
+             double* side, std::int64_t copy, std::int64_t lo, std::int64_t hi) {
+  std::int64_t i = lo;
+  if (copy > 0) {
+    double *s1 = side, *s2 = side + copy, *s3 = side + 2 * copy;
+    for (; i + 4 <= hi; i += 4) {
+      const double e0 = e[i] - x[left[i]], e1 = e[i + 1] - x[left[i + 1]];
+      const double e2 = e[i + 2] - x[left[i + 2]], e3 = e[i + 3] - x[left[i + 3]];
+      e[i] = e0, e[i + 1] = e1, e[i + 2] = e2, e[i + 3] = e3;
+      sums[entered[i]] += e0;
+      s1[entered[i + 1]] += e1;
+      s2[entered[i + 2]] += e2;
+      s3[entered[i + 3]] += e3;
+    }
+  }
+  for (; i < hi; ++i) {
+    const double rest = e[i] - x[left[i]];
+    e[i] = rest;
+    sums[entered[i]] += rest;
+  }
+}
+
+// The one column of a group, when it is of classes that every record has.
+const design_slot* lone_class(const group_form& group, std::int32_t places) {
+  if (group.slots.size() != 1 || !active(group.slots[0], places)) return nullptr;
+  return group.slots[0].every_record && group.slots[0].ones ? &group.slots[0] : nullptr;
+}
+
 const double* residual_inverse(const scan_records& r, const run_frame& f, std::int64_t irec) {
   const std::int32_t h = r.design.IRESG_M(irec);
   return f.analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, r.design.C_ISIT_M(irec), h)
@@ -144,8 +200,18 @@ void walk_records(scan_records& r, const run_frame& f, std::int32_t g) {
   const std::int64_t copy = extent <= most_copied ? extent : 0;
   if (copy > 0) std::fill_n(form.copies.data(), (side_copies - 1) * copy, 0.0);
   const bool plain_scale = form.one_matrix && r.model.nt == 1;
+  const design_slot *from = nullptr, *to = nullptr;
+  if (plain_scale && left > 0 && g > 0) {
+    from = lone_class(form_of(r, left), r.layout.NGR(left, 2));
+    to = lone_class(*entered, r.layout.NGR(g, 2));
+  }
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
+    if (from != nullptr && to != nullptr) {
+      pass_on(from->row.data(), form.change.data(), to->row.data(), form.E.data(), sums, form.copies.data(),
+              copy, lo, hi);
+      continue;
+    }
     if (left > 0)
       for (const design_slot& slot : form_of(r, left).slots)
         if (active(slot, r.layout.NGR(left, 2)))
@@ -248,6 +314,13 @@ void restrict_elsewhere(scan_records& r, std::int32_t equation, double sol) {
   }
 }
 
+// The last group with equations.
+std::int32_t last_group(const scan_records& r) {
+  std::int32_t g = r.layout.ngroups;
+  while (g > 1 && (r.layout.NGR(g, 1) == 0 || r.layout.NGR(g, 2) == 0)) --g;
+  return g;
+}
+
 bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
   return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions &&
          (r.model.has_type(trait_mixture) || r.model.has_type(trait_cured));
@@ -268,15 +341,22 @@ void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::
   const float* y = r.design.Y_M.data();
   for (std::int32_t t = 1; t <= nt; ++t) {
     double* e = form.E.col(t);
-    for (std::int64_t i = lo; i < hi; ++i) {
-      e[i] = static_cast<double>(y[i * nt + t - 1]);
-      if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
-    }
+    if (f.analysis_type > 0 && nt == 1)
+      for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
+    else
+      for (std::int64_t i = lo; i < hi; ++i) {
+        e[i] = static_cast<double>(y[i * nt + t - 1]);
+        if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+      }
+    class_columns columns;
+    for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
+      for (const design_slot& slot : form_of(r, g).slots) {
+        if (slot.trait != t || !active(slot, r.layout.NGR(g, 2))) continue;
+        const double* x = r.sampler.sol.data() + r.layout.group(g).base;
+        if (!columns.add(slot, x)) subtract_slot(slot, x, e, lo, hi);
+      }
+    columns.subtract(e, lo, hi);
   }
-  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
-    for (const design_slot& slot : form_of(r, g).slots)
-      if (active(slot, r.layout.NGR(g, 2)))
-        subtract_slot(slot, r.sampler.sol.data() + r.layout.group(g).base, form.E.col(slot.trait), lo, hi);
 }
 
 void residual_body::begin_round(scan_records& r, const run_frame& f) const {
@@ -304,7 +384,8 @@ void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, s
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   if (f.analysis_type >= 2 && f.gropd(g) != 0 && r.layout.NGR(g, 2) <= largest_written_order &&
       !mixture_rule_holds(r, g)) {
-    draw_levels(r, f, g);
+    // the residual pass that follows makes the residuals anew from the solutions
+    draw_levels(r, f, g, g != last_group(r) || r.sampler.n_IREST > 0);
     return;
   }
   const double* sol = r.sampler.sol.data() + r.layout.group(g).base;

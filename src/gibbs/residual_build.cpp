@@ -263,11 +263,11 @@ void build_terms(scan_records& r, const run_frame& f) {
     room -= terms * levels * 8;
     std::sort(group.terms.begin(), group.terms.end(),
               [](const block_term& a, const block_term& b) { return a.element < b.element; });
-    allocate(r.report, group.sums, "sums", routine, terms, levels);
+    allocate(r.report, group.sums, "sums", routine, levels, terms);
   }
   for_each_product(r, f, [&](std::int32_t g, std::int32_t level, const block_term& term, double product) {
     group_form& group = form_of(form, g);
-    if (!group.changing) group.sums(term_index(group.terms, term) + 1, level) += product;
+    if (!group.changing) group.sums(level, term_index(group.terms, term) + 1) += product;
   });
 }
 
@@ -297,14 +297,15 @@ std::vector<std::int32_t> find_classes(scan_records& r, std::int32_t g, group_fo
   allocate(r.report, group.level_class, "level_class", routine, levels);
   for (std::int32_t l = 1; l <= levels; ++l) {
     const double diag = diagonal_of(r, g, l);
-    const double* sums = group.sums.col(l);
     std::uint64_t h = mixed(0, diag);
-    for (std::int64_t k = 0; k < terms; ++k) h = mixed(h, sums[k]);
+    for (std::int64_t k = 1; k <= terms; ++k) h = mixed(h, group.sums(l, k));
     std::size_t at = static_cast<std::size_t>(h) & wrap;
     for (;; at = (at + 1) & wrap) {
       if (table[at] < 0) break;
       const std::int32_t other = first[static_cast<std::size_t>(table[at])];
-      if (diagonal_of(r, g, other) == diag && std::equal(sums, sums + terms, group.sums.col(other))) break;
+      bool alike = diagonal_of(r, g, other) == diag;
+      for (std::int64_t k = 1; k <= terms && alike; ++k) alike = group.sums(l, k) == group.sums(other, k);
+      if (alike) break;
     }
     if (table[at] < 0) {
       if (static_cast<std::int64_t>(first.size() + 1) * levels_of_class > levels) return {};
@@ -322,14 +323,12 @@ void keep_classes(scan_records& r, std::int32_t g, group_form& group,
   const std::int64_t classes = static_cast<std::int64_t>(first.size());
   const std::int64_t packed = std::int64_t{r.layout.group(g).stride} * (r.layout.group(g).stride + 1) / 2;
   mat<double> sums;
-  allocate(r.report, sums, "sums", routine, terms, classes);
+  allocate(r.report, sums, "sums", routine, classes, terms);
   allocate(r.report, group.class_diag, "class_diag", routine, classes);
-  allocate(r.report, group.class_block, "class_block", routine, packed, classes);
-  allocate(r.report, group.class_factor, "class_factor", routine, packed, classes);
-  allocate(r.report, group.class_info, "class_info", routine, classes);
+  allocate(r.report, group.class_data, "class_data", routine, classes * (2 * packed + 1));
   for (std::int64_t c = 1; c <= classes; ++c) {
     const std::int32_t l = first[static_cast<std::size_t>(c - 1)];
-    std::copy_n(group.sums.col(l), terms, sums.col(c));
+    for (std::int64_t k = 1; k <= terms; ++k) sums(c, k) = group.sums(l, k);
     group.class_diag(c) = diagonal_of(r, g, l);
   }
   group.sums = std::move(sums);
@@ -346,6 +345,32 @@ void build_classes(scan_records& r, const run_frame& f) {
       group.level_class.release();
     else
       keep_classes(r, g, group, first);
+  }
+}
+
+// ---- links ----
+
+void build_links(scan_records& r, const run_frame& f) {
+  residual_form& form = r.work.fast;
+  allocate_rows(r.report, form.links, "links", routine, r.model.nramat);
+  for (std::int32_t k = 1; k <= r.model.nramat && f.analysis_type >= 2; ++k) {
+    if (structure_is(r.model.RMAT(k), "I") || r.model.RMAT(k).n_rc > largest_written_order) continue;
+    const relationship_rows& rows = r.relations.of(k);
+    link_form& links = form.links[static_cast<std::size_t>(k - 1)];
+    const std::int64_t levels = rows.diag.size();
+    allocate(r.report, links.before, "links%before", routine, levels);
+    allocate(r.report, links.after, "links%after", routine, levels);
+    allocate(r.report, links.col, "links%col", routine, rows.col.size());
+    allocate(r.report, links.val, "links%val", routine, rows.val.size());
+    std::int64_t at = 0;
+    for (std::int64_t l = 1; l <= levels; ++l)
+      for (const bool behind : {false, true})
+        for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node) {
+          if ((rows.col(node) > l) != behind) continue;
+          ++(behind ? links.after : links.before)(l);
+          links.col(++at) = rows.col(node) - 1;
+          links.val(at) = rows.val(node);
+        }
   }
 }
 
@@ -394,8 +419,7 @@ void allocate_work(scan_records& r) {
   std::size_t terms = 0;
   for (const group_form& group : form.groups) terms = std::max(terms, group.terms.size());
   allocate(r.report, form.multipliers, "multipliers", routine, static_cast<std::int64_t>(terms));
-  allocate(r.report, form.normals, "normals", routine,
-           std::max<std::int64_t>(normals_at_once, records_of_block * nt));
+  allocate(r.report, form.normals, "normals", routine, records_of_block * nt);
   allocate(r.report, form.square_done, "square_done", routine, r.model.nramat);
   allocate(r.report, form.square, "square", routine,
            std::int64_t{largest_written_order} * (largest_written_order + 1) / 2, r.model.nramat);
@@ -439,6 +463,7 @@ void build_residual_form(scan_records& r, const run_frame& f) {
   build_slots(r, f);
   build_terms(r, f);
   build_classes(r, f);
+  build_links(r, f);
   build_masks(r);
   allocate_work(r);
   form.state = form_state::ready;

@@ -48,13 +48,21 @@ struct group_form {
   std::vector<std::int32_t> traits;
   bool changing = false; // D has to be summed over the records in each round, into DI
   std::vector<block_term> terms;
-  mat<double> sums; // terms x levels, or terms x classes
+  mat<double> sums; // levels x terms, or classes x terms
   // Levels that share sums and diagonal element share their factored block.
   vec<std::int32_t> level_class; // levels, from 0; empty: each level for itself
   vec<double> class_diag;        // classes: diagonal element of the relationship inverse
-  mat<double> class_block;       // packed x classes: D of the round
-  mat<double> class_factor;      // packed x classes: L, its diagonal inverted
-  vec<std::int32_t> class_info;  // 0, or the row at which the factor failed
+  vec<double> class_data;        // per class D and L of the round and the diagonal element
+};
+
+// The relationship rows of a factor for the walk over its levels, in the order of
+// the levels: first the links to levels before the row's own, then to those
+// behind it. So the sum of squares comes out of the walk:
+//   u' A^-1 u = sum over l of a(l,l) u_l^2 + 2 u_l sum over c < l of a(l,c) u_c.
+struct link_form {
+  vec<std::int32_t> before, after; // levels: numbers of links
+  vec<std::int32_t> col;           // related level, from 0
+  vec<double> val;
 };
 
 // Conditional distribution of the missing traits of one mask, given the others,
@@ -77,6 +85,7 @@ struct residual_form {
   bool one_matrix = false;        // all records share one residual inverse, without weights
   bool constant_R = false;        // the residual matrices stay in this run: terms are whole
   std::vector<group_form> groups; // [g-1]
+  std::vector<link_form> links;   // [k-1]; empty for identity and in the solver
   mat<double> E;                  // nobs x nt: residuals, not weighted
   vec<double> change;             // largest group: new less old solutions of the group left last
   std::int32_t pending = 0;       // that group, while its change is not yet in E; 0: none
