@@ -162,6 +162,7 @@ void start_run(run& r) {
   start_chain_values(r);
   load_data(r);
   allocate_scan_work(r.model, r.layout, r.design, r.work, r.report);
+  prepare_residual_draw(r.model, r.frame, r.work.constrained, r.work.matrix_work, r.report);
   start_latent_values(r);
   restart_latent_values(r);
   open_sample_files(r.model, r.layout, r.frame, r.files, r.report);

@@ -1,6 +1,7 @@
 #include "gibbs/covariance_draws.h"
 
 #include "formats/free_format.h"
+#include "gibbs/constrained_wishart.h"
 #include "numerics/cholesky_family.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/packed_matrix.h"
@@ -153,11 +154,21 @@ double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, st
   return residual.HETGR_COV_MAT(g, i, j);
 }
 
-// W drawn from the inverse of the sums in sscp_f; again while masking spoils it.
-void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32_t df) {
+// W drawn for the sums that it holds and their inverse in sscp_f; again while
+// masking spoils it. h: residual group.
+void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32_t h, std::int32_t df) {
+  constrained_work& constrained = r.work.constrained;
+  const bool restricted = !constrained.lists.C.empty();
+  if (restricted) {
+    std::copy(iw.W.begin(), iw.W.end(), constrained.S.begin());
+    std::copy(iw.sscp_f.begin(), iw.sscp_f.end(), constrained.A.begin());
+  }
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
-    rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), r.model.nt, df,
-             r.work.matrix_work);
+    if (restricted)
+      rinvwish_con(r.sources, constrained, r.sampler.RCOV.slice(h), df, iw.W, iw.SCALE, r.work.matrix_work);
+    else
+      rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), r.model.nt, df,
+               r.work.matrix_work);
     if (r.model.n_norcov == 0 || mask_drawn(r, iw.W, iw.W_INV)) return;
   }
   computation_impossible(r.report, "sample_covariances",
@@ -178,7 +189,7 @@ void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
   const std::string whose = fmt::format("residual group {}", h);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
   invert(r.report, iw.W, nt, iw.sscp_f, iw.W_INV, whose);
-  draw_residual_matrix(r, iw, df);
+  draw_residual_matrix(r, iw, h, df);
   invert(r.report, iw.W, nt, iw.W_INV, iw.sscp_f, whose);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
   if (f.matopd(r.model.nramat + 1)) {

@@ -1,6 +1,7 @@
 // What one round of the scan works on, and its work areas.
 #pragma once
 
+#include "gibbs/constrained_wishart.h"
 #include "gibbs/residual_form.h"
 #include "input/category_store.h"
 #include "input/design_store.h"
@@ -30,6 +31,7 @@ struct scan_work {
   vec<double> COV;                  // nt^2: covariance of the missing traits given the others
   vec<double> X, GMN;               // nt, gmn_size(nt): one draw and its set-up
   matrix_draw_work matrix_work;     // of the multivariate draws
+  constrained_work constrained;     // of residual matrices with fixed variances
   residual_form fast;               // of the fast body
   array<double, 4> pattern_inverse; // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
 };
