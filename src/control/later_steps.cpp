@@ -19,12 +19,6 @@ void trait_deviation_stores(reporting& report) {
 void FETOCV(reporting& report) {
   step_not_available(report, "FETOCV", "class-effect solutions used as covariates are");
 }
-void SETCAT(reporting& report) {
-  step_not_available(report, "SETCAT", "ordered categorical traits (type 3) are");
-}
-void start_latent_traits(reporting& report) {
-  step_not_available(report, "ZEPH", "censored and binary traits (types 2 and 4) are");
-}
 void jump_chain(reporting& report) {
   step_not_available(report, "ZEPH", "analysis over models (types 5 and above) is");
 }

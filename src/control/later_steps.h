@@ -12,8 +12,6 @@ namespace zeph {
 [[noreturn]] void mixture_stores(reporting& report);         // traits of type 5, 7, 8
 [[noreturn]] void trait_deviation_stores(reporting& report); // trait deviations
 [[noreturn]] void FETOCV(reporting& report);                 // class-effect solutions as covariates
-[[noreturn]] void SETCAT(reporting& report);                 // traits of type 3
-[[noreturn]] void start_latent_traits(reporting& report);    // traits of types 2 and 4
 [[noreturn]] void jump_chain(reporting& report);             // analysis types 5 and above
 
 } // namespace zeph

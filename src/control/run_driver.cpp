@@ -8,6 +8,7 @@
 #include "control/start_values.h"
 #include "formats/free_format.h"
 #include "gibbs/residual_sums.h"
+#include "input/categorical_traits.h"
 #include "input/data_loading.h"
 #include "input/model_information.h"
 #include "results/final_reports.h"
@@ -131,10 +132,9 @@ void load_data(run& r) {
 void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.L_TD) trait_deviation_stores(r.report);
-  if (m.has_type(trait_categorical)) SETCAT(r.report);
+  if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
   if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
     mixture_stores(r.report);
-  if (m.has_type(trait_censored) || m.has_type(trait_liability)) start_latent_traits(r.report);
   if (r.frame.nfeto > 0) FETOCV(r.report);
   if (r.frame.analysis_type <= 0) return;
   if (!r.frame.restart || r.frame.analysis_type == 2)
@@ -171,7 +171,8 @@ void start_run(run& r) {
 void run_driver(run& r) {
   start_run(r);
   run_chain(r);
-  final_reports(r.model, r.layout, r.design, r.predictions, r.sampler, r.sources, r.frame, r.files, r.report);
+  final_reports(r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.sampler, r.sources,
+                r.frame, r.files, r.report);
   if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");
   close_sample_files(r.files, r.report);
   write_status(r.report, "Program ZEPH has concluded");

@@ -58,7 +58,7 @@ void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
     sample_covariances(r, f);
   }
   ranmar_save(r.sources.marsaglia);
-  update_latent_variables(r, f);
+  update_latent_variables(r, f, fast, files);
   if (sampled) take_sample(r, f, files);
 }
 

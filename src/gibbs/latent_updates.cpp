@@ -1,7 +1,127 @@
 #include "gibbs/latent_updates.h"
 
-namespace zeph {
+#include "gibbs/liability_draws.h"
 
-void update_latent_variables(scan_records&, const run_frame&) {}
+#include <algorithm>
+
+namespace zeph {
+namespace {
+
+// What liab_sample is told of record irec, from the work areas.
+liability_record described(scan_records& r, std::int32_t irec) {
+  liability_record x;
+  x.mean = r.work.fitted.data();
+  x.pos = r.work.pos.data();
+  x.cat = r.work.category.data();
+  if (r.design.Y_MMIN.allocated()) {
+    x.low = r.design.Y_MMIN.col(irec);
+    x.high = r.design.Y_MMAX.col(irec);
+  }
+  x.cured = r.work.cured.data();
+  x.isit = r.design.ISIT_M(irec);
+  x.h = r.design.IRESG_M(irec);
+  return x;
+}
+
+bool censored_code(std::int32_t code) { return code == -1 || code == 1 || code == 2; }
+
+} // namespace
+
+void bddrmc_cat(scan_records& r, const run_frame& f, bool ready) {
+  const std::int32_t nt = r.model.nt;
+  r.work.cured.fill(0);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    take_record(r, f, irec, ready);
+    for (std::int32_t t = 1; t <= nt; ++t) {
+      const bool present = trait_present(r.design.ISIT_M(irec), t, nt);
+      r.work.pos(t) =
+          r.design.Y_M(t, irec) > 0.0F && (present || r.model.MODEL(t).TRAIT_TYPE != trait_censored);
+      r.work.category(t) = -1;
+    }
+    std::int64_t c = 0;
+    for (const category_record& category : r.categories.catstr)
+      r.work.category(category.trait) = r.categories.catobs(++c, irec);
+    liab_sample(r, r.work.res.data(), described(r, irec));
+    for (std::int32_t t = 1; t <= nt; ++t) {
+      if (!trait_present(r.design.ISIT_M(irec), t, nt)) continue;
+      const double mean = r.work.fitted(t), res = r.work.res(t);
+      if (r.model.MODEL(t).TRAIT_TYPE == trait_liability)
+        store_liability(r, irec, t, stored_liability(mean, res, r.work.pos(t) != 0), ready);
+      if (r.model.MODEL(t).TRAIT_TYPE == trait_categorical)
+        store_liability(r, irec, t, static_cast<float>(mean + res), ready);
+    }
+  }
+}
+
+void bddrmc_cens(scan_records& r, const run_frame& f, bool ready) {
+  const std::int32_t nt = r.model.nt;
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    bool any = false;
+    for (std::int32_t t = 1; t <= nt; ++t) {
+      r.work.pos(t) = r.model.MODEL(t).TRAIT_TYPE == trait_censored &&
+                      censored_code(r.design.CENS_M(t, irec)) && trait_present(r.design.ISIT_M(irec), t, nt);
+      any = any || r.work.pos(t) != 0;
+    }
+    if (!any) continue;
+    take_record(r, f, irec, ready);
+    liability_record x = described(r, irec);
+    x.censored_only = true;
+    liab_sample(r, r.work.res.data(), x);
+    for (std::int32_t t = 1; t <= nt; ++t)
+      if (r.work.pos(t) != 0)
+        store_liability(r, irec, t, static_cast<float>(r.work.fitted(t) + r.work.res(t)), ready);
+  }
+}
+
+namespace {
+
+void find_extremes(const design_store& d, const category_store& categories, std::int32_t c,
+                   category_record& x) {
+  x.minu.fill(outer_limit);
+  x.maxu.fill(-outer_limit);
+  for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    const std::int32_t k = categories.catobs(c, irec);
+    if (k < 1) continue;
+    const double y = static_cast<double>(d.Y_M(x.trait, irec));
+    x.minu(k) = std::min(x.minu(k), y);
+    x.maxu(k) = std::max(x.maxu(k), y);
+  }
+}
+
+} // namespace
+
+void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files) {
+  std::int32_t c = 0;
+  for (category_record& x : r.categories.catstr) find_extremes(r.design, r.categories, ++c, x);
+  for (category_record& x : r.categories.catstr)
+    for (std::int32_t k = 2; k <= x.ncat_t - 2; ++k)
+      x.thr(k) = uniform_range(r.sources.combined, x.maxu(k), x.minu(k + 1));
+  for (category_record& x : r.categories.catstr) {
+    x.thr(1) = 0.0;
+    x.thr(x.ncat_t - 1) = 1.0;
+  }
+  if (f.analysis_type < 2 || f.analysis_type > 4 || !is_sample_round(f)) return;
+  for (category_record& x : r.categories.catstr)
+    for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
+      x.thrpostm(k) += x.thr(k);
+      x.thrpostsd(k) += x.thr(k) * x.thr(k);
+      write_threshold(files, f, r.categories.catstr.front().trait, k, x.thr(k),
+                      r.report); // kept: the first trait
+    }
+  flush_thresholds(files, r.report);
+}
+
+void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files) {
+  const model_records& m = r.model;
+  const bool ordered = m.has_type(trait_categorical), binary = m.has_type(trait_liability);
+  const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
+  const bool censored = m.has_type(trait_censored);
+  if (!ordered && !binary && !sequence && !censored && !m.has_type(trait_mixture)) return;
+  prepare_conditionals(r);
+  const bool ready = ready_residuals(r, f, fast);
+  if ((ordered || binary) && !sequence) bddrmc_cat(r, f, ready);
+  if (ordered) samp_thresholds(r, f, files);
+  if (censored) bddrmc_cens(r, f, ready);
+}
 
 } // namespace zeph

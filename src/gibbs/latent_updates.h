@@ -3,11 +3,27 @@
 
 #include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "results/sample_files.h"
 
 namespace zeph {
 
-// Replaces the latent values of all records in their order: liabilities of
-// categorical traits, thresholds, cure sequences, mixtures, censored traits.
-void update_latent_variables(scan_records& r, const run_frame& f);
+// Replaces the latent values of all records, by the types of traits in the model:
+// liabilities of types 3 and 4 (unless 7 or 8 is there too), thresholds, cure
+// sequences, mixtures, censored traits. fast: which body scanned the round.
+void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files);
+
+// Liabilities of ordered and binary traits, record by record; from the combined
+// source one draw per latent trait that is observed, and per censored trait whose
+// value is positive, whose draw only serves the traits behind it.
+void bddrmc_cat(scan_records& r, const run_frame& f, bool ready);
+
+// Values of censored observations (codes -1, 1, 2), record by record.
+void bddrmc_cens(scan_records& r, const run_frame& f, bool ready);
+
+// Thresholds 2..n-2 of each ordered trait, uniform between the largest liability
+// of the category below and the smallest of the one above; thr(1) = 0 and
+// thr(n-1) = 1. In sample rounds of types 2 to 4 they are summed and written to
+// `threshold`: round, number of the first ordered trait (on every row), k, thr(k).
+void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files);
 
 } // namespace zeph

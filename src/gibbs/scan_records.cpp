@@ -47,6 +47,14 @@ void allocate_scan_work(const model_records& m, const equation_layout& layout, c
   allocate(report, work.riff, "riff", "QVAgib_ALLOC", m.nt, m.nt);
   allocate(report, work.weight_vec_sqrt, "weight_vec_sqrt", "QVAgib_ALLOC", m.nt);
   allocate(report, work.res, "res", "Bddrmc_sscp", m.nt);
+  allocate(report, work.fitted, "fitted", "liab_sample", m.nt);
+  allocate(report, work.pos, "pos", "liab_sample", m.nt);
+  allocate(report, work.cured, "cured", "liab_sample", m.nt);
+  allocate(report, work.category, "category", "liab_sample", m.nt);
+  allocate(report, work.conditional_coefficient, "coefficient", "liab_sample", m.nt, m.nt,
+           m.n_groups_residual());
+  allocate(report, work.conditional_variance, "variance", "liab_sample", m.nt, m.n_groups_residual());
+  work.weighted = m.has_weights();
   allocate(report, work.CMAT, "CMAT", "GIBSCAN", std::int64_t{work.nmax} * work.nmax);
   allocate(report, work.MEAN, "MEAN", "ZEPH2", order);
   allocate(report, work.WORK, "WORK", "ZEPH2", order);

@@ -16,24 +16,30 @@ namespace zeph {
 
 // Work areas of the scan, sized once before the chain.
 struct scan_work {
-  std::int32_t nmax = 0;            // largest number of equations of a level
-  vec<double> PARM;                 // packed bordered matrix of order max(nmax, nt) + 1
-  vec<logical> LOGI;                // its rows: swept or not
-  vec<double> PARMS;                // swept triangle of the last block
-  vec<double> link_sums;            // nmax: sums of relationship element times solution
-  vec<std::int32_t> IW1, IW2;       // traits of a record, present and missing: nt each
-  mat<double> riff;                 // nt x nt: residual inverse of the current record
-  mat<double> ZDRII;                // nt x m: row of coefficient i is column i
-  vec<double> weight_vec_sqrt;      // nt
-  vec<double> res;                  // nt: residuals of the current record
-  vec<double> CMAT;                 // nmax^2, column-major: block of a level, then its factor
-  vec<double> MEAN, WORK, W;        // max(nmax, nt): mean, standard normals, deviates of a level
-  vec<double> COV;                  // nt^2: covariance of the missing traits given the others
-  vec<double> X, GMN;               // nt, gmn_size(nt): one draw and its set-up
-  matrix_draw_work matrix_work;     // of the multivariate draws
-  constrained_work constrained;     // of residual matrices with fixed variances
-  residual_form fast;               // of the fast body
-  array<double, 4> pattern_inverse; // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
+  std::int32_t nmax = 0;                // largest number of equations of a level
+  vec<double> PARM;                     // packed bordered matrix of order max(nmax, nt) + 1
+  vec<logical> LOGI;                    // its rows: swept or not
+  vec<double> PARMS;                    // swept triangle of the last block
+  vec<double> link_sums;                // nmax: sums of relationship element times solution
+  vec<std::int32_t> IW1, IW2;           // traits of a record, present and missing: nt each
+  mat<double> riff;                     // nt x nt: residual inverse of the current record
+  mat<double> ZDRII;                    // nt x m: row of coefficient i is column i
+  vec<double> weight_vec_sqrt;          // nt
+  vec<double> res;                      // nt: residuals of the current record
+  vec<double> CMAT;                     // nmax^2, column-major: block of a level, then its factor
+  vec<double> MEAN, WORK, W;            // max(nmax, nt): mean, standard normals, deviates of a level
+  vec<double> COV;                      // nt^2: covariance of the missing traits given the others
+  vec<double> X, GMN;                   // nt, gmn_size(nt): one draw and its set-up
+  matrix_draw_work matrix_work;         // of the multivariate draws
+  vec<double> fitted;                   // nt: fitted values of the current record
+  vec<logical> pos, cured;              // nt: what its latent traits are known to be
+  vec<std::int32_t> category;           // nt
+  cube<double> conditional_coefficient; // nt x nt x groups: of trait i in the mean of trait t, (i,t,h)
+  mat<double> conditional_variance;     // nt x groups
+  bool weighted = false;                // the model has weights
+  constrained_work constrained;         // of residual matrices with fixed variances
+  residual_form fast;                   // of the fast body
+  array<double, 4> pattern_inverse;     // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
 };
 
 // The records of one run that the scan reads and changes.

@@ -4,8 +4,34 @@
 
 #include "numerics/arrays.h"
 
+#include <cmath>
+#include <vector>
+
 namespace zeph {
 
-struct category_store {};
+// One trait of kind 3 with n = ncat_t categories.
+struct category_record {
+  std::int32_t ncat_t = 0;         // the highest code found
+  std::int32_t trait = 0;          // trait number
+  vec<double> thr;                 // 0:n, thresholds; elements 0 and n are the outer limits
+  vec<double> thrpostm, thrpostsd; // 0:n, sums of samples and of their squares
+  vec<double> minu, maxu;          // n, smallest and largest liability of a category
+};
+
+struct category_store {
+  std::vector<category_record> catstr; // [c-1], in the order of the traits
+  mat<std::int32_t> catobs;            // categorical traits x nobs: category, or -1 where missing
+};
+
+// Stands for the outer limits, and for thresholds that are not finite, where one
+// of them bounds a draw.
+inline constexpr double outer_limit = 999999.0;
+
+// Threshold k of a trait as a bound.
+inline double threshold_bound(const category_record& c, std::int64_t k) {
+  const double x = c.thr(k);
+  if (std::isfinite(x)) return x;
+  return x > 0 ? outer_limit : -outer_limit; // also for what is no number
+}
 
 } // namespace zeph

@@ -7,6 +7,7 @@
 #include "results/model_fit.h"
 #include "results/prediction_report.h"
 #include "results/solution_writer.h"
+#include "results/threshold_report.h"
 #include "results/whole_file.h"
 
 namespace zeph {
@@ -43,14 +44,16 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 }
 
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
-                   const prediction_store& predictions, sampler_store& store, random_sources& sources,
-                   run_frame& frame, sample_files& files, reporting& report) {
+                   const category_store& categories, mixture_store&, const prediction_store& predictions,
+                   sampler_store& store, random_sources& sources, run_frame& frame, sample_files& files,
+                   reporting& report) {
   const bool samples_matrices = frame.analysis_type > 2;
   if (frame.analysis_type > 0) report_model_fit(frame, files, report);
   if (samples_matrices) report_deviance(m, design, frame, store, report);
 
   solution_moments(frame, store);
   covariance_moments(m, frame, store);
+  report_thresholds(categories, frame, report);
 
   if (samples_matrices && static_cast<std::int64_t>(frame.nsamples) >= 1)
     report_covariances(m, store, frame, report);

@@ -2,6 +2,8 @@
 // however its chain ended.
 #pragma once
 
+#include "input/category_store.h"
+#include "input/mixture_store.h"
 #include "input/prediction_store.h"
 #include "numerics/random_sources.h"
 #include "results/sample_files.h"
@@ -12,6 +14,7 @@ namespace zeph {
 //  - fit statistics on the listing and in lpm (analysis_type > 0)
 //  - DIC of each trait (analysis_type > 2)
 //  - sums to posterior means and variances
+//  - thresholds of ordered traits on the listing
 //  - (co)variances on the listing, in gparout and PAROUT (n >= 1, analysis_type > 2)
 //  - ypredicted (predictions that were filled)
 //  - gibsol and its listing by SOLWRITE, description of the sample files,
@@ -20,6 +23,7 @@ namespace zeph {
 //  - hand-over: the sums are zeroed, the means kept in `sols` and `pars`
 // Files that can't be written stop with code 16.
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
+                   const category_store& categories, mixture_store& mixtures,
                    const prediction_store& predictions, sampler_store& store, random_sources& sources,
                    run_frame& frame, sample_files& files, reporting& report);
 

@@ -97,6 +97,7 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
     }
   }
   open_checked(files.scr31, "scr31", report);
+  if (m.has_type(trait_categorical)) open_checked(files.threshold, "threshold", report);
 }
 
 void write_py(sample_files& files, const run_frame& frame, double lik, reporting& report) {
@@ -167,6 +168,16 @@ void write_residual_samples(const model_records& m, const design_store& design, 
   if (!file.flush()) write_fault(report, "res.samples", "write");
 }
 
+void write_threshold(sample_files& files, const run_frame& frame, std::int32_t trait, std::int32_t k,
+                     double value, reporting& report) {
+  if (!files.threshold.line(free_row().i(frame.iround).i(trait).i(k).r8(value).str()))
+    write_fault(report, "threshold", "write");
+}
+
+void flush_thresholds(sample_files& files, reporting& report) {
+  if (!files.threshold.flush()) write_fault(report, "threshold", "write");
+}
+
 void describe_sample_files(const model_records& m, const sample_files& files, reporting& report) {
   if (m.l_sol_samples && files.has_sol_samples) describe_sol_samples(report);
   if (files.has_res_samples) describe_res_samples(m.nt, report);
@@ -179,6 +190,7 @@ void close_sample_files(sample_files& files, reporting& report) {
   close_checked(files.sol_samples, "sol.samples", report);
   close_checked(files.res_samples, "res.samples", report);
   close_checked(files.scr31, "scr31", report);
+  close_checked(files.threshold, "threshold", report);
 }
 
 } // namespace zeph

@@ -11,6 +11,8 @@
 //                        for chosen equations, one (round, equation, sol) each
 // res.samples  records   per sample and data record: round, position in the
 //                        user's data, nt residuals as real*8
+// threshold    text      round, number of the first ordered trait, k, threshold k; in
+//                        free format, a row for each threshold of each trait
 // scr31        records   scratch space of the covariance sampling
 //
 // All are flushed at the end of their sample, so that a run that is killed keeps
@@ -26,7 +28,7 @@
 namespace zeph {
 
 struct sample_files {
-  text_writer gib_samples, py, lpm;
+  text_writer gib_samples, py, lpm, mix_pi, threshold;
   sequential_writer sol_samples, res_samples, scr31;
   std::int32_t n_vector = 0;    // entries of the model vector in a row: nramat+1
   bool has_sol_samples = false; // opened in this run
@@ -35,7 +37,7 @@ struct sample_files {
 
 // Opens, in this order: with analysis_type >= 3 gib.samples; with analysis_type > 0 py, lpm, sol.samples (when
 // n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
-// residuals are kept); scr31 in every case. Existing files are emptied.
+// residuals are kept); scr31 in every case; threshold with a trait of type 3. Existing files are emptied.
 void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
                        sample_files& files, reporting& report);
 
@@ -60,6 +62,11 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
 // memory; nothing when residuals aren't kept.
 void write_residual_samples(const model_records& m, const design_store& design, const run_frame& frame,
                             sample_files& files, reporting& report);
+
+// One row of `threshold`; flush_thresholds ends the rows of a sample round.
+void write_threshold(sample_files& files, const run_frame& frame, std::int32_t trait, std::int32_t k,
+                     double value, reporting& report);
+void flush_thresholds(sample_files& files, reporting& report);
 
 // Describes on the listing those of sol.samples (with l_sol_samples) and
 // res.samples that were opened.

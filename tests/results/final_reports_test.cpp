@@ -13,6 +13,8 @@ struct run_end : result_case {
   equation_layout layout = dairy_layout();
   design_store design;
   prediction_store predictions;
+  category_store categories;
+  mixture_store mixtures;
   sampler_store store;
   random_sources sources{report};
   run_frame frame;
@@ -33,7 +35,9 @@ struct run_end : result_case {
       accumulate_solutions(m, layout, store, frame);
     }
   }
-  void finish() { final_reports(m, layout, design, predictions, store, sources, frame, files, report); }
+  void finish() {
+    final_reports(m, layout, design, categories, mixtures, predictions, store, sources, frame, files, report);
+  }
 };
 
 std::string quarters_file() {

@@ -1,6 +1,7 @@
 // Work directories that a writer of its own made (tests/data/workdirs): the
 // solver's ones give the answers beside them, the others are read whole.
 #include "runs/csv_table.h"
+#include "runs/two_bodies.h"
 #include "runs/whole_run.h"
 
 #include "input/code_table.h"
@@ -163,6 +164,26 @@ TEST_P(other_directory, is_read_whole) {
 INSTANTIATE_TEST_SUITE_P(read, other_directory,
                          ::testing::Values("cat3_t3", "cens2_t3", "cure_t3", "feto_t2", "jumpI3_t6",
                                            "mix2_t3", "tdptd_t3", "three3_t3"),
+                         [](const auto& set) { return set.param; });
+
+class sampled_directory : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(sampled_directory, runs_to_its_end_with_either_body) {
+  scratch_directory directory;
+  directory.take_files_of(workdirs() + GetParam());
+  const whole_run run = run_in(directory.path());
+  EXPECT_EQ(run.exit_code, 0) << run.listing;
+  EXPECT_TRUE(run.says(" End of ZEPH")) << run.listing;
+  for (const double x : run.solution) EXPECT_TRUE(std::isfinite(x));
+  const scratch_directory again;
+  std::filesystem::copy(workdirs() + GetParam(), again / "work");
+  const bodies_apart apart = compare_bodies(again, "work", 10);
+  EXPECT_TRUE(apart.ran && apart.fast);
+  EXPECT_LT(apart.rhs, 1e-10);
+  EXPECT_LT(std::max({apart.sol, apart.matrices, apart.sums}), 1e-7); // liabilities are rounded to 32 bits
+}
+
+INSTANTIATE_TEST_SUITE_P(run, sampled_directory, ::testing::Values("cat3_t3", "cens2_t3", "three3_t3"),
                          [](const auto& set) { return set.param; });
 
 TEST(work_directories, are_all_tested) {

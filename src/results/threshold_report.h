@@ -1,0 +1,14 @@
+// Posterior means of the thresholds of ordered traits.
+#pragma once
+
+#include "control/run_frame.h"
+#include "input/category_store.h"
+
+namespace zeph {
+
+// For each ordered trait, on the listing: its number, then for each threshold
+// 1..n-1 its number, mean s/N and standard deviation sqrt((q - s^2/N)/N), 0 where
+// the sum of squares falls short, over the N samples. Nothing without such traits.
+void report_thresholds(const category_store& categories, const run_frame& frame, reporting& report);
+
+} // namespace zeph
