@@ -10,9 +10,6 @@ void step_not_available(reporting& report, std::string_view routine, std::string
   zeph_terminates(report);
 }
 
-void mixture_stores(reporting& report) {
-  step_not_available(report, "ZEPH", "mixture and sequence traits (types 5, 7 and 8) are");
-}
 void trait_deviation_stores(reporting& report) {
   step_not_available(report, "TD_PTD", "trait deviations are");
 }

@@ -7,6 +7,7 @@
 #include "control/restart.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
+#include "gibbs/mixture_updates.h"
 #include "gibbs/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/data_loading.h"
@@ -52,6 +53,7 @@ void look_at_traits(run& r) {
   for (std::int32_t i = 1; i <= r.model.nt; ++i)
     if (r.model.MODEL(i).TRAIT_TYPE == trait_categorical) ++categorical;
   r.model.ncat = categorical;
+  allocate_mixtures(r.model, r.mixtures, r.report);
 }
 
 void print_sizes(const model_records& m, const equation_layout& layout, reporting& report) {
@@ -133,8 +135,6 @@ void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.L_TD) trait_deviation_stores(r.report);
   if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
-  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
-    mixture_stores(r.report);
   if (r.frame.nfeto > 0) FETOCV(r.report);
   if (r.frame.analysis_type <= 0) return;
   if (!r.frame.restart || r.frame.analysis_type == 2)
@@ -165,6 +165,8 @@ void start_run(run& r) {
   prepare_residual_draw(r.model, r.frame, r.work.constrained, r.work.matrix_work, r.report);
   start_latent_values(r);
   restart_latent_values(r);
+  scan_records records = records_of(r);
+  start_mixing_proportions(records);
   open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
 }
 

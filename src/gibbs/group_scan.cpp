@@ -126,7 +126,7 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
   }
 }
 
-void sample_level(scan_records& r, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
+void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
   double *c = r.work.CMAT.data(), *mean = r.work.MEAN.data(), *z = r.work.WORK.data(), *w = r.work.W.data();
@@ -139,6 +139,14 @@ void sample_level(scan_records& r, ranmar_draws& draws, std::int32_t g, std::int
   if (info != 0) stop_at_block(r.report, g, " 1 potrs info= ", info);
   for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
   solve_transposed(c, n, z, w);
+  if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty() &&
+      breaks_distance_rule(r.work.distances, mean, w)) {
+    ++f.nlabel;
+    do {
+      for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
+      solve_transposed(c, n, z, w);
+    } while (breaks_distance_rule(r.work.distances, mean, w));
+  }
   for (std::int32_t i = 0; i < n; ++i) r.sampler.sol(e0 + i + 1) = mean[i] + w[i];
 }
 
@@ -167,7 +175,7 @@ void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sum
   ranmar_draws draws(r.sources.marsaglia);
   for (std::int32_t l = 1; l <= levels; ++l) {
     if (linked) subtract_links(r, group.number, l, n);
-    sample_level(r, draws, g, l);
+    sample_level(r, f, draws, g, l);
   }
 }
 

@@ -32,8 +32,10 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
 // Draws level l of group g from its conditional distribution: mean C^-1 RHS,
 // covariance C^-1, C = L L' the diagonal block. The n standard normals z come in
 // the order of the equations; sol = C^-1 RHS + L'^-1 z. A block that can't be
-// factored or solved is told with its group, and the run stops with code 27.
-void sample_level(scan_records& r, ranmar_draws& draws, std::int32_t g, std::int32_t l);
+// factored or solved is told with its group, and the run stops with code 27. The
+// plain regressions of group 1 are drawn again, with new normals, while a mixture
+// distance among them is below 1e-12; f.nlabel grows by one when that happens.
+void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l);
 
 // "Group: " g, the routine's words, info; ends the run with code 27.
 [[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info);

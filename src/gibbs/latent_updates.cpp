@@ -1,6 +1,7 @@
 #include "gibbs/latent_updates.h"
 
 #include "gibbs/liability_draws.h"
+#include "gibbs/mixture_updates.h"
 
 #include <algorithm>
 
@@ -121,7 +122,17 @@ void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sam
   const bool ready = ready_residuals(r, f, fast);
   if ((ordered || binary) && !sequence) bddrmc_cat(r, f, ready);
   if (ordered) samp_thresholds(r, f, files);
+  if (sequence) bddrmc_cure(r, f, ready);
+  if (m.has_type(trait_mixture)) bddrmc_mix(r, f, ready);
   if (censored) bddrmc_cens(r, f, ready);
+  if (!sequence && !m.has_type(trait_mixture)) return;
+  if (!is_sample_round(f)) return;
+  write_mix_pi(files, f, r.mixtures.mix_pi, r.report);
+  for (std::int32_t t = 1; t <= m.nt; ++t) {
+    const double share = r.mixtures.mix_pi(t);
+    r.mixtures.mix_pi_sum(t) += share;
+    r.mixtures.mix_pi_ss(t) += share * share;
+  }
 }
 
 } // namespace zeph

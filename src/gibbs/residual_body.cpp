@@ -322,8 +322,7 @@ std::int32_t last_group(const scan_records& r) {
 }
 
 bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
-  return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions &&
-         (r.model.has_type(trait_mixture) || r.model.has_type(trait_cured));
+  return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty();
 }
 
 } // namespace

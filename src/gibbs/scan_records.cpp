@@ -51,6 +51,11 @@ void allocate_scan_work(const model_records& m, const equation_layout& layout, c
   allocate(report, work.pos, "pos", "liab_sample", m.nt);
   allocate(report, work.cured, "cured", "liab_sample", m.nt);
   allocate(report, work.category, "category", "liab_sample", m.nt);
+  allocate(report, work.z, "z", "bddrmc_mix", m.nt);
+  allocate(report, work.l_mix_z, "l_mix_z", "bddrmc_mix", m.nt);
+  allocate(report, work.e1, "e1", "bddrmc_mix", m.nt);
+  allocate(report, work.e0, "e0", "bddrmc_mix", m.nt);
+  work.distances = mixture_distances(m);
   allocate(report, work.conditional_coefficient, "coefficient", "liab_sample", m.nt, m.nt,
            m.n_groups_residual());
   allocate(report, work.conditional_variance, "variance", "liab_sample", m.nt, m.n_groups_residual());

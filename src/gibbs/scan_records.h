@@ -2,6 +2,7 @@
 #pragma once
 
 #include "gibbs/constrained_wishart.h"
+#include "gibbs/mixture_distance.h"
 #include "gibbs/residual_form.h"
 #include "input/category_store.h"
 #include "input/design_store.h"
@@ -33,6 +34,9 @@ struct scan_work {
   matrix_draw_work matrix_work;         // of the multivariate draws
   vec<double> fitted;                   // nt: fitted values of the current record
   vec<logical> pos, cured;              // nt: what its latent traits are known to be
+  vec<logical> z, l_mix_z;              // nt: its indicators; the traits whose mixture coefficients are on
+  vec<double> e1, e0;                   // nt: its residuals in component 1 and 0
+  std::vector<std::int32_t> distances;  // equations of mixture distances in group 1
   vec<std::int32_t> category;           // nt
   cube<double> conditional_coefficient; // nt x nt x groups: of trait i in the mean of trait t, (i,t,h)
   mat<double> conditional_variance;     // nt x groups
@@ -44,7 +48,7 @@ struct scan_work {
 
 // The records of one run that the scan reads and changes.
 struct scan_records {
-  const model_records& model;
+  model_records& model;
   equation_layout& layout;
   design_store& design;
   const relationship_store& relations;

@@ -4,6 +4,7 @@
 #include "results/accumulators.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"
+#include "results/mixture_report.h"
 #include "results/model_fit.h"
 #include "results/prediction_report.h"
 #include "results/solution_writer.h"
@@ -44,7 +45,7 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 }
 
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
-                   const category_store& categories, mixture_store&, const prediction_store& predictions,
+                   category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
                    sampler_store& store, random_sources& sources, run_frame& frame, sample_files& files,
                    reporting& report) {
   const bool samples_matrices = frame.analysis_type > 2;
@@ -57,14 +58,22 @@ void final_reports(const model_records& m, const equation_layout& layout, const 
 
   if (samples_matrices && static_cast<std::int64_t>(frame.nsamples) >= 1)
     report_covariances(m, store, frame, report);
+  report_mixing_proportions(m, mixtures, frame, report);
   report_predictions(frame, predictions, report);
-  if (frame.nsamples > 1 || frame.analysis_type <= 0)
+  bool memberships = true;
+  if (frame.nsamples > 1 || frame.analysis_type <= 0) {
     report_solutions(m, layout, store, frame, files, report);
+    write_taupostmean(m, mixtures, frame, design.nobs, report);
+    memberships = write_memberships(m, design, mixtures, frame, report);
+  }
 
   if (frame.analysis_type >= 2) write_lastsol(layout, store, report);
   if (samples_matrices) write_gparlast(m, design, store, sources, frame, report);
 
+  if (!memberships) stop_run(report, exit_diagnosed);
   hand_over_sums(store, frame);
+  clear_mixture_sums(mixtures);
+  clear_threshold_sums(categories);
 }
 
 } // namespace zeph

@@ -16,16 +16,19 @@ namespace zeph {
 //  - sums to posterior means and variances
 //  - thresholds of ordered traits on the listing
 //  - (co)variances on the listing, in gparout and PAROUT (n >= 1, analysis_type > 2)
+//  - mixing proportions on the listing
 //  - ypredicted (predictions that were filled)
 //  - gibsol and its listing by SOLWRITE, description of the sample files,
 //    solpostmean (n > 1, or analysis_type 0)
+//    and, with mixtures, taupostmean, mixz_prob, mixz_last
 //  - lastsol (analysis_type >= 2) and gparlast (analysis_type >= 3), for any n
 //  - hand-over: the sums are zeroed, the means kept in `sols` and `pars`
-// Files that can't be written stop with code 16.
+// Files that can't be written stop with code 16; those of the memberships after
+// the state of the chain has been saved.
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
-                   const category_store& categories, mixture_store& mixtures,
-                   const prediction_store& predictions, sampler_store& store, random_sources& sources,
-                   run_frame& frame, sample_files& files, reporting& report);
+                   category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
+                   sampler_store& store, random_sources& sources, run_frame& frame, sample_files& files,
+                   reporting& report);
 
 // solpostmean: one record neq, then per equation a record of its number and
 // solpostmean (real*8).

@@ -97,6 +97,8 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
     }
   }
   open_checked(files.scr31, "scr31", report);
+  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
+    open_checked(files.mix_pi, "mix_pi", report);
   if (m.has_type(trait_categorical)) open_checked(files.threshold, "threshold", report);
 }
 
@@ -168,6 +170,19 @@ void write_residual_samples(const model_records& m, const design_store& design, 
   if (!file.flush()) write_fault(report, "res.samples", "write");
 }
 
+void write_mix_pi(sample_files& files, const run_frame& frame, const vec<double>& proportions,
+                  reporting& report) {
+  free_row row;
+  row.i(frame.iround);
+  for (const double share : proportions) row.r8(share);
+  if (files.mix_pi.line(row.str()) && files.mix_pi.flush()) return;
+  say(report);
+  say(report, "ERROR in subroutine WR_MIXZ");
+  say(report);
+  say(report, "Program terminates");
+  stop_run(report, exit_diagnosed);
+}
+
 void write_threshold(sample_files& files, const run_frame& frame, std::int32_t trait, std::int32_t k,
                      double value, reporting& report) {
   if (!files.threshold.line(free_row().i(frame.iround).i(trait).i(k).r8(value).str()))
@@ -190,6 +205,7 @@ void close_sample_files(sample_files& files, reporting& report) {
   close_checked(files.sol_samples, "sol.samples", report);
   close_checked(files.res_samples, "res.samples", report);
   close_checked(files.scr31, "scr31", report);
+  close_checked(files.mix_pi, "mix_pi", report);
   close_checked(files.threshold, "threshold", report);
 }
 

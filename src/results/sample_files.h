@@ -11,6 +11,7 @@
 //                        for chosen equations, one (round, equation, sol) each
 // res.samples  records   per sample and data record: round, position in the
 //                        user's data, nt residuals as real*8
+// mix_pi       text      round, mixing proportion of each trait, in free format
 // threshold    text      round, number of the first ordered trait, k, threshold k; in
 //                        free format, a row for each threshold of each trait
 // scr31        records   scratch space of the covariance sampling
@@ -37,7 +38,8 @@ struct sample_files {
 
 // Opens, in this order: with analysis_type >= 3 gib.samples; with analysis_type > 0 py, lpm, sol.samples (when
 // n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
-// residuals are kept); scr31 in every case; threshold with a trait of type 3. Existing files are emptied.
+// residuals are kept); scr31 in every case; mix_pi with a
+// trait of type 5, 7 or 8; threshold with one of type 3. Existing files are emptied.
 void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
                        sample_files& files, reporting& report);
 
@@ -62,6 +64,11 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
 // memory; nothing when residuals aren't kept.
 void write_residual_samples(const model_records& m, const design_store& design, const run_frame& frame,
                             sample_files& files, reporting& report);
+
+// One row of mix_pi: iround and the proportions of all traits, flushed. A failure
+// ends the run with the words of the mixture's files.
+void write_mix_pi(sample_files& files, const run_frame& frame, const vec<double>& proportions,
+                  reporting& report);
 
 // One row of `threshold`; flush_thresholds ends the rows of a sample round.
 void write_threshold(sample_files& files, const run_frame& frame, std::int32_t trait, std::int32_t k,

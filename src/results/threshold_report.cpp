@@ -19,4 +19,11 @@ void report_thresholds(const category_store& categories, const run_frame& frame,
   }
 }
 
+void clear_threshold_sums(category_store& categories) {
+  for (category_record& c : categories.catstr) {
+    c.thrpostm.fill(0.0);
+    c.thrpostsd.fill(0.0);
+  }
+}
+
 } // namespace zeph

@@ -11,4 +11,7 @@ namespace zeph {
 // the sum of squares falls short, over the N samples. Nothing without such traits.
 void report_thresholds(const category_store& categories, const run_frame& frame, reporting& report);
 
+// Zeroes the sums over samples.
+void clear_threshold_sums(category_store& categories);
+
 } // namespace zeph

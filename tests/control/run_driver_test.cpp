@@ -226,45 +226,6 @@ TEST(run_driver, runs_the_sampler_of_solutions_to_its_end) {
   EXPECT_FALSE(c.directory.has("gib.samples"));
 }
 
-TEST(run_driver, refuses_the_latent_kinds_of_traits_by_name) {
-  const std::string mixture = not_available("ZEPH", "mixture and sequence traits (types 5, 7 and 8) are");
-  for (const auto& [kind, end] : std::map<std::int32_t, std::string>{{5, mixture}, {7, mixture}}) {
-    run_case c;
-    c.d.traits[0].kind = kind;
-    c.d.traits[0].code_place = 1, c.d.traits[0].upper_place = 1;
-    c.d.traits[0].sequence_place = 5;
-    c.make_model();
-    c.m->n_cure_seq = 1;
-    for (std::size_t r = 0; r < 5; ++r) {
-      c.reals[r][0] = static_cast<float>(r % 2);
-      if (kind == 7) c.integers[r][4] = -1; // each sequence has one record
-    }
-    EXPECT_EQ(c.go(run_case::lines(1, 0, 1, 1)), 16);
-    EXPECT_TRUE(c.ends_with(end)) << kind << c.text();
-  }
-}
-
-TEST(run_driver, refuses_a_sequence_trait_with_its_cured_fraction) {
-  run_case c;
-  c.d.traits[0].kind = 7;
-  c.d.traits[0].sequence_place = 5;
-  c.d.traits.push_back(c.d.traits[0]);
-  c.d.traits[1].kind = 8;
-  c.d.reals = 2;
-  c.d.residual = {};
-  c.make_model();
-  c.m->n_cure_seq = 1;
-  c.m->MODEL(2).link1 = 1;
-  for (std::size_t r = 0; r < 5; ++r) {
-    c.integers[r][2] = c.integers[r][3] = 3;
-    c.integers[r][4] = -1;
-    c.reals[r] = {1.0F, 0.0F};
-  }
-  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 16);
-  EXPECT_TRUE(c.ends_with(not_available("ZEPH", "mixture and sequence traits (types 5, 7 and 8) are")))
-      << c.text();
-}
-
 TEST(run_driver, draws_start_values_of_missing_traits_above_type_0) {
   for (const std::int32_t type : {0, 1, 2}) {
     run_case c;

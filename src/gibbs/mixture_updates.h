@@ -1,0 +1,43 @@
+// Indicators and liabilities of two-component mixtures and of cure sequences.
+//
+// A trait t of kind 5 is the latent indicator of a mixture: its liability is
+// normal around its fitted value e(t), and a record belongs to component 1 with
+// prior probability Phi(e(t)). In component 1 the record's mixture coefficients
+// (XD6_M > 0) are 1, in component 0 they are 0; with two residual groups the
+// component chooses the group too: D. Gianola and others, Genetics Selection Evolution
+// 36 (2004) 3-27; J. Odegard and others, Journal of Dairy Science 86 (2003) 3694-3703.
+//
+// Kinds 7 and 8 are a cure model over the records of one subject, which stand
+// together (SEQ_M): kind 7 the status at each position, kind 8 whether the subject
+// can fail at all.
+#pragma once
+
+#include "control/run_frame.h"
+#include "gibbs/scan_records.h"
+
+namespace zeph {
+
+// Proportions at the start: entries of a trait whose mixture coefficient is on, over
+// the trait's observed records.
+void start_mixing_proportions(scan_records& r);
+
+// One pass over the records for the traits of kind 5. Each takes a uniform of the
+// combined source for its indicator,
+//   tau = p1/(p1 + p0), p1 = exp(-e1'R1^-1 e1/2) |R1|^-1/2 Phi, p0 alike with 1 - Phi,
+// then the liabilities of the record's traits of kind 5 are drawn. A tau that is no
+// number puts the record into component 0. ready: E holds the residuals.
+void bddrmc_mix(scan_records& r, const run_frame& f, bool ready);
+
+// Liabilities of the traits of kind 5 of one record: each given the observed other
+// traits and those of kind 5 drawn before, on the side that z tells. On return
+// res(t) of those traits is the liability itself.
+void liab_sample_mix(scan_records& r, double* res, const double* mean, const logical* z, std::int32_t isit,
+                     std::int32_t h);
+
+// One pass over the records for kinds 7 and 8: as a sequence ends, whether the
+// subject can fail is drawn where its status leaves that open, with probability
+//   1 - d,  d = Q/(prod Phi + Q),  prod the product of Q over the positions of kind 7,
+// then the liabilities of its records.
+void bddrmc_cure(scan_records& r, const run_frame& f, bool ready);
+
+} // namespace zeph

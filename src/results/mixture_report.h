@@ -1,0 +1,37 @@
+// What a chain tells of mixtures and cure sequences: proportions, and the
+// membership of each record.
+#pragma once
+
+#include "control/run_frame.h"
+#include "input/design_store.h"
+#include "input/mixture_store.h"
+
+namespace zeph {
+
+// On the listing: mean and standard deviation of the proportion of each trait that
+// carries mixture regressions or is of kind 8. Only when the model has a trait of
+// kind 5 or 8, as all below.
+void report_mixing_proportions(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
+                               reporting& report);
+
+// taupostmean: per record one row in free format, mean and standard deviation of
+// the probability of component 1 for each trait of kind 5; 1 and 0 where it was 1
+// in every sample.
+void write_taupostmean(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
+                       std::int32_t nobs, reporting& report);
+
+// Rows of membership in free format, a row per record of RCDATA_I: its first
+// integer, then per trait the share of the sample rounds in component 1, in 32
+// bits. icode 1: mixz_prob, headed by nobs, round, nburn, isamp; 2: mixz_last, whose
+// rows go on with the last membership and the stored values of the traits. Both
+// files must be new. Any other icode is told on the listing. Returns 0, or 1 after
+// a failure.
+int WR_MIXZ(const model_records& m, const design_store& design, const mixture_store& mixtures,
+            const run_frame& frame, std::int32_t icode, std::int64_t round, reporting& report);
+
+// Both files of WR_MIXZ for the last round of the chain. Returns false when one
+// failed, after its message: the caller ends the run when its state is saved.
+bool write_memberships(const model_records& m, const design_store& design, const mixture_store& mixtures,
+                       const run_frame& frame, reporting& report);
+
+} // namespace zeph

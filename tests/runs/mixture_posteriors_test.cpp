@@ -1,0 +1,204 @@
+// Chains of mixtures and cure sequences against posteriors worked out by
+// quadrature over their few parameters, the indicators summed out.
+#include "control/run_case.h"
+#include "runs/chain_samples.h"
+#include "runs/two_bodies.h"
+#include "runs/whole_run.h"
+
+#include <cmath>
+#include <filesystem>
+
+namespace {
+
+using namespace zeph_test;
+
+double normal_cdf(double x) { return 0.5 * std::erfc(-x / std::sqrt(2.0)); }
+double normal_pdf(double x) { return std::exp(-0.5 * x * x) / std::sqrt(2.0 * M_PI); }
+
+const std::vector<double>& mixed_observations() {
+  static const std::vector<double> y = {0.9, 1.6,  -0.4, 0.3, 2.1, 1.2, -0.8, 0.6, 1.9, 0.1,
+                                        1.1, -1.3, 2.6,  0.7, 1.4, 5.2, 4.1,  6.3, 5.7, 3.2};
+  return y;
+}
+
+// Trait 1: a mean and a mixture distance switched by trait 2, whose liability
+// has a mean of prior N(0,1). Variances 1 are given.
+struct mixture_case : run_case {
+  explicit mixture_case(std::int32_t groups = 1) {
+    d = described_model{};
+    d.traits.resize(2);
+    d.traits[0].effects = {{1, 1}};
+    d.traits[0].regressions = {{2, 0, 0, true}};
+    d.traits[0].mix_eq_type = 2;
+    d.traits[1].kind = trait_mixture;
+    d.factors = {{"I", 1, 1, {{2, 1, 1}}}};
+    d.integers = 5, d.reals = 2;
+    d.records = static_cast<std::int32_t>(mixed_observations().size());
+    d.residual_groups = groups;
+    d.group_place = groups > 1 ? 2 : 0;
+    d.residual = {1.0, 0.0, 0.0, 1.0};
+    integers.clear();
+    reals.clear();
+    for (const double y : mixed_observations()) {
+      const auto place = static_cast<std::int32_t>(integers.size()) + 1;
+      integers.push_back({1, y > 3.0 ? 2 : 1, 3, 3, place});
+      reals.push_back({static_cast<float>(y), y > 3.0 ? 1.0F : 0.0F});
+    }
+    make_model();
+    m->RMAT(1).GIF(1, 1) = 1.0;
+    std::filesystem::remove(directory / "AINV1");
+    write_integer_records(directory / "CODE_TABLE", {{0, 1, 20, 1, 0, 0}, {0, 1, 20, 1, 0, 0}});
+  }
+};
+
+TEST(latent_posterior, of_a_mixture_of_two_components) {
+  mixture_case c;
+  c.write(run_case::lines(2, 0, 20000, 1));
+  body_run run(c.directory.path(), false);
+  ASSERT_TRUE(run.started) << run.listing.str();
+  EXPECT_EQ(run.r.mixtures.mix_pi(1), 0.25); // by the start values
+  series b, distance, a, share, tau;
+  constexpr std::size_t between = 19; // the record of 3.2
+  for (int round = 0; round < 20000; ++round) {
+    ASSERT_TRUE(run.round()) << run.listing.str();
+    if (round < 200) continue;
+    distance.push_back(run.r.sampler.sol(1));
+    b.push_back(run.r.sampler.sol(2));
+    a.push_back(run.r.sampler.sol(3));
+    share.push_back(run.r.mixtures.mix_pi(1));
+    tau.push_back(run.r.mixtures.MIXZ_LAST(1, between + 1));
+    ASSERT_GE(distance.back(), 1e-12);
+  }
+  EXPECT_TRUE(run.r.work.fast.state == zeph::form_state::ready);
+  double mass = 0, mean_b = 0, mean_d = 0, mean_a = 0, mean_share = 0, mean_tau = 0;
+  const std::vector<double>& y = mixed_observations();
+  for (double x = -1; x <= 3; x += 0.05)
+    for (double delta = 0.05; delta <= 8; delta += 0.1)
+      for (double l = -4; l <= 3; l += 0.1) {
+        const double w = normal_cdf(l);
+        double p = normal_pdf(l), members = 0, member = 0;
+        for (std::size_t i = 0; i < y.size(); ++i) {
+          const double f1 = w * normal_pdf(y[i] - x - delta), f0 = (1 - w) * normal_pdf(y[i] - x);
+          p *= 4.0 * (f1 + f0);
+          members += f1 / (f1 + f0);
+          if (i == between) member = f1 / (f1 + f0);
+        }
+        mass += p, mean_b += p * x, mean_d += p * delta, mean_a += p * l;
+        mean_share += p * members / static_cast<double>(y.size()), mean_tau += p * member;
+      }
+  expect_mean("mixture, mean", b, mean_b / mass);
+  expect_mean("mixture, distance", distance, mean_d / mass);
+  expect_mean("mixture, liability", a, mean_a / mass);
+  expect_mean("mixture, proportion", share, mean_share / mass);
+  expect_mean("mixture, one record", tau, mean_tau / mass);
+  const zeph::tau_sums& sums = run.r.mixtures.TAU_STAT[1];
+  EXPECT_NEAR(sums.SUM(between + 1) / 20000.0, mean_tau / mass, 0.03);
+}
+
+// Trait 1 is the status by record, trait 2 whether the subject can ever have an
+// event; a subject without one may be cured. Effects have priors N(0,1).
+TEST(latent_posterior, of_a_cure_sequence_of_three_subjects) {
+  run_case c;
+  c.d = described_model{};
+  c.d.traits.resize(2);
+  c.d.traits[0].kind = trait_sequence;
+  c.d.traits[0].sequence_place = 2;
+  c.d.traits[1].kind = trait_cured;
+  c.d.traits[1].sequence_place = 2;
+  c.d.factors = {{"I", 1, 2, {{1, 1, 1}, {2, 1, 2}}}};
+  c.d.integers = 5, c.d.reals = 2, c.d.records = 7;
+  c.d.residual = {1.0, 0.0, 0.0, 1.0};
+  c.integers.clear();
+  c.reals.clear();
+  const int places[7] = {1, 2, -3, 1, -2, 1, -2};
+  for (int i = 0; i < 7; ++i) {
+    const std::int32_t mask = places[i] < 0 ? 3 : 2;
+    c.integers.push_back({1, places[i], mask, mask, i + 1});
+    c.reals.push_back({i == 4 ? 1.0F : 0.0F, 0.0F});
+  }
+  c.make_model();
+  c.m->n_cure_seq = 3;
+  c.m->MODEL(1).link2 = 2;
+  c.m->MODEL(2).link1 = 1;
+  c.m->RMAT(1).GIF(1, 1) = c.m->RMAT(1).GIF(2, 2) = 1.0;
+  write_integer_records(c.directory / "CODE_TABLE", {{0, 1, 7, 1, 0, 0}});
+  c.write(run_case::lines(2, 0, 40000, 1));
+  body_run run(c.directory.path(), false);
+  ASSERT_TRUE(run.started) << run.listing.str();
+  series seven, eight, first;
+  for (int round = 0; round < 40000; ++round) {
+    ASSERT_TRUE(run.round()) << run.listing.str();
+    if (round < 200) continue;
+    seven.push_back(run.r.sampler.sol(1));
+    eight.push_back(run.r.sampler.sol(2));
+    first.push_back(run.r.mixtures.MIXZ_LAST(2, 3));
+    ASSERT_EQ(run.r.mixtures.MIXZ_LAST(2, 5), 1); // had an event
+  }
+  double mass = 0, mean_seven = 0, mean_eight = 0, mean_first = 0;
+  for (double s = -5; s <= 5; s += 0.01)
+    for (double e = -5; e <= 5; e += 0.01) {
+      const double event = normal_cdf(s), none = normal_cdf(-s), able = normal_cdf(e), cured = normal_cdf(-e);
+      const double one = able * none * none * none, three = able * none * none;
+      const double p = normal_pdf(s) * normal_pdf(e) * (one + cured) * able * none * event * (three + cured);
+      mass += p, mean_seven += p * s, mean_eight += p * e, mean_first += p * one / (one + cured);
+    }
+  expect_mean("cure, effect on the status", seven, mean_seven / mass);
+  expect_mean("cure, effect on the subject", eight, mean_eight / mass);
+  expect_mean("cure, first subject can have events", first, mean_first / mass);
+}
+
+// Gaussian, binary and mixture traits side by side, matrices sampled, two
+// residual groups by the indicator.
+struct three_kinds_case : mixture_case {
+  three_kinds_case() : mixture_case(2) {
+    d.traits.resize(3);
+    d.traits[2].kind = trait_liability;
+    d.traits[2].effects = {{1, 1}};
+    d.factors = {{"I", 5, 2, {{1, 3, 1}, {2, 3, 2}}}};
+    d.integers = 6, d.reals = 3;
+    d.residual = {1.0, 0.2, 0.3, 0.2, 1.0, 0.0, 0.3, 0.0, 1.0};
+    for (std::size_t i = 0; i < integers.size(); ++i) {
+      const auto k = static_cast<std::int32_t>(i);
+      integers[i] = {1, integers[i][1], k % 5 + 1, 7, 7, k + 1};
+      reals[i].push_back(static_cast<float>(k % 3 == 0));
+    }
+    make_model();
+    std::vector<std::vector<std::int32_t>> codes = {{0, 1, 20, 1, 0, 0}, {0, 1, 20, 1, 0, 0}};
+    for (std::int32_t l = 1; l <= 5; ++l) codes.push_back({0, l, 4, l, 0, 0});
+    write_integer_records(directory / "CODE_TABLE", codes);
+  }
+};
+
+std::string rounds(int burn, int sampled, int interval) {
+  return "3 0\n12 34\n" + std::to_string(burn) + " " + std::to_string(sampled) + " " +
+         std::to_string(interval) + "\n1 8\n2 8\n";
+}
+
+std::string bytes(const run_case& c, const std::string& name) { return bytes_of(c.directory / name); }
+
+TEST(a_chain_of_three_kinds_of_traits, continued_equals_the_unbroken_one) {
+  three_kinds_case whole, first, second;
+  ASSERT_EQ(whole.go(rounds(10, 40, 2)), 0) << whole.text();
+  ASSERT_EQ(first.go(rounds(10, 20, 2)), 0) << first.text();
+  std::filesystem::copy_file(first.directory / "lastsol", second.directory / "oldsol");
+  std::filesystem::copy_file(first.directory / "gparlast", second.directory / "r_parm");
+  ASSERT_EQ(second.go(rounds(10, 20, 2)), 0) << second.text();
+  for (const char* name : {"gib.samples", "mix_pi", "py"})
+    EXPECT_TRUE(bytes(first, name) + bytes(second, name) == bytes(whole, name)) << name;
+  EXPECT_TRUE(bytes(second, "lastsol") == bytes(whole, "lastsol"));
+  EXPECT_TRUE(bytes(second, "gparlast") == bytes(whole, "gparlast"));
+  EXPECT_NE(bytes(whole, "mix_pi"), "");
+}
+
+TEST(a_chain_of_three_kinds_of_traits, is_the_same_with_either_body) {
+  three_kinds_case c;
+  c.write(rounds(0, 40, 1));
+  const scratch_directory prepared;
+  std::filesystem::copy(c.directory.path(), prepared / "work", std::filesystem::copy_options::recursive);
+  const bodies_apart apart = compare_bodies(prepared, "work", 40);
+  EXPECT_TRUE(apart.ran && apart.fast);
+  EXPECT_LT(apart.rhs, 1e-10);
+  EXPECT_LT(std::max({apart.sol, apart.matrices, apart.sums}), 1e-6); // liabilities are rounded to 32 bits
+}
+
+} // namespace
