@@ -27,12 +27,15 @@ const random_term& term_of(const model_description& d, const factor_row& row) {
 }
 
 contribution coefficient_of(const model_description& d, const data_columns& data,
-                            const record_selection& records, const factor_row& row, message_log& log) {
+                            const record_selection& records, const factor_row& row, factor_levels& f,
+                            message_log& log) {
   contribution c;
   c.trait = row.trait;
   if (row.effect < 0) return c;
   const atom& x = *covariable_atom(term_of(d, row).left[static_cast<std::size_t>(row.effect)]);
   const covariable_scale scale = scale_of(d, data, records, x, log);
+  if (std::ranges::find(f.scales, scale.name, &covariable_scale::name) == f.scales.end())
+    f.scales.push_back(scale);
   c.curve = curve_of(d, data, scale, x, x.kind == atom_kind::column ? 1 : row.degree);
   c.constant = c.curve.constant;
   c.factor = c.curve.factor;
@@ -45,7 +48,7 @@ void add_contributions(const model_description& d, const data_columns& data, con
     const factor_row& row = section.rows[i];
     f.row_names.push_back(row.name);
     f.row_trait.push_back(row.trait);
-    contribution c = coefficient_of(d, data, records, row, log);
+    contribution c = coefficient_of(d, data, records, row, f, log);
     c.row = static_cast<int>(i) + 1;
     for (const named_column& column : term_of(d, row).columns) {
       c.column = column.name;

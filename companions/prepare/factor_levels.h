@@ -30,6 +30,7 @@ struct factor_levels {
   std::vector<std::string> row_names;
   std::vector<int> row_trait;                             // 0-based
   std::vector<contribution> contributions;                // row by row
+  std::vector<covariable_scale> scales;                   // of the covariables of its rows, each once
   std::vector<std::string> identification;                // per level
   std::vector<std::int32_t> code;                         // per level, for CODE_TABLE
   std::vector<std::int64_t> n_records;                    // per level: used records that hold it

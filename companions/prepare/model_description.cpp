@@ -379,8 +379,6 @@ void read_derive(const table_view& top) {
     v.name = std::string(key->str());
     v.at = place_of(*key);
     v.text = text_of(t, *node, "[derive] " + v.name);
-    if (v.text.given)
-      error_in(t, v.at, fmt::format("[derive] {} is not yet supported by this version", v.name));
     top.description->derive.push_back(std::move(v));
   }
 }

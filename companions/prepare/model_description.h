@@ -59,7 +59,7 @@
 //   groups      none     column of the residual groups, each with a matrix of its own
 //   start_by_group       table, code of the group = matrix; a group that is not named has `start`
 //
-//   [derive]             NAME = "formula on draws": kept as text, not yet supported
+//   [derive]             NAME = "formula on draws": kept as text for the report of the chains
 //
 //   [keep]
 //   solutions   false    true, false, or a list of factors, of effects ("sex", "1") and of "trait.effect": samples kept

@@ -48,7 +48,36 @@ json traits_json(const model_description& d, const prepared_model& p) {
   return out;
 }
 
-json factors_json(const prepared_model& p) {
+// How the covariables of random curves were moved and scaled: x - shift, then low..high to -1..1 when mapped.
+json scales_json(const factor_levels& f) {
+  json out = json::object();
+  for (const covariable_scale& s : f.scales)
+    out[s.name] = {{"shift", s.shift}, {"mapped", s.mapped}, {"low", s.low}, {"high", s.high}};
+  return out;
+}
+
+json derive_json(const model_description& d) {
+  json out = json::array();
+  for (const derived_value& v : d.derive) out.push_back({{"name", v.name}, {"formula", v.text.value}});
+  return out;
+}
+
+// What the coefficient of a row is: "1", a covariable, or a degree of leg or poly, and the columns of its levels.
+json row_term_json(const model_description& d, const factor_row& row) {
+  const random_term& r =
+      d.traits[static_cast<std::size_t>(row.trait)].terms.random[static_cast<std::size_t>(row.term)];
+  json columns = json::array();
+  for (const named_column& c : r.columns) columns.push_back(c.name);
+  json out = {{"columns", columns}, {"basis", "1"}, {"covariable", ""}, {"degree", 0}};
+  if (row.effect < 0) return out;
+  const atom& a = r.left[static_cast<std::size_t>(row.effect)].atoms.front();
+  out["basis"] = a.kind == atom_kind::column ? "covariable" : a.kind == atom_kind::leg ? "leg" : "poly";
+  out["covariable"] = a.name;
+  out["degree"] = row.degree;
+  return out;
+}
+
+json factors_json(const model_description& d, const prepared_model& p) {
   json out = json::array();
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const factor_levels& f = p.factors[k];
@@ -57,7 +86,8 @@ json factors_json(const prepared_model& p) {
       rows.push_back({{"row", i + 1},
                       {"name", f.row_names[i]},
                       {"short", p.names.rows[k][i]},
-                      {"trait", f.row_trait[i] + 1}});
+                      {"trait", f.row_trait[i] + 1},
+                      {"term", row_term_json(d, d.factors[f.section].rows[i])}});
     out.push_back({{"number", k + 1},
                    {"name", f.name},
                    {"structure", f.structure},
@@ -66,7 +96,8 @@ json factors_json(const prepared_model& p) {
                    {"groups", f.n_groups},
                    {"rows", rows},
                    {"start", matrix_json(p.start.factors[k])},
-                   {"start_given", p.start.factors[k].given}});
+                   {"start_given", p.start.factors[k].given},
+                   {"scales", scales_json(f)}});
   }
   return out;
 }
@@ -149,11 +180,17 @@ std::string csv_cell(const std::string& text) {
 
 std::string names_json(const model_description& d, const prepared_model& p,
                        const std::vector<std::string>& files) {
-  const json all = {{"title", d.title.value},          {"analysis", word_of(d.run.analysis.value)},
-                    {"records", p.records.n_used()},   {"equations", equations_of(p.model)},
-                    {"traits", traits_json(d, p)},     {"factors", factors_json(p)},
-                    {"residual", residual_json(d, p)}, {"equations_of", equations_json(d, p)},
-                    {"inputs", inputs_json(d)},        {"files", files}};
+  const json all = {{"title", d.title.value},
+                    {"analysis", word_of(d.run.analysis.value)},
+                    {"records", p.records.n_used()},
+                    {"equations", equations_of(p.model)},
+                    {"traits", traits_json(d, p)},
+                    {"factors", factors_json(d, p)},
+                    {"residual", residual_json(d, p)},
+                    {"equations_of", equations_json(d, p)},
+                    {"derive", derive_json(d)},
+                    {"inputs", inputs_json(d)},
+                    {"files", files}};
   return all.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 

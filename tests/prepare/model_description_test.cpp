@@ -915,7 +915,6 @@ analysis = "models"
   EXPECT_EQ(told(r), R"toml(model.toml:4:1: error: [factor.a] genotypes is not yet supported by this version
 model.toml:6:1: error: [factor.b] single_step is not yet supported by this version
 model.toml:9:8: error: kind = "censored" is not yet supported by this version
-model.toml:12:1: error: [derive] h2 is not yet supported by this version
 model.toml:14:12: error: analysis = "models" is not yet supported by this version
 )toml");
   EXPECT_EQ(r.d.traits[0].limits_upper.value, "u");
