@@ -83,7 +83,7 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
   whole.publish(report);
 }
 
-int WR_MIXZ(const model_records& m, const design_store& design, const mixture_store& mixtures,
+int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& mixtures,
             const run_frame& frame, std::int32_t icode, std::int64_t round, reporting& report) {
   if (icode != 1 && icode != 2) {
     say(report);
@@ -93,7 +93,8 @@ int WR_MIXZ(const model_records& m, const design_store& design, const mixture_st
     return 1;
   }
   const std::string name = icode == 1 ? "mixz_prob" : "mixz_last";
-  if (file_exists(report, name)) return 1;
+  if (!mixtures.membership_made[icode - 1] && file_exists(report, name)) return 1;
+  mixtures.membership_made[icode - 1] = true;
   whole_file whole(report, name);
   text_writer file;
   sequential_reader identifications;
@@ -118,7 +119,7 @@ int WR_MIXZ(const model_records& m, const design_store& design, const mixture_st
   return 0;
 }
 
-bool write_memberships(const model_records& m, const design_store& design, const mixture_store& mixtures,
+bool write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,
                        const run_frame& frame, reporting& report) {
   if (!mixtures.flag) return true;
   const std::int64_t round = last_round(frame);

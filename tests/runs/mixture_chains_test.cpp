@@ -201,4 +201,63 @@ TEST(a_chain_of_three_kinds_of_traits, is_the_same_with_either_body) {
   EXPECT_LT(std::max({apart.sol, apart.matrices, apart.sums}), 1e-6); // liabilities are rounded to 32 bits
 }
 
+// Rows of numbers of a text file.
+std::vector<std::vector<double>> rows_of(const std::string& text) {
+  std::vector<std::vector<double>> rows;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream cells(line);
+    rows.emplace_back();
+    for (double x = 0; cells >> x;) rows.back().push_back(x);
+  }
+  return rows;
+}
+
+TEST(membership_files, hold_shares_of_the_sample_rounds_and_the_last_state) {
+  three_kinds_case c;
+  for (std::size_t i = 0; i < c.integers.size(); ++i) c.integers[i][0] = 1;
+  ASSERT_EQ(c.go(rounds(10, 40, 2)), 0) << c.text();
+  const auto shares = rows_of(bytes(c, "mixz_prob")), last = rows_of(bytes(c, "mixz_last"));
+  const auto pi = rows_of(bytes(c, "mix_pi")), tau = rows_of(bytes(c, "taupostmean"));
+  ASSERT_EQ(shares.size(), 21U);
+  ASSERT_EQ(last.size(), 20U);
+  ASSERT_EQ(pi.size(), 20U);
+  ASSERT_EQ(tau.size(), 20U);
+  EXPECT_EQ(shares[0], (std::vector<double>{20, 50, 10, 2}));
+  double mean_pi = 0, mean_share = 0, members = 0;
+  for (const auto& row : pi) {
+    ASSERT_EQ(row.size(), 4U);
+    mean_pi += row[1] / 20;
+    EXPECT_EQ(row[2], 0.0);
+  }
+  for (std::size_t i = 0; i < 20; ++i) {
+    ASSERT_EQ(shares[i + 1].size(), 4U);
+    ASSERT_EQ(last[i].size(), 10U);
+    EXPECT_EQ(shares[i + 1][0], 1);
+    mean_share += shares[i + 1][1] / 20;
+    members += last[i][4] / 20;
+    EXPECT_EQ(shares[i + 1][1], last[i][1]);
+    EXPECT_EQ(last[i][4] == 1.0, last[i][8] > 0.0) << "the liability's side";
+    EXPECT_NEAR(last[i][7], mixed_observations()[i], 1e-6);
+    ASSERT_EQ(tau[i].size(), 2U);
+    EXPECT_GE(tau[i][0], 0.0);
+    EXPECT_LE(tau[i][0], 1.0);
+    EXPECT_NEAR(tau[i][0], shares[i + 1][1], 5 * 0.5 / std::sqrt(20.0)); // one is the other's mean
+  }
+  EXPECT_NEAR(mean_share, mean_pi, 1e-6);
+  EXPECT_NEAR(members, pi.back()[1], 1e-12);
+  EXPECT_NE(c.text().find("  Posterior mean and standard error of for mixing proportion"), std::string::npos);
+}
+
+TEST(membership_files, must_be_new_and_the_state_of_the_chain_is_kept_when_they_are_not) {
+  for (const char* name : {"mixz_prob", "mixz_last"}) {
+    three_kinds_case c;
+    c.directory.write(name, "mine");
+    EXPECT_EQ(c.go(rounds(0, 4, 1)), 16);
+    EXPECT_EQ(bytes(c, name), "mine");
+    EXPECT_NE(c.text().find("ERROR in subroutine WR_MIXZ"), std::string::npos);
+    EXPECT_TRUE(c.directory.has("gparlast") && c.directory.has("lastsol"));
+  }
+}
+
 } // namespace
