@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/gibscan.h"
+#include "gibbs/trait_deviations.h"
 #include "results/accumulators.h"
 
 namespace zeph {
@@ -58,6 +59,7 @@ void sample(run& r, scan_records& records) {
       say(r.report, free_row().text("Gibbs:iround").i(f.iround).str());
     // the interval divides the round whether or not trait deviations are wanted
     if (f.isamp == 0) computation_impossible(r.report, "ZEPH", "sampling interval is 0");
+    if (f.iround % f.isamp == 0 && r.deviations.factor > 0) TD_PTD(records, f, r.deviations);
     if (is_sample_round(f)) accumulate_deviance(r.model, r.sampler, f);
     if (is_sample_round(f) && stop_asked(r.report)) {
       say_three_times(r.report, "Stop signal received. Processing ends graciously");

@@ -10,9 +10,6 @@ void step_not_available(reporting& report, std::string_view routine, std::string
   zeph_terminates(report);
 }
 
-void trait_deviation_stores(reporting& report) {
-  step_not_available(report, "TD_PTD", "trait deviations are");
-}
 void FETOCV(reporting& report) {
   step_not_available(report, "FETOCV", "class-effect solutions used as covariates are");
 }

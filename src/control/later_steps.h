@@ -9,7 +9,6 @@ namespace zeph {
 
 [[noreturn]] void step_not_available(reporting& report, std::string_view routine, std::string_view what);
 
-[[noreturn]] void trait_deviation_stores(reporting& report); // trait deviations
 [[noreturn]] void FETOCV(reporting& report);                 // class-effect solutions as covariates
 [[noreturn]] void jump_chain(reporting& report);             // analysis types 5 and above
 

@@ -6,6 +6,7 @@
 #include "control/run_frame.h"
 #include "gibbs/scan_records.h"
 #include "input/design_store.h"
+#include "input/deviation_store.h"
 #include "input/equation_layout.h"
 #include "input/model_records.h"
 #include "input/prediction_store.h"
@@ -28,6 +29,7 @@ struct run {
   sampler_store sampler;
   category_store categories;
   mixture_store mixtures;
+  deviation_store deviations;
   random_sources sources{report};
   scan_work work;
   sample_files files;

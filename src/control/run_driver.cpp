@@ -97,6 +97,7 @@ void lay_out_equations(run& r) {
   check_model_indices(r.model, r.layout, r.report);
   QVAgib_ALLOC(r.model, r.sampler, r.report);
   allocate_equations(r.layout, r.sampler, r.report);
+  allocate_deviations(r.model, r.deviations, r.report);
   number_fixed_equations(r.model, r.layout, r.report);
   if (r.frame.test_level > 1) print_structures(r.model, r.report);
   SETGROUPS(r.model, r.layout, r.report, r.frame.test_level);
@@ -128,12 +129,12 @@ void load_data(run& r) {
   if (status == 1) say(r.report, "Data not found");
   if (status != 0) zeph_terminates(r.report, false);
   count_group_records(r.model, r.design);
+  count_level_records(r.model, r.design, r.deviations);
 }
 
 // Steps 24 to 26: latent traits, random source, start values of missing traits.
 void start_latent_values(run& r) {
   const model_records& m = r.model;
-  if (m.L_TD) trait_deviation_stores(r.report);
   if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
   if (r.frame.nfeto > 0) FETOCV(r.report);
   if (r.frame.analysis_type <= 0) return;
@@ -168,13 +169,16 @@ void start_run(run& r) {
   scan_records records = records_of(r);
   start_mixing_proportions(records);
   open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
+  if (!r.model.L_PTD) return;
+  PEDFILE(r.model, r.relations, r.report);
+  count_progeny(r.model, r.relations, r.deviations);
 }
 
 void run_driver(run& r) {
   start_run(r);
   run_chain(r);
-  final_reports(r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.sampler, r.sources,
-                r.frame, r.files, r.report);
+  final_reports(r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations, r.sampler,
+                r.sources, r.frame, r.files, r.report);
   if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");
   close_sample_files(r.files, r.report);
   write_status(r.report, "Program ZEPH has concluded");

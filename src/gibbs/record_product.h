@@ -18,6 +18,14 @@ namespace zeph {
 // when the model has weights.
 void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights);
 
+// The same, but at analysis type 0 and below the inverse of the observed part of
+// RCOV itself, by sweeps over the traits of the record's mask.
+void make_swept_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights);
+
+// inverse (nt x nt) of the part of R (nt x nt) that belongs to the traits of the
+// mask, by sweeps; zero in the rows and columns of the others. Works in PARM, LOGI.
+void invert_observed(scan_work& work, const double* R, std::int32_t mask, std::int32_t nt, double* inverse);
+
 // True when entry e of record irec takes part: its equation belongs to the
 // current model (and, above analysis type 0, its trait is set).
 inline bool entry_active(const scan_records& r, std::int32_t irec, std::int32_t e,

@@ -4,6 +4,7 @@
 #include "results/accumulators.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"
+#include "results/deviation_output.h"
 #include "results/mixture_report.h"
 #include "results/model_fit.h"
 #include "results/prediction_report.h"
@@ -16,11 +17,13 @@ namespace {
 
 // Solutions with their codes, the sample files, the binary solutions.
 void report_solutions(const model_records& m, const equation_layout& layout, sampler_store& store,
-                      const run_frame& frame, const sample_files& files, reporting& report) {
+                      const deviation_store& deviations, const run_frame& frame, const sample_files& files,
+                      reporting& report) {
   if (static_cast<std::int64_t>(frame.nsamples) > 0) say(report);
   const std::int32_t option = frame.analysis_type < 2 ? 1 : 4;
   SOLWRITE(option, m, store.IREST, store.n_IREST, store.solpostmean, store.pev, "gibsol", report);
   describe_sample_files(m, files, report);
+  report_deviations(m, deviations, frame, report);
   write_solpostmean(layout, store, report);
 }
 
@@ -46,8 +49,8 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
                    category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
-                   sampler_store& store, random_sources& sources, run_frame& frame, sample_files& files,
-                   reporting& report) {
+                   const deviation_store& deviations, sampler_store& store, random_sources& sources,
+                   run_frame& frame, sample_files& files, reporting& report) {
   const bool samples_matrices = frame.analysis_type > 2;
   if (frame.analysis_type > 0) report_model_fit(frame, files, report);
   if (samples_matrices) report_deviance(m, design, frame, store, report);
@@ -62,7 +65,7 @@ void final_reports(const model_records& m, const equation_layout& layout, const 
   report_predictions(frame, predictions, report);
   bool memberships = true;
   if (frame.nsamples > 1 || frame.analysis_type <= 0) {
-    report_solutions(m, layout, store, frame, files, report);
+    report_solutions(m, layout, store, deviations, frame, files, report);
     write_taupostmean(m, mixtures, frame, design.nobs, report);
     memberships = write_memberships(m, design, mixtures, frame, report);
   }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "input/category_store.h"
+#include "input/deviation_store.h"
 #include "input/mixture_store.h"
 #include "input/prediction_store.h"
 #include "numerics/random_sources.h"
@@ -19,7 +20,7 @@ namespace zeph {
 //  - mixing proportions on the listing
 //  - ypredicted (predictions that were filled)
 //  - gibsol and its listing by SOLWRITE, description of the sample files,
-//    solpostmean (n > 1, or analysis_type 0)
+//    trait deviations, solpostmean (n > 1, or analysis_type 0)
 //    and, with mixtures, taupostmean, mixz_prob, mixz_last
 //  - lastsol (analysis_type >= 2) and gparlast (analysis_type >= 3), for any n
 //  - hand-over: the sums are zeroed, the means kept in `sols` and `pars`
@@ -27,8 +28,8 @@ namespace zeph {
 // the state of the chain has been saved.
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
                    category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
-                   sampler_store& store, random_sources& sources, run_frame& frame, sample_files& files,
-                   reporting& report);
+                   const deviation_store& deviations, sampler_store& store, random_sources& sources,
+                   run_frame& frame, sample_files& files, reporting& report);
 
 // solpostmean: one record neq, then per equation a record of its number and
 // solpostmean (real*8).

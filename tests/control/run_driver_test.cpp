@@ -234,13 +234,7 @@ TEST(run_driver, draws_start_values_of_missing_traits_above_type_0) {
   }
 }
 
-TEST(run_driver, refuses_deviations_and_class_effect_covariates) {
-  run_case deviations;
-  deviations.m->L_TD = true;
-  deviations.m->TD_FACTOR = 1;
-  EXPECT_EQ(deviations.go(run_case::lines(0, 0, 1, 1)), 16);
-  EXPECT_TRUE(deviations.ends_with(not_available("TD_PTD", "trait deviations are"))) << deviations.text();
-
+TEST(run_driver, refuses_class_effect_covariates) {
   run_case covariates;
   EXPECT_EQ(covariates.go(run_case::lines(0, 0, 1, 1, 0, "10\n1.0\n1.0\n0\n1\n1 1 1\n1 1\n0\n")), 16);
   EXPECT_TRUE(covariates.ends_with(not_available("FETOCV", "class-effect solutions used as covariates are")));

@@ -15,6 +15,7 @@ struct run_end : result_case {
   prediction_store predictions;
   category_store categories;
   mixture_store mixtures;
+  deviation_store deviations;
   sampler_store store;
   random_sources sources{report};
   run_frame frame;
@@ -36,7 +37,8 @@ struct run_end : result_case {
     }
   }
   void finish() {
-    final_reports(m, layout, design, categories, mixtures, predictions, store, sources, frame, files, report);
+    final_reports(m, layout, design, categories, mixtures, predictions, deviations, store, sources, frame, files,
+                  report);
   }
 };
 
