@@ -13,8 +13,5 @@ void step_not_available(reporting& report, std::string_view routine, std::string
 void FETOCV(reporting& report) {
   step_not_available(report, "FETOCV", "class-effect solutions used as covariates are");
 }
-void jump_chain(reporting& report) {
-  step_not_available(report, "ZEPH", "analysis over models (types 5 and above) is");
-}
 
 } // namespace zeph

@@ -10,6 +10,5 @@ namespace zeph {
 [[noreturn]] void step_not_available(reporting& report, std::string_view routine, std::string_view what);
 
 [[noreturn]] void FETOCV(reporting& report);                 // class-effect solutions as covariates
-[[noreturn]] void jump_chain(reporting& report);             // analysis types 5 and above
 
 } // namespace zeph

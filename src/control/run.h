@@ -12,6 +12,7 @@
 #include "input/prediction_store.h"
 #include "input/relationships.h"
 #include "input/sampler_store.h"
+#include "jump/jump_store.h"
 #include "numerics/random_sources.h"
 #include "results/sample_files.h"
 
@@ -33,6 +34,7 @@ struct run {
   random_sources sources{report};
   scan_work work;
   sample_files files;
+  jump_store jump;
   prediction_store predictions;
   sequential_reader r_parm; // open from the start of the chain's values until the data are loaded
 };
@@ -42,5 +44,8 @@ inline scan_records records_of(run& r) {
   return {r.model,      r.layout,   r.design, r.relations, r.sampler,
           r.categories, r.mixtures, r.work,   r.sources,   r.report};
 }
+
+// The records that the moves between models work on.
+inline jump_records jump_records_of(run& r) { return {records_of(r), r.model, r.frame, r.jump}; }
 
 } // namespace zeph

@@ -3,6 +3,7 @@
 #include "control/chain_loop.h"
 #include "control/directives.h"
 #include "control/later_steps.h"
+#include "control/model_chains.h"
 #include "control/predictions.h"
 #include "control/restart.h"
 #include "control/start_values.h"
@@ -12,7 +13,7 @@
 #include "input/categorical_traits.h"
 #include "input/data_loading.h"
 #include "input/model_information.h"
-#include "results/final_reports.h"
+#include "jump/jump_setup.h"
 
 #include <cstdint>
 #include <new>
@@ -140,7 +141,6 @@ void start_latent_values(run& r) {
   if (r.frame.analysis_type <= 0) return;
   if (!r.frame.restart || r.frame.analysis_type == 2)
     RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
-  if (r.frame.analysis_type >= 5) jump_chain(r.report);
   scan_records records = records_of(r);
   start_missing_traits(records);
 }
@@ -176,10 +176,16 @@ void start_run(run& r) {
 
 void run_driver(run& r) {
   start_run(r);
-  run_chain(r);
-  final_reports(r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations, r.sampler,
-                r.sources, r.frame, r.files, r.report);
+  if (r.frame.analysis_type < 5) {
+    run_chain(r);
+    report_run(r);
+  } else if (r.frame.analysis_type == 5) {
+    run_models(r);
+  } else {
+    run_jump_chain(r);
+  }
   if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");
+  close_zeinfo(r.jump, r.report);
   close_sample_files(r.files, r.report);
   write_status(r.report, "Program ZEPH has concluded");
   say(r.report);

@@ -16,6 +16,8 @@ namespace zeph {
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its
 // second list. A structure without a sum is told and stops with code 16.
 void sscp_random(scan_records& r, const run_frame& f);
+// The same for one factor and its rows 1..p.
+void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p);
 
 // Draws the matrices from the combined source: factors in order, then residual
 // groups. sscp(:,k) becomes the new matrix, packed; GIF, RCOV, RCOVI follow where

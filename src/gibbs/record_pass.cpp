@@ -22,16 +22,16 @@ void add_right_hand_side(scan_records& r, std::int32_t irec, std::int32_t i) {
   r.sampler.RHS(d.XD1_M(i, irec)) += sum;
 }
 
-void add_record(scan_records& r, const run_frame& f, std::int32_t irec) {
+void add_record(scan_records& r, std::int32_t analysis_type, std::int32_t irec) {
   const design_store& d = r.design;
   for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
-    if (!entry_active(r, irec, i, f.analysis_type)) continue;
+    if (!entry_active(r, irec, i, analysis_type)) continue;
     add_right_hand_side(r, irec, i);
     const std::int32_t g = d.XD3_M(i, irec), level = d.XD4_M(i, irec);
     double* block = r.layout.DI_of(g).col(level);
     for (std::int32_t k = 1; k <= i; ++k) {
       if (d.XD3_M(k, irec) != g || d.XD4_M(k, irec) != level) continue;
-      if (!entry_active(r, irec, k, f.analysis_type)) continue;
+      if (!entry_active(r, irec, k, analysis_type)) continue;
       block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] += record_product(d, r.work.riff, irec, i, k);
     }
   }
@@ -61,21 +61,22 @@ std::string coefficient_row(const scan_records& r, std::int32_t irec, std::int32
 
 } // namespace
 
-void bddrmc_init(scan_records& r, const run_frame& f) {
+void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
+                 const std::vector<std::int32_t>& ntr) {
   r.sampler.RHS.fill(0.0);
   for (mat<double>& block : r.layout.DI) block.fill(0.0);
   const bool weights = r.model.has_weights();
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     if (r.design.M_M(irec) == 0) continue;
-    make_riff(r, irec, f.analysis_type, weights);
-    add_record(r, f, irec);
+    make_riff(r, irec, analysis_type, weights);
+    add_record(r, analysis_type, irec);
   }
-  if (f.iround == 0)
+  if (iround == 0)
     for (std::size_t g = 0; g < r.layout.DI.size(); ++g)
       std::copy(r.layout.DI[g].begin(), r.layout.DI[g].end(), r.layout.CDI[g].begin());
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
-    if (f.ntr[static_cast<std::size_t>(k - 1)] > 0)
-      add_prior_precision(r, k, f.ntr[static_cast<std::size_t>(k - 1)]);
+    if (ntr[static_cast<std::size_t>(k - 1)] > 0)
+      add_prior_precision(r, k, ntr[static_cast<std::size_t>(k - 1)]);
 }
 
 void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {

@@ -17,8 +17,12 @@ namespace zeph {
 //   RHS(e) = sum over records of ZDRII y,  DI = diagonal blocks of Z'R^-1 Z,
 // then adds the prior precision GIF(i,j,r) times the level's diagonal element
 // of the relationship inverse to the blocks of each factor r with traits in the
-// model. A call with round 0 keeps the blocks without the precision in CDI.
-void bddrmc_init(scan_records& r, const run_frame& f);
+// model (ntr(r) rows). A call with round 0 keeps the blocks without the precision in CDI.
+void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
+                 const std::vector<std::int32_t>& ntr);
+inline void bddrmc_init(scan_records& r, const run_frame& f) {
+  bddrmc_init(r, f.iround, f.analysis_type, f.ntr);
+}
 
 // Takes out of the right-hand sides of group g the part of every equation that
 // does not share both group and level, with sol as it stands.

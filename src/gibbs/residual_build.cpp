@@ -354,7 +354,9 @@ void build_links(scan_records& r, const run_frame& f) {
   residual_form& form = r.work.fast;
   allocate_rows(r.report, form.links, "links", routine, r.model.nramat);
   for (std::int32_t k = 1; k <= r.model.nramat && f.analysis_type >= 2; ++k) {
-    if (structure_is(r.model.RMAT(k), "I") || r.model.RMAT(k).n_rc > largest_written_order) continue;
+    if (structure_is(r.model.RMAT(k), "I")) continue;
+    // a smaller model may bring a level's block down to the orders that are written out
+    if (f.analysis_type < 5 && r.model.RMAT(k).n_rc > largest_written_order) continue;
     const relationship_rows& rows = r.relations.of(k);
     link_form& links = form.links[static_cast<std::size_t>(k - 1)];
     const std::int64_t levels = rows.diag.size();

@@ -1,0 +1,27 @@
+// The flows over models: a whole chain for each model in turn (analysis type 5), and
+// a chain that moves between models (6 and above).
+#pragma once
+
+#include "control/run.h"
+
+namespace zeph {
+
+// The final reports of the model in force.
+void report_run(run& r);
+
+// The next model of the enumeration, the last factor turning fastest, dimensions 1..n_rc.
+// Each factor looked at is told on the listing, "i" from the last one down, "j" for those
+// that start at 1 again. False behind the last model: the vector stays. GIF of each
+// factor becomes the inverse of the start matrix's leading block.
+bool next_model(run& r);
+
+// For each model of the enumeration: "Current model" with the model vector, nburn+nround
+// rounds without a stop test, the final reports. Solutions and residual matrices go
+// on from model to model; sums of samples begin anew. On a restart too it begins with
+// round 1 of the first model.
+void run_models(run& r);
+
+// Burn-in in the smallest model without a stop test, the rounds with moves, the final reports.
+void run_jump_chain(run& r);
+
+} // namespace zeph

@@ -1,0 +1,165 @@
+#include "jump/jump_rounds.h"
+
+#include "formats/free_format.h"
+#include "gibbs/gibscan.h"
+#include "gibbs/record_pass.h"
+#include "jump/jump_setup.h"
+#include "jump/model_moves.h"
+#include "numerics/packed_matrix.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zeph {
+namespace {
+
+// Data blocks of the proposed larger model into CDI, without prior precision and with the start
+// inverses of the residual; the scan that follows rebuilds RHS and DI.
+void recompute_data_blocks(jump_records& r) {
+  say(r.scan.report, "diagonals recomputed");
+  set_structure(r, r.jump.large_model, r.jump.jump_k);
+  bddrmc_init(r.scan, 0, 0, r.jump.large_model);
+  set_structure(r, r.frame.ntr, r.jump.jump_k);
+}
+
+// cov_new = the factor's matrix as drawn in this round, zero in what is still to come.
+void unpack_drawn_matrix(jump_records& r) {
+  jump_store& jump = r.jump;
+  const std::int32_t k = jump.jump_k, rows = r.frame.ntr[static_cast<std::size_t>(k - 1)];
+  const double* packed = r.scan.sampler.sscp.col(k);
+  for (std::int32_t i = 1; i <= jump.imax; ++i)
+    for (std::int32_t j = 1; j <= i; ++j, ++packed)
+      jump.cov_new(i, j) = jump.cov_new(j, i) = i <= rows ? *packed : 0.0;
+}
+
+// prop_scale = prodf times the factor's start matrix, last row and column by conv_coef.
+void scale_proposal(jump_records& r) {
+  jump_store& jump = r.jump;
+  const mat<double>& COV_MAT = r.model.RMAT(jump.jump_k).COV_MAT;
+  for (std::int32_t i = 1; i <= jump.imax; ++i) jump.conv_vec(i) = i < jump.imax ? 1.0 : r.frame.conv_coef;
+  for (std::int32_t j = 1; j <= jump.imax; ++j)
+    for (std::int32_t i = 1; i <= jump.imax; ++i)
+      jump.prop_scale(i, j) = r.frame.prodf * COV_MAT(i, j) * jump.conv_vec(i) * jump.conv_vec(j);
+}
+
+[[noreturn]] void stop_unknown_structure(reporting& report, const structure_record& factor) {
+  say(report, "Unknown co-variance structure " + factor.CV_STRUCT);
+  say(report);
+  say(report, "ZEPH terminates. ");
+  stop_run(report, exit_diagnosed);
+}
+
+void decide(jump_records& r) {
+  jump_store& jump = r.jump;
+  if (jump.jump_down) jump.log_ratio = -jump.log_ratio;
+  jump.log_u = std::log(RANMAR(r.scan.sources.marsaglia));
+  jump.log_alpha = jump.log_ratio < 0 ? jump.log_ratio : 0.0;
+  jump.accepted = !std::isnan(jump.log_ratio) && jump.log_alpha > jump.log_u;
+}
+
+void report_round(jump_records& r) {
+  jump_store& jump = r.jump;
+  for (const std::string& row : jump.diagnostic) write_zeinfo(jump, row, r.scan.report);
+  free_row row;
+  row.i(r.frame.iround);
+  for (const std::int32_t dimension : r.frame.ntr) row.i(dimension);
+  for (const std::int32_t dimension : jump.new_model) row.i(dimension);
+  row.r8(jump.p_up).r8(jump.p_down).l(jump.jump_down).r8(jump.log_ratio).r8(jump.log_u).l(jump.accepted);
+  write_zeinfo(jump, row.str(), r.scan.report);
+  flush_zeinfo(jump, r.scan.report);
+}
+
+bool stop_asked(jump_records& r) {
+  reporting& report = r.scan.report;
+  if (!file_exists(report, "STOP") || !is_sample_round(r.frame)) return false;
+  for (int i = 0; i < 3; ++i) say(report, "Stop signal received. Processing ends graceously");
+  return true;
+}
+
+void run_round(jump_records& r, sample_files& files) {
+  reporting& report = r.scan.report;
+  if (r.frame.test_level >= 0) {
+    say(report);
+    say(report, free_row().text("Starting round ").i(r.frame.iround).str());
+  }
+  propose_move(r);
+  if (!r.jump.jump_down) recompute_data_blocks(r);
+  GIBSCAN(r.scan, r.frame, files);
+  if (r.frame.analysis_type <= 3) return;
+  convert_dimension(r);
+  model_move(r);
+  decide(r);
+  report_round(r);
+  if (r.jump.accepted) take_move(r);
+}
+
+} // namespace
+
+void propose_move(jump_records& r) {
+  jump_store& jump = r.jump;
+  marsaglia_source& source = r.scan.sources.marsaglia;
+  do {
+    jump.jump_k = static_cast<std::int32_t>(std::ceil(RANMAR(source) * r.model.nramat));
+  } while (r.model.RMAT(jump.jump_k).n_rc == 1);
+  const auto at = static_cast<std::size_t>(jump.jump_k - 1);
+  const std::int32_t dimension = r.frame.ntr[at], high = r.model.RMAT(jump.jump_k).n_rc;
+  jump.p_up = rplus(r.scan.report, dimension, 1, high);
+  jump.p_down = rminus(r.scan.report, dimension, 1, high);
+  jump.jump_down = RANMAR(source) <= jump.p_down;
+  jump.jump_dir = jump.jump_down ? -1 : 1;
+  jump.new_model = r.frame.ntr;
+  jump.new_model[at] += jump.jump_dir;
+  jump.small_model = jump.jump_down ? jump.new_model : r.frame.ntr;
+  jump.large_model = jump.jump_down ? r.frame.ntr : jump.new_model;
+  jump.imax = jump.large_model[at];
+}
+
+void convert_dimension(jump_records& r) {
+  jump_store& jump = r.jump;
+  const std::int32_t k = jump.jump_k;
+  const structure_record& factor = r.model.RMAT(k);
+  unpack_drawn_matrix(r);
+  scale_proposal(r);
+  if (!jump.jump_down)
+    sciwhinag(r.scan.sources, jump.conversion.matrix_work, jump.imax, jump.imax - 1, jump.cov_new.data(),
+              jump.cov_new.extent(1), r.frame.prodf, jump.prop_scale.data(), jump.prop_scale.extent(1));
+  const double* sol = r.scan.sampler.sol.data() + r.model.NBEGRA(k);
+  jump.jacobian = 0;
+  jump.prop_z.fill(0.0);
+  std::copy_n(sol, std::int64_t{r.model.NRALEV(k)} * factor.n_rc, jump.conv_sol.data());
+  if (structure_is(factor, "I"))
+    samppegm(r, k);
+  else if (structure_is(factor, "PED"))
+    sampanim(r, k);
+  else
+    stop_unknown_structure(r.scan.report, factor);
+}
+
+void take_move(jump_records& r) {
+  jump_store& jump = r.jump;
+  const std::int32_t k = jump.jump_k, n = jump.new_model[static_cast<std::size_t>(k - 1)];
+  if (!jump.jump_down) {
+    double* packed = r.scan.sampler.sscp.col(k);
+    for (std::int32_t i = 1; i <= n; ++i)
+      for (std::int32_t j = 1; j <= i; ++j) *packed++ = jump.cov_new(i, j);
+  }
+  double logdet = 0;
+  int info = 0;
+  inverse_logdet(jump.cov_new, jump.prop_scale, n, logdet, info);
+  for (std::int32_t j = 1; j <= n; ++j)
+    for (std::int32_t i = 1; i <= n; ++i) r.scan.sampler.GIF(i, j, k) = jump.prop_scale(i, j);
+  set_structure(r, jump.new_model, k);
+  r.frame.ntr = jump.new_model;
+  swap_solutions(r, k, jump.large_model);
+}
+
+void jump_rounds(jump_records& r, sample_files& files) {
+  run_frame& f = r.frame;
+  const std::int64_t burned = f.nburn > 0 ? f.nburn : 0, last = burned + f.nround;
+  for (f.iround = burned + 1; f.iround <= last; ++f.iround) {
+    run_round(r, files);
+    if (stop_asked(r)) return;
+  }
+}
+
+} // namespace zeph

@@ -1,0 +1,29 @@
+// The sampling rounds of a chain that moves between models.
+#pragma once
+
+#include "jump/jump_store.h"
+
+namespace zeph {
+
+// Draws the move of a round from the Marsaglia source: a factor of two rows or more,
+// each equally likely, then the direction. Sets jump_k, p_up, p_down, jump_down,
+// jump_dir and the new, small and large model.
+void propose_move(jump_records& r);
+
+// The matrix of the factor in the large model, its conversion and its proposal:
+// cov_new, prop_scale, prop_z, conv_sol, jacobian. Up: the new row is drawn by
+// `sciwhinag`, the new solutions by `samppegm` ("I") or `sampanim` ("PED"). Another
+// structure: "Unknown co-variance structure ", stop, code 16.
+void convert_dimension(jump_records& r);
+
+// Makes the large (up) or the small (down) model the one in force: sscp, GIF, the
+// layout, the model vector, the solutions of conv_sol.
+void take_move(jump_records& r);
+
+// Rounds nburn+1 .. nburn+nround: a move is proposed, the scan updates all that the model in
+// force has, then the move is decided: log u < min(0, log_ratio). Every round adds six rows to
+// zeinfo, flushed. A file STOP ends the chain after a round of the interval. f.iround is
+// afterwards the round left, or one past the last round.
+void jump_rounds(jump_records& r, sample_files& files);
+
+} // namespace zeph
