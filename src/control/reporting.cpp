@@ -222,7 +222,8 @@ int check_input_files(reporting& report) {
 }
 
 void write_status(reporting& report, std::string_view line) {
-  if (!rewrite_line(path_of(report, "status"), line)) write_fault(report, "status", "open");
+  if (report.status_file.empty()) report.status_file = path_of(report, "status");
+  if (!rewrite_line(report.status_file, line)) write_fault(report, "status", "open");
 }
 
 } // namespace zeph

@@ -40,6 +40,7 @@ struct reporting {
   std::string program_name = "ZEPH    ";   // 8 characters, blank padded
   std::array<std::int32_t, 6> run_stamp{}; // creation stamp of the model: d, m, y, h, min, s
   std::int32_t nlines = 0;                 // line counter of the listing (pages of 68 to 78 lines)
+  std::string status_file;                 // full name of the file `status`, from its first line on
   allocation_door door;
 };
 

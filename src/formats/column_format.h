@@ -54,7 +54,7 @@ public:
 private:
   column_line& write(std::string_view item);
 
-  std::string line_;
+  std::string line_, item_;
   std::size_t at_ = 0; // 0-based column of the next item
 };
 

@@ -64,16 +64,17 @@ bool split_repeat(std::string& token, int64_t& count) {
   return count > 0;
 }
 
-// %.<digits>G of x, with ".0" behind what would look like an integer.
-std::string general_real(double x, int digits) {
+// %.<digits>G of x, with ".0" behind what would look like an integer; kept in `place`.
+std::string_view general_real(double x, int digits, char (&place)[64]) {
   if (std::isnan(x)) return "NaN";
   if (std::isinf(x)) return x > 0 ? "Infinity" : "-Infinity";
-  char text[64];
-  const auto end = std::to_chars(text, text + sizeof text, x, std::chars_format::general, digits).ptr;
-  std::string field(text, end);
-  std::replace(field.begin(), field.end(), 'e', 'E');
-  if (field.find_first_of(".E") == std::string::npos) field += ".0";
-  return field;
+  char* end = std::to_chars(place, place + sizeof place - 2, x, std::chars_format::general, digits).ptr;
+  std::replace(place, end, 'e', 'E');
+  if (std::none_of(place, end, [](char c) { return c == '.' || c == 'E'; })) {
+    *end++ = '.';
+    *end++ = '0';
+  }
+  return {place, static_cast<std::size_t>(end - place)};
 }
 
 } // namespace
@@ -177,12 +178,14 @@ free_row& free_row::i(int64_t x) {
 }
 
 free_row& free_row::r8(double x) {
-  field(general_real(x, 16), 24);
+  char place[64];
+  field(general_real(x, 16, place), 24);
   return *this;
 }
 
 free_row& free_row::r4(float x) {
-  field(general_real(static_cast<double>(x), 9), 16);
+  char place[64];
+  field(general_real(static_cast<double>(x), 9, place), 16);
   return *this;
 }
 

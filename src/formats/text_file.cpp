@@ -1,5 +1,7 @@
 #include "formats/text_file.h"
 
+#include <algorithm>
+
 namespace zeph {
 
 namespace {
@@ -45,11 +47,18 @@ bool text_writer::close() {
 // ---- readers
 
 bool rewrite_line(const std::string& path, std::string_view text) {
-  const std::string line = std::string(text) + '\n';
-  const auto length = static_cast<int64_t>(line.size());
+  char place[512];
+  std::string longer;
+  const char* line = place;
+  if (text.size() < sizeof place) {
+    *std::copy(text.begin(), text.end(), place) = '\n';
+  } else {
+    longer.append(text) += '\n';
+    line = longer.data();
+  }
+  const auto length = static_cast<int64_t>(text.size()) + 1;
   byte_sink file;
-  return file.open(path, open_mode::in_place) && file.write(line.data(), length) && file.cut(length) &&
-         file.close();
+  return file.open(path, open_mode::in_place) && file.write(line, length) && file.cut(length) && file.close();
 }
 
 bool byte_reader::open(const std::string& path) {

@@ -61,12 +61,13 @@ void pack(const double* x, std::int64_t ld, std::int32_t p, double* packed) {
 
 // inverse = x^-1 of order p; x is left as it is.
 void invert(reporting& report, const mat<double>& x, std::int32_t p, mat<double>& inverse, mat<double>& work,
-            const std::string& whose) {
+            const char* kind, std::int32_t number) {
   const int ld = static_cast<int>(x.extent(1));
   std::copy(x.begin(), x.end(), work.begin());
   int info = 0;
   LA_GESV(p, work.data(), ld, inverse.data(), static_cast<int>(inverse.extent(1)), info);
-  if (info != 0) computation_impossible(report, "LA_GESV", "singular matrix of " + whose);
+  if (info != 0)
+    computation_impossible(report, "LA_GESV", fmt::format("singular matrix of {} {}", kind, number));
 }
 
 void print_inverse(reporting& report, const mat<double>& inverse, std::int32_t p) {
@@ -99,17 +100,17 @@ void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
   inverse_wishart_store& iw = IW_STR_of(s, k, "sample_covariances", r.report);
-  const std::string whose = fmt::format("random effect {}", k);
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
-  invert(r.report, iw.W, p, iw.sscp_f, iw.W_INV, whose);
+  invert(r.report, iw.W, p, iw.sscp_f, iw.W_INV, "random effect", k);
   rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
            r.work.matrix_work);
-  invert(r.report, iw.W, p, iw.W_INV, iw.sscp_f, whose);
+  invert(r.report, iw.W, p, iw.W_INV, iw.sscp_f, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
   if (f.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
       for (std::int32_t i = 1; i <= p; ++i) s.GIF(i, j, k) = iw.W_INV(i, j);
-  s.IDET_RVAR(k) = std::sqrt(det_of(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p));
+  s.IDET_RVAR(k) =
+      std::sqrt(det_into(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p, r.work.matrix_work.L.data()));
   if (printed(f)) print_inverse(r.report, iw.W_INV, p);
 }
 
@@ -186,17 +187,16 @@ void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
     add_prior(sums, nt, static_cast<double>(prior - nt - 1),
               [&](std::int32_t i, std::int32_t j) { return residual_prior(r.model, h, i, j); });
   inverse_wishart_store& iw = IW_STR_of(s, column, "sample_covariances", r.report);
-  const std::string whose = fmt::format("residual group {}", h);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
-  invert(r.report, iw.W, nt, iw.sscp_f, iw.W_INV, whose);
+  invert(r.report, iw.W, nt, iw.sscp_f, iw.W_INV, "residual group", h);
   draw_residual_matrix(r, iw, h, df);
-  invert(r.report, iw.W, nt, iw.W_INV, iw.sscp_f, whose);
+  invert(r.report, iw.W, nt, iw.W_INV, iw.sscp_f, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
   if (f.matopd(r.model.nramat + 1)) {
     std::copy(iw.W_INV.begin(), iw.W_INV.end(), s.RCOVI.slice(h));
     std::copy(iw.W.begin(), iw.W.end(), s.RCOV.slice(h));
   }
-  const double d = det_of(r.report, iw.W_INV);
+  const double d = det_into(r.report, iw.W_INV.data(), nt, nt, r.work.matrix_work.L.data());
   s.IDET_RVAR(column) = std::sqrt(d);
   s.LVDET(column) -= std::log(d);
   if (printed(f)) print_inverse(r.report, iw.W_INV, nt);

@@ -19,9 +19,9 @@ namespace {
 constexpr double convergence_limit = static_cast<double>(1e-10F);
 constexpr std::int64_t first_relaxed_round = 101;
 
-void write_position(reporting& report, const run_frame& f) {
-  free_row row;
-  row.text("Current round is")
+void write_position(reporting& report, const run_frame& f, free_row& row) {
+  row.clear()
+      .text("Current round is")
       .i(f.iround)
       .text("out of")
       .i(std::int64_t{f.nburn} + f.nround)
@@ -78,7 +78,7 @@ void judge_convergence(reporting& report, run_frame& f, const solver_sums& sums)
 } // namespace
 
 void GIBSCAN(scan_records& r, run_frame& f, sample_files& files) {
-  write_position(r.report, f);
+  write_position(r.report, f, files.row);
   solver_sums sums;
   sums.omega = f.iround < first_relaxed_round ? 0.0 : relaxation;
   f.dens = 0;

@@ -123,12 +123,19 @@ mat<double> ginverse_of(reporting& report, const double* a, std::int64_t lda, in
   return g;
 }
 
-double det_of(reporting& report, const double* a, std::int64_t lda, int n) {
-  const mat<double> l = factor_copy(report, a, lda, n, "det_of");
+double det_into(reporting& report, const double* a, std::int64_t lda, int n, double* l) {
+  for (std::int64_t j = 0; j < n; ++j)
+    for (std::int64_t i = j; i < n; ++i) l[i + j * n] = a[i + j * lda];
+  semidefinite_factor(report, l, n, n);
   double product = 1.0;
-  for (int i = 1; i <= n; ++i)
-    if (std::fabs(l(i, i)) > pivot_zero) product *= l(i, i);
+  for (std::int64_t i = 0; i < n; ++i)
+    if (std::fabs(l[i + i * n]) > pivot_zero) product *= l[i + i * n];
   return product * product;
+}
+
+double det_of(reporting& report, const double* a, std::int64_t lda, int n) {
+  mat<double> l = square(report, n, "L", "det_of");
+  return det_into(report, a, lda, n, l.data());
 }
 
 } // namespace zeph

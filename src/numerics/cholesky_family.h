@@ -60,6 +60,8 @@ void ginverse_into(reporting& report, const double* a, std::int64_t lda, int n, 
 // The square of the product of the diagonal elements of L that are not zero: of
 // a singular matrix the determinant of the rows that `ginverse_of` inverts.
 double det_of(reporting& report, const double* a, std::int64_t lda, int n);
+// The same in a work area of n x n elements.
+double det_into(reporting& report, const double* a, std::int64_t lda, int n, double* l);
 inline double det_of(reporting& report, const mat<double>& a) {
   return det_of(report, a.data(), a.extent(1), static_cast<int>(a.extent(1)));
 }

@@ -104,7 +104,7 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
 
 void write_py(sample_files& files, const run_frame& frame, double lik, reporting& report) {
   if (!files.py.is_open()) open_checked(files.py, "py", report);
-  free_row row;
+  free_row& row = files.row.clear();
   row.i(frame.iround);
   for (std::size_t k = 0; k < static_cast<std::size_t>(files.n_vector); ++k) row.i(frame.ntr[k]);
   row.r8(lik);
@@ -113,7 +113,7 @@ void write_py(sample_files& files, const run_frame& frame, double lik, reporting
 
 void write_gib_samples(const model_records& m, const sampler_store& store, const run_frame& frame,
                        sample_files& files, reporting& report) {
-  column_line line;
+  column_line& line = files.line;
   bool written = true;
   for (std::int32_t k = 1; k <= m.nramat + store.G; ++k) {
     const bool residual = k > m.nramat;
@@ -172,7 +172,7 @@ void write_residual_samples(const model_records& m, const design_store& design, 
 
 void write_mix_pi(sample_files& files, const run_frame& frame, const vec<double>& proportions,
                   reporting& report) {
-  free_row row;
+  free_row& row = files.row.clear();
   row.i(frame.iround);
   for (const double share : proportions) row.r8(share);
   if (files.mix_pi.line(row.str()) && files.mix_pi.flush()) return;

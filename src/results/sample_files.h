@@ -21,6 +21,8 @@
 #pragma once
 
 #include "control/run_frame.h"
+#include "formats/column_format.h"
+#include "formats/free_format.h"
 #include "formats/sequential_file.h"
 #include "formats/text_file.h"
 #include "input/design_store.h"
@@ -34,6 +36,8 @@ struct sample_files {
   std::int32_t n_vector = 0;    // entries of the model vector in a row: nramat+1
   bool has_sol_samples = false; // opened in this run
   bool has_res_samples = false;
+  free_row row;     // the rows of a round are made in these,
+  column_line line; // so that a round takes no storage
 };
 
 // Opens, in this order: with analysis_type >= 3 gib.samples; with analysis_type > 0 py, lpm, sol.samples (when
