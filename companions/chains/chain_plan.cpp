@@ -1,0 +1,85 @@
+#include "chains/chain_plan.h"
+
+#include "chains/state_files.h"
+
+#include <fmt/format.h>
+
+namespace zeph::chains {
+namespace {
+
+constexpr std::int32_t type_ordered = 3;
+constexpr std::int32_t first_chain_analysis = 2, first_full_analysis = 3, first_model_analysis = 5;
+
+std::string of_chain(int chain, int segment) { return fmt::format("chain {}, segment {}", chain, segment); }
+
+} // namespace
+
+std::string run_fault(std::int32_t analysis) {
+  if (analysis >= first_chain_analysis) return {};
+  return fmt::format("analysis type {} is the solver: it gives the same solutions every time, run ZEPH once",
+                     analysis);
+}
+
+std::string continue_fault(const study& s, const work_model& m) {
+  if (m.has_type(type_ordered)) return "a chain with an ordered trait can't be continued";
+  if (s.analysis < first_full_analysis)
+    return fmt::format("a chain of analysis type {} saves no state and can't be continued", s.analysis);
+  if (s.analysis >= first_model_analysis)
+    return fmt::format("a chain of analysis type {} does not save its model and can't be continued",
+                       s.analysis);
+  return {};
+}
+
+chain_position position_of(const fs::path& runs, const study&, int chain) {
+  chain_position p;
+  p.segment = last_segment(runs, chain);
+  for (; p.segment > 0; --p.segment) {
+    std::string fault;
+    if (!look_at_segment(segment_directory(runs, chain, p.segment), p.state, fault)) {
+      p.faults.push_back(fmt::format("{}: {}", of_chain(chain, p.segment), fault));
+      return p;
+    }
+    if (p.state.phase != segment_phase::not_begun) break;
+  }
+  if (p.segment > 0) p.done = p.state.round + p.state.record.shift;
+  return p;
+}
+
+void check_continuation(const fs::path& runs, const study& s, const work_model& m, int chain,
+                        chain_position& p) {
+  if (p.segment == 0 || !p.faults.empty()) return;
+  const std::string name = of_chain(chain, p.segment);
+  if (p.state.phase != segment_phase::finished && p.state.phase != segment_phase::stopped) {
+    p.faults.push_back(fmt::format("{} {}", name, p.state.text()));
+    return;
+  }
+  const chain_record& c = s.chains[static_cast<std::size_t>(chain - 1)];
+  if (p.state.record.seeds != c.seeds)
+    p.faults.push_back(fmt::format("{} has the seeds {} {}, {} has {} {}", name, p.state.record.seeds.A,
+                                   p.state.record.seeds.B, chains_name, c.seeds.A, c.seeds.B));
+  if (p.done >= c.last) return;
+  for (const std::string& line : state_faults(segment_directory(runs, chain, p.segment), m, c.seeds))
+    p.faults.push_back(fmt::format("{}: {}", name, line));
+}
+
+segment_record next_segment(const study& s, int chain, const chain_position& p) {
+  const chain_record& c = s.chains[static_cast<std::size_t>(chain - 1)];
+  segment_record r;
+  r.chain = chain;
+  r.segment = p.segment + 1;
+  r.seeds = c.seeds;
+  r.interval = s.interval;
+  if (p.segment == 0) {
+    r.burnin = s.burnin;
+    r.rounds = static_cast<std::int32_t>(c.last - s.burnin);
+    return r;
+  }
+  // a stop saves the number of the round before: the next segment uses its own number again
+  r.first = p.state.phase == segment_phase::stopped ? p.state.round : p.state.round + 1;
+  r.shift = p.done + 1 - r.first;
+  r.counts = p.done >= s.burnin;
+  r.rounds = static_cast<std::int32_t>((r.counts ? c.last : std::int64_t{s.burnin}) - p.done);
+  return r;
+}
+
+} // namespace zeph::chains
