@@ -117,12 +117,23 @@ struct trait_section {
   formula terms; // covariable indices of all effects are set
   text_value column;
   stated<trait_kind> kind;
-  text_value weight; // empty: none
-  std::vector<text_value> categories;
-  text_value limits_code, limits_upper;
-  stated<double> first_upper;
-  text_value first_of;
+  text_value weight;                  // empty: none
+  std::vector<text_value> categories; // ordered, binary, sequence: lowest first; empty: numbers as they are
+  // Censored: columns. With `code` it says how (and `upper` serves its intervals); with `event` alone 0 is right
+  // censored; with `upper` alone the pair of columns are the bounds.
+  text_value limits_code, limits_upper, limits_event;
+  stated<double> first_upper; // indicator: share of the records that begin in component 1
+  text_value first_of;        // by the values of that trait; not given: of the first trait with shift(..)
+  text_value subject, position; // sequence: columns; position empty: the order of the file
+  text_value of;                // cured: the trait of kind sequence
+  int partner = -1;             // sequence and cured: number of the other, 0-based
+  int indicator = -1;           // a trait with shift(..): number of that indicator, 0-based
 };
+
+// The residual variance of the kind is 1.
+constexpr bool has_unit_variance(trait_kind kind) { return static_cast<int>(kind) >= 4; }
+// It has no residual covariance with other traits of unit variance.
+constexpr bool stands_apart(trait_kind kind) { return static_cast<int>(kind) >= 5; }
 
 enum class centering { none, mean, value };
 
@@ -143,15 +154,19 @@ struct group_start {
 
 struct trait_pair {
   int first = 0, second = 0; // 0-based trait numbers, first < second
-  text_place at;
+  text_place at;             // {0, 0}: not stated, the kinds ask for it
 };
 
 struct residual_section {
   text_place at;
   matrix_value start;
   stated<std::int32_t> prior_df;
-  std::vector<trait_pair> zero;
-  text_value groups; // column; empty: one group
+  std::vector<trait_pair> zero;  // covariances held at zero, stated or for the kinds' sake
+  std::vector<trait_pair> apart; // covariances that are zero in every draw: two traits of unit variance, one of which
+                                 // stands apart
+  std::vector<trait_pair> free;  // stated: not to be held at zero
+  text_value groups;             // column, or an indicator trait; empty: one group
+  int indicator = -1;            // groups names this trait (0-based)
   std::vector<group_start> start_by_group;
 };
 
