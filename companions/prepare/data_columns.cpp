@@ -21,7 +21,7 @@ csv_layout layout_of(const data_section& data) {
 
 // Columns by use; a set each, in the order of names.
 struct columns_in_use {
-  std::set<std::string> observations, other_numbers, classes, levels;
+  std::set<std::string> observations, other_numbers, classes, levels, texts;
 };
 
 void add_effect(const model_description& d, const effect& e, columns_in_use& out) {
@@ -29,10 +29,31 @@ void add_effect(const model_description& d, const effect& e, columns_in_use& out
   for (const std::string& column : class_columns(e)) out.classes.insert(column);
 }
 
+// Observations of categories are read as texts; an indicator and a cured trait need not have any.
+void add_observation(const trait_section& trait, columns_in_use& out) {
+  switch (trait.kind.value) {
+  case trait_kind::gaussian:
+  case trait_kind::censored:
+    out.observations.insert(trait.column.value);
+    break;
+  case trait_kind::cured:
+    break;
+  case trait_kind::indicator:
+    if (trait.column.given) out.texts.insert(trait.column.value);
+    break;
+  default:
+    out.texts.insert(trait.column.value);
+  }
+  if (trait.limits_upper.given) out.other_numbers.insert(trait.limits_upper.value);
+  if (trait.position.given) out.other_numbers.insert(trait.position.value);
+  for (const text_value* column : {&trait.limits_code, &trait.limits_event, &trait.subject})
+    if (column->given) out.texts.insert(column->value);
+}
+
 columns_in_use columns_of(const model_description& d) {
   columns_in_use out;
   for (const trait_section& trait : d.traits) {
-    out.observations.insert(trait.column.value);
+    add_observation(trait, out);
     if (!trait.weight.value.empty()) out.other_numbers.insert(trait.weight.value);
     for (const effect& e : trait.terms.fixed) add_effect(d, e, out);
     for (const random_term& term : trait.terms.random) {
@@ -40,7 +61,8 @@ columns_in_use columns_of(const model_description& d) {
       for (const named_column& column : term.columns) out.levels.insert(column.name);
     }
   }
-  if (!d.residual.groups.value.empty()) out.classes.insert(d.residual.groups.value);
+  if (!d.residual.groups.value.empty() && d.residual.indicator < 0)
+    out.classes.insert(d.residual.groups.value);
   return out;
 }
 
@@ -89,8 +111,9 @@ data_columns read_data_columns(const model_description& d, message_log& log) {
 
   const columns_in_use used = columns_of(d);
   std::set<std::string> all = used.observations;
-  for (const auto* part : {&used.other_numbers, &used.classes, &used.levels})
+  for (const auto* part : {&used.other_numbers, &used.classes, &used.levels, &used.texts})
     all.insert(part->begin(), part->end());
+  const int errors = count_of(log, severity::error);
   for (const std::string& name : all) {
     const std::size_t c = require_column(out.table, name, log);
     if (c == no_column) continue;
@@ -100,6 +123,8 @@ data_columns read_data_columns(const model_description& d, message_log& log) {
     if (used.observations.contains(name)) warn_of_missing_codes(out.table, c, values, log);
     out.numbers.emplace(name, std::move(values));
   }
+  if (count_of(log, severity::error) == errors)
+    out.traits = read_trait_values(d, out.table, out.numbers, log);
   return out;
 }
 

@@ -3,6 +3,7 @@
 
 #include "prepare/csv_columns.h"
 #include "prepare/model_description.h"
+#include "prepare/trait_values.h"
 
 #include <cstdint>
 #include <map>
@@ -17,7 +18,8 @@ struct message_log;
 struct data_columns {
   csv_columns table;
   std::map<std::string, std::vector<double>>
-      numbers; // by column of the file; NaN where missing; size n_records
+      numbers;                      // by column of the file; NaN where missing; size n_records
+  std::vector<trait_values> traits; // per trait
 
   [[nodiscard]] std::size_t n_records() const { return table.n_records(); }
   [[nodiscard]] const std::vector<double>& number(const std::string& column) const {
@@ -37,8 +39,9 @@ const atom* covariable_atom(const effect& e);
 // "herd:year": the class part of an effect's name.
 std::string class_name(const effect& e);
 
-// Reads the file and the numbers of observations, weights and covariables. Errors: unknown columns, cells that are no
-// numbers, classes that hold a number with a fraction. Warnings: values that look like codes for missing.
+// Reads the file, the numbers of observations, weights and covariables, and the observations of all kinds of traits.
+// Errors: unknown columns, cells that are no numbers, classes that hold a number with a fraction, those of
+// trait_values. Warnings: values that look like codes for missing.
 data_columns read_data_columns(const model_description& d, message_log& log);
 
 } // namespace zeph::prepare

@@ -13,10 +13,12 @@ struct data_rows {
   std::vector<std::vector<std::int32_t>>
       integers;                          // RCDATA_I; the last three: mask, pattern, position in the data
   std::vector<std::vector<float>> reals; // RCDATA_R; the observations first, in trait order
+  std::size_t n_observations = 0;        // so many of them
 };
 
 // Adds a column of values per record of the file, taking the used records, and returns its number. A column equal to
-// one that is there already is not added again. Not a number becomes 0.
+// one that is there already is not added again; observations are not shared, since those of latent traits are rescaled
+// when they are read. Not a number becomes 0.
 std::int32_t add_integers(data_rows& rows, const record_selection& records,
                           const std::vector<std::int32_t>& value);
 std::int32_t add_reals(data_rows& rows, const record_selection& records, const std::vector<double>& value);
@@ -24,6 +26,9 @@ std::int32_t add_reals(data_rows& rows, const record_selection& records, const s
 // The same for the observations of trait t (0-based): always a column of its own, 0 where the trait is missing.
 std::int32_t add_observations(data_rows& rows, const record_selection& records, std::size_t t,
                               const std::vector<double>& value);
+
+// The same for a column that nothing else may share.
+std::int32_t append_reals(data_rows& rows, const record_selection& records, const std::vector<double>& value);
 
 // A column as it is, one value per used record.
 std::int32_t append_integers(data_rows& rows, std::vector<std::int32_t> value);

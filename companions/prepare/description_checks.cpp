@@ -1,6 +1,7 @@
 #include "prepare/description_checks.h"
 
 #include "prepare/factor_rows.h"
+#include "prepare/kind_checks.h"
 
 #include <algorithm>
 #include <cmath>
@@ -95,14 +96,6 @@ void check_random_term(const model_description& d, message_log& log, const trait
   }
 }
 
-void check_shift(const model_description& d, message_log& log, const trait_section& t, const shift_term& s) {
-  const std::vector<std::string> names = names_of(d.traits);
-  if (index_of(d.traits, s.trait) < 0)
-    error_in_formula(d, log, t, s.trait_at.begin, fmt::format("there is no trait \"{}\"", s.trait)).hint =
-        nearest_hint(s.trait, names);
-  error_in_formula(d, log, t, s.at.begin, "shift(..) is not yet supported by this version");
-}
-
 void read_formula(model_description& d, message_log& log, trait_section& t) {
   if (!t.formula_text.given) return;
   std::vector<formula_fault> faults;
@@ -119,7 +112,6 @@ void read_formula(model_description& d, message_log& log, trait_section& t) {
     }
     check_random_term(d, log, t, r);
   }
-  for (const shift_term& s : t.terms.shifts) check_shift(d, log, t, s);
 }
 
 template <typename Visit> void for_each_effect(const trait_section& t, Visit visit) {
@@ -187,20 +179,6 @@ void warn_of_flat_prior(const model_description& d, message_log& log, const stat
                          prior_df.value, order, order + 2));
 }
 
-void refuse_start_at_zero_pairs(const model_description& d, message_log& log, const matrix_value& m,
-                                const std::string& what) {
-  for (const trait_pair& p : d.residual.zero) {
-    if (std::max(p.first, p.second) >= m.order) continue;
-    const std::size_t at = static_cast<std::size_t>(p.first) * static_cast<std::size_t>(m.order) +
-                           static_cast<std::size_t>(p.second);
-    if (m.value[at] == 0.0) continue;
-    error_at(d, log, m.at,
-             fmt::format("{} is {} between {} and {}, which [residual] zero holds at 0", what, m.value[at],
-                         d.traits[static_cast<std::size_t>(p.first)].name,
-                         d.traits[static_cast<std::size_t>(p.second)].name));
-  }
-}
-
 void check_factor_matrices(const model_description& d, message_log& log, bool formulas_are_good) {
   for (const factor_section& f : d.factors) {
     const std::string title = fmt::format("[factor.{}]", f.name);
@@ -215,12 +193,12 @@ void check_residual(const model_description& d, message_log& log) {
   const int nt = static_cast<int>(d.traits.size());
   const std::vector<std::string> names = names_of(d.traits);
   check_matrix(d, log, r.start, "[residual] start", nt, names);
-  refuse_start_at_zero_pairs(d, log, r.start, "[residual] start");
+  check_residual_start(d, log, r.start, "[residual] start");
   warn_of_flat_prior(d, log, r.prior_df, nt, "[residual]");
   for (const group_start& g : r.start_by_group) {
     const std::string what = fmt::format("[residual] start_by_group {}", g.code);
     check_matrix(d, log, g.start, what, nt, names);
-    refuse_start_at_zero_pairs(d, log, g.start, what);
+    check_residual_start(d, log, g.start, what);
   }
   if (!r.start_by_group.empty() && !r.groups.given)
     error_at(d, log, r.start_by_group.front().at, "[residual] start_by_group needs groups = \"column\"");
@@ -228,30 +206,8 @@ void check_residual(const model_description& d, message_log& log) {
 
 // ---- traits, covariables, [keep], [run]
 
-bool is_latent(trait_kind kind) { return kind != trait_kind::gaussian && kind != trait_kind::censored; }
-
-void check_trait(const model_description& d, message_log& log, const trait_section& t) {
-  const trait_kind kind = t.kind.value;
-  const std::string title = fmt::format("[trait.{}]", t.name);
-  if (kind != trait_kind::gaussian)
-    error_at(d, log, t.kind.at,
-             fmt::format("kind = \"{}\" is not yet supported by this version", word_of(kind)));
-  if (t.weight.given && is_latent(kind))
-    error_at(d, log, t.weight.at,
-             fmt::format("{} weight: a trait of kind {} takes no weight", title, word_of(kind)));
-  if (!t.categories.empty() && kind != trait_kind::ordered)
-    error_at(d, log, t.categories.front().at, title + " categories need kind = \"ordered\"");
-  for (const text_value* limit : {&t.limits_code, &t.limits_upper})
-    if (limit->given && kind != trait_kind::censored)
-      error_at(d, log, limit->at, title + " limits need kind = \"censored\"");
-  if ((t.first_upper.given || t.first_of.given) && kind != trait_kind::indicator)
-    error_at(d, log, t.first_upper.given ? t.first_upper.at : t.first_of.at,
-             title + " first needs kind = \"indicator\"");
-  if (t.first_of.given && index_of(d.traits, t.first_of.value) < 0)
-    error_at(d, log, t.first_of.at, fmt::format("there is no trait \"{}\"", t.first_of.value)).hint =
-        nearest_hint(t.first_of.value, names_of(d.traits));
-  if (t.first_upper.given && !(t.first_upper.value > 0.0 && t.first_upper.value < 1.0))
-    error_at(d, log, t.first_upper.at, title + " first: upper must be between 0 and 1");
+bool reads_column(const trait_section& t) {
+  return t.kind.value != trait_kind::cured && (t.kind.value != trait_kind::indicator || t.column.given);
 }
 
 void check_traits(const model_description& d, message_log& log) {
@@ -260,9 +216,9 @@ void check_traits(const model_description& d, message_log& log) {
     error_at(d, log, d.traits.back().at,
              fmt::format("{} traits; {} are the most", d.traits.size(), MOST_TRAITS));
   for (std::size_t i = 0; i < d.traits.size(); ++i) {
-    check_trait(d, log, d.traits[i]);
     for (std::size_t j = 0; j < i; ++j)
-      if (d.traits[i].column.value == d.traits[j].column.value)
+      if (reads_column(d.traits[i]) && reads_column(d.traits[j]) &&
+          d.traits[i].column.value == d.traits[j].column.value)
         warning_at(d, log, d.traits[i].at,
                    fmt::format("traits {} and {} read the same column {}", d.traits[j].name, d.traits[i].name,
                                d.traits[i].column.value));
@@ -287,6 +243,7 @@ std::vector<std::string> kept_words(const model_description& d) {
   for (const trait_section& t : d.traits) {
     std::vector<std::string> own;
     if (t.terms.mean) own.emplace_back("1");
+    for (const shift_term& shift : t.terms.shifts) own.push_back(shift_text(shift));
     for (const effect& e : t.terms.fixed) own.push_back(effect_text(e));
     for (const std::string& word : own) {
       if (effects.insert(word).second) words.push_back(word);
@@ -386,6 +343,7 @@ void check_description(model_description& d, message_log& log) {
   check_factors(d, log, formulas_are_good);
   check_factor_matrices(d, log, formulas_are_good);
   check_traits(d, log);
+  link_kinds(d, log, formulas_are_good);
   warn_of_unused_covariables(d, log);
   check_residual(d, log);
   check_keep(d, log);

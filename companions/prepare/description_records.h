@@ -122,8 +122,8 @@ struct trait_section {
   // Censored: columns. With `code` it says how (and `upper` serves its intervals); with `event` alone 0 is right
   // censored; with `upper` alone the pair of columns are the bounds.
   text_value limits_code, limits_upper, limits_event;
-  stated<double> first_upper; // indicator: share of the records that begin in component 1
-  text_value first_of;        // by the values of that trait; not given: of the first trait with shift(..)
+  stated<double> first_upper;   // indicator: share of the records that begin in component 1
+  text_value first_of;          // by the values of that trait; not given: of the first trait with shift(..)
   text_value subject, position; // sequence: columns; position empty: the order of the file
   text_value of;                // cured: the trait of kind sequence
   int partner = -1;             // sequence and cured: number of the other, 0-based
@@ -161,12 +161,13 @@ struct residual_section {
   text_place at;
   matrix_value start;
   stated<std::int32_t> prior_df;
-  std::vector<trait_pair> zero;  // covariances held at zero, stated or for the kinds' sake
-  std::vector<trait_pair> apart; // covariances that are zero in every draw: two traits of unit variance, one of which
-                                 // stands apart
-  std::vector<trait_pair> free;  // stated: not to be held at zero
-  text_value groups;             // column, or an indicator trait; empty: one group
-  int indicator = -1;            // groups names this trait (0-based)
+  std::vector<trait_pair> zero; // covariances held at zero, stated or for the kinds' sake
+  std::vector<trait_pair>
+      apart; // covariances that are zero in every draw: two traits of unit variance, one of which
+             // stands apart
+  std::vector<trait_pair> free; // stated: not to be held at zero
+  text_value groups;            // column, or an indicator trait; empty: one group
+  int indicator = -1;           // groups names this trait (0-based)
   std::vector<group_start> start_by_group;
 };
 

@@ -147,7 +147,7 @@ int nesting_class(class_effect wanted, fixed_part& out) {
 void place_regression(const working_part& work, const coded_effect& e,
                       const std::vector<std::int32_t>& new_level, fixed_part& out) {
   const covariable_curve& curve = work.curves[static_cast<std::size_t>(e.curve)];
-  fixed_regression regression{name_of(work, e), curve.name, -1, curve.value};
+  fixed_regression regression{name_of(work, e), curve.name, -1, curve.value, -1};
   if (e.klass < 0) {
     if (!new_level.empty() && new_level[0] == 0) return;
     out.regressions.push_back(std::move(regression));
@@ -175,6 +175,19 @@ void place_effects(const working_part& work, const fixed_coding& coding, fixed_p
         place_regression(work, work.effects[i], coding.new_level[i], out);
 }
 
+// The distance between the components of a mixture: where the trait is present, 1 in component 1.
+void place_shift(const model_description& d, const data_columns& data, const record_selection& records, int t,
+                 fixed_part& out) {
+  const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
+  if (trait.indicator < 0) return;
+  const auto indicator = static_cast<std::size_t>(trait.indicator);
+  fixed_regression shift{shift_text(trait.terms.shifts.front()), d.traits[indicator].name, -1,
+                         data.traits[indicator].y, trait.indicator};
+  for (std::size_t r = 0; r < shift.value.size(); ++r)
+    if (records.present[static_cast<std::size_t>(t)][r] == 0) shift.value[r] = 0.0;
+  out.regressions.push_back(std::move(shift));
+}
+
 } // namespace
 
 fixed_part make_fixed_part(const model_description& d, const data_columns& data,
@@ -193,6 +206,7 @@ fixed_part make_fixed_part(const model_description& d, const data_columns& data,
   for (const column_decision& c : coding.column)
     out.coding.push_back(
         {column_name(effects[static_cast<std::size_t>(c.effect)], c.level), c.n_records, c.state, c.why});
+  place_shift(d, data, records, t, out);
   place_effects(work, coding, out);
   return out;
 }

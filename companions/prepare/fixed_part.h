@@ -22,12 +22,13 @@ struct class_effect {
   [[nodiscard]] std::int32_t n_levels() const { return static_cast<std::int32_t>(code.size()); }
 };
 
-// Regression of a trait, in the order of its equations: all plain ones, then the nested ones.
+// Regression of a trait, in the order of its equations: a shift, all plain ones, then the nested ones.
 struct fixed_regression {
-  std::string name;          // "age", "dim.leg1", with ":" and the class for a nested one
+  std::string name;          // "age", "dim.leg1", with ":" and the class for a nested one; "shift(infected)"
   std::string covariable;    // without the class
   int nested = -1;           // index of the class effect, or -1: one equation for all
   std::vector<double> value; // per record of the file; 0 where the record takes no part
+  int indicator = -1; // a shift: the trait (0-based) that switches it; the values are its first memberships
 };
 
 // One row of the table "level, kept or reference, why".
@@ -48,7 +49,8 @@ struct fixed_part {
 // Makes the fixed part of trait t (0-based). Of full rank, unless the run asks for restrictions: then all levels stay
 // and only empty ones are left out. The mean is a class effect of one level where no class effect absorbs it. A
 // regression that is nested in a class effect without equations, or in other levels than those that the class effect
-// kept, has a class effect of its own without equations; a level of it that was dropped keeps the covariable 0.
+// kept, has a class effect of its own without equations; a level of it that was dropped keeps the covariable 0. A shift
+// changes in the chain and takes no part in the rank.
 // Errors are those of the covariables and of fixed_rank.
 fixed_part make_fixed_part(const model_description& d, const data_columns& data,
                            const record_selection& records, int t, message_log& log);

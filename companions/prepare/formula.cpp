@@ -324,4 +324,6 @@ std::string effect_text(const effect& e) {
   return text;
 }
 
+std::string shift_text(const shift_term& s) { return fmt::format("shift({})", s.trait); }
+
 } // namespace zeph::prepare

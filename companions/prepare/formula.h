@@ -93,4 +93,7 @@ bool parse_formula(std::string_view text, formula& out, std::vector<formula_faul
 std::string effect_text(const effect& e);
 std::string atom_text(const atom& a);
 
+// "shift(infected)".
+std::string shift_text(const shift_term& s);
+
 } // namespace zeph::prepare

@@ -5,6 +5,7 @@
 #include "prepare/directive_lines.h"
 #include "prepare/equation_ranges.h"
 #include "prepare/factor_records.h"
+#include "prepare/kind_warnings.h"
 #include "prepare/messages.h"
 #include "prepare/short_names.h"
 #include "prepare/trait_records.h"
@@ -128,6 +129,9 @@ void fill_header(const model_description& d, const prepare_options& options, pre
   m.l_residuals = d.keep.residuals.value;
   m.model_kind = m.l_residuals ? 2 : 0;
   m.test_level = d.run.test_level.value;
+  m.ncat = static_cast<std::int32_t>(std::ranges::count_if(
+      d.traits, [](const trait_section& t) { return t.kind.value == trait_kind::ordered; }));
+  m.n_cure_seq = p.records.sequences.position.empty() ? 0 : p.records.sequences.longest;
   for (std::int32_t i = 1; i <= m.nt; ++i) m.SPRE(i) = 1.0;
   std::int32_t row = 0;
   for (const trait_pair& z : d.residual.zero) {
@@ -205,6 +209,7 @@ void warn_of_precision(const model_description& d, const prepared_model& p, mess
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     warn_of_digits(p.data.table.file, d.traits[t].name, p.start.traits[t].observed, log);
     for (const fixed_regression& x : p.fixed[t].regressions) {
+      if (x.indicator >= 0) continue;
       std::vector<double> value;
       for (const std::uint32_t r : p.records.records)
         if (p.records.present[t][r] != 0) value.push_back(x.value[r]);
@@ -309,7 +314,7 @@ void fill_model(const model_description& d, const prepare_options& options, prep
   const auto nt = static_cast<int>(d.traits.size());
   for (int t = 0; t < nt; ++t)
     add_observations(p.rows, p.records, static_cast<std::size_t>(t),
-                     p.data.number(d.traits[static_cast<std::size_t>(t)].column.value));
+                     p.data.traits[static_cast<std::size_t>(t)].y);
   std::vector<std::map<std::string, std::int32_t>> level_column;
   for (const factor_levels& f : p.factors) level_column.push_back(add_level_columns(f, p));
   for (int t = 0; t < nt; ++t) fill_trait(d, t, level_column, p);
@@ -364,7 +369,8 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   warn_of_likeness(p, log);
   warn_of_twins(p, log);
   warn_of_defaults(d, p, log);
-  p.complete = true;
+  warn_of_kinds(d, p, log);
+  p.complete = !faulty(log, errors);
   return p;
 }
 

@@ -34,12 +34,14 @@ const known_table INVERSE = {"inverse = { .. }", {"file", "form"}};
 const known_table MATRIX = {"relationship = { .. }", {"file", "form", "blend"}};
 const known_table MATRIX_OR_INVERSE = {"dominance = { .. } or correlation = { .. }",
                                        {"file", "form", "holds", "blend"}};
-const known_table TRAIT = {"[trait.NAME]",
-                           {"formula", "column", "kind", "weight", "categories", "limits", "first"}};
-const known_table LIMITS = {"limits = { .. }", {"code", "upper"}};
+const known_table TRAIT = {
+    "[trait.NAME]",
+    {"formula", "column", "kind", "weight", "categories", "limits", "first", "subject", "position", "of"}};
+const known_table LIMITS = {"limits = { .. }", {"code", "event", "upper"}};
 const known_table FIRST = {"first = { .. }", {"upper", "of"}};
 const known_table COVARIABLE = {"[covariable.NAME]", {"column", "range", "center"}};
-const known_table RESIDUAL = {"[residual]", {"start", "prior_df", "zero", "groups", "start_by_group"}};
+const known_table RESIDUAL = {"[residual]",
+                              {"start", "prior_df", "zero", "free", "groups", "start_by_group"}};
 const known_table KEEP = {"[keep]", {"solutions", "residuals"}};
 const known_table RUN = {
     "[run]",
@@ -267,10 +269,14 @@ void read_trait(const table_view& t, trait_section& s) {
   s.categories = read_codes(t, "categories");
   const table_view limits = open_table(t, "limits", LIMITS, t.title + " limits");
   s.limits_code = read_text(limits, "code");
+  s.limits_event = read_text(limits, "event");
   s.limits_upper = read_text(limits, "upper");
   const table_view first = open_table(t, "first", FIRST, t.title + " first");
   s.first_upper = read_number(first, "upper", 0.0);
   s.first_of = read_text(first, "of");
+  s.subject = read_text(t, "subject");
+  s.position = read_text(t, "position");
+  s.of = read_text(t, "of");
 }
 
 // ---- [covariable.NAME]
@@ -316,36 +322,41 @@ void read_covariable(const table_view& t, covariable_section& s) {
 
 // ---- [residual]
 
+// One of two trait names; -1 after a fault.
+int trait_number(const table_view& t, const toml::node& node, const std::vector<std::string>& names,
+                 const std::string& what) {
+  const text_value name = text_of(t, node, what);
+  if (!name.given) return -1;
+  const auto found = std::find(names.begin(), names.end(), name.value);
+  if (found != names.end()) return static_cast<int>(found - names.begin());
+  error_in(t, name.at, fmt::format("{}: there is no trait \"{}\"", what, name.value)).hint =
+      nearest_hint(name.value, names);
+  return -1;
+}
+
 // Pairs of trait names; the numbers are found once the traits are read.
-void read_zero(const table_view& t, const std::vector<trait_section>& traits, residual_section& r) {
-  const toml::node* node = find(t, "zero");
+void read_pairs(const table_view& t, std::string_view key, const std::vector<trait_section>& traits,
+                std::vector<trait_pair>& out) {
+  const toml::node* node = find(t, key);
   if (node == nullptr) return;
+  const std::string what = fmt::format("[residual] {}", key);
   std::vector<std::string> names;
   for (const trait_section& s : traits) names.push_back(s.name);
   const toml::array* list = node->as_array();
-  if (list == nullptr) return wrong_type(t, *node, "[residual] zero", "a list of pairs, [[\"a\", \"b\"]]");
+  if (list == nullptr) return wrong_type(t, *node, what, "a list of pairs, [[\"a\", \"b\"]]");
   for (const toml::node& element : *list) {
     const toml::array* pair = element.as_array();
     if (pair == nullptr || pair->size() != 2) {
-      error_in(t, place_of(element), "[residual] zero must be a list of pairs of traits, [[\"a\", \"b\"]]");
+      error_in(t, place_of(element), what + " must be a list of pairs of traits, [[\"a\", \"b\"]]");
       continue;
     }
-    std::array<int, 2> number{-1, -1};
-    for (std::size_t side = 0; side < 2; ++side) {
-      const text_value name = text_of(t, *pair->get(side), "[residual] zero");
-      if (!name.given) continue;
-      const auto found = std::find(names.begin(), names.end(), name.value);
-      if (found != names.end())
-        number[side] = static_cast<int>(found - names.begin());
-      else
-        error_in(t, name.at, fmt::format("[residual] zero: there is no trait \"{}\"", name.value)).hint =
-            nearest_hint(name.value, names);
-    }
-    if (number[0] < 0 || number[1] < 0) continue;
-    if (number[0] == number[1])
-      error_in(t, place_of(element), "[residual] zero: a pair needs two different traits");
+    const int first = trait_number(t, *pair->get(0), names, what);
+    const int second = trait_number(t, *pair->get(1), names, what);
+    if (first < 0 || second < 0) continue;
+    if (first == second)
+      error_in(t, place_of(element), what + ": a pair needs two different traits");
     else
-      r.zero.push_back({std::min(number[0], number[1]), std::max(number[0], number[1]), place_of(element)});
+      out.push_back({std::min(first, second), std::max(first, second), place_of(element)});
   }
 }
 
@@ -356,7 +367,8 @@ void read_residual(const table_view& top) {
   r.at = place_of_table(top, "residual");
   r.start = read_start(t);
   r.prior_df = read_whole(t, "prior_df", 0, 0);
-  read_zero(t, d.traits, r);
+  read_pairs(t, "zero", d.traits, r.zero);
+  read_pairs(t, "free", d.traits, r.free);
   r.groups = read_text(t, "groups");
   const table_view groups{read_table(t, "start_by_group"), "[residual] start_by_group", t.description, t.log};
   if (groups.table == nullptr) return;

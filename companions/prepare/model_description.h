@@ -40,11 +40,18 @@
 //   [trait.NAME]         in the order of the file: trait 1, 2, ..
 //   formula     needed   see formula.h
 //   column      NAME     column of the observations
-//   kind    "gaussian"   also "censored", "ordered", "binary", "indicator", "sequence", "cured": not yet supported
+//   kind    "gaussian"   also "censored", "ordered", "binary", "indicator", "sequence", "cured"
 //   weight      none     column of weights
-//   categories           list, lowest first (kind ordered)
-//   limits               { code = "column", upper = "column" } (kind censored)
-//   first                { upper = share, of = "trait" } (kind indicator)
+//   categories           list, lowest first: all of an ordered trait, or the two of a binary trait or a sequence.
+//                        Left out: numbers, ascending (ordered), 0 and 1 (binary, sequence)
+//   limits               kind censored, columns: { code, upper } with codes -1 0 1 2 or left none right interval;
+//                        { event }: 1 seen, 0 not yet; { upper }: the pair (column, upper) of bounds, one may be missing
+//   first                { upper = share, of = "trait" } (kind indicator): the records that begin in component 1, those
+//                        with the largest values of the trait. Left out: 0.5 of the first trait with shift(..). With
+//                        `column`, and without `first`, they are read from there (0 and 1)
+//   subject     needed   kind sequence: column that tells whose records belong together
+//   position             kind sequence: column that numbers them, 1, 2, ..; left out: the order of the file
+//   of          needed   kind cured: its trait of kind sequence
 //
 //   [covariable.NAME]    says that NAME in a formula is a number, not a class
 //   column      NAME     column of the data
@@ -56,7 +63,8 @@
 //   start                traits x traits matrix, as in a factor
 //   prior_df    0
 //   zero                 pairs of traits without residual covariance: [["yw", "fat"]]
-//   groups      none     column of the residual groups, each with a matrix of its own
+//   free                 pairs whose covariance would be held at zero for their kinds' sake, and shall not
+//   groups      none     column of the residual groups, each with a matrix of its own; or an indicator trait
 //   start_by_group       table, code of the group = matrix; a group that is not named has `start`
 //
 //   [derive]             NAME = "formula on draws": kept as text for the report of the chains

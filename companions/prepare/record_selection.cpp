@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -64,12 +65,24 @@ needed_columns columns_of_trait(const model_description& d, const trait_section&
   return out;
 }
 
+bool is_observed(const trait_section& t) {
+  return t.kind.value != trait_kind::indicator && t.kind.value != trait_kind::cured;
+}
+
+// Some trait was observed in record r.
+bool is_observed_in(const model_description& d, const data_columns& data, std::size_t r) {
+  for (std::size_t t = 0; t < d.traits.size(); ++t)
+    if (is_observed(d.traits[t]) && !std::isnan(data.traits[t].y[r])) return true;
+  return false;
+}
+
 flags presence_of(const model_description& d, const data_columns& data, int t, record_selection& out,
                   message_log& log) {
   const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
-  const std::vector<double>& y = data.number(trait.column.value);
+  const std::vector<double>& y = data.traits[static_cast<std::size_t>(t)].y;
   flags present(data.n_records());
-  for (std::size_t r = 0; r < present.size(); ++r) present[r] = std::isnan(y[r]) ? 0 : 1;
+  for (std::size_t r = 0; r < present.size(); ++r)
+    present[r] = std::isnan(y[r]) || (!is_observed(trait) && !is_observed_in(d, data, r)) ? 0 : 1;
 
   if (!trait.weight.value.empty()) take_out_weights(data, trait, t, present, out, log);
   const needed_columns needed = columns_of_trait(d, trait);
@@ -84,6 +97,108 @@ flags presence_of(const model_description& d, const data_columns& data, int t, r
              [&](std::size_t r) { return std::isnan(x[r]); });
   }
   return present;
+}
+
+// A mixed trait needs its indicator.
+void take_out_mixed_traits(const model_description& d, const data_columns& data, record_selection& out) {
+  for (std::size_t t = 0; t < d.traits.size(); ++t) {
+    if (d.traits[t].indicator < 0) continue;
+    const auto i = static_cast<std::size_t>(d.traits[t].indicator);
+    const std::string& name = d.traits[i].name;
+    take_out(data, static_cast<int>(t), name, name + " is missing", out.present[t], out,
+             [&](std::size_t r) { return out.present[i][r] == 0; });
+  }
+}
+
+// Some observed trait is still present in record r.
+bool has_trait(const model_description& d, const record_selection& s, std::size_t r) {
+  for (std::size_t t = 0; t < d.traits.size(); ++t)
+    if (is_observed(d.traits[t]) && s.present[t][r] != 0) return true;
+  return false;
+}
+
+// Records without a residual group lose all traits.
+void take_out_groups(const model_description& d, const data_columns& data, record_selection& out) {
+  const std::string& groups = d.residual.groups.value;
+  if (groups.empty() || d.residual.indicator >= 0) return;
+  const std::size_t c = find_column(data.table, groups);
+  for (std::size_t r = 0; r < data.n_records(); ++r) {
+    if (!is_missing(data.table, c, r)) continue;
+    out.n_without_group += has_trait(d, out, r) ? 1 : 0;
+    for (flags& present : out.present) present[r] = 0;
+  }
+}
+
+// The last record of every sequence.
+std::vector<std::size_t> last_records(const record_sequences& s, const flags& present) {
+  std::vector<std::size_t> out;
+  for (std::size_t r = 0; r < present.size(); ++r)
+    if (present[r] != 0 && s.position[r] < 0) out.push_back(r);
+  return out;
+}
+
+// Sequences of subjects whose trait of kind cured lacks a column are taken out.
+void take_out_sequences(const model_description& d, const data_columns& data, std::size_t t,
+                        record_selection& out) {
+  const auto cured = static_cast<std::size_t>(d.traits[t].partner);
+  const std::size_t c = find_column(data.table, d.traits[t].subject.value);
+  std::set<std::string, std::less<>> without;
+  for (const std::size_t r : last_records(out.sequences, out.present[t]))
+    if (out.present[cured][r] == 0) without.emplace(data.table.cell(c, r));
+  const std::string& name = d.traits[cured].name;
+  take_out(data, static_cast<int>(t), name, name + " is missing at the end of the sequence", out.present[t],
+           out, [&](std::size_t r) { return without.contains(data.table.cell(c, r)); });
+}
+
+void place_sequences(const model_description& d, const data_columns& data, int number, record_selection& out,
+                     message_log& log) {
+  const auto t = static_cast<std::size_t>(number);
+  const trait_section& trait = d.traits[t];
+  const std::size_t subject = find_column(data.table, trait.subject.value);
+  take_out(data, number, trait.subject.value, trait.subject.value + " is missing", out.present[t], out,
+           [&](std::size_t r) { return is_missing(data.table, subject, r); });
+  if (trait.position.given)
+    take_out(data, number, trait.position.value, trait.position.value + " is missing", out.present[t], out,
+             [&](std::size_t r) { return std::isnan(data.number(trait.position.value)[r]); });
+  out.sequences = make_sequences(d, data, number, out.present[t], log);
+  take_out_sequences(d, data, t, out);
+  message_log told; // the same faults again
+  out.sequences = make_sequences(d, data, number, out.present[t], told);
+  flags& cured = out.present[static_cast<std::size_t>(trait.partner)];
+  flags last(cured.size(), 0);
+  for (const std::size_t r : last_records(out.sequences, out.present[t])) last[r] = cured[r];
+  cured = last;
+}
+
+void use_records(const model_description& d, const data_columns& data, record_selection& out) {
+  out.use.assign(data.n_records(), 0);
+  for (std::size_t r = 0; r < data.n_records(); ++r) {
+    if (has_trait(d, out, r)) {
+      out.use[r] = 1;
+      out.records.push_back(static_cast<std::uint32_t>(r));
+      continue;
+    }
+    ++out.n_without_trait;
+    for (flags& present : out.present) present[r] = 0;
+  }
+  out.n_without_trait -= out.n_without_group; // these are told on their own
+  if (!out.sequences.rank.empty())
+    std::ranges::stable_sort(out.records, {}, [&out](std::uint32_t r) { return out.sequences.rank[r]; });
+}
+
+void refuse_empty_categories(const model_description& d, const data_columns& data, const record_selection& s,
+                             std::size_t t, message_log& log) {
+  const trait_values& values = data.traits[t];
+  const double first = d.traits[t].kind.value == trait_kind::ordered ? 1.0 : 0.0;
+  for (std::size_t k = 0; k < values.categories.size(); ++k) {
+    const double code = first + static_cast<double>(k);
+    const bool found = std::ranges::any_of(
+        s.records, [&](std::uint32_t r) { return s.present[t][r] != 0 && values.y[r] == code; });
+    if (!found)
+      add_error(log, {data.table.file, 0, 0},
+                fmt::format("{} has no record of \"{}\"{}", d.traits[t].name, values.categories[k],
+                            first > 0.0 ? "; leave the category out" : ""));
+  }
 }
 
 void tell(const model_description& d, const data_columns& data, const record_selection& s, message_log& log) {
@@ -110,23 +225,17 @@ std::string records_in_words(std::int64_t n) { return fmt::format("{} record{}",
 record_selection select_records(const model_description& d, const data_columns& data, message_log& log) {
   record_selection out;
   const int nt = static_cast<int>(d.traits.size());
-  for (int t = 0; t < nt; ++t) out.present.push_back(presence_of(d, data, t, out, log));
-
-  const std::string& groups = d.residual.groups.value;
-  const std::size_t group_column = groups.empty() ? no_column : find_column(data.table, groups);
-  out.use.assign(data.n_records(), 0);
-  for (std::size_t r = 0; r < data.n_records(); ++r) {
-    bool any = false;
-    for (const flags& present : out.present) any = any || present[r] != 0;
-    const bool grouped = group_column == no_column || !is_missing(data.table, group_column, r);
-    if (any && grouped) {
-      out.use[r] = 1;
-      out.records.push_back(static_cast<std::uint32_t>(r));
-      continue;
-    }
-    ++(any ? out.n_without_group : out.n_without_trait);
-    for (flags& present : out.present) present[r] = 0;
+  for (int t = 0; t < nt; ++t) {
+    record_selection unneeded; // most records do without a trait of kind cured
+    const bool cured = d.traits[static_cast<std::size_t>(t)].kind.value == trait_kind::cured;
+    out.present.push_back(presence_of(d, data, t, cured ? unneeded : out, log));
   }
+  take_out_mixed_traits(d, data, out);
+  take_out_groups(d, data, out);
+  for (int t = 0; t < nt; ++t)
+    if (d.traits[static_cast<std::size_t>(t)].kind.value == trait_kind::sequence)
+      place_sequences(d, data, t, out, log);
+  use_records(d, data, out);
 
   tell(d, data, out, log);
   for (int t = 0; t < nt; ++t) {
@@ -135,6 +244,8 @@ record_selection select_records(const model_description& d, const data_columns& 
     if (n == 0)
       add_error(log, {data.table.file, 0, 0},
                 fmt::format("no record of trait {} can be used", d.traits[static_cast<std::size_t>(t)].name));
+    else
+      refuse_empty_categories(d, data, out, static_cast<std::size_t>(t), log);
   }
   return out;
 }

@@ -19,9 +19,19 @@ std::int32_t mask_of(const record_selection& records, std::size_t r) {
   return mask;
 }
 
+// The groups are the components of a mixture, first by their first members.
+void add_components(const data_columns& data, const record_selection& records, int indicator,
+                    residual_patterns& out) {
+  out.group_codes = {"0", "1"};
+  out.group_numbers = {0, 1};
+  const std::vector<double>& member = data.traits[static_cast<std::size_t>(indicator)].y;
+  for (const std::uint32_t r : records.records) out.group.push_back(member[r] == 1.0 ? 2 : 1);
+}
+
 void add_groups(const model_description& d, const data_columns& data, const record_selection& records,
                 residual_patterns& out) {
   if (d.residual.groups.value.empty()) return;
+  if (d.residual.indicator >= 0) return add_components(data, records, d.residual.indicator, out);
   const std::size_t c[] = {find_column(data.table, d.residual.groups.value)};
   const level_codes codes = codes_of_columns(data.table, c, records.use);
   out.group_codes = codes.identification;
@@ -75,8 +85,9 @@ void warn_of_apart_traits(const model_description& d, const residual_patterns& p
       bool met = false;
       for (std::size_t q = 0; q < p.mask.size(); ++q)
         met = met || ((p.mask[q] & both) == both && p.n_records[q] > 0);
-      const bool held = std::ranges::any_of(
-          d.residual.zero, [&](const trait_pair& z) { return z.first == i && z.second == j; });
+      const auto is_pair = [&](const trait_pair& z) { return z.first == i && z.second == j; };
+      const bool held =
+          std::ranges::any_of(d.residual.zero, is_pair) || std::ranges::any_of(d.residual.apart, is_pair);
       if (met || held) continue;
       const std::string& a = d.traits[static_cast<std::size_t>(i)].name;
       const std::string& b = d.traits[static_cast<std::size_t>(j)].name;
@@ -122,10 +133,11 @@ void fill_residual(const model_description& d, const record_selection& records,
   for (int i = 0; i < nt; ++i)
     for (int j = 0; j < nt; ++j)
       residual.COV_MAT(i + 1, j + 1) = residual.P_COV_MAT(i + 1, j + 1) = start.residual.at(i, j);
-  for (const trait_pair& z : d.residual.zero) {
-    residual.L_RCOV_ZERO(z.first + 1, z.second + 1) = 1;
-    residual.L_RCOV_ZERO(z.second + 1, z.first + 1) = 1;
-  }
+  for (const auto* list : {&d.residual.zero, &d.residual.apart})
+    for (const trait_pair& z : *list) {
+      residual.L_RCOV_ZERO(z.first + 1, z.second + 1) = 1;
+      residual.L_RCOV_ZERO(z.second + 1, z.first + 1) = 1;
+    }
   for (std::int32_t q = 1; q <= residual.n_pat; ++q) {
     const auto at = static_cast<std::size_t>(q - 1);
     residual.ISIT(q) = patterns.mask[at];

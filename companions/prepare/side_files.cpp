@@ -37,14 +37,20 @@ json matrix_json(const start_matrix& m) {
 
 json traits_json(const model_description& d, const prepared_model& p) {
   json out = json::array();
-  for (std::size_t t = 0; t < d.traits.size(); ++t)
-    out.push_back({{"number", t + 1},
-                   {"name", d.traits[t].name},
-                   {"short", p.names.traits[t]},
-                   {"kind", word_of(d.traits[t].kind.value)},
-                   {"column", d.traits[t].column.value},
-                   {"weight", d.traits[t].weight.value},
-                   {"records", p.start.traits[t].observed.n}});
+  for (std::size_t t = 0; t < d.traits.size(); ++t) {
+    const trait_section& trait = d.traits[t];
+    out.push_back(
+        {{"number", t + 1},
+         {"name", trait.name},
+         {"short", p.names.traits[t]},
+         {"kind", word_of(trait.kind.value)},
+         {"column", trait.column.value},
+         {"weight", trait.weight.value},
+         {"categories", p.data.traits[t].categories},
+         {"indicator", trait.indicator < 0 ? "" : d.traits[static_cast<std::size_t>(trait.indicator)].name},
+         {"partner", trait.partner < 0 ? "" : d.traits[static_cast<std::size_t>(trait.partner)].name},
+         {"records", p.start.traits[t].observed.n}});
+  }
   return out;
 }
 

@@ -1,6 +1,8 @@
 #include "prepare/start_values.h"
 
+#include "control/reporting.h"
 #include "numerics/lapack_calls.h"
+#include "numerics/normal_functions.h"
 #include "prepare/messages.h"
 
 #include <fmt/format.h>
@@ -9,6 +11,7 @@
 #include <cmath>
 #include <numeric>
 #include <set>
+#include <sstream>
 
 namespace zeph::prepare {
 
@@ -21,16 +24,35 @@ start_matrix zero_matrix(int order) {
 
 start_matrix given_matrix(const matrix_value& m) { return {m.order, m.value, true}; }
 
-trait_summary summary_of(const data_columns& data, const record_selection& records,
-                         const trait_section& trait, std::size_t t) {
+trait_summary summary_of(const data_columns& data, const record_selection& records, std::size_t t) {
   std::vector<double> y;
-  const std::vector<double>& column = data.number(trait.column.value);
+  const std::vector<double>& column = data.traits[t].y;
   for (const std::uint32_t r : records.records)
     if (records.present[t][r] != 0) y.push_back(column[r]);
   return {statistics_of(y)};
 }
 
-double variance_of(const model_description& d, const start_values& s, std::size_t t, message_log& log) {
+// Of the liability whose outer thresholds are 0 and 1, by the shares of the first and of the last category.
+double liability_variance(const trait_values& values, const record_selection& records, std::size_t t) {
+  const auto last = static_cast<double>(values.categories.size());
+  double n = 0.0, n_first = 0.0, n_last = 0.0;
+  for (const std::uint32_t r : records.records) {
+    if (records.present[t][r] == 0) continue;
+    n += 1.0;
+    n_first += values.y[r] == 1.0 ? 1.0 : 0.0;
+    n_last += values.y[r] == last ? 1.0 : 0.0;
+  }
+  std::ostringstream listing;
+  reporting report(listing);
+  double below_last = 1.0 - n_last / n, below_second = n_first / n;
+  const double width = NORMAL_INVCDF(report, below_last) - NORMAL_INVCDF(report, below_second);
+  return 1.0 / (width * width);
+}
+
+double variance_of(const model_description& d, const data_columns& data, const record_selection& records,
+                   const start_values& s, std::size_t t, message_log& log) {
+  if (has_unit_variance(d.traits[t].kind.value)) return 2.0; // half of it is the residual
+  if (d.traits[t].kind.value == trait_kind::ordered) return liability_variance(data.traits[t], records, t);
   const double variance = s.traits[t].observed.sd * s.traits[t].observed.sd;
   if (variance > 0.0) return variance;
   add_warning(log, {}, fmt::format("{} has no variance; 1 is taken for its start values", d.traits[t].name));
@@ -74,11 +96,13 @@ start_matrix default_matrix(const record_selection& records, const factor_levels
   return out;
 }
 
-start_matrix default_residual(const std::vector<double>& variance, const std::vector<int>& n_factors) {
+start_matrix default_residual(const model_description& d, const std::vector<double>& variance,
+                              const std::vector<int>& n_factors) {
   start_matrix out = zero_matrix(static_cast<int>(variance.size()));
   for (int t = 0; t < out.order; ++t) {
     const auto at = static_cast<std::size_t>(t);
-    out.at(t, t) = n_factors[at] > 0 ? 0.5 * variance[at] : variance[at];
+    const bool half = n_factors[at] > 0 || has_unit_variance(d.traits[at].kind.value);
+    out.at(t, t) = half ? 0.5 * variance[at] : variance[at];
   }
   return out;
 }
@@ -139,8 +163,8 @@ start_values make_start_values(const model_description& d, const data_columns& d
   start_values s;
   std::vector<double> variance;
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
-    s.traits.push_back(summary_of(data, records, d.traits[t], t));
-    variance.push_back(variance_of(d, s, t, log));
+    s.traits.push_back(summary_of(data, records, t));
+    variance.push_back(variance_of(d, data, records, s, t, log));
   }
   const std::vector<int> n_factors = factors_per_trait(factors, d.traits.size());
   for (const factor_levels& f : factors) {
@@ -149,7 +173,7 @@ start_values make_start_values(const model_description& d, const data_columns& d
                                         : default_matrix(records, f, variance, n_factors));
   }
   s.residual =
-      d.residual.start.order > 0 ? given_matrix(d.residual.start) : default_residual(variance, n_factors);
+      d.residual.start.order > 0 ? given_matrix(d.residual.start) : default_residual(d, variance, n_factors);
   add_groups(d, group_codes, s, log);
   return s;
 }

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 namespace zeph::prepare {
@@ -57,6 +58,82 @@ std::string traits_text(const model_description& d, const prepared_model& p) {
     if (p.names.traits[t] != d.traits[t].name) out += fmt::format("  in the files: {}\n", p.names.traits[t]);
   }
   return out;
+}
+
+// ---- what the kinds of the traits hold
+
+std::size_t at(int i) { return static_cast<std::size_t>(i); }
+
+std::int64_t records_with(const prepared_model& p, std::size_t t, const std::vector<double>& value,
+                          double wanted) {
+  return std::ranges::count_if(
+      p.records.records, [&](std::uint32_t r) { return p.records.present[t][r] != 0 && value[r] == wanted; });
+}
+
+std::string categories_line(const model_description& d, const prepared_model& p, std::size_t t) {
+  const trait_values& values = p.data.traits[t];
+  if (values.categories.empty()) return "";
+  const double first = d.traits[t].kind.value == trait_kind::ordered ? 1.0 : 0.0;
+  std::string out = fmt::format("  {} ({}):", d.traits[t].name, word_of(d.traits[t].kind.value));
+  for (std::size_t k = 0; k < values.categories.size(); ++k) {
+    const double code = first + static_cast<double>(k);
+    const std::string number = fmt::format("{}", code);
+    out += fmt::format("{} {}{} in {}", k > 0 ? "," : "", number,
+                       number == values.categories[k] ? "" : " " + values.categories[k],
+                       records_with(p, t, values.y, code));
+  }
+  return out + "\n";
+}
+
+std::string censored_line(const model_description& d, const prepared_model& p, std::size_t t) {
+  const trait_values& values = p.data.traits[t];
+  if (values.code.empty()) return "";
+  std::array<std::int64_t, 4> n{};
+  for (const std::uint32_t r : p.records.records)
+    if (p.records.present[t][r] != 0) ++n[at(values.code[r] + 1)];
+  return fmt::format("  {} (censored): {} observed, {} right, {} left, {} interval\n", d.traits[t].name, n[1],
+                     n[2], n[0], n[3]);
+}
+
+std::string mixture_line(const model_description& d, const prepared_model& p, std::size_t t) {
+  const trait_section& trait = d.traits[t];
+  if (trait.indicator < 0) return "";
+  const std::size_t i = at(trait.indicator);
+  return fmt::format("  {} ({}): above by shift({}) in component 1, where {} of its {} records begin\n",
+                     trait.name, word_of(trait.kind.value), d.traits[i].name,
+                     records_with(p, t, p.data.traits[i].y, 1.0), p.start.traits[t].observed.n);
+}
+
+std::string sequence_line(const model_description& d, const prepared_model& p, std::size_t t) {
+  const trait_section& trait = d.traits[t];
+  if (trait.kind.value != trait_kind::sequence) return "";
+  const record_sequences& s = p.records.sequences;
+  return fmt::format(
+      "  {} (sequence): {} subjects of 1 to {} records, {} with an event; {} is the liability to\n"
+      "    have one at all, in the last record of each\n",
+      trait.name, s.n_subjects, s.longest, s.n_with_event, d.traits[at(trait.partner)].name);
+}
+
+std::string held_lines(const model_description& d) {
+  std::string variances, covariances;
+  for (const trait_section& t : d.traits)
+    if (has_unit_variance(t.kind.value)) variances += (variances.empty() ? "" : ", ") + t.name;
+  for (const auto* list : {&d.residual.zero, &d.residual.apart})
+    for (const trait_pair& z : *list)
+      if (z.at.line == 0)
+        covariances += fmt::format("{}{} with {}", covariances.empty() ? "" : ", ",
+                                   d.traits[at(z.first)].name, d.traits[at(z.second)].name);
+  if (!variances.empty()) variances = "  residual variance 1: " + variances + "\n";
+  if (!covariances.empty()) covariances = "  residual covariance 0: " + covariances + "\n";
+  return variances + covariances;
+}
+
+std::string kinds_text(const model_description& d, const prepared_model& p) {
+  std::string out;
+  for (std::size_t t = 0; t < d.traits.size(); ++t)
+    out += categories_line(d, p, t) + censored_line(d, p, t) + mixture_line(d, p, t) + sequence_line(d, p, t);
+  out += held_lines(d);
+  return out.empty() ? out : "\nKinds of traits\n" + out;
 }
 
 std::string class_line(const std::string& trait, const class_effect& c) {
@@ -180,8 +257,8 @@ const char* word_of_state(column_state state) {
 
 std::string summary_text(const model_description& d, const prepared_model& p) {
   std::string out = d.title.value.empty() ? "" : d.title.value + "\n\n";
-  return out + records_text(d, p) + patterns_text(d, p) + traits_text(d, p) + effects_text(d, p) +
-         scales_text(p) + matrices_text(d, p) + size_text(d, p);
+  return out + records_text(d, p) + patterns_text(d, p) + traits_text(d, p) + kinds_text(d, p) +
+         effects_text(d, p) + scales_text(p) + matrices_text(d, p) + size_text(d, p);
 }
 
 std::string detail_text(const model_description& d, const prepared_model& p) {

@@ -49,8 +49,14 @@ void fill_fixed_regression(int t, std::int32_t j, prepared_model& p) {
   trait_record& m = p.model.MODEL(t + 1);
   const fixed_regression& x = p.fixed[at(t)].regressions[at(j - 1)];
   m.REG_TYPE(j) = x.nested < 0 ? 0 : 1;
-  m.REG_RCI(j) = m.REG_INP(j) = add_reals(p.rows, p.records, x.value);
   m.REG_N_LEVEL(j) = 1;
+  if (x.indicator >= 0) { // the input number is that of the indicator's column
+    m.REG_MIXTURE(j) = 1;
+    m.REG_INP(j) = x.indicator + 1;
+    m.REG_RCI(j) = append_reals(p.rows, p.records, x.value);
+    return;
+  }
+  m.REG_RCI(j) = m.REG_INP(j) = add_reals(p.rows, p.records, x.value);
   if (x.nested < 0) return;
   const class_effect& c = p.fixed[at(t)].classes[at(x.nested)];
   m.REG_N_RCI(j) = m.REG_N_INP(j) = add_integers(p.rows, p.records, without_zero(c.level));
@@ -67,12 +73,33 @@ void fill_random_regression(int t, std::int32_t j, int k, const contribution& c,
   m.REG_N_LEVEL(j) = p.factors[at(k - 1)].n_levels();
 }
 
+// Codes and upper limits of a censored trait.
+void fill_censoring(int t, prepared_model& p, trait_record& m) {
+  const trait_values& values = p.data.traits[at(t)];
+  m.L_CENS = true;
+  m.CENS_RCI = m.CENS_INP = add_integers(p.rows, p.records, values.code);
+  m.UPPER_RCI = m.UPPER_INP = add_reals(p.rows, p.records, values.upper);
+}
+
+// Partners: the sequence and its trait of kind cured, a mixed trait and its indicator.
+void fill_partners(const trait_section& trait, prepared_model& p, trait_record& m) {
+  if (trait.kind.value == trait_kind::sequence) {
+    m.link2 = trait.partner + 1;
+    m.SEQ_RCI = m.m18_11 = add_integers(p.rows, p.records, p.records.sequences.position);
+  }
+  if (trait.kind.value == trait_kind::cured) m.link1 = trait.partner + 1;
+  m.L_MIX_TRAIT = trait.indicator >= 0;
+  m.MIX_EQ_TYPE = trait.indicator + 1;
+}
+
 void fill_observation(const model_description& d, int t, prepared_model& p) {
   const trait_section& trait = d.traits[at(t)];
   trait_record& m = p.model.MODEL(t + 1);
   m.TRAIT_TYPE = static_cast<std::int32_t>(trait.kind.value);
   m.TRAIT_NAME = padded(p.names.traits[at(t)], short_width);
   m.Y_RCI = m.TRAIT_INP = t + 1; // the observations are the first columns
+  fill_partners(trait, p, m);
+  if (trait.kind.value == trait_kind::censored) fill_censoring(t, p, m);
   if (trait.weight.value.empty()) return;
   m.WGT_FLAG = 1;
   m.WGT_NAME = padded(cut_name(trait.weight.value), short_width);

@@ -264,9 +264,9 @@ TEST(model_description, random_regressions_with_residual_groups_are_read) {
   EXPECT_EQ(r.d.residual.groups.value, "stage");
 }
 
-TEST(model_description, an_ordered_trait_is_read_and_refused_by_name) {
+TEST(model_description, an_ordered_trait_is_read) {
   const result r = read(CALVING);
-  EXPECT_EQ(told(r), "model.toml:12:14: error: kind = \"ordered\" is not yet supported by this version\n");
+  EXPECT_EQ(told(r), "");
   ASSERT_EQ(r.d.traits.size(), 2U);
   EXPECT_EQ(r.d.traits[0].kind.value, trait_kind::ordered);
   ASSERT_EQ(r.d.traits[0].categories.size(), 4U);
@@ -274,10 +274,9 @@ TEST(model_description, an_ordered_trait_is_read_and_refused_by_name) {
   EXPECT_EQ(row_names(r.d.factors[0]), "ease.animal bwt.animal ");
 }
 
-TEST(model_description, a_mixture_is_read_and_refused_by_name) {
+TEST(model_description, a_mixture_is_read) {
   const result r = read(MIXTURE);
-  EXPECT_EQ(told(r), "model.toml:10:12: error: shift(..) is not yet supported by this version\n"
-                     "model.toml:13:11: error: kind = \"indicator\" is not yet supported by this version\n");
+  EXPECT_EQ(told(r), "");
   EXPECT_EQ(r.d.traits.at(0).terms.shifts.at(0).trait, "infected");
   EXPECT_EQ(r.d.traits.at(1).first_upper.value, 0.2);
   EXPECT_EQ(r.d.traits.at(1).first_of.value, "scs");
@@ -295,7 +294,7 @@ TEST(model_description, the_examples_of_the_page_are_read_without_a_message) {
     EXPECT_EQ(told(read(text.substr(begin, text.find("```", begin) - begin))), "");
     ++n;
   }
-  EXPECT_EQ(n, 3);
+  EXPECT_EQ(n, 5);
 }
 
 TEST(model_description, a_trait_takes_column_and_weight) {
@@ -914,15 +913,10 @@ analysis = "models"
 )toml");
   EXPECT_EQ(told(r), R"toml(model.toml:4:1: error: [factor.a] genotypes is not yet supported by this version
 model.toml:6:1: error: [factor.b] single_step is not yet supported by this version
-model.toml:9:8: error: kind = "censored" is not yet supported by this version
 model.toml:14:12: error: analysis = "models" is not yet supported by this version
 )toml");
   EXPECT_EQ(r.d.traits[0].limits_upper.value, "u");
   EXPECT_EQ(r.d.derive.at(0).text.value, "G[a,y.a,y.a] / 2");
-  for (const char* kind : {"binary", "sequence", "cured"})
-    EXPECT_EQ(told(read(small(std::string("kind = \"") + kind + "\""))),
-              std::string("model.toml:6:8: error: kind = \"") + kind +
-                  "\" is not yet supported by this version\n");
 }
 
 TEST(model_description, jump_names_the_factors_that_it_can_not_take) {
@@ -941,22 +935,8 @@ TEST(model_description, jump_names_the_factors_that_it_can_not_take) {
 TEST(model_description, an_ordered_trait_can_not_be_continued) {
   const result r = read(std::string(CALVING) + "continue = true\n");
   EXPECT_EQ(told(r),
-            "model.toml:12:14: error: kind = \"ordered\" is not yet supported by this version\n"
             "model.toml:25:12: error: restarting is not possible with an ordered trait; remove [run] "
             "continue\n");
-}
-
-TEST(model_description, keys_of_a_kind_need_that_kind) {
-  const result r =
-      read(small("categories = [1, 2]\nlimits = {code = \"c\"}\nfirst = {upper = 2, of = \"z\"}\n"));
-  EXPECT_EQ(told(r), "model.toml:6:15: error: [trait.y] categories need kind = \"ordered\"\n"
-                     "model.toml:7:18: error: [trait.y] limits need kind = \"censored\"\n"
-                     "model.toml:8:18: error: [trait.y] first needs kind = \"indicator\"\n"
-                     "model.toml:8:18: error: [trait.y] first: upper must be between 0 and 1\n"
-                     "model.toml:8:26: error: there is no trait \"z\"\n");
-  EXPECT_EQ(told(read(small("kind = \"binary\"\nweight = \"w\"\n"))),
-            "model.toml:6:8: error: kind = \"binary\" is not yet supported by this version\n"
-            "model.toml:7:10: error: [trait.y] weight: a trait of kind binary takes no weight\n");
 }
 
 // ---- matrices
