@@ -54,8 +54,13 @@ struct body_run {
 struct bodies_apart {
   bool ran = false; // both runs started and made all rounds
   bool fast = false;
+  bool samples_alike = false; // gib.samples of both runs are the same bytes
   double rhs = 0.0, sol = 0.0, matrices = 0.0, sums = 0.0;
 };
+
+inline std::string bytes_in(const scratch_directory& directory, const char* name) {
+  return directory.has(name) ? directory.read(name) : "";
+}
 
 // `rounds` rounds of both; right-hand sides by group after the first round,
 // solutions, matrices, observations and sums of squares after each.
@@ -89,6 +94,7 @@ inline bodies_apart compare_bodies(const scratch_directory& prepared, const std:
     EXPECT_EQ(plain.r.sources.marsaglia.saved.U, fast.r.sources.marsaglia.saved.U) << "round " << round;
   }
   out.ran = true;
+  out.samples_alike = bytes_in(one, "gib.samples") == bytes_in(two, "gib.samples");
   out.fast = fast.r.work.fast.state == zeph::form_state::ready;
   return out;
 }
