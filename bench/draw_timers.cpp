@@ -58,6 +58,27 @@ template <class fill> void time_fills(benchmark::State& state, double mean, doub
 
 // ---- One number at a time, as before the numbers were drawn ahead ----
 
+// As published: a routine that is called for each number and keeps its state in
+// memory. Figures of other machines are set against this one.
+[[gnu::noinline]] double called_ranmar(zeph::marsaglia_state& s) {
+  double uni = s.U[static_cast<std::size_t>(s.I97 - 1)] - s.U[static_cast<std::size_t>(s.J97 - 1)];
+  if (uni < 0.0) uni += 1.0;
+  s.U[static_cast<std::size_t>(s.I97 - 1)] = uni;
+  if (--s.I97 == 0) s.I97 = 97;
+  if (--s.J97 == 0) s.J97 = 97;
+  s.C -= s.CD;
+  if (s.C < 0.0) s.C += s.CM;
+  uni -= s.C;
+  return uni < 0.0 ? uni + 1.0 : uni;
+}
+
+void called_uniform_of_ranmar(benchmark::State& state) {
+  seeded s;
+  zeph::marsaglia_state numbers = zeph::ranmar_state(s.sources.marsaglia);
+  time_values(state, 0.5, 1.0 / 12.0, [&] { return called_ranmar(numbers); });
+}
+BENCHMARK(called_uniform_of_ranmar);
+
 // State in locals; the sign without a branch.
 struct single_uniforms {
   explicit single_uniforms(const zeph::marsaglia_state& state)

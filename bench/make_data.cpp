@@ -11,6 +11,7 @@
 // Mendelian deviate N(0, (1 - (F_s + F_d)/2) G / 2), inbreeding left out, since
 // mates are drawn from different halves of a generation.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -31,6 +32,8 @@ struct sizes {
   std::uint64_t seed = 20;
   std::int64_t matings = 0, sires = 25; // pairs of a generation that have progeny; 0: every progeny its own
   bool age = true;                      // a covariable, and a mean
+  int class_effects = 0;                // further ones of 50 levels each, for all traits
+  int categories = 0;                   // of the last trait; 2: binary, 0: as it is
   std::int64_t litters = 0;             // levels of an identity factor of all traits; 0: none
   bool testdays = false;                // test-day records of one trait with curves in place of values
   double missing = 0.0;                 // share of missing observations, traits 2 and up
@@ -169,10 +172,19 @@ void write_testdays(const sizes& s, const pedigree& p, normal_source& source) {
   }
 }
 
+// Categories of equal width over most of the last trait's values.
+int category(const sizes& s, double y) {
+  const double center = 200.0 + 10.0 * (s.traits - 1) + 2.0 + 0.7 * 25.0;
+  const double width = 12.0, lowest = center - width * 0.5 * (s.categories - 2);
+  const int k = 1 + static_cast<int>(std::floor((y - lowest) / width)) + 1;
+  return std::clamp(k, 1, s.categories) - (s.categories == 2 ? 1 : 0);
+}
+
 // Records go to the youngest animals, and again when there are more of them.
 void write_records(const sizes& s, const pedigree& p, normal_source& source) {
   const output file = create(s, "data.csv");
   fmt::print(file.get(), "animal,herdyear,sex,age{}", s.litters > 0 ? ",litter" : "");
+  for (int c = 1; c <= s.class_effects; ++c) fmt::print(file.get(), ",c{}", c);
   for (int t = 1; t <= s.traits; ++t) fmt::print(file.get(), ",y{}", t);
   fmt::print(file.get(), "\n");
   std::vector<double> herd(static_cast<std::size_t>(s.herds * s.traits));
@@ -190,6 +202,7 @@ void write_records(const sizes& s, const pedigree& p, normal_source& source) {
     draw(source, residual_variance, residual_correlation, residual.data(), s.traits);
     fmt::print(file.get(), "{},{},{},{:.3f}", animal + 1, herdyear + 1, sex == 0 ? "F" : "M", age);
     if (s.litters > 0) fmt::print(file.get(), ",{}", litter + 1);
+    for (int c = 0; c < s.class_effects; ++c) fmt::print(file.get(), ",{}", source.below(50) + 1);
     for (int t = 0; t < s.traits; ++t) {
       const double y = 200.0 + 10.0 * t + herd[static_cast<std::size_t>(herdyear * s.traits + t)] +
                        4.0 * static_cast<double>(sex) + 0.7 * age +
@@ -198,6 +211,8 @@ void write_records(const sizes& s, const pedigree& p, normal_source& source) {
                        residual[static_cast<std::size_t>(t)];
       if (t > 0 && source.uniform() < s.missing)
         fmt::print(file.get(), ",NA");
+      else if (s.categories > 0 && t == s.traits - 1)
+        fmt::print(file.get(), ",{}", category(s, y));
       else
         fmt::print(file.get(), ",{:.3f}", y);
     }
@@ -244,9 +259,16 @@ void write_model(const sizes& s) {
   if (s.litters > 0)
     fmt::print(file.get(), "[factor.litter]\nstart = {}\n\n",
                square(s.traits, litter_variance, genetic_correlation));
-  for (int t = 1; t <= s.traits; ++t)
-    fmt::print(file.get(), "[trait.y{}]\nformula = \"{} + (1 | animal){}\"\n\n", t,
-               s.age ? "1 + herdyear + sex + age" : "herdyear + sex", s.litters > 0 ? " + (1 | litter)" : "");
+  std::string further;
+  for (int c = 1; c <= s.class_effects; ++c) further += fmt::format(" + c{}", c);
+  for (int t = 1; t <= s.traits; ++t) {
+    fmt::print(file.get(), "[trait.y{}]\nformula = \"{}{} + (1 | animal){}\"\n", t,
+               s.age ? "1 + herdyear + sex + age" : "herdyear + sex", further,
+               s.litters > 0 ? " + (1 | litter)" : "");
+    if (s.categories == 2 && t == s.traits) fmt::print(file.get(), "kind = \"binary\"\n");
+    if (s.categories > 2 && t == s.traits) fmt::print(file.get(), "kind = \"ordered\"\n");
+    fmt::print(file.get(), "\n");
+  }
   if (s.age) fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n");
   write_run(file.get(), s, square(s.traits, residual_variance, residual_correlation));
 }
@@ -266,6 +288,11 @@ int main(int argc, char** argv) {
   app.add_option("--matings", s.matings, "pairs of a generation that have progeny; 0: drawn anew for each")
       ->check(CLI::Range(0, 100000000));
   app.add_flag("!--classes-only", s.age, "no covariable in the model");
+  app.add_option("--class-effects", s.class_effects, "further class effects of 50 levels each")
+      ->check(CLI::Range(0, 50));
+  app.add_option("--categories", s.categories,
+                 "the last trait in so many categories; 2: 0 and 1; 0: as it is")
+      ->check(CLI::IsMember({0, 2, 3, 4, 5, 6, 7, 8, 9}));
   app.add_option("--litters", s.litters, "levels of a further factor without relationship; 0: none")
       ->check(CLI::Range(0, 10000000));
   app.add_flag("--testdays", s.testdays, "test-day records of one trait, curves as effects");
