@@ -1,0 +1,83 @@
+# Segments of a chain become one chain, chains become one array of draws.
+
+# list(number, round, values, models, lik, segments): rounds numbered through, nothing dropped but what `burnin` asks for.
+# segments: data frame (chain, segment, path, samples, first, last, counts, note).
+join_segments <- function(m, chain, burnin, remarks) {
+  parts <- list()
+  rows <- list()
+  before <- 0
+  for (s in chain$segments) {
+    where <- paste0("chain ", chain$number, ", segment ", s$number)
+    part <- if (s$counts) read_segment(m, s$path, s$directives$analysis) else NULL
+    n <- length(part$round)
+    if (n > 0) {
+      part$round <- part$round + shift_of(s, part$round, before)
+      before <- part$round[n]
+      parts[[length(parts) + 1L]] <- part
+    } else if (s$counts && chain_type(s)) remarks$add(where, " has no samples (stopped in its burn-in, or not begun)")
+    if (!s$counts) remarks$add(where, " only ended a burn-in and holds no samples")
+    rows[[length(rows) + 1L]] <- data.frame(chain = chain$number, segment = s$number, path = s$path, samples = n,
+                                            first = if (n > 0) part$round[1] else NA, last = if (n > 0) part$round[n] else NA,
+                                            state = segment_state(s))
+  }
+  out <- list(number = chain$number, segments = do.call(rbind, rows))
+  for (name in c("values", "models")) out[[name]] <- do.call(rbind, lapply(parts, function(p) p[[name]]))
+  for (name in c("round", "lik")) out[[name]] <- unlist(lapply(parts, function(p) p[[name]]))
+  leave_out(out, burnin + chain$segments[[1]]$burnin, burnin)
+}
+
+chain_type <- function(s) is.na(s$directives$analysis) || s$directives$analysis >= 1
+
+# What is added to the rounds of a segment: the record of zeph-chains, or, without one, what makes a round number that
+# comes again go on by one interval.
+shift_of <- function(s, round, before) {
+  if (!is.na(s$shift)) return(s$shift)
+  if (round[1] > before) 0 else before - round[1] + s$interval
+}
+
+# Leaves out the rounds up to `last`; an NA burn-in of the directive file counts as 0.
+leave_out <- function(chain, last, burnin) {
+  if (burnin <= 0 || length(chain$round) == 0) return(chain)
+  kept <- chain$round > (if (is.na(last)) burnin else last)
+  for (name in c("values", "models")) if (!is.null(chain[[name]])) chain[[name]] <- chain[[name]][kept, , drop = FALSE]
+  for (name in c("round", "lik")) if (!is.null(chain[[name]])) chain[[name]] <- chain[[name]][kept]
+  chain
+}
+
+# "finished", "running or killed", "ended with code 27", by what a run leaves at its end.
+segment_state <- function(s) {
+  code <- suppressWarnings(as.integer(readLines_or_na(file.path(s$path, "exit"))))
+  if (!is.na(code) && code != 0) return(paste("ended with code", code))
+  status <- readLines_or_na(file.path(s$path, "status"))
+  if (grepl("concluded", status)) return("finished")
+  if (file.exists(file.path(s$path, "gibsol")) || file.exists(file.path(s$path, "gparlast"))) return("finished")
+  if (is.na(status)) "not begun" else "running or killed"
+}
+
+readLines_or_na <- function(path) {
+  if (!file.exists(path)) return(NA_character_)
+  lines <- readLines(path, n = 1, warn = FALSE)
+  if (length(lines) == 0) NA_character_ else trimws(lines[1])
+}
+
+# Joined chains as an array draw x chain x name, of the length of the shortest chain in use. Chains with less than half
+# of the longest are left out of it. list(draws, used (numbers of the chains), length, interval)
+array_of_chains <- function(chains, remarks) {
+  lengths <- vapply(chains, function(chain) length(chain$round), 1L)
+  longest <- max(0L, lengths)
+  used <- which(lengths > 0 & 2 * lengths >= longest)
+  for (i in which(lengths > 0 & 2 * lengths < longest))
+    remarks$add("chain ", chains[[i]]$number, " has ", lengths[i], " of ", longest, " samples and is left out of the tables")
+  n <- if (length(used) > 0) min(lengths[used]) else 0L
+  if (length(used) > 0 && any(lengths[used] != n))
+    remarks$add("the chains differ in length: the first ", n, " samples of each are used (the longest has ", longest, ")")
+  names <- if (length(used) > 0) colnames(chains[[used[1]]]$values) else character(0)
+  draws <- array(NA_real_, c(n, length(used), length(names)), list(NULL, NULL, names))
+  for (i in seq_along(used)) draws[, i, ] <- chains[[used[i]]]$values[seq_len(n), ]
+  list(draws = draws, used = used, length = n, rounds = rounds_per_sample(chains[used]))
+}
+
+rounds_per_sample <- function(chains) {
+  steps <- unlist(lapply(chains, function(chain) diff(chain$round)))
+  if (length(steps) == 0) 1 else stats::median(steps)
+}

@@ -1,0 +1,59 @@
+# Chains between models: which models were visited, how often, and from where to where.
+
+# list(visits, transitions, inclusion) of the joined chains; NULL when all samples are of one model.
+# visits: data frame (model, samples, share, by chain ..); a model is the dimension of every factor.
+# transitions: data frame (from, to, times) of neighbouring samples.
+# inclusion: data frame (factor, row, probability), how often a row was in the model.
+model_visits <- function(m, chains) {
+  chains <- Filter(function(chain) NROW(chain$models) > 0, chains)
+  if (length(chains) == 0 || m$nramat == 0) return(NULL)
+  words <- lapply(chains, function(chain) apply(chain$models[, seq_len(m$nramat), drop = FALSE], 1, paste, collapse = " "))
+  all <- unlist(words)
+  if (length(unique(all)) < 2) return(NULL)
+  models <- names(sort(table(all), decreasing = TRUE))
+  by_chain <- vapply(words, function(w) as.numeric(table(factor(w, models))) / length(w), numeric(length(models)))
+  colnames(by_chain) <- paste("chain", vapply(chains, function(chain) chain$number, 1L))
+  samples <- as.numeric(table(factor(all, models)))
+  list(visits = data.frame(model = models, samples = samples, share = samples / sum(samples), by_chain, check.names = FALSE),
+       transitions = transitions_of(words), inclusion = inclusion_of(m, chains), words = words)
+}
+
+transitions_of <- function(words) {
+  pairs <- unlist(lapply(words, function(w) if (length(w) > 1) paste(utils::head(w, -1), utils::tail(w, -1), sep = " -> ")))
+  counts <- sort(table(pairs), decreasing = TRUE)
+  parts <- strsplit(names(counts), " -> ", fixed = TRUE)
+  data.frame(from = vapply(parts, `[`, "", 1), to = vapply(parts, `[`, "", 2), times = as.numeric(counts))
+}
+
+inclusion_of <- function(m, chains) {
+  models <- do.call(rbind, lapply(chains, function(chain) chain$models))
+  rows <- lapply(m$factors, function(f) data.frame(factor = f$name, row = f$rows$label, probability = vapply(f$rows$row, function(r) mean(models[, f$number] >= r), 1)))
+  do.call(rbind, rows)
+}
+
+# Draws of the dimensions of the factors, so that R-hat and ESS judge the visits too: draw x chain x factor.
+dimension_draws <- function(m, chains, used, n) {
+  draws <- array(NA_real_, c(n, length(used), m$nramat), list(NULL, NULL, paste0("dimension[", vapply(m$factors, function(f) f$name, ""), "]")))
+  for (i in seq_along(used)) draws[, i, ] <- chains[[used[i]]]$models[seq_len(n), seq_len(m$nramat)]
+  draws
+}
+
+# Moves proposed and accepted, from zeinfo: the lines of a round that end in T or F. Data frame (chain, from, to,
+# proposed, accepted); the rounds of the burn-in do not stand in the file.
+read_moves <- function(m, place) {
+  rows <- list()
+  width <- 2L * (m$nramat + 1L) + 7L
+  for (chain in place$chains) for (s in chain$segments) {
+    words <- strsplit(trimws(grep("[TF]\\s*$", whole_lines(file.path(s$path, "zeinfo")), value = TRUE)), "[ ,]+")
+    words <- words[lengths(words) == width]
+    if (length(words) == 0) next
+    w <- do.call(rbind, words)
+    from <- apply(w[, 1L + seq_len(m$nramat), drop = FALSE], 1, paste, collapse = " ")
+    to <- apply(w[, 2L + m$nramat + seq_len(m$nramat), drop = FALSE], 1, paste, collapse = " ")
+    rows[[length(rows) + 1L]] <- data.frame(from = from, to = to, accepted = as.numeric(startsWith(w[, width], "T")))
+  }
+  moves <- do.call(rbind, rows)
+  if (is.null(moves)) return(NULL)
+  out <- stats::aggregate(list(accepted = moves$accepted, proposed = 1 + 0 * moves$accepted), moves[c("from", "to")], sum)
+  out[order(out$from, out$to), c("from", "to", "proposed", "accepted")]
+}

@@ -1,0 +1,16 @@
+# The page: one HTML file that needs nothing beside itself.
+
+# Renders page/page.Rmd in a directory of its own and moves the result into place.
+write_page <- function(report, path, home) {
+  if (!dir.exists(dirname(path))) stop_report("can't write ", path, ": there is no directory ", dirname(path))
+  work <- tempfile("page")
+  dir.create(work)
+  on.exit(unlink(work, recursive = TRUE))
+  for (file in c("page.Rmd", "page.css", "head.html")) file.copy(file.path(home, "page", file), work)
+  room <- new.env(parent = globalenv())
+  room$report <- report
+  format <- rmarkdown::html_document(theme = NULL, highlight = NULL, mathjax = NULL, self_contained = TRUE, css = "page.css", section_divs = FALSE,
+                                     includes = rmarkdown::includes(in_header = "head.html"), pandoc_args = c("--metadata", paste0("title=", report$model$title)))
+  made <- suppressMessages(rmarkdown::render(file.path(work, "page.Rmd"), format, output_file = "page.html", envir = room, quiet = TRUE))
+  write_whole(path, function(part) if (!file.copy(made, part, overwrite = TRUE)) stop("can't write"))
+}
