@@ -5,7 +5,8 @@
 # is itself a difference (against levels without equation).
 add_contrasts <- function(fixed, draws) {
   if (is.null(fixed)) return(NULL)
-  fixed$contrast <- fixed$contrast_sd <- NA_real_
+  fixed$contrast <- NA_real_
+  fixed$contrast_sd <- NA_real_
   fixed$against <- ""
   fixed$ess <- fixed$rhat <- NA_real_
   for (key in unique(paste(fixed$trait, fixed$effect))) {

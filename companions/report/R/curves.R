@@ -4,7 +4,7 @@
 # points of the covariable that stand in the data (at most `points`). Data frame (trait, factor, x, quantity ("variance" or
 # "share"), mean, sd, low, high), the bounds those of the central 95 % of the draws.
 curves_of <- function(m, data, draws, points = 41L) {
-  if (is.null(data) || dim(draws)[1] == 0) return(NULL)
+  if (is.null(data) || dim(draws)[1] == 0 || m$nramat == 0) return(NULL)
   out <- lapply(seq_len(m$nt), function(t) curves_of_trait(m, data, draws, t, points))
   do.call(rbind, out)
 }
@@ -12,8 +12,11 @@ curves_of <- function(m, data, draws, points = 41L) {
 curves_of_trait <- function(m, data, draws, t, points) {
   terms <- lapply(m$factors, function(f) f$contributions[f$contributions$trait == t, ])
   if (!any(vapply(terms, function(c) any(c$regression), TRUE))) return(NULL)
+  wanted <- unlist(lapply(seq_along(terms), function(k) if (nrow(terms[[k]]) > 0) name_of_element(m, k, terms[[k]]$row, terms[[k]]$row)))
+  residual <- name_of_element(m, m$nramat + 1L, t, t) # of the first residual group
+  if (!all(c(wanted, residual) %in% dimnames(draws)[[3]])) return(NULL)
   axis <- axis_of(m, data, t, terms, points)
-  residual <- draws[, , name_of_element(m, m$nramat + 1L, t, t)]
+  residual <- draws[, , residual]
   variances <- lapply(seq_along(terms), function(k) if (nrow(terms[[k]]) > 0) variance_along(m, data, draws, k, terms[[k]], axis$records))
   names(variances) <- vapply(m$factors, function(f) f$name, "")
   variances <- Filter(Negate(is.null), variances)

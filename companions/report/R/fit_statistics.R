@@ -5,8 +5,8 @@
 read_dic <- function(m, place) {
   rows <- list()
   for (chain in place$chains) for (s in chain$segments) {
-    found <- if (s$counts) dic_of_listing(s$path)
-    if (is.null(found) || nrow(found) != m$nt) next
+    found <- if (s$counts) dic_of_listing(s$path, m$nt)
+    if (is.null(found)) next
     found$trait <- m$trait_names
     rows[[length(rows) + 1L]] <- cbind(chain = chain$number, segment = s$number, found, samples = max(1, samples_in(m, s)))
   }
@@ -15,18 +15,17 @@ read_dic <- function(m, place) {
   out
 }
 
-# The rows under "DIC per trait" (T8, A10, 2G15.8) of the last model of a listing; listing.txt, or another text file of
+# The `nt` rows under "DIC per trait" (T8, A10, 2G15.8) of the last model of a listing; listing.txt, or another text file of
 # the directory that holds them.
-dic_of_listing <- function(path) {
+dic_of_listing <- function(path, nt) {
   for (file in listing_files(path)) {
     lines <- readLines(file, warn = FALSE, skipNul = TRUE)
     at <- grep("^DIC per trait", lines)
     if (length(at) == 0) next
     rows <- lines[-seq_len(max(at))]
     head <- match(TRUE, startsWith(rows, "Trait"))
-    if (is.na(head)) return(NULL)
-    rows <- rows[-seq_len(head)]
-    rows <- rows[seq_len(match(TRUE, !nzchar(trimws(rows)), nomatch = length(rows) + 1L) - 1L)]
+    if (is.na(head) || length(rows) < head + nt) return(NULL)
+    rows <- rows[head + seq_len(nt)]
     number <- function(from) suppressWarnings(as.numeric(substr(rows, from, from + 14)))
     return(data.frame(trait = trimws(substr(rows, 8, 17)), DIC = number(18), pD = number(33)))
   }

@@ -15,10 +15,12 @@ join_segments <- function(m, chain, burnin, remarks) {
       before <- part$round[n]
       parts[[length(parts) + 1L]] <- part
     } else if (s$counts && chain_type(s)) remarks$add(where, " has no samples (stopped in its burn-in, or not begun)")
+    state <- segment_state(s)
+    if (n > 0 && state != "finished") remarks$add(where, " is ", state, ": its ", count_of(n, "whole sample"), " are used")
     if (!s$counts) remarks$add(where, " only ended a burn-in and holds no samples")
     rows[[length(rows) + 1L]] <- data.frame(chain = chain$number, segment = s$number, path = s$path, samples = n,
                                             first = if (n > 0) part$round[1] else NA, last = if (n > 0) part$round[n] else NA,
-                                            state = segment_state(s))
+                                            state = state)
   }
   out <- list(number = chain$number, segments = do.call(rbind, rows))
   for (name in c("values", "models")) out[[name]] <- do.call(rbind, lapply(parts, function(p) p[[name]]))
@@ -44,10 +46,10 @@ leave_out <- function(chain, last, burnin) {
   chain
 }
 
-# "finished", "running or killed", "ended with code 27", by what a run leaves at its end.
+# "finished", "running or killed", "a run that ended with code 27", by what a run leaves at its end.
 segment_state <- function(s) {
   code <- suppressWarnings(as.integer(readLines_or_na(file.path(s$path, "exit"))))
-  if (!is.na(code) && code != 0) return(paste("ended with code", code))
+  if (!is.na(code) && code != 0) return(paste("a run that ended with code", code))
   status <- readLines_or_na(file.path(s$path, "status"))
   if (grepl("concluded", status)) return("finished")
   if (file.exists(file.path(s$path, "gibsol")) || file.exists(file.path(s$path, "gparlast"))) return("finished")

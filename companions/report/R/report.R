@@ -19,6 +19,9 @@ report_command <- function(words, home) {
   }, report_stop = function(e) {
     message("zeph-report: ", conditionMessage(e))
     e$status
+  }, error = function(e) {
+    message("zeph-report: ", conditionMessage(e))
+    2L
   })
 }
 

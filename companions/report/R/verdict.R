@@ -10,8 +10,9 @@ enough_ess <- 400
 # asked: names whose Monte Carlo errors are told.
 verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
   judged <- table[is.finite(table$ess_bulk) | is.finite(table$rhat), ]
+  if (n_draws == 0) return(list(good = NA, lines = nothing_to_judge(place, 0), more = 0, command = NULL))
   lines <- paste0(count_of(n_chains, "chain"), " of ", count_of(n_draws, "sample"), ", one every ", count_of(rounds, "round"), ".")
-  if (nrow(judged) == 0) return(list(good = NA, lines = c(lines, nothing_to_judge(model, n_draws)), more = 0, command = NULL))
+  if (nrow(judged) == 0) return(list(good = NA, lines = c(lines, nothing_to_judge(place, n_draws)), more = 0, command = NULL))
   r <- judged[which.max(judged$rhat), ]
   judged$ess <- pmin(judged$ess_bulk, judged$ess_tail, na.rm = TRUE)
   e <- judged[which.min(judged$ess), ]
@@ -24,9 +25,10 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
        command = if (good) NULL else command_for(place, model, more))
 }
 
-nothing_to_judge <- function(model, n_draws) {
-  if (n_draws > 0) "The (co)variances were given, not sampled: there is nothing to judge chains by."
-  else "There are no samples."
+nothing_to_judge <- function(place, n_draws) {
+  if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing to judge chains by.")
+  analysis <- place$chains[[1]]$segments[[1]]$directives$analysis
+  if (!is.na(analysis) && analysis < 2) "Solutions of the equations with given (co)variances; no chain was run." else "There are no samples."
 }
 
 # ESS grows with the length of the chains; R-hat above its limit asks for twice the length at least.
