@@ -154,6 +154,21 @@ inline named_matrix dominance_relationship(const pedigree_lines& ped) {
   return d;
 }
 
+// a(i,j) = a(s,j)/2 + a(g,j)/4, a(i,i) = 1 + a(s,g)/4 for sires s and maternal grandsires g.
+inline named_matrix sire_relationship(const csv_table& ped) {
+  named_matrix a{{}, dense_matrix(static_cast<std::int64_t>(ped.size()))};
+  for (std::size_t i = 0; i < ped.size(); ++i) {
+    const std::int64_t row = static_cast<std::int64_t>(i) + 1;
+    const std::int64_t s = a.row_of(ped.cell(i, "sire")), g = a.row_of(ped.cell(i, "mgs"));
+    for (std::int64_t j = 1; j < row; ++j)
+      a.cells(row, j) = a.cells(j, row) =
+          (s > 0 ? 0.5 * a.cells(s, j) : 0.0) + (g > 0 ? 0.25 * a.cells(g, j) : 0.0);
+    a.cells(row, row) = 1.0 + (s > 0 && g > 0 ? 0.25 * a.cells(s, g) : 0.0);
+    a.id.push_back(ped.cell(i, "animal"));
+  }
+  return a;
+}
+
 // The matrix as the text of a file: one triangle by rows "id id value", or a
 // line of names and the square below it. 17 digits, so that nothing is lost.
 inline std::string triplets_of(const named_matrix& m) {

@@ -223,22 +223,11 @@ zero = [["yw", "fat"]]
 }
 
 // A linear model for a trait of 0 and 1 beside a Gaussian one. The pedigree has
-// sires and maternal grandsires, so the relationship is made here:
-// a(i,j) = a(s,j) / 2 + a(g,j) / 4, a(i,i) = 1 + a(s,g) / 4.
+// sires and maternal grandsires, so the relationship is made here.
 TEST_F(textbook, example_15_2_linear_model_of_a_binary_trait) {
   take("mrode_15_2_linear_binary");
-  const csv_table ped = csv_of_text(directory.read("pedigree_sire_mgs.csv"));
-  named_matrix a{{}, dense_matrix(static_cast<std::int64_t>(ped.size()))};
-  for (std::size_t i = 0; i < ped.size(); ++i) {
-    const std::int64_t row = static_cast<std::int64_t>(i) + 1;
-    const std::int64_t s = a.row_of(ped.cell(i, "sire")), g = a.row_of(ped.cell(i, "mgs"));
-    for (std::int64_t j = 1; j < row; ++j)
-      a.cells(row, j) = a.cells(j, row) =
-          (s > 0 ? 0.5 * a.cells(s, j) : 0.0) + (g > 0 ? 0.25 * a.cells(g, j) : 0.0);
-    a.cells(row, row) = 1.0 + (s > 0 && g > 0 ? 0.25 * a.cells(s, g) : 0.0);
-    a.id.push_back(ped.cell(i, "animal"));
-  }
-  directory.write("relationship.txt", triplets_of(a));
+  directory.write("relationship.txt",
+                  triplets_of(sire_relationship(csv_of_text(directory.read("pedigree_sire_mgs.csv")))));
   holds({"mrode_15_2_linear_binary",
          R"toml([trait.bw]
 formula = "1 + origin + season + sex + (1 | sire)"
