@@ -13,15 +13,6 @@
 namespace zeph {
 namespace {
 
-// Data blocks of the proposed larger model into CDI, without prior precision and with the start
-// inverses of the residual; the scan that follows rebuilds RHS and DI.
-void recompute_data_blocks(jump_records& r) {
-  say(r.scan.report, "diagonals recomputed");
-  set_structure(r, r.jump.large_model, r.jump.jump_k);
-  bddrmc_init(r.scan, 0, 0, r.jump.large_model);
-  set_structure(r, r.frame.ntr, r.jump.jump_k);
-}
-
 // cov_new = the factor's matrix as drawn in this round, zero in what is still to come.
 void unpack_drawn_matrix(jump_records& r) {
   jump_store& jump = r.jump;
@@ -49,14 +40,6 @@ void scale_proposal(jump_records& r) {
   stop_run(report, exit_diagnosed);
 }
 
-void decide(jump_records& r) {
-  jump_store& jump = r.jump;
-  if (jump.jump_down) jump.log_ratio = -jump.log_ratio;
-  jump.log_u = std::log(RANMAR(r.scan.sources.marsaglia));
-  jump.log_alpha = jump.log_ratio < 0 ? jump.log_ratio : 0.0;
-  jump.accepted = !std::isnan(jump.log_ratio) && jump.log_alpha > jump.log_u;
-}
-
 void report_round(jump_records& r) {
   jump_store& jump = r.jump;
   for (const std::string& row : jump.diagnostic) write_zeinfo(jump, row, r.scan.report);
@@ -74,23 +57,6 @@ bool stop_asked(jump_records& r) {
   if (!file_exists(report, "STOP") || !is_sample_round(r.frame)) return false;
   for (int i = 0; i < 3; ++i) say(report, "Stop signal received. Processing ends graceously");
   return true;
-}
-
-void run_round(jump_records& r, sample_files& files) {
-  reporting& report = r.scan.report;
-  if (r.frame.test_level >= 0) {
-    say(report);
-    say(report, free_row().text("Starting round ").i(r.frame.iround).str());
-  }
-  propose_move(r);
-  if (!r.jump.jump_down) recompute_data_blocks(r);
-  GIBSCAN(r.scan, r.frame, files);
-  if (r.frame.analysis_type <= 3) return;
-  convert_dimension(r);
-  model_move(r);
-  decide(r);
-  report_round(r);
-  if (r.jump.accepted) take_move(r);
 }
 
 } // namespace
@@ -114,6 +80,13 @@ void propose_move(jump_records& r) {
   jump.imax = jump.large_model[at];
 }
 
+void recompute_data_blocks(jump_records& r) {
+  say(r.scan.report, "diagonals recomputed");
+  set_structure(r, r.jump.large_model, r.jump.jump_k);
+  bddrmc_init(r.scan, 0, 0, r.jump.large_model);
+  set_structure(r, r.frame.ntr, r.jump.jump_k);
+}
+
 void convert_dimension(jump_records& r) {
   jump_store& jump = r.jump;
   const std::int32_t k = jump.jump_k;
@@ -135,6 +108,14 @@ void convert_dimension(jump_records& r) {
     stop_unknown_structure(r.scan.report, factor);
 }
 
+void decide_move(jump_records& r) {
+  jump_store& jump = r.jump;
+  if (jump.jump_down) jump.log_ratio = -jump.log_ratio;
+  jump.log_u = std::log(RANMAR(r.scan.sources.marsaglia));
+  jump.log_alpha = jump.log_ratio < 0 ? jump.log_ratio : 0.0;
+  jump.accepted = !std::isnan(jump.log_ratio) && jump.log_alpha > jump.log_u;
+}
+
 void take_move(jump_records& r) {
   jump_store& jump = r.jump;
   const std::int32_t k = jump.jump_k, n = jump.new_model[static_cast<std::size_t>(k - 1)];
@@ -152,6 +133,27 @@ void take_move(jump_records& r) {
   r.frame.ntr = jump.new_model;
   swap_solutions(r, k, jump.large_model);
 }
+
+namespace {
+
+void run_round(jump_records& r, sample_files& files) {
+  reporting& report = r.scan.report;
+  if (r.frame.test_level >= 0) {
+    say(report);
+    say(report, free_row().text("Starting round ").i(r.frame.iround).str());
+  }
+  propose_move(r);
+  if (!r.jump.jump_down) recompute_data_blocks(r);
+  GIBSCAN(r.scan, r.frame, files);
+  if (r.frame.analysis_type <= 3) return;
+  convert_dimension(r);
+  model_move(r);
+  decide_move(r);
+  report_round(r);
+  if (r.jump.accepted) take_move(r);
+}
+
+} // namespace
 
 void jump_rounds(jump_records& r, sample_files& files) {
   run_frame& f = r.frame;

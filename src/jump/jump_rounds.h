@@ -10,11 +10,19 @@ namespace zeph {
 // jump_dir and the new, small and large model.
 void propose_move(jump_records& r);
 
+// On the way up, before the scan: "diagonals recomputed", and CDI holds the data blocks of the
+// large model, with the start inverses of the residual. RHS and DI are left to the scan.
+void recompute_data_blocks(jump_records& r);
+
 // The matrix of the factor in the large model, its conversion and its proposal:
 // cov_new, prop_scale, prop_z, conv_sol, jacobian. Up: the new row is drawn by
 // `sciwhinag`, the new solutions by `samppegm` ("I") or `sampanim` ("PED"). Another
 // structure: "Unknown co-variance structure ", stop, code 16.
 void convert_dimension(jump_records& r);
+
+// log_ratio takes the sign of the move; accepted when min(0, log_ratio) is above the log of a
+// uniform of the Marsaglia source. A ratio that is no number is not accepted.
+void decide_move(jump_records& r);
 
 // Makes the large (up) or the small (down) model the one in force: sscp, GIF, the
 // layout, the model vector, the solutions of conv_sol.
