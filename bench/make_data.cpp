@@ -220,12 +220,16 @@ void write_records(const sizes& s, const pedigree& p, normal_source& source) {
   }
 }
 
-std::string square(int n, double variance, double correlation) {
+// last: the variance of the last row, when it is another
+std::string square(int n, double variance, double correlation, double last = 0.0) {
   std::string text = "[";
+  const auto deviation = [&](int i) { return std::sqrt(last > 0 && i == n - 1 ? last : variance); };
   for (int i = 0; i < n; ++i) {
     text += i == 0 ? "[" : ",\n         [";
-    for (int j = 0; j < n; ++j)
-      text += fmt::format("{}{}", j == 0 ? "" : ", ", i == j ? variance : variance * correlation);
+    for (int j = 0; j < n; ++j) {
+      const double covariance = deviation(i) * deviation(j) * (i == j ? 1.0 : correlation);
+      text += fmt::format("{}{:.6g}", j == 0 ? "" : ", ", covariance);
+    }
     text += "]";
   }
   return text + "]";
@@ -255,7 +259,8 @@ void write_model(const sizes& s) {
     write_run(file.get(), s, "4.0");
     return;
   }
-  fmt::print(file.get(), "start = {}\n\n", square(s.traits, genetic_variance, genetic_correlation));
+  fmt::print(file.get(), "start = {}\n\n",
+             square(s.traits, genetic_variance, genetic_correlation, s.categories == 2 ? 0.5 : 0.0));
   if (s.litters > 0)
     fmt::print(file.get(), "[factor.litter]\nstart = {}\n\n",
                square(s.traits, litter_variance, genetic_correlation));
@@ -270,7 +275,9 @@ void write_model(const sizes& s) {
     fmt::print(file.get(), "\n");
   }
   if (s.age) fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n");
-  write_run(file.get(), s, square(s.traits, residual_variance, residual_correlation));
+  // a binary trait's liability has residual variance 1
+  const double last = s.categories == 2 ? 1.0 : 0.0;
+  write_run(file.get(), s, square(s.traits, residual_variance, residual_correlation, last));
 }
 
 } // namespace
