@@ -4,6 +4,27 @@
 
 namespace zeph::chains {
 
+namespace {
+
+std::string state_word(const chain_position& p, std::int64_t last) {
+  const process_record& process = p.state.process;
+  switch (p.state.phase) {
+  case segment_phase::running:
+    return process.job.empty() ? fmt::format("running (process {})", process.pid)
+                               : fmt::format("running (job {})", process.job);
+  case segment_phase::finished:
+    return p.done >= last ? "complete" : "has rounds left";
+  case segment_phase::stopped:
+    return p.done >= last ? "complete" : "stopped";
+  case segment_phase::killed:
+    return "killed";
+  default:
+    return p.state.text();
+  }
+}
+
+} // namespace
+
 std::string progress_line(const study& s, int chain, std::int64_t round, double pace) {
   const std::int64_t last = s.chains[static_cast<std::size_t>(chain - 1)].last;
   std::string line = fmt::format("chain {}  round {} of {}", chain, round, last);
@@ -32,23 +53,9 @@ std::string standing_line(const fs::path& runs, const study& s, int chain, const
   if (p.segment == 0)
     return p.faults.empty() ? fmt::format("chain {}  waits  {}", chain, seeds) : p.faults.front();
   const std::string rounds = fmt::format("round {} of {}", p.done, c.last);
-  std::string what;
-  switch (p.state.phase) {
-  case segment_phase::finished:
-    what = p.done >= c.last ? "complete" : "has rounds left";
-    break;
-  case segment_phase::stopped:
-    what = p.done >= c.last ? "complete" : "stopped";
-    break;
-  default:
-    what = p.state.text();
-  }
   const std::int64_t n = samples_of(runs, chain);
-  std::string line = fmt::format("chain {}  seg {}  {}  {}  {} sample{}  {}", chain, p.segment, what, rounds,
-                                 n, n == 1 ? "" : "s", seeds);
-  if (p.state.phase == segment_phase::finished && p.done >= s.burnin && n == 0 && s.rounds >= s.interval)
-    line += "  (no samples)";
-  return line;
+  return fmt::format("chain {}  seg {}  {}  {}  {} sample{}  {}", chain, p.segment, state_word(p, c.last),
+                     rounds, n, n == 1 ? "" : "s", seeds);
 }
 
 } // namespace zeph::chains

@@ -30,8 +30,7 @@ void add_run(CLI::App& app, command_line& c) {
       ->check(CLI::Range(1, 4096));
   run->add_option("--into", c.into, "directory of the study; default: WORK.runs beside WORK");
   CLI::Option* slurm =
-      run->add_option("--slurm", c.run.sbatch, "submit to Slurm, with these options of sbatch")
-          ->expected(0, 1);
+      run->add_option("--slurm", c.run.sbatch, "submit to Slurm, with these options of sbatch");
   run->add_option("--segments", c.run.segments,
                   "arrays, one after another, in case the time limit ends a chain")
       ->check(CLI::Range(1, 1000))
@@ -46,14 +45,11 @@ void add_continue(CLI::App& app, command_line& c) {
   go_on->add_option("--jobs", c.go_on.jobs, "processes at a time; default: the processors here")
       ->check(CLI::Range(1, 4096));
   CLI::Option* here = go_on->add_flag("--here", c.go_on.here, "run here what was begun with Slurm");
-  CLI::Option* slurm =
-      go_on->add_option("--slurm", c.go_on.sbatch, "submit to Slurm, with these options of sbatch")
-          ->expected(0, 1)
-          ->excludes(here);
+  go_on->add_option("--slurm", c.go_on.sbatch, "submit to Slurm, with these options of sbatch")
+      ->excludes(here);
   go_on->add_option("--segments", c.go_on.segments, "arrays, one after another")
       ->check(CLI::Range(1, 1000))
       ->excludes(here);
-  static_cast<void>(slurm);
 }
 
 void add_others(CLI::App& app, command_line& c) {

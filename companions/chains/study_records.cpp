@@ -116,8 +116,8 @@ std::string study_text(const study& s) {
       "# Several chains of one model. Written by zeph-chains; read by zeph-watch and zeph-report.\n"
       "version = {}\nwork = {}\nprogram = {}\nprogram_sha256 = {}\ndirective = {}\nanalysis = {}\n"
       "burnin = {}\nrounds = {}\ninterval = {}\nseeds_given = [{}, {}]\n",
-      toml_string(s.version), toml_string(s.work), toml_string(s.program), toml_string(s.program_sha256), toml_string(s.directive),
-      s.analysis, s.burnin, s.rounds, s.interval, s.seeds_given.A, s.seeds_given.B);
+      toml_string(s.version), toml_string(s.work), toml_string(s.program), toml_string(s.program_sha256),
+      toml_string(s.directive), s.analysis, s.burnin, s.rounds, s.interval, s.seeds_given.A, s.seeds_given.B);
   for (const input_record& i : s.inputs)
     out += fmt::format("\n[[input]]\nfile = {}\nbytes = {}\nsha256 = {}\n", toml_string(i.file), i.bytes,
                        toml_string(i.sha256));
@@ -127,7 +127,8 @@ std::string study_text(const study& s) {
   for (const start_record& t : s.starts)
     out += fmt::format(
         "\n[[start]]\ncommand = {}\ntime = {}\nwhere = {}\njobs = {}\noptions = {}\njob_ids = {}\n",
-        toml_string(t.command), toml_string(t.time), toml_string(t.where), t.jobs, toml_string(t.options), list_of(t.job_ids));
+        toml_string(t.command), toml_string(t.time), toml_string(t.where), t.jobs, toml_string(t.options),
+        list_of(t.job_ids));
   return out;
 }
 

@@ -1,0 +1,163 @@
+#include "watch/watched_chain.h"
+
+#include "chains/chain_plan.h"
+#include "chains/work_model.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+namespace zeph::watch {
+namespace {
+
+using namespace zeph::chains;
+
+constexpr std::int32_t first_model_analysis = 5;
+
+// Names of the traits with a mixture, from names.json.
+std::vector<std::string> mixed_traits(const fs::path& directory) {
+  static constexpr std::array mixtures = {"indicator", "sequence", "cured"};
+  const nlohmann::json all = nlohmann::json::parse(text_of(directory / "names.json"), nullptr, false);
+  std::vector<std::string> out;
+  if (!all.is_object() || !all.contains("traits") || !all["traits"].is_array()) return out;
+  for (const auto& trait : all["traits"]) {
+    if (!trait.is_object()) return {};
+    const std::string kind = trait.value("kind", "");
+    const bool mixed = std::find(mixtures.begin(), mixtures.end(), kind) != mixtures.end();
+    out.push_back(mixed ? trait.value("name", "") : "");
+  }
+  return out;
+}
+
+// The values of the last whole row of mix_pi, a trait each.
+std::vector<double> mixture_in(const fs::path& directory) {
+  std::istringstream row(last_line_of(directory / "mix_pi"));
+  std::vector<double> values;
+  std::int64_t round = 0;
+  if (!(row >> round)) return values;
+  for (double x = 0; row >> x;) values.push_back(x);
+  return values;
+}
+
+// Rounds as `status` tells them, kept when it is missing for a moment.
+void take_round(watched_chain& c, const status_line& status, std::int64_t shift, double now) {
+  if (status.what != status_line::kind::round) return;
+  const std::int64_t round = status.round + shift;
+  if (round != c.seen_round) {
+    c.seen_time =
+        c.seen_round < 0 ? now - status.age : now; // seen change: clocks of other machines don't matter
+    c.seen_round = round;
+  }
+  c.look.round = round;
+  if (c.models) c.look.model = status.model;
+  note_round(c.pace, now, round);
+}
+
+// A run whose state is told by `status` alone.
+void look_at_directory(watched_chain& c, double now) {
+  const status_line status = read_status(c.directory);
+  take_round(c, status, 0, now);
+  if (status.what == status_line::kind::missing) return; // as it was
+  std::error_code ignored;
+  const bool stopping = fs::exists(c.directory / stop_name, ignored);
+  c.look.now = status.what == status_line::kind::concluded ? life::ended : life::running;
+  if (status.what == status_line::kind::concluded) c.look.state = stopping ? "stopped" : "complete";
+  if (status.what == status_line::kind::starting) {
+    c.look.state = "starting";
+    c.seen_time = now - status.age;
+  }
+  if (status.what != status_line::kind::round) return;
+  c.look.of = status.of >= status.round ? status.of : 0; // a continued chain counts its own rounds only
+  c.look.state = stopping ? "stopping" : "running";
+}
+
+std::string state_while_running(const watched_chain& c, const study& s, const segment_state& segment) {
+  std::error_code ignored;
+  if (fs::exists(c.directory / stop_name, ignored)) return "stopping";
+  if (segment.status.what != status_line::kind::round) return c.seen_round < 0 ? "starting" : c.look.state;
+  return c.look.round <= s.burnin ? "burn-in" : "sampling";
+}
+
+void settle(watched_chain& c, const chain_position& p) {
+  c.look.now = life::ended;
+  c.look.round = p.done;
+  switch (p.state.phase) {
+  case segment_phase::finished:
+    c.look.state = p.done >= c.look.of ? "complete" : "waits";
+    break;
+  case segment_phase::stopped:
+    c.look.state = p.done >= c.look.of ? "complete" : "stopped";
+    break;
+  case segment_phase::failed:
+    c.look.state = "failed";
+    break;
+  default:
+    c.look.state = "killed";
+  }
+  if (p.state.phase == segment_phase::failed) c.look.trouble = p.state.text();
+}
+
+void look_at_study(watched_chain& c, double now) {
+  study s;
+  std::string ignored;
+  if (!read_study(c.runs, s, ignored) || c.chain > static_cast<int>(s.chains.size())) return;
+  c.look.of = s.chains[static_cast<std::size_t>(c.chain - 1)].last;
+  const chain_position p = position_of(c.runs, s, c.chain);
+  if (p.segment == 0 || !p.faults.empty()) return;
+  c.directory = segment_directory(c.runs, c.chain, p.segment);
+  take_round(c, p.state.status, p.state.record.shift, now);
+  if (!p.running()) return settle(c, p);
+  c.look.now = life::running;
+  c.look.trouble.clear();
+  c.look.state = state_while_running(c, s, p.state);
+}
+
+bool looks_like_a_run(const fs::path& directory) {
+  std::error_code ignored;
+  return fs::exists(directory / "status", ignored) || fs::exists(directory / "MODINF", ignored);
+}
+
+} // namespace
+
+bool chains_in(const fs::path& directory, std::vector<watched_chain>& all, std::string& fault) {
+  watched_chain c;
+  if (is_study(directory)) {
+    study s;
+    if (!read_study(directory, s, fault)) return false;
+    c.runs = directory;
+    c.queued = s.starts.back().where == "slurm";
+    c.models = s.analysis >= first_model_analysis;
+    c.mixed = mixed_traits((directory / s.work).lexically_normal());
+    for (const chain_record& chain : s.chains) {
+      c.chain = chain.number;
+      c.name = fmt::format("chain {}", chain.number);
+      all.push_back(c);
+    }
+    return true;
+  }
+  if (!looks_like_a_run(directory)) {
+    fault = fmt::format("{} holds neither chains nor a run of ZEPH", directory.string());
+    return false;
+  }
+  work_model m;
+  c.directory = directory;
+  c.name = directory.string();
+  c.models = read_work_model(directory, m, fault) && m.directives.analysis_type >= first_model_analysis;
+  c.mixed = mixed_traits(directory);
+  all.push_back(std::move(c));
+  return true;
+}
+
+void look_again(watched_chain& c, double now) {
+  if (c.chain > 0)
+    look_at_study(c, now);
+  else
+    look_at_directory(c, now);
+  if (!c.directory.empty())
+    if (std::vector<double> mixture = mixture_in(c.directory); !mixture.empty())
+      c.look.mixture = std::move(mixture);
+  c.look.age = c.seen_round < 0 && c.seen_time == 0 ? 0 : now - c.seen_time;
+}
+
+} // namespace zeph::watch
