@@ -333,10 +333,12 @@ void read_directives(const model_records& m, run_frame& f, random_sources& sourc
   read_proposal_values(f, lines, report);
 }
 
-void read_optional_directives(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
-                              reporting& report) {
-  if (!read_censored(m, f, lines, report)) return;
-  if (!read_covariates(f, lines, report)) return;
+bool read_covariate_directives(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
+  return read_censored(m, f, lines, report) && read_covariates(f, lines, report);
+}
+
+void read_restriction_directive(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
+                                reporting& report) {
   const int code = read_integers(lines, {&f.irest_flag});
   if (code == end_of_file) return;
   if (code != 0) fail_line(report);

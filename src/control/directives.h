@@ -31,8 +31,12 @@ void open_directives(const model_records& m, free_reader& lines, reporting& repo
 void read_directives(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
                      reporting& report);
 
-// The lines after the groups are formed. Fills the list of restricted equations.
-void read_optional_directives(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
-                              reporting& report);
+// The first lines after the groups are formed: censored traits, class-effect
+// solutions used as covariates. False when the file ended in them.
+bool read_covariate_directives(const model_records& m, run_frame& f, free_reader& lines, reporting& report);
+
+// The last line. Fills the list of restricted equations.
+void read_restriction_directive(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
+                                reporting& report);
 
 } // namespace zeph

@@ -2,7 +2,6 @@
 
 #include "control/chain_loop.h"
 #include "control/directives.h"
-#include "control/later_steps.h"
 #include "control/model_chains.h"
 #include "control/predictions.h"
 #include "control/restart.h"
@@ -11,6 +10,7 @@
 #include "gibbs/mixture_updates.h"
 #include "gibbs/residual_sums.h"
 #include "input/categorical_traits.h"
+#include "input/class_effect_covariates.h"
 #include "input/data_loading.h"
 #include "input/model_information.h"
 #include "jump/jump_setup.h"
@@ -102,7 +102,9 @@ void lay_out_equations(run& r) {
   number_fixed_equations(r.model, r.layout, r.report);
   if (r.frame.test_level > 1) print_structures(r.model, r.report);
   SETGROUPS(r.model, r.layout, r.report, r.frame.test_level);
-  read_optional_directives(r.model, r.frame, r.sampler, lines, r.report);
+  const bool more = read_covariate_directives(r.model, r.frame, lines, r.report);
+  if (r.frame.nfeto > 0) FETOCV(r.model, r.layout, r.frame, r.design, r.report);
+  if (more) read_restriction_directive(r.model, r.frame, r.sampler, lines, r.report);
 }
 
 // Steps 17 to 22: stores of the chain and its start values.
@@ -137,7 +139,6 @@ void load_data(run& r) {
 void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
-  if (r.frame.nfeto > 0) FETOCV(r.report);
   if (r.frame.analysis_type <= 0) return;
   if (!r.frame.restart || r.frame.analysis_type == 2)
     RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
@@ -147,9 +148,12 @@ void start_latent_values(run& r) {
 
 // Step 26: the part of a restart that belongs to the data.
 void restart_latent_values(run& r) {
-  if (!r.r_parm.is_open()) return;
-  read_r_parm_latent(r.model, r.design, r.r_parm, r.report);
-  count_group_records(r.model, r.design);
+  if (r.r_parm.is_open()) {
+    read_r_parm_latent(r.model, r.design, r.r_parm, r.report);
+    count_group_records(r.model, r.design);
+  }
+  // the coefficients that the chain left
+  if (r.frame.restart && scans_in_two_stages(r.frame)) refresh_covariates(r.sampler.sol, r.design);
 }
 
 } // namespace

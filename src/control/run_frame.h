@@ -20,6 +20,10 @@ struct fetocv_entry {
   std::vector<std::int32_t> ACVNO; // associated covariates
 };
 
+// The groups that a pass over the groups takes. Solutions used as covariables are
+// scanned in two stages: first the groups that they come from, then the others.
+enum class scan_stage : std::int32_t { all, sources, others };
+
 struct run_frame {
   std::int32_t analysis_type =
       0;                       // 0 solver, 1 solver with sums, 2 solutions, 3 and 4 full sampler, 5.. models
@@ -46,10 +50,15 @@ struct run_frame {
   std::int32_t ist = 0;    // status of the scan
   std::int32_t nlabel = 0; // label switches of mixtures
   std::vector<std::int32_t>
-      ntr;             // the current model: entry k-1 is the dimension of factor k, then the residual
+      ntr; // the current model: entry k-1 is the dimension of factor k, then the residual
+  scan_stage stage = scan_stage::all;
   vec<logical> gropd;  // ngroups: the group's solutions are updated
   vec<logical> matopd; // nramat+G+1: the drawn matrix becomes active
 };
+
+// True when rounds have two stages: solutions of class effects are used as
+// covariables, and the run keeps to one model.
+inline bool scans_in_two_stages(const run_frame& f) { return f.nfeto > 0 && f.analysis_type < 5; }
 
 // True in the rounds of which samples are taken.
 inline bool is_sample_round(const run_frame& f) {

@@ -9,6 +9,7 @@
 #include "gibbs/residual_body.h"
 #include "gibbs/residual_sums.h"
 #include "gibbs/scan_prints.h"
+#include "input/class_effect_covariates.h"
 #include "results/accumulators.h"
 
 #include <cmath>
@@ -63,9 +64,17 @@ void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
 }
 
 template <class Body> void scan_with(Body body, scan_records& r, run_frame& f, solver_sums& sums) {
+  if (scans_in_two_stages(f)) {
+    f.stage = scan_stage::sources;
+    body.begin_round(r, f);
+    scan_groups(body, r, f, sums);
+    if (f.iround > 0) refresh_covariates(r.sampler.sol, r.design);
+    f.stage = scan_stage::others;
+  }
   body.begin_round(r, f);
   if (f.test_level > 2) print_equations(r, f);
   scan_groups(body, r, f, sums);
+  f.stage = scan_stage::all;
 }
 
 // "Round=" and the relative change; the mark of convergence when it is small.

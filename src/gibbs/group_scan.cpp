@@ -37,7 +37,8 @@ void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::in
 }
 
 // The whole block as it was and as it was swept, two lines an element.
-void say_block(scan_records& r, const double* block, std::int32_t g, std::int32_t l, std::int32_t n) {
+void say_block(scan_records& r, const run_frame& f, const double* block, std::int32_t g, std::int32_t l,
+               std::int32_t n) {
   say(r.report, free_row().text("Error in diagonal block").i(g).i(l).str());
   std::int32_t element = 0;
   for (std::int32_t j = 1; j <= n; ++j)
@@ -48,10 +49,34 @@ void say_block(scan_records& r, const double* block, std::int32_t g, std::int32_
       ++r.report.nlines;
       if (r.report.nlines <= largest_listing) continue;
       say(r.report);
-      say(r.report, "More then 1000 lines printed");
+      // kept: the two forms of the scan spell it differently
+      say(r.report,
+          f.stage == scan_stage::all ? "More then 1000 lines printed" : "More than 1000 lines printed");
       say(r.report, "Program terminates");
       stop_run(r.report, exit_diagnosed);
     }
+}
+
+// PARM = the bordered block of level l of group g, swept on its n equations: the
+// inverse of the block and the solution. A small pivot is told with the block and
+// counted in f.ist.
+void sweep_block(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, std::int32_t n) {
+  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
+  const double* block = r.layout.DI_of(g).col(l);
+  border_block(r, block, r.sampler.RHS.data() + e0, n);
+  double* parm = r.work.PARM.data();
+  f.ist = 0;
+  for (std::int32_t k = 1; k <= n; ++k) {
+    double pivot = 0;
+    int info = 0;
+    sweep(k, parm, n + 1, sweep_tolerance, r.work.LOGI.data(), pivot, info);
+    if (pivot > dependency_pivot) continue;
+    say_dependency(r, f, g, l, k, pivot);
+    ++f.ist;
+  }
+  if (f.ist == 0) return;
+  std::copy_n(parm, n * (n + 1) / 2, r.work.PARMS.data());
+  say_block(r, f, block, g, l, n);
 }
 
 // CMAT = the packed block, lower triangle, leading dimension n
@@ -100,23 +125,9 @@ void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_
 void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums) {
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  const double* block = r.layout.DI_of(g).col(l);
-  border_block(r, block, r.sampler.RHS.data() + e0, n);
-  double* parm = r.work.PARM.data();
-  f.ist = 0;
-  for (std::int32_t k = 1; k <= n; ++k) {
-    double pivot = 0;
-    int info = 0;
-    sweep(k, parm, n + 1, sweep_tolerance, r.work.LOGI.data(), pivot, info);
-    if (pivot > dependency_pivot) continue;
-    say_dependency(r, f, g, l, k, pivot);
-    ++f.ist;
-  }
+  sweep_block(r, f, g, l, n);
+  const double* parm = r.work.PARM.data();
   const std::int32_t packed = n * (n + 1) / 2;
-  if (f.ist > 0) {
-    std::copy_n(parm, packed, r.work.PARMS.data());
-    say_block(r, block, g, l, n);
-  }
   double* sol = r.sampler.sol.data() + e0;
   for (std::int32_t i = 0; i < n; ++i) {
     const double before = sol[i], found = parm[packed + i];
@@ -150,6 +161,30 @@ void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32
   for (std::int32_t i = 0; i < n; ++i) r.sampler.sol(e0 + i + 1) = mean[i] + w[i];
 }
 
+void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l) {
+  const std::int32_t n = r.layout.NGR(g, 2);
+  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
+  sweep_block(r, f, g, l, n);
+  double *parm = r.work.PARM.data(), *c = r.work.CMAT.data(), *mean = r.work.MEAN.data();
+  double *x = r.work.X.data(), *z = r.work.WORK.data();
+  const double* inverse = parm;
+  for (std::int32_t i = 0; i < n; ++i)
+    for (std::int32_t j = 0; j <= i; ++j) c[i + j * n] = c[j + i * n] = *inverse++;
+  std::copy_n(inverse, n, mean);
+  ranmar_setgmn(r.report, mean, c, n, n, parm, r.work.matrix_work);
+  ranmar_genmn(r.sources.marsaglia, parm, x, z);
+  const bool ruled = g == 1 && r.layout.group(g).kind == group_kind::plain_regressions;
+  if (ruled && distance_too_small(r.work.distances, x)) {
+    if (f.stage == scan_stage::sources)
+      ++f.nlabel;
+    else
+      say(r.report, free_row().text("Resampling of mixture distances - Round: ").i(f.iround).str());
+    do ranmar_genmn(r.sources.marsaglia, parm, x, z);
+    while (distance_too_small(r.work.distances, x));
+  }
+  std::copy_n(x, n, r.sampler.sol.data() + e0);
+}
+
 void restrict_solutions(sampler_store& s) {
   for (std::int32_t k = 1; k <= s.n_IREST; ++k) s.sol(s.IREST(k)) = 0;
 }
@@ -169,6 +204,13 @@ void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sum
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r, group.number, l, n);
       if (updated) solve_level(r, f, g, l, sums);
+    }
+    return;
+  }
+  if (f.stage != scan_stage::all) {
+    for (std::int32_t l = 1; l <= levels; ++l) {
+      if (linked) subtract_links(r, group.number, l, n);
+      sample_level_swept(r, f, g, l);
     }
     return;
   }

@@ -29,6 +29,12 @@ void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_
 // f.ist; beyond largest_listing lines the run stops with code 16.
 void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums);
 
+// The same draw as the two stages of a scan make it: the bordered block is swept as
+// by solve_level, with its prints; sol = C^-1 RHS + U' z, U the upper factor of
+// C^-1. A mixture distance below 1e-12 is drawn again; f.nlabel grows by one when
+// that happens among the sources, otherwise the listing tells it.
+void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l);
+
 // Draws level l of group g from its conditional distribution: mean C^-1 RHS,
 // covariance C^-1, C = L L' the diagonal block. The n standard normals z come in
 // the order of the equations; sol = C^-1 RHS + L'^-1 z. A block that can't be
@@ -50,9 +56,15 @@ void say_group_start(reporting& report, std::int32_t g);
 // updated.
 void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums);
 
-// All groups in order, for a scan body (record_pass or a faster one).
+// True when group g belongs to the stage that the scan is in.
+inline bool in_stage(const scan_records& r, const run_frame& f, std::int32_t g) {
+  return f.stage == scan_stage::all || r.design.covariates.feeds(g) == (f.stage == scan_stage::sources);
+}
+
+// All groups of the stage in order, for a scan body (record_pass or a faster one).
 template <class Body> void scan_groups(Body& body, scan_records& r, run_frame& f, solver_sums& sums) {
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    if (!in_stage(r, f, g)) continue;
     if (f.test_level > 1) say_group_start(r.report, g);
     body.enter_group(r, f, g);
     body.solve_group(r, f, g, sums);

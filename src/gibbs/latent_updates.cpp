@@ -116,12 +116,14 @@ void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sam
   const model_records& m = r.model;
   const bool ordered = m.has_type(trait_categorical), binary = m.has_type(trait_liability);
   const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
-  const bool censored = m.has_type(trait_censored);
+  // kept: the form with covariables made from solutions leaves these as they are
+  const bool two_stages = scans_in_two_stages(f);
+  const bool censored = m.has_type(trait_censored) && !two_stages;
   if (!ordered && !binary && !sequence && !censored && !m.has_type(trait_mixture)) return;
   prepare_conditionals(r);
   const bool ready = ready_residuals(r, f, fast);
   if ((ordered || binary) && !sequence) bddrmc_cat(r, f, ready);
-  if (ordered) samp_thresholds(r, f, files);
+  if (ordered && !two_stages) samp_thresholds(r, f, files);
   if (sequence) bddrmc_cure(r, f, ready);
   if (m.has_type(trait_mixture)) bddrmc_mix(r, f, ready);
   if (censored) bddrmc_cens(r, f, ready);

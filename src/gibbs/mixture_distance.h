@@ -22,4 +22,11 @@ inline bool breaks_distance_rule(const std::vector<std::int32_t>& distances, con
   return false;
 }
 
+// The same of a finished draw x.
+inline bool distance_too_small(const std::vector<std::int32_t>& distances, const double* x) {
+  for (const std::int32_t e : distances)
+    if (x[e - 1] < least_distance) return true;
+  return false;
+}
+
 } // namespace zeph

@@ -62,13 +62,13 @@ std::string coefficient_row(const scan_records& r, std::int32_t irec, std::int32
 } // namespace
 
 void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
-                 const std::vector<std::int32_t>& ntr) {
+                 const std::vector<std::int32_t>& ntr, scan_stage stage) {
   r.sampler.RHS.fill(0.0);
   for (mat<double>& block : r.layout.DI) block.fill(0.0);
   const bool weights = r.model.has_weights();
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     if (r.design.M_M(irec) == 0) continue;
-    make_riff(r, irec, analysis_type, weights);
+    make_stage_riff(r, stage, irec, analysis_type, weights);
     add_record(r, analysis_type, irec);
   }
   if (iround == 0)
@@ -88,7 +88,7 @@ void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
     bool concerned = printed;
     for (std::int32_t i = 1; i <= m && !concerned; ++i) concerned = d.XD3_M(i, irec) == g;
     if (!concerned) continue;
-    make_riff(r, irec, f.analysis_type, weights);
+    make_stage_riff(r, f.stage, irec, f.analysis_type, weights);
     if (printed) BDDRMC_XD_PRINT(r, "BDDRMC_GS", irec, 3);
     for (std::int32_t i = 1; i <= m; ++i) {
       if (d.XD3_M(i, irec) != g || !entry_active(r, irec, i, f.analysis_type)) continue;

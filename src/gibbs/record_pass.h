@@ -19,9 +19,9 @@ namespace zeph {
 // of the relationship inverse to the blocks of each factor r with traits in the
 // model (ntr(r) rows). A call with round 0 keeps the blocks without the precision in CDI.
 void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
-                 const std::vector<std::int32_t>& ntr);
+                 const std::vector<std::int32_t>& ntr, scan_stage stage = scan_stage::all);
 inline void bddrmc_init(scan_records& r, const run_frame& f) {
-  bddrmc_init(r, f.iround, f.analysis_type, f.ntr);
+  bddrmc_init(r, f.iround, f.analysis_type, f.ntr, f.stage);
 }
 
 // Takes out of the right-hand sides of group g the part of every equation that

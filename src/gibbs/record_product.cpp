@@ -43,6 +43,14 @@ void make_swept_riff(const scan_records& r, std::int32_t irec, std::int32_t anal
   if (weights) weigh_riff(d, irec, r.model.nt, r.work.riff);
 }
 
+void make_stage_riff(const scan_records& r, scan_stage stage, std::int32_t irec, std::int32_t analysis_type,
+                     bool weights) {
+  if (stage == scan_stage::sources)
+    make_swept_riff(r, irec, analysis_type, weights);
+  else
+    make_riff(r, irec, analysis_type, weights);
+}
+
 void invert_observed(scan_work& work, const double* R, std::int32_t mask, std::int32_t nt, double* inverse) {
   double* p = work.PARM.data();
   for (std::int32_t i = 0; i < nt; ++i)

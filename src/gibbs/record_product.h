@@ -8,6 +8,7 @@
 //   one equation: the cross term then stands twice in z z'.
 #pragma once
 
+#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
 
 namespace zeph {
@@ -21,6 +22,11 @@ void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_t
 // The same, but at analysis type 0 and below the inverse of the observed part of
 // RCOV itself, by sweeps over the traits of the record's mask.
 void make_swept_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights);
+
+// The one that belongs to the stage of the scan: the sources of covariables take
+// the swept one.
+void make_stage_riff(const scan_records& r, scan_stage stage, std::int32_t irec, std::int32_t analysis_type,
+                     bool weights);
 
 // inverse (nt x nt) of the part of R (nt x nt) that belongs to the traits of the
 // mask, by sweeps; zero in the rows and columns of the others. Works in PARM, LOGI.

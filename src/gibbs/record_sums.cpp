@@ -220,7 +220,7 @@ void find_density(scan_records& r, double& lik) {
 
 // True when neither observations nor coefficients change before the next round.
 bool residuals_stay(const scan_records& r, const run_frame& f) {
-  if (f.analysis_type > 4 || f.nfeto > 0) return false;
+  if (f.analysis_type > 4) return false;
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (r.model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
   return true;

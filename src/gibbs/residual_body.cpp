@@ -142,6 +142,9 @@ const design_slot* lone_class(const group_form& group, std::int32_t places) {
 
 const double* residual_inverse(const scan_records& r, const run_frame& f, std::int64_t irec) {
   const std::int32_t h = r.design.IRESG_M(irec);
+  const residual_form& form = r.work.fast;
+  if (f.analysis_type <= 0 && f.stage == scan_stage::sources)
+    return &form.swept_inverse(1, 1, form.mask_of(irec) + 1, h);
   return f.analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, r.design.C_ISIT_M(irec), h)
                               : r.sampler.RCOVI.slice(h);
 }
@@ -249,6 +252,24 @@ void read_changing_coefficients(scan_records& r) {
     }
 }
 
+// The same while E holds the residuals with the old coefficients: E -= (new - old) sol.
+void move_changing_coefficients(scan_records& r) {
+  residual_form& form = r.work.fast;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
+    for (design_slot& slot : form_of(r, g).slots) {
+      if (!slot.changing) continue;
+      const bool taken = active(slot, r.layout.NGR(g, 2));
+      const double* x = r.sampler.sol.data() + r.layout.group(g).base;
+      double* e = form.E.col(slot.trait);
+      for (std::int64_t k = 1; k <= slot.row.size(); ++k) {
+        const std::int64_t rec = slot.every_record ? k : slot.rec(k) + 1;
+        const double z = r.design.ZD_M(slot.entry(k), rec);
+        if (taken) e[rec - 1] -= (z - slot.z(k)) * x[slot.row(k)];
+        slot.z(k) = z;
+      }
+    }
+}
+
 // DI(g) = D of all levels, summed over the records.
 void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
   const design_store& d = r.design;
@@ -259,7 +280,7 @@ void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
     bool made = false;
     for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
       if (d.XD3_M(i, irec) != g || !entry_active(r, irec, i, f.analysis_type)) continue;
-      if (!made) make_riff(r, irec, f.analysis_type, weights);
+      if (!made) make_stage_riff(r, f.stage, irec, f.analysis_type, weights);
       made = true;
       double* block = DI.col(d.XD4_M(i, irec));
       for (std::int32_t k = 1; k <= i; ++k) {
@@ -360,15 +381,21 @@ void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::
 
 void residual_body::begin_round(scan_records& r, const run_frame& f) const {
   residual_form& form = r.work.fast;
-  read_changing_coefficients(r);
-  form.pending = 0;
   form.square_done.fill(0);
-  if (form.valid_round != f.iround)
-    for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-      fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+  if (f.stage == scan_stage::others) {
+    // E holds the round's residuals but for the last group's change
+    walk_records(r, f, 0);
+    move_changing_coefficients(r);
+  } else {
+    read_changing_coefficients(r);
+    form.pending = 0;
+    if (form.valid_round != f.iround)
+      for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+        fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+  }
   form.valid_round = -1;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
-    if (form_of(r, g).changing) sum_blocks(r, f, g);
+    if (form_of(r, g).changing && in_stage(r, f, g)) sum_blocks(r, f, g);
 }
 
 void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_t g) const {
@@ -381,8 +408,8 @@ void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_
 void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
-  if (f.analysis_type >= 2 && f.gropd(g) != 0 && r.layout.NGR(g, 2) <= largest_written_order &&
-      !mixture_rule_holds(r, g)) {
+  if (f.stage == scan_stage::all && f.analysis_type >= 2 && f.gropd(g) != 0 &&
+      r.layout.NGR(g, 2) <= largest_written_order && !mixture_rule_holds(r, g)) {
     // the residual pass that follows makes the residuals anew from the solutions
     draw_levels(r, f, g, g != last_group(r) || r.sampler.n_IREST > 0);
     return;

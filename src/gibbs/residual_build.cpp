@@ -1,6 +1,7 @@
 #include "gibbs/record_product.h"
 #include "gibbs/residual_form.h"
 #include "gibbs/scan_records.h"
+#include "input/class_effect_covariates.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -207,9 +208,15 @@ template <class Take> void for_each_product(scan_records& r, const run_frame& f,
   const residual_form& form = r.work.fast;
   const bool weights = r.model.has_weights();
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    bool of_sources = false; // riff is that of the sources of covariables
     if (form.constant_R) make_riff(r, irec, f.analysis_type, weights);
     for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
       if (!takes_part(d, i, irec)) continue;
+      if (form.constant_R && scans_in_two_stages(f) && d.covariates.feeds(d.XD3_M(i, irec)) != of_sources) {
+        of_sources = !of_sources;
+        of_sources ? make_swept_riff(r, irec, f.analysis_type, weights)
+                   : make_riff(r, irec, f.analysis_type, weights);
+      }
       for (std::int32_t k = 1; k <= i; ++k) {
         if (d.XD3_M(k, irec) != d.XD3_M(i, irec) || d.XD4_M(k, irec) != d.XD4_M(i, irec)) continue;
         if (!takes_part(d, k, irec)) continue;
@@ -431,9 +438,21 @@ bool shares_one_matrix(const scan_records& r, const run_frame& f) {
   if (r.model.has_weights()) return false;
   if (f.analysis_type > 0) return r.sampler.G == 1;
   for (std::int32_t irec = 2; irec <= r.design.nobs; ++irec)
-    if (r.design.C_ISIT_M(irec) != r.design.C_ISIT_M(1) || r.design.IRESG_M(irec) != r.design.IRESG_M(1))
+    if (r.design.C_ISIT_M(irec) != r.design.C_ISIT_M(1) || r.design.IRESG_M(irec) != r.design.IRESG_M(1) ||
+        r.design.ISIT_M(irec) != r.design.ISIT_M(1))
       return false;
   return true;
+}
+
+// What the sources of covariables use in analysis type 0, by mask and group.
+void invert_masks(scan_records& r) {
+  residual_form& form = r.work.fast;
+  const std::int32_t nt = r.model.nt, masks = static_cast<std::int32_t>(form.masks.size());
+  allocate(r.report, form.swept_inverse, "swept_inverse", routine, nt, nt, masks, r.sampler.G);
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
+    for (std::int32_t k = 1; k <= masks; ++k)
+      invert_observed(r.work, r.sampler.RCOV.slice(h), form.masks[static_cast<std::size_t>(k - 1)].mask, nt,
+                      &form.swept_inverse(1, 1, k, h));
 }
 
 } // namespace
@@ -446,9 +465,10 @@ void count_masks(const design_store& design, residual_form& form) {
 
 bool coefficient_changes(const scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t e) {
   if (r.design.XD6_M(e, irec) > 0) return true;
-  if (f.nfeto == 0) return false;
+  if (!scans_in_two_stages(f)) return false;
   const group_kind kind = r.layout.group(r.design.XD3_M(e, irec)).kind;
-  return kind == group_kind::plain_regressions || kind == group_kind::nested_regression;
+  if (kind != group_kind::plain_regressions && kind != group_kind::nested_regression) return false;
+  return is_turned(r.design.covariates, r.design.XD1_M(e, irec));
 }
 
 void build_residual_form(scan_records& r, const run_frame& f) {
@@ -467,6 +487,10 @@ void build_residual_form(scan_records& r, const run_frame& f) {
   build_classes(r, f);
   build_links(r, f);
   build_masks(r);
+  if (f.analysis_type <= 0 && scans_in_two_stages(f)) {
+    if (!form.by_masks) return;
+    invert_masks(r);
+  }
   allocate_work(r);
   form.state = form_state::ready;
 }

@@ -102,14 +102,16 @@ struct residual_form {
 
   // residual pass
   std::vector<mask_form> masks;
-  vec<std::int32_t> mask_of;    // nobs: index into masks
-  bool by_masks = false;        // false: too many masks, records are scored one by one
-  array<double, 3> products;    // packed nt x masks x groups: residual products
-  array<double, 3> conditional; // what each mask and residual group needs for its draws
-  vec<double> largest;          // nt: largest size of a weighted residual in the pass
-  mat<std::int64_t> counts;     // masks x groups: records
-  bool counts_move = false;     // records change their residual group
-  vec<logical> prepared;        // masks x groups: conditional is set in this round
+  vec<std::int32_t> mask_of;      // nobs: index into masks
+  bool by_masks = false;          // false: too many masks, records are scored one by one
+  array<double, 3> products;      // packed nt x masks x groups: residual products
+  array<double, 3> conditional;   // what each mask and residual group needs for its draws
+  vec<double> largest;            // nt: largest size of a weighted residual in the pass
+  mat<std::int64_t> counts;       // masks x groups: records
+  bool counts_move = false;       // records change their residual group
+  vec<logical> prepared;          // masks x groups: conditional is set in this round
+  array<double, 4> swept_inverse; // nt x nt x masks x groups: inverse of R of the observed traits, by
+                                  // sweeps; for the sources of covariables in analysis type 0
 };
 
 // Builds the form for the run's design: state becomes ready, or refused when the

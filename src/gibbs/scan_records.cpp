@@ -65,9 +65,9 @@ void allocate_scan_work(const model_records& m, const equation_layout& layout, c
   allocate(report, work.WORK, "WORK", "ZEPH2", order);
   allocate(report, work.W, "W", "GIBSCAN", order);
   allocate(report, work.COV, "COV", "Bddrmc_sscp", std::int64_t{m.nt} * m.nt);
-  allocate(report, work.X, "X", "ZEPH2", m.nt);
+  allocate(report, work.X, "X", "ZEPH2", order);
   allocate(report, work.GMN, "PARM", "Bddrmc_sscp", gmn_size(m.nt));
-  fit_matrix_work(report, work.matrix_work, std::max(m.nt, largest_order(m)));
+  fit_matrix_work(report, work.matrix_work, std::max({m.nt, work.nmax, largest_order(m)}));
   store_pattern_inverses(m, work, report);
 }
 

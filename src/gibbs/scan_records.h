@@ -30,7 +30,8 @@ struct scan_work {
   vec<double> CMAT;                     // nmax^2, column-major: block of a level, then its factor
   vec<double> MEAN, WORK, W;            // max(nmax, nt): mean, standard normals, deviates of a level
   vec<double> COV;                      // nt^2: covariance of the missing traits given the others
-  vec<double> X, GMN;                   // nt, gmn_size(nt): one draw and its set-up
+  vec<double> X;                        // max(nmax, nt): one draw
+  vec<double> GMN;                      // gmn_size(nt): set-up of the draw of missing traits
   matrix_draw_work matrix_work;         // of the multivariate draws
   vec<double> fitted;                   // nt: fitted values of the current record
   vec<logical> pos, cured;              // nt: what its latent traits are known to be

@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
+#include "input/class_effect_covariates.h"
 
 #include <algorithm>
 #include <cmath>
@@ -306,6 +307,7 @@ void load_record(const model_records& m, const equation_layout& layout, data_rec
   add_fixed_effects(m, layout, in, design, group, report);
   add_random_factors(m, layout, in, design, group, report);
   store_row(in, design);
+  keep_covariates(in.r, in.IINP, in.RINP, design, report);
 }
 
 // The next record of both files: 0, or the code of the first read that failed.

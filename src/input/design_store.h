@@ -3,6 +3,7 @@
 // Rectangular, entry index fastest; M_M(r) tells how many entries are in use.
 #pragma once
 
+#include "input/covariate_store.h"
 #include "input/model_records.h"
 
 namespace zeph {
@@ -41,6 +42,8 @@ struct design_store {
   mat<float> Y_MMIN, Y_MMAX;             // nt x nobs: bounds of censored observations
 
   vec<std::int32_t> G_TD_LEVEL; // nobs: level of the trait-deviation factor, when wanted
+
+  covariate_store covariates; // coefficients made from solutions
 };
 
 // Bit of trait t in a mask of nt traits.

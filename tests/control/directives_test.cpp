@@ -78,7 +78,8 @@ struct directive_case {
   std::string optional(const std::string& text) {
     directory.write("dir", text);
     EXPECT_TRUE(lines.open(directory / "dir"));
-    read_optional_directives(m, f, s, lines, run.report);
+    if (read_covariate_directives(m, f, lines, run.report))
+      read_restriction_directive(m, f, s, lines, run.report);
     return run.text();
   }
   std::string optional_stop(const std::string& text) {

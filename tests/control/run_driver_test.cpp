@@ -238,10 +238,13 @@ TEST(run_driver, draws_start_values_of_missing_traits_above_type_0) {
   }
 }
 
-TEST(run_driver, refuses_class_effect_covariates) {
-  run_case covariates;
-  EXPECT_EQ(covariates.go(run_case::lines(0, 0, 1, 1, 0, "10\n1.0\n1.0\n0\n1\n1 1 1\n1 1\n0\n")), 16);
-  EXPECT_TRUE(covariates.ends_with(not_available("FETOCV", "class-effect solutions used as covariates are")));
+// The list is told and looked up between its own lines and that of the restrictions.
+TEST(run_driver, finds_class_effect_covariates_before_restrictions) {
+  run_case c;
+  EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1, 0, "10\n1.0\n1.0\n0\n1\n1 9 1\n1 1\n0\n1\n")), 16);
+  const std::string option = "Standardize option ..............................          0\n";
+  EXPECT_TRUE(c.ends_with(option + illegal_input_text("directive file", "FETOCV%effect(1)", "9", "1..1")))
+      << c.text();
 }
 
 TEST(run_driver, stops_at_seeds_that_the_source_does_not_take) {

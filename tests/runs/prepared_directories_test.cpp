@@ -184,8 +184,8 @@ TEST_P(sampled_directory, runs_to_its_end_with_either_body) {
 }
 
 INSTANTIATE_TEST_SUITE_P(run, sampled_directory,
-                         ::testing::Values("cat3_t3", "cens2_t3", "cure_t3", "jumpI3_t6", "mix2_t3",
-                                           "tdptd_t3", "three3_t3"),
+                         ::testing::Values("cat3_t3", "cens2_t3", "cure_t3", "feto_t2", "jumpI3_t6",
+                                           "mix2_t3", "tdptd_t3", "three3_t3"),
                          [](const auto& set) { return set.param; });
 
 TEST(work_directories, are_all_tested) {

@@ -1,0 +1,42 @@
+// Solutions of a class effect of one trait as covariables of other traits: the
+// coefficient of such a regression in a record is
+//   base (s(l) - mean of s) [/ standard deviation of s],
+// l the record's level of the effect, s its current solutions, base the value of
+// the covariable as loaded, or of the associated covariable. A record without a
+// level has coefficient 0.
+#pragma once
+
+#include "control/run_frame.h"
+#include "input/design_store.h"
+#include "input/equation_layout.h"
+
+namespace zeph {
+
+// Standard deviations below it count as this: 1.0E-20 as a 32-bit number.
+inline constexpr double least_deviation = static_cast<double>(1.0E-20F);
+
+// Tells the user's list (f.FETOCV, f.stdef) on the listing, finds each effect and
+// the regressions it feeds, and takes the stores of design.covariates. Effect e of
+// a trait is the one with input number EF_INP(e): a "fixed" effect with equations,
+// or a random effect, which goes before; of a random one the solutions are those
+// of the row that the trait's first contribution has in the factor. It feeds all
+// plain and nested regressions, of any trait, whose covariable stands in its list.
+// Above test level 1 the tables are printed. A trait or effect that doesn't exist,
+// a covariable that no regression has: illegal input, code 16.
+void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f, design_store& design,
+            reporting& report);
+
+// Keeps for loaded record r its levels, the entries of its row that take their
+// coefficients from solutions, and their bases. IINP, RINP: the data record.
+void keep_covariates(std::int64_t r, const vec<std::int32_t>& IINP, const vec<float>& RINP,
+                     design_store& design, reporting& report);
+
+// Makes all such coefficients ZD_M anew from the solutions sol. Where two sources
+// feed one regression the later one stands. Standard deviation with divisor
+// levels - 1, 0 for one level; sol is not changed.
+void refresh_covariates(const vec<double>& sol, design_store& design);
+
+// True when equation e of a plain or nested regression has coefficients made from solutions.
+bool is_turned(const covariate_store& covariates, std::int32_t e);
+
+} // namespace zeph
