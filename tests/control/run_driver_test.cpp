@@ -205,11 +205,6 @@ TEST(run_driver, stops_without_a_relationship_file) {
   EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1)), 16);
 }
 
-// The end of a run that asks for a step which this version does not hold.
-std::string not_available(const std::string& routine, const std::string& what) {
-  return "\nERROR - " + routine + ": " + what + " not available in this version" + terminated;
-}
-
 TEST(run_driver, ends_the_analysis_over_models_without_a_factor_of_two_rows) {
   for (const std::int32_t type : {5, 6, 7}) {
     run_case c;

@@ -143,8 +143,7 @@ INSTANTIATE_TEST_SUITE_P(solved, work_directory,
                          [](const auto& set) { return set.param; });
 
 // Directories of other analysis types: the data are read to their last record,
-// and the run goes as far as this version goes. It ends well, or with code 16 at
-// a step that is named as not available.
+// and the run ends well.
 class other_directory : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(other_directory, is_read_whole) {
@@ -157,8 +156,7 @@ TEST_P(other_directory, is_read_whole) {
   ASSERT_NE(at, std::string::npos) << run.listing;
   EXPECT_EQ(std::stoul(run.listing.substr(at + label.size(), 20)), records);
   EXPECT_FALSE(run.says("Illegal input")) << run.listing;
-  EXPECT_TRUE(run.exit_code == 0 || (run.exit_code == 16 && run.says("available in this version")))
-      << run.listing;
+  EXPECT_EQ(run.exit_code, 0) << run.listing;
 }
 
 INSTANTIATE_TEST_SUITE_P(read, other_directory,
