@@ -269,14 +269,17 @@ bool has_groups(const factor_section& f) {
          (f.pedigree.group_pattern.given || !f.pedigree.group_codes.empty());
 }
 
-// The jump layer moves between models of "I" and "PED" factors only, and knows no phantom groups.
-void check_model_moves(const model_description& d, message_log& log) {
+// Chains over models: moves know "I" and "PED" factors only, one pedigree, no phantom groups, and a factor
+// of two rows or more is needed. The rows are known when the formulas are good.
+void check_model_moves(const model_description& d, message_log& log, bool rows_known) {
   const run_section& r = d.run;
-  error_at(d, log, r.analysis.at,
-           fmt::format("analysis = \"{}\" is not yet supported by this version", word_of(r.analysis.value)));
+  const bool moves = r.analysis.value == analysis_type::jump;
+  int pedigrees = 0;
+  std::size_t largest = 0;
   for (const factor_section& f : d.factors) {
-    const bool plain = f.kind == relationship_kind::identity || f.kind == relationship_kind::pedigree;
-    if (!plain && r.analysis.value == analysis_type::jump)
+    largest = std::max(largest, f.rows.size());
+    const bool pedigree = f.kind == relationship_kind::pedigree;
+    if (moves && !pedigree && f.kind != relationship_kind::identity)
       error_at(
           d, log, r.analysis.at,
           fmt::format("analysis \"jump\" takes factors with identity or pedigree only; [factor.{}] is {} {}",
@@ -285,12 +288,24 @@ void check_model_moves(const model_description& d, message_log& log) {
       error_at(d, log, r.analysis.at,
                fmt::format("analysis \"{}\" takes no phantom parent groups; [factor.{}] has them",
                            word_of(r.analysis.value), f.name));
+    if (pedigree && ++pedigrees == 2)
+      error_at(d, log, r.analysis.at,
+               fmt::format("analysis \"{}\" takes one factor with a pedigree; [factor.{}] is the second",
+                           word_of(r.analysis.value), f.name));
+    if (moves && pedigree && f.rows.size() > 1)
+      warning_at(d, log, r.analysis.at,
+                 fmt::format("the run ends (code 16) at the first move of [factor.{}] down to one row: a "
+                             "pedigree factor can't go back there",
+                             f.name));
   }
+  if (rows_known && largest < 2)
+    error_at(d, log, r.analysis.at,
+             fmt::format("analysis \"{}\" needs a factor of two rows or more", word_of(r.analysis.value)));
 }
 
-void check_run(const model_description& d, message_log& log) {
+void check_run(const model_description& d, message_log& log, bool rows_known) {
   const run_section& r = d.run;
-  if (r.analysis.value >= analysis_type::models) check_model_moves(d, log);
+  if (r.analysis.value >= analysis_type::models) check_model_moves(d, log, rows_known);
   if (r.restrict_solutions.value && r.analysis.value > analysis_type::predict)
     error_at(d, log, r.restrict_solutions.at,
              fmt::format("restrict works in the analyses solve, sums and predict, not in {}",
@@ -347,7 +362,7 @@ void check_description(model_description& d, message_log& log) {
   warn_of_unused_covariables(d, log);
   check_residual(d, log);
   check_keep(d, log);
-  check_run(d, log);
+  check_run(d, log, formulas_are_good);
 }
 
 } // namespace zeph::prepare

@@ -228,7 +228,7 @@ void warn_of_chain(const model_description& d, const prepared_model& p, message_
                               f.name));
     const std::int32_t df = d.factors[f.section].prior_df.value;
     const int room = f.n_levels() - f.n_groups - f.order() - 1;
-    if (analysis != analysis_type::gibbs || df > f.order() + 1 || room > f.order() + 3) continue;
+    if (analysis < analysis_type::gibbs || df > f.order() + 1 || room > f.order() + 3) continue;
     add_warning(
         log, {},
         fmt::format("{} has {} levels and a flat prior: its variances have no finite {}; give prior_df",

@@ -74,7 +74,7 @@
 //   residuals   false
 //
 //   [run]
-//   analysis   "solve"   "solve" 0, "sums" 1, "predict" 2, "gibbs" 3; "models" 5, "jump" 6: not yet supported
+//   analysis   "solve"   "solve" 0, "sums" 1, "predict" 2, "gibbs" 3, "models" 5, "jump" 6
 //   burnin               rounds; default 0 (solve, sums), else 10000
 //   rounds               default 100000 (solve: at most, it ends when converged)
 //   interval             default 1 (solve, sums), else 10

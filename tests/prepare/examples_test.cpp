@@ -110,4 +110,65 @@ TEST(examples, random_regression_gives_the_published_solutions) {
                 x.answer("htd", std::to_string(htd)) + 0.70710678118654752 * x.answer("curve", "p0"), 2e-5);
 }
 
+// A description of an example as a whole run; the rows of its text files as numbers.
+struct example_run {
+  scratch_directory work;
+  int exit_code = -1;
+
+  explicit example_run(const std::string& file) {
+    zeph::prepare::message_log log;
+    const auto description =
+        zeph::prepare::read_description(zeph_test::source_folder() + "/examples/" + file, log);
+    const auto p = assemble_model(description, {}, log);
+    if (!p.complete || !write_work_directory(description, p, work.path(), "").ok) return;
+    std::ostringstream listing;
+    zeph::run run(listing, work.path());
+    exit_code = exit_code_of_run(run);
+  }
+  std::vector<std::vector<double>> rows(const std::string& file) const {
+    std::vector<std::vector<double>> all;
+    std::istringstream lines(work.read(file));
+    for (std::string line; std::getline(lines, line);) {
+      all.emplace_back();
+      std::istringstream words(line);
+      for (std::string word; words >> word;)
+        all.back().push_back(word == "T" ? 1.0 : std::strtod(word.c_str(), nullptr));
+    }
+    return all;
+  }
+};
+
+// The data were made with pens that differ in gain and intake, not in fat.
+TEST(examples, number_of_traits_finds_two_rows) {
+  const example_run run("number_of_traits/jump.toml");
+  ASSERT_EQ(run.exit_code, 0);
+  int rounds[4] = {}, taken[4][4] = {};
+  for (const std::vector<double>& row : run.rows("zeinfo")) {
+    if (row.size() != 11) continue;
+    ++rounds[static_cast<int>(row[1])];
+    taken[static_cast<int>(row[1])][static_cast<int>(row[3])] += row[10] != 0.0;
+  }
+  EXPECT_EQ(rounds[1], 964); // the numbers of its README
+  EXPECT_EQ(rounds[2], 7036);
+  EXPECT_EQ(rounds[3], 0);
+  EXPECT_EQ(taken[1][2], 1);
+  EXPECT_EQ(taken[2][1] + taken[2][3], 0);
+}
+
+TEST(examples, number_of_traits_runs_a_chain_for_each_number_of_rows) {
+  const example_run run("number_of_traits/models.toml");
+  ASSERT_EQ(run.exit_code, 0);
+  const auto lpm = run.rows("lpm");
+  ASSERT_EQ(lpm.size(), 3U);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(lpm[i][0], static_cast<double>(i + 1));
+    EXPECT_EQ(lpm[i][2], 1000.0);
+  }
+  for (const std::vector<double>& row : run.rows("gparout")) { // of the last model, as its README says
+    if (row[0] != 1.0 || row[1] != row[2]) continue;
+    const double told[3] = {0.98, 0.31, 0.14};
+    EXPECT_NEAR(row[3], told[static_cast<int>(row[1]) - 1], 0.005);
+  }
+}
+
 } // namespace

@@ -909,11 +909,10 @@ limits = { code = "c", upper = "u" }
 [derive]
 h2 = "G[a,y.a,y.a] / 2"
 [run]
-analysis = "models"
+analysis = "gibbs"
 )toml");
   EXPECT_EQ(told(r), R"toml(model.toml:4:1: error: [factor.a] genotypes is not yet supported by this version
 model.toml:6:1: error: [factor.b] single_step is not yet supported by this version
-model.toml:14:12: error: analysis = "models" is not yet supported by this version
 )toml");
   EXPECT_EQ(r.d.traits[0].limits_upper.value, "u");
   EXPECT_EQ(r.d.derive.at(0).text.value, "G[a,y.a,y.a] / 2");
@@ -926,10 +925,36 @@ TEST(model_description, jump_names_the_factors_that_it_can_not_take) {
                  "1 + (1|a) + (1|genomic) + (1|g)"));
   EXPECT_EQ(
       told(r),
-      "model.toml:11:12: error: analysis = \"jump\" is not yet supported by this version\n"
       "model.toml:11:12: error: analysis \"jump\" takes factors with identity or pedigree only; "
       "[factor.genomic] is an inverse\n"
-      "model.toml:11:12: error: analysis \"jump\" takes no phantom parent groups; [factor.g] has them\n");
+      "model.toml:11:12: error: analysis \"jump\" takes no phantom parent groups; [factor.g] has them\n"
+      "model.toml:11:12: error: analysis \"jump\" needs a factor of two rows or more\n");
+}
+
+TEST(model_description, chains_over_models_need_a_factor_of_two_rows_and_one_pedigree_at_most) {
+  for (const std::string analysis : {"models", "jump"}) {
+    const std::string run = "[run]\nanalysis = \"" + analysis + "\"\n";
+    EXPECT_TRUE(told(read(small(run, "1 + (1|a)")))
+                    .find("error: analysis \"" + analysis + "\" needs a factor of two rows or more\n") !=
+                std::string::npos);
+    const std::string two = told(read(small("[factor.g]\npedigree = \"p\"\n[factor.h]\npedigree = \"q\"\n"
+                                            "[covariable.x]\n" +
+                                                run,
+                                            "1 + (x|a) + (1|g) + (1|h)")));
+    EXPECT_TRUE(two.find("error: analysis \"" + analysis +
+                         "\" takes one factor with a pedigree; [factor.h] is the second\n") !=
+                std::string::npos)
+        << two;
+    EXPECT_EQ(told(read(small("[covariable.x]\n" + run, "1 + (x|a)"))), "");
+  }
+}
+
+TEST(model_description, jump_warns_that_a_pedigree_factor_ends_the_run) {
+  const std::string jump = told(read(small(
+      "[factor.g]\npedigree = \"p\"\n[covariable.x]\n[run]\nanalysis = \"jump\"\n", "1 + (1|a) + (x|g)")));
+  EXPECT_TRUE(jump.find("warning: the run ends (code 16) at the first move of [factor.g] down to one row: a "
+                        "pedigree factor can't go back there\n") != std::string::npos)
+      << jump;
 }
 
 TEST(model_description, an_ordered_trait_can_not_be_continued) {
