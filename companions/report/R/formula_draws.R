@@ -22,7 +22,7 @@ add_formula_draws <- function(m, draws, formulas, remarks) {
 formula_value <- function(m, draws, text) {
   parsed <- parse_formula(m, text, dimnames(draws)[[3]])
   values <- stats::setNames(lapply(parsed$names, function(name) draws[, , name]), names(parsed$names))
-  out <- eval(parsed$call, c(values, list(min = pmin, max = pmax)), baseenv())
+  out <- suppressWarnings(eval(parsed$call, c(values, list(min = pmin, max = pmax)), baseenv())) # a root of a negative: NaN
   matrix(as.numeric(out), dim(draws)[1], dim(draws)[2])
 }
 
@@ -31,8 +31,8 @@ parse_formula <- function(m, text, known) {
   found <- regmatches(text, gregexpr(name_pattern, text))[[1]]
   bare <- unlist(regmatches(text, gregexpr(name_pattern, text), invert = TRUE))
   places <- sprintf(".v%d", seq_along(found))
-  words <- unique(unlist(regmatches(bare, gregexpr("[A-Za-z_][A-Za-z0-9_.]*", bare))))
-  words <- setdiff(words, c(formula_functions, "e", "E"))
+  words <- unique(unlist(regmatches(bare, gregexpr("(?<![A-Za-z0-9_.])[A-Za-z_][A-Za-z0-9_.]*", bare, perl = TRUE))))
+  words <- setdiff(words, formula_functions)
   values <- lapply(found, function(word) known_name(m, word, known))
   pieces <- character(0)
   for (i in seq_along(bare)) pieces <- c(pieces, replace_words(bare[i], words, known), if (i <= length(found)) paste0(" ", places[i], " "))

@@ -10,7 +10,7 @@ write_page <- function(report, path, home) {
   room <- new.env(parent = globalenv())
   room$report <- report
   format <- rmarkdown::html_document(theme = NULL, highlight = NULL, mathjax = NULL, self_contained = TRUE, css = "page.css", section_divs = FALSE,
-                                     includes = rmarkdown::includes(in_header = "head.html"), pandoc_args = c("--metadata", paste0("title=", report$model$title)))
+                                     includes = rmarkdown::includes(in_header = "head.html"), pandoc_args = c("--metadata", paste0("title=", report$model$title), "--metadata", paste0("pagetitle=", report$model$title)))
   made <- suppressMessages(rmarkdown::render(file.path(work, "page.Rmd"), format, output_file = "page.html", envir = room, quiet = TRUE))
   write_whole(path, function(part) if (!file.copy(made, part, overwrite = TRUE)) stop("can't write"))
 }

@@ -3,8 +3,9 @@
 # Rows of gibsol (I1, 2I3, I4, 3I12, 2G20.6): data frame (kind, trait, place, number, code, records, level, value, sd).
 # kind 1: regression `number` of a trait, nested in class effect `place` (0: none), `code` the level; 2: class effect
 # `place` of a trait; 3: factor `number`, row by trait and `place`.
-read_gibsol <- function(path) {
-  lines <- whole_lines(path)
+read_gibsol <- function(path) read_gibsol_text(whole_lines(path))
+
+read_gibsol_text <- function(lines) {
   kind <- substr(lines, 1, 1)
   lines <- lines[kind %in% c("1", "2", "3")]
   whole <- function(from, to) suppressWarnings(as.integer(substr(lines, from, to)))

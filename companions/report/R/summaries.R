@@ -28,10 +28,12 @@ summarise_one <- function(name, x) {
   out$low <- interval[1, "lower"]
   out$high <- interval[1, "upper"]
   if (anyNA(x) || nrow(x) < 4 || all(values == values[1])) return(out)
-  out$ess_bulk <- posterior::ess_bulk(x)
-  out$ess_tail <- posterior::ess_tail(x)
-  out$rhat <- posterior::rhat(x)
-  out$mcse <- posterior::mcse_mean(x)
+  suppressWarnings({ # very short chains: ESS is capped
+    out$ess_bulk <- posterior::ess_bulk(x)
+    out$ess_tail <- posterior::ess_tail(x)
+    out$rhat <- posterior::rhat(x)
+    out$mcse <- posterior::mcse_mean(x)
+  })
   out
 }
 

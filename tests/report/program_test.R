@@ -1,0 +1,88 @@
+# The command as the user calls it: messages, exit codes, files, and what a killed report leaves.
+
+study <- function() {
+  set.seed(9)
+  rounds <- 100L + 10L * (1:60)
+  study_of(rep(list(list(list(g = 3 + rnorm(60, sd = 0.1), r = 4 + rnorm(60, sd = 0.1), round = rounds))), 2))
+}
+
+told <- function(words, directory = getwd()) run_program("zeph-report", words, directory)
+
+test_that("--help and --version", {
+  help <- told("--help")
+  expect_equal(help$status, 0L)
+  expect_match(help$out, "zeph-report RUNS|WORK [options]", fixed = TRUE, all = FALSE)
+  expect_equal(told("--version"), list(status = 0L, out = paste("zeph-report", report_version)))
+})
+
+test_that("every fault of the command line and the files has its message and exit code", {
+  place <- scratch()
+  work <- one_trait()
+  fault <- function(words, text, status = 2L) {
+    r <- told(words, place)
+    expect_equal(r$status, status)
+    expect_equal(r$out, paste0("zeph-report: ", text))
+  }
+  fault(character(0), "which directory? zeph-report RUNS|WORK; --help tells more")
+  fault("none", "no such directory: none")
+  fault(c("a", "b"), "one directory, please: a or b")
+  fault(c("a", "--colour", "blue"), "unknown option --colour; known: --html --csv --coda --netcdf --burnin")
+  fault(c("a", "--csv"), "--csv needs a value")
+  fault(c("a", "--burnin", "-5"), "--burnin needs a number of rounds, not \"-5\"")
+  fault(c("a", "--burnin=many"), "--burnin needs a number of rounds, not \"many\"")
+  dir.create(file.path(place, "empty"))
+  fault("empty", paste0(file.path(place, "empty"), " holds neither chains (chain1/seg1) nor a work directory (MODINF)"))
+  dir.create(file.path(place, "bare/chain1"), recursive = TRUE)
+  fault("bare", paste0(file.path(place, "bare"), " has chains without segments (chain1/seg1)"))
+  dir.create(file.path(place, "bare/chain1/seg1"))
+  fault("bare", paste0(file.path(place, "bare/chain1/seg1"), " has no MODINF, nor has the work directory of ", file.path(place, "bare")))
+  fault(work, paste0("nothing to report in ", work, ": no samples and no solutions. chain 1, segment 1 has no samples (stopped in its burn-in, or not begun); ",
+                     "no solutions of chain 1, segment 1: its run has not ended (not begun)"), 1L)
+})
+
+test_that("damaged model files are told", {
+  work <- one_trait()
+  path <- file.path(work, "MODINF")
+  bytes <- readBin(path, "raw", file.size(path))
+  writeBin(c(as.raw(7), bytes[-1]), path)
+  expect_match(told(work)$out, "^zeph-report: damaged record [0-9]+ in .*MODINF$")
+  writeBin(bytes[1:2000], path)
+  expect_match(told(work)$out, "^zeph-report: (damaged record|MODINF of)")
+})
+
+test_that("places that can't be written are told, and exports of nothing", {
+  root <- study()
+  none <- file.path(root, "none", "page.html")
+  expect_match(told(c(root, "--html", none))$out, "can't write .*page.html: there is no directory", all = FALSE)
+  file.create(file.path(root, "taken"))
+  expect_match(told(c(root, "--csv", file.path(root, "taken")))$out, "can't make the directory .*taken", all = FALSE)
+  expect_match(told(c(root, "--netcdf", file.path(root, "none", "x.nc")))$out, "can't write .*x.nc", all = FALSE)
+  solved <- run_zeph(prepared(c('[data]', 'file = "d.csv"', '[trait.y]', 'formula = "1 + sex"', '[run]', 'analysis = "solve"'), calves))
+  expect_match(told(c(solved, "--coda", file.path(root, "c")))$out, "no draws for --coda", all = FALSE)
+  expect_match(told(c(solved, "--netcdf", file.path(root, "n.nc")))$out, "no draws for --netcdf", all = FALSE)
+})
+
+test_that("the verdict is printed, and all files are written", {
+  root <- study()
+  r <- told(c(root, "--csv", file.path(root, "csv"), "--coda", file.path(root, "coda"), "--netcdf", file.path(root, "draws.nc"), "--html", file.path(root, "page.html"), "--burnin", "100"))
+  expect_equal(r$status, 0L)
+  expect_match(r$out[1], "^Not yet: about [0-9,]+ more rounds per chain.$")
+  expect_equal(r$out[2], "  2 chains of 50 samples, one every 10 rounds.")
+  expect_match(r$out, "^  zeph-chains continue .* --rounds [0-9]+$", all = FALSE)
+  expect_equal(r$out[length(r$out)], paste("Page:", file.path(root, "page.html")))
+  expect_true(all(file.exists(file.path(root, c("page.html", "csv/draws.csv", "csv/summary.csv", "coda/CODAindex.txt", "coda/CODAchain2.txt", "draws.nc")))))
+})
+
+test_that("a report that is killed leaves chains as they were and no half page; the next one does its work", {
+  root <- study()
+  before <- tools::md5sum(list.files(root, recursive = TRUE, full.names = TRUE))
+  log <- file.path(scratch(), "pid")
+  system2("sh", c("-c", shQuote(paste0("echo $$ > ", log, "; exec ", file.path(programs, "zeph-report"), " ", root))), wait = FALSE, stdout = FALSE, stderr = FALSE)
+  Sys.sleep(1.5)
+  tools::pskill(as.integer(readLines(log)), 9)
+  Sys.sleep(0.2)
+  expect_equal(tools::md5sum(names(before)), before)
+  expect_false(file.exists(file.path(root, "report.html")))
+  expect_equal(told(root)$status, 0L)
+  expect_true(file.exists(file.path(root, "report.html")))
+})
