@@ -20,6 +20,19 @@
 
 namespace {
 
+constexpr const char* help_end = R"TEXT(
+The description holds the tables
+  [data]           the CSV file of the records
+  [factor.NAME]    a random factor: its relationship, start value and prior
+  [trait.NAME]     formula = "1 + sex + (1 | animal)", and kind =
+                     "gaussian"             numbers; unless said
+                     "censored"             limits = { code = .., upper = .. }, { event = .. } or { upper = .. }
+                     "ordered", "binary"    categories = ["low", .., "high"]
+                     "indicator"            of a mixture: shift(NAME) in the formula of the mixed trait
+                     "sequence", "cured"    a cure model: subject = .., position = ..; of = "sequence trait"
+  [covariable.NAME], [residual], [keep], [run]
+and is told in full in docs/prepare.md. The folder examples holds one of each kind.)TEXT";
+
 namespace fs = std::filesystem;
 using namespace zeph::prepare;
 
@@ -101,6 +114,7 @@ int main(int argc, char** argv) {
   app.add_option("--into", c.into, "the work directory; default: named after the description, here");
   app.add_flag("--check", c.check, "read and check everything, write nothing");
   app.add_flag("--prune", c.prune, "leave animals without connection to data out of the pedigree");
+  app.footer(help_end);
   app.set_version_flag("--version", "zeph-prepare " ZEPH_VERSION);
   try {
     app.parse(argc, argv);

@@ -79,6 +79,8 @@ TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
 TEST_F(command_line, help_and_version_end_with_0) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_TRUE(said("--prune"));
+  for (const char* kind : {"gaussian", "censored", "ordered", "binary", "indicator", "sequence", "cured"})
+    EXPECT_TRUE(said('"' + std::string(kind) + '"')) << kind;
   EXPECT_EQ(run("--version"), 0);
   EXPECT_TRUE(said("zeph-prepare "));
 }

@@ -164,6 +164,13 @@ TEST(trait_values, the_largest_share_begins_in_component_one) {
   EXPECT_TRUE(m.residual().L_RCOV_ZERO(3, 1));
 }
 
+TEST(trait_values, a_shift_can_be_kept_by_its_name) {
+  const prepared_case c = mixture("formula = \"1\"\n", SCORES, "[keep]\nsolutions = [\"shift(z)\"]\n");
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  ASSERT_EQ(c.p.model.n_sol_cv, 1);
+  EXPECT_EQ(c.p.model.SOL_CV_EQ_NO(1), c.p.model.NBEGREG(2, 1) + 1);
+}
+
 TEST(trait_values, half_of_the_mixed_trait_begins_in_component_one_unless_said) {
   const prepared_case c = mixture("formula = \"1\"\n", SCORES);
   ASSERT_TRUE(c.p.complete) << c.messages();
