@@ -148,19 +148,19 @@ void stop_all(local_run& l) {
               "Stopping: each chain ends at its next sample round. A second interrupt leaves them to it.");
 }
 
-sigset_t stop_signals() {
+sigset_t awaited_signals() {
   sigset_t set;
   sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
   return set;
 }
 
-// Waits a moment; true when a signal came.
+// Waits a moment, or until a process ends; true when a signal asks to stop.
 bool wait_for_signal(int signals) {
   pollfd p{signals, POLLIN, 0};
   if (poll(&p, 1, look_interval_ms) <= 0) return false;
   signalfd_siginfo info{};
-  return read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info);
+  return read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info) && info.ssi_signo != SIGCHLD;
 }
 
 } // namespace
@@ -178,7 +178,7 @@ local_outcome run_here(const fs::path& runs, const study& s, int jobs, screen_li
     else
       l.waiting.push_back(c.number);
   }
-  const sigset_t set = stop_signals();
+  const sigset_t set = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &set, &before);
   const int signals = signalfd(-1, &set, SFD_CLOEXEC);

@@ -101,10 +101,29 @@ private:
   pid_t pid_ = -1;
 };
 
+inline const char* const two_traits = R"toml([factor.animal]
+pedigree = "pedigree.csv"
+start = [[2.0, 1.0], [1.0, 3.0]]
+prior_df = 8
+[trait.y1]
+formula = "1 + sex + (1 | animal)"
+[trait.y2]
+formula = "1 + (1 | animal)"
+[residual]
+start = [[3.0, 1.5], [1.5, 4.0]]
+prior_df = 7
+groups = "group"
+)toml";
+
+// binary: 0 or 1; ordered: 1 to 3
+inline std::string scored(const std::string& kind) {
+  return "[factor.animal]\npedigree = \"pedigree.csv\"\nstart = 0.5\nprior_df = 8\n[trait.score]\nkind = \"" +
+         kind + "\"\ncolumn = \"" + kind + "\"\nformula = \"1 + sex + (1 | animal)\"\n";
+}
+
 struct chain_settings {
   int burnin = 20, rounds = 200, interval = 2;
-  std::string seeds = "[11, 12]", analysis = "gibbs";
-  std::string y1 = ""; // further keys of [trait.y1]
+  std::string seeds = "[11, 12]", analysis = "gibbs", tables = two_traits;
 };
 
 inline constexpr int endless = 90000000; // rounds; a chain of hours
@@ -114,9 +133,10 @@ struct study_case {
     place.write("pedigree.csv",
                 "animal,sire,dam\n1,0,0\n2,0,0\n3,1,2\n4,1,0\n5,3,2\n6,3,4\n7,5,4\n8,5,6\n9,7,6\n10,7,8\n");
     place.write("data.csv",
-                "animal,sex,group,y1,y2,score\n1,M,a,12.1,31.0,1\n2,F,b,9.3,28.5,0\n3,M,a,14.0,33.9,1\n"
-                "4,F,a,10.2,30.4,0\n5,M,b,11.8,29.7,1\n6,F,a,12.6,32.2,1\n7,M,b,13.3,30.1,0\n"
-                "8,F,a,8.9,27.8,0\n9,M,b,15.2,35.0,1\n10,F,a,11.1,31.6,1\n1,F,b,10.6,29.9,0\n");
+                "animal,sex,group,y1,y2,binary,ordered\n1,M,a,12.1,31.0,1,1\n2,F,b,9.3,28.5,0,2\n"
+                "3,M,a,14.0,33.9,1,3\n4,F,a,10.2,30.4,0,1\n5,M,b,11.8,29.7,1,2\n6,F,a,12.6,32.2,1,3\n"
+                "7,M,b,13.3,30.1,0,3\n8,F,a,8.9,27.8,0,2\n9,M,b,15.2,35.0,1,1\n10,F,a,11.1,31.6,1,2\n"
+                "1,F,b,10.6,29.9,0,3\n");
   }
   // A study that is left running is stopped, so that nothing outlives the test.
   ~study_case() {
@@ -129,13 +149,7 @@ struct study_case {
   // Prepares the folder `work`.
   void prepare(const chain_settings& c = {}, const std::string& into = "work") const {
     const auto number = [](int n) { return std::to_string(n); };
-    place.write("model.toml", "[data]\nfile = \"data.csv\"\n[factor.animal]\npedigree = "
-                              "\"pedigree.csv\"\nstart = [[2.0, 1.0], [1.0, 3.0]]\nprior_df = 8\n"
-                              "[trait.y1]\nformula = \"1 + sex + (1 | animal)\"\n" +
-                                  c.y1 +
-                                  "[trait.y2]\nformula = \"1 + (1 | animal)\"\n[residual]\nstart = [[3.0, "
-                                  "1.5], [1.5, 4.0]]\nprior_df = 7\ngroups = \"group\"\n"
-                                  "[run]\nanalysis = \"" +
+    place.write("model.toml", "[data]\nfile = \"data.csv\"\n" + c.tables + "[run]\nanalysis = \"" +
                                   c.analysis + "\"\nburnin = " + number(c.burnin) +
                                   "\nrounds = " + number(c.rounds) + "\ninterval = " + number(c.interval) +
                                   "\nseeds = " + c.seeds + "\n");

@@ -1,0 +1,113 @@
+// Which rounds a segment runs, and how its files number them. Expected numbers by hand: the chain runs 100 rounds of
+// burn-in and 1000 of sampling.
+#include "chains/chain_plan.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace zeph::chains;
+
+study plan() {
+  study s;
+  s.analysis = 3;
+  s.burnin = 100;
+  s.rounds = 1000;
+  s.interval = 10;
+  s.chains = {{1, {11, 12}, 1100}};
+  s.starts = {{}};
+  return s;
+}
+
+// The position after a segment that ended in this round of its own files.
+chain_position after(const segment_record& r, segment_phase phase, std::int64_t round) {
+  chain_position p;
+  p.segment = r.segment;
+  p.state.record = r;
+  p.state.phase = phase;
+  p.state.round = round;
+  p.done = round + r.shift;
+  return p;
+}
+
+TEST(next_segment, is_the_whole_chain_at_first) {
+  const segment_record r = next_segment(plan(), 1, {});
+  EXPECT_EQ(r.segment, 1);
+  EXPECT_EQ(r.seeds, (seed_pair{11, 12}));
+  EXPECT_EQ(r.burnin, 100);
+  EXPECT_EQ(r.rounds, 1000);
+  EXPECT_EQ(r.interval, 10);
+  EXPECT_EQ(r.first, 1);
+  EXPECT_EQ(r.shift, 0);
+  EXPECT_EQ(r.last(), 1100);
+  EXPECT_TRUE(r.counts);
+}
+
+TEST(next_segment, goes_on_behind_a_full_count) {
+  study s = plan();
+  const segment_record one = next_segment(s, 1, {});
+  s.chains[0].last = 1600;
+  const segment_record r = next_segment(s, 1, after(one, segment_phase::finished, 1100));
+  EXPECT_EQ(r.segment, 2);
+  EXPECT_EQ(r.burnin, 0);
+  EXPECT_EQ(r.first, 1101);
+  EXPECT_EQ(r.shift, 0);
+  EXPECT_EQ(r.rounds, 500);
+  EXPECT_EQ(r.last(), 1600);
+}
+
+// stopped in 350: the continuation calls its first round 350, which is the chain's 351
+TEST(next_segment, uses_the_number_of_a_stop_again_and_counts_it_in_the_shift) {
+  const study s = plan();
+  const segment_record one = next_segment(s, 1, {});
+  const segment_record two = next_segment(s, 1, after(one, segment_phase::stopped, 350));
+  EXPECT_EQ(two.first, 350);
+  EXPECT_EQ(two.shift, 1);
+  EXPECT_EQ(two.rounds, 750);
+  EXPECT_EQ(two.last() + two.shift, 1100);
+  const segment_record three = next_segment(s, 1, after(two, segment_phase::stopped, 500)); // the chain's 501
+  EXPECT_EQ(three.first, 500);
+  EXPECT_EQ(three.shift, 2);
+  EXPECT_EQ(three.rounds, 599);
+  EXPECT_EQ(three.last() + three.shift, 1100);
+}
+
+TEST(next_segment, ends_a_burnin_that_was_stopped_in_a_segment_that_does_not_count) {
+  const study s = plan();
+  const segment_record one = next_segment(s, 1, {});
+  const segment_record two = next_segment(s, 1, after(one, segment_phase::stopped, 40));
+  EXPECT_FALSE(two.counts);
+  EXPECT_EQ(two.first, 40);
+  EXPECT_EQ(two.rounds, 60);
+  EXPECT_EQ(two.last() + two.shift, 100);
+  const segment_record three = next_segment(s, 1, after(two, segment_phase::finished, two.last()));
+  EXPECT_TRUE(three.counts);
+  EXPECT_EQ(three.first + three.shift, 101);
+  EXPECT_EQ(three.rounds, 1000);
+  // a stop in the last round of burn-in leaves no burn-in
+  EXPECT_TRUE(next_segment(s, 1, after(one, segment_phase::stopped, 100)).counts);
+}
+
+TEST(run_fault, refuses_the_solver_only) {
+  EXPECT_EQ(run_fault(0),
+            "analysis type 0 is the solver: it gives the same solutions every time, run ZEPH once");
+  EXPECT_NE(run_fault(1), "");
+  for (const int type : {2, 3, 4, 5, 6, 7}) EXPECT_EQ(run_fault(type), "") << type;
+}
+
+TEST(continue_fault, refuses_ordered_traits_and_analyses_that_do_not_save_their_state) {
+  study s = plan();
+  work_model m;
+  m.types = {1, 2, 4, 5, 7, 8};
+  EXPECT_EQ(continue_fault(s, m), "");
+  m.types.push_back(3);
+  EXPECT_EQ(continue_fault(s, m), "a chain with an ordered trait can't be continued");
+  m.types.pop_back();
+  s.analysis = 2;
+  EXPECT_EQ(continue_fault(s, m), "a chain of analysis type 2 saves no state and can't be continued");
+  s.analysis = 6;
+  EXPECT_EQ(continue_fault(s, m),
+            "a chain of analysis type 6 does not save its model and can't be continued");
+}
+
+} // namespace
