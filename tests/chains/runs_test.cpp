@@ -134,7 +134,7 @@ TEST(chains_that_were_stopped, equal_unbroken_ones_when_the_interval_is_1) {
   ASSERT_EQ(c.chains("run work --chains 4 --into whole").exit_code, 0);
   for (int k = 1; k <= 4; ++k) {
     const std::vector<sample_row> rows = joined_rows(c, chain_of("parts", k));
-    EXPECT_EQ(rows.size(), 1800U * 9);
+    EXPECT_EQ(rows.size(), 8000U * 9);
     EXPECT_TRUE(rows == joined_rows(c, chain_of("whole", k))) << "chain " << k;
   }
 }
