@@ -3,6 +3,7 @@
 local({
   file <- sub("^--file=", "", grep("^--file=", commandArgs(FALSE), value = TRUE)[1])
   home <- dirname(normalizePath(file))
-  for (part in sort(list.files(file.path(home, "R"), pattern = "[.]R$", full.names = TRUE))) sys.source(part, globalenv())
+  for (part in sort(list.files(file.path(home, "R"), pattern = "[.]R$", full.names = TRUE))) sys.source(part,
+    globalenv())
   quit(save = "no", status = report_command(commandArgs(TRUE), home))
 })

@@ -12,7 +12,8 @@ formula_for <- function(m, name, data = read_records_of_data(m)) {
 
 test_that("heritability and correlations come from each draw, not from means", {
   m <- read_model(two_traits())
-  draws <- draws_of("G[genetic,bwt,bwt]" = c(1, 3), "G[genetic,bwt,wwt]" = c(1, -1), "G[genetic,wwt,wwt]" = c(4, 4), "R[bwt,bwt]" = c(1, 9),
+  draws <- draws_of("G[genetic,bwt,bwt]" = c(1, 3), "G[genetic,bwt,wwt]" = c(1, -1), "G[genetic,wwt,wwt]" = c(4, 4),
+    "R[bwt,bwt]" = c(1, 9),
                     "R[bwt,wwt]" = c(2, 0), "R[wwt,wwt]" = c(16, 1))
   out <- add_formula_draws(m, draws, derived_formulas(m, read_records_of_data(m))[1:2], NULL)
   value <- function(name) as.vector(out[, 1, name])
@@ -27,9 +28,11 @@ test_that("direct and maternal effects meet once in the phenotypic variance, and
   # Willham 1972: VP = Vd + Vm + Cov + Vc + Ve
   work <- prepared(c('[data]', 'file = "d.csv"', '[factor.genetic]', 'pedigree = "p.csv"', '[factor.mpe]', '[trait.bw]',
                      'formula = "1 + (1 | genetic | animal) + (1 | genetic | dam) + (1 | mpe | dam)"', '[run]', 'analysis = "gibbs"'),
-                   list(d.csv = c("animal,dam,bw", "a,m1,30", "b,m1,31", "c,m2,29", "d,m2,35"), p.csv = c("animal,sire,dam", "a,,m1", "b,,m1", "c,,m2", "d,,m2", "m1,,", "m2,,")))
+                   list(d.csv = c("animal,dam,bw", "a,m1,30", "b,m1,31", "c,m2,29", "d,m2,35"),
+                     p.csv = c("animal,sire,dam", "a,,m1", "b,,m1", "c,,m2", "d,,m2", "m1,,", "m2,,")))
   m <- read_model(work)
-  expect_equal(formula_for(m, "VP[bw]"), "G[genetic,bw.animal,bw.animal] + G[genetic,bw.animal,bw.dam] + G[genetic,bw.dam,bw.dam] + G[mpe,bw,bw] + R[bw,bw]")
+  expect_equal(formula_for(m, "VP[bw]"),
+    "G[genetic,bw.animal,bw.animal] + G[genetic,bw.animal,bw.dam] + G[genetic,bw.dam,bw.dam] + G[mpe,bw,bw] + R[bw,bw]")
   expect_equal(formula_for(m, "h2[bw]"), "G[genetic,bw.animal,bw.animal] / VP[bw]")
   expect_equal(formula_for(m, "m2[bw]"), "G[genetic,bw.dam,bw.dam] / VP[bw]")
   expect_equal(formula_for(m, "c2[mpe,bw]"), "G[mpe,bw,bw] / VP[bw]")
@@ -39,20 +42,23 @@ test_that("direct and maternal effects meet once in the phenotypic variance, and
 test_that("a factor on the animals of repeated records gives the repeatability", {
   work <- prepared(c('[data]', 'file = "d.csv"', '[factor.animal]', 'pedigree = "p.csv"', '[factor.pe]', '[trait.y]',
                      'formula = "1 + (1 | animal) + (1 | pe | animal)"', '[run]', 'analysis = "gibbs"'),
-                   list(d.csv = c("animal,y", "a,1", "a,2", "b,3", "b,2", "c,4"), p.csv = c("animal,sire,dam", "c,,", "a,c,", "b,c,")))
+                   list(d.csv = c("animal,y", "a,1", "a,2", "b,3", "b,2", "c,4"),
+                     p.csv = c("animal,sire,dam", "c,,", "a,c,", "b,c,")))
   m <- read_model(work)
   expect_equal(formula_for(m, "repeatability[y]"), "(G[animal,y,y] + G[pe,y,y]) / VP[y]")
   expect_equal(formula_for(m, "pe2[pe,y]"), "G[pe,y,y] / VP[y]")
 })
 
 test_that("a sire model has four times the share of the sires", {
-  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.sires]', 'pedigree = "p.csv"', '[trait.y]', 'formula = "1 + (1 | sires | sire)"', '[run]', 'analysis = "gibbs"'),
+  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.sires]', 'pedigree = "p.csv"', '[trait.y]',
+    'formula = "1 + (1 | sires | sire)"', '[run]', 'analysis = "gibbs"'),
                    list(d.csv = c("sire,y", "a,1", "a,2", "b,3", "b,2"), p.csv = c("animal,sire,dam", "a,,", "b,a,")))
   expect_equal(formula_for(read_model(work), "h2[y]"), "4 * G[sires,y,y] / VP[y]")
 })
 
 test_that("two mates of a record count twice", {
-  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.social]', '[trait.y]', 'formula = "1 + (1 | social | m1 + m2)"', '[run]', 'analysis = "gibbs"'),
+  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.social]', '[trait.y]',
+    'formula = "1 + (1 | social | m1 + m2)"', '[run]', 'analysis = "gibbs"'),
                    list(d.csv = c("m1,m2,y", "a,b,1", "a,c,2", "b,c,3", "b,a,2")))
   expect_equal(formula_for(read_model(work), "VP[y]"), "2 * G[social,y,y] + R[y,y]")
 })
@@ -107,7 +113,8 @@ test_that("random regressions become curves of z'Gz over the covariable in its o
                    list(d.csv = c("id,age,y", "a,0,1", "a,5,2", "b,10,3", "b,2.5,2", "a,7,4", "b,4,4")))
   m <- read_model(work)
   expect_length(formula_for(m, "VP[y]"), 0)
-  draws <- draws_of("G[animal,y.leg0,y.leg0]" = c(2, 4), "G[animal,y.leg0,y.leg1]" = c(1, 1), "G[animal,y.leg1,y.leg1]" = c(2, 2), "R[y,y]" = c(1, 1))
+  draws <- draws_of("G[animal,y.leg0,y.leg0]" = c(2, 4), "G[animal,y.leg0,y.leg1]" = c(1, 1),
+    "G[animal,y.leg1,y.leg1]" = c(2, 2), "R[y,y]" = c(1, 1))
   c <- curves_of(m, read_records_of_data(m), draws)
   at <- c[c$quantity == "variance" & abs(c$x - 10) < 1e-5, ]
   # z(10) = (sqrt(1/2), sqrt(3/2)): 0.5 g00 + 2 sqrt(3)/2 g01 + 1.5 g11 = 1 + sqrt(3) + 3, and 1 more

@@ -9,7 +9,8 @@ test_that("coda reads the CODA files back", {
   place <- file.path(scratch(), "coda")
   expect_equal(export_coda(place, draws, 10), 2)
   for (chain in 1:3) {
-    read <- coda::read.coda(file.path(place, paste0("CODAchain", chain, ".txt")), file.path(place, "CODAindex.txt"), quiet = TRUE)
+    read <- coda::read.coda(file.path(place, paste0("CODAchain", chain, ".txt")), file.path(place, "CODAindex.txt"),
+      quiet = TRUE)
     expect_equal(unname(as.matrix(read)), unname(draws[, chain, ]))
     expect_equal(coda::varnames(read), c("G[animal,y,y]", "R[y,y]"))
     expect_equal(coda::thin(read), 10)
@@ -18,7 +19,7 @@ test_that("coda reads the CODA files back", {
 
 test_that("posterior reads the CSV draws back", {
   place <- scratch()
-  export_csv(place, list(summary = summarise_names(draws)), draws, 1:3)
+  export_csv(place, list(summary = summarise_names(draws)), draws)
   read <- posterior::as_draws_df(utils::read.csv(file.path(place, "draws.csv"), check.names = FALSE))
   back <- posterior::as_draws_array(read)
   expect_equal(dim(back), c(50L, 3L, 2L))

@@ -3,7 +3,8 @@
 array_of <- function(x) array(x, c(dim(x), 1), list(NULL, NULL, "x"))
 
 test_that("four chains whose halves hold the same values have R-hat sqrt((n - 1) / n), n the length of a half", {
-  # between-chain variance 0: var+ = (n - 1) / n W, on ranks and on folded ranks (Vehtari and others 2021, equations 1-4)
+  # between-chain variance 0: var+ = (n - 1) / n W, on ranks and on folded ranks (Vehtari and others 2021, equations
+  # 1-4)
   half <- function(seed) { set.seed(seed); sample(stats::qnorm((1:100 - 0.5) / 100)) }
   x <- vapply(1:4, function(i) c(half(i), half(10 + i)), numeric(200))
   s <- summarise_names(array_of(x))
@@ -62,11 +63,13 @@ test_that("a name that does not vary has no R-hat, and one that is absent in som
 test_that("the verdict asks for what is missing", {
   place <- list(study = TRUE, shown = "RUNS", chains = list())
   model <- list(trait_kinds = "gaussian")
-  row <- function(rhat, ess) data.frame(name = "h2[y]", mean = 0.4, median = 0.4, sd = 0.1, low = 0.2, high = 0.6, ess_bulk = ess, ess_tail = 900, rhat = rhat, mcse = 0.002, draws = 4000L)
+  row <- function(rhat, ess) data.frame(name = "h2[y]", mean = 0.4, median = 0.4, sd = 0.1, low = 0.2, high = 0.6,
+    ess_bulk = ess, ess_tail = 900, rhat = rhat, mcse = 0.002, draws = 4000L)
   good <- verdict_of(place, model, row(1.004, 812), "h2[y]", 4, 1000, 10)
   expect_true(good$good)
   expect_equal(verdict_head(good), "The chains are long enough.")
-  expect_equal(good$lines, c("4 chains of 1,000 samples, one every 10 rounds.", "Largest R-hat 1.004 (h2[y]); smallest effective sample size 812 (h2[y]).",
+  expect_equal(good$lines, c("4 chains of 1,000 samples, one every 10 rounds.",
+    "Largest R-hat 1.004 (h2[y]); smallest effective sample size 812 (h2[y]).",
                              "h2[y] 0.4, SD 0.1, Monte Carlo error 0.002."))
   short <- verdict_of(place, model, row(1.004, 200), "h2[y]", 4, 1000, 10) # 10,000 (400/200 - 1) 1.1
   expect_equal(short$more, 11000)

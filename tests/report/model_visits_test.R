@@ -11,8 +11,10 @@ jump_study <- function(dims) {
     rounds <- 1000L + 5L * seq_along(dims[[i]])
     rows <- lapply(seq_along(rounds), function(j) {
       d <- dims[[i]][j]
-      data.frame(round = rounds[j], k = c(rep(1L, d * (d + 1) / 2), rep(2L, 6)), r = c(rep(seq_len(d), seq_len(d)), 1L, 2L, 2L, 3L, 3L, 3L),
-                 c = c(sequence(seq_len(d)), 1L, 1L, 2L, 1L, 2L, 3L), value = sin(j + d + seq_len(d * (d + 1) / 2 + 6)), group = 0L)
+      data.frame(round = rounds[j], k = c(rep(1L, d * (d + 1) / 2), rep(2L, 6)),
+        r = c(rep(seq_len(d), seq_len(d)), 1L, 2L, 2L, 3L, 3L, 3L),
+                 c = c(sequence(seq_len(d)), 1L, 1L, 2L, 1L, 2L, 3L), value = sin(j + d +
+                   seq_len(d * (d + 1) / 2 + 6)), group = 0L)
     })
     writeLines(matrix_lines(do.call(rbind, rows)), file.path(path, "gib.samples"))
     writeLines(sprintf("%d %d 3 1.5", rounds, dims[[i]]), file.path(path, "py"))
@@ -40,7 +42,8 @@ test_that("moves proposed and accepted are read from zeinfo", {
   root <- jump_study(list(c(1L, 2L)))
   path <- file.path(root, "chain1/seg1")
   m <- read_model(path)
-  writeLines(c("", "1 0.5 0.5 0.5 0.5 0.0", "1 1 3 2 3 0.5 0.5 F -1.2 -0.3 F", "", "2 1 3 2 3 0.5 0.5 F 1.2 -0.3 T", "3 2 3 1 3 0.5 0.5 T 1.2 -0.3 T"), file.path(path, "zeinfo"))
+  writeLines(c("", "1 0.5 0.5 0.5 0.5 0.0", "1 1 3 2 3 0.5 0.5 F -1.2 -0.3 F", "", "2 1 3 2 3 0.5 0.5 F 1.2 -0.3 T",
+    "3 2 3 1 3 0.5 0.5 T 1.2 -0.3 T"), file.path(path, "zeinfo"))
   moves <- read_moves(m, find_chains(root))
   expect_equal(moves$proposed, c(2, 1))
   expect_equal(moves$accepted, c(1, 1))

@@ -5,7 +5,8 @@ browser <- unname(browser[nzchar(browser)][1])
 
 # A study on made data with everything on its page: two traits, a formula, chains of two segments.
 home <- scratch()
-work <- two_traits(more = c('[derive]', 'total = "G[genetic,bwt,bwt] + R[bwt,bwt]"'), run = "burnin = 200\nrounds = 2000\ninterval = 5\nseeds = [11, 12]", into = file.path(home, "work"))
+work <- two_traits(more = c('[derive]', 'total = "G[genetic,bwt,bwt] + R[bwt,bwt]"'),
+  run = "burnin = 200\nrounds = 2000\ninterval = 5\nseeds = [11, 12]", into = file.path(home, "work"))
 made <- run_program("zeph-chains", c("run", work, "--chains", "2", "--into", file.path(home, "RUNS")))
 more <- run_program("zeph-chains", c("continue", file.path(home, "RUNS"), "--rounds", "500"))
 page <- file.path(home, "report.html")
@@ -18,7 +19,8 @@ test_that("the way from a work directory to the page", {
 })
 
 test_that("the sections stand in their order", {
-  titles <- c("Verdict", "Model and data", "\\(Co\\)variances and what follows from them", "Pictures", "Fixed effects and breeding values", "DIC per trait",
+  titles <- c("Verdict", "Model and data", "\\(Co\\)variances and what follows from them", "Pictures",
+    "Fixed effects and breeding values", "DIC per trait",
               "Mixtures, thresholds, models", "Glossary")
   at <- vapply(titles, function(t) regexpr(paste0("<h2>", t, "</h2>"), html)[1], 1)
   expect_true(all(at > 0))
@@ -26,7 +28,8 @@ test_that("the sections stand in their order", {
 })
 
 test_that("the page tells seeds, priors, formulas, check sums, DIC in both forms, and no Bayes factor", {
-  for (text in c("11, 12", "inverse Wishart, 6 degrees of freedom", "SHA-256", "G[genetic,bwt,bwt] + R[bwt,bwt]", "DIC with n log 2 pi", "no Bayes factor is made",
+  for (text in c("11, 12", "inverse Wishart, 6 degrees of freedom", "SHA-256", "G[genetic,bwt,bwt] + R[bwt,bwt]",
+    "DIC with n log 2 pi", "no Bayes factor is made",
                  "zeph-chains 0", "a40", "accuracy"))
     expect_true(grepl(text, html, fixed = TRUE), info = text)
 })
@@ -43,16 +46,20 @@ opened <- function(width) {
     "var images = [].slice.call(document.images), graphs = [].slice.call(document.querySelectorAll('.dygraphs'));",
     "document.title = ['images', images.length, 'drawn', images.filter(function (i) { return i.complete && i.naturalWidth > 0; }).length,",
     "'graphs', graphs.length, 'canvas', graphs.filter(function (g) { return g.querySelector('canvas'); }).length,",
-    "'over', document.documentElement.scrollWidth - document.documentElement.clientWidth, 'width', window.innerWidth, 'fetched', performance.getEntriesByType('resource').length].join(' ');",
+    "'over', document.documentElement.scrollWidth - document.documentElement.clientWidth,",
+    "'width', window.innerWidth, 'fetched', performance.getEntriesByType('resource').length].join(' ');",
     "}, 400); });</script></body>")
   writeLines(sub("</body>", script, html, fixed = TRUE), probe)
-  out <- browse(c("--enable-logging=stderr", "--virtual-time-budget=5000", paste0("--window-size=", width, ",900"), "--dump-dom", paste0("file://", probe)))
+  out <- browse(c("--enable-logging=stderr", "--virtual-time-budget=5000", paste0("--window-size=", width, ",900"),
+    "--dump-dom", paste0("file://", probe)))
   title <- regmatches(out, regexpr("<title>[^<]*", out))[1]
   words <- strsplit(sub("<title>", "", title), " ")[[1]]
-  list(counts = stats::setNames(as.numeric(words[c(FALSE, TRUE)]), words[c(TRUE, FALSE)]), console = grep("CONSOLE", out, value = TRUE))
+  list(counts = stats::setNames(as.numeric(words[c(FALSE, TRUE)]), words[c(TRUE, FALSE)]),
+    console = grep("CONSOLE", out, value = TRUE))
 }
 
-browse <- function(words) suppressWarnings(system2(browser, c("--headless", "--no-sandbox", "--disable-gpu", words), stdout = TRUE, stderr = TRUE))
+browse <- function(words) suppressWarnings(system2(browser, c("--headless", "--no-sandbox", "--disable-gpu", words),
+  stdout = TRUE, stderr = TRUE))
 
 test_that("in a browser nothing is fetched, no script fails and every picture is drawn", {
   skip_if(is.na(browser), "no chromium")
@@ -87,7 +94,8 @@ test_that("pictures of the screen show something at both widths", {
   skip_if(is.na(browser), "no chromium")
   for (width in c(400, 1400)) {
     shot <- file.path(home, paste0("shot", width, ".png"))
-    browse(c("--virtual-time-budget=5000", paste0("--window-size=", width, ",2400"), paste0("--screenshot=", shot), paste0("file://", page)))
+    browse(c("--virtual-time-budget=5000", paste0("--window-size=", width, ",2400"), paste0("--screenshot=", shot),
+      paste0("file://", page)))
     picture <- png::readPNG(shot)
     expect_equal(dim(picture)[2], width)
     expect_gt(mean(picture[, , 1:3] < 0.9), 0.01) # ink

@@ -35,8 +35,10 @@ test_that("every fault of the command line and the files has its message and exi
   dir.create(file.path(place, "bare/chain1"), recursive = TRUE)
   fault("bare", paste0(file.path(place, "bare"), " has chains without segments (chain1/seg1)"))
   dir.create(file.path(place, "bare/chain1/seg1"))
-  fault("bare", paste0(file.path(place, "bare/chain1/seg1"), " has no MODINF, nor has the work directory of ", file.path(place, "bare")))
-  fault(work, paste0("nothing to report in ", work, ": no samples and no solutions. chain 1, segment 1 has no samples (stopped in its burn-in, or not begun); ",
+  fault("bare", paste0(file.path(place, "bare/chain1/seg1"), " has no MODINF, nor has the work directory of ",
+    file.path(place, "bare")))
+  fault(work, paste0("nothing to report in ", work,
+    ": no samples and no solutions. chain 1, segment 1 has no samples (stopped in its burn-in, or not begun); ",
                      "no solutions of chain 1, segment 1: its run has not ended (not begun)"), 1L)
 })
 
@@ -57,27 +59,31 @@ test_that("places that can't be written are told, and exports of nothing", {
   file.create(file.path(root, "taken"))
   expect_match(told(c(root, "--csv", file.path(root, "taken")))$out, "can't make the directory .*taken", all = FALSE)
   expect_match(told(c(root, "--netcdf", file.path(root, "none", "x.nc")))$out, "can't write .*x.nc", all = FALSE)
-  solved <- run_zeph(prepared(c('[data]', 'file = "d.csv"', '[trait.y]', 'formula = "1 + sex"', '[run]', 'analysis = "solve"'), calves))
+  solved <- run_zeph(prepared(c('[data]', 'file = "d.csv"', '[trait.y]', 'formula = "1 + sex"', '[run]',
+    'analysis = "solve"'), calves))
   expect_match(told(c(solved, "--coda", file.path(root, "c")))$out, "no draws for --coda", all = FALSE)
   expect_match(told(c(solved, "--netcdf", file.path(root, "n.nc")))$out, "no draws for --netcdf", all = FALSE)
 })
 
 test_that("the verdict is printed, and all files are written", {
   root <- study()
-  r <- told(c(root, "--csv", file.path(root, "csv"), "--coda", file.path(root, "coda"), "--netcdf", file.path(root, "draws.nc"), "--html", file.path(root, "page.html"), "--burnin", "100"))
+  r <- told(c(root, "--csv", file.path(root, "csv"), "--coda", file.path(root, "coda"), "--netcdf",
+    file.path(root, "draws.nc"), "--html", file.path(root, "page.html"), "--burnin", "100"))
   expect_equal(r$status, 0L)
   expect_match(r$out[1], "^Not yet: about [0-9,]+ more rounds per chain.$")
   expect_equal(r$out[2], "  2 chains of 50 samples, one every 10 rounds.")
   expect_match(r$out, "^  zeph-chains continue .* --rounds [0-9]+$", all = FALSE)
   expect_equal(r$out[length(r$out)], paste("Page:", file.path(root, "page.html")))
-  expect_true(all(file.exists(file.path(root, c("page.html", "csv/draws.csv", "csv/summary.csv", "coda/CODAindex.txt", "coda/CODAchain2.txt", "draws.nc")))))
+  expect_true(all(file.exists(file.path(root, c("page.html", "csv/draws.csv", "csv/summary.csv",
+    "coda/CODAindex.txt", "coda/CODAchain2.txt", "draws.nc")))))
 })
 
 test_that("a report that is killed leaves chains as they were and no half page; the next one does its work", {
   root <- study()
   before <- tools::md5sum(list.files(root, recursive = TRUE, full.names = TRUE))
   log <- file.path(scratch(), "pid")
-  system2("sh", c("-c", shQuote(paste0("echo $$ > ", log, "; exec ", file.path(programs, "zeph-report"), " ", root))), wait = FALSE, stdout = FALSE, stderr = FALSE)
+  system2("sh", c("-c", shQuote(paste0("echo $$ > ", log, "; exec ", file.path(programs, "zeph-report"), " ",
+    root))), wait = FALSE, stdout = FALSE, stderr = FALSE)
   Sys.sleep(1.5)
   tools::pskill(as.integer(readLines(log)), 9)
   Sys.sleep(0.2)

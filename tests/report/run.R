@@ -4,16 +4,19 @@
 source_tree <- Sys.getenv("ZEPH_SOURCE")
 programs <- Sys.getenv("ZEPH_BIN")
 if (!nzchar(Sys.getenv("ZEPH_SHARED"))) Sys.setenv(ZEPH_SHARED = file.path(dirname(source_tree), "shared"))
-needed <- c("testthat", "posterior", "coda", "bayesplot", "dygraphs", "rmarkdown", "ncdf4", "jsonlite", "RcppTOML", "png")
+needed <- c("testthat", "posterior", "coda", "bayesplot", "dygraphs", "rmarkdown", "ncdf4", "jsonlite", "RcppTOML",
+  "png")
 missing <- Filter(function(p) !requireNamespace(p, quietly = TRUE), needed)
 if (length(missing) > 0) {
   cat("skipped: R packages that are not installed:", missing, "\n")
   quit(save = "no", status = 77)
 }
-for (part in list.files(file.path(source_tree, "companions/report/R"), pattern = "[.]R$", full.names = TRUE)) sys.source(part, globalenv())
+for (part in list.files(file.path(source_tree, "companions/report/R"), pattern = "[.]R$",
+  full.names = TRUE)) sys.source(part, globalenv())
 sys.source(file.path(source_tree, "tests/report/support.R"), globalenv())
 library(testthat)
-results <- as.data.frame(test_file(commandArgs(TRUE)[1], reporter = Sys.getenv("REPORTER", "check"), stop_on_failure = FALSE))
+results <- as.data.frame(test_file(commandArgs(TRUE)[1], reporter = Sys.getenv("REPORTER", "check"),
+  stop_on_failure = FALSE))
 failed <- sum(results$failed) + sum(results$error)
 if (failed == 0 && nrow(results) > 0 && all(results$skipped)) quit(save = "no", status = 77)
 quit(save = "no", status = if (failed > 0 || nrow(results) == 0) 1 else 0)

@@ -16,13 +16,16 @@ test_that("half a row and half a round at the end are left out", {
 
 test_that("elements are told by matrix, row and column, whatever the order of their rows", {
   m <- read_model(two_traits())
-  rows <- data.frame(round = 10L, k = c(1L, 1L, 1L, 2L, 2L, 2L), r = c(2L, 1L, 2L, 2L, 1L, 2L), c = c(2L, 1L, 1L, 1L, 1L, 2L), value = 1:6,
+  rows <- data.frame(round = 10L, k = c(1L, 1L, 1L, 2L, 2L, 2L), r = c(2L, 1L, 2L, 2L, 1L, 2L),
+    c = c(2L, 1L, 1L, 1L, 1L, 2L), value = 1:6,
                      group = c(0L, 0L, 0L, 1L, 1L, 1L))
   path <- file.path(m$directory, "gib.samples")
   writeLines(matrix_lines(rows), path)
   s <- read_segment(m, m$directory, 3)
-  expect_equal(s$values[1, c("G[genetic,bwt,bwt]", "G[genetic,bwt,wwt]", "G[genetic,wwt,wwt]", "R[bwt,bwt]", "R[bwt,wwt]", "R[wwt,wwt]")],
-               c("G[genetic,bwt,bwt]" = 2, "G[genetic,bwt,wwt]" = 3, "G[genetic,wwt,wwt]" = 1, "R[bwt,bwt]" = 5, "R[bwt,wwt]" = 4, "R[wwt,wwt]" = 6))
+  expect_equal(s$values[1, c("G[genetic,bwt,bwt]", "G[genetic,bwt,wwt]", "G[genetic,wwt,wwt]", "R[bwt,bwt]",
+    "R[bwt,wwt]", "R[wwt,wwt]")],
+               c("G[genetic,bwt,bwt]" = 2, "G[genetic,bwt,wwt]" = 3, "G[genetic,wwt,wwt]" = 1, "R[bwt,bwt]" = 5,
+                 "R[bwt,wwt]" = 4, "R[wwt,wwt]" = 6))
 })
 
 test_that("a smaller model of a round leaves its absent elements empty", {
@@ -43,12 +46,15 @@ test_that("a smaller model of a round leaves its absent elements empty", {
 })
 
 test_that("thresholds belong to the traits in the order of the rows, though each row names the first", {
-  m <- list(nt = 3L, trait_names = c("ease", "y", "score"), traits = list(list(kind = 3L), list(kind = 1L), list(kind = 3L)))
+  m <- list(nt = 3L, trait_names = c("ease", "y", "score"), traits = list(list(kind = 3L), list(kind = 1L),
+    list(kind = 3L)))
   place <- scratch()
-  one <- function(round, v) c(sprintf("%d 1 1 0.0", round), sprintf("%d 1 2 1.0", round), sprintf("%d 1 1 0.0", round), sprintf("%d 1 2 %.2f", round, v), sprintf("%d 1 3 1.0", round))
+  one <- function(round, v) c(sprintf("%d 1 1 0.0", round), sprintf("%d 1 2 1.0", round),
+    sprintf("%d 1 1 0.0", round), sprintf("%d 1 2 %.2f", round, v), sprintf("%d 1 3 1.0", round))
   writeLines(c(one(5, 0.4), one(10, 0.6), "15 1 1 0.0"), file.path(place, "threshold"))
   t <- threshold_samples(m, place)
-  expect_equal(colnames(t$values), c("threshold[ease,1]", "threshold[ease,2]", "threshold[score,1]", "threshold[score,2]", "threshold[score,3]"))
+  expect_equal(colnames(t$values), c("threshold[ease,1]", "threshold[ease,2]", "threshold[score,1]",
+    "threshold[score,2]", "threshold[score,3]"))
   expect_equal(t$values[, "threshold[score,2]"], c(0.4, 0.6))
   expect_equal(t$round, c(5, 10))
 })
@@ -78,8 +84,11 @@ test_that("kept solutions are read in both layouts, up to the last whole record"
   all <- file.path(place, "all")
   cut <- utils::head(frame(i4(3), r8(c(9, 9, 9))), -5)
   writeBin(c(frame(i4(3)), frame(i4(1), r8(c(1, 2, 3))), frame(i4(2), r8(c(4, 5, 6))), cut), all)
-  expect_equal(read_solution_samples(all, -1, c(1L, 3L, 7L)), matrix(c(1, 4, 3, 6), 2, dimnames = list(NULL, c("1", "3"))))
+  expect_equal(read_solution_samples(all, -1, c(1L, 3L, 7L)), matrix(c(1, 4, 3, 6), 2,
+    dimnames = list(NULL, c("1", "3"))))
   list_file <- file.path(place, "list")
-  writeBin(c(frame(i4(3)), frame(i4(1), i4(2), r8(5)), frame(i4(1), i4(3), r8(6)), frame(i4(2), i4(2), r8(7)), frame(i4(2), i4(3), r8(8))), list_file)
-  expect_equal(read_solution_samples(list_file, 2, c(3L, 2L, 1L)), matrix(c(5, 7, 6, 8), 2, dimnames = list(NULL, c("2", "3"))))
+  writeBin(c(frame(i4(3)), frame(i4(1), i4(2), r8(5)), frame(i4(1), i4(3), r8(6)), frame(i4(2), i4(2), r8(7)),
+    frame(i4(2), i4(3), r8(8))), list_file)
+  expect_equal(read_solution_samples(list_file, 2, c(3L, 2L, 1L)), matrix(c(5, 7, 6, 8), 2,
+    dimnames = list(NULL, c("2", "3"))))
 })

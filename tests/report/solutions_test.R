@@ -2,8 +2,10 @@
 
 gibsol_lines <- function(value, sd) c(
   "0  4  7   2           0           0           0         0.00000             0.00000    ",
-  sprintf("2  1  1   0%12d%12d%12d%20s%20s", 1:2, 2:3, 1:2, formatC(value[1:2], digits = 9, format = "g"), formatC(sd[1:2], digits = 9, format = "g")),
-  sprintf("3  1  1   1%12d%12d%12d%20s%20s", 1:8, 0, 1:8, formatC(value[3:10], digits = 9, format = "g"), formatC(sd[3:10], digits = 9, format = "g")))
+  sprintf("2  1  1   0%12d%12d%12d%20s%20s", 1:2, 2:3, 1:2, formatC(value[1:2], digits = 9, format = "g"),
+    formatC(sd[1:2], digits = 9, format = "g")),
+  sprintf("3  1  1   1%12d%12d%12d%20s%20s", 1:8, 0, 1:8, formatC(value[3:10], digits = 9, format = "g"),
+    formatC(sd[3:10], digits = 9, format = "g")))
 
 test_that("means are weighted by samples and SDs are those of all draws together", {
   set.seed(3)
@@ -43,14 +45,17 @@ test_that("accuracy is sqrt(1 - SD^2 / ((1 + F) s2)), with identifications", {
 
 test_that("an inbred animal has its F", {
   # x: full sibs as parents, F = 1/4
-  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.animal]', 'pedigree = "p.csv"', '[trait.y]', 'formula = "1 + (1 | animal)"', '[run]', 'analysis = "gibbs"'),
-                   list(d.csv = c("animal,y", "x,1", "b,2"), p.csv = c("animal,sire,dam", "s,,", "d,,", "a,s,d", "b,s,d", "x,a,b")))
+  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.animal]', 'pedigree = "p.csv"', '[trait.y]',
+    'formula = "1 + (1 | animal)"', '[run]', 'analysis = "gibbs"'),
+                   list(d.csv = c("animal,y", "x,1", "b,2"), p.csv = c("animal,sire,dam", "s,,", "d,,", "a,s,d",
+                     "b,s,d", "x,a,b")))
   levels <- read_levels(read_model(work), 1)
   expect_equal(levels$F[levels$identification == "x"], 0.25)
 })
 
 test_that("levels are contrasted with the first, with the SD of the differences where draws were kept", {
-  fixed <- data.frame(trait = "y", effect = "herd", level = c("1", "2", "3"), kind = "level", records = 5L, value = c(10, 12, 9), sd = 1, equation = 1:3, reference = "")
+  fixed <- data.frame(trait = "y", effect = "herd", level = c("1", "2", "3"), kind = "level", records = 5L,
+    value = c(10, 12, 9), sd = 1, equation = 1:3, reference = "")
   plain <- add_contrasts(fixed, NULL)
   expect_equal(plain$contrast, c(NA, 2, -1))
   expect_true(all(is.na(plain$contrast_sd)))
@@ -64,9 +69,11 @@ test_that("levels are contrasted with the first, with the SD of the differences 
 })
 
 test_that("a level is contrasted with the level that zeph-prepare left out, with its own SD", {
-  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.animal]', '[trait.y]', 'formula = "1 + herd + sex + (1 | animal)"', '[run]', 'analysis = "gibbs"',
+  work <- prepared(c('[data]', 'file = "d.csv"', '[factor.animal]', '[trait.y]',
+    'formula = "1 + herd + sex + (1 | animal)"', '[run]', 'analysis = "gibbs"',
                      'burnin = 10', 'rounds = 50', 'interval = 1', 'seeds = [3, 4]'),
-                   list(d.csv = c("animal,herd,sex,y", sprintf("%d,%s,%s,%.2f", 1:12, c("a", "b"), c("f", "f", "m", "m", "m", "f"), 1:12 / 3))))
+                   list(d.csv = c("animal,herd,sex,y", sprintf("%d,%s,%s,%.2f", 1:12, c("a", "b"),
+                     c("f", "f", "m", "m", "m", "f"), 1:12 / 3))))
   run_zeph(work)
   fixed <- report_of(work)$fixed
   sex <- fixed[fixed$effect == "sex", ]
@@ -78,12 +85,14 @@ test_that("a level is contrasted with the level that zeph-prepare left out, with
 
 test_that("DIC gets the n log(2 pi) that ZEPH leaves out", {
   place <- scratch()
-  writeLines(c(" ", "DIC per trait                            ", "", "Trait       DIC            pD            ", "         bwt       2345.6224      338.26664    ",
+  writeLines(c(" ", "DIC per trait                            ", "", "Trait       DIC            pD            ",
+    "         bwt       2345.6224      338.26664    ",
                "         wwt       100.00000      10.000000    ", ""), file.path(place, "listing.txt"))
   d <- dic_of_listing(place, 2L)
   expect_equal(d$DIC, c(2345.6224, 100))
   expect_equal(d$pD, c(338.26664, 10))
   m <- list(nobs = 854L, nt = 2L, trait_names = c("bwt", "wwt"))
-  full <- read_dic(m, list(chains = list(list(number = 1L, segments = list(list(number = 1L, path = place, counts = TRUE))))))
+  full <- read_dic(m, list(chains = list(list(number = 1L, segments = list(list(number = 1L, path = place,
+    counts = TRUE))))))
   expect_equal(full$full - full$DIC, rep(854 * 1.8378770664093453, 2), tolerance = 1e-12)
 })

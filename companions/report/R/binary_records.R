@@ -8,7 +8,8 @@ read_records <- function(path) {
   at <- 1
   while (at + 7 <= length(bytes)) {
     n <- length_at(at)
-    if (n < 0 || at + n + 7 > length(bytes) || length_at(at + 4 + n) != n) stop_report("damaged record ", length(out) + 1L, " in ", path)
+    if (n < 0 || at + n + 7 > length(bytes) || length_at(at + 4 + n) != n) stop_report("damaged record ",
+      length(out) + 1L, " in ", path)
     out[[length(out) + 1L]] <- bytes[at + 3 + seq_len(n)]
     at <- at + n + 8
   }

@@ -1,8 +1,8 @@
 # Where the chains lie: a directory of zeph-chains with chainN/segM, or one work directory.
 
-# list(root, shown (as the user typed it), study, model_directory, plan, chains): chains is a list of list(number, segments); a segment is
-# list(number, path, counts, shift, burnin, rounds, interval, seeds, directives). `plan` holds chains.toml, or NULL.
-# model_directory is where the model, names and codes stand.
+# list(root, shown (as the user typed it), study, model_directory, plan, chains): chains is a list of list(number,
+# segments), a segment list(number, path, counts, shift, burnin, rounds, interval, seeds, directives). `plan` holds
+# chains.toml, or NULL. model_directory is where the model, names and codes stand.
 find_chains <- function(directory) {
   if (!dir.exists(directory)) stop_report("no such directory: ", directory)
   place <- chains_in(normalizePath(directory)) # rendering the page changes the working directory
@@ -18,7 +18,8 @@ chains_in <- function(directory) {
   chains <- Filter(function(chain) length(chain$segments) > 0, chains)
   if (length(chains) == 0) stop_report(directory, " has chains without segments (chain1/seg1)")
   first <- chains[[1]]$segments[[1]]$path
-  list(root = directory, study = TRUE, plan = plan, chains = chains, model_directory = model_directory_of(first, directory, plan))
+  list(root = directory, study = TRUE, plan = plan, chains = chains,
+       model_directory = model_directory_of(first, directory, plan))
 }
 
 single_directory <- function(directory) {
@@ -50,7 +51,8 @@ segment_of <- function(path, number) {
               seeds = directives$seeds, burnin = if (continued) 0 else directives$burnin, rounds = directives$rounds,
               interval = directives$interval)
   told <- read_toml(file.path(path, "segment.toml"))
-  for (name in intersect(names(told), c("counts", "shift", "seeds", "burnin", "rounds", "interval"))) out[[name]] <- told[[name]]
+  for (name in intersect(names(told), c("counts", "shift", "seeds", "burnin", "rounds",
+    "interval"))) out[[name]] <- told[[name]]
   out
 }
 

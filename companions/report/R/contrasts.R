@@ -12,7 +12,8 @@ add_contrasts <- function(fixed, draws) {
   for (key in unique(paste(fixed$trait, fixed$effect))) {
     at <- which(paste(fixed$trait, fixed$effect) == key & fixed$kind == "level")
     if (length(at) == 0) next
-    fixed[at, ] <- if (nzchar(fixed$reference[at[1]])) against_left_out(fixed[at, ]) else against_first(fixed[at, ], draws)
+    fixed[at, ] <- if (nzchar(fixed$reference[at[1]])) against_left_out(fixed[at, ]) else against_first(fixed[at, ],
+      draws)
   }
   fixed
 }
@@ -31,7 +32,8 @@ against_first <- function(rows, draws) {
   known <- as.character(rows$equation) %in% dimnames(draws)[[3]]
   if (!known[1]) return(rows)
   for (i in which(known)[-1]) {
-    difference <- matrix(draws[, , as.character(rows$equation[i])] - draws[, , as.character(rows$equation[1])], dim(draws)[1])
+    difference <- matrix(draws[, , as.character(rows$equation[i])] - draws[, , as.character(rows$equation[1])],
+      dim(draws)[1])
     s <- summarise_one("", difference)
     rows$contrast[i] <- s$mean
     rows$contrast_sd[i] <- s$sd

@@ -1,7 +1,8 @@
 # Random regressions as curves over the covariable.
 
 # For each trait with random regressions: the variances of its factors, and their shares of the phenotypic variance, at
-# points of the covariable that stand in the data (at most `points`). Data frame (trait, factor, x, quantity ("variance" or
+# points of the covariable that stand in the data (at most `points`). Data frame (trait, factor, x, quantity ("variance"
+# or
 # "share"), mean, sd, low, high), the bounds those of the central 95 % of the draws.
 curves_of <- function(m, data, draws, points = 41L) {
   if (is.null(data) || dim(draws)[1] == 0 || m$nramat == 0) return(NULL)
@@ -12,12 +13,14 @@ curves_of <- function(m, data, draws, points = 41L) {
 curves_of_trait <- function(m, data, draws, t, points) {
   terms <- lapply(m$factors, function(f) f$contributions[f$contributions$trait == t, ])
   if (!any(vapply(terms, function(c) any(c$regression), TRUE))) return(NULL)
-  wanted <- unlist(lapply(seq_along(terms), function(k) if (nrow(terms[[k]]) > 0) name_of_element(m, k, terms[[k]]$row, terms[[k]]$row)))
+  wanted <- unlist(lapply(seq_along(terms), function(k) if (nrow(terms[[k]]) > 0) name_of_element(m, k,
+    terms[[k]]$row, terms[[k]]$row)))
   residual <- name_of_element(m, m$nramat + 1L, t, t) # of the first residual group
   if (!all(c(wanted, residual) %in% dimnames(draws)[[3]])) return(NULL)
   axis <- axis_of(m, data, t, terms, points)
   residual <- draws[, , residual]
-  variances <- lapply(seq_along(terms), function(k) if (nrow(terms[[k]]) > 0) variance_along(m, data, draws, k, terms[[k]], axis$records))
+  variances <- lapply(seq_along(terms), function(k) if (nrow(terms[[k]]) > 0) variance_along(m, data, draws, k,
+    terms[[k]], axis$records))
   names(variances) <- vapply(m$factors, function(f) f$name, "")
   variances <- Filter(Negate(is.null), variances)
   total <- Reduce(`+`, variances) + as.vector(residual)
@@ -47,7 +50,8 @@ axis_of <- function(m, data, t, terms, points) {
 own_units <- function(f, row, z) {
   term <- f$rows[f$rows$row == row, ]
   scale <- f$scales[[term$covariable]]
-  if (is.null(scale) || !(term$basis %in% c("leg", "poly", "covariable")) || (term$basis != "covariable" && term$degree != 1))
+  if (is.null(scale) || !(term$basis %in% c("leg", "poly", "covariable")) ||
+    (term$basis != "covariable" && term$degree != 1))
     return(list(x = z, name = if (nzchar(term$covariable)) term$covariable else "covariable, as scaled in the model"))
   u <- if (term$basis == "leg") z / sqrt(1.5) else z
   x <- if (isTRUE(scale$mapped)) scale$low + (u + 1) / 2 * (scale$high - scale$low) else u + scale$shift
@@ -56,7 +60,8 @@ own_units <- function(f, row, z) {
 
 # Draw x point matrix of z' G z, z the coefficients of the records; contributions to one level only.
 variance_along <- function(m, data, draws, k, terms, records) {
-  z <- vapply(seq_len(nrow(terms)), function(i) terms$coefficient[i] * (if (terms$regression[i]) data$values[records, terms$value_place[i]] else rep(1, length(records))),
+  z <- vapply(seq_len(nrow(terms)), function(i) terms$coefficient[i] *
+    (if (terms$regression[i]) data$values[records, terms$value_place[i]] else rep(1, length(records))),
               numeric(length(records)))
   z <- matrix(z, ncol = nrow(terms))
   out <- 0
@@ -70,6 +75,7 @@ variance_along <- function(m, data, draws, k, terms, records) {
 
 curve_rows <- function(m, t, factor, x, values, quantity) {
   bounds <- apply(values, 2, stats::quantile, c(0.025, 0.975), na.rm = TRUE, names = FALSE)
-  data.frame(trait = m$trait_names[t], factor = factor, x = x, quantity = quantity, mean = colMeans(values, na.rm = TRUE),
+  data.frame(trait = m$trait_names[t], factor = factor, x = x, quantity = quantity,
+    mean = colMeans(values, na.rm = TRUE),
              sd = apply(values, 2, stats::sd, na.rm = TRUE), low = bounds[1, ], high = bounds[2, ])
 }

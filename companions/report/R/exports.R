@@ -1,4 +1,5 @@
-# The draws and tables in the formats of other programs. Every file is written beside its place and then renamed, so that
+# The draws and tables in the formats of other programs. Every file is written beside its place and then renamed, so
+# that
 # a report that is killed leaves no half file.
 
 write_whole <- function(path, write) {
@@ -22,9 +23,10 @@ make_directory <- function(path) {
 
 # tables: named list of data frames; each becomes NAME.csv. draws.csv has the columns .chain, .iteration, .draw, then a
 # column a name, as posterior::as_draws_df reads it.
-export_csv <- function(directory, tables, draws, used) {
+export_csv <- function(directory, tables, draws) {
   make_directory(directory)
-  write_csv <- function(x, name) write_whole(file.path(directory, paste0(name, ".csv")), function(path) utils::write.csv(x, path, row.names = FALSE, na = ""))
+  write_csv <- function(x, name) write_whole(file.path(directory, paste0(name, ".csv")),
+    function(path) utils::write.csv(x, path, row.names = FALSE, na = ""))
   for (name in names(tables)) if (!is.null(tables[[name]])) write_csv(tables[[name]], name)
   if (dim(draws)[3] > 0) write_csv(draws_table(draws), "draws")
 }
@@ -33,7 +35,8 @@ draws_table <- function(draws) {
   n <- dim(draws)[1]
   chains <- dim(draws)[2]
   values <- matrix(draws, n * chains, dim(draws)[3], dimnames = list(NULL, dimnames(draws)[[3]]))
-  data.frame(.chain = rep(seq_len(chains), each = n), .iteration = rep(seq_len(n), chains), .draw = seq_len(n * chains), values, check.names = FALSE)
+  data.frame(.chain = rep(seq_len(chains), each = n), .iteration = rep(seq_len(n), chains),
+    .draw = seq_len(n * chains), values, check.names = FALSE)
 }
 
 # CODAindex.txt (name, first and last row) and CODAchainN.txt (iteration, value), as coda::read.coda reads them. Names
@@ -47,7 +50,8 @@ export_coda <- function(directory, draws, rounds) {
   rows <- function(x, path) utils::write.table(x, path, quote = FALSE, row.names = FALSE, col.names = FALSE)
   write_whole(file.path(directory, "CODAindex.txt"), function(path) rows(index, path))
   iterations <- format(seq_len(n) * rounds, scientific = FALSE, trim = TRUE)
-  for (chain in seq_len(dim(draws)[2])) write_whole(file.path(directory, paste0("CODAchain", chain, ".txt")), function(path) {
+  for (chain in seq_len(dim(draws)[2])) write_whole(file.path(directory, paste0("CODAchain", chain, ".txt")),
+    function(path) {
     values <- formatC(as.vector(draws[, chain, whole]), digits = 15, format = "g")
     rows(data.frame(rep(iterations, length(whole)), values), path)
   })
@@ -60,7 +64,8 @@ export_netcdf <- function(path, draws, used, title, rounds) {
   if (length(names) == 0 || dim(draws)[1] == 0) stop_report("no draws for --netcdf", status = 1L)
   chain <- ncdf4::ncdim_def("chain", "", as.integer(used))
   draw <- ncdf4::ncdim_def("draw", "", seq_len(dim(draws)[1]), longname = "sample of the chain after burn-in")
-  variables <- lapply(names, function(name) ncdf4::ncvar_def(gsub("/", "_", name, fixed = TRUE), "", list(chain, draw), NaN, prec = "double"))
+  variables <- lapply(names, function(name) ncdf4::ncvar_def(gsub("/", "_", name, fixed = TRUE), "",
+    list(chain, draw), NaN, prec = "double"))
   write_whole(path, function(part) {
     file <- ncdf4::nc_create(part, variables, force_v4 = TRUE)
     tryCatch({

@@ -1,6 +1,7 @@
 # DIC from the listings. ZEPH leaves out n log(2 pi) of each trait's deviance; it is added here, and both are shown.
 
-# Data frame (chain, segment, trait, DIC, pD, full): one row per trait and listing; full = DIC + n log(2 pi), n the number
+# Data frame (chain, segment, trait, DIC, pD, full): one row per trait and listing; full = DIC + n log(2 pi), n the
+# number
 # of records. NULL when no listing is there.
 read_dic <- function(m, place) {
   rows <- list()
@@ -8,14 +9,16 @@ read_dic <- function(m, place) {
     found <- if (s$counts) dic_of_listing(s$path, m$nt)
     if (is.null(found)) next
     found$trait <- m$trait_names
-    rows[[length(rows) + 1L]] <- cbind(chain = chain$number, segment = s$number, found, samples = max(1, samples_in(m, s)))
+    rows[[length(rows) + 1L]] <- cbind(chain = chain$number, segment = s$number, found,
+      samples = max(1, samples_in(m, s)))
   }
   out <- do.call(rbind, rows)
   if (!is.null(out)) out$full <- out$DIC + m$nobs * log(2 * pi)
   out
 }
 
-# The `nt` rows under "DIC per trait" (T8, A10, 2G15.8) of the last model of a listing; listing.txt, or another text file of
+# The `nt` rows under "DIC per trait" (T8, A10, 2G15.8) of the last model of a listing; listing.txt, or another text
+# file of
 # the directory that holds them.
 dic_of_listing <- function(path, nt) {
   for (file in listing_files(path)) {
@@ -44,7 +47,8 @@ pooled_dic <- function(dic) {
   if (is.null(dic)) return(NULL)
   rows <- lapply(split(dic, factor(dic$trait, unique(dic$trait))), function(d) {
     mean_of <- function(x) stats::weighted.mean(x, d$samples)
-    data.frame(trait = d$trait[1], DIC = mean_of(d$DIC), pD = mean_of(d$pD), full = mean_of(d$full), lowest = min(d$full), highest = max(d$full))
+    data.frame(trait = d$trait[1], DIC = mean_of(d$DIC), pD = mean_of(d$pD), full = mean_of(d$full),
+      lowest = min(d$full), highest = max(d$full))
   })
   do.call(rbind, rows)
 }

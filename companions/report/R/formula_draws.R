@@ -4,7 +4,8 @@ formula_functions <- c("+", "-", "*", "/", "^", "(", "sqrt", "exp", "log", "abs"
 name_pattern <- "[A-Za-z][A-Za-z0-9_.]*\\[[^]]*\\]"
 
 # Adds the columns of `formulas` (name, formula) to the draws x name matrix of a chain list, in order; a formula that
-# does not hold ends in a remark and is left out (without a word when remarks is NULL). Every draw is computed from that draw.
+# does not hold ends in a remark and is left out (without a word when remarks is NULL). Every draw is computed from that
+# draw.
 add_formula_draws <- function(m, draws, formulas, remarks) {
   for (i in seq_len(nrow(formulas))) {
     value <- tryCatch(formula_value(m, draws, formulas$formula[i]), report_stop = function(e) {
@@ -22,7 +23,8 @@ add_formula_draws <- function(m, draws, formulas, remarks) {
 formula_value <- function(m, draws, text) {
   parsed <- parse_formula(m, text, dimnames(draws)[[3]])
   values <- stats::setNames(lapply(parsed$names, function(name) draws[, , name]), names(parsed$names))
-  out <- suppressWarnings(eval(parsed$call, c(values, list(min = pmin, max = pmax)), baseenv())) # a root of a negative: NaN
+  out <- suppressWarnings(eval(parsed$call, c(values, list(min = pmin, max = pmax)),
+    baseenv())) # a root of a negative: NaN
   matrix(as.numeric(out), dim(draws)[1], dim(draws)[2])
 }
 
@@ -35,19 +37,23 @@ parse_formula <- function(m, text, known) {
   words <- setdiff(words, formula_functions)
   values <- lapply(found, function(word) known_name(m, word, known))
   pieces <- character(0)
-  for (i in seq_along(bare)) pieces <- c(pieces, replace_words(bare[i], words, known), if (i <= length(found)) paste0(" ", places[i], " "))
-  call <- tryCatch(parse(text = paste(pieces, collapse = ""), keep.source = FALSE), error = function(e) stop_report("can't read \"", text, "\""))
+  for (i in seq_along(bare)) pieces <- c(pieces, replace_words(bare[i], words, known),
+    if (i <= length(found)) paste0(" ", places[i], " "))
+  call <- tryCatch(parse(text = paste(pieces, collapse = ""), keep.source = FALSE),
+    error = function(e) stop_report("can't read \"", text, "\""))
   if (length(call) != 1) stop_report("can't read \"", text, "\"")
   check_call(call[[1]])
   plain <- intersect(words, known)
-  list(call = call[[1]], names = c(stats::setNames(values, places), stats::setNames(as.list(plain), sprintf(".n_%s", plain))))
+  list(call = call[[1]], names = c(stats::setNames(values, places), stats::setNames(as.list(plain),
+    sprintf(".n_%s", plain))))
 }
 
 # Names without brackets: earlier derived values.
 replace_words <- function(text, words, known) {
   for (word in words) {
     if (!word %in% known) stop_report("there is no ", word)
-    text <- gsub(paste0("(?<![A-Za-z0-9_.])", gsub(".", "\\.", word, fixed = TRUE), "(?![A-Za-z0-9_.])"), paste0(".n_", word), text, perl = TRUE)
+    text <- gsub(paste0("(?<![A-Za-z0-9_.])", gsub(".", "\\.", word, fixed = TRUE), "(?![A-Za-z0-9_.])"),
+      paste0(".n_", word), text, perl = TRUE)
   }
   text
 }
@@ -74,7 +80,8 @@ known_name <- function(m, word, known) {
   n <- length(parts)
   candidates <- character(0)
   if (kind == "G" && n == 3) candidates <- element_of_factor(m, parts)
-  if (kind == "R" && n >= 2) candidates <- paste0("R[", paste(c(parts[seq_len(n - 2)], parts[n], parts[n - 1]), collapse = ","), "]")
+  if (kind == "R" && n >= 2) candidates <- paste0("R[", paste(c(parts[seq_len(n - 2)], parts[n], parts[n - 1]),
+    collapse = ","), "]")
   found <- intersect(candidates, known)
   if (length(found) == 0) stop_report("there is no ", word)
   found[1]

@@ -3,11 +3,11 @@
 statistics_glossary <- c(
   "mean, median, SD" = "of the posterior distribution, over the draws of all chains",
   "95 % HPD" = "the shortest interval that holds 95 % of the draws (highest posterior density)",
-  "bulk ESS, tail ESS" = "how many independent draws would tell the centre and the 5 % tails as well: at least 400 are wanted",
-  "R-hat" = "rank-normalised split R-hat: how much more the chains differ from each other than within; at most 1.01 is wanted",
+  "bulk ESS, tail ESS" = "how many independent draws would tell the centre and the 5 % tails as well; 400 are wanted",
+  "R-hat" = "rank-normalised split R-hat: how much the chains differ beyond what they vary within; 1.01 at most is wanted",
   "MCSE" = "Monte Carlo standard error: how far the posterior mean may be off because the chains are finite",
   "draws" = "samples in which the name exists, over all chains",
-  "accuracy" = "of a predicted effect: sqrt(1 - SD^2 / ((1 + F) s2)), the correlation of true and predicted value; F inbreeding, s2 the variance of the effect",
+  "accuracy" = "correlation of true and predicted effect: sqrt(1 - SD^2 / ((1 + F) s2)), s2 the variance of the effect",
   "F" = "coefficient of inbreeding",
   "DIC, pD" = "deviance information criterion and effective number of parameters, each trait for itself",
   "sample, round" = "the chain goes on round by round; every so many rounds are a sample")
@@ -23,7 +23,7 @@ name_kinds <- c(
   "^dimension\\[" = "number of rows of a factor that are in the model")
 
 # Data frame (name, meaning): the statistics, then every name of the tables.
-glossary_of <- function(m, names, formulas, asked) {
+glossary_of <- function(m, names, formulas) {
   meaning <- vapply(names, function(name) meaning_of(m, name, formulas), "")
   rbind(data.frame(name = names(statistics_glossary), meaning = unname(statistics_glossary)),
         data.frame(name = names, meaning = unname(meaning)))
@@ -47,13 +47,16 @@ element_in_words <- function(m, name) {
   kind <- if (keys$r[at] == keys$c[at]) "variance" else "covariance"
   if (k > m$nramat) {
     group <- if (m$several_groups) paste0(" in residual group ", m$groups[k - m$nramat]) else ""
-    return(paste0("residual ", kind, " of ", paste(unique(m$trait_names[c(keys$c[at], keys$r[at])]), collapse = " and "), group))
+    return(paste0("residual ", kind, " of ", paste(unique(m$trait_names[c(keys$c[at], keys$r[at])]),
+      collapse = " and "), group))
   }
   f <- m$factors[[k]]
-  paste0(kind, " of factor ", f$name, " (", structure_word(f$structure), ") in ", paste(unique(f$rows$name[c(keys$c[at], keys$r[at])]), collapse = " and "))
+  paste0(kind, " of factor ", f$name, " (", structure_word(f$structure), ") in ",
+    paste(unique(f$rows$name[c(keys$c[at], keys$r[at])]), collapse = " and "))
 }
 
 structure_word <- function(structure) {
-  words <- c(I = "identity", PED = "pedigree", GREL = "relationship matrix", COR = "correlations", DOM = "dominance", HINV = "pedigree and genotypes")
+  words <- c(I = "identity", PED = "pedigree", GREL = "relationship matrix", COR = "correlations", DOM = "dominance",
+    HINV = "pedigree and genotypes")
   if (structure %in% names(words)) words[[structure]] else structure
 }

@@ -1,26 +1,22 @@
 # Segments of a chain become one chain, chains become one array of draws.
 
 # list(number, round, values, models, lik, segments): rounds numbered through, nothing dropped but what `burnin` asks for.
-# segments: data frame (chain, segment, path, samples, first, last, counts, note).
+# segments: data frame (chain, segment, path, samples, first, last, state).
 join_segments <- function(m, chain, burnin, remarks) {
   parts <- list()
   rows <- list()
   before <- 0
   for (s in chain$segments) {
-    where <- paste0("chain ", chain$number, ", segment ", s$number)
-    part <- if (s$counts) read_segment(m, s$path, s$directives$analysis) else NULL
+    part <- if (s$counts) read_segment(m, s$path, s$directives$analysis)
     n <- length(part$round)
     if (n > 0) {
       part$round <- part$round + shift_of(s, part$round, before)
       before <- part$round[n]
       parts[[length(parts) + 1L]] <- part
-    } else if (s$counts && chain_type(s)) remarks$add(where, " has no samples (stopped in its burn-in, or not begun)")
+    }
     state <- segment_state(s)
-    if (n > 0 && state != "finished") remarks$add(where, " is ", state, ": its ", count_of(n, "whole sample"), " are used")
-    if (!s$counts) remarks$add(where, " only ended a burn-in and holds no samples")
-    rows[[length(rows) + 1L]] <- data.frame(chain = chain$number, segment = s$number, path = s$path, samples = n,
-                                            first = if (n > 0) part$round[1] else NA, last = if (n > 0) part$round[n] else NA,
-                                            state = state)
+    remark_on_segment(chain$number, s, n, state, remarks)
+    rows[[length(rows) + 1L]] <- segment_row(chain$number, s, part$round, state)
   }
   out <- list(number = chain$number, segments = do.call(rbind, rows))
   for (name in c("values", "models")) out[[name]] <- do.call(rbind, lapply(parts, function(p) p[[name]]))
@@ -28,7 +24,20 @@ join_segments <- function(m, chain, burnin, remarks) {
   leave_out(out, burnin + chain$segments[[1]]$burnin, burnin)
 }
 
-chain_type <- function(s) is.na(s$directives$analysis) || s$directives$analysis >= 1
+segment_row <- function(number, s, round, state) {
+  n <- length(round)
+  data.frame(chain = number, segment = s$number, path = s$path, samples = n, first = if (n > 0) round[1] else NA,
+             last = if (n > 0) round[n] else NA, state = state)
+}
+
+remark_on_segment <- function(number, s, n, state, remarks) {
+  where <- paste0("chain ", number, ", segment ", s$number)
+  solver <- !is.na(s$directives$analysis) && s$directives$analysis < 1
+  if (!s$counts) remarks$add(where, " only ended a burn-in and holds no samples")
+  else if (n == 0 && !solver) remarks$add(where, " has no samples (stopped in its burn-in, or not begun)")
+  else if (n > 0 && state != "finished")
+    remarks$add(where, " is ", state, ": its ", count_of(n, "whole sample"), " are used")
+}
 
 # What is added to the rounds of a segment: the record of zeph-chains, or, without one, what makes a round number that
 # comes again go on by one interval.
@@ -69,10 +78,12 @@ array_of_chains <- function(chains, remarks) {
   longest <- max(0L, lengths)
   used <- which(lengths > 0 & 2 * lengths >= longest)
   for (i in which(lengths > 0 & 2 * lengths < longest))
-    remarks$add("chain ", chains[[i]]$number, " has ", lengths[i], " of ", longest, " samples and is left out of the tables")
+    remarks$add("chain ", chains[[i]]$number, " has ", lengths[i], " of ", longest,
+      " samples and is left out of the tables")
   n <- if (length(used) > 0) min(lengths[used]) else 0L
   if (length(used) > 0 && any(lengths[used] != n))
-    remarks$add("the chains differ in length: the first ", n, " samples of each are used (the longest has ", longest, ")")
+    remarks$add("the chains differ in length: the first ", n, " samples of each are used (the longest has ", longest,
+      ")")
   names <- if (length(used) > 0) colnames(chains[[used[1]]]$values) else character(0)
   draws <- array(NA_real_, c(n, length(used), length(names)), list(NULL, NULL, names))
   for (i in seq_along(used)) draws[, i, ] <- chains[[used[i]]]$values[seq_len(n), ]

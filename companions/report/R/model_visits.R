@@ -7,19 +7,22 @@
 model_visits <- function(m, chains) {
   chains <- Filter(function(chain) NROW(chain$models) > 0, chains)
   if (length(chains) == 0 || m$nramat == 0) return(NULL)
-  words <- lapply(chains, function(chain) apply(chain$models[, seq_len(m$nramat), drop = FALSE], 1, paste, collapse = " "))
+  words <- lapply(chains, function(chain) apply(chain$models[, seq_len(m$nramat), drop = FALSE], 1, paste,
+    collapse = " "))
   all <- unlist(words)
   if (length(unique(all)) < 2) return(NULL)
   models <- names(sort(table(all), decreasing = TRUE))
   by_chain <- vapply(words, function(w) as.numeric(table(factor(w, models))) / length(w), numeric(length(models)))
   colnames(by_chain) <- paste("chain", vapply(chains, function(chain) chain$number, 1L))
   samples <- as.numeric(table(factor(all, models)))
-  list(visits = data.frame(model = models, samples = samples, share = samples / sum(samples), by_chain, check.names = FALSE),
+  list(visits = data.frame(model = models, samples = samples, share = samples / sum(samples), by_chain,
+    check.names = FALSE),
        transitions = transitions_of(words), inclusion = inclusion_of(m, chains), words = words)
 }
 
 transitions_of <- function(words) {
-  pairs <- unlist(lapply(words, function(w) if (length(w) > 1) paste(utils::head(w, -1), utils::tail(w, -1), sep = " -> ")))
+  pairs <- unlist(lapply(words, function(w) if (length(w) > 1) paste(utils::head(w, -1), utils::tail(w, -1),
+    sep = " -> ")))
   counts <- sort(table(pairs), decreasing = TRUE)
   parts <- strsplit(names(counts), " -> ", fixed = TRUE)
   data.frame(from = vapply(parts, `[`, "", 1), to = vapply(parts, `[`, "", 2), times = as.numeric(counts))
@@ -27,13 +30,15 @@ transitions_of <- function(words) {
 
 inclusion_of <- function(m, chains) {
   models <- do.call(rbind, lapply(chains, function(chain) chain$models))
-  rows <- lapply(m$factors, function(f) data.frame(factor = f$name, row = f$rows$label, probability = vapply(f$rows$row, function(r) mean(models[, f$number] >= r), 1)))
+  rows <- lapply(m$factors, function(f) data.frame(factor = f$name, row = f$rows$label,
+    probability = vapply(f$rows$row, function(r) mean(models[, f$number] >= r), 1)))
   do.call(rbind, rows)
 }
 
 # Draws of the dimensions of the factors, so that R-hat and ESS judge the visits too: draw x chain x factor.
 dimension_draws <- function(m, chains, used, n) {
-  draws <- array(NA_real_, c(n, length(used), m$nramat), list(NULL, NULL, paste0("dimension[", vapply(m$factors, function(f) f$name, ""), "]")))
+  draws <- array(NA_real_, c(n, length(used), m$nramat), list(NULL, NULL,
+    paste0("dimension[", vapply(m$factors, function(f) f$name, ""), "]")))
   for (i in seq_along(used)) draws[, i, ] <- chains[[used[i]]]$models[seq_len(n), seq_len(m$nramat)]
   draws
 }
@@ -54,6 +59,7 @@ read_moves <- function(m, place) {
   }
   moves <- do.call(rbind, rows)
   if (is.null(moves)) return(NULL)
-  out <- stats::aggregate(list(accepted = moves$accepted, proposed = 1 + 0 * moves$accepted), moves[c("from", "to")], sum)
+  out <- stats::aggregate(list(accepted = moves$accepted, proposed = 1 + 0 * moves$accepted), moves[c("from", "to")],
+    sum)
   out[order(out$from, out$to), c("from", "to", "proposed", "accepted")]
 }

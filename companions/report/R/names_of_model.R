@@ -22,7 +22,8 @@ read_model <- function(directory) {
   m
 }
 
-kind_words <- c("1" = "gaussian", "2" = "censored", "3" = "ordered", "4" = "binary", "5" = "indicator", "7" = "sequence",
+kind_words <- c("1" = "gaussian", "2" = "censored", "3" = "ordered", "4" = "binary", "5" = "indicator",
+  "7" = "sequence",
                 "8" = "cured")
 
 # names.json of another model must not name this one.

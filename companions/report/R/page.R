@@ -6,11 +6,17 @@ write_page <- function(report, path, home) {
   work <- tempfile("page")
   dir.create(work)
   on.exit(unlink(work, recursive = TRUE))
-  for (file in c("page.Rmd", "page.css", "head.html")) file.copy(file.path(home, "page", file), work)
+  file.copy(file.path(home, "page", c("page.Rmd", "page.css", "head.html")), work)
   room <- new.env(parent = globalenv())
   room$report <- report
-  format <- rmarkdown::html_document(theme = NULL, highlight = NULL, mathjax = NULL, self_contained = TRUE, css = "page.css", section_divs = FALSE,
-                                     includes = rmarkdown::includes(in_header = "head.html"), pandoc_args = c("--metadata", paste0("title=", report$model$title), "--metadata", paste0("pagetitle=", report$model$title)))
-  made <- suppressMessages(rmarkdown::render(file.path(work, "page.Rmd"), format, output_file = "page.html", envir = room, quiet = TRUE))
+  made <- suppressMessages(rmarkdown::render(file.path(work, "page.Rmd"), page_format(report$model$title),
+                                             output_file = "page.html", envir = room, quiet = TRUE))
   write_whole(path, function(part) if (!file.copy(made, part, overwrite = TRUE)) stop("can't write"))
+}
+
+page_format <- function(title) {
+  head <- rmarkdown::includes(in_header = "head.html")
+  told <- c("--metadata", paste0("title=", title), "--metadata", paste0("pagetitle=", title))
+  rmarkdown::html_document(theme = NULL, highlight = NULL, mathjax = NULL, self_contained = TRUE, css = "page.css",
+                           section_divs = FALSE, includes = head, pandoc_args = told)
 }

@@ -1,25 +1,42 @@
-# HTML tables of the page.
+# HTML pieces of the page: tables, paragraphs, sections.
 
 # A data frame as a table that scrolls sideways on its own when the window is narrow. Numbers get `digits` significant
-# digits, except columns named in `plain`, which stand as they are.
+# digits and stand to the right, as does the column rhat.
 html_table <- function(x, head = names(x), digits = 4, class = "numbers") {
-  cells <- lapply(x, function(column) if (is.numeric(column)) vapply(column, cell_number, "", digits = digits) else ifelse(is.na(column), "", as.character(column)))
-  numeric <- vapply(x, is.numeric, TRUE)
-  row <- function(i) htmltools::tags$tr(lapply(seq_along(cells), function(j) htmltools::tags$td(class = if (numeric[j]) "n", cells[[j]][i])))
-  htmltools::div(class = "scroll", htmltools::tags$table(class = class,
-    htmltools::tags$thead(htmltools::tags$tr(lapply(seq_along(head), function(j) htmltools::tags$th(class = if (numeric[j]) "n", head[j])))),
-    htmltools::tags$tbody(lapply(seq_len(nrow(x)), row))))
+  as_text <- function(column) {
+    if (is.numeric(column)) return(vapply(column, cell_number, "", digits = digits))
+    ifelse(is.na(column), "", as.character(column))
+  }
+  cells <- lapply(x, as_text)
+  side <- ifelse(vapply(x, is.numeric, TRUE) | names(x) == "rhat", "n", "")
+  cell <- function(tag, text, j) if (nzchar(side[j])) tag(class = side[j], text) else tag(text)
+  row <- function(i) tags$tr(lapply(seq_along(cells), function(j) cell(tags$td, cells[[j]][i], j)))
+  heads <- tags$tr(lapply(seq_along(head), function(j) cell(tags$th, head[j], j)))
+  tags$div(class = "scroll", tags$table(class = class, tags$thead(heads), tags$tbody(lapply(seq_len(nrow(x)), row))))
 }
+
+delayedAssign("tags", htmltools::tags) # a missing package is told by need_packages
+
+# A table of words: columns and their heads.
+word_table <- function(..., head) html_table(data.frame(...), head, class = "words")
 
 cell_number <- function(x, digits) {
   if (is.na(x)) return("")
-  if (x == round(x) && abs(x) < 1e9) return(format(x, big.mark = if (abs(x) >= 1e4) "," else "", scientific = FALSE, trim = TRUE))
-  number_text(x, digits)
+  if (x != round(x) || abs(x) >= 1e9) return(number_text(x, digits))
+  if (abs(x) >= 1e4) whole_number(x) else format(x, trim = TRUE)
 }
 
-paragraphs <- function(lines) lapply(lines, htmltools::tags$p)
+whole_number <- function(x) format(x, big.mark = ",", scientific = FALSE, trim = TRUE)
 
-section <- function(id, title, ...) htmltools::tags$section(id = id, htmltools::tags$h2(title), ...)
+# A paragraph of texts put together.
+sentence <- function(...) tags$p(paste0(...))
+
+paragraphs <- function(lines) lapply(lines, tags$p)
+
+# A block under a heading of its own.
+titled <- function(title, ...) htmltools::tagList(tags$h3(title), ...)
+
+section <- function(id, title, ...) tags$section(id = id, tags$h2(title), ...)
 
 # The summary table of some names.
 summary_block <- function(table) {
@@ -27,5 +44,9 @@ summary_block <- function(table) {
   columns$rhat <- ifelse(is.na(columns$rhat), "", formatC(columns$rhat, digits = 3, format = "f"))
   columns$ess_bulk <- round(columns$ess_bulk)
   columns$ess_tail <- round(columns$ess_tail)
-  html_table(columns, c("name", "mean", "median", "SD", "95 % HPD from", "to", "bulk ESS", "tail ESS", "R-hat", "MCSE", "draws"))
+  html_table(columns, c("name", "mean", "median", "SD", "95 % HPD from", "to", "bulk ESS", "tail ESS", "R-hat", "MCSE",
+                        "draws"))
 }
+
+# "name = value" of names that the model fixes.
+fixed_values <- function(rows) paste0(rows$name, " = ", vapply(rows$mean, number_text, ""), collapse = ", ")

@@ -1,6 +1,7 @@
 # The records of the data as the model holds them.
 
-# list(levels (integer matrix, a record a row), values (double matrix), present (logical, record x trait)); NULL when the
+# list(levels (integer matrix, a record a row), values (double matrix), present (logical, record x trait)); NULL when
+# the
 # files are not there.
 read_records_of_data <- function(m) {
   integers <- file.path(m$directory, "RCDATA_I")
@@ -18,6 +19,7 @@ read_records_of_data <- function(m) {
 read_parents <- function(m, k) {
   path <- file.path(m$directory, paste0("PEDFILE", k))
   if (!file.exists(path)) return(NULL)
-  pairs <- unlist(lapply(read_records(path), function(r) readBin(r, "integer", length(r) %/% 4L, 4L, endian = "little")))
+  pairs <- unlist(lapply(read_records(path), function(r) readBin(r, "integer", length(r) %/% 4L, 4L,
+    endian = "little")))
   matrix(pairs, ncol = 2, byrow = TRUE)
 }

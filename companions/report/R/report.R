@@ -25,10 +25,14 @@ report_command <- function(words, home) {
   })
 }
 
+needed_packages <- c("posterior", "coda", "bayesplot", "dygraphs", "rmarkdown", "ncdf4", "jsonlite", "RcppTOML",
+                     "htmltools", "knitr", "ggplot2")
+
 need_packages <- function() {
-  needed <- c("posterior", "coda", "bayesplot", "dygraphs", "rmarkdown", "ncdf4", "jsonlite", "RcppTOML", "htmltools", "knitr", "ggplot2")
-  missing <- Filter(function(p) !requireNamespace(p, quietly = TRUE), needed)
-  if (length(missing) > 0) stop_report("missing R packages: ", paste(missing, collapse = " "), "; Debian has them as r-cran-", tolower(missing[1]), " and so on")
+  missing <- Filter(function(p) !requireNamespace(p, quietly = TRUE), needed_packages)
+  if (length(missing) == 0) return(invisible())
+  stop_report("missing R packages: ", paste(missing, collapse = " "), "; in Debian r-cran-", tolower(missing[1]),
+              " and so on")
 }
 
 # Everything that the page and the exports show, as one list.
@@ -38,28 +42,48 @@ make_report <- function(arguments) {
   m <- read_model(place$model_directory)
   chains <- lapply(place$chains, function(chain) join_segments(m, chain, arguments$burnin, remarks))
   joined <- array_of_chains(chains, remarks)
-  data <- read_records_of_data(m)
-  formulas <- derived_formulas(m, data)
-  asked <- asked_formulas(m)
-  draws <- joined$draws
-  if (dim(draws)[3] > 0) draws <- add_formula_draws(m, add_formula_draws(m, draws, formulas, NULL), asked, remarks)
-  visits <- model_visits(m, chains)
-  if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, chains, joined$used, joined$length))
-  table <- summarise_names(draws)
-  fixed <- fixed_names(draws)
-  asked_names <- if (nrow(asked) > 0) intersect(asked$name, table$name) else grep("^(h2|rg)\\[", table$name, value = TRUE)
-  verdict <- verdict_of(place, m, table, asked_names, length(joined$used), joined$length, joined$rounds)
-  solutions <- if (any_samples_or_solver(m, place)) pool_solutions(m, place, chains, remarks)
-  parts <- solution_tables(m, place, solutions, table, joined)
-  if (dim(draws)[1] == 0 && is.null(solutions)) stop_report("nothing to report in ", place$shown, ": no samples and no solutions. ", paste(remarks$all(), collapse = "; "), status = 1L)
-  dic <- read_dic(m, place)
-  c(list(place = place, model = m, chains = chains, joined = joined, draws = draws, table = table, fixed_names = fixed,
-         formulas = rbind(formulas, if (nrow(asked) > 0) data.frame(asked, what = "asked for in [derive]")), asked = asked_names, verdict = verdict, visits = visits,
-         moves = if (!is.null(visits)) read_moves(m, place), dic = dic, pooled_dic = pooled_dic(dic), memberships = read_memberships(m, place),
-         curves = curves_of(m, data, draws), burnin = arguments$burnin, remarks = remarks$all(), solutions = solutions), parts)
+  r <- list(place = place, model = m, chains = chains, joined = joined, burnin = arguments$burnin)
+  r <- add_draws(r, read_records_of_data(m), remarks)
+  r <- add_judgement(r)
+  r <- add_results(r, remarks)
+  r$remarks <- remarks$all()
+  if (joined$length == 0 && is.null(r$solutions))
+    stop_report("nothing to report in ", place$shown, ": no samples and no solutions. ", paste(r$remarks, collapse = "; "),
+                status = 1L)
+  r
 }
 
-any_samples_or_solver <- function(m, place) any(vapply(place$chains, function(chain) length(chain$segments) > 0, TRUE))
+# Draws with all that is derived on them, curves, and visits of models.
+add_draws <- function(r, data, remarks) {
+  m <- r$model
+  derived <- derived_formulas(m, data)
+  asked <- asked_formulas(m)
+  draws <- r$joined$draws
+  if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, derived, NULL)
+  if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, asked, remarks)
+  visits <- model_visits(m, r$chains)
+  if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, r$chains, r$joined$used, r$joined$length))
+  asked$what <- rep("asked for in [derive]", nrow(asked))
+  c(r, list(draws = draws, formulas = rbind(derived, asked), visits = visits, curves = curves_of(m, data, draws)))
+}
+
+# The table of all names, those that are fixed, those whose errors the verdict tells, and the verdict.
+add_judgement <- function(r) {
+  table <- summarise_names(r$draws)
+  asked <- c(intersect(asked_formulas(r$model)$name, table$name), grep("^(h2|rg)\\[", table$name, value = TRUE))
+  verdict <- verdict_of(r$place, r$model, table, asked, length(r$joined$used), r$joined$length, r$joined$rounds)
+  c(r, list(table = table, fixed_names = fixed_names(r$draws), asked = asked, verdict = verdict))
+}
+
+# Solutions, DIC, memberships, moves: what runs leave at their end.
+add_results <- function(r, remarks) {
+  solutions <- pool_solutions(r$model, r$place, r$chains, remarks)
+  dic <- read_dic(r$model, r$place)
+  memberships <- read_memberships(r$model, r$place)
+  moves <- if (!is.null(r$visits)) read_moves(r$model, r$place)
+  c(r, list(solutions = solutions, dic = dic, pooled_dic = pooled_dic(dic), memberships = memberships, moves = moves),
+    solution_tables(r$model, r$place, solutions, r$table, r$joined))
+}
 
 bind_names <- function(a, b) {
   array(c(a, b), c(dim(a)[1:2], dim(a)[3] + dim(b)[3]), list(NULL, NULL, c(dimnames(a)[[3]], dimnames(b)[[3]])))
@@ -93,16 +117,22 @@ given_or <- function(m, k, variances) {
 
 # Prints the verdict, writes the page and the exports.
 write_report <- function(report, arguments, home) {
-  cat(verdict_head(report$verdict), "\n", sep = "")
-  for (line in report$verdict$lines) cat("  ", line, "\n", sep = "")
-  if (!is.null(report$verdict$command)) cat("  ", report$verdict$command, "\n", sep = "")
-  for (line in report$remarks) cat("  note: ", line, "\n", sep = "")
-  if (!is.null(arguments$csv)) export_csv(arguments$csv, tables_of(report), report$draws, report$joined$used)
-  if (!is.null(arguments$coda)) export_coda(arguments$coda, report$draws, report$joined$rounds)
-  if (!is.null(arguments$netcdf)) export_netcdf(arguments$netcdf, report$draws, report$joined$used, report$model$title, report$joined$rounds)
+  print_verdict(report)
+  draws <- report$draws
+  joined <- report$joined
+  if (!is.null(arguments$csv)) export_csv(arguments$csv, tables_of(report), draws)
+  if (!is.null(arguments$coda)) export_coda(arguments$coda, draws, joined$rounds)
+  if (!is.null(arguments$netcdf)) export_netcdf(arguments$netcdf, draws, joined$used, report$model$title, joined$rounds)
   page <- if (is.null(arguments$html)) file.path(report$place$shown, "report.html") else arguments$html
   write_page(report, page, home)
   cat("Page: ", page, "\n", sep = "")
+}
+
+print_verdict <- function(report) {
+  v <- report$verdict
+  cat(verdict_head(v), "\n", sep = "")
+  notes <- sprintf("note: %s", report$remarks)
+  for (line in c(v$lines, v$command, notes)) cat("  ", line, "\n", sep = "")
 }
 
 # The tables of --csv by file name.
@@ -111,7 +141,9 @@ tables_of <- function(report) {
   if (length(effects) > 0) names(effects) <- paste0("effects_", gsub("[^A-Za-z0-9._-]", "_", names(effects)))
   fixed <- report$fixed
   fixed$equation <- NULL
-  c(list(summary = report$table, segments = do.call(rbind, lapply(report$chains, function(chain) chain$segments)), fixed = fixed, dic = report$dic,
-         memberships = report$memberships, curves = report$curves, models = report$visits$visits, transitions = report$visits$transitions, moves = report$moves),
+  segments <- do.call(rbind, lapply(report$chains, function(chain) chain$segments))
+  c(list(summary = report$table, segments = segments, fixed = fixed, dic = report$dic, memberships = report$memberships,
+         curves = report$curves, models = report$visits$visits, transitions = report$visits$transitions,
+         moves = report$moves),
     effects)
 }

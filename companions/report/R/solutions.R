@@ -39,7 +39,8 @@ pool_solutions <- function(m, place, chains, remarks) {
     path <- file.path(s$path, "gibsol")
     n <- max(1, samples_in(m, s))
     if (!file.exists(path) || file.size(path) == 0) {
-      remarks$add("no solutions of chain ", place$chains[[i]]$number, ", segment ", s$number, ": its run has not ended (",
+      remarks$add("no solutions of chain ", place$chains[[i]]$number, ", segment ", s$number,
+        ": its run has not ended (",
                   chains[[i]]$segments$state[j], ")")
       next
     }
@@ -58,7 +59,8 @@ pool_solutions <- function(m, place, chains, remarks) {
 # Running sums: of n m, of n m^2 and of (n - 1) sd^2.
 add_part <- function(total, rows, n) {
   if (is.null(total)) total <- list(rows = rows, sum = 0, squares = 0, within = 0)
-  if (nrow(rows) != nrow(total$rows)) stop_report("gibsol differs in length between segments: are they of one model?", status = 1L)
+  if (nrow(rows) != nrow(total$rows))
+    stop_report("gibsol differs in length between segments: are they of one model?", status = 1L)
   sd <- ifelse(is.na(rows$sd), 0, rows$sd)
   total$sum <- total$sum + n * rows$value
   total$squares <- total$squares + n * rows$value^2
@@ -83,7 +85,8 @@ effects_of_factor <- function(m, solutions, variances, k) {
   F <- if (is.null(names)) rep(NA_real_, nrow(rows)) else names$F[at]
   s2 <- variances[name_of_element(m, k, row, row)]
   reliability <- 1 - rows$sd^2 / ((1 + ifelse(is.na(F), 0, F)) * s2)
-  data.frame(level = rows$level, identification = if (is.null(names)) as.character(rows$code) else names$identification[at],
+  data.frame(level = rows$level, identification = if (is.null(names)) as.character(rows$code)
+    else names$identification[at],
              row = f$rows$label[row], value = rows$value, sd = rows$sd, accuracy = sqrt(pmax(0, reliability)), F = F,
              records = rows$records, row.names = NULL)
 }
@@ -121,11 +124,13 @@ fixed_words <- function(m, codes, row) {
     return(data.frame(trait = trait, effect = regression_word(m, model, row), level = level, kind = "slope"))
   }
   effect <- if (is.null(codes)) model$effects$name[row$place] else effect_word(codes, trait, row$place, model)
-  data.frame(trait = trait, effect = effect, level = level_word(codes, trait, row$place, row$level, row$code), kind = "level")
+  data.frame(trait = trait, effect = effect, level = level_word(codes, trait, row$place, row$level, row$code),
+    kind = "level")
 }
 
 regression_word <- function(m, model, row) {
-  told <- if (m$labelled) Filter(function(e) e$part != "factor" && e$first <= row$equation && row$equation < e$first + e$equations, m$names$equations_of)
+  told <- if (m$labelled) Filter(function(e) e$part != "factor" && e$first <= row$equation &&
+    row$equation < e$first + e$equations, m$names$equations_of)
   if (length(told) > 0) told[[1]]$name else model$regressions$name[row$number]
 }
 

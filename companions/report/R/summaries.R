@@ -11,13 +11,15 @@ summarise_names <- function(draws) {
 }
 
 empty_summary <- function() {
-  data.frame(name = character(0), mean = numeric(0), median = numeric(0), sd = numeric(0), low = numeric(0), high = numeric(0),
+  data.frame(name = character(0), mean = numeric(0), median = numeric(0), sd = numeric(0), low = numeric(0),
+    high = numeric(0),
              ess_bulk = numeric(0), ess_tail = numeric(0), rhat = numeric(0), mcse = numeric(0), draws = integer(0))
 }
 
 summarise_one <- function(name, x) {
   values <- x[!is.na(x)]
-  out <- data.frame(name = name, mean = NA_real_, median = NA_real_, sd = NA_real_, low = NA_real_, high = NA_real_, ess_bulk = NA_real_,
+  out <- data.frame(name = name, mean = NA_real_, median = NA_real_, sd = NA_real_, low = NA_real_, high = NA_real_,
+    ess_bulk = NA_real_,
                     ess_tail = NA_real_, rhat = NA_real_, mcse = NA_real_, draws = length(values))
   if (length(values) == 0) return(out)
   out$mean <- mean(values)

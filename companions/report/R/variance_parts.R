@@ -1,7 +1,8 @@
 # Which variances make up the phenotypic variance of a trait, and with which coefficients.
 #
 # A record's value of trait t is the sum over the contributions c of t of z(c) u(row(c), level(c)), plus the residual.
-# Its variance is the sum over pairs of contributions of one factor of z(c) z(d) A(level(c), level(d)) G(row(c), row(d)),
+# Its variance is the sum over pairs of contributions of one factor of z(c) z(d) A(level(c), level(d)) G(row(c),
+# row(d)),
 # plus R(t,t). A is 1 for one level, 1/2 for parent and offspring, and left out otherwise (inbreeding not counted); the
 # coefficients are averages over the records that have both levels. With direct and maternal effects this is
 # G(d,d) + G(d,m) + G(m,m) + R (Willham 1972).
@@ -40,7 +41,8 @@ pair_weight <- function(m, data, k, t, u) {
 relationship <- function(x, y, parents) {
   a <- as.numeric(x == y)
   if (is.null(parents)) return(a)
-  child <- function(of, one) of <= nrow(parents) & (parents[pmin(of, nrow(parents)), 1] == one | parents[pmin(of, nrow(parents)), 2] == one)
+  child <- function(of, one) of <= nrow(parents) & (parents[pmin(of, nrow(parents)),
+    1] == one | parents[pmin(of, nrow(parents)), 2] == one)
   a[a == 0 & (child(x, y) | child(y, x))] <- 0.5
   a
 }

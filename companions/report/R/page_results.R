@@ -1,0 +1,151 @@
+# Sections three to eight of the page. Each gives tags.
+
+top_rows <- 20L     # of a list of levels or records
+fixed_rows <- 100L  # of fixed effects
+
+# ---- (co)variances and what is derived from them
+
+variance_section <- function(r) {
+  title <- "(Co)variances and what follows from them"
+  if (nrow(r$table) == 0) return(section("variances", title, tags$p("No samples of (co)variances: they were given.")))
+  alive <- r$table[!r$table$name %in% r$fixed_names, ]
+  fixed <- r$table[r$table$name %in% r$fixed_names, ]
+  asked <- alive$name %in% asked_formulas(r$model)$name
+  dimension <- grepl("^dimension\\[", alive$name)
+  derived <- alive$name %in% r$formulas$name & !asked
+  block <- function(rows, head) if (any(rows)) titled(head, summary_block(alive[rows, ]))
+  section("variances", title, block(asked, "Asked for"), block(!derived & !asked & !dimension, "Sampled"),
+          block(derived, "Derived on each draw"), formula_block(r),
+          if (nrow(fixed) > 0) sentence("Fixed by the model: ", fixed_values(fixed), "."), curve_block(r))
+}
+
+formula_block <- function(r) {
+  f <- r$formulas[r$formulas$name %in% r$table$name, c("name", "formula")]
+  if (nrow(f) == 0) return(NULL)
+  tags$details(open = if (nrow(f) <= 12) NA, tags$summary("how they are derived"), html_table(f, class = "words"))
+}
+
+curve_block <- function(r) {
+  if (is.null(r$curves)) return(NULL)
+  titled("Random regressions along the covariable", curve_pictures(r$curves),
+         tags$p("Lines are posterior means, bands the central 95 % of the draws."))
+}
+
+# ---- pictures
+
+picture_section <- function(r) {
+  names <- pictured_names(r$table, r$asked)
+  if (length(names) == 0) return(section("pictures", "Pictures", tags$p("No draws to draw.")))
+  left <- sum(is.finite(r$table$ess_bulk)) - length(names)
+  told <- if (left > 0)
+    sentence("Shown are ", length(names), " names, those asked for and the worst ones first; --csv has the draws of all.")
+  one <- function(name) pictures_of_name(r$draws, name, r$joined$used, r$joined$rounds)
+  section("pictures", "Pictures", told, lapply(names, one))
+}
+
+# ---- solutions
+
+solution_section <- function(r) {
+  title <- "Fixed effects and breeding values"
+  if (is.null(r$solutions)) return(section("solutions", title, tags$p("No run has ended with solutions yet.")))
+  pooled <- sentence("Pooled over ", count_of(r$solutions$parts, "segment"), " by their numbers of samples, ",
+                     whole_number(r$solutions$samples), " in all.")
+  factors <- lapply(names(r$effects), function(name) factor_block(name, r$effects[[name]]))
+  section("solutions", title, pooled, fixed_block(r$fixed), factors)
+}
+
+fixed_block <- function(f) {
+  if (is.null(f)) return(NULL)
+  columns <- c(trait = "trait", effect = "effect", level = "level", records = "records", value = "mean", sd = "SD",
+               contrast = "contrast", contrast_sd = "its SD", against = "against level")
+  table <- html_table(utils::head(f[names(columns)], fixed_rows), columns)
+  cut <- if (nrow(f) > fixed_rows) sentence("The first ", fixed_rows, " of ", nrow(f), " rows; all in --csv.")
+  unknown <- if (any(!is.na(f$contrast) & is.na(f$contrast_sd)))
+    tags$p("A contrast without SD needs the samples of the solutions: [keep] solutions in the description.")
+  titled("Fixed effects", table, cut, unknown)
+}
+
+# The highest levels of each row of a factor.
+factor_block <- function(name, effects) {
+  if (is.null(effects)) return(NULL)
+  heads <- c(identification = "identification", value = "mean", sd = "SD", accuracy = "accuracy", F = "F",
+             records = "records")
+  one <- function(row) {
+    rows <- effects[effects$row == row, names(heads)]
+    rows <- utils::head(rows[order(-rows$value), ], top_rows)
+    rows <- rows[vapply(rows, function(x) !all(is.na(x)), TRUE)]
+    htmltools::tagList(tags$h4(row), html_table(rows, heads[names(rows)]))
+  }
+  levels <- max(table(effects$row))
+  told <- sentence("The ", min(top_rows, levels), " highest of ", whole_number(levels), " levels; all in --csv.")
+  titled(paste("Factor", name), told, lapply(unique(effects$row), one))
+}
+
+# ---- DIC
+
+fit_section <- function(r) {
+  no_measure <- sentence("The rows of the listings called Log Marginal Likelihood, Var and Average, like the file py, ",
+                         "leave out the logarithm of the residual scale: they are no measure of fit, and no Bayes factor is ",
+                         "made from them.")
+  d <- r$pooled_dic
+  if (is.null(d)) {
+    none <- tags$p("No listing with DIC was found (listing.txt of each run).")
+    return(section("dic", "DIC per trait", none, no_measure))
+  }
+  heads <- c(trait = "trait", DIC = "DIC as listed", pD = "pD", full = "DIC with n log 2 pi", lowest = "lowest of the runs",
+             highest = "highest")
+  told <- sentence("ZEPH leaves n log 2 pi out of its DIC (n = ", whole_number(r$model$nobs), " records, missing values ",
+                   "imputed). Means over runs by their numbers of samples.")
+  section("dic", "DIC per trait", html_table(d[names(heads)], heads, digits = 7), told, no_measure)
+}
+
+# ---- mixtures, thresholds, chains between models
+
+latent_section <- function(r) {
+  title <- "Mixtures, thresholds, models"
+  blocks <- Filter(Negate(is.null), list(membership_block(r), threshold_block(r), visit_block(r)))
+  if (length(blocks) == 0) blocks <- list(tags$p("The model has none."))
+  section("latent", title, blocks)
+}
+
+membership_block <- function(r) {
+  rows <- r$table[grepl("^pi\\[", r$table$name), ]
+  if (nrow(rows) == 0) return(NULL)
+  htmltools::tagList(titled("Proportions", summary_block(rows)), membership_list(r$memberships))
+}
+
+membership_list <- function(p) {
+  if (is.null(p)) return(NULL)
+  top <- utils::head(p[order(-p$probability), c("record", "first_integer", "name", "probability")], top_rows)
+  titled("Memberships", sentence("Records with the highest probability of the second component, of ", whole_number(nrow(p)),
+                                 "; all in --csv."),
+         html_table(top, c("record", "its first integer", "of", "probability")))
+}
+
+threshold_block <- function(r) {
+  rows <- r$table[grepl("^threshold\\[", r$table$name), ]
+  if (nrow(rows) == 0) return(NULL)
+  fixed <- rows$name %in% r$fixed_names
+  titled("Thresholds", if (any(!fixed)) summary_block(rows[!fixed, ]),
+         if (any(fixed)) sentence("Fixed: ", fixed_values(rows[fixed, ]), "."))
+}
+
+visit_block <- function(r) {
+  v <- r$visits
+  if (is.null(v)) return(NULL)
+  factors <- paste(vapply(r$model$factors, function(f) f$name, ""), collapse = ", ")
+  htmltools::tagList(
+    titled("Models", sentence("A model is the number of rows of each factor in it (", factors, "). The share of the ",
+                              "samples is the time that the chains spent in it."), html_table(v$visits)),
+    titled("Transitions between neighbouring samples", html_table(v$transitions)),
+    titled("How often a row was in the model", html_table(v$inclusion)),
+    if (!is.null(r$moves)) titled("Moves proposed and accepted", html_table(r$moves)))
+}
+
+# ---- glossary
+
+glossary_section <- function(r) {
+  g <- glossary_of(r$model, r$table$name, r$formulas)
+  entries <- lapply(seq_len(nrow(g)), function(i) htmltools::tagList(tags$dt(g$name[i]), tags$dd(g$meaning[i])))
+  section("glossary", "Glossary", tags$dl(entries))
+}
