@@ -36,6 +36,7 @@ struct sizes {
   int categories = 0;                   // of the last trait; 2: binary, 0: as it is
   std::int64_t litters = 0;             // levels of an identity factor of all traits; 0: none
   bool testdays = false;                // test-day records of one trait with curves in place of values
+  bool animal_model = true;             // the model has a pedigree factor of the animals
   double missing = 0.0;                 // share of missing observations, traits 2 and up
   std::string analysis = "solve";
   std::int64_t rounds = 2000, burnin = 0, interval = 1;
@@ -246,8 +247,9 @@ void write_model(const sizes& s) {
   const output file = create(s, "model.toml");
   fmt::print(file.get(),
              "title = \"Made data: {} records, {} animals, seed {}\"\n\n[data]\nfile    = \"data.csv\"\n"
-             "missing = [\"NA\"]\n\n[factor.animal]\npedigree = \"pedigree.csv\"\n",
+             "missing = [\"NA\"]\n\n",
              s.records, s.animals, s.seed);
+  if (s.animal_model) fmt::print(file.get(), "[factor.animal]\npedigree = \"pedigree.csv\"\n");
   if (s.testdays) {
     const std::string curve = "[[10, 0, 0], [0, 3, 0], [0, 0, 1]]",
                       half = "[[5, 0, 0], [0, 1.5, 0], [0, 0, 0.5]]";
@@ -259,17 +261,18 @@ void write_model(const sizes& s) {
     write_run(file.get(), s, "4.0");
     return;
   }
-  fmt::print(file.get(), "start = {}\n\n",
-             square(s.traits, genetic_variance, genetic_correlation, s.categories == 2 ? 0.5 : 0.0));
+  if (s.animal_model)
+    fmt::print(file.get(), "start = {}\n\n",
+               square(s.traits, genetic_variance, genetic_correlation, s.categories == 2 ? 0.5 : 0.0));
   if (s.litters > 0)
     fmt::print(file.get(), "[factor.litter]\nstart = {}\n\n",
                square(s.traits, litter_variance, genetic_correlation));
   std::string further;
   for (int c = 1; c <= s.class_effects; ++c) further += fmt::format(" + c{}", c);
   for (int t = 1; t <= s.traits; ++t) {
-    fmt::print(file.get(), "[trait.y{}]\nformula = \"{}{} + (1 | animal){}\"\n", t,
+    fmt::print(file.get(), "[trait.y{}]\nformula = \"{}{}{}{}\"\n", t,
                s.age ? "1 + herdyear + sex + age" : "herdyear + sex", further,
-               s.litters > 0 ? " + (1 | litter)" : "");
+               s.animal_model ? " + (1 | animal)" : "", s.litters > 0 ? " + (1 | litter)" : "");
     if (s.categories == 2 && t == s.traits) fmt::print(file.get(), "kind = \"binary\"\n");
     if (s.categories > 2 && t == s.traits) fmt::print(file.get(), "kind = \"ordered\"\n");
     fmt::print(file.get(), "\n");
@@ -303,6 +306,7 @@ int main(int argc, char** argv) {
   app.add_option("--litters", s.litters, "levels of a further factor without relationship; 0: none")
       ->check(CLI::Range(0, 10000000));
   app.add_flag("--testdays", s.testdays, "test-day records of one trait, curves as effects");
+  app.add_flag("!--no-pedigree", s.animal_model, "leave the animals out of the model description");
   app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")
       ->check(CLI::Range(0.0, 0.9));
   app.add_option("--analysis", s.analysis, "analysis of the model description");

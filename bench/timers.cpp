@@ -5,6 +5,8 @@
 #include "control/run_driver.h"
 #include "gibbs/gibscan.h"
 #include "input/data_loading.h"
+#include "jump/jump_rounds.h"
+#include "jump/jump_setup.h"
 #include "numerics/normal_draws.h"
 
 #include <algorithm>
@@ -59,6 +61,32 @@ void scan_round(benchmark::State& state) { run_rounds(state, false); }
 void scan_round_plain(benchmark::State& state) { run_rounds(state, true); }
 BENCHMARK(scan_round)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(scan_round_plain)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+// Rounds that propose a move of a factor, from one row each on; every iteration is a round.
+void jump_round(benchmark::State& state) {
+  started_run s;
+  if (!s.started || s.r.frame.analysis_type < 6) return state.SkipWithError("not a chain that moves");
+  zeph::jump_records records = zeph::jump_records_of(s.r);
+  zeph::jump_setup(records, s.r.relations, s.r.frame.analysis_type);
+  s.r.frame.nround = 1;
+  std::int64_t taken = 0, large = 0;
+  const auto round = [&] {
+    zeph::jump_rounds(records, s.r.files);
+    ++s.r.frame.nburn; // so the next call runs the next round
+    taken += s.r.jump.accepted;
+    large += s.r.frame.ntr.front();
+    s.listing.str("");
+  };
+  for (int warm = 0; warm < 20; ++warm) round();
+  taken = large = 0;
+  for (auto _ : state) round();
+  const auto rounds = static_cast<double>(state.iterations());
+  if (!std::isfinite(s.r.jump.log_ratio)) state.SkipWithError("the ratio is not finite");
+  state.counters["records"] = s.r.design.nobs;
+  state.counters["accepted"] = static_cast<double>(taken) / rounds;
+  state.counters["rows"] = static_cast<double>(large) / rounds; // of factor 1, on average
+}
+BENCHMARK(jump_round)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 void start_up(benchmark::State& state) {
   for (auto _ : state) {

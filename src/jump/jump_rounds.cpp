@@ -82,9 +82,15 @@ void propose_move(jump_records& r) {
 
 void recompute_data_blocks(jump_records& r) {
   say(r.scan.report, "diagonals recomputed");
-  set_structure(r, r.jump.large_model, r.jump.jump_k);
-  bddrmc_init(r.scan, 0, 0, r.jump.large_model);
+  if (r.jump.blocks_stay && r.jump.blocks_made) return;
+  std::vector<std::int32_t> model = r.jump.large_model;
+  if (r.jump.blocks_stay)
+    for (std::int32_t k = 1; k <= r.model.nramat; ++k)
+      model[static_cast<std::size_t>(k - 1)] = r.model.RMAT(k).n_rc;
+  set_structure(r, model, r.jump.jump_k);
+  bddrmc_init(r.scan, 0, 0, model);
   set_structure(r, r.frame.ntr, r.jump.jump_k);
+  r.jump.blocks_made = true;
 }
 
 void convert_dimension(jump_records& r) {

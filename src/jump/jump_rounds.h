@@ -11,7 +11,8 @@ namespace zeph {
 void propose_move(jump_records& r);
 
 // On the way up, before the scan: "diagonals recomputed", and CDI holds the data blocks of the
-// large model, with the start inverses of the residual. RHS and DI are left to the scan.
+// large model, with the start inverses of the residual. RHS and DI are left to the scan. Blocks that
+// can't change in the run are made once, with all rows; smaller models read the leading ones.
 void recompute_data_blocks(jump_records& r);
 
 // The matrix of the factor in the large model, its conversion and its proposal:

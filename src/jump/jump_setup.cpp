@@ -65,6 +65,13 @@ void find_log_determinants(jump_records& r) {
   r.jump.log_det_A(k) = log_det_relationship(relations.of(k), r.jump.settled, "AINV" + number, report);
 }
 
+// Mixtures switch coefficients, and move records between residual groups.
+bool data_blocks_stay(const jump_records& r) {
+  const mat<std::int32_t>& XD6_M = r.scan.design.XD6_M;
+  const bool switched = std::any_of(XD6_M.begin(), XD6_M.end(), [](std::int32_t x) { return x > 0; });
+  return !switched && !(r.scan.sampler.G > 1 && r.model.has_type(trait_mixture));
+}
+
 void open_zeinfo(reporting& report) {
   text_writer file;
   if (!file.open(path_of(report, "zeinfo")) || !file.line("starting") || !file.close())
@@ -105,6 +112,7 @@ void jump_setup(jump_records& r, relationship_store& relations, std::int32_t cod
   need_a_moving_factor(r.model, report);
   allocate_moves(r);
   find_log_determinants(r);
+  r.jump.blocks_stay = data_blocks_stay(r);
   open_zeinfo(report);
 }
 

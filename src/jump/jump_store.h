@@ -40,6 +40,8 @@ struct jump_store {
   // of the whole run
   vec<double> log_det_A;               // nramat: log determinant of each factor's relationship matrix
   std::vector<std::int32_t> settled;   // levels of the pedigree factor, parents before progeny
+  bool blocks_stay = false;            // data blocks can't change in the run: coefficients and groups stay
+  bool blocks_made = false;            // CDI holds them for the full order of each factor
   mat<double> saved_sscp;              // work of model_move
   conversion_work conversion;          // work of dimension_conversion
   text_writer zeinfo;                  // open once its first row has been written

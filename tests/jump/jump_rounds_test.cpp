@@ -213,27 +213,45 @@ TEST(convert_dimension, stops_at_a_structure_that_it_does_not_know) {
   EXPECT_EQ(c.text(), "Unknown co-variance structure COR         \n\nZEPH terminates. \n");
 }
 
-TEST(recompute_data_blocks, copies_the_large_models_blocks_without_the_prior) {
+// Records of a level times the start inverse of the residual, rows 1 to 3.
+double block_element(const jump_case& c, std::int32_t level, std::int32_t i, std::int32_t j) {
+  dense_matrix R(3);
+  for (std::int32_t a = 1; a <= 3; ++a)
+    for (std::int32_t b = 1; b <= 3; ++b) R(a, b) = a == b ? 2.0 : 0.3;
+  double records = 0;
+  for (const auto& row : c.integers) records += row[2] == level;
+  return records * dense_inverse(R).inverse(i, j);
+}
+
+TEST(recompute_data_blocks, copies_the_blocks_without_the_prior) {
   jump_case c({{{"I", 3, 8}}, 3});
   c.start_moves(c.lines(6, 0, 1, 1));
   jump_records records = jump_records_of(*c.r);
   propose_move(records);
+  EXPECT_TRUE(c.r->jump.blocks_stay);
   recompute_data_blocks(records);
   EXPECT_EQ(c.text(), "diagonals recomputed\n");
   EXPECT_EQ(c.r->layout.NGR(c.r->layout.ngroups, 2), 1); // the model in force
-  // records of a level times the start inverse of the residual, rows 1 and 2 of 3
   const mat<double>& CDI = c.r->layout.CDI_of(c.r->layout.ngroups);
-  dense_matrix R(3);
-  for (std::int32_t i = 1; i <= 3; ++i)
-    for (std::int32_t j = 1; j <= 3; ++j) R(i, j) = i == j ? 2.0 : 0.3;
-  const dense_matrix inverse = dense_inverse(R).inverse;
-  for (std::int32_t l = 1; l <= 8; ++l) {
-    double records_of_level = 0;
-    for (const auto& row : c.integers) records_of_level += row[2] == l;
-    EXPECT_NEAR(CDI(1, l), records_of_level * inverse(1, 1), 1e-12);
-    EXPECT_NEAR(CDI(2, l), records_of_level * inverse(2, 1), 1e-12);
-    EXPECT_NEAR(CDI(3, l), records_of_level * inverse(2, 2), 1e-12);
-    EXPECT_EQ(CDI(4, l), 0.0); // row 3 is not in the large model
+  for (std::int32_t l = 1; l <= 8; ++l)
+    for (std::int32_t i = 1, at = 1; i <= 3; ++i)
+      for (std::int32_t j = 1; j <= i; ++j, ++at) EXPECT_NEAR(CDI(at, l), block_element(c, l, i, j), 1e-12);
+}
+
+TEST(recompute_data_blocks, makes_blocks_that_can_change_anew_for_the_large_model) {
+  jump_case c({{{"I", 3, 8}}, 3});
+  c.start_moves(c.lines(6, 0, 1, 1));
+  c.r->jump.blocks_stay = false;
+  jump_records records = jump_records_of(*c.r);
+  propose_move(records);
+  const mat<double>& CDI = c.r->layout.CDI_of(c.r->layout.ngroups);
+  for (const double factor : {1.0, 2.0}) {
+    for (double& z : c.r->design.ZD_M) z *= factor;
+    recompute_data_blocks(records);
+    for (std::int32_t l = 1; l <= 8; ++l) {
+      EXPECT_NEAR(CDI(3, l), factor * factor * block_element(c, l, 2, 2), 1e-12);
+      EXPECT_EQ(CDI(4, l), 0.0); // row 3 is not in the large model
+    }
   }
 }
 
