@@ -148,6 +148,44 @@ TEST(sciwhinag, stops_at_a_scale_without_inverse) {
   EXPECT_NE(d.run.text().find("not semipositive-definite"), std::string::npos) << d.run.text();
 }
 
+TEST(sciwhinag, stops_at_a_conditional_draw_without_inverse) {
+  drawing d;
+  // 1/L11 is 1e17: the factor of the draw's scale counts as zero
+  expect_stop(16, d.run, [&](reporting&) {
+    d.draw(dense_matrix(1, {1.0}), dense_matrix(2, {1.0, 0.0, 0.0, 1e17}), 10);
+  });
+  EXPECT_EQ(d.run.text().find("LittleT1 not p.d.\nMatrix was                      0.0\nInverse is"), 0U)
+      << d.run.text();
+}
+
+TEST(sciwhinag, stops_at_a_sampled_matrix_without_inverse) {
+  drawing d;
+  // the conditional variance is 1e-20 over a chi-square of 10 degrees of freedom: below 1e-21 in every second draw
+  expect_stop(16, d.run, [&](reporting&) {
+    for (int i = 0; i < 50; ++i) d.draw(dense_matrix(1, {1.0}), dense_matrix(2, {1.0, 0.0, 0.0, 1e-20}), 10);
+  });
+  std::istringstream lines(d.run.text());
+  for (const char* begin :
+       {"Matrix sampled in sciwhinag ", "Inverse is ", "Lambda= ", "LittleR ", "npd matrix sampled "}) {
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line.find(begin), 0U) << line;
+  }
+}
+
+TEST(sciwhinag, prints_matrices_beyond_30_rows) {
+  drawing d;
+  dense_matrix V(30), S(31);
+  for (std::int64_t i = 1; i <= 31; ++i) S(i, i) = 2.0;
+  for (std::int64_t i = 1; i <= 30; ++i) V(i, i) = 1.0;
+  d.draw(V, S, 40);
+  EXPECT_EQ(d.run.text().find("before\n"), 0U);
+  EXPECT_NE(d.run.text().find("\nafter\n"), std::string::npos);
+  drawing few;
+  few.draw(dense_matrix(1, {1.0}), scale_of_2, 10);
+  EXPECT_EQ(few.run.text(), "");
+}
+
 TEST(sciwhinag, stops_without_degrees_of_freedom) {
   drawing d;
   expect_stop(16, d.run, [&](reporting&) { d.draw(dense_matrix(1, {1.0}), scale_of_2, 0); });

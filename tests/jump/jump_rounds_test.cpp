@@ -359,6 +359,13 @@ TEST(jump_rounds, moves_a_factor_of_two_rows_between_the_only_two_models) {
   EXPECT_GT(taken, 3);
 }
 
+TEST(jump_rounds, run_with_all_the_prints_of_the_plain_body) {
+  jump_case c({{{"I", 2, 8}, {"I", 3, 6}}, 3, 20});
+  EXPECT_EQ(c.go(c.lines(6, 1, 8, 1, 3)), 0);
+  EXPECT_TRUE(c.says("Starting on group"));
+  EXPECT_EQ(told_rounds(c.directory.read("zeinfo")).size(), 8U);
+}
+
 // A pedigree factor that grew can't come back to one row.
 TEST(jump_rounds, end_at_a_pedigree_factors_move_down_to_one_row) {
   jump_case c({{{"PED", 2, 14}}, 2});
