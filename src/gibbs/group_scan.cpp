@@ -10,6 +10,8 @@
 namespace zeph {
 namespace {
 
+constexpr std::int64_t most_redraws = 10000000; // of a positive distance: one in so many is none
+
 // PARM = block, border RHS, last element 0; rows unswept
 void border_block(scan_records& r, const double* block, const double* rhs, std::int32_t n) {
   const std::int32_t packed = n * (n + 1) / 2;
@@ -153,7 +155,15 @@ void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32
   if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty() &&
       breaks_distance_rule(r.work.distances, mean, w)) {
     ++f.nlabel;
+    std::int64_t tries = 0;
     do {
+      if (++tries > most_redraws)
+        computation_impossible(r.report, "GIBSCAN",
+                               free_row()
+                                   .text("no positive mixture distance in")
+                                   .i(most_redraws)
+                                   .text("draws of the plain regressions")
+                                   .str());
       for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
       solve_transposed(c, n, z, w);
     } while (breaks_distance_rule(r.work.distances, mean, w));

@@ -226,6 +226,21 @@ TEST(sample_level, keeps_mixture_distances_positive) {
   EXPECT_NEAR(static_cast<double>(c.f.nlabel), n * cdf(1.0), 4 * std::sqrt(n * tail * (1 - tail)));
 }
 
+TEST(sample_level, stops_when_a_mixture_distance_can_not_be_positive) {
+  mixed_case c(4, 1);
+  RMARIN(c.sources.marsaglia, 1802, 9373);
+  c.layout.DI_of(1).col(1)[0] = 1.0;
+  c.s.RHS(1) = -1000.0; // 1000 standard deviations below
+  const std::string text = expect_stop(16, c.run, [&](reporting& report) {
+    scan_records r{c.m,          c.layout,   c.design, c.relations, c.s,
+                   c.categories, c.mixtures, c.work,   c.sources,   report};
+    ranmar_draws draws(c.sources.marsaglia);
+    sample_level(r, c.f, draws, 1, 1);
+  });
+  EXPECT_NE(text.find("ERROR - Computation impossible in GIBSCAN: no positive mixture distance"),
+            std::string::npos);
+}
+
 // Traits 1 (kind 7) and 2 (kind 8); subjects of `length` records alike.
 struct sequence_case : scan_case {
   static described_model described(std::int32_t records) {

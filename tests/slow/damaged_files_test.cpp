@@ -1,0 +1,34 @@
+// The long form of the tests of damaged files; figures in docs/validation.md.
+#include "runs/damaged_files.h"
+
+#include <iostream>
+
+namespace {
+
+using namespace zeph_test;
+
+void tell(const std::string& what, const damaged_directory& d) {
+  std::cout << what << ": " << d.runs << " runs, " << d.ended_well << " ended well, " << d.refused
+            << " were refused, " << d.stopped << " ended by STOP\n";
+}
+
+class much_damaged_files : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(much_damaged_files, end_the_run_with_a_message_and_never_by_a_signal) {
+  damaged_directory d(prepared_directory(GetParam()));
+  d.damage(1000, 500);
+  tell(GetParam(), d);
+}
+
+// Counts near the largest number, products beyond 64 bits, gigabytes asked for.
+TEST_P(much_damaged_files, with_absurd_numbers_end_with_a_message) {
+  damaged_directory d(prepared_directory(GetParam()));
+  for (const std::int32_t value : {2147483647, 1000000000, 30000000, -1, 0})
+    d.put_in_each_number("MODINF", value, 1);
+  tell(GetParam(), d);
+}
+
+INSTANTIATE_TEST_SUITE_P(runs, much_damaged_files, ::testing::ValuesIn(damaged_kinds()),
+                         [](const auto& kind) { return kind.param; });
+
+} // namespace
