@@ -923,12 +923,11 @@ TEST(model_description, jump_names_the_factors_that_it_can_not_take) {
       read(small("[factor.genomic]\ninverse = \"i\"\n[factor.g]\npedigree = {file = \"p\", groups = "
                  "\"G*\"}\n[run]\nanalysis = \"jump\"\n",
                  "1 + (1|a) + (1|genomic) + (1|g)"));
-  EXPECT_EQ(
-      told(r),
-      "model.toml:11:12: error: analysis \"jump\" takes factors with identity or pedigree only; "
-      "[factor.genomic] is an inverse\n"
-      "model.toml:11:12: error: analysis \"jump\" takes no phantom parent groups; [factor.g] has them\n"
-      "model.toml:11:12: error: analysis \"jump\" needs a factor of two rows or more\n");
+  EXPECT_EQ(told(r),
+            "model.toml:11:12: error: analysis \"jump\" takes factors with identity or pedigree only; "
+            "[factor.genomic] is an inverse\n"
+            "model.toml:11:12: error: analysis \"jump\" takes no phantom parent groups; [factor.g] has them\n"
+            "model.toml:11:12: error: analysis \"jump\" needs a factor of two rows or more\n");
 }
 
 TEST(model_description, chains_over_models_need_a_factor_of_two_rows_and_one_pedigree_at_most) {

@@ -78,8 +78,8 @@ TEST(recovery, of_a_mixture) {
   recover("mixture", mixture_set, 30, [](latent_chain& c, const std::string&) {
     return std::vector<recovered>{{"mean of class a", 3.0, c.solution.at("class|y|k|a")},
                                   {"difference of classes", 0.5, difference(c, "y")},
-                                  {"shift", 3.0, c.solution.at("regression|y|shift(z)|")},
-                                  {"liability of component 1", -0.6, c.solution.at("class|z|mean|mean")},
+                                  {"shift", 4.0, c.solution.at("regression|y|shift(z)|")},
+                                  {"liability of component 1", -0.3, c.solution.at("class|z|mean|mean")},
                                   {"group variance", 0.3, c.matrix.at({1, 1, 1})},
                                   {"residual variance", 1.0, c.matrix.at({2, 1, 1})}};
   });
