@@ -51,7 +51,7 @@ inline void hold_ordered_categories(const std::string& setting, double R, double
     const std::string quantity = answers.cell(i, "quantity");
     const double mean = number_in(answers.cell(i, "mean")), error = number_in(answers.cell(i, "mc_error"));
     if (quantity == "sexF-sexM")
-      hold(chain, {quantity, "class|score|sex|M", "", -mean, error});
+      hold(chain, {"sexM-sexF", "class|score|sex|M", "", -mean, error});
     else
       hold(chain, {quantity, names.at(quantity).first, names.at(quantity).second, mean, error});
     ++compared;
@@ -85,7 +85,7 @@ inline void hold_binary_and_gaussian(int rounds) {
     else if (quantity == "season1-season2") // the season of most records is not coded
       hold(chain, {name, klass + "season|1", "", mean, error});
     else if (quantity == "sex1-sex2")
-      hold(chain, {name, klass + "sex|2", "", -mean, error});
+      hold(chain, {trait + " sex2-sex1", klass + "sex|2", "", -mean, error});
     else
       hold(chain,
            {name, "factor|sire|" + trait + ".sire|" + quantity.substr(quantity.size() - 1), "", mean, error});
