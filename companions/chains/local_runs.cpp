@@ -2,13 +2,12 @@
 
 #include "chains/chain_lines.h"
 #include "chains/new_segment.h"
+#include "chains/signal_wait.h"
 
 #include <algorithm>
-#include <csignal>
 #include <fmt/format.h>
 #include <fstream>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -148,19 +147,12 @@ void stop_all(local_run& l) {
               "Stopping: each chain ends at its next sample round. A second interrupt leaves them to it.");
 }
 
-sigset_t awaited_signals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
-  return set;
-}
-
 // Waits a moment, or until a process ends; true when a signal asks to stop.
-bool wait_for_signal(int signals) {
-  pollfd p{signals, POLLIN, 0};
+bool wait_for_signal(const signal_wait& signals) {
+  pollfd p{signals.fd, POLLIN, 0};
   if (poll(&p, 1, look_interval_ms) <= 0) return false;
-  signalfd_siginfo info{};
-  return read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info) && info.ssi_signo != SIGCHLD;
+  const int signal = take_signal(signals);
+  return signal != 0 && signal != SIGCHLD;
 }
 
 } // namespace
@@ -178,10 +170,7 @@ local_outcome run_here(const fs::path& runs, const study& s, int jobs, screen_li
     else
       l.waiting.push_back(c.number);
   }
-  const sigset_t set = awaited_signals();
-  sigset_t before;
-  sigprocmask(SIG_BLOCK, &set, &before);
-  const int signals = signalfd(-1, &set, SFD_CLOEXEC);
+  signal_wait signals = keep_signals(true);
   for (;;) {
     fill_jobs(l, jobs);
     if (l.running.empty()) break;
@@ -190,8 +179,7 @@ local_outcome run_here(const fs::path& runs, const study& s, int jobs, screen_li
     collect_ended(l);
     show_progress(l);
   }
-  close(signals);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
+  release_signals(signals);
   show_in_place(screen, {});
   l.outcome.stopped += static_cast<int>(l.waiting.size() + l.running.size());
   return l.outcome;

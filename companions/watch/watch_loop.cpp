@@ -1,15 +1,14 @@
 #include "watch/watch_loop.h"
 
 #include "chains/local_runs.h"
+#include "chains/signal_wait.h"
 #include "watch/watch_lines.h"
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <ctime>
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -101,11 +100,11 @@ bool all_ended(const std::vector<watched_chain>& all) {
 }
 
 // Waits for keys or a signal until the next look is due.
-void wait_for_user(watch_state& w, bool keys, int signals, double until) {
+void wait_for_user(watch_state& w, bool keys, const signal_wait& signals, double until) {
   while (!w.leave) {
     const int ms = static_cast<int>((until - steady_seconds()) * 1000);
     if (ms <= 0) return;
-    std::array<pollfd, 2> p = {pollfd{signals, POLLIN, 0}, pollfd{keys ? 0 : -1, POLLIN, 0}};
+    std::array<pollfd, 2> p = {pollfd{signals.fd, POLLIN, 0}, pollfd{keys ? 0 : -1, POLLIN, 0}};
     if (poll(p.data(), p.size(), ms) <= 0) return;
     if (p[0].revents != 0) w.leave = true;
     char key = 0;
@@ -130,11 +129,7 @@ int stop_running(const std::vector<watched_chain>& all) {
 }
 
 void watch_chains(std::vector<watched_chain>& all, screen_lines& screen) {
-  sigset_t set, before;
-  sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
-  sigprocmask(SIG_BLOCK, &set, &before);
-  const int signals = signalfd(-1, &set, SFD_CLOEXEC);
+  signal_wait signals = keep_signals(false);
   {
     const key_input keys;
     watch_state w{all, screen, false, false, {}};
@@ -149,8 +144,7 @@ void watch_chains(std::vector<watched_chain>& all, screen_lines& screen) {
     }
     show(w, true);
   }
-  close(signals);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
+  release_signals(signals);
 }
 
 } // namespace zeph::watch

@@ -95,7 +95,7 @@ void settle(watched_chain& c, const chain_position& p) {
   default:
     c.look.state = "killed";
   }
-  if (p.state.phase == segment_phase::failed) c.look.trouble = p.state.text();
+  c.look.trouble = p.state.phase == segment_phase::failed ? p.state.text() : "";
 }
 
 void look_at_study(watched_chain& c, double now) {
