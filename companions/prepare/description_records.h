@@ -85,6 +85,9 @@ struct factor_row {
   int degree = 0;  // leg, poly: 0..order. Degree 0 is 1/sqrt(2) for leg, 1 for poly
 };
 
+// Trait deviations of the levels of a factor: of their own records, or of those of the progeny too.
+enum class deviation_kind { none, own, progeny };
+
 struct factor_section {
   std::string name;
   text_place at; // of the table's name
@@ -95,6 +98,8 @@ struct factor_section {
   matrix_value start;
   stated<std::int32_t> prior_df;
   std::vector<text_value> order;
+  stated<deviation_kind> deviations;
+  stated<std::int32_t> deviations_every, deviations_above; // rounds between files of PTD (0: none), progeny
   // The rows in their final order: `order` when given, else by trait, within it by term and effect of the formula.
   // Rows of one trait in one factor that agree in (effect, degree) and differ in the column are rows of their own.
   std::vector<factor_row> rows; // empty: no formula uses the factor (a warning)

@@ -141,6 +141,23 @@ void fill_header(const model_description& d, const prepare_options& options, pre
   }
 }
 
+// The factor whose levels get trait deviations. Means over samples are reported in a chain, the last values of a
+// solver.
+void mark_deviations(const model_description& d, prepared_model& p) {
+  model_records& m = p.model;
+  for (std::size_t k = 0; k < p.factors.size(); ++k) {
+    const factor_section& f = d.factors[p.factors[k].section];
+    if (f.deviations.value == deviation_kind::none) continue;
+    m.L_TD = true;
+    m.L_PTD = f.deviations.value == deviation_kind::progeny;
+    m.TD_FACTOR = static_cast<std::int32_t>(k) + 1;
+    m.TD_TYPE = m.L_PTD ? "PTD " : "TD  ";
+    m.PTD_INT = f.deviations_every.value;
+    m.PTD_LIMIT = f.deviations_above.value;
+    if (d.run.analysis.value >= analysis_type::predict) m.model_kind = 2;
+  }
+}
+
 void fill_residual_rows(const model_description& d, prepared_model& p, message_log& log) {
   structure_record& residual = p.model.residual();
   residual.r36 = 1;
@@ -310,6 +327,7 @@ void fill_model(const model_description& d, const prepare_options& options, prep
   p.names = names_of(d, p);
   if (!take_arrays(p, log)) return;
   fill_header(d, options, p);
+  mark_deviations(d, p);
 
   const auto nt = static_cast<int>(d.traits.size());
   for (int t = 0; t < nt; ++t)

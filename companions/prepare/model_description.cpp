@@ -28,7 +28,8 @@ const std::vector<std::string> TOP_KEYS = {"title",    "data",   "factor", "trai
 const known_table DATA = {"[data]", {"file", "missing", "decimal", "separator", "columns"}};
 const known_table FACTOR = {"[factor.NAME]",
                             {"pedigree", "inverse", "relationship", "genotypes", "single_step", "dominance",
-                             "correlation", "start", "prior_df", "order"}};
+                             "correlation", "start", "prior_df", "order", "deviations", "deviations_every",
+                             "deviations_above"}};
 const known_table PEDIGREE = {"pedigree = { .. }", {"file", "animal", "sire", "dam", "selfing", "groups"}};
 const known_table INVERSE = {"inverse = { .. }", {"file", "form"}};
 const known_table MATRIX = {"relationship = { .. }", {"file", "form", "blend"}};
@@ -255,6 +256,11 @@ void read_factor(const table_view& t, factor_section& f) {
   f.start = read_start(t);
   f.prior_df = read_whole(t, "prior_df", 0, 0);
   f.order = read_texts(t, "order");
+  const std::vector<std::string> deviations = {"none", "own", "progeny"};
+  const stated<std::size_t> word = read_word(t, "deviations", deviations, 0);
+  f.deviations = {static_cast<deviation_kind>(word.value), word.at, word.given};
+  f.deviations_every = read_whole(t, "deviations_every", 0, 0);
+  f.deviations_above = read_whole(t, "deviations_above", 0, 0);
 }
 
 // ---- [trait.NAME]

@@ -36,6 +36,10 @@
 //   start                order x order matrix (rows; the lower triangle alone will do; a number when the order is 1)
 //   prior_df    0        whole number; 0 is flat
 //   order                list of the names of the rows (factor_row), in the wanted order
+//   deviations           "own": trait deviations of the levels are reported; "progeny": those of their progeny too
+//                        (one factor; progeny: with pedigree)
+//   deviations_every     0, rounds: progeny deviations also go to a file PTDn so often; those of levels with more
+//   deviations_above     0  than this number of progeny
 //
 //   [trait.NAME]         in the order of the file: trait 1, 2, ..
 //   formula     needed   see formula.h
