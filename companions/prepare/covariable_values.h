@@ -16,6 +16,9 @@ struct covariable_curve {
   bool constant = false; // leg and poly of degree 0: `factor` in every record, no values
   double factor = 1.0;
   std::vector<double> value;
+  int solution = -1; // made from solutions: index of the covariable's table; value is what they are
+                     // multiplied by
+  std::vector<double> stand_in; // then: what stands for the unknown values in the search for dependence
 };
 
 // How a covariable was moved and scaled, for the listing: x' = (x - shift), and with a range low..high -> -1..1.

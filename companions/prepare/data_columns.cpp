@@ -25,7 +25,8 @@ struct columns_in_use {
 };
 
 void add_effect(const model_description& d, const effect& e, columns_in_use& out) {
-  if (const atom* x = covariable_atom(e)) out.other_numbers.insert(column_of_covariable(d, x->name));
+  if (const atom* x = covariable_atom(e))
+    for (const std::string& column : numbers_of_covariable(d, x->name)) out.other_numbers.insert(column);
   for (const std::string& column : class_columns(e)) out.classes.insert(column);
 }
 
@@ -80,6 +81,13 @@ void refuse_fraction(const csv_columns& table, std::size_t c, message_log& log) 
 std::string column_of_covariable(const model_description& d, const std::string& name) {
   const covariable_section* section = find_covariable(d, name);
   return section != nullptr && !section->column.value.empty() ? section->column.value : name;
+}
+
+std::vector<std::string> numbers_of_covariable(const model_description& d, const std::string& name) {
+  const covariable_section* section = find_covariable(d, name);
+  if (section == nullptr || !section->solution.given) return {column_of_covariable(d, name)};
+  if (section->times.value.empty()) return {};
+  return {section->times.value};
 }
 
 const atom* covariable_atom(const effect& e) {

@@ -30,6 +30,9 @@ struct data_columns {
 // Column of the data that a covariable's name stands for: that of its section, or the name itself.
 std::string column_of_covariable(const model_description& d, const std::string& name);
 
+// The columns of numbers that a covariable reads: its own, or for one made from solutions what they are multiplied by.
+std::vector<std::string> numbers_of_covariable(const model_description& d, const std::string& name);
+
 // Class columns of an effect, in the order of its atoms; empty for a plain regression.
 std::vector<std::string> class_columns(const effect& e);
 

@@ -3,6 +3,7 @@
 #include "prepare/deviation_checks.h"
 #include "prepare/factor_rows.h"
 #include "prepare/kind_checks.h"
+#include "prepare/solution_checks.h"
 
 #include <algorithm>
 #include <cmath>
@@ -360,6 +361,7 @@ void check_description(model_description& d, message_log& log) {
   check_factor_matrices(d, log, formulas_are_good);
   check_traits(d, log);
   link_kinds(d, log, formulas_are_good);
+  link_solutions(d, log, formulas_are_good);
   warn_of_unused_covariables(d, log);
   check_residual(d, log);
   check_keep(d, log);

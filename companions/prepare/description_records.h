@@ -149,6 +149,13 @@ struct covariable_section {
   stated<double> low, high; // both given or none; low < high
   stated<centering> center;
   double center_value = 0.0; // centering::value
+  // A covariable that is made in the run, from the solutions of a class effect of another trait:
+  text_value solution; // "trait.effect"; not given: a column of the data
+  text_value times;    // column that the solutions are multiplied by; empty: none
+  stated<bool> standardize;
+  int source_trait = -1;     // 0-based; -1: not found
+  std::string source_factor; // the effect is random; empty: a "fixed" class effect
+  std::vector<std::string> source_columns;
 };
 
 struct group_start {

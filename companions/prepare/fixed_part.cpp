@@ -2,6 +2,8 @@
 
 #include "prepare/level_codes.h"
 #include "prepare/messages.h"
+#include "prepare/solution_checks.h"
+#include "prepare/solution_covariables.h"
 
 #include <algorithm>
 #include <limits>
@@ -50,10 +52,29 @@ int class_of(const data_columns& data, const std::vector<std::uint8_t>& present,
   return static_cast<int>(work.classes.size()) - 1;
 }
 
+// A covariable made from solutions.
+void add_solution(const model_description& d, const data_columns& data,
+                  const std::vector<std::uint8_t>& present, const covariable_section& c, int klass,
+                  working_part& work) {
+  covariable_curve curve;
+  curve.name = c.name;
+  curve.solution = static_cast<int>(&c - d.covariables.data());
+  curve.value = solution_bases(data, c);
+  curve.stand_in = stand_in_values(data, c);
+  for (std::size_t r = 0; r < present.size(); ++r)
+    if (present[r] == 0) curve.value[r] = curve.stand_in[r] = 0.0;
+  work.curves.push_back(std::move(curve));
+  work.effects.push_back({klass, static_cast<int>(work.curves.size()) - 1});
+}
+
 void add_curves(const model_description& d, const data_columns& data, const record_selection& records,
                 const std::vector<std::uint8_t>& present, const effect& e, int klass, working_part& work,
                 fixed_part& out, message_log& log) {
   const atom& x = *covariable_atom(e);
+  if (const covariable_section* solution = solution_covariable(d, x)) {
+    add_solution(d, data, present, *solution, klass, work);
+    return;
+  }
   const covariable_scale scale = scale_of(d, data, records, x, log);
   out.scales.push_back(scale);
   const int last = x.kind == atom_kind::column ? 1 : x.order;
@@ -95,7 +116,7 @@ std::string name_of(const working_part& work, const coded_effect& e) {
   return klass.empty() ? x : klass + ":" + x;
 }
 
-std::vector<fixed_effect> effects_for_coding(const working_part& work) {
+std::vector<fixed_effect> effects_for_coding(const model_description& d, int t, const working_part& work) {
   std::vector<fixed_effect> out;
   for (const coded_effect& e : work.effects) {
     fixed_effect f;
@@ -106,7 +127,12 @@ std::vector<fixed_effect> effects_for_coding(const working_part& work) {
       f.n_levels = codes.n_levels();
       f.identification = codes.identification;
     }
-    if (e.curve >= 0) f.covariable = work.curves[static_cast<std::size_t>(e.curve)].value;
+    if (e.curve >= 0) {
+      const covariable_curve& curve = work.curves[static_cast<std::size_t>(e.curve)];
+      f.covariable = curve.solution < 0 ? curve.value : curve.stand_in;
+    } else if (e.klass >= 0) {
+      f.whole = is_source(d, t, work.classes[static_cast<std::size_t>(e.klass)].columns);
+    }
     out.push_back(f);
   }
   return out;
@@ -147,7 +173,7 @@ int nesting_class(class_effect wanted, fixed_part& out) {
 void place_regression(const working_part& work, const coded_effect& e,
                       const std::vector<std::int32_t>& new_level, fixed_part& out) {
   const covariable_curve& curve = work.curves[static_cast<std::size_t>(e.curve)];
-  fixed_regression regression{name_of(work, e), curve.name, -1, curve.value, -1};
+  fixed_regression regression{name_of(work, e), curve.name, -1, curve.value, curve.solution, -1};
   if (e.klass < 0) {
     if (!new_level.empty() && new_level[0] == 0) return;
     out.regressions.push_back(std::move(regression));
@@ -161,12 +187,24 @@ void place_regression(const working_part& work, const coded_effect& e,
   out.regressions.push_back(std::move(regression));
 }
 
-void place_effects(const working_part& work, const fixed_coding& coding, fixed_part& out) {
+// A level with data that effect i lost.
+std::string lost_level(const fixed_coding& coding, const std::vector<fixed_effect>& effects, std::size_t i) {
+  for (const column_decision& c : coding.column)
+    if (static_cast<std::size_t>(c.effect) == i && c.state != column_state::kept &&
+        c.state != column_state::no_data)
+      return column_name(effects[i], c.level) + ": " + c.why;
+  return {};
+}
+
+void place_effects(const working_part& work, const std::vector<fixed_effect>& effects,
+                   const fixed_coding& coding, fixed_part& out) {
   for (std::size_t i = 0; i < work.effects.size(); ++i) {
     const coded_effect& e = work.effects[i];
     if (e.curve >= 0) continue;
     class_effect placed =
         renumbered(work.classes[static_cast<std::size_t>(e.klass)].codes, coding.new_level[i]);
+    placed.source = effects[i].whole;
+    placed.lost = placed.source ? lost_level(coding, effects, i) : "";
     if (placed.n_levels() > 0) out.classes.push_back(std::move(placed));
   }
   for (const bool nested : {false, true})
@@ -181,8 +219,12 @@ void place_shift(const model_description& d, const data_columns& data, const rec
   const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
   if (trait.indicator < 0) return;
   const auto indicator = static_cast<std::size_t>(trait.indicator);
-  fixed_regression shift{shift_text(trait.terms.shifts.front()), d.traits[indicator].name, -1,
-                         data.traits[indicator].y, trait.indicator};
+  fixed_regression shift{shift_text(trait.terms.shifts.front()),
+                         d.traits[indicator].name,
+                         -1,
+                         data.traits[indicator].y,
+                         -1,
+                         trait.indicator};
   for (std::size_t r = 0; r < shift.value.size(); ++r)
     if (records.present[static_cast<std::size_t>(t)][r] == 0) shift.value[r] = 0.0;
   out.regressions.push_back(std::move(shift));
@@ -197,7 +239,7 @@ fixed_part make_fixed_part(const model_description& d, const data_columns& data,
   const working_part work = gather(d, data, records, t, out, log);
   if (count_of(log, severity::error) > errors) return out;
 
-  const std::vector<fixed_effect> effects = effects_for_coding(work);
+  const std::vector<fixed_effect> effects = effects_for_coding(d, t, work);
   const std::vector<std::uint8_t>& present = records.present[static_cast<std::size_t>(t)];
   const std::string& trait = d.traits[static_cast<std::size_t>(t)].name;
   const fixed_coding coding = d.run.restrict_solutions.value
@@ -207,7 +249,7 @@ fixed_part make_fixed_part(const model_description& d, const data_columns& data,
     out.coding.push_back(
         {column_name(effects[static_cast<std::size_t>(c.effect)], c.level), c.n_records, c.state, c.why});
   place_shift(d, data, records, t, out);
-  place_effects(work, coding, out);
+  place_effects(work, effects, coding, out);
   return out;
 }
 

@@ -18,6 +18,8 @@ struct class_effect {
   std::vector<std::string> identification; // n_levels
   std::vector<std::int32_t> code;          // n_levels: the code of CODE_TABLE
   std::vector<std::int64_t> n_records;     // n_levels
+  bool source = false;                     // its solutions are a covariable of another trait
+  std::string lost;                        // then: a level that it lost, and why; empty: none
 
   [[nodiscard]] std::int32_t n_levels() const { return static_cast<std::int32_t>(code.size()); }
 };
@@ -28,6 +30,8 @@ struct fixed_regression {
   std::string covariable;    // without the class
   int nested = -1;           // index of the class effect, or -1: one equation for all
   std::vector<double> value; // per record of the file; 0 where the record takes no part
+  int solution =
+      -1; // made from solutions: index of the covariable; the values are what they are multiplied by
   int indicator = -1; // a shift: the trait (0-based) that switches it; the values are its first memberships
 };
 

@@ -73,9 +73,12 @@ std::ptrdiff_t widest_class(std::span<const fixed_effect> effects,
   std::vector<std::int64_t> n(effects.size(), 0);
   for (const column_decision& d : table)
     if (d.state != column_state::no_data) ++n[static_cast<std::size_t>(d.effect)];
+  const auto before = [&](std::size_t a, std::size_t b) {
+    return effects[a].whole != effects[b].whole ? effects[a].whole : n[a] > n[b];
+  };
   std::ptrdiff_t widest = -1;
   for (std::size_t e = 0; e < effects.size(); ++e)
-    if (is_class(effects[e]) && (widest < 0 || n[e] > n[static_cast<std::size_t>(widest)]))
+    if (is_class(effects[e]) && (widest < 0 || before(e, static_cast<std::size_t>(widest))))
       widest = static_cast<std::ptrdiff_t>(e);
   return widest;
 }

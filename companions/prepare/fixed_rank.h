@@ -19,6 +19,7 @@ struct fixed_effect {
   std::span<const double> covariable{};  // empty: class effect
   std::int32_t n_levels = 1;
   std::span<const std::string> identification{}; // size n_levels; empty for a plain regression
+  bool whole = false; // a class effect that goes before the others in keeping all levels
 };
 
 enum class column_state { kept, reference, dependent, no_data };
@@ -40,7 +41,7 @@ struct fixed_coding {
 };
 
 // Coding of the fixed part over the records with use[r] not 0 (empty: all): the class effect with most levels
-// (the first of several) keeps all of them, each other class effect loses the level with most records, then every
+// (the first of several; one that is `whole` before all others) keeps all of them, each other class effect loses the level with most records, then every
 // column that depends on columns before it is dropped. The order is: the widest class effect, then the effects as
 // they stand. A mean is a class effect of one level by the caller's choice, and only needed beside no class effect.
 // Dependent columns are found by SuiteSparseQR and named in the log ("fixed effects of wwt hang together: ..."),

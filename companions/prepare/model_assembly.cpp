@@ -8,6 +8,7 @@
 #include "prepare/kind_warnings.h"
 #include "prepare/messages.h"
 #include "prepare/short_names.h"
+#include "prepare/solution_covariables.h"
 #include "prepare/trait_records.h"
 
 #include <fmt/format.h>
@@ -345,7 +346,7 @@ void fill_model(const model_description& d, const prepare_options& options, prep
     add_error(log, {}, "the model has more equations than the files can number (2147483647)");
   keep_samples(d, p, log);
   p.largest_row = largest_row_of(p.model);
-  p.directives = directive_lines(d.run, prior_df_of(d, p));
+  p.directives = directive_lines(d.run, prior_df_of(d, p), solution_lines(d, p));
 }
 
 bool check_size(const model_description& d, const data_columns& data, message_log& log) {
@@ -375,6 +376,8 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   p.factors = make_factors(d, p.data, p.records, options.prune || d.run.prune.value, log);
   for (int t = 0; t < static_cast<int>(d.traits.size()); ++t)
     p.fixed.push_back(make_fixed_part(d, p.data, p.records, t, log));
+  if (faulty(log, errors)) return p;
+  complete_source_levels(d, p, log);
   if (faulty(log, errors)) return p;
 
   p.patterns = make_patterns(d, p.data, p.records, log);

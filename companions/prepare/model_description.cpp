@@ -40,7 +40,8 @@ const known_table TRAIT = {
     {"formula", "column", "kind", "weight", "categories", "limits", "first", "subject", "position", "of"}};
 const known_table LIMITS = {"limits = { .. }", {"code", "event", "upper"}};
 const known_table FIRST = {"first = { .. }", {"upper", "of"}};
-const known_table COVARIABLE = {"[covariable.NAME]", {"column", "range", "center"}};
+const known_table COVARIABLE = {"[covariable.NAME]",
+                                {"column", "range", "center", "solution", "times", "standardize"}};
 const known_table RESIDUAL = {"[residual]",
                               {"start", "prior_df", "zero", "free", "groups", "start_by_group"}};
 const known_table KEEP = {"[keep]", {"solutions", "residuals"}};
@@ -324,6 +325,9 @@ void read_covariable(const table_view& t, covariable_section& s) {
   s.column = read_text(t, "column", s.name);
   read_range(t, s);
   read_center(t, s);
+  s.solution = read_text(t, "solution");
+  s.times = read_text(t, "times");
+  s.standardize = read_truth(t, "standardize", false);
 }
 
 // ---- [residual]

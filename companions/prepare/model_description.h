@@ -62,6 +62,10 @@
 //   range                [low, high]: mapped to -1..1 by leg and poly; values outside are errors. Left out: leg takes
 //                        the smallest and largest value of the data, poly the values themselves
 //   center      false    true: less its mean over the records in use; or the number to take away. Not used by leg
+//   solution             "trait.effect" in place of a column: the current solution of that class effect (as its formula
+//                        writes it; of a random term the column), less the mean of all its solutions
+//   times                column that such a solution is multiplied by
+//   standardize false    true: such solutions are divided by their standard deviation; alike in all
 //
 //   [residual]
 //   start                traits x traits matrix, as in a factor

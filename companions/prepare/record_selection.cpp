@@ -1,6 +1,7 @@
 #include "prepare/record_selection.h"
 
 #include "prepare/messages.h"
+#include "prepare/solution_checks.h"
 
 #include <fmt/format.h>
 
@@ -54,7 +55,11 @@ void add_once(std::vector<std::string>& list, const std::string& name) {
 
 void add_effect(const model_description& d, const effect& e, needed_columns& out) {
   for (const std::string& column : class_columns(e)) add_once(out.classes, column);
-  if (const atom* x = covariable_atom(e)) add_once(out.covariables, column_of_covariable(d, x->name));
+  const atom* x = covariable_atom(e);
+  if (x == nullptr) return;
+  for (const std::string& column : numbers_of_covariable(d, x->name)) add_once(out.covariables, column);
+  if (const covariable_section* solution = solution_covariable(d, *x))
+    for (const std::string& column : solution->source_columns) add_once(out.classes, column);
 }
 
 needed_columns columns_of_trait(const model_description& d, const trait_section& trait) {

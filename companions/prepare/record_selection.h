@@ -19,7 +19,7 @@ struct removal {
 };
 
 // A trait is present in a record when its observation, its weight, the classes and covariables of its fixed part and
-// the covariables of its random regressions all are: the files have no missing code for them, and a class or
+// the covariables of its random regressions all are, and so is the class whose solutions are a covariable of it: the files have no missing code for them, and a class or
 // covariable without value would leave the effect out of the record without a word. A record is used when it has a
 // present trait and, with residual groups, a group. The level of a random factor may be missing: the effect is then
 // left out of the record.

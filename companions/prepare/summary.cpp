@@ -152,7 +152,10 @@ std::string effects_text(const model_description& d, const prepared_model& p) {
     for (const fixed_regression& x : p.fixed[t].regressions) {
       const std::int32_t n =
           x.nested < 0 ? 1 : p.fixed[t].classes[static_cast<std::size_t>(x.nested)].n_levels();
-      out += fmt::format("{}{}{:9}   regression\n", cell(d.traits[t].name, 18), cell(x.name, 24), n);
+      out += fmt::format("{}{}{:9}   regression", cell(d.traits[t].name, 18), cell(x.name, 24), n);
+      if (x.solution >= 0)
+        out += " on the solutions of " + d.covariables[static_cast<std::size_t>(x.solution)].solution.value;
+      out += "\n";
     }
     std::vector<std::string> left_out;
     for (const coding_row& row : p.fixed[t].coding)

@@ -1,6 +1,7 @@
 #include "prepare/trait_records.h"
 
 #include "prepare/short_names.h"
+#include "prepare/solution_covariables.h"
 
 #include <algorithm>
 
@@ -24,10 +25,19 @@ void fill_effect(trait_record& m, std::int32_t e, std::int32_t column, bool equa
   m.EF_COEFF(e) = 1.0F;
 }
 
+std::vector<std::int32_t> level_of_used(const prepared_model& p, const std::vector<std::int32_t>& level) {
+  std::vector<std::int32_t> out;
+  for (const std::uint32_t r : p.records.records) out.push_back(level[r]);
+  return out;
+}
+
 void fill_class(int t, std::int32_t j, prepared_model& p) {
   trait_record& m = p.model.MODEL(t + 1);
   const class_effect& c = p.fixed[at(t)].classes[at(j - 1)];
-  const std::int32_t column = add_integers(p.rows, p.records, c.intercept ? c.level : without_zero(c.level));
+  const std::vector<std::int32_t> level = c.intercept ? c.level : without_zero(c.level);
+  // the input number of an effect whose solutions are a covariable is its own
+  const std::int32_t column =
+      c.source ? append_integers(p.rows, level_of_used(p, level)) : add_integers(p.rows, p.records, level);
   fill_effect(m, j, column, c.intercept);
   m.f_ef_inp(j) = m.f_ef_rci(j) = column;
   m.F_EF_NAME(j) = padded(p.names.classes[at(t)][at(j - 1)], short_width);
@@ -57,6 +67,7 @@ void fill_fixed_regression(int t, std::int32_t j, prepared_model& p) {
     return;
   }
   m.REG_RCI(j) = m.REG_INP(j) = add_reals(p.rows, p.records, x.value);
+  if (x.solution >= 0) m.REG_INP(j) = solution_input(x.solution);
   if (x.nested < 0) return;
   const class_effect& c = p.fixed[at(t)].classes[at(x.nested)];
   m.REG_N_RCI(j) = m.REG_N_INP(j) = add_integers(p.rows, p.records, without_zero(c.level));
