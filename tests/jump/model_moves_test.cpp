@@ -232,6 +232,28 @@ TEST_P(moved_model, finds_the_densities_of_solutions_and_data_that_full_matrices
     }
 }
 
+// A move up that is taken, and the move down from there before anything else changes: one ratio.
+TEST_P(moved_model, finds_on_the_way_down_the_ratio_of_the_way_up) {
+  const jump_case described(GetParam().options);
+  for (const wanted_move& move : wanted_moves(described)) {
+    if (move.down || (move.from == 1 && structure_is(described.m->RMAT(move.k), "PED"))) continue;
+    proposed_case c(GetParam().options, move);
+    jump_records records = jump_records_of(*c.r);
+    convert_dimension(records);
+    model_move(records);
+    const double up = c.r->jump.log_ratio;
+    take_move(records);
+    zeph::jump_store& j = c.r->jump;
+    j.large_model = c.r->frame.ntr;
+    j.new_model = j.small_model;
+    j.jump_down = true;
+    convert_dimension(records);
+    model_move(records);
+    EXPECT_NEAR(j.log_ratio, up, 1e-8 * (1.0 + std::fabs(up)))
+        << "factor " << move.k << " from " << move.from;
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(models, moved_model, ::testing::ValuesIn(moved_models()),
                          [](const auto& set) { return set.param.name; });
 
