@@ -61,7 +61,7 @@ test_that("a name that does not vary has no R-hat, and one that is absent in som
 })
 
 test_that("the verdict asks for what is missing", {
-  place <- list(study = TRUE, shown = "RUNS", chains = list())
+  place <- list(study = TRUE, shown = "RUNS", chains = list(list(segments = list(list(directives = list(analysis = 3))))))
   model <- list(trait_kinds = "gaussian")
   row <- function(rhat, ess) data.frame(name = "h2[y]", mean = 0.4, median = 0.4, sd = 0.1, low = 0.2, high = 0.6,
     ess_bulk = ess, ess_tail = 900, rhat = rhat, mcse = 0.002, draws = 4000L)
@@ -78,7 +78,7 @@ test_that("the verdict asks for what is missing", {
   apart <- verdict_of(place, model, row(1.2, 900), "h2[y]", 4, 1000, 10) # as many again
   expect_equal(apart$more, 10000)
   ordered <- verdict_of(place, list(trait_kinds = "ordered"), row(1.2, 900), "h2[y]", 4, 1000, 10)
-  expect_match(ordered$command, "ordered traits can't be continued")
+  expect_match(ordered$command, "such chains can't be continued")
   single <- verdict_of(list(study = FALSE, shown = "WORK"), model, row(1.2, 900), "h2[y]", 1, 1000, 10)
   expect_match(single$command, "zeph-chains run WORK --chains 4")
   expect_match(single$lines, "One chain only", all = FALSE)

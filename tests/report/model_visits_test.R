@@ -48,3 +48,20 @@ test_that("moves proposed and accepted are read from zeinfo", {
   expect_equal(moves$proposed, c(2, 1))
   expect_equal(moves$accepted, c(1, 1))
 })
+
+test_that("of an enumeration the last model is shown, and all are listed", {
+  root <- jump_study(list(c(3L, 3L)))
+  path <- file.path(root, "chain1/seg1")
+  directives <- readLines(file.path(path, "zeph.dir"))
+  writeLines(c("5 0", directives[-1]), file.path(path, "zeph.dir"))
+  last <- readLines(file.path(path, "gib.samples"))
+  first <- matrix_lines(data.frame(round = c(rep(1005L, 7), rep(1010L, 7)), k = c(1L, rep(2L, 6)), r = c(1L, 1L, 2L, 2L, 3L, 3L, 3L), c = c(1L, 1L, 1L, 2L, 1L, 2L, 3L),
+                                   value = 77, group = 0L))
+  writeLines(c(first, last), file.path(path, "gib.samples"))
+  writeLines(c("1 3 2 -1.0 2.0 3.0", "3 3 2 -1.0 2.0 3.0"), file.path(path, "lpm"))
+  r <- report_of(root)
+  expect_equal(r$joined$length, 2L)
+  expect_false(any(r$draws == 77, na.rm = TRUE))
+  expect_equal(r$enumerated, data.frame(chain = 1L, model = c("1", "3"), samples = c(2, 2)))
+  expect_null(r$visits)
+})

@@ -71,6 +71,9 @@ read_toml <- function(path) {
   tryCatch(RcppTOML::parseTOML(path), error = function(e) NULL)
 }
 
+# Type of analysis of the first segment, NA when it is not known.
+analysis_of <- function(place) place$chains[[1]]$segments[[1]]$directives$analysis
+
 # The directive file: analysis, seeds, burn-in, rounds, interval, prior degrees of freedom. NULL parts where it can't
 # be read. MODINF names it in its first text field; zeph-prepare calls it zeph.dir.
 read_directives <- function(path) {

@@ -4,8 +4,9 @@
 # Data frame (name, formula, what): `what` is the glossary's sentence. data: records, or NULL.
 derived_formulas <- function(m, data) {
   rows <- list()
-  add <- function(name, formula, what) rows[[length(rows) + 1L]] <<- data.frame(name = name, formula = formula,
-    what = what)
+  add <- function(name, formula, what) {
+    rows[[length(rows) + 1L]] <<- data.frame(name = name, formula = formula, what = what)
+  }
   if (m$nramat > 0) {
     roles <- lapply(seq_len(m$nt), function(t) roles_of(m, data, t))
     for (g in seq_along(m$groups)) for (t in seq_len(m$nt)) add_shares(m, data, roles[[t]], t, g, add)
@@ -13,8 +14,8 @@ derived_formulas <- function(m, data) {
   }
   for (g in seq_along(m$groups)) add_residual_correlations(m, data, g, add)
   add_other_scales(m, data, add)
-  if (length(rows) == 0) data.frame(name = character(0), formula = character(0),
-    what = character(0)) else unique(do.call(rbind, rows))
+  none <- data.frame(name = character(0), formula = character(0), what = character(0))
+  if (length(rows) == 0) none else unique(do.call(rbind, rows))
 }
 
 genetic_structures <- c("PED", "GREL", "HINV", "RAM", "PGMIX")
@@ -29,10 +30,10 @@ roles_of <- function(m, data, t) {
     c <- f$contributions[f$contributions$trait == t & !f$contributions$regression, ]
     if (any(f$contributions$regression[f$contributions$trait == t])) return(NULL)
     for (r in unique(c$row)) {
-      at <- c[c$row == r, ]
-      rows[[length(rows) + 1L]] <- data.frame(factor = f$number, row = r, structure = f$structure,
-        place = at$level_place[1],
-                                              columns = f$rows$columns[f$rows$row == r][1], role = "common")
+      at <- which(c$row == r)[1]
+      columns <- f$rows$columns[f$rows$row == r]
+      rows[[length(rows) + 1L]] <- data.frame(factor = f$number, row = r, structure = f$structure, columns = columns,
+                                              place = c$level_place[at], role = "common")
     }
   }
   if (length(rows) == 0) return(NULL)
@@ -89,35 +90,43 @@ add_shares <- function(m, data, roles, t, g, add) {
   vp <- paste0("VP[", key, "]")
   add(vp, formula_of_parts(m, parts, t, t, g), paste("phenotypic variance of", trait))
   element <- function(i) name_of_element(m, roles$factor[i], roles$row[i], roles$row[i])
-  weight <- function(i) sum(parts$weight[parts$factor == roles$factor[i] & parts$row == roles$row[i] &
-    parts$other == roles$row[i]])
-  share <- function(i) paste0(if (abs(weight(i) - 1) > 1e-9) paste(signif(weight(i), 4), "* "), element(i), " / ", vp)
-  for (i in seq_len(nrow(roles))) add_share(m, roles, i, key, share(i), vp, add, element)
-  permanent <- which(roles$role == "permanent")
-  direct <- which(roles$role == "direct")
-  if (length(permanent) > 0 && length(direct) == 1)
-    add(paste0("repeatability[", key, "]"), paste0("(", paste(vapply(c(direct, permanent), element, ""),
-      collapse = " + "), ") / ", vp),
-        paste("repeatability of", trait, ": genetic and permanent effects of the animal over the phenotypic variance"))
+  weight <- function(i) {
+    own <- parts$factor == roles$factor[i] & parts$row == roles$row[i] & parts$other == roles$row[i]
+    sum(parts$weight[own])
+  }
+  share <- function(i) {
+    times <- if (abs(weight(i) - 1) > 1e-9) paste0(signif(weight(i), 4), " * ")
+    paste0(times, element(i), " / ", vp)
+  }
+  for (i in seq_len(nrow(roles))) add_share(m, roles, i, key, share(i), add)
+  add_repeatability(trait, roles, key, vp, element, add)
 }
 
-add_share <- function(m, roles, i, key, share, vp, add, element) {
-  factor <- m$factors[[roles$factor[i]]]$name
-  row <- m$factors[[roles$factor[i]]]$rows$label[roles$row[i]]
+# Genetic and permanent effects of the animal together.
+add_repeatability <- function(trait, roles, key, vp, element, add) {
+  animal <- which(roles$role %in% c("direct", "permanent"))
+  if (!all(c("direct", "permanent") %in% roles$role)) return(invisible())
+  sum <- paste(vapply(animal, element, ""), collapse = " + ")
+  add(paste0("repeatability[", key, "]"), paste0("(", sum, ") / ", vp),
+      paste0("repeatability of ", trait, ": genetic and permanent effects of the animal over the phenotypic variance"))
+}
+
+# One share under the name of its role.
+add_share <- function(m, roles, i, key, share, add) {
+  f <- m$factors[[roles$factor[i]]]
+  row <- f$rows$label[roles$row[i]]
+  several <- sum(roles$factor == roles$factor[i]) > 1
+  named <- function(word, ...) paste0(word, "[", paste(c(...), collapse = ","), "]")
   what <- function(text) paste0(text, ", as a share of the phenotypic variance")
   switch(roles$role[i],
-    direct = add(paste0("h2[", key, "]"), share, what("heritability: additive genetic variance (direct effect)")),
-    sire = add(paste0("h2[", key, "]"), paste("4 *", share),
-      what("heritability from a sire model: four times the variance of sires")),
-    maternal = add(paste0("m2[", key, "]"), share, what("maternal genetic variance")),
-    paternal = add(paste0("p2[", key, "]"), share, what("paternal genetic variance")),
-    dominance = add(paste0("d2[", key, "]"), share, what("dominance variance")),
-    permanent = add(paste0("pe2[", factor, ",", key, "]"), share, what("variance of permanent effects of the animal")),
-    associative = add(paste0("share[", factor, ",", row, if (m$several_groups) paste0(",", key), "]"), share,
-      what("genetic variance of a further effect")),
-    common = add(paste0("c2[", factor, ",", key, if (sum(roles$factor == roles$factor[i]) > 1) paste0(",", row),
-      "]"), share,
-                 what("variance of the levels of a factor (common environment)")))
+    direct = add(named("h2", key), share, what("heritability: additive genetic variance (direct effect)")),
+    sire = add(named("h2", key), paste("4 *", share), what("heritability of a sire model: four times the sires' variance")),
+    maternal = add(named("m2", key), share, what("maternal genetic variance")),
+    paternal = add(named("p2", key), share, what("paternal genetic variance")),
+    dominance = add(named("d2", key), share, what("dominance variance")),
+    permanent = add(named("pe2", f$name, key), share, what("variance of permanent effects of the animal")),
+    associative = add(named("share", f$name, row, if (m$several_groups) key), share, what("variance of a further effect")),
+    common = add(named("c2", f$name, key, if (several) row), share, what("variance of a factor (common environment)")))
 }
 
 # Correlations between the rows of a factor: rg for genetic ones, r for others.
@@ -128,26 +137,24 @@ add_factor_correlations <- function(m, f, add) {
   word <- if (!genetic) paste0("r[", f$name, ",") else if (several) paste0("rg[", f$name, ",") else "rg["
   for (r in seq_len(f$order)) for (c in seq_len(r - 1L)) {
     element <- function(i, j) name_of_element(m, f$number, i, j)
+    effects <- if (genetic) "genetic correlation" else paste("correlation of the effects of", f$name)
     add(paste0(word, f$rows$label[c], ",", f$rows$label[r], "]"),
         paste0(element(c, r), " / sqrt(", element(c, c), " * ", element(r, r), ")"),
-        paste(if (genetic) "genetic correlation" else paste("correlation of the effects of", f$name),
-          "between two rows of a factor"))
+        paste(effects, "between two rows of a factor"))
   }
 }
 
 # re between residuals, rp between phenotypes.
 add_residual_correlations <- function(m, data, g, add) {
   for (u in seq_len(m$nt)) for (t in seq_len(u - 1L)) {
-    key <- paste(c(if (m$several_groups) m$groups[g], m$trait_names[t], m$trait_names[u]), collapse = ",")
+    group <- if (m$several_groups) paste0(m$groups[g], ",")
+    pair <- paste0("[", group, m$trait_names[t], ",", m$trait_names[u], "]")
     e <- function(i, j) name_of_element(m, m$nramat + g, i, j)
-    add(paste0("re[", key, "]"), paste0(e(t, u), " / sqrt(", e(t, t), " * ", e(u, u), ")"),
-      "residual correlation of two traits")
+    add(paste0("re", pair), paste0(e(t, u), " / sqrt(", e(t, t), " * ", e(u, u), ")"), "residual correlation of two traits")
     variances <- lapply(c(t, u), function(i) covariance_parts(m, data, i, i))
     if (m$nramat == 0 || any(vapply(variances, is.null, TRUE))) next
-    parts <- covariance_parts(m, data, t, u)
-    vp <- function(i) paste0("VP[", if (m$several_groups) paste0(m$groups[g], ","), m$trait_names[i], "]")
-    add(paste0("rp[", key, "]"), paste0("(", formula_of_parts(m, parts, t, u, g), ") / sqrt(", vp(t), " * ", vp(u),
-      ")"),
-        "phenotypic correlation of two traits")
+    both <- formula_of_parts(m, covariance_parts(m, data, t, u), t, u, g)
+    vp <- function(i) paste0("VP[", group, m$trait_names[i], "]")
+    add(paste0("rp", pair), paste0("(", both, ") / sqrt(", vp(t), " * ", vp(u), ")"), "phenotypic correlation of two traits")
   }
 }

@@ -2,8 +2,9 @@
 
 # Data frame (chain, segment, trait, DIC, pD, full): one row per trait and listing; full = DIC + n log(2 pi), n the
 # number
-# of records. NULL when no listing is there.
+# of records. NULL when no listing is there, and for analyses over models, in which ZEPH sums up no deviance.
 read_dic <- function(m, place) {
+  if (isTRUE(analysis_of(place) >= 5)) return(NULL)
   rows <- list()
   for (chain in place$chains) for (s in chain$segments) {
     found <- if (s$counts) dic_of_listing(s$path, m$nt)

@@ -20,6 +20,19 @@ model_visits <- function(m, chains) {
        transitions = transitions_of(words), inclusion = inclusion_of(m, chains), words = words)
 }
 
+# Models of an enumeration, each with a chain of its own: data frame (chain, model, samples) from lpm; NULL otherwise. The
+# likelihoods of that file are no measure of fit and are left out.
+enumerated_models <- function(m, place) {
+  if (!analysis_of(place) %in% 5) return(NULL)
+  rows <- lapply(place$chains, function(chain) {
+    lpm <- read_free_rows(file.path(chain$segments[[1]]$path, "lpm"), m$nramat + 5L)
+    if (NROW(lpm) == 0) return(NULL)
+    model <- apply(lpm[, seq_len(m$nramat), drop = FALSE], 1, paste, collapse = " ")
+    data.frame(chain = chain$number, model = model, samples = lpm[, m$nramat + 2L])
+  })
+  do.call(rbind, rows)
+}
+
 transitions_of <- function(words) {
   pairs <- unlist(lapply(words, function(w) if (length(w) > 1) paste(utils::head(w, -1), utils::tail(w, -1),
     sep = " -> ")))

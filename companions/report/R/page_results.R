@@ -14,9 +14,11 @@ variance_section <- function(r) {
   dimension <- grepl("^dimension\\[", alive$name)
   derived <- alive$name %in% r$formulas$name & !asked
   block <- function(rows, head) if (any(rows)) titled(head, summary_block(alive[rows, ]))
+  absent <- if (anyNA(r$draws))
+    tags$p("What a model leaves out is summed up over the draws of the models that have it (column draws).")
   section("variances", title, block(asked, "Asked for"), block(!derived & !asked & !dimension, "Sampled"),
           block(derived, "Derived on each draw"), formula_block(r),
-          if (nrow(fixed) > 0) sentence("Fixed by the model: ", fixed_values(fixed), "."), curve_block(r))
+          if (nrow(fixed) > 0) sentence("Fixed by the model: ", fixed_values(fixed), "."), absent, curve_block(r))
 }
 
 formula_block <- function(r) {
@@ -89,7 +91,9 @@ fit_section <- function(r) {
                          "made from them.")
   d <- r$pooled_dic
   if (is.null(d)) {
-    none <- tags$p("No listing with DIC was found (listing.txt of each run).")
+    over_models <- isTRUE(analysis_of(r$place) >= 5)
+    none <- tags$p(if (over_models) "ZEPH sums up no deviance in analyses over models: their listings hold no DIC."
+                   else "No listing with DIC was found (listing.txt of each run).")
     return(section("dic", "DIC per trait", none, no_measure))
   }
   heads <- c(trait = "trait", DIC = "DIC as listed", pD = "pD", full = "DIC with n log 2 pi", lowest = "lowest of the runs",
@@ -103,7 +107,7 @@ fit_section <- function(r) {
 
 latent_section <- function(r) {
   title <- "Mixtures, thresholds, models"
-  blocks <- Filter(Negate(is.null), list(membership_block(r), threshold_block(r), visit_block(r)))
+  blocks <- Filter(Negate(is.null), list(membership_block(r), threshold_block(r), visit_block(r), enumeration_block(r)))
   if (length(blocks) == 0) blocks <- list(tags$p("The model has none."))
   section("latent", title, blocks)
 }
@@ -140,6 +144,12 @@ visit_block <- function(r) {
     titled("Transitions between neighbouring samples", html_table(v$transitions)),
     titled("How often a row was in the model", html_table(v$inclusion)),
     if (!is.null(r$moves)) titled("Moves proposed and accepted", html_table(r$moves)))
+}
+
+enumeration_block <- function(r) {
+  if (is.null(r$enumerated)) return(NULL)
+  told <- tags$p("Each model has a chain of its own. The tables above are those of the last one.")
+  titled("Models", told, html_table(r$enumerated))
 }
 
 # ---- glossary

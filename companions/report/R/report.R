@@ -63,6 +63,7 @@ add_draws <- function(r, data, remarks) {
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, asked, remarks)
   visits <- model_visits(m, r$chains)
   if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, r$chains, r$joined$used, r$joined$length))
+  if (dim(draws)[1] > 0) draws <- draws[, , !apply(is.na(draws), 3, all), drop = FALSE]
   asked$what <- rep("asked for in [derive]", nrow(asked))
   c(r, list(draws = draws, formulas = rbind(derived, asked), visits = visits, curves = curves_of(m, data, draws)))
 }
@@ -81,7 +82,8 @@ add_results <- function(r, remarks) {
   dic <- read_dic(r$model, r$place)
   memberships <- read_memberships(r$model, r$place)
   moves <- if (!is.null(r$visits)) read_moves(r$model, r$place)
-  c(r, list(solutions = solutions, dic = dic, pooled_dic = pooled_dic(dic), memberships = memberships, moves = moves),
+  c(r, list(solutions = solutions, dic = dic, pooled_dic = pooled_dic(dic), memberships = memberships, moves = moves,
+            enumerated = enumerated_models(r$model, r$place)),
     solution_tables(r$model, r$place, solutions, r$table, r$joined))
 }
 
@@ -144,6 +146,6 @@ tables_of <- function(report) {
   segments <- do.call(rbind, lapply(report$chains, function(chain) chain$segments))
   c(list(summary = report$table, segments = segments, fixed = fixed, dic = report$dic, memberships = report$memberships,
          curves = report$curves, models = report$visits$visits, transitions = report$visits$transitions,
-         moves = report$moves),
+         moves = report$moves, enumerated = report$enumerated),
     effects)
 }

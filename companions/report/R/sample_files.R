@@ -45,6 +45,7 @@ read_segment <- function(m, path, analysis) {
   n_matrices <- m$nramat + length(m$groups)
   parts <- list()
   if (is.na(analysis) || analysis >= 3) parts$matrices <- matrix_samples(m, path, n_matrices)
+  if (analysis %in% 5) parts$matrices <- last_model(parts$matrices)
   parts$mixtures <- mixture_samples(m, path)
   parts$thresholds <- threshold_samples(m, path)
   parts <- Filter(Negate(is.null), parts)
@@ -68,6 +69,13 @@ matrix_samples <- function(m, path, n_matrices) {
   known <- !is.na(place)
   values[cbind(id[known], place[known])] <- rows$value[known]
   list(round = rows$round[!duplicated(rows$id)], values = values)
+}
+
+# The samples of the last model of an enumeration: each model has a chain of its own, and round numbers begin again.
+last_model <- function(samples) {
+  from <- max(1, which(diff(samples$round) <= 0) + 1L)
+  kept <- seq_along(samples$round) >= from
+  list(round = samples$round[kept], values = samples$values[kept, , drop = FALSE])
 }
 
 # All elements of all matrices: data frame (key, name, k, r, c), lower triangles.

@@ -9,31 +9,29 @@ enough_ess <- 400
 # list(good, lines (sentences), worst_rhat, worst_ess, more (rounds per chain that are missing, 0 when good), command).
 # asked: names whose Monte Carlo errors are told.
 verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
+  none <- function(...) list(good = NA, lines = c(...), more = 0, command = NULL)
+  if (n_draws == 0) return(none(nothing_to_judge(place, 0)))
+  size <- paste0(count_of(n_chains, "chain"), " of ", count_of(n_draws, "sample"), ", one every ",
+                 count_of(rounds, "round"), ".")
   judged <- table[is.finite(table$ess_bulk) | is.finite(table$rhat), ]
-  if (n_draws == 0) return(list(good = NA, lines = nothing_to_judge(place, 0), more = 0, command = NULL))
-  lines <- paste0(count_of(n_chains, "chain"), " of ", count_of(n_draws, "sample"), ", one every ",
-    count_of(rounds, "round"), ".")
-  if (nrow(judged) == 0) return(list(good = NA, lines = c(lines, nothing_to_judge(place, n_draws)), more = 0,
-    command = NULL))
-  r <- judged[which.max(judged$rhat), ]
+  if (nrow(judged) == 0) return(none(size, nothing_to_judge(place, n_draws)))
   judged$ess <- pmin(judged$ess_bulk, judged$ess_tail, na.rm = TRUE)
+  r <- judged[which.max(judged$rhat), ]
   e <- judged[which.min(judged$ess), ]
-  good <- all(judged$rhat <= enough_rhat, na.rm = TRUE) && e$ess >= enough_ess && !anyNA(judged$rhat)
-  lines <- c(lines, paste0("Largest R-hat ", format(round(r$rhat, 3), nsmall = 3), " (", r$name,
-    "); smallest effective sample size ",
-                           format(round(e$ess)), " (", e$name, ")."), error_lines(table, asked))
-  if (n_chains == 1) lines <- c(lines,
-    "One chain only: R-hat compares its halves, which can't show that chains disagree.")
+  good <- all(judged$rhat <= enough_rhat) && e$ess >= enough_ess
+  good <- isTRUE(good)
   more <- if (good) 0 else rounds_missing(r$rhat, e$ess, n_draws * rounds)
-  list(good = good, lines = lines, worst_rhat = r, worst_ess = e, more = more,
+  worst <- paste0("Largest R-hat ", formatC(r$rhat, digits = 3, format = "f"), " (", r$name,
+                  "); smallest effective sample size ", round(e$ess), " (", e$name, ").")
+  single <- if (n_chains == 1) "One chain only: R-hat compares its halves, which can't show that chains disagree."
+  list(good = good, lines = c(size, worst, error_lines(table, asked), single), worst_rhat = r, worst_ess = e, more = more,
        command = if (good) NULL else command_for(place, model, more))
 }
 
 nothing_to_judge <- function(place, n_draws) {
   if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing to judge chains by.")
-  analysis <- place$chains[[1]]$segments[[1]]$directives$analysis
-  if (!is.na(analysis) &&
-    analysis < 2) "Solutions of the equations with given (co)variances; no chain was run." else "There are no samples."
+  if (analysis_of(place) %in% 0:1) return("Solutions of the equations with given (co)variances; no chain was run.")
+  "There are no samples."
 }
 
 # ESS grows with the length of the chains; R-hat above its limit asks for twice the length at least.
@@ -48,9 +46,8 @@ error_lines <- function(table, asked) {
   rows <- utils::head(table[match(asked, table$name, nomatch = 0), ], 8)
   rows <- rows[is.finite(rows$mcse), ]
   if (nrow(rows) == 0) return(character(0))
-  paste0(rows$name, " ", vapply(rows$mean, number_text, ""), ", SD ", vapply(rows$sd, number_text, ""),
-    ", Monte Carlo error ",
-         vapply(rows$mcse, function(x) number_text(x, 2), ""), ".")
+  text <- function(x, digits) vapply(x, number_text, "", digits = digits)
+  paste0(rows$name, " ", text(rows$mean, 4), ", SD ", text(rows$sd, 4), ", Monte Carlo error ", text(rows$mcse, 2), ".")
 }
 
 number_text <- function(x, digits = 4) {
@@ -58,20 +55,18 @@ number_text <- function(x, digits = 4) {
   format(signif(x, digits), scientific = abs(x) >= 1e7 || (x != 0 && abs(x) < 1e-5), trim = TRUE)
 }
 
-# What to type for more rounds. Chains with ordered traits can't be continued: they are run anew.
+# What to type for more rounds. Chains with ordered traits, and those over models, can't be continued: they are run anew.
 command_for <- function(place, model, more) {
   rounds <- format(more, scientific = FALSE, trim = TRUE)
-  if (!place$study) return(paste("zeph-chains run", place$shown, "--chains 4    (with", rounds,
-    "more rounds in [run] of the description)"))
-  if ("ordered" %in% model$trait_kinds)
-    return(paste0("zeph-chains run WORK --into NEW    (ordered traits can't be continued: ask for ", rounds,
-      " more rounds in [run] of the description)"))
+  asked <- paste(rounds, "more rounds in [run] of the description)")
+  if (!place$study) return(paste("zeph-chains run", place$shown, "--chains 4    (with", asked))
+  if ("ordered" %in% model$trait_kinds || isTRUE(analysis_of(place) >= 5))
+    return(paste("zeph-chains run WORK --into NEW    (such chains can't be continued: ask for", asked))
   paste("zeph-chains continue", place$shown, "--rounds", rounds)
 }
 
 verdict_head <- function(v) {
   if (is.na(v$good)) return("No verdict on the chains.")
-  if (v$good) "The chains are long enough."
-  else paste0("Not yet: about ", format(v$more, big.mark = ",", scientific = FALSE, trim = TRUE),
-    " more rounds per chain.")
+  if (v$good) return("The chains are long enough.")
+  paste0("Not yet: about ", whole_number(v$more), " more rounds per chain.")
 }
