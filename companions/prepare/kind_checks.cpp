@@ -262,6 +262,12 @@ void check_free(const model_description& d, message_log& log, const trait_pair& 
   else if (has_pair(r.zero, p.first, p.second))
     error_at(d, log, p.at,
              fmt::format("[residual] holds the covariance of {} at zero and leaves it free", names));
+  else if (p.first == r.indicator || p.second == r.indicator)
+    error_at(
+        d, log, p.at,
+        fmt::format("[residual] free: with residual groups by {} the covariance of {} stays at zero: such "
+                    "a chain loses a component",
+                    r.groups.value, names));
   else if (stands_apart(a) || stands_apart(b))
     warning_at(
         d, log, p.at,

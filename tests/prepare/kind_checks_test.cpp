@@ -220,6 +220,9 @@ TEST(kinds, a_pair_can_be_left_free_with_a_warning) {
   EXPECT_EQ(
       told(MIXED + "[residual]\nzero = [[\"scs\", \"infected\"]]\nfree = [[\"scs\", \"infected\"]]\n"),
       "m.toml:12:9: error: [residual] holds the covariance of scs and infected at zero and leaves it free\n");
+  EXPECT_EQ(told(MIXED + "[residual]\ngroups = \"infected\"\nfree = [[\"scs\", \"infected\"]]\n"),
+            "m.toml:12:9: error: [residual] free: with residual groups by infected the covariance of scs and "
+            "infected stays at zero: such a chain loses a component\n");
   EXPECT_EQ(told(CURE + "[residual]\nfree = [[\"failed\", \"able\"]]\n"),
             "m.toml:14:9: error: [residual] free: failed and able never have a residual covariance, by their "
             "kinds\n");

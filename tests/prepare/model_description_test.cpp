@@ -183,6 +183,29 @@ interval = 20
 seeds    = [1205, 711]
 )toml";
 
+constexpr const char* CURE = R"toml([data]
+file = "cows.csv"
+[trait.ill]
+kind = "sequence"
+categories = ["no", "yes"]
+subject = "cow"
+position = "period"
+formula = "1 + season + (1 | herd)"
+[trait.able]
+kind = "cured"
+of = "ill"
+formula = "1"
+[trait.days]
+kind = "censored"
+limits = { code = "c", upper = "u" }
+formula = "1 + season"
+[factor.herd]
+[residual]
+free = [["days", "able"]]
+[run]
+analysis = "gibbs"
+)toml";
+
 // ---- the examples of docs/prepare.md
 
 TEST(model_description, one_trait_with_a_pedigree_is_read) {
@@ -986,7 +1009,7 @@ TEST(model_description, no_text_at_all_can_break_the_reading) {
   EXPECT_EQ(told(read("\n[+a]")).substr(0, 20), "model.toml:2:2: erro");           // no sign of a key
   EXPECT_EQ(told(read("\n\xC3\xA5ge = 1")).substr(0, 20), "model.toml:2:1: erro"); // a letter outside ASCII
 
-  const std::vector<std::string> bases = {GRYPHON, MATERNAL, TEST_DAY, CALVING, MIXTURE};
+  const std::vector<std::string> bases = {GRYPHON, MATERNAL, TEST_DAY, CALVING, MIXTURE, CURE};
   const std::string signs = "\"'[]{}=.,#\n\\ 0(|)+:-x\xC3";
   std::uint32_t state = 2024; // linear congruential generator: the same texts in every run
   const auto next = [&state](std::size_t n) {
