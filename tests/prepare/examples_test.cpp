@@ -171,4 +171,41 @@ TEST(examples, number_of_traits_runs_a_chain_for_each_number_of_rows) {
   }
 }
 
+// Herds and sires of milk first, then the coefficient, seasons and sires of scs given them.
+TEST(examples, herd_level_ends_at_the_equations_of_both_traits) {
+  const solved_example x("herd_level");
+  ASSERT_EQ(x.sol.size(), 22U);
+  EXPECT_NEAR(x.sol[1], x.answer("level", ""), 1e-7);
+  for (std::int32_t herd = 1; herd <= 8; ++herd) {
+    const std::string name = x.p.fixed[0].classes[0].identification[static_cast<std::size_t>(herd - 1)];
+    EXPECT_NEAR(x.fixed(1, 1, herd), x.answer("herd", name), 3e-5);
+  }
+  EXPECT_NEAR(x.fixed(2, 1, 1), x.answer("season", "summer"), 3e-6);
+  EXPECT_NEAR(x.fixed(2, 1, 2), x.answer("season", "winter"), 3e-6);
+  x.expect_factor("sire", "", 1, 1, 1.0);
+  x.expect_factor("udder", "", 2, 1, 1.0);
+}
+
+// The file shows six digits.
+TEST(examples, progeny_deviations_are_those_of_the_dense_equations) {
+  const example_run run("progeny_deviations/model.toml");
+  ASSERT_EQ(run.exit_code, 0);
+  zeph::prepare::message_log log;
+  const zeph::prepare::csv_columns answers = zeph::prepare::read_csv(
+      zeph_test::source_folder() + "/examples/progeny_deviations/answers.csv", {}, log);
+  const std::vector<std::vector<double>> rows = run.rows("TD_PTD");
+  ASSERT_EQ(rows.size(), answers.n_records());
+  for (std::size_t r = 0; r < rows.size(); ++r) {
+    const auto answer = [&](const char* column) {
+      return std::stod(std::string(answers.cell(zeph::prepare::find_column(answers, column), r)));
+    };
+    ASSERT_EQ(rows[r].size(), 6U);
+    EXPECT_EQ(rows[r][0], answer("animal"));
+    EXPECT_EQ(rows[r][2], answer("records"));
+    EXPECT_NEAR(rows[r][3], answer("td"), 6e-5);
+    EXPECT_EQ(rows[r][4], answer("progeny"));
+    EXPECT_NEAR(rows[r][5], answer("ptd"), 6e-5);
+  }
+}
+
 } // namespace
