@@ -83,7 +83,7 @@ start_record start_now(const std::string& command, bool slurm, int jobs, const s
   localtime_r(&now, &t);
   const std::string time = fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", t.tm_year + 1900, t.tm_mon + 1,
                                        t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
-  return {command, time, slurm ? "slurm" : "here", slurm ? 0 : jobs, slurm ? options : "", {}};
+  return {command, time, slurm ? "slurm" : "here", slurm ? 0 : jobs, slurm ? options : "", "", {}};
 }
 
 bool plan_study(const run_options& o, study& s, std::vector<std::string>& notes,

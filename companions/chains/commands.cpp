@@ -12,6 +12,8 @@
 namespace zeph::chains {
 namespace {
 
+constexpr std::int32_t type_censored = 2, type_sequence = 7, type_cured = 8;
+
 int refuse(const std::vector<std::string>& faults, const std::string& closing) {
   for (const std::string& line : faults) fmt::print(stderr, "zeph-chains: {}\n", line);
   if (!closing.empty()) fmt::print(stderr, "{}\n", closing);
@@ -149,7 +151,20 @@ void set_start(const continue_options& o, study& s) {
   const start_record& before = s.starts.back();
   const bool slurm = o.slurm || (!o.here && before.where == "slurm");
   const std::string options = o.slurm ? o.sbatch : before.options;
+  const std::string hash_before = before.program_sha256;
   s.starts.push_back(start_now("continue", slurm, jobs_of(o.jobs, s.chains.size()), options));
+  file_print print;
+  print_of_file(s.program, print);
+  s.starts.back().program_sha256 = print.sha256;
+  if (print.sha256 != hash_before) fmt::print("{} is not the one that ran before\n", s.program);
+}
+
+// What a continued chain does not take up from the state that was saved.
+void note_latent_values(const work_model& m) {
+  if (m.has_type(type_censored) || m.has_type(type_sequence) || m.has_type(type_cured))
+    fmt::print(
+        "Values of censored and sequence traits are not saved: they are drawn anew, from where the chain "
+        "stands\n");
 }
 
 } // namespace
@@ -174,6 +189,7 @@ int run_chains(const run_options& o) {
   if (!fs::is_directory(runs, none)) return refuse(fmt::format("can't make the directory {}", runs.string()));
   s.work = fs::relative(fs::canonical(o.work), fs::canonical(runs)).string();
   s.starts.push_back(start_now("run", o.slurm, jobs_of(o.jobs, s.chains.size()), o.sbatch));
+  s.starts.back().program_sha256 = s.program_sha256;
   for (const std::string& note : notes) fmt::print("{}\n", note);
   fmt::print("{} of {} in {}\n", of_chains(o.chains), o.work.string(), runs.string());
   std::fflush(stdout);
@@ -198,6 +214,8 @@ int continue_chains(const continue_options& o) {
   if (!faults.empty()) return refuse(faults, way_on(positions));
   remove_stops(o.runs, positions);
   set_start(o, s);
+  note_latent_values(m);
+  std::fflush(stdout);
   const std::string options = s.starts.back().options;
   return start(o.runs, s, options, o.segments);
 }

@@ -126,9 +126,10 @@ std::string study_text(const study& s) {
                        c.seeds.B, c.last);
   for (const start_record& t : s.starts)
     out += fmt::format(
-        "\n[[start]]\ncommand = {}\ntime = {}\nwhere = {}\njobs = {}\noptions = {}\njob_ids = {}\n",
+        "\n[[start]]\ncommand = {}\ntime = {}\nwhere = {}\njobs = {}\noptions = {}\njob_ids = {}\n"
+        "program_sha256 = {}\n",
         toml_string(t.command), toml_string(t.time), toml_string(t.where), t.jobs, toml_string(t.options),
-        list_of(t.job_ids));
+        list_of(t.job_ids), toml_string(t.program_sha256));
   return out;
 }
 
@@ -149,7 +150,7 @@ void take_tables(const key_reader& keys, study& s) {
   });
   keys.tables("start", [&](const key_reader& k) {
     s.starts.push_back({k.text("command"), k.text("time"), k.text("where"), k.integer<int>("jobs"),
-                        k.text("options"), k.texts("job_ids")});
+                        k.text("options"), k.text("program_sha256"), k.texts("job_ids")});
   });
 }
 

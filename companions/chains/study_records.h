@@ -24,11 +24,12 @@ struct chain_record {
 };
 
 struct start_record {
-  std::string command; // "run" or "continue"
-  std::string time;    // 2026-11-21 09:30:00, local
-  std::string where;   // "here" or "slurm"
-  int jobs = 0;        // here: processes at a time
-  std::string options; // slurm: of sbatch, as given
+  std::string command;        // "run" or "continue"
+  std::string time;           // 2026-11-21 09:30:00, local
+  std::string where;          // "here" or "slurm"
+  int jobs = 0;               // here: processes at a time
+  std::string options;        // slurm: of sbatch, as given
+  std::string program_sha256; // of the ZEPH that it runs
   std::vector<std::string> job_ids;
 };
 

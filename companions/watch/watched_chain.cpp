@@ -15,19 +15,21 @@ using namespace zeph::chains;
 
 constexpr std::int32_t first_model_analysis = 5;
 
-// Names of the traits with a mixture, from names.json.
+// What the proportion of each trait is called, from names.json: by the indicator of a mixed trait, by the trait itself for
+// sequences and cured fractions; empty for the others.
 std::vector<std::string> mixed_traits(const fs::path& directory) {
-  static constexpr std::array mixtures = {"indicator", "sequence", "cured"};
   const nlohmann::json all = nlohmann::json::parse(text_of(directory / "names.json"), nullptr, false);
   std::vector<std::string> out;
   if (!all.is_object() || !all.contains("traits") || !all["traits"].is_array()) return out;
+  bool any = false;
   for (const auto& trait : all["traits"]) {
     if (!trait.is_object()) return {};
-    const std::string kind = trait.value("kind", "");
-    const bool mixed = std::find(mixtures.begin(), mixtures.end(), kind) != mixtures.end();
-    out.push_back(mixed ? trait.value("name", "") : "");
+    const std::string kind = trait.value("kind", ""), indicator = trait.value("indicator", "");
+    const bool own = kind == "sequence" || kind == "cured";
+    out.push_back(!indicator.empty() ? indicator : own ? trait.value("name", "") : "");
+    any = any || !out.back().empty();
   }
-  return out;
+  return any ? out : std::vector<std::string>();
 }
 
 // The values of the last whole row of mix_pi, a trait each.

@@ -205,6 +205,34 @@ TEST(continue_, refuses_without_the_program_of_the_study) {
   EXPECT_TRUE(refused(c, "continue runs --rounds 10", "/nowhere/ZEPH is gone\n"));
 }
 
+TEST(continue_, says_that_ZEPH_is_another_one) {
+  study_case c;
+  c.prepare();
+  std::filesystem::create_directory(c.place / "bin");
+  for (const char* name : {"ZEPH", "zeph-chains"})
+    std::filesystem::copy_file(programs() + name, c.place / (std::string("bin/") + name));
+  const std::string chains = "cd " + c.place.path() + " && bin/zeph-chains ";
+  ASSERT_EQ(shell(chains + "run work --chains 1 --into runs").exit_code, 0);
+  const said_by_program same = shell(chains + "continue runs --rounds 20");
+  EXPECT_FALSE(same.has("is not the one that ran before")) << same.text;
+  std::filesystem::rename(c.place / "bin/ZEPH", c.place / "bin/ZEPH.old");
+  c.place.write("bin/ZEPH", "#!/bin/sh\nexec " + (c.place / "bin/ZEPH.old") + "\n");
+  std::filesystem::permissions(c.place / "bin/ZEPH", std::filesystem::perms::owner_all);
+  const said_by_program other = shell(chains + "continue runs --rounds 20");
+  EXPECT_EQ(other.exit_code, 0) << other.text;
+  EXPECT_TRUE(says(other, "bin/ZEPH is not the one that ran before\n"));
+}
+
+TEST(continue_, says_which_latent_values_are_drawn_anew) {
+  const finished_study c(
+      {20, 40, 2, "[11, 12]", "gibbs",
+       "[factor.animal]\npedigree = \"pedigree.csv\"\nstart = 0.5\nprior_df = 8\n[trait.y1]\n"
+       "kind = \"censored\"\nlimits = { code = \"binary\" }\nformula = \"1 + (1 | animal)\"\n"});
+  const said_by_program said = c.chains("continue runs --rounds 40");
+  EXPECT_EQ(said.exit_code, 0) << said.text;
+  EXPECT_TRUE(says(said, "Values of censored and sequence traits are not saved: they are drawn anew"));
+}
+
 TEST(continue_, goes_on_with_a_binary_trait) {
   const finished_study c({20, 40, 2, "[11, 12]", "gibbs", scored("binary")});
   const said_by_program said = c.chains("continue runs --rounds 40");

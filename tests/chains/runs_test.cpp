@@ -17,6 +17,20 @@ std::string seeds_line(int k) {
 
 std::string chain_of(const std::string& runs, int k) { return runs + "/chain" + std::to_string(k); }
 
+pid_t pid_in(const std::string& process) { return std::stoi(process.substr(process.find("pid ") + 4)); }
+
+std::vector<pid_t> children_of(pid_t parent) {
+  std::vector<pid_t> children;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    if (entry.path().filename().string().find_first_not_of("0123456789") != std::string::npos) continue;
+    const std::string stat = bytes_of(entry.path() / "stat"); // pid (name) state parent ..
+    const std::size_t name_end = stat.rfind(") ");
+    if (name_end != std::string::npos && std::stoi(stat.substr(name_end + 4)) == parent)
+      children.push_back(std::stoi(entry.path().filename()));
+  }
+  return children;
+}
+
 TEST(run, makes_of_every_chain_what_ZEPH_alone_makes_with_its_seeds) {
   const study_case c;
   c.prepare();
@@ -252,7 +266,7 @@ TEST(ZEPH_killed, keeps_its_samples_and_is_told_with_a_way_on) {
       {programs() + "zeph-chains", "continue", c.place / "runs", "--rounds", "80000000"}, c.place / "said");
   ASSERT_TRUE(
       soon([&] { return !c.file("runs/chain1/seg2/py").empty() && !c.file("runs/chain2/seg2/py").empty(); }));
-  shell("kill -9 $(ps -o pid= --ppid $(sed -n 's/^pid //p' " + (c.place / "runs/chain1/seg2/process") + "))");
+  for (const pid_t child : children_of(pid_in(c.file("runs/chain1/seg2/process")))) ::kill(child, SIGKILL);
   ASSERT_TRUE(soon([&] {
     return c.file("said").find("chain 1  seg 2 was killed in round ") != std::string::npos;
   })) << c.file("said");
@@ -292,7 +306,7 @@ TEST(a_segment_that_never_began, is_made_again) {
   std::string toml = c.file("runs/chain1/seg1/segment.toml");
   toml.replace(toml.find("segment = 1"), 11, "segment = 2");
   c.place.write("runs/chain1/seg2/segment.toml", toml);
-  c.place.write("runs/chain1/seg2/process", "host " + shell("hostname").text + "pid 1\nbegun 1\njob -\n");
+  c.place.write("runs/chain1/seg2/process", "host " + shell("uname -n").text + "pid 1\nbegun 1\njob -\n");
   EXPECT_TRUE(says(c.chains("continue runs --rounds 40"), "chain 1  complete, round 260, 120 samples kept"));
   EXPECT_EQ(joined_rows(c, "runs/chain1").size(), 120U * 9);
 }

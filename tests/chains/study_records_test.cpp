@@ -22,8 +22,8 @@ study example() {
   s.seeds_given = {11, 0};
   s.inputs = {{"MODINF", 7976, std::string(64, 'b')}, {"AINV1", 12, std::string(64, 'c')}};
   s.chains = {{1, {11, 12}, 51000}, {2, {7930, 6019}, 51000}};
-  s.starts = {{"run", "2026-11-21 09:30:00", "slurm", 0, "--time=1 -p \"long\"", {"41", "42"}},
-              {"continue", "2026-11-22 09:30:00", "here", 2, "", {}}};
+  s.starts = {{"run", "2026-11-21 09:30:00", "slurm", 0, "--time=1 -p \"long\"", "d", {"41", "42"}},
+              {"continue", "2026-11-22 09:30:00", "here", 2, "", "e", {}}};
   return s;
 }
 
@@ -53,6 +53,7 @@ TEST(chains_toml, is_read_back_as_it_was_written) {
   EXPECT_EQ(back.starts[0].options, s.starts[0].options);
   EXPECT_EQ(back.starts[0].job_ids, s.starts[0].job_ids);
   EXPECT_EQ(back.starts[1].jobs, 2);
+  EXPECT_EQ(back.starts[1].program_sha256, "e");
   EXPECT_EQ(back.first_sampled(), 1001);
 }
 

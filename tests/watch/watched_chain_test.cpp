@@ -34,7 +34,7 @@ struct study_of_two {
     s.rounds = 1000;
     s.chains = {{1, {11, 12}, 1100}, {2, {13, 14}, 1100}};
     s.inputs = {{"MODINF", 1, "0"}};
-    s.starts = {{"run", "", "here", 2, "", {}}};
+    s.starts = {{"run", "", "here", 2, "", "", {}}};
     s.work = "work";
     std::filesystem::create_directories(place / "work");
     write();
@@ -155,11 +155,14 @@ TEST(mixture_proportions, are_those_of_the_last_whole_row_with_the_names_of_thei
   t.put(1, 1, "mix_pi", " 130 0.5 0.25 0.5\n 140 0.5 0.125 0.5\n 150 0.5 0.9");
   std::vector<watched_chain> all = t.chains();
   EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 140 of 1100  pi[1] 0.500  pi[2] 0.125  pi[3] 0.500");
-  t.place.write("work/names.json",
-                R"({"traits": [{"name": "y", "kind": "gaussian"}, {"name": "infected", "kind":
-    "indicator"}, {"name": "z", "kind": "gaussian"}]})");
+  t.place.write("work/names.json", R"({"traits": [{"name": "y", "kind": "gaussian", "indicator": ""},
+    {"name": "scs", "kind": "gaussian", "indicator": "infected"}, {"name": "sick", "kind": "sequence"}]})");
   all = t.chains();
-  EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 140 of 1100  pi[infected] 0.125");
+  EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 140 of 1100  pi[infected] 0.125  pi[sick] 0.500");
+  t.place.write("work/names.json",
+                R"({"traits": [{"name": "y"}, {"name": "z"}, {"name": "x"}]})"); // tells of none
+  all = t.chains();
+  EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 140 of 1100  pi[1] 0.500  pi[2] 0.125  pi[3] 0.500");
 }
 
 TEST(the_model, is_shown_of_chains_that_move_between_models) {
