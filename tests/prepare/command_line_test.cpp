@@ -39,6 +39,13 @@ TEST_F(command_line, writes_the_directory_and_says_how_to_run) {
   EXPECT_TRUE(said("Written to work: 8 files\nRun: cd work && ZEPH\n")) << place.read("said");
 }
 
+TEST_F(command_line, names_the_way_to_several_chains_of_a_model_that_is_sampled) {
+  place.write("model.toml", MODEL + "[run]\nanalysis = \"gibbs\"\nseeds = [1, 2]\n");
+  EXPECT_EQ(run("model.toml --into work"), 0) << place.read("said");
+  EXPECT_TRUE(said("Run: cd work && ZEPH\nSeveral chains: zeph-chains run work --chains 4\n"))
+      << place.read("said");
+}
+
 TEST_F(command_line, names_the_directory_after_the_description) {
   EXPECT_EQ(run("model.toml"), 0);
   EXPECT_TRUE(place.has("model/MODINF"));
