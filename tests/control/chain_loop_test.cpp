@@ -57,6 +57,26 @@ TEST(run_chain, runs_burn_in_and_then_sampling_rounds) {
                                             " in model" + integer(1) + integer(1) + "\n");
 }
 
+// By the plain number of the round: 5 and 10 of the sampling rounds 4 to 13, where
+// samples are taken in rounds 8 and 13.
+TEST(run_chain, makes_deviations_in_sampling_rounds_that_the_interval_divides) {
+  for (const bool progeny : {false, true}) {
+    chain_case c;
+    c.m->L_TD = true;
+    c.m->L_PTD = progeny;
+    c.m->TD_FACTOR = 1;
+    write_integer_records(c.directory / "PEDFILE1", {{0, 0, 0, 0, 0, 0, 1, 0, 3, 2, 1, 2, 4, 5, 3, 6}});
+    c.chain(run_case::lines(2, 3, 10, 1));
+    EXPECT_EQ(c.r->deviations.calls, 10);
+    chain_case five;
+    five.m->L_TD = true;
+    five.m->TD_FACTOR = 1;
+    five.chain(run_case::lines(2, 3, 10, 5));
+    EXPECT_EQ(five.r->deviations.calls, 2);
+    EXPECT_EQ(five.r->frame.nsamples, 2.0);
+  }
+}
+
 TEST(run_chain, takes_samples_at_the_interval_after_burn_in) {
   chain_case c;
   c.chain(run_case::lines(1, 3, 7, 2));

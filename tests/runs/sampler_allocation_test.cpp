@@ -1,6 +1,7 @@
 // A counting allocator: a round of the sampler asks for no storage once the first
 // rounds have made its work areas, with or without a sample.
 #include "gibbs/gibscan.h"
+#include "gibbs/trait_deviations.h"
 #include "runs/small_herd.h"
 
 #include <atomic>
@@ -57,7 +58,7 @@ using namespace zeph_test;
 // `size` families of ten animals, the progeny of two founders and of each other,
 // and twice as many records; every fifth record misses a trait.
 struct herd_of_size {
-  explicit herd_of_size(int size, const std::string& analysis) {
+  explicit herd_of_size(int size, const std::string& analysis, const char* tables = plain_tables) {
     std::string pedigree = "animal,sire,dam\n", data = "animal,sex,pen,group,y1,y2\n";
     for (int a = 1; a <= 10 * size; ++a) { // sires are odd and dams even
       const int sire = a - 1 - a % 2, dam = a - 1 - (a - 1) % 2;
@@ -81,13 +82,30 @@ struct herd_of_size {
     EXPECT_EQ(zeph::prepare::exit_code(log), 0) << zeph::prepare::full_text(log);
     EXPECT_TRUE(zeph::prepare::write_work_directory(d, p, directory / "work/", "").ok);
   }
-  static constexpr const char* tables = R"toml([trait.y1]
+  static constexpr const char* plain_tables = R"toml([trait.y1]
 formula = "1 + sex + (1 | animal) + (1 | pen)"
 [trait.y2]
 formula = "1 + (1 | animal) + (1 | pen)"
 [factor.animal]
 pedigree = "pedigree.csv"
 prior_df = 8
+[factor.pen]
+prior_df = 8
+[residual]
+groups = "group"
+prior_df = 8
+)toml";
+  // Solutions of the pens as a covariable, and deviations with progeny.
+  static constexpr const char* further_tables = R"toml([trait.y1]
+formula = "1 + sex + (1 | animal) + (1 | pen)"
+[trait.y2]
+formula = "1 + level + (1 | animal)"
+[covariable.level]
+solution = "y1.pen"
+[factor.animal]
+pedigree = "pedigree.csv"
+prior_df = 8
+deviations = "progeny"
 [factor.pen]
 prior_df = 8
 [residual]
@@ -108,6 +126,7 @@ std::pair<long, long> requests_of_rounds(const herd_of_size& herd) {
     requests = 0;
     counting = run.frame.iround == 115 || run.frame.iround == 120;
     zeph::GIBSCAN(records, run.frame, run.files);
+    if (run.deviations.factor > 0) zeph::TD_PTD(records, run.frame, run.deviations);
     counting = false;
     if (run.frame.iround == 115) out.first = requests;
     if (run.frame.iround == 120) out.second = requests;
@@ -122,6 +141,10 @@ TEST(one_round_of_the_sampler, allocates_nothing) {
       const auto [plain, sampled] = requests_of_rounds(herd_of_size(size, analysis));
       EXPECT_EQ(plain, 0) << analysis << size;
       EXPECT_EQ(sampled, 0) << analysis << size;
+      const auto [two_stages, with_sample] =
+          requests_of_rounds(herd_of_size(size, analysis, herd_of_size::further_tables));
+      EXPECT_EQ(two_stages, 0) << analysis << size;
+      EXPECT_EQ(with_sample, 0) << analysis << size;
     }
   }
 }
