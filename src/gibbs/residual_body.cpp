@@ -1,7 +1,6 @@
 #include "gibbs/residual_body.h"
 
 #include "gibbs/level_draws.h"
-#include "gibbs/record_product.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -270,25 +269,62 @@ void move_changing_coefficients(scan_records& r) {
     }
 }
 
+// Record of element k (from 0) of a slot, from 0.
+std::int64_t record_of(const design_slot& slot, std::int64_t k) {
+  return slot.every_record ? k : slot.rec.data()[k];
+}
+
+// Element (t,u) of the weighted residual inverse of record irec (from 1).
+double weighted_inverse(const scan_records& r, const run_frame& f, std::int64_t irec, std::int32_t t,
+                        std::int32_t u) {
+  const double c = residual_inverse(r, f, irec)[(t - 1) + (u - 1) * r.model.nt];
+  if (!r.work.weighted) return c;
+  if (t == u) return c * static_cast<double>(r.design.WV_M(t, irec));
+  return c * static_cast<double>(r.design.WV_SQRT_M(t, irec)) *
+         static_cast<double>(r.design.WV_SQRT_M(u, irec));
+}
+
+// Adds the products of two slots (or of one with itself) to the blocks of the levels in which they meet.
+void add_slot_products(scan_records& r, const run_frame& f, const equation_group& group, const design_slot& a,
+                       const design_slot& b, mat<double>& DI) {
+  const std::int64_t n = a.row.size(), m = b.row.size();
+  const bool same = &a == &b, alike = r.work.fast.one_matrix;
+  const std::int32_t element = ihmij(a.place, b.place, 0) - 1;
+  const double c1 = alike && r.design.nobs > 0 ? weighted_inverse(r, f, 1, a.trait, b.trait) : 0.0;
+  const std::int32_t *row_a = a.row.data(), *row_b = b.row.data();
+  double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
+  double sum = 0.0;
+  for (std::int64_t k = 0, l = 0; k < n && l < m;) {
+    const std::int64_t rec = record_of(a, k), other = record_of(b, l);
+    if (rec != other) {
+      ++(rec < other ? k : l);
+      continue;
+    }
+    const std::int64_t level = one_level ? 0 : row_a[k] / group.stride;
+    if (one_level || level == row_b[l] / group.stride) {
+      double z = (a.ones ? 1.0 : a.z.data()[k]) * (b.ones ? 1.0 : b.z.data()[l]);
+      if (!same && row_a[k] == row_b[l]) z *= 2.0;
+      z *= alike ? c1 : weighted_inverse(r, f, rec + 1, a.trait, b.trait);
+      if (one_level)
+        sum += z;
+      else
+        DI.col(level + 1)[element] += z;
+    }
+    ++k, ++l;
+  }
+  if (one_level) *one_level += sum;
+}
+
 // DI(g) = D of all levels, summed over the records.
 void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
-  const design_store& d = r.design;
-  const bool weights = r.model.has_weights();
   mat<double>& DI = r.layout.DI_of(g);
   DI.fill(0.0);
-  for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
-    bool made = false;
-    for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
-      if (d.XD3_M(i, irec) != g || !entry_active(r, irec, i, f.analysis_type)) continue;
-      if (!made) make_stage_riff(r, f.stage, irec, f.analysis_type, weights);
-      made = true;
-      double* block = DI.col(d.XD4_M(i, irec));
-      for (std::int32_t k = 1; k <= i; ++k) {
-        if (d.XD3_M(k, irec) != g || d.XD4_M(k, irec) != d.XD4_M(i, irec)) continue;
-        if (!entry_active(r, irec, k, f.analysis_type)) continue;
-        block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] += record_product(d, r.work.riff, irec, i, k);
-      }
-    }
+  const std::vector<design_slot>& slots = form_of(r, g).slots;
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    if (!active(slots[i], r.layout.NGR(g, 2))) continue;
+    for (std::size_t k = 0; k <= i; ++k)
+      if (active(slots[k], r.layout.NGR(g, 2)))
+        add_slot_products(r, f, r.layout.group(g), slots[i], slots[k], DI);
   }
 }
 
