@@ -1,4 +1,5 @@
 // Chains of the real program: run, interrupted, killed, continued.
+#include "chains/processes.h"
 #include "chains/study_case.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +18,18 @@ std::string seeds_line(int k) {
 
 std::string chain_of(const std::string& runs, int k) { return runs + "/chain" + std::to_string(k); }
 
-pid_t pid_in(const std::string& process) { return std::stoi(process.substr(process.find("pid ") + 4)); }
+// The shell around ZEPH in a segment; 0 unless it lives, began when the file `process` says, works in that directory and
+// leads a group of its own: only what zeph-chains has started for this test is ever killed.
+pid_t shell_of(const std::string& segment) {
+  zeph::chains::process_record p;
+  if (!zeph::chains::read_process(segment, p) || p.pid <= 1 || p.pid == ::getpid()) return 0;
+  std::error_code fault;
+  const std::filesystem::path works_in =
+      std::filesystem::read_symlink("/proc/" + std::to_string(p.pid) + "/cwd", fault);
+  const bool ours = zeph::chains::life_of(p) == zeph::chains::process_life::alive &&
+                    works_in == std::filesystem::canonical(segment, fault) && ::getpgid(p.pid) == p.pid;
+  return ours ? p.pid : 0;
+}
 
 std::vector<pid_t> children_of(pid_t parent) {
   std::vector<pid_t> children;
@@ -266,7 +278,9 @@ TEST(ZEPH_killed, keeps_its_samples_and_is_told_with_a_way_on) {
       {programs() + "zeph-chains", "continue", c.place / "runs", "--rounds", "80000000"}, c.place / "said");
   ASSERT_TRUE(
       soon([&] { return !c.file("runs/chain1/seg2/py").empty() && !c.file("runs/chain2/seg2/py").empty(); }));
-  for (const pid_t child : children_of(pid_in(c.file("runs/chain1/seg2/process")))) ::kill(child, SIGKILL);
+  const pid_t around = shell_of(c.place / "runs/chain1/seg2");
+  ASSERT_GT(around, 1);
+  for (const pid_t child : children_of(around)) ::kill(child, SIGKILL);
   ASSERT_TRUE(soon([&] {
     return c.file("said").find("chain 1  seg 2 was killed in round ") != std::string::npos;
   })) << c.file("said");
@@ -293,7 +307,9 @@ TEST(a_segment_without_exit_code, was_killed_when_its_process_is_gone) {
       c.place / "said");
   ASSERT_TRUE(soon([&] { return !c.file("runs/chain1/seg1/py").empty(); }));
   EXPECT_EQ(chains.end(SIGKILL), 128 + SIGKILL);
-  shell("kill -9 -$(sed -n 's/^pid //p' " + (c.place / "runs/chain1/seg1/process") + ")");
+  const pid_t around = shell_of(c.place / "runs/chain1/seg1");
+  ASSERT_GT(around, 1);
+  ::kill(-around, SIGKILL);
   ASSERT_TRUE(soon([&] { return c.chains("status runs").has("chain 1  seg 1  killed  round "); }));
   EXPECT_FALSE(c.has("runs/chain1/seg1/exit"));
 }
@@ -306,7 +322,8 @@ TEST(a_segment_that_never_began, is_made_again) {
   std::string toml = c.file("runs/chain1/seg1/segment.toml");
   toml.replace(toml.find("segment = 1"), 11, "segment = 2");
   c.place.write("runs/chain1/seg2/segment.toml", toml);
-  c.place.write("runs/chain1/seg2/process", "host " + shell("uname -n").text + "pid 1\nbegun 1\njob -\n");
+  c.place.write("runs/chain1/seg2/process",
+                "host " + shell("uname -n").text + "pid 999999999\nbegun 1\njob -\n");
   EXPECT_TRUE(says(c.chains("continue runs --rounds 40"), "chain 1  complete, round 260, 120 samples kept"));
   EXPECT_EQ(joined_rows(c, "runs/chain1").size(), 120U * 9);
 }

@@ -187,6 +187,14 @@ TEST(continue_with_slurm, refuses_while_jobs_are_in_the_queue_and_goes_here_when
   EXPECT_TRUE(says(said, "2 chains complete"));
 }
 
+TEST(continue_with_slurm, does_not_need_an_answer_of_squeue) {
+  const slurm_case c;
+  c.prepare();
+  ASSERT_EQ(c.with_slurm("run work --into runs --chains 1 --slurm ''").exit_code, 0);
+  c.program("squeue", "echo 'slurm_load_jobs error: Unable to contact slurm controller' >&2; exit 1");
+  EXPECT_TRUE(says(c.with_slurm("continue runs --here"), "1 chain complete"));
+}
+
 TEST(a_segment_on_another_node, counts_as_killed_once_Slurm_does_not_hold_its_job) {
   const slurm_case c;
   c.prepare({20, endless, 100});

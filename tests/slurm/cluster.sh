@@ -65,6 +65,7 @@ cluster_stop() {
   for name in slurmd slurmctld munged; do
     [ -f "$cluster/$name.pid" ] || continue
     pid=$(cat "$cluster/$name.pid")
+    [ -n "$pid" ] && [ "$pid" -gt 1 ] && grep -q "$name" "/proc/$pid/comm" || continue # ours, and alive
     kill "$pid" 2> /dev/null
     while kill -0 "$pid" 2> /dev/null && [ "$(ps -o stat= -p "$pid")" != Z ]; do sleep 0.2; done
   done

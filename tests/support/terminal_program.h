@@ -38,7 +38,7 @@ public:
     ::_exit(127);
   }
   ~terminal_program() {
-    if (pid_ > 0) {
+    if (pid_ > 1) {
       ::kill(pid_, SIGKILL);
       ::waitpid(pid_, nullptr, 0);
     }
@@ -60,7 +60,9 @@ public:
     return false;
   }
   void key(char c) const { static_cast<void>(::write(terminal_, &c, 1) == 1); }
-  void send(int signal) const { ::kill(pid_, signal); }
+  void send(int signal) const {
+    if (pid_ > 1) ::kill(pid_, signal);
+  }
   // Reads to the end of the program: its exit code, or 128 + the signal.
   int wait() {
     int status = 0;
