@@ -89,6 +89,9 @@ int main(int argc, char** argv) {
   CLI::App app{"Runs several chains of a work directory of ZEPH, here or on a cluster.", "zeph-chains"};
   app.set_version_flag("--version", "zeph-chains " ZEPH_VERSION);
   app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return fmt::format("zeph-chains: {}; --help tells more\n", e.what());
+  });
   add_run(app, c);
   add_continue(app, c);
   add_others(app, c);

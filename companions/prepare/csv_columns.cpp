@@ -1,5 +1,7 @@
 #include "prepare/csv_columns.h"
 
+#include "prepare/readable_file.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -221,9 +223,9 @@ csv_columns read_csv_text(std::string_view content, const std::string& file, con
 }
 
 csv_columns read_csv(const std::string& path, const csv_layout& layout, message_log& log) {
-  std::ifstream in(path, std::ios::binary);
-  std::string content;
-  if (in) {
+  std::string why = why_unreadable(path), content;
+  if (why.empty()) {
+    std::ifstream in(path, std::ios::binary);
     in.seekg(0, std::ios::end);
     const std::streamoff size = in.tellg();
     in.seekg(0);
@@ -231,9 +233,10 @@ csv_columns read_csv(const std::string& path, const csv_layout& layout, message_
       content.resize(static_cast<std::size_t>(size));
       in.read(content.data(), size);
     }
+    if (!in) why = "reading broke off";
   }
-  if (!in) {
-    add_error(log, {path, 0, 0}, "the file cannot be read");
+  if (!why.empty()) {
+    add_error(log, {path, 0, 0}, "the file can't be read: " + why);
     csv_columns none;
     none.file = path;
     none.layout = layout;

@@ -42,6 +42,11 @@ const atom* covariable_atom(const effect& e);
 // "herd:year": the class part of an effect's name.
 std::string class_name(const effect& e);
 
+// Messages from entries[first] on name the file as the description does. That it can't be read is told with the place
+// of the description that names it.
+void show_as_written(const model_description& d, message_log& log, std::size_t first, const std::string& path,
+                     const text_value& file);
+
 // Reads the file, the numbers of observations, weights and covariables, and the observations of all kinds of traits.
 // Errors: unknown columns, cells that are no numbers, classes that hold a number with a fraction, those of
 // trait_values. Warnings: values that look like codes for missing.

@@ -14,12 +14,6 @@ namespace zeph::prepare {
 
 namespace {
 
-// Messages from entries[first] on name the file as the description does.
-void show_as_written(message_log& log, std::size_t first, const std::string& path, const std::string& name) {
-  for (std::size_t i = first; i < log.entries.size(); ++i)
-    if (log.entries[i].at.file == path) log.entries[i].at.file = name;
-}
-
 // ---- contributions
 
 const random_term& term_of(const model_description& d, const factor_row& row) {
@@ -193,7 +187,7 @@ void levels_of_pedigree(const model_description& d, const data_columns& data, co
   const std::size_t first = log.entries.size();
   const pedigree_request request = request_of(d, data, section.pedigree);
   pedigree ped = read_pedigree(request, log);
-  show_as_written(log, first, request.file, section.pedigree.file.value);
+  show_as_written(d, log, first, request.file, section.pedigree.file);
   ped.file = section.pedigree.file.value;
   if (count_of(log, severity::error) > errors) return;
   std::int64_t n_unknown = 0;
@@ -231,7 +225,7 @@ void levels_of_matrix(const model_description& d, const data_columns& data, cons
   const int errors = count_of(log, severity::error);
   const std::size_t first = log.entries.size();
   given_inverse given = read_given_matrix(q, log);
-  show_as_written(log, first, q.file, section.matrix.file.value);
+  show_as_written(d, log, first, q.file, section.matrix.file);
   if (count_of(log, severity::error) > errors) return;
   f.identification = std::move(given.identification);
   f.inverse = std::move(given.element);

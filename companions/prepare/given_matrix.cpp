@@ -1,6 +1,7 @@
 #include "prepare/given_matrix.h"
 
 #include "prepare/csv_columns.h"
+#include "prepare/readable_file.h"
 
 #include <fmt/format.h>
 
@@ -372,11 +373,11 @@ given_inverse given_matrix_of_text(std::string_view content, const matrix_reques
 }
 
 given_inverse read_given_matrix(const matrix_request& request, message_log& log) {
-  std::ifstream in(request.file, std::ios::binary);
-  if (!in) {
-    add_error(log, place_of(request, 0), "the file cannot be read");
+  if (const std::string why = why_unreadable(request.file); !why.empty()) {
+    add_error(log, place_of(request, 0), "the file can't be read: " + why);
     return {};
   }
+  std::ifstream in(request.file, std::ios::binary);
   const std::string content{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   return given_matrix_of_text(content, request, log);
 }

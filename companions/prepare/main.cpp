@@ -3,6 +3,7 @@
 #include "prepare/messages.h"
 #include "prepare/model_assembly.h"
 #include "prepare/model_description.h"
+#include "prepare/readable_file.h"
 #include "prepare/summary.h"
 #include "prepare/work_directory.h"
 
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <new>
 #include <string>
 
 #ifndef ZEPH_VERSION
@@ -76,9 +78,8 @@ void tell_directory(const model_description& d, const fs::path& directory, const
 }
 
 int run(const command& c) {
-  std::error_code ignored;
-  if (!fs::is_regular_file(c.model, ignored)) {
-    fmt::print(stderr, "zeph-prepare: can't read {}\n", c.model);
+  if (const std::string why = why_unreadable(c.model); !why.empty()) {
+    fmt::print(stderr, "zeph-prepare: can't read {}: {}\n", c.model, why);
     return exit_files;
   }
   message_log log;
@@ -112,6 +113,9 @@ int main(int argc, char** argv) {
   command c;
   CLI::App app{"Makes a work directory for ZEPH from a model description, CSV data and a pedigree.",
                "zeph-prepare"};
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return fmt::format("zeph-prepare: {}; --help tells more\n", e.what());
+  });
   app.add_option("model", c.model, "description of the model (TOML)")->required();
   app.add_option("--into", c.into, "the work directory; default: named after the description, here");
   app.add_flag("--check", c.check, "read and check everything, write nothing");
@@ -125,6 +129,9 @@ int main(int argc, char** argv) {
   }
   try {
     return run(c);
+  } catch (const std::bad_alloc&) {
+    fmt::print(stderr, "zeph-prepare: no memory left; fewer levels or records, or a machine with more\n");
+    return exit_files;
   } catch (const std::exception& e) {
     fmt::print(stderr, "zeph-prepare: {}\n", e.what());
     return exit_files;

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 #include <sstream>
 #include <unordered_map>
 
@@ -286,6 +287,15 @@ void warn_of_twins(const prepared_model& p, message_log& log) {
     }
 }
 
+// The kinds of the traits, and [residual] zero, leave no element of the residual matrix open.
+bool residual_is_held(const model_description& d) {
+  std::set<std::pair<int, int>> held;
+  for (const trait_pair& pair : d.residual.zero) held.emplace(pair.first, pair.second);
+  return std::ranges::all_of(d.traits,
+                             [](const trait_section& t) { return has_unit_variance(t.kind.value); }) &&
+         held.size() == d.traits.size() * (d.traits.size() - 1) / 2;
+}
+
 // A solver or a prediction takes the matrices as they start.
 void warn_of_defaults(const model_description& d, const prepared_model& p, message_log& log) {
   if (d.run.analysis.value >= analysis_type::gibbs) return;
@@ -295,12 +305,13 @@ void warn_of_defaults(const model_description& d, const prepared_model& p, messa
   const bool grouped =
       !p.start.residual_groups.empty() &&
       std::ranges::all_of(p.start.residual_groups, [](const start_matrix& m) { return m.given; });
-  if (d.residual.start.order == 0 && !grouped) defaults.emplace_back("[residual]");
+  if (d.residual.start.order == 0 && !grouped && !residual_is_held(d)) defaults.emplace_back("[residual]");
   if (!defaults.empty())
     add_warning(log, {},
-                fmt::format("analysis \"{}\" takes the covariances as they start, and {} have no start: "
+                fmt::format("analysis \"{}\" takes the covariances as they start, and {} {} no start: "
                             "the defaults below are used",
-                            word_of(d.run.analysis.value), joined(defaults)));
+                            word_of(d.run.analysis.value), joined(defaults),
+                            defaults.size() == 1 ? "has" : "have"));
 }
 
 // An identity factor with a level for each record.

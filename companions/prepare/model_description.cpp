@@ -1,6 +1,7 @@
 #include "prepare/model_description.h"
 
 #include "prepare/description_checks.h"
+#include "prepare/readable_file.h"
 #include "prepare/toml_values.h"
 
 #include <algorithm>
@@ -525,17 +526,15 @@ model_description parse_description(std::string_view text, const std::string& pa
 }
 
 model_description read_description(const std::string& path, message_log& log) {
-  std::ifstream file(path, std::ios::binary);
-  std::string text;
-  std::error_code ignored;
-  if (file && !std::filesystem::is_directory(path, ignored))
-    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  else
-    file.setstate(std::ios::badbit);
-  if (!file.bad()) return parse_description(text, path, log);
+  const std::string why = why_unreadable(path);
+  if (why.empty()) {
+    std::ifstream file(path, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return parse_description(text, path, log);
+  }
   model_description d;
   d.path = path;
-  error_at(d, log, {}, "the file can't be read");
+  error_at(d, log, {}, "the file can't be read: " + why);
   return d;
 }
 

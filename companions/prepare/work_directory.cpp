@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fstream>
+#include <system_error>
 
 namespace zeph::prepare {
 
@@ -21,6 +23,9 @@ namespace fs = std::filesystem;
 constexpr std::int64_t levels_per_record = 100000; // of PEDFILEk
 constexpr std::int32_t class_row = 2, factor_row_code = 3;
 
+// ": No space left on device" after a call that failed, or nothing when the system gave no reason.
+std::string reason() { return errno == 0 ? "" : ": " + std::generic_category().message(errno); }
+
 // Where the files go, and how it went so far.
 struct writing {
   fs::path directory;
@@ -29,7 +34,8 @@ struct writing {
   [[nodiscard]] std::string path(const std::string& name) const { return (directory / name).string(); }
   bool done(const std::string& name, bool ok) {
     result.files.push_back(name);
-    if (!ok && result.fault.empty()) result.fault = "can't write " + path(name);
+    if (!ok && result.fault.empty()) result.fault = "can't write " + path(name) + reason();
+    errno = 0;
     return result.fault.empty();
   }
 };
@@ -144,7 +150,7 @@ void write_factors(writing& w, const prepared_model& p) {
 bool write_model(writing& w, const prepared_model& p) {
   std::string fault;
   const bool ok = write_modinf(p.model, w.path("MODINF"), fault);
-  if (!ok) w.result.fault = "can't write " + w.path("MODINF") + ": " + fault;
+  if (!ok && fault != "write") w.result.fault = "can't write " + w.path("MODINF") + ": " + fault;
   return w.done("MODINF", ok);
 }
 
@@ -174,12 +180,16 @@ void remove_former(writing& w, const std::vector<std::string>& former) {
 directory_result write_work_directory(const model_description& d, const prepared_model& p,
                                       const fs::path& directory, const std::string& listing) {
   writing w{directory, {}};
-  std::error_code fault;
+  std::error_code fault, ignored;
   fs::create_directories(directory, fault);
-  if (!fs::is_directory(directory, fault)) {
-    w.result.fault = "can't make the directory " + directory.string();
+  if (!fs::is_directory(directory, ignored)) {
+    w.result.fault = "can't make the directory " + directory.string() +
+                     (fs::exists(directory, ignored) ? ": a file of that name stands there"
+                      : fault                        ? ": " + fault.message()
+                                                     : "");
     return w.result;
   }
+  errno = 0;
   const std::vector<std::string> former = former_files(directory);
   write_model(w, p);
   write_columns(w, "RCDATA_I", p.rows.integers, p.records.n_used());

@@ -35,6 +35,9 @@ int run(const std::vector<std::string>& directories) {
 int main(int argc, char** argv) {
   std::vector<std::string> directories;
   CLI::App app{"Shows where running chains of ZEPH stand.", "zeph-watch"};
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return fmt::format("zeph-watch: {}; --help tells more\n", e.what());
+  });
   app.add_option("directories", directories, "studies of zeph-chains, or directories in which ZEPH runs")
       ->required();
   app.set_version_flag("--version", "zeph-watch " ZEPH_VERSION);

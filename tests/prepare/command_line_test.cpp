@@ -75,12 +75,14 @@ TEST_F(command_line, fault_in_the_data_ends_with_1_and_writes_nothing) {
 
 TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
   EXPECT_EQ(run(""), 2);
+  EXPECT_TRUE(said("zeph-prepare: model is required; --help tells more\n")) << place.read("said");
   EXPECT_EQ(run("model.toml --no-such-option"), 2);
   EXPECT_EQ(run("absent.toml"), 2);
-  EXPECT_TRUE(said("can't read absent.toml"));
+  EXPECT_TRUE(said("can't read absent.toml: there is no such file\n"));
   place.write("plain", "");
   EXPECT_EQ(run("model.toml --into plain"), 2);
-  EXPECT_TRUE(said("can't make the directory plain")) << place.read("said");
+  EXPECT_TRUE(said("can't make the directory plain: a file of that name stands there\n"))
+      << place.read("said");
 }
 
 TEST_F(command_line, help_and_version_end_with_0) {

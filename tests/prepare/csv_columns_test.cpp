@@ -133,7 +133,14 @@ TEST(csv_columns, refuses_empty_and_header_only_and_absent_files) {
   table_of("id,x\n", header);
   EXPECT_EQ(only_message(header), "calves.csv: error: there are no records below the header\n");
   read_csv("no/such/calves.csv", {}, absent);
-  EXPECT_EQ(only_message(absent), "no/such/calves.csv: error: the file cannot be read\n");
+  EXPECT_EQ(only_message(absent),
+            "no/such/calves.csv: error: the file can't be read: there is no such file\n");
+}
+
+TEST(csv_columns, a_folder_in_place_of_a_file_is_told) {
+  message_log log;
+  read_csv("/", {}, log);
+  EXPECT_EQ(only_message(log), "/: error: the file can't be read: it is a folder\n");
 }
 
 TEST(csv_columns, refuses_quotes_left_open_or_inside_a_cell) {

@@ -237,7 +237,7 @@ TEST(given_matrix, empty_and_absent_files_are_told) {
   matrix_request request;
   request.file = "no/such/G.txt";
   read_given_matrix(request, absent);
-  EXPECT_EQ(only_message(absent), "no/such/G.txt: error: the file cannot be read\n");
+  EXPECT_EQ(only_message(absent), "no/such/G.txt: error: the file can't be read: there is no such file\n");
 }
 
 TEST(given_matrix, correlations_other_than_one_on_the_diagonal_are_told) {

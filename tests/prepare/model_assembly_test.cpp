@@ -425,7 +425,26 @@ TEST(model_assembly, class_with_a_fraction_is_refused_until_it_is_said_what_it_i
 
 TEST(model_assembly, unknown_column_is_refused_with_the_columns_there_are) {
   const prepared_case c = prepare(toml("[trait.y]\nformula = \"1 + agee\"\n"), "x,y\n1,3\n2,5\n");
-  EXPECT_TRUE(c.says("no column \"agee\"; the columns are: x, y")) << c.messages();
+  EXPECT_TRUE(c.says("no column \"agee\"; the columns are: x, y\n    named in ")) << c.messages();
+  EXPECT_TRUE(c.says("model.toml:")) << c.messages();
+}
+
+TEST(model_assembly, unreadable_files_are_told_with_the_line_that_names_them) {
+  const std::string model =
+      toml("[factor.g]\nrelationship = \"g.txt\"\n[trait.y]\nformula = \"1 + (1 | g | id)\"\n");
+  const prepared_case no_matrix = prepare(model, "id,y\na,3\nb,5\n");
+  EXPECT_TRUE(no_matrix.says("g.txt: error: the file can't be read: there is no such file\n    named in "))
+      << no_matrix.messages();
+}
+
+// The liability of a binary trait has residual variance 1: nothing of the residual is left to a default.
+TEST(model_assembly, no_default_is_told_where_the_kinds_hold_the_residual) {
+  const std::string data = "y\n0\n1\n0\n1\n1\n";
+  const std::string run = "analysis = \"predict\"\n";
+  const prepared_case held = prepare(toml("[trait.y]\nformula = \"1\"\nkind = \"binary\"\n", run), data);
+  EXPECT_FALSE(held.says("no start")) << held.messages();
+  const prepared_case open = prepare(toml("[trait.y]\nformula = \"1\"\n", run), data);
+  EXPECT_TRUE(open.says("and [residual] has no start: the defaults below are used")) << open.messages();
 }
 
 TEST(model_assembly, large_mean_beside_a_small_deviation_is_warned_of) {

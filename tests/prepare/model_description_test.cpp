@@ -753,9 +753,10 @@ TEST(model_description, faults_of_toml_itself_carry_their_place) {
 TEST(model_description, a_file_that_is_not_there_is_told) {
   message_log log;
   read_description("no/such/model.toml", log);
-  EXPECT_EQ(full_text(log), "no/such/model.toml: error: the file can't be read\n");
+  EXPECT_EQ(full_text(log), "no/such/model.toml: error: the file can't be read: there is no such file\n");
   read_description(".", log);
-  EXPECT_EQ(log.entries.size(), 2U);
+  ASSERT_EQ(log.entries.size(), 2U);
+  EXPECT_EQ(message_text(log.entries[1]), ".: error: the file can't be read: it is a folder\n");
 }
 
 TEST(model_description, a_description_on_disk_is_read) {

@@ -258,7 +258,8 @@ TEST(pedigree, a_chain_of_many_generations_is_ordered) {
 TEST(pedigree, an_absent_file_is_told) {
   message_log log;
   EXPECT_EQ(read_pedigree({.file = "no/such/pedigree.csv"}, log).n_animals(), 0);
-  EXPECT_EQ(only_message(log), "no/such/pedigree.csv: error: the file cannot be read\n");
+  EXPECT_EQ(only_message(log),
+            "no/such/pedigree.csv: error: the file can't be read: there is no such file\n");
 }
 
 } // namespace

@@ -170,7 +170,7 @@ TEST(work_directory, that_can_not_be_made_is_a_fault) {
   out.write("file", "");
   const directory_result w = write_work_directory(c.description, c.p, out / "file", "");
   EXPECT_FALSE(w.ok);
-  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file"));
+  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file") + ": a file of that name stands there");
 }
 
 TEST(work_directory, files_that_would_disturb_a_run_are_named) {

@@ -29,6 +29,8 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
 }
 
 nothing_to_judge <- function(place, n_draws) {
+  if (n_draws > 0 && analysis_of(place) %in% 3:6)
+    return("Too few samples to judge the chains by: let them run on.")
   if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing to judge chains by.")
   if (analysis_of(place) %in% 0:1) return("Solutions of the equations with given (co)variances; no chain was run.")
   "There are no samples."
