@@ -1,5 +1,6 @@
 #include "prepare/description_checks.h"
 
+#include "prepare/derived_checks.h"
 #include "prepare/deviation_checks.h"
 #include "prepare/factor_rows.h"
 #include "prepare/kind_checks.h"
@@ -365,6 +366,7 @@ void check_description(model_description& d, message_log& log) {
   warn_of_unused_covariables(d, log);
   check_residual(d, log);
   check_keep(d, log);
+  if (formulas_are_good) check_derived(d, log);
   check_deviations(d, log, formulas_are_good);
   check_run(d, log, formulas_are_good);
 }

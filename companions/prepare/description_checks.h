@@ -11,7 +11,8 @@ namespace zeph::prepare {
 //
 // Faults: the grammar; a factor that has no table; a class effect on the left of a bar; two covariables in one effect;
 // an `order` that is not a permutation of the rows; a start matrix of wrong order or not positive definite; a start
-// value where a residual covariance is held at zero; keys that do not go together; what link_kinds refuses; what is not
+// value where a residual covariance is held at zero; keys that do not go together; formulas of [derive] whose names
+// the report will not find; what link_kinds refuses; what is not
 // yet supported.
 // Warnings: a prior_df that acts as flat; a factor or covariable that no formula uses; a column used both as a class
 // and inside leg or poly; two traits of one column; no sample round within the rounds.
