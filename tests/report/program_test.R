@@ -92,3 +92,28 @@ test_that("a report that is killed leaves chains as they were and no half page; 
   expect_equal(told(root)$status, 0L)
   expect_true(file.exists(file.path(root, "report.html")))
 })
+
+test_that("what is missing on the machine is told", {
+  kept <- needed_packages
+  assign("needed_packages", c("stats", "not.a.Package"), globalenv())
+  on.exit(assign("needed_packages", kept, globalenv()))
+  expect_error(need_packages(), "missing R packages: not.a.Package; in Debian r-cran-not.a.package")
+  place <- scratch()
+  for (tool in c("dirname", "readlink")) file.symlink(Sys.which(tool), file.path(place, tool))
+  told <- suppressWarnings(system2("/usr/bin/env", c(paste0("PATH=", place), "/bin/sh", file.path(programs, "zeph-report"), "x"), stdout = TRUE, stderr = TRUE))
+  expect_equal(as.vector(told), "zeph-report: Rscript is missing: install the packages of scripts/packages.txt")
+  expect_equal(attr(told, "status"), 2L)
+})
+
+test_that("model files that are too short are told", {
+  place <- scratch()
+  path <- file.path(place, "MODINF")
+  frame <- function(n) {
+    length <- writeBin(as.integer(n), raw(), endian = "little")
+    c(length, raw(n), length)
+  }
+  writeBin(c(frame(2)), path)
+  expect_error(read_modinf(path), "a record of MODINF is shorter than its items")
+  writeBin(c(frame(28), frame(1004), frame(12)), path)
+  expect_error(read_modinf(path), "MODINF of .* ends too early")
+})

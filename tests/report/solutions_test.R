@@ -96,3 +96,36 @@ test_that("DIC gets the n log(2 pi) that ZEPH leaves out", {
     counts = TRUE))))))
   expect_equal(full$full - full$DIC, rep(854 * 1.8378770664093453, 2), tolerance = 1e-12)
 })
+
+test_that("interactions and nested slopes have their names and levels", {
+  records <- sprintf("%d,%s,%s,%s,%d,%.2f", 1:16, paste0("y", 1:16 %% 5), c("a", "b"), c("f", "f", "m", "m"), c(3, 5, 4, 7, 6, 2, 9, 8), sin(1:16))
+  work <- prepared(c('[data]', 'file = "d.csv"', '[covariable.age]', '[factor.animal]', '[trait.y]',
+                     'formula = "1 + year + herd:sex + herd:age + (1 | animal)"', '[run]', 'analysis = "predict"', 'burnin = 10',
+                     'rounds = 50', 'interval = 1', 'seeds = [3, 4]'), list(d.csv = c("animal,year,herd,sex,age,y", records)))
+  run_zeph(work)
+  fixed <- report_of(work)$fixed
+  slopes <- fixed[fixed$kind == "slope", ]
+  expect_equal(slopes$effect, c("herd:age", "herd:age"))
+  expect_equal(slopes$level, c("a", "b"))
+  pairs <- fixed[fixed$effect == "herd:sex", ]
+  expect_true(nrow(pairs) > 0 && all(nzchar(pairs$reference)))
+  gone <- strsplit(pairs$reference[1], ", ")[[1]]
+  expect_setequal(c(pairs$level, gone), c("a:f", "a:m", "b:f", "b:m"))
+})
+
+test_that("solutions of another model among the segments are refused", {
+  chain <- list(g = 1:3, r = 1:3, round = c(110L, 120L, 130L))
+  root <- study_of(list(list(chain), list(chain)))
+  writeLines(gibsol_lines(1:10, rep(1, 10)), file.path(root, "chain1/seg1/gibsol"))
+  writeLines(gibsol_lines(1:10, rep(1, 10))[1:5], file.path(root, "chain2/seg1/gibsol"))
+  j <- joined_chains(root)
+  expect_error(pool_solutions(j$model, j$place, j$chains, j$remarks), "gibsol differs in length between segments")
+})
+
+test_that("a burn-in beyond the samples leaves the solutions", {
+  work <- run_zeph(one_trait(more = "", run = "burnin = 10\nrounds = 50\ninterval = 5\nseeds = [11, 12]", analysis = "predict"))
+  r <- report_of(work, "--burnin", "5000")
+  expect_equal(r$joined$length, 0L)
+  expect_match(r$verdict$lines, "There are no samples")
+  expect_equal(nrow(r$effects$animal), 8L)
+})

@@ -34,10 +34,10 @@ run_zeph <- function(directory) {
 
 # One trait, an animal factor with pedigree: G and R are 1 x 1.
 one_trait <- function(run = "burnin = 100\nrounds = 1000\ninterval = 10\nseeds = [11, 12]", more = "",
-  into = file.path(scratch(), "work")) {
-  prepared(c('title = "One trait"', '[data]', 'file = "d.csv"', '[factor.animal]', 'pedigree = "p.csv"',
-    'start = 3.0', '[trait.y]',
-             'formula = "1 + sex + (1 | animal)"', '[residual]', 'start = 4.0', '[run]', 'analysis = "gibbs"', run, more), calves, into)
+                      into = file.path(scratch(), "work"), analysis = "gibbs") {
+  prepared(c('title = "One trait"', '[data]', 'file = "d.csv"', '[factor.animal]', 'pedigree = "p.csv"', 'start = 3.0',
+             '[trait.y]', 'formula = "1 + sex + (1 | animal)"', '[residual]', 'start = 4.0', '[run]',
+             sprintf('analysis = "%s"', analysis), run, more), calves, into)
 }
 
 calves <- list(d.csv = c("animal,sex,y", "c4,m,4.5", "c5,f,2.9", "c6,f,3.9", "c7,m,3.5", "c8,m,5.0"),
