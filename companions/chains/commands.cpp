@@ -135,9 +135,7 @@ void remove_stops(const fs::path& runs, const std::vector<chain_position>& posit
 
 std::string way_on(const std::vector<chain_position>& positions) {
   const bool lost = std::ranges::any_of(positions, [](const chain_position& p) {
-    return p.segment > 0 &&
-           (p.state.phase == segment_phase::failed || p.state.phase == segment_phase::killed ||
-            p.state.phase == segment_phase::unknown);
+    return p.segment > 0 && !p.faults.empty() && p.state.phase != segment_phase::running;
   });
   std::string text = "Nothing was started.";
   if (lost)

@@ -175,6 +175,12 @@ bool replace_file(const fs::path& path, const std::string& text) {
 
 bool read_study(const fs::path& runs, study& s, std::string& fault) {
   const fs::path path = runs / chains_name;
+  std::error_code ignored;
+  if (!fs::exists(path, ignored)) {
+    fault = fmt::format("{} holds no chains: {} is missing; `zeph-chains run WORK` begins them",
+                        runs.string(), chains_name);
+    return false;
+  }
   toml::table table;
   if (!parse(path, table, fault)) return false;
   std::string damage;

@@ -101,6 +101,8 @@ int run(const command& c) {
       write_work_directory(d, p, directory, full_text(log) + summary + detail_text(d, p));
   if (!written.ok) {
     fmt::print(stderr, "zeph-prepare: {}\n", written.fault);
+    if (!written.files.empty())
+      fmt::print(stderr, "{} is not complete: prepare it again before a run\n", directory.string());
     return exit_files;
   }
   tell_directory(d, directory, written);

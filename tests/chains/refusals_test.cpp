@@ -128,7 +128,7 @@ TEST(every_command_but_run, needs_a_study) {
   c.prepare();
   for (const char* command :
        {"continue work", "status work", "stop work", "advance work --chain 1 --process 1"})
-    EXPECT_TRUE(refused(c, command, "can't read work/chains.toml\n")) << command;
+    EXPECT_TRUE(refused(c, command, "work holds no chains: chains.toml is missing")) << command;
   ASSERT_EQ(c.chains("run work --chains 1 --into runs").exit_code, 0);
   c.place.write("runs/chains.toml", "version = \"0.1.0\"\n");
   EXPECT_TRUE(refused(c, "status runs", "runs/chains.toml: key \"work\" is missing or damaged\n"));

@@ -85,6 +85,14 @@ TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
       << place.read("said");
 }
 
+TEST_F(command_line, a_file_that_cannot_be_written_is_told_with_the_reason) {
+  std::filesystem::create_directories(place / "work/RCDATA_R"); // a folder where a file should stand
+  EXPECT_EQ(run("model.toml --into work"), 2);
+  EXPECT_TRUE(said("zeph-prepare: can't write work/RCDATA_R: Is a directory\n"
+                   "work is not complete: prepare it again before a run\n"))
+      << place.read("said");
+}
+
 TEST_F(command_line, help_and_version_end_with_0) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_TRUE(said("--prune"));
