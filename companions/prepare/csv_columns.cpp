@@ -69,10 +69,11 @@ source_place place_of(const csv_columns& table, std::int64_t line) {
 void note_ragged(row_sink& sink) {
   if (++sink.n_ragged > MOST_LISTED) return;
   const std::size_t width = sink.table->n_columns();
-  add_error(*sink.log, place_of(*sink.table, sink.row_line),
-            fmt::format("{} {} here, but {} columns in the header", sink.n, sink.n == 1 ? "value" : "values",
-                        width),
-            "ragged " + sink.table->file);
+  message& m = add_error(*sink.log, place_of(*sink.table, sink.row_line),
+                         fmt::format("{} {} here, but {} columns in the header", sink.n,
+                                     sink.n == 1 ? "value" : "values", width),
+                         "ragged " + sink.table->file);
+  if (sink.n > width && sink.n_ragged == 1) m.hint = "a value that holds the separator stands in quotes";
 }
 
 void end_row(row_sink& sink) {

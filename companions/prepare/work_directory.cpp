@@ -221,6 +221,9 @@ std::vector<std::string> disturbing_files(const fs::path& directory) {
   if (oldsol != r_parm)
     out.push_back(std::string(oldsol ? "oldsol" : "r_parm") +
                   " stands there without the other restart file: the run would stop");
+  if (has("mixz_prob") || has("mixz_last"))
+    out.emplace_back("mixz_prob or mixz_last of a former run stand there: a mixture would end with code 16; "
+                     "move them away");
   if (has("ytopredict")) out.emplace_back("ytopredict stands there: its records would be predicted");
   return out;
 }

@@ -31,7 +31,8 @@ directory_result write_work_directory(const model_description& d, const prepared
                                       const std::filesystem::path& directory, const std::string& listing);
 
 // Files in the directory that ZEPH would act on though this preparation did not make them: STOP ends the run, oldsol
-// and r_parm continue an old chain, ytopredict asks for predictions. A line each.
+// and r_parm continue an old chain, mixz_prob and mixz_last of a mixture are not written over, ytopredict asks for
+// predictions. A line each.
 std::vector<std::string> disturbing_files(const std::filesystem::path& directory);
 
 } // namespace zeph::prepare

@@ -143,6 +143,14 @@ TEST(csv_columns, a_folder_in_place_of_a_file_is_told) {
   EXPECT_EQ(only_message(log), "/: error: the file can't be read: it is a folder\n");
 }
 
+TEST(csv_columns, the_first_line_with_too_many_values_hints_at_the_separator) {
+  message_log log;
+  table_of("id,x\n1,2,5\n3,4,5\n", log);
+  ASSERT_EQ(log.entries.size(), 2U);
+  EXPECT_EQ(log.entries[0].hint, "a value that holds the separator stands in quotes");
+  EXPECT_EQ(log.entries[1].hint, "");
+}
+
 TEST(csv_columns, refuses_quotes_left_open_or_inside_a_cell) {
   message_log open, inside;
   table_of("id,x\n1,2\n3,\"4\n5,6\n", open);

@@ -185,6 +185,9 @@ TEST(work_directory, files_that_would_disturb_a_run_are_named) {
   out.write("r_parm", "");
   EXPECT_EQ(disturbing_files(out.path())[1],
             "oldsol and r_parm stand there: the run would continue an old chain");
+  out.write("mixz_last", "");
+  EXPECT_TRUE(
+      disturbing_files(out.path())[2].starts_with("mixz_prob or mixz_last of a former run stand there"));
 }
 
 TEST(work_directory, codes_tell_identification_and_equation_of_every_level) {
