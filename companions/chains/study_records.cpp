@@ -63,7 +63,7 @@ struct key_reader {
     }
     return out;
   }
-  // Calls read(key_reader) for each table of an array of tables; it may be absent when `may_lack`.
+  // Calls read(key_reader) for each table of an array of tables, which has one at least.
   template <class Read> void tables(std::string_view key, Read&& read) const {
     const toml::array* list = (*table)[key].as_array();
     if (list == nullptr || list->empty()) return wrong(key);

@@ -67,6 +67,6 @@ cluster_stop() {
     pid=$(cat "$cluster/$name.pid")
     [ -n "$pid" ] && [ "$pid" -gt 1 ] && grep -q "$name" "/proc/$pid/comm" || continue # ours, and alive
     kill "$pid" 2> /dev/null
-    while kill -0 "$pid" 2> /dev/null && [ "$(ps -o stat= -p "$pid")" != Z ]; do sleep 0.2; done
+    while [ -e "/proc/$pid/status" ] && ! grep -q '^State:.Z' "/proc/$pid/status"; do sleep 0.2; done
   done
 }
