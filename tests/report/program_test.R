@@ -1,4 +1,4 @@
-# The command as the user calls it: messages, exit codes, files, and what a killed report leaves.
+# The command as the user calls it: messages and exit codes.
 
 study <- function() {
   set.seed(9)
@@ -63,34 +63,6 @@ test_that("places that can't be written are told, and exports of nothing", {
     'analysis = "solve"'), calves))
   expect_match(told(c(solved, "--coda", file.path(root, "c")))$out, "no draws for --coda", all = FALSE)
   expect_match(told(c(solved, "--netcdf", file.path(root, "n.nc")))$out, "no draws for --netcdf", all = FALSE)
-})
-
-test_that("the verdict is printed, and all files are written", {
-  root <- study()
-  r <- told(c(root, "--csv", file.path(root, "csv"), "--coda", file.path(root, "coda"), "--netcdf",
-    file.path(root, "draws.nc"), "--html", file.path(root, "page.html"), "--burnin", "100"))
-  expect_equal(r$status, 0L)
-  expect_match(r$out[1], "^Not yet: about [0-9,]+ more rounds per chain.$")
-  expect_equal(r$out[2], "  2 chains of 50 samples, one every 10 rounds.")
-  expect_match(r$out, "^  zeph-chains continue .* --rounds [0-9]+$", all = FALSE)
-  expect_equal(r$out[length(r$out)], paste("Page:", file.path(root, "page.html")))
-  expect_true(all(file.exists(file.path(root, c("page.html", "csv/draws.csv", "csv/summary.csv",
-    "coda/CODAindex.txt", "coda/CODAchain2.txt", "draws.nc")))))
-})
-
-test_that("a report that is killed leaves chains as they were and no half page; the next one does its work", {
-  root <- study()
-  before <- tools::md5sum(list.files(root, recursive = TRUE, full.names = TRUE))
-  log <- file.path(scratch(), "pid")
-  system2("sh", c("-c", shQuote(paste0("echo $$ > ", log, "; exec ", file.path(programs, "zeph-report"), " ",
-    root))), wait = FALSE, stdout = FALSE, stderr = FALSE)
-  Sys.sleep(1.5)
-  tools::pskill(as.integer(readLines(log)), 9)
-  Sys.sleep(0.2)
-  expect_equal(tools::md5sum(names(before)), before)
-  expect_false(file.exists(file.path(root, "report.html")))
-  expect_equal(told(root)$status, 0L)
-  expect_true(file.exists(file.path(root, "report.html")))
 })
 
 test_that("what is missing on the machine is told", {
