@@ -61,7 +61,8 @@ test_that("a name that does not vary has no R-hat, and one that is absent in som
 })
 
 test_that("the verdict asks for what is missing", {
-  place <- list(study = TRUE, shown = "RUNS", chains = list(list(segments = list(list(directives = list(analysis = 3))))))
+  place <- list(study = TRUE, shown = "RUNS",
+    chains = list(list(segments = list(list(directives = list(analysis = 3))))))
   model <- list(trait_kinds = "gaussian")
   row <- function(rhat, ess) data.frame(name = "h2[y]", mean = 0.4, median = 0.4, sd = 0.1, low = 0.2, high = 0.6,
     ess_bulk = ess, ess_tail = 900, rhat = rhat, mcse = 0.002, draws = 4000L)

@@ -55,7 +55,8 @@ test_that("of an enumeration the last model is shown, and all are listed", {
   directives <- readLines(file.path(path, "zeph.dir"))
   writeLines(c("5 0", directives[-1]), file.path(path, "zeph.dir"))
   last <- readLines(file.path(path, "gib.samples"))
-  first <- matrix_lines(data.frame(round = c(rep(1005L, 7), rep(1010L, 7)), k = c(1L, rep(2L, 6)), r = c(1L, 1L, 2L, 2L, 3L, 3L, 3L), c = c(1L, 1L, 1L, 2L, 1L, 2L, 3L),
+  first <- matrix_lines(data.frame(round = c(rep(1005L, 7), rep(1010L, 7)), k = c(1L, rep(2L, 6)),
+    r = c(1L, 1L, 2L, 2L, 3L, 3L, 3L), c = c(1L, 1L, 1L, 2L, 1L, 2L, 3L),
                                    value = 77, group = 0L))
   writeLines(c(first, last), file.path(path, "gib.samples"))
   writeLines(c("1 3 2 -1.0 2.0 3.0", "3 3 2 -1.0 2.0 3.0"), file.path(path, "lpm"))
@@ -64,4 +65,13 @@ test_that("of an enumeration the last model is shown, and all are listed", {
   expect_false(any(r$draws == 77, na.rm = TRUE))
   expect_equal(r$enumerated, data.frame(chain = 1L, model = c("1", "3"), samples = c(2, 2)))
   expect_null(r$visits)
+})
+
+test_that("a row that some model leaves out has no accuracy; given variances serve where none were sampled", {
+  r <- report_of(jump_study(list(c(1L, 1L, 2L, 1L))))
+  s2 <- variances_of_rows(r$model, r$table, 4)
+  expect_equal(unname(s2["G[1,1,1]"]), value_of(r$table, "G[1,1,1]", "mean"))
+  expect_true(all(is.na(s2[c("G[1,2,2]", "G[1,3,3]")])))
+  m <- read_model(one_trait())
+  expect_equal(variances_of_rows(m, empty_summary(), 0), c("G[animal,y,y]" = 3))
 })

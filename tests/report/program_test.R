@@ -72,7 +72,8 @@ test_that("what is missing on the machine is told", {
   expect_error(need_packages(), "missing R packages: not.a.Package; in Debian r-cran-not.a.package")
   place <- scratch()
   for (tool in c("dirname", "readlink")) file.symlink(Sys.which(tool), file.path(place, tool))
-  told <- suppressWarnings(system2("/usr/bin/env", c(paste0("PATH=", place), "/bin/sh", file.path(programs, "zeph-report"), "x"), stdout = TRUE, stderr = TRUE))
+  told <- suppressWarnings(system2("/usr/bin/env", c(paste0("PATH=", place), "/bin/sh",
+    file.path(programs, "zeph-report"), "x"), stdout = TRUE, stderr = TRUE))
   expect_equal(as.vector(told), "zeph-report: Rscript is missing: install the packages of scripts/packages.txt")
   expect_equal(attr(told, "status"), 2L)
 })

@@ -98,10 +98,12 @@ test_that("DIC gets the n log(2 pi) that ZEPH leaves out", {
 })
 
 test_that("interactions and nested slopes have their names and levels", {
-  records <- sprintf("%d,%s,%s,%s,%d,%.2f", 1:16, paste0("y", 1:16 %% 5), c("a", "b"), c("f", "f", "m", "m"), c(3, 5, 4, 7, 6, 2, 9, 8), sin(1:16))
+  records <- sprintf("%d,%s,%s,%s,%d,%.2f", 1:16, paste0("y", 1:16 %% 5), c("a", "b"), c("f", "f", "m", "m"),
+    c(3, 5, 4, 7, 6, 2, 9, 8), sin(1:16))
   work <- prepared(c('[data]', 'file = "d.csv"', '[covariable.age]', '[factor.animal]', '[trait.y]',
                      'formula = "1 + year + herd:sex + herd:age + (1 | animal)"', '[run]', 'analysis = "predict"', 'burnin = 10',
-                     'rounds = 50', 'interval = 1', 'seeds = [3, 4]'), list(d.csv = c("animal,year,herd,sex,age,y", records)))
+                     'rounds = 50', 'interval = 1', 'seeds = [3, 4]'), list(d.csv = c("animal,year,herd,sex,age,y",
+                       records)))
   run_zeph(work)
   fixed <- report_of(work)$fixed
   slopes <- fixed[fixed$kind == "slope", ]
@@ -123,7 +125,8 @@ test_that("solutions of another model among the segments are refused", {
 })
 
 test_that("a burn-in beyond the samples leaves the solutions", {
-  work <- run_zeph(one_trait(more = "", run = "burnin = 10\nrounds = 50\ninterval = 5\nseeds = [11, 12]", analysis = "predict"))
+  work <- run_zeph(one_trait(more = "", run = "burnin = 10\nrounds = 50\ninterval = 5\nseeds = [11, 12]",
+    analysis = "predict"))
   r <- report_of(work, "--burnin", "5000")
   expect_equal(r$joined$length, 0L)
   expect_match(r$verdict$lines, "There are no samples")

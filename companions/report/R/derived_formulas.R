@@ -120,12 +120,14 @@ add_share <- function(m, roles, i, key, share, add) {
   what <- function(text) paste0(text, ", as a share of the phenotypic variance")
   switch(roles$role[i],
     direct = add(named("h2", key), share, what("heritability: additive genetic variance (direct effect)")),
-    sire = add(named("h2", key), paste("4 *", share), what("heritability of a sire model: four times the sires' variance")),
+    sire = add(named("h2", key), paste("4 *", share),
+      what("heritability of a sire model: four times the sires' variance")),
     maternal = add(named("m2", key), share, what("maternal genetic variance")),
     paternal = add(named("p2", key), share, what("paternal genetic variance")),
     dominance = add(named("d2", key), share, what("dominance variance")),
     permanent = add(named("pe2", f$name, key), share, what("variance of permanent effects of the animal")),
-    associative = add(named("share", f$name, row, if (m$several_groups) key), share, what("variance of a further effect")),
+    associative = add(named("share", f$name, row, if (m$several_groups) key), share,
+      what("variance of a further effect")),
     common = add(named("c2", f$name, key, if (several) row), share, what("variance of a factor (common environment)")))
 }
 
@@ -150,11 +152,13 @@ add_residual_correlations <- function(m, data, g, add) {
     group <- if (m$several_groups) paste0(m$groups[g], ",")
     pair <- paste0("[", group, m$trait_names[t], ",", m$trait_names[u], "]")
     e <- function(i, j) name_of_element(m, m$nramat + g, i, j)
-    add(paste0("re", pair), paste0(e(t, u), " / sqrt(", e(t, t), " * ", e(u, u), ")"), "residual correlation of two traits")
+    add(paste0("re", pair), paste0(e(t, u), " / sqrt(", e(t, t), " * ", e(u, u), ")"),
+      "residual correlation of two traits")
     variances <- lapply(c(t, u), function(i) covariance_parts(m, data, i, i))
     if (m$nramat == 0 || any(vapply(variances, is.null, TRUE))) next
     both <- formula_of_parts(m, covariance_parts(m, data, t, u), t, u, g)
     vp <- function(i) paste0("VP[", group, m$trait_names[i], "]")
-    add(paste0("rp", pair), paste0("(", both, ") / sqrt(", vp(t), " * ", vp(u), ")"), "phenotypic correlation of two traits")
+    add(paste0("rp", pair), paste0("(", both, ") / sqrt(", vp(t), " * ", vp(u), ")"),
+      "phenotypic correlation of two traits")
   }
 }

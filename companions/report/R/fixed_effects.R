@@ -1,6 +1,7 @@
 # Solutions of class effects and regressions, by their names.
 
-# Data frame (trait, effect, level, kind, records, value, sd, equation, reference): kind "level" or "slope". reference names
+# Data frame (trait, effect, level, kind, records, value, sd, equation, reference): kind "level" or "slope". reference
+# names
 # the levels that zeph-prepare left without equation: solutions of the effect are then differences from them.
 fixed_effects <- function(m, solutions) {
   rows <- solutions$rows[solutions$rows$kind < 3, ]
@@ -16,7 +17,8 @@ fixed_effects <- function(m, solutions) {
 # Class effects without equations of their own stand in gibsol with zeros.
 has_equations <- function(m, rows) {
   solved <- function(trait, place) m$traits[[trait]]$effects$solved[place]
-  rows$kind == 1 | mapply(function(kind, trait, place) kind == 2 && solved(trait, place), rows$kind, rows$trait, rows$place)
+  rows$kind == 1 | mapply(function(kind, trait, place) kind == 2 && solved(trait, place), rows$kind, rows$trait,
+    rows$place)
 }
 
 # All rows of one effect or regression of one trait.
@@ -27,7 +29,8 @@ block_of_effect <- function(m, codes, left_out, rows) {
   effect <- if (slope) regression_word(m, first) else effect_word(m, codes, first)
   level <- if (slope && first$place == 0) "" else level_words(codes, trait, first$place, rows, slope)
   gone <- if (slope) character(0) else left_out$level[left_out$trait == trait & left_out$effect == effect]
-  data.frame(trait = trait, effect = effect, level = level, kind = if (slope) "slope" else "level", records = rows$records,
+  data.frame(trait = trait, effect = effect, level = level, kind = if (slope) "slope" else "level",
+    records = rows$records,
              value = rows$value, sd = rows$sd, equation = rows$equation, reference = paste(gone, collapse = ", "))
 }
 
@@ -50,7 +53,8 @@ effect_word <- function(m, codes, row) {
   if (length(at) > 0) codes$effect[at[1]] else m$traits[[row$trait]]$effects$name[row$place]
 }
 
-# Identifications of the levels of class effect `place`; codes where there are none. The rows of a nested regression have
+# Identifications of the levels of class effect `place`; codes where there are none. The rows of a nested regression
+# have
 # the running number of the level in place of its code.
 level_words <- function(codes, trait, place, rows, slope) {
   level <- if (slope) rows$code else rows$level

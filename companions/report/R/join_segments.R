@@ -1,6 +1,7 @@
 # Segments of a chain become one chain, chains become one array of draws.
 
-# list(number, round, values, models, lik, segments): rounds numbered through, nothing dropped but what `burnin` asks for.
+# list(number, round, values, models, lik, segments): rounds numbered through, nothing dropped but what `burnin` asks
+# for.
 # segments: data frame (chain, segment, path, samples, first, last, state).
 join_segments <- function(m, chain, burnin, remarks) {
   parts <- list()

@@ -20,7 +20,8 @@ model_visits <- function(m, chains) {
        transitions = transitions_of(words), inclusion = inclusion_of(m, chains), words = words)
 }
 
-# Models of an enumeration, each with a chain of its own: data frame (chain, model, samples) from lpm; NULL otherwise. The
+# Models of an enumeration, each with a chain of its own: data frame (chain, model, samples) from lpm; NULL otherwise.
+# The
 # likelihoods of that file are no measure of fit and are left out.
 enumerated_models <- function(m, place) {
   if (!analysis_of(place) %in% 5) return(NULL)

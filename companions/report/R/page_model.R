@@ -6,7 +6,8 @@ verdict_section <- function(r) {
   box <- tags$div(class = class, tags$p(class = "head", verdict_head(v)), paragraphs(v$lines),
                   if (!is.null(v$command)) tags$pre(v$command))
   left_out <- if (r$burnin > 0)
-    sentence("The first ", count_of(r$burnin, "sampling round"), " of each chain are left out (--burnin); the means of ",
+    sentence("The first ", count_of(r$burnin, "sampling round"),
+      " of each chain are left out (--burnin); the means of ",
              "solutions still hold them.")
   section("verdict", "Verdict", box, paragraphs(r$remarks), left_out)
 }
@@ -67,7 +68,8 @@ asked_block <- function(m) {
 
 chain_block <- function(r) {
   rows <- do.call(rbind, lapply(r$chains, function(chain) chain$segments))
-  seeds <- lapply(r$place$chains, function(chain) vapply(chain$segments, function(s) paste(s$seeds, collapse = ", "), ""))
+  seeds <- lapply(r$place$chains, function(chain) vapply(chain$segments, function(s) paste(s$seeds, collapse = ", "),
+    ""))
   out <- data.frame(rows[c("chain", "segment")], seeds = unlist(seeds), rows[c("samples", "first", "last", "state")])
   titled("Chains", html_table(out, c("chain", "segment", "seeds", "samples", "first round", "last round", "state")))
 }
@@ -78,7 +80,8 @@ input_block <- function(r) {
   versions <- c(paste0("zeph-report ", report_version),
                 paste0("model written ", stamp_text(m$stamp), " (format ", m$version, ", ", m$release, ")"),
                 if (!is.null(plan$version)) paste0("zeph-chains ", plan$version),
-                if (!is.null(plan$program)) paste0("program ", basename(plan$program), ", SHA-256 ", plan$program_sha256))
+                if (!is.null(plan$program)) paste0("program ", basename(plan$program), ", SHA-256 ",
+                  plan$program_sha256))
   given <- if (m$labelled) columns_of(m$names$inputs, c("file", "fnv1a64"))
   linked <- if (!is.null(plan$input)) columns_of(plan$input, c("file", "sha256"))
   sums <- Filter(Negate(is.null), list(given, linked))

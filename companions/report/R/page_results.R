@@ -40,7 +40,8 @@ picture_section <- function(r) {
   if (length(names) == 0) return(section("pictures", "Pictures", tags$p("No draws to draw.")))
   left <- sum(is.finite(r$table$ess_bulk)) - length(names)
   told <- if (left > 0)
-    sentence("Shown are ", length(names), " names, those asked for and the worst ones first; --csv has the draws of all.")
+    sentence("Shown are ", length(names),
+      " names, those asked for and the worst ones first; --csv has the draws of all.")
   one <- function(name) pictures_of_name(r$draws, name, r$joined$used, r$joined$rounds)
   section("pictures", "Pictures", told, lapply(names, one))
 }
@@ -96,9 +97,11 @@ fit_section <- function(r) {
                    else "No listing with DIC was found (listing.txt of each run).")
     return(section("dic", "DIC per trait", none, no_measure))
   }
-  heads <- c(trait = "trait", DIC = "DIC as listed", pD = "pD", full = "DIC with n log 2 pi", lowest = "lowest of the runs",
+  heads <- c(trait = "trait", DIC = "DIC as listed", pD = "pD", full = "DIC with n log 2 pi",
+    lowest = "lowest of the runs",
              highest = "highest")
-  told <- sentence("ZEPH leaves n log 2 pi out of its DIC (n = ", whole_number(r$model$nobs), " records, missing values ",
+  told <- sentence("ZEPH leaves n log 2 pi out of its DIC (n = ", whole_number(r$model$nobs),
+    " records, missing values ",
                    "imputed). Means over runs by their numbers of samples.")
   section("dic", "DIC per trait", html_table(d[names(heads)], heads, digits = 7), told, no_measure)
 }
@@ -121,7 +124,8 @@ membership_block <- function(r) {
 membership_list <- function(p) {
   if (is.null(p)) return(NULL)
   top <- utils::head(p[order(-p$probability), c("record", "first_integer", "name", "probability")], top_rows)
-  titled("Memberships", sentence("Records with the highest probability of the second component, of ", whole_number(nrow(p)),
+  titled("Memberships", sentence("Records with the highest probability of the second component, of ",
+    whole_number(nrow(p)),
                                  "; all in --csv."),
          html_table(top, c("record", "its first integer", "of", "probability")))
 }

@@ -48,7 +48,8 @@ make_report <- function(arguments) {
   r <- add_results(r, remarks)
   r$remarks <- remarks$all()
   if (joined$length == 0 && is.null(r$solutions))
-    stop_report("nothing to report in ", place$shown, ": no samples and no solutions. ", paste(r$remarks, collapse = "; "),
+    stop_report("nothing to report in ", place$shown, ": no samples and no solutions. ",
+      paste(r$remarks, collapse = "; "),
                 status = 1L)
   r
 }
@@ -101,20 +102,25 @@ solution_tables <- function(m, place, solutions, table, joined) {
   if (is.null(solutions)) return(list(fixed = NULL, effects = NULL))
   fixed <- fixed_effects(m, solutions)
   draws <- if (joined$length > 0) solution_draws(m, place, fixed$equation, joined$length)
-  variances <- stats::setNames(table$mean, table$name)
-  effects <- lapply(seq_along(m$factors), function(k) effects_of_factor(m, solutions, given_or(m, k, variances), k))
+  variances <- variances_of_rows(m, table, joined$length * length(joined$used))
+  effects <- lapply(seq_along(m$factors), function(k) effects_of_factor(m, solutions, variances, k))
   names(effects) <- vapply(m$factors, function(f) f$name, "")
   list(fixed = add_contrasts(fixed, draws), effects = effects)
 }
 
-# Posterior means of the variances of a factor, or the start values where they were not sampled.
-given_or <- function(m, k, variances) {
-  f <- m$factors[[k]]
-  for (r in seq_len(f$order)) {
-    name <- name_of_element(m, k, r, r)
-    if (!name %in% names(variances)) variances[[name]] <- f$start[r, r]
+# Variances of all rows of the factors by name: posterior means, NA for a row that some model leaves out; the start
+# values
+# where no matrices were sampled.
+variances_of_rows <- function(m, table, n_draws) {
+  out <- numeric(0)
+  given <- !any(startsWith(table$name, "G["))
+  for (f in m$factors) for (r in seq_len(f$order)) {
+    name <- name_of_element(m, f$number, r, r)
+    at <- match(name, table$name)
+    always <- !is.na(at) && table$draws[at] == n_draws
+    out[name] <- if (given) f$start[r, r] else if (always) table$mean[at] else NA
   }
-  variances
+  out
 }
 
 # Prints the verdict, writes the page and the exports.

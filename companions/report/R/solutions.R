@@ -74,7 +74,7 @@ samples_in <- function(m, s) length(whole_lines(file.path(s$path, "py")))
 # ---- breeding values and other random effects
 
 # Data frame of factor k, a row a level and matrix row: level, identification, row, value, sd, accuracy, F, records.
-# accuracy = sqrt(1 - SD^2 / ((1 + F) s2)), s2 the posterior mean of the row's variance; none for curves.
+# accuracy = sqrt(1 - SD^2 / ((1 + F) s2)), s2 the variance of the row (NA: none).
 effects_of_factor <- function(m, solutions, variances, k) {
   f <- m$factors[[k]]
   rows <- solutions$rows[solutions$rows$kind == 3 & solutions$rows$number == k, ]

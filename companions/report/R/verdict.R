@@ -24,7 +24,8 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
   worst <- paste0("Largest R-hat ", formatC(r$rhat, digits = 3, format = "f"), " (", r$name,
                   "); smallest effective sample size ", round(e$ess), " (", e$name, ").")
   single <- if (n_chains == 1) "One chain only: R-hat compares its halves, which can't show that chains disagree."
-  list(good = good, lines = c(size, worst, error_lines(table, asked), single), worst_rhat = r, worst_ess = e, more = more,
+  list(good = good, lines = c(size, worst, error_lines(table, asked), single), worst_rhat = r, worst_ess = e,
+    more = more,
        command = if (good) NULL else command_for(place, model, more))
 }
 
@@ -57,7 +58,8 @@ number_text <- function(x, digits = 4) {
   format(signif(x, digits), scientific = abs(x) >= 1e7 || (x != 0 && abs(x) < 1e-5), trim = TRUE)
 }
 
-# What to type for more rounds. Chains with ordered traits, and those over models, can't be continued: they are run anew.
+# What to type for more rounds. Chains with ordered traits, and those over models, can't be continued: they are run
+# anew.
 command_for <- function(place, model, more) {
   rounds <- format(more, scientific = FALSE, trim = TRUE)
   asked <- paste(rounds, "more rounds in [run] of the description)")
