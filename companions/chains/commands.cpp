@@ -201,7 +201,9 @@ int continue_chains(const continue_options& o) {
   std::vector<std::string> faults = changed_inputs(work_of(o.runs, s), s, false);
   work_model m;
   if (faults.empty() && !read_work_model(work_of(o.runs, s), m, fault)) faults.push_back(fault);
-  if (!faults.empty()) return refuse(faults, "Nothing was started.");
+  if (!faults.empty())
+    return refuse(faults, "Nothing was started. Put back what the chains began with, or begin new ones: "
+                          "zeph-chains run WORK --into NEW");
   std::error_code none;
   if (!fs::exists(s.program, none)) faults.push_back(fmt::format("{} is gone", s.program));
   std::vector<std::string> words;

@@ -17,12 +17,12 @@ read_records <- function(path) {
 }
 
 # The items of one record in turn: i4(n), r4(n), r8(n) numbers, l4(n) logicals, text(width, n) texts without trailing
-# blanks, skip(bytes).
-items_of <- function(record) {
+# blanks, skip(bytes). path: of its file, for messages.
+items_of <- function(record, path) {
   force(record) # the walk moves on
   at <- 0L
   take <- function(n) {
-    if (at + n > length(record)) stop_report("a record of MODINF is shorter than its items")
+    if (at + n > length(record)) stop_report("a record of ", path, " is shorter than its items")
     part <- record[at + seq_len(n)]
     at <<- at + n
     part

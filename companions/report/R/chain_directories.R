@@ -93,7 +93,7 @@ directive_file_of <- function(path) {
   if (file.exists(usual)) return(usual)
   modinf <- file.path(path, "MODINF")
   if (!file.exists(modinf)) return(NULL)
-  texts <- items_of(read_records(modinf)[[2]])$text(200, 5)
+  texts <- items_of(read_records(modinf)[[2]], modinf)$text(200, 5)
   found <- Filter(function(name) nzchar(name) && file.exists(file.path(path, basename(name))), texts)
   if (length(found) == 0) NULL else file.path(path, basename(found[1]))
 }

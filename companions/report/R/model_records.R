@@ -8,7 +8,7 @@ modinf_walk <- function(path) {
   list(next_record = function() {
     at <<- at + 1L
     if (at > length(records)) stop_report("MODINF of ", dirname(path), " ends too early")
-    items_of(records[[at]])
+    items_of(records[[at]], path)
   }, skip = function(n = 1L) at <<- at + n)
 }
 

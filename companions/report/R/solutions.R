@@ -44,7 +44,7 @@ pool_solutions <- function(m, place, chains, remarks) {
                   chains[[i]]$segments$state[j], ")")
       next
     }
-    total <- add_part(total, read_gibsol(path), n)
+    total <- add_part(total, read_gibsol(path), n, path)
     samples <- c(samples, n)
   }
   if (is.null(total)) return(NULL)
@@ -57,10 +57,11 @@ pool_solutions <- function(m, place, chains, remarks) {
 }
 
 # Running sums: of n m, of n m^2 and of (n - 1) sd^2.
-add_part <- function(total, rows, n) {
+add_part <- function(total, rows, n, path) {
   if (is.null(total)) total <- list(rows = rows, sum = 0, squares = 0, within = 0)
   if (nrow(rows) != nrow(total$rows))
-    stop_report("gibsol differs in length between segments: are they of one model?", status = 1L)
+    stop_report(path, " has ", nrow(rows), " rows, those of the segments before it have ", nrow(total$rows),
+                ": are they of one model?", status = 1L)
   sd <- ifelse(is.na(rows$sd), 0, rows$sd)
   total$sum <- total$sum + n * rows$value
   total$squares <- total$squares + n * rows$value^2
