@@ -266,10 +266,11 @@ template <> struct action<rules::shift> {
 };
 
 // What a user of other formula languages most likely meant with the sign at which the reading ended. `between`: the
-// reading ended where a term ends or begins, not inside of one.
-std::string hint_for(std::string_view text, std::size_t at, bool between) {
+// reading ended where a term ends or begins, not inside of one; `name`: a name could stand there.
+std::string hint_for(std::string_view text, std::size_t at, bool between, bool name) {
   if (at >= text.size()) return {};
-  if (text[at] >= '0' && text[at] <= '9') return "a name that begins with a digit stands in back quotes";
+  if (name && text[at] >= '0' && text[at] <= '9')
+    return "a name that begins with a digit stands in back quotes";
   if (!between) return {};
   switch (text[at]) {
   case '*':
@@ -303,7 +304,9 @@ bool parse_formula(std::string_view text, formula& out, std::vector<formula_faul
     const std::size_t at = e.positions().front().byte;
     const std::string_view expected = e.message();
     const bool between = expected == expectation<rules::whole_end> || expected == expectation<rules::term>;
-    s.faults.push_back({at, std::string(expected), hint_for(text, at, between)});
+    const bool name = between || expected.find("name") != std::string_view::npos ||
+                      expected.find("column") != std::string_view::npos;
+    s.faults.push_back({at, std::string(expected), hint_for(text, at, between, name)});
   }
   s.out.mean = s.zeros == 0;
   std::stable_sort(s.faults.begin(), s.faults.end(),

@@ -10,6 +10,7 @@
 #include <numeric>
 #include <set>
 #include <unordered_map>
+#include <utility>
 
 namespace zeph::prepare {
 
@@ -28,8 +29,8 @@ struct trait_reader {
   const number_columns& numbers;
   message_log& log;
 
-  void fault(std::size_t r, const std::string& text) const {
-    add_error(log, {table.file, static_cast<int>(table.line[r]), 0}, text, "values of " + trait.name);
+  message& fault(std::size_t r, const std::string& text) const {
+    return add_error(log, {table.file, static_cast<int>(table.line[r]), 0}, text, "values of " + trait.name);
   }
   [[nodiscard]] std::size_t n() const { return table.n_records(); }
 };
@@ -78,6 +79,10 @@ void number_categories(const trait_reader& in, std::size_t c, double first, trai
     if (number_in(out.categories[k], in.table.layout.decimal, value)) by_number.emplace(value, code);
   }
   out.y.assign(in.n(), missing_value);
+  std::string hint = // for the first fault
+      in.trait.categories.empty()
+          ? "name the two, categories = [\"no\", \"yes\"]; more are kind = \"ordered\""
+          : "";
   for (std::size_t r = 0; r < in.n(); ++r) {
     if (is_missing(in.table, c, r)) continue;
     double value = 0.0;
@@ -88,7 +93,8 @@ void number_categories(const trait_reader& in, std::size_t c, double first, trai
       out.y[r] = by_number.at(value);
     } else {
       in.fault(r, fmt::format("\"{}\" in column {} is no category of {}; they are: {}", in.table.cell(c, r),
-                              in.trait.column.value, in.trait.name, joined(out.categories)));
+                              in.trait.column.value, in.trait.name, joined(out.categories)))
+          .hint = std::exchange(hint, {});
     }
   }
 }

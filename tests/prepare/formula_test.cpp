@@ -170,6 +170,7 @@ TEST(formula, faults_of_the_grammar_name_what_was_expected_and_where) {
       {"a:", 2, "expected a column, leg(..) or poly(..) after ':'", ""},
       {"leg(", 4, "expected the name of a covariable", ""},
       {"leg(dim)", 7, "expected ',' and the order", ""},
+      {"leg(dim 2)", 8, "expected ',' and the order", ""},
       {"leg(dim,)", 8, "expected the order, a whole number from 1 to 12", ""},
       {"leg(dim,-1)", 8, "expected the order, a whole number from 1 to 12", ""},
       {"leg(dim,1.5)", 9, "expected the order, a whole number from 1 to 12", ""},

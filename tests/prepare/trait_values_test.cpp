@@ -73,7 +73,8 @@ TEST(trait_values, two_labels_become_zero_and_one) {
   EXPECT_EQ(c.p.model.MODEL(1).TRAIT_TYPE, 4);
   EXPECT_EQ(reals(c, 1), (std::vector<float>{0, 1, 1}));
   EXPECT_TRUE(with("kind = \"binary\"\n", "y\n0\n1\n2\n")
-                  .says("\"2\" in column y is no category of y; they are: 0, 1"));
+                  .says("\"2\" in column y is no category of y; they are: 0, 1\n"
+                        "    name the two, categories = [\"no\", \"yes\"]; more are kind = \"ordered\"\n"));
   EXPECT_TRUE(with("kind = \"binary\"\n", "y\n1\n1\n").says("y has no record of \"0\"\n"));
 }
 
