@@ -15,3 +15,11 @@ void operator delete(void* place) noexcept { std::free(place); }
 void operator delete[](void* place) noexcept { std::free(place); }
 void operator delete(void* place, std::size_t) noexcept { std::free(place); }
 void operator delete[](void* place, std::size_t) noexcept { std::free(place); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size > 0 ? size : 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size > 0 ? size : 1);
+}
+void operator delete(void* place, const std::nothrow_t&) noexcept { std::free(place); }
+void operator delete[](void* place, const std::nothrow_t&) noexcept { std::free(place); }
