@@ -1,5 +1,6 @@
 // zeph-prepare: a model description, CSV data and a pedigree become a work directory of ZEPH.
 // Exit codes: 0 done; 1 a fault in the description or the data, nothing is written; 2 command line or files.
+#include "formats/byte_file.h"
 #include "prepare/messages.h"
 #include "prepare/model_assembly.h"
 #include "prepare/model_description.h"
@@ -11,7 +12,9 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 #include <new>
 #include <string>
@@ -39,6 +42,8 @@ namespace fs = std::filesystem;
 using namespace zeph::prepare;
 
 constexpr int exit_done = 0, exit_faults = 1, exit_files = 2;
+constexpr const char* no_memory =
+    "zeph-prepare: no memory left; fewer levels or records, or a machine with more\n";
 
 struct command {
   std::string model;
@@ -101,17 +106,24 @@ int run(const command& c) {
       write_work_directory(d, p, directory, full_text(log) + summary + detail_text(d, p));
   if (!written.ok) {
     fmt::print(stderr, "zeph-prepare: {}\n", written.fault);
-    if (!written.files.empty())
+    if (written.mixed)
       fmt::print(stderr, "{} is not complete: prepare it again before a run\n", directory.string());
+    else
+      fmt::print(stderr, "nothing was written to {}\n", directory.string());
     return exit_files;
   }
   tell_directory(d, directory, written);
   return exit_done;
 }
 
-} // namespace
+// What was told on the screen may have been no more than taken in so far.
+int screen_code(int code) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+  fmt::print(stderr, "zeph-prepare: can't write standard output\n");
+  return exit_files;
+}
 
-int main(int argc, char** argv) {
+int run_command_line(int argc, char** argv) {
   command c;
   CLI::App app{"Makes a work directory for ZEPH from a model description, CSV data and a pedigree.",
                "zeph-prepare"};
@@ -129,13 +141,27 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? exit_done : exit_files;
   }
+  return run(c);
+}
+
+// A destructor that wants storage when there is none left (the JSON library has such) ends here.
+[[noreturn]] void end_without_storage() {
+  std::fputs(no_memory, stderr);
+  std::_Exit(exit_files);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  std::set_terminate(end_without_storage);
+  zeph::let_size_limit_fail_writes();
   try {
-    return run(c);
+    return screen_code(run_command_line(argc, argv));
   } catch (const std::bad_alloc&) {
-    fmt::print(stderr, "zeph-prepare: no memory left; fewer levels or records, or a machine with more\n");
+    std::fputs(no_memory, stderr);
     return exit_files;
   } catch (const std::exception& e) {
-    fmt::print(stderr, "zeph-prepare: {}\n", e.what());
+    std::fprintf(stderr, "zeph-prepare: %s\n", e.what());
     return exit_files;
   }
 }

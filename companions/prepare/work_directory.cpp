@@ -2,6 +2,7 @@
 
 #include "formats/sequential_file.h"
 #include "formats/text_file.h"
+#include "formats/whole_file.h"
 #include "input/modinf_writer.h"
 #include "prepare/directive_lines.h"
 #include "prepare/side_files.h"
@@ -12,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <fstream>
+#include <list>
 #include <system_error>
 
 namespace zeph::prepare {
@@ -30,13 +32,30 @@ std::string reason() { return errno == 0 ? "" : ": " + std::generic_category().m
 struct writing {
   fs::path directory;
   directory_result result;
+  std::list<whole_file> written = {}; // that of result.files, beside their names
 
-  [[nodiscard]] std::string path(const std::string& name) const { return (directory / name).string(); }
+  [[nodiscard]] std::string target(const std::string& name) const { return (directory / name).string(); }
+  // Where the file `name` is written to.
+  std::string path(const std::string& name) {
+    const std::string& place = written.emplace_back(target(name)).path();
+    errno = 0;
+    return place;
+  }
   bool done(const std::string& name, bool ok) {
     result.files.push_back(name);
-    if (!ok && result.fault.empty()) result.fault = "can't write " + path(name) + reason();
+    if (!ok && result.fault.empty()) result.fault = "can't write " + target(name) + reason();
     errno = 0;
     return result.fault.empty();
+  }
+  // Gives all files their names, once each of them could be written.
+  void publish() {
+    auto name = result.files.begin();
+    for (whole_file& file : written) {
+      if (!result.fault.empty()) return;
+      if (!file.publish()) result.fault = "can't write " + target(*name) + reason();
+      result.mixed = !result.fault.empty() && name != result.files.begin();
+      ++name;
+    }
   }
 };
 
@@ -150,7 +169,7 @@ void write_factors(writing& w, const prepared_model& p) {
 bool write_model(writing& w, const prepared_model& p) {
   std::string fault;
   const bool ok = write_modinf(p.model, w.path("MODINF"), fault);
-  if (!ok && fault != "write") w.result.fault = "can't write " + w.path("MODINF") + ": " + fault;
+  if (!ok && fault != "write") w.result.fault = "can't write " + w.target("MODINF") + ": " + fault;
   return w.done("MODINF", ok);
 }
 
@@ -205,6 +224,7 @@ directory_result write_work_directory(const model_description& d, const prepared
   std::vector<std::string> files = w.result.files;
   files.push_back("names.json");
   write_text(w, "names.json", names_json(d, p, files));
+  w.publish();
   if (w.result.fault.empty()) remove_former(w, former);
   w.result.ok = w.result.fault.empty();
   return w.result;

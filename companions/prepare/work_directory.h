@@ -12,6 +12,7 @@ namespace zeph::prepare {
 struct directory_result {
   bool ok = false;
   std::string fault;                // what could not be written
+  bool mixed = false;               // after a fault: some files are new, others those of before
   std::vector<std::string> files;   // written, without the directory
   std::vector<std::string> removed; // of a former preparation
 };
@@ -25,7 +26,8 @@ struct directory_result {
 // PEDFILEk has the pairs (sire, dam) of up to 100000 levels in each record.
 //
 // The directory is made when it does not exist. Files of the same names are replaced; those that names.json of a
-// former preparation lists and this one does not write are removed; all others stay.
+// former preparation lists and this one does not write are removed; all others stay. The new files get their names
+// when all of them are written: where one can't be, the former ones stay as they were.
 // The model must be complete.
 directory_result write_work_directory(const model_description& d, const prepared_model& p,
                                       const std::filesystem::path& directory, const std::string& listing);

@@ -151,7 +151,7 @@ void read_first_lines(const model_records& m, run_frame& f, random_sources& sour
 
 // Data degrees of freedom: levels of the factor; in a pedigree those that are
 // no phantom group, in a reduced animal model those of its reduced inverse.
-void set_data_df(const model_records& m, run_frame& f, const reporting& report) {
+void set_data_df(const model_records& m, run_frame& f, reporting& report) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
     f.DDF(k) = m.NRALEV(k);
     if (!structure_is(m.RMAT(k), "PED")) continue;

@@ -16,6 +16,7 @@ bool next_pair(free_reader& file, std::int64_t row, prediction& y, reporting& re
   if (code == free_reader::bad_token)
     illegal_input(report, file_name, first ? "record" : "trait", {row}, "a text", "integer");
   file.end_read();
+  if (code == free_reader::read_fault) read_fault(report, file_name);
   return code == 0;
 }
 

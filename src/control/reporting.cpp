@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
-#include <ostream>
+#include <iostream>
 #include <vector>
 
 namespace zeph {
@@ -58,7 +58,10 @@ bool file_exists(const reporting& report, std::string_view file) {
   return std::filesystem::exists(path_of(report, file), none);
 }
 
-void say(reporting& report, std::string_view line) { *report.listing << line << '\n' << std::flush; }
+void say(reporting& report, std::string_view line) {
+  *report.listing << line << '\n' << std::flush;
+  if (!report.listing->good()) std::cerr << line << '\n' << std::flush;
+}
 
 void say_count(reporting& report, std::string_view label, std::int64_t value) {
   say(report, column_line().X(1).T(1).A(label, 60).I(value, 11).str());
@@ -106,6 +109,10 @@ void illegal_input(reporting& report, std::string_view file, std::string_view it
 
 void write_fault(reporting& report, std::string_view file, std::string_view what) {
   illegal_input(report, file, "write", {}, what, "the file can be opened and written");
+}
+
+void read_fault(reporting& report, std::string_view file) {
+  illegal_input(report, file, "read", {}, "input/output error", "a file that can be read to its end");
 }
 
 void computation_impossible(reporting& report, std::string_view routine, std::string_view text) {

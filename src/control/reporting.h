@@ -48,7 +48,8 @@ struct reporting {
 std::string path_of(const reporting& report, std::string_view file);
 bool file_exists(const reporting& report, std::string_view file);
 
-// One line on the listing; the listing is flushed, so that a run can be watched.
+// One line on the listing; the listing is flushed, so that a run can be watched. A
+// listing that can't be written any more goes on on standard error.
 void say(reporting& report, std::string_view line = "");
 // 1X, T1, A60, I11: label right-justified to column 60, then the value.
 void say_count(reporting& report, std::string_view label, std::int64_t value);
@@ -75,6 +76,8 @@ void banner(reporting& report);
                                 std::string_view rule);
 // The same form for a result file that can't be opened or written: item "write".
 [[noreturn]] void write_fault(reporting& report, std::string_view file, std::string_view what);
+// The same form for an input file that the system can't read to its end: item "read".
+[[noreturn]] void read_fault(reporting& report, std::string_view file);
 // "ERROR - Computation impossible in <routine>: <text>" in the same frame.
 [[noreturn]] void computation_impossible(reporting& report, std::string_view routine, std::string_view text);
 

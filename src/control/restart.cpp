@@ -1,7 +1,7 @@
 #include "control/restart.h"
 
 #include "formats/free_format.h"
-#include "results/whole_file.h"
+#include "formats/whole_file.h"
 
 #include <cmath>
 #include <string>
@@ -196,7 +196,7 @@ void read_groups(const model_records& m, design_store& d, sequential_reader& in,
 
 void write_lastsol(const equation_layout& layout, const sampler_store& store, reporting& report) {
   constexpr std::string_view name = "lastsol";
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   sequential_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   bool written = put_record(out, &layout.neq, 1);
@@ -206,14 +206,13 @@ void write_lastsol(const equation_layout& layout, const sampler_store& store, re
     out.put(store.sol(e));
     written = out.end();
   }
-  if (!written || !out.close()) write_fault(report, name, "write");
-  whole.publish(report);
+  if (!written || !out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 void write_gparlast(const model_records& m, const design_store& design, const sampler_store& store,
                     random_sources& sources, run_frame& frame, reporting& report) {
   constexpr std::string_view name = "gparlast";
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   sequential_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   frame.P_ROUND = frame.iround - 1;
@@ -233,8 +232,7 @@ void write_gparlast(const model_records& m, const design_store& design, const sa
     written = put_record(out, SCALE.data(), SCALE.size());
   }
   written = written && write_latent(m, design, out);
-  if (!written || !out.close()) write_fault(report, name, "write");
-  whole.publish(report);
+  if (!written || !out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 void read_r_parm(const model_records& m, sampler_store& store, random_sources& sources, run_frame& frame,

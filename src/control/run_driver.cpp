@@ -204,8 +204,9 @@ int exit_code_of_run(run& r) {
   } catch (const run_stop& stop) {
     return stop.exit_code;
   } catch (const std::bad_alloc&) {
-    *r.report.listing << "\nERROR - Computation impossible in ZEPH: no storage left\n\nZEPH terminates.\n"
-                      << std::flush;
+    for (const std::string_view line :
+         {"", "ERROR - Computation impossible in ZEPH: no storage left", "", "ZEPH terminates."})
+      say(r.report, line);
     return exit_diagnosed;
   }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -41,6 +42,7 @@ void byte_source::close() {
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
   size_ = 0;
+  failed_ = false;
 }
 
 int64_t byte_source::read(char* to, int64_t n) {
@@ -49,13 +51,17 @@ int64_t byte_source::read(char* to, int64_t n) {
     const auto ask = static_cast<std::size_t>(std::min(n - done, largest_call));
     const ssize_t got = ::read(fd_, to + done, ask);
     if (got < 0 && errno == EINTR) continue;
+    if (got < 0) failed_ = true;
     if (got <= 0) break;
     done += got;
   }
   return done;
 }
 
-bool byte_source::rewind() { return fd_ >= 0 && ::lseek(fd_, 0, SEEK_SET) == 0; }
+bool byte_source::rewind() {
+  failed_ = false;
+  return fd_ >= 0 && ::lseek(fd_, 0, SEEK_SET) == 0;
+}
 
 bool byte_sink::open(const std::string& path, open_mode mode) {
   close();
@@ -84,10 +90,11 @@ bool byte_sink::write(const char* from, int64_t n) {
   return done == n;
 }
 
-bool byte_sink::cut(int64_t n) {
+int64_t size_of_file(const std::string& path) {
   struct stat about {};
-  if (fd_ < 0 || ::fstat(fd_, &about) != 0) return false;
-  return about.st_size <= n || !S_ISREG(about.st_mode) || ::ftruncate(fd_, n) == 0;
+  return ::stat(path.c_str(), &about) == 0 ? about.st_size : -1;
 }
+
+void let_size_limit_fail_writes() { std::signal(SIGXFSZ, SIG_IGN); }
 
 } // namespace zeph

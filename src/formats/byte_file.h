@@ -27,6 +27,8 @@ public:
   // Reads up to n bytes into `to`: the number read, fewer than n only at the
   // end of the file or after a read error.
   int64_t read(char* to, int64_t n);
+  // True when the system could not read the file since it was opened or rewound.
+  bool failed() const { return failed_; }
 
   // Back to the first byte. False when the file can't be positioned.
   bool rewind();
@@ -34,13 +36,18 @@ public:
 private:
   int fd_ = -1;
   int64_t size_ = 0;
+  bool failed_ = false;
 };
+
+// What readers tell of a file that can't be read on, apart from its end: the
+// system's number of an input or output error.
+inline constexpr int read_fault_code = 5;
 
 // How an output file comes into being.
 enum class open_mode {
   truncate, // made, or emptied when it exists
   append,   // made, or continued at its end
-  in_place, // made, or written over from its first byte; its size stays until cut
+  in_place, // made, or written over from its first byte; what is not written over stays
   fresh     // made; fails when the name exists
 };
 
@@ -59,11 +66,15 @@ public:
   // True only when all n bytes were taken.
   bool write(const char* from, int64_t n);
 
-  // Ends the file behind its first n bytes when it is longer.
-  bool cut(int64_t n);
-
 private:
   int fd_ = -1;
 };
+
+// Size in bytes of the file of this name; -1 when there is none.
+int64_t size_of_file(const std::string& path);
+
+// From then on a write beyond the process's limit of file sizes (RLIMIT_FSIZE) is a
+// failed write as any other, not the end of the process. For main.
+void let_size_limit_fail_writes();
 
 } // namespace zeph

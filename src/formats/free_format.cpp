@@ -118,7 +118,7 @@ int free_reader::next_token() {
     return 0;
   }
   while (is_separator(bytes_.peek())) bytes_.get();
-  if (bytes_.peek() < 0) return end_of_file;
+  if (bytes_.peek() < 0) return bytes_.failed() ? read_fault : end_of_file;
   token_.clear();
   bool too_long = false;
   for (int c = bytes_.peek(); c >= 0 && !is_separator(c); c = bytes_.peek()) {
@@ -126,6 +126,7 @@ int free_reader::next_token() {
     if (!too_long) token_.push_back(static_cast<char>(c));
     bytes_.get();
   }
+  if (bytes_.failed()) return read_fault;
   int64_t count = 1;
   if (too_long || !split_repeat(token_, count)) return bad_token;
   repeats_ = count - 1;

@@ -20,6 +20,7 @@ public:
   // What a read tells beside 0.
   static constexpr int end_of_file = -1; // before the last value of the read
   static constexpr int bad_token = 59;   // a value of the wrong kind, or beyond its type
+  static constexpr int read_fault = read_fault_code;
 
   bool open(const std::string& path); // false when it can't be opened
   bool is_open() const { return bytes_.is_open(); }
@@ -29,7 +30,7 @@ public:
   void begin_read(); // ends a read that was not ended
 
   // The next value. 0: x is set. -1: the file ended first. 59: the text is not
-  // such a value; it is passed and x keeps its value.
+  // such a value; it is passed and x keeps its value. 5: the system can't read on.
   // An integer is digits with or without a sign, within 32 bits. A real has a
   // sign, digits with or without a point, and an exponent behind E, e, D or d,
   // each optional; an integer is a real too; so are NaN, Inf and Infinity in
@@ -42,7 +43,7 @@ public:
   void end_read();
 
 private:
-  int next_token(); // 0: token_ holds the text of the value; -1; 59
+  int next_token(); // 0: token_ holds the text of the value; -1; 59; 5
 
   byte_reader bytes_;
   std::string token_;

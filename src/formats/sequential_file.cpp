@@ -43,9 +43,9 @@ int sequential_reader::fail(bool broken) {
   begin_ = at_ = end_ = 0;
   frame_ = limit_ = 0;
   unread_ = 0;
-  code_ = end_of_file;
+  code_ = source_.failed() ? read_fault : end_of_file;
   broken_ = broken_ || broken;
-  return end_of_file;
+  return code_;
 }
 
 bool sequential_reader::have(int64_t n) {

@@ -34,6 +34,7 @@ public:
   // What `code` tells beside 0; the same numbers as the listing's "ios".
   static constexpr int end_of_file = -1;  // end of the file, or a broken frame
   static constexpr int short_record = 67; // the record ended before its items did
+  static constexpr int read_fault = read_fault_code;
 
   // False when the file can't be opened. Stands before the first record.
   bool open(const std::string& path);
@@ -44,7 +45,8 @@ public:
   // Loads the next record: 0, or -1 at the end of the file or at a broken
   // frame: a negative length, a length that reaches beyond the end of the
   // file, two lengths that differ, a frame cut short. After -1 it stays -1
-  // until `rewind`. What was not taken from the last record is dropped.
+  // until `rewind`. 5, in the same way, when the system could not read the file.
+  // What was not taken from the last record is dropped.
   int next() {
     if (limit_ - frame_ >= 8) {
       const int32_t n = length_at(frame_);
@@ -56,8 +58,7 @@ public:
     return next_slow();
   }
 
-  // Of a -1: true when the frame was broken (or the file could not be read),
-  // false when the file ended after a whole record.
+  // Of a -1: true when the frame was broken, false when the file ended after a whole record.
   bool broken() const { return broken_; }
 
   // Status of the record in hand: 0; 67 when an item did not fit; -1 when

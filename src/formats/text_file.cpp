@@ -1,5 +1,7 @@
 #include "formats/text_file.h"
 
+#include "formats/whole_file.h"
+
 #include <algorithm>
 
 namespace zeph {
@@ -58,7 +60,11 @@ bool rewrite_line(const std::string& path, std::string_view text) {
   }
   const auto length = static_cast<int64_t>(text.size()) + 1;
   byte_sink file;
-  return file.open(path, open_mode::in_place) && file.write(line, length) && file.cut(length) && file.close();
+  if (size_of_file(path) == length)
+    return file.open(path, open_mode::in_place) && file.write(line, length) && file.close();
+  whole_file whole(path);
+  return file.open(whole.path(), open_mode::truncate) && file.write(line, length) && file.close() &&
+         whole.publish();
 }
 
 bool byte_reader::open(const std::string& path) {

@@ -39,10 +39,11 @@ private:
   bool ok_ = true;
 };
 
-// Makes `text` the whole content of a file, as one line. The file is written
-// over in one piece and cut to its new length, never emptied first: a reader
-// finds a whole line at any time, and a file system that hands emptied files to
-// the disk when they are closed is not made to wait. False when it can't be written.
+// Makes `text` the whole content of a file, as one line. A reader finds one whole
+// line at any time, however the run ends: a line as long as the file goes over it in
+// one piece, any other is written beside it and then gets its name. The file is not
+// emptied first, as some file systems hand files that were to the disk when they are
+// closed. False when it can't be written; the old line stays.
 bool rewrite_line(const std::string& path, std::string_view text);
 
 // Reads bytes through a buffer; shared by the line reader and the free-format
@@ -53,6 +54,7 @@ public:
   void rewind();
   void close();
   bool is_open() const { return source_.is_open(); }
+  bool failed() const { return source_.failed(); } // an end that is not the file's
 
   // The next byte, 0..255, or -1 at the end. `peek` leaves it in place.
   int peek() { return at_ < limit_ || fill() ? static_cast<unsigned char>(buffer_[at_]) : -1; }

@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "formats/text_file.h"
+#include "formats/whole_file.h"
 #include "gibbs/record_product.h"
 #include "gibbs/residual_sums.h"
 #include "numerics/lapack_calls.h"
@@ -128,8 +129,9 @@ void finish_progeny(deviation_store& d, std::int32_t nt) {
 
 void write_progeny(const scan_records& r, const run_frame& f, const deviation_store& d) {
   const std::string name = "PTD" + std::to_string(f.iround);
+  whole_file whole(path_of(r.report, name));
   text_writer out;
-  if (!out.open(path_of(r.report, name))) write_fault(r.report, name, "open");
+  if (!out.open(whole.path())) write_fault(r.report, name, "open");
   for (std::int32_t level = 1; level <= d.levels; ++level) {
     const std::int32_t* n = d.N_PTD.col(level);
     if (*std::max_element(n, n + r.model.nt) <= r.model.PTD_LIMIT) continue;
@@ -139,7 +141,7 @@ void write_progeny(const scan_records& r, const run_frame& f, const deviation_st
     for (std::int32_t t = 1; t <= r.model.nt; ++t) row.r8(d.PTD(t, level));
     out.line(row.str());
   }
-  if (!out.close()) write_fault(r.report, name, "write");
+  if (!out.close() || !whole.publish()) write_fault(r.report, name, "write");
 }
 
 } // namespace

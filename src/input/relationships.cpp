@@ -39,6 +39,11 @@ void check_element(const relationship_element& e, std::int64_t number, std::int3
   }
 }
 
+// A file that the system can't read ends the run.
+void check_read(int code, std::string_view name, reporting& report) {
+  if (code == sequential_reader::read_fault) read_fault(report, name);
+}
+
 // First pass: checks every element, keeps the diagonal, and counts in start(r)
 // the off-diagonal elements of row r. Returns the number of elements; `code` is
 // that of the first read.
@@ -47,8 +52,8 @@ std::int64_t count_elements(sequential_reader& file, std::string_view name, rela
   const auto n = static_cast<std::int32_t>(rows.diag.size());
   std::int64_t elements = 0;
   relationship_element e;
-  code = read_element(file, e);
-  for (int now = code; now == 0; now = read_element(file, e)) {
+  int now = code = read_element(file, e);
+  for (; now == 0; now = read_element(file, e)) {
     ++elements;
     if (e.i < 1 || e.i > n || e.j < 1 || e.j > n || !std::isfinite(e.v))
       check_element(e, elements, n, name, report);
@@ -59,6 +64,7 @@ std::int64_t count_elements(sequential_reader& file, std::string_view name, rela
       ++rows.start(e.j);
     }
   }
+  check_read(now, name, report);
   return elements;
 }
 
@@ -74,9 +80,13 @@ std::int64_t counts_to_ends(relationship_rows& rows) {
 
 // Second pass: each element goes before those of its rows that were read
 // earlier, which leaves start(r) at the first place of row r.
-void place_elements(sequential_reader& file, std::int64_t elements, relationship_rows& rows) {
+void place_elements(sequential_reader& file, std::string_view name, std::int64_t elements,
+                    relationship_rows& rows, reporting& report) {
   relationship_element e;
-  for (std::int64_t read = 0; read < elements && read_element(file, e) == 0; ++read) {
+  for (std::int64_t read = 0; read < elements; ++read) {
+    const int code = read_element(file, e);
+    check_read(code, name, report);
+    if (code != 0) return;
     if (e.i == e.j) continue;
     const std::int64_t in_j = --rows.start(e.j), in_i = --rows.start(e.i);
     rows.col(in_j) = e.i;
@@ -102,7 +112,7 @@ std::int64_t read_rows(std::string_view name, std::int32_t n, relationship_rows&
   allocate(report, rows.val, "AILST", "READTOMEM", off_diagonal);
   if (off_diagonal > 0) {
     file.rewind();
-    place_elements(file, elements, rows);
+    place_elements(file, name, elements, rows, report);
   }
   return elements;
 }
@@ -213,16 +223,19 @@ int read_relationships(const model_records& m, relationship_store& relations, re
   return ierr;
 }
 
-std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, const reporting& report) {
+std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporting& report) {
+  const std::string name = "AINV_RAM" + std::to_string(k);
   sequential_reader file;
   relationship_element e;
-  file.open(path_of(report, "AINV_RAM" + std::to_string(k)));
-  if (read_element(file, e) != 0) return otherwise;
-  std::int32_t diagonals = 0;
-  do {
+  file.open(path_of(report, name));
+  std::int32_t elements = 0, diagonals = 0;
+  int code = 0;
+  while ((code = read_element(file, e)) == 0) {
+    ++elements;
     diagonals += e.i == e.j;
-  } while (read_element(file, e) == 0);
-  return diagonals;
+  }
+  check_read(code, name, report);
+  return elements == 0 ? otherwise : diagonals;
 }
 
 void PEDFILE(const model_records& m, relationship_store& relations, reporting& report) {

@@ -38,7 +38,7 @@ struct relationship_store {
 int read_relationships(const model_records& m, relationship_store& relations, reporting& report);
 
 // Number of diagonal elements in "AINV_RAM"k, or `otherwise` when unreadable.
-std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, const reporting& report);
+std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporting& report);
 
 // Reads the pedigree of the one "PED" factor into pedmat. Faults stop with code 2.
 void PEDFILE(const model_records& m, relationship_store& relations, reporting& report);

@@ -46,6 +46,9 @@ void describe_conditional(reporting& report, conditional_wishart& c, std::int32_
   allocate(report, c.mean, "mean", routine, c.r * m);
   allocate(report, c.x, "x", routine, c.r * m);
   allocate(report, c.cov, "cov", routine, c.r * m, c.r * m);
+  allocate(report, c.B, "B", routine, m, c.r);
+  allocate(report, c.Q, "Q", routine, m, m);
+  allocate(report, c.VQ, "VQ", routine, m, m);
   const auto rotated = [&](std::int32_t i) { return i <= m ? i + c.r : i - m; };
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t i = 1; i <= n; ++i) c.scale(rotated(i), rotated(j)) = S[(i - 1) + (j - 1) * lds];
@@ -58,10 +61,8 @@ void describe_conditional(reporting& report, conditional_wishart& c, std::int32_
 
 void find_moments(conditional_wishart& c) {
   const std::int32_t m = c.m, r = c.r;
-  mat<double> B, Q, VQ;
-  B.take(m, r);
-  Q.take(m, m);
-  VQ.take(m, m);
+  mat<double>&B = c.B, &Q = c.Q, &VQ = c.VQ;
+  B.fill(0.0);
   for (std::int32_t i = 1; i <= r; ++i)
     for (std::int32_t a = 1; a <= m; ++a)
       for (std::int32_t j = 1; j <= r; ++j) B(a, i) -= c.L(r + a, j) * c.L11i(j, i);

@@ -28,6 +28,8 @@ struct conditional_wishart {
   mat<double> T;       // r x r
   vec<double> mean, x; // r m
   mat<double> cov;     // r m x r m
+  mat<double> B, Q;    // m x r, m x m: of find_moments
+  mat<double> VQ;      // m x m
 };
 
 // Sizes the parts; V from the leading m rows of X, scale and its inverse L from S.

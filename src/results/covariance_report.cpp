@@ -3,7 +3,7 @@
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
-#include "results/whole_file.h"
+#include "formats/whole_file.h"
 
 namespace zeph {
 namespace {
@@ -13,15 +13,14 @@ constexpr std::int32_t values_of_a_line = 6;
 // A result file of text rows; every fault stops.
 struct row_file {
   row_file(reporting& run_report, std::string_view file)
-      : report(run_report), name(file), whole(run_report, file) {
+      : report(run_report), name(file), whole(path_of(run_report, file)) {
     if (!out.open(whole.path())) write_fault(report, name, "open");
   }
   void line(const std::string& text) {
     if (!out.line(text)) write_fault(report, name, "write");
   }
   void publish() {
-    if (!out.close()) write_fault(report, name, "write");
-    whole.publish(report);
+    if (!out.close() || !whole.publish()) write_fault(report, name, "write");
   }
   reporting& report;
   std::string_view name;

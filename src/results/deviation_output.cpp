@@ -3,8 +3,8 @@
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
+#include "formats/whole_file.h"
 #include "input/code_table.h"
-#include "results/whole_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -142,7 +142,7 @@ void report_deviations(const model_records& m, const deviation_store& d, const r
   if (d.factor == 0) return;
   const output_form form{m.model_kind == 2, d.progeny};
   const std::string_view name = frame.analysis_type >= 2 && form.sums ? "gib.td_ptd" : "TD_PTD";
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   code_table codes;
@@ -151,8 +151,7 @@ void report_deviations(const model_records& m, const deviation_store& d, const r
   int listed = 0;
   for (std::int32_t i = 1; i <= d.levels; ++i)
     write_level(m, d, form, next_code(codes, i, d.levels, report), out, listed, report);
-  if (!out.close()) write_fault(report, name, "write");
-  whole.publish(report);
+  if (!out.close() || !whole.publish()) write_fault(report, name, "write");
   describe_file(form, report);
 }
 

@@ -1,6 +1,7 @@
 #include "results/final_reports.h"
 
 #include "control/restart.h"
+#include "formats/whole_file.h"
 #include "results/accumulators.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"
@@ -10,7 +11,6 @@
 #include "results/prediction_report.h"
 #include "results/solution_writer.h"
 #include "results/threshold_report.h"
-#include "results/whole_file.h"
 
 namespace zeph {
 namespace {
@@ -31,7 +31,7 @@ void report_solutions(const model_records& m, const equation_layout& layout, sam
 
 void write_solpostmean(const equation_layout& layout, const sampler_store& store, reporting& report) {
   constexpr std::string_view name = "solpostmean";
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   sequential_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   out.begin();
@@ -43,8 +43,7 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
     out.put(store.solpostmean(e));
     written = out.end();
   }
-  if (!written || !out.close()) write_fault(report, name, "write");
-  whole.publish(report);
+  if (!written || !out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,

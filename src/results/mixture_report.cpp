@@ -4,7 +4,7 @@
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
 #include "formats/text_file.h"
-#include "results/whole_file.h"
+#include "formats/whole_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -61,7 +61,7 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
                        std::int32_t nobs, reporting& report) {
   if (!mixtures.flag) return;
   constexpr std::string_view name = "taupostmean";
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   text_writer file;
   if (!file.open(whole.path())) write_fault(report, name, "open");
   const double n = frame.nsamples;
@@ -79,8 +79,7 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
     }
     written = file.line(row.str());
   }
-  if (!written || !file.close()) write_fault(report, name, "write");
-  whole.publish(report);
+  if (!written || !file.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& mixtures,
@@ -95,7 +94,7 @@ int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& m
   const std::string name = icode == 1 ? "mixz_prob" : "mixz_last";
   if (!mixtures.membership_made[icode - 1] && file_exists(report, name)) return 1;
   mixtures.membership_made[icode - 1] = true;
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   text_writer file;
   sequential_reader identifications;
   identifications.open(path_of(report, "RCDATA_I"));
@@ -115,8 +114,7 @@ int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& m
     written = file.line(membership_row(m, design, mixtures, frame, icode, round, i, identification));
   }
   if (!written || !file.close()) return 1;
-  whole.publish(report);
-  return 0;
+  return whole.publish() ? 0 : 1;
 }
 
 bool write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,

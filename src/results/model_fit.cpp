@@ -16,6 +16,7 @@ bool next_row(free_reader& py, std::int32_t n_vector, std::int64_t row, double& 
   int code = 0;
   for (std::int32_t item = 0; item < n_vector + 2 && code == 0; ++item) code = py.real(v);
   py.end_read();
+  if (code == free_reader::read_fault) read_fault(report, "py");
   if (code > 0) illegal_input(report, "py", "row", {row}, "a text", "numbers only");
   return code == 0;
 }

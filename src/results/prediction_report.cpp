@@ -3,7 +3,7 @@
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
-#include "results/whole_file.h"
+#include "formats/whole_file.h"
 
 #include <cmath>
 
@@ -17,7 +17,7 @@ void report_predictions(const run_frame& frame, const prediction_store& predicti
   say(report, "   Predictive distributions written on file \"ypredicted\"");
   say(report, free_row().text("   No of samples included").i(frame.nsamp_pred).str());
 
-  whole_file whole(report, name);
+  whole_file whole(path_of(report, name));
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   for (const prediction& y : predictions.YPRED) {
@@ -26,8 +26,7 @@ void report_predictions(const run_frame& frame, const prediction_store& predicti
     row.X(1).I(y.record, 8).I(y.trait, 8).F(static_cast<double>(y.value), 18, 7).F(mean, 18, 7).F(sd, 18, 7);
     out.line(row.str());
   }
-  if (!out.close()) write_fault(report, name, "write");
-  whole.publish(report);
+  if (!out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 } // namespace zeph

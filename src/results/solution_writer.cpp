@@ -3,8 +3,8 @@
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
+#include "formats/whole_file.h"
 #include "input/code_table.h"
-#include "results/whole_file.h"
 
 #include <array>
 #include <cmath>
@@ -259,14 +259,13 @@ int SOLWRITE(std::int32_t option, const model_records& m, const vec<std::int32_t
   }
 
   // 4. The whole file: header row, then the blocks.
-  whole_file whole(report, file);
+  whole_file whole(path_of(report, file));
   if (!w.out.open(whole.path())) write_fault(report, file, "open");
   rewind_codes(w.codes, report);
   write_row(w, {0, unit, 7, w.form.nr, 0, 0, 0}, {});
   list_title(w);
   write_ordinary_blocks(w);
-  if (!w.out.close()) write_fault(report, file, "write");
-  whole.publish(report);
+  if (!w.out.close() || !whole.publish()) write_fault(report, file, "write");
   return 0;
 }
 

@@ -83,6 +83,21 @@ TEST(rewrite_line, leaves_exactly_one_line_whatever_stood_there) {
   EXPECT_EQ(file.read(), "somewhat longer\n");
 }
 
+// Who reads while the line is written finds the old one or the new one, whatever their lengths.
+TEST(rewrite_line, leaves_the_old_line_to_a_reader_when_the_new_one_has_another_length) {
+  const scratch_file file;
+  for (const char* const text : {"a long line", "short", "a longer one"}) {
+    zeph::text_reader before;
+    const std::string old = file.read();
+    const bool was = before.open(file.path());
+    ASSERT_TRUE(zeph::rewrite_line(file.path(), text));
+    EXPECT_EQ(file.read(), std::string(text) + "\n");
+    std::string line;
+    EXPECT_EQ(was && before.line(line), !old.empty());
+    EXPECT_EQ(line, old.substr(0, old.find('\n')));
+  }
+}
+
 TEST(rewrite_line, makes_the_file_and_fails_where_it_can_t) {
   const scratch_file file;
   ASSERT_TRUE(zeph::rewrite_line(file.path(), ""));

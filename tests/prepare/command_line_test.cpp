@@ -89,7 +89,7 @@ TEST_F(command_line, a_file_that_cannot_be_written_is_told_with_the_reason) {
   std::filesystem::create_directories(place / "work/RCDATA_R"); // a folder where a file should stand
   EXPECT_EQ(run("model.toml --into work"), 2);
   EXPECT_TRUE(said("zeph-prepare: can't write work/RCDATA_R: Is a directory\n"
-                   "work is not complete: prepare it again before a run\n"))
+                   "nothing was written to work\n"))
       << place.read("said");
 }
 
