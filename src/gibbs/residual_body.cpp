@@ -4,6 +4,10 @@
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
 
 namespace zeph {
 namespace {
@@ -378,6 +382,32 @@ std::int32_t last_group(const scan_records& r) {
   return g;
 }
 
+#ifdef ZEPH_DEBUG_VIEWS
+// Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
+// against y - Z b made anew; a difference beyond rounding ends the process.
+void check_residuals(scan_records& r, const run_frame& f) {
+  constexpr std::int64_t rounds_between = 100;
+  constexpr double most_drift = 1e-9;
+  if (f.iround % rounds_between != 0) return;
+  mat<double>& E = r.work.fast.E;
+  const std::vector<double> kept(E.begin(), E.end());
+  for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+    fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+  double drift = 0.0, scale = 1.0;
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    drift = std::max(drift, std::fabs(kept[i] - E.data()[i]));
+    scale = std::max(scale, std::fabs(kept[i]));
+  }
+  if (drift > most_drift * scale) {
+    std::fprintf(stderr, "residuals drifted by %g in round %lld\n", drift, static_cast<long long>(f.iround));
+    std::abort();
+  }
+  std::copy(kept.begin(), kept.end(), E.begin());
+}
+#else
+void check_residuals(scan_records&, const run_frame&) {}
+#endif
+
 bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
   return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty();
 }
@@ -439,6 +469,7 @@ void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   std::fill_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, 0.0);
   walk_records(r, f, g);
+  check_residuals(r, f);
 }
 
 void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {

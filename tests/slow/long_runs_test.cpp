@@ -29,8 +29,9 @@ simulated_set gaussian_set() {
   std::string data = "g,k,h,w,y,x\n";
   int n = 0;
   for_each_record([&](int g, int k) {
+    ++n;
     const double e = s.normal(), effect = u[static_cast<std::size_t>(g)];
-    data += std::to_string(g) + (k == 0 ? ",a," : ",b,") + (++n % 3 == 0 ? "1," : "2,") +
+    data += std::to_string(g) + (k == 0 ? ",a," : ",b,") + (n % 3 == 0 ? "1," : "2,") +
             number_text(0.5 + s.uniform()) + "," + number_text(10.0 + k + effect + 2.0 * e) + "," +
             (n % 5 == 0 ? "NA" : number_text(20.0 - effect + e + s.normal())) + "\n";
   });
