@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <fmt/format.h>
 #include <vector>
 
 namespace zeph {
@@ -399,7 +400,7 @@ void check_residuals(scan_records& r, const run_frame& f) {
     scale = std::max(scale, std::fabs(kept[i]));
   }
   if (drift > most_drift * scale) {
-    std::fprintf(stderr, "residuals drifted by %g in round %lld\n", drift, static_cast<long long>(f.iround));
+    fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, f.iround);
     std::abort();
   }
   std::copy(kept.begin(), kept.end(), E.begin());
