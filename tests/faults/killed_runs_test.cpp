@@ -61,7 +61,6 @@ protected:
   file_set left_before() {
     small_run first = GetParam();
     first.rounds = "0 3 1";
-    const scratch_directory place;
     put_files(place.path(), input_of(first));
     EXPECT_EQ(run_zeph(place.path()).code, 0);
     file_set files = files_in(place.path());
@@ -70,7 +69,7 @@ protected:
     files.erase("mixz_last");
     return files;
   }
-  void expect_whole(const scratch_directory& place, const file_set& before) {
+  void expect_whole(const file_set& before) {
     const std::string status = place.read("status");
     EXPECT_EQ(std::count(status.begin(), status.end(), '\n'), 1) << status;
     EXPECT_TRUE(status.ends_with("\n")) << status;
@@ -87,24 +86,42 @@ protected:
     for (const char* name : {"sol.samples", "res.samples", "scr31"})
       expect_whole_records(name, place.read(name));
   }
+  // Kills a run after this time, or, at 0, as soon as it has kept some samples; looks at what it
+  // leaves. The time that it had, in microseconds.
+  long kill_one(const file_set& before, long after) {
+    using clock = std::chrono::steady_clock;
+    put_files(place.path(), before);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const auto start = clock::now();
+    const auto time = [&] {
+      return std::chrono::duration_cast<std::chrono::microseconds>(clock::now() - start).count();
+    };
+    const started_child child = start_child({program("ZEPH")}, place.path(), {}, "/dev/null", nowhere);
+    ::close(nowhere);
+    const auto sampled = [&] {
+      const std::string py = place.read("py");
+      return py.size() > before.at("py").size();
+    };
+    constexpr long most = 60000000;
+    while (time() < after || (after == 0 && time() < most && !sampled()))
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    const long had = time();
+    ::kill(child.id, SIGKILL);
+    EXPECT_EQ(child.wait(), 1000 + SIGKILL);
+    expect_whole(before);
+    longest = std::max(longest, place.read("py").size());
+    return had;
+  }
   void kill_often(int times) {
     const file_set before = left_before();
-    const scratch_directory place;
-    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const long until_samples = kill_one(before, 0);
     std::mt19937 random(20261121);
-    std::size_t longest = 0;
-    for (int i = 0; i < times; ++i) {
-      put_files(place.path(), before);
-      const started_child child = start_child({program("ZEPH")}, place.path(), {}, "/dev/null", nowhere);
-      std::this_thread::sleep_for(std::chrono::microseconds(random() % 60000));
-      ::kill(child.id, SIGKILL);
-      ASSERT_EQ(child.wait(), 1000 + SIGKILL);
-      expect_whole(place, before);
-      longest = std::max(longest, place.read("py").size());
-    }
-    ::close(nowhere);
+    std::uniform_int_distribution<long> times_of_death(1, 2 * until_samples);
+    for (int i = 1; i < times; ++i) kill_one(before, times_of_death(random));
     EXPECT_GT(longest, before.at("py").size()); // some were killed in their chains
   }
+  scratch_directory place;
+  std::size_t longest = 0; // bytes of py
 };
 
 // 200 times in all.
