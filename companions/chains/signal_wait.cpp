@@ -6,11 +6,21 @@
 
 namespace zeph::chains {
 
+namespace {
+
+bool ignored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+} // namespace
+
 signal_wait keep_signals(bool children) {
   signal_wait wait;
   sigset_t set;
   sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
+  for (const int signal : {SIGINT, SIGTERM}) sigaddset(&set, signal);
+  if (!ignored(SIGHUP)) sigaddset(&set, SIGHUP);
   if (children) sigaddset(&set, SIGCHLD);
   sigprocmask(SIG_BLOCK, &set, &wait.before);
   wait.fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);

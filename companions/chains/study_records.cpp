@@ -157,6 +157,8 @@ void take_tables(const key_reader& keys, study& s) {
 } // namespace
 
 std::string text_of(const fs::path& path) {
+  std::error_code ignored;
+  if (fs::is_directory(path, ignored)) return {};
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }

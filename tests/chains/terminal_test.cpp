@@ -53,4 +53,18 @@ TEST(run_whose_terminal_is_closed, stops_its_chains) {
   EXPECT_EQ(c.file("runs/chain1/seg1/exit"), "0\n");
 }
 
+TEST(run_under_nohup, goes_on_when_the_terminal_is_closed) {
+  const study_case c;
+  c.prepare({20, endless, 100});
+  background_program chains({"/usr/bin/nohup", programs() + "zeph-chains", "run", c.place / "work",
+                             "--chains", "1", "--into", c.place / "runs"},
+                            c.place / "said");
+  ASSERT_TRUE(soon([&] { return !c.file("runs/chain1/seg1/py").empty(); }));
+  chains.send(SIGHUP);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_TRUE(says(c.chains("status runs"), "chain 1  seg 1  running (process "));
+  EXPECT_FALSE(c.has("runs/chain1/seg1/STOP"));
+  EXPECT_EQ(chains.end(SIGTERM), 3) << c.file("said");
+}
+
 } // namespace
