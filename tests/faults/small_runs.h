@@ -148,7 +148,7 @@ struct prepared_run {
     before.erase("mixz_prob"); // these must not exist
     before.erase("mixz_last");
     versions = {whole, {{"zeinfo", "starting\n"}}};
-    if (run.type == "5") collect_versions();
+    if (run.type == "5" && calls_can_fail()) collect_versions();
   }
   // A chain over models leaves its files once for each model: as they stand when the n-th
   // name is not given.
