@@ -96,6 +96,7 @@ void lay_out_equations(run& r) {
   count_equations(r.model, r.layout, r.report);
   if (r.frame.test_level == 1) print_sizes(r.model, r.layout, r.report);
   check_model_indices(r.model, r.layout, r.report);
+  mark_zero_covariances(r.model, r.sampler, r.report);
   QVAgib_ALLOC(r.model, r.sampler, r.report);
   allocate_equations(r.layout, r.sampler, r.report);
   allocate_deviations(r.model, r.deviations, r.report);
@@ -161,7 +162,6 @@ void restart_latent_values(run& r) {
 void start_run(run& r) {
   read_model(r);
   look_for_restart(r);
-  mark_zero_covariances(r.model, r.sampler, r.report);
   look_at_traits(r);
   lay_out_equations(r);
   start_chain_values(r);

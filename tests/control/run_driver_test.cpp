@@ -71,6 +71,18 @@ TEST(run_driver, keeps_samples_of_solutions_and_residuals_when_asked) {
   EXPECT_FALSE(solver.directory.has("sol.samples"));
 }
 
+TEST(run_driver, addresses_nothing_by_a_pair_without_covariance_before_its_check) {
+  run_case c;
+  c.m->n_norcov = 1;
+  c.m->NORCOV.take(1, 2);
+  c.m->NORCOV(1, 1) = 1000000000; // far beyond any storage of the run
+  c.m->NORCOV(1, 2) = 1;
+  EXPECT_EQ(c.go(run_case::lines(1, 0, 2, 1)), 16);
+  EXPECT_NE(c.text().find("ERROR - Illegal input in MODINF: NORCOV(1,1) = 1000000000, legal: 1..1\n"),
+            std::string::npos)
+      << c.text();
+}
+
 TEST(run_driver, takes_an_analysis_type_below_0_as_0) {
   run_case c;
   EXPECT_EQ(c.go(run_case::lines(-7, 0, 2, 1)), 0);
