@@ -182,9 +182,12 @@ double mixture_liability(combined_source& source, bool on, double mean, double m
 void add_fitted_row(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t pos) {
   design_store& d = r.design;
   float* row = d.CURE_YHAT.col(pos);
-  for (std::int32_t j = 1; j <= d.M_M(irec); ++j)
-    if (entry_active(r, irec, j, f.analysis_type))
-      row[d.XD2_M(j, irec) - 1] += static_cast<float>(r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec));
+  for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
+    if (!entry_active(r, irec, j, f.analysis_type)) continue;
+    float& fitted = row[d.XD2_M(j, irec) - 1];
+    fitted =
+        static_cast<float>(static_cast<double>(fitted) + r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec));
+  }
   if (!r.work.weighted) return;
   for (std::int32_t t = 1; t <= r.model.nt; ++t) row[t - 1] *= d.WV_SQRT_M(t, irec);
 }

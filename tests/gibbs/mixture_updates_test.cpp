@@ -331,4 +331,16 @@ TEST(bddrmc_cure, counts_positive_values_over_the_observed_records) {
     for (std::int32_t t = 1; t <= 2; ++t) EXPECT_EQ(c.design.CURE_YHAT(t, i), 0.0F);
 }
 
+// 1 + 2^-24 + 2^-50 lies above the middle between two 32-bit numbers, 2^-24 alone on it.
+TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
+  sequence_case c(1, 2);
+  c.design.SEQ_M(2) = 2; // the sequence goes on: its rows are not yet cleared
+  c.s.sol(1) = 1.0, c.s.sol(2) = std::ldexp(1.0, -24) + std::ldexp(1.0, -50);
+  c.design.XD2_M(2, 2) = 1; // both effects in trait 1 of record 2
+  scan_records r = c.records();
+  bddrmc_cure(r, c.f, false);
+  EXPECT_EQ(c.design.CURE_YHAT(1, 1), 1.0F);
+  EXPECT_EQ(c.design.CURE_YHAT(1, 2), 1.0F + std::ldexp(1.0F, -23));
+}
+
 } // namespace
