@@ -30,7 +30,8 @@ void sweep_others(scan_records& r, std::int32_t h, std::int32_t t) {
   }
   for (std::int32_t i = 1; i <= nt; ++i) {
     const double c = r.work.PARM(ihmij(t, i, 0));
-    r.work.conditional_coefficient(i, t, h) = i == t ? 0.0 : (t > i ? c : -c);
+    // a row left unswept, i = t or of next to no variance, adds nothing
+    r.work.conditional_coefficient(i, t, h) = r.work.LOGI(i) == 0 ? 0.0 : (t > i ? c : -c);
   }
   r.work.conditional_variance(t, h) = r.work.PARM(ihmij(t, t, 0));
 }

@@ -48,7 +48,8 @@ void prepare_conditional(scan_records& r, std::int64_t index, std::int32_t h) {
   for (std::int64_t i = 0; i < m; ++i) {
     const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
     for (const std::int32_t u : mask.present) {
-      const double x = r.work.PARM(ihmij(t, u, 0));
+      const double x =
+          r.work.LOGI(u) != 0 ? r.work.PARM(ihmij(t, u, 0)) : 0.0; // unswept: next to no variance
       *coefficient++ = t > u ? x : -x;
     }
     r.work.MEAN(i + 1) = 0;
@@ -174,7 +175,8 @@ void add_products(scan_records& r) {
     }
 }
 
-// Adds the part of one mask and group; false when a density may be 0.
+// Adds the part of one mask and group; false when a density may be 0, or when a
+// pivot was too small to sweep: the records are then scored one by one.
 bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64_t records, double& lik) {
   const residual_form& form = r.work.fast;
   const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
@@ -182,6 +184,7 @@ bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64
   const double* S = &form.products(1, index + 1, h);
   double quadratic = 0, bound = 0;
   for (const std::int32_t t : mask.present) {
+    if (r.work.LOGI(t) == 0) return false;
     for (const std::int32_t u : mask.present) {
       const std::int32_t k = ihmij(t, u, 0);
       quadratic += r.work.PARM(k) * S[k - 1];

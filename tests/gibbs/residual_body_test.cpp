@@ -227,4 +227,30 @@ TEST(sum_records, scores_records_one_by_one_when_a_density_may_be_0) {
     }
 }
 
+// A variance below the tolerance of the sweeps leaves its row unswept: the trait is scored by
+// what it shows alone, and tells nothing of the missing ones.
+TEST(sum_records, scores_and_imputes_beside_a_trait_of_next_to_no_variance) {
+  const change tiny = [](two_trait_case& c) {
+    for (std::int32_t h = 1; h <= c.s.G; ++h) {
+      c.s.RCOV(1, 1, h) *= 1e-14;
+      c.s.RCOV(1, 2, h) = c.s.RCOV(2, 1, h) = 0.5e-7 * c.s.RCOV(2, 2, h);
+    }
+    for (std::int32_t r = 1; r <= c.design.nobs; ++r) c.design.Y_M(1, r) *= 1e-7F;
+    for (double& x : c.s.sol) x *= 1e-8;
+  };
+  body_case plain({false, true, false}, 2, tiny, true), fast({false, true, false}, 2, tiny, false);
+  double lik[2] = {};
+  scan_records r = plain.records(), q = fast.records();
+  plain.s.sscp.fill(0.0);
+  fast.s.sscp.fill(0.0);
+  Bddrmc_sscp(r, plain.f, lik[0]);
+  EXPECT_TRUE(fast_body_serves(q, fast.f));
+  sum_records(q, fast.f, lik[1]);
+  EXPECT_NEAR(lik[0], lik[1], 1e-6 * lik[0]);
+  for (std::int64_t i = 0; i < plain.design.Y_M.size(); ++i) {
+    const auto y = static_cast<double>(plain.design.Y_M.data()[i]);
+    EXPECT_NEAR(y, static_cast<double>(fast.design.Y_M.data()[i]), 1e-5 * std::fabs(y));
+  }
+}
+
 } // namespace
