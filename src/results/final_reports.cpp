@@ -62,17 +62,17 @@ void final_reports(const model_records& m, const equation_layout& layout, const 
     report_covariances(m, store, frame, report);
   report_mixing_proportions(m, mixtures, frame, report);
   report_predictions(frame, predictions, report);
-  bool memberships = true;
+  std::int32_t failed = 0; // icode of the file of memberships that could not be made
   if (frame.nsamples > 1 || frame.analysis_type <= 0) {
     report_solutions(m, layout, store, deviations, frame, files, report);
     write_taupostmean(m, mixtures, frame, design.nobs, report);
-    memberships = write_memberships(m, design, mixtures, frame, report);
+    failed = write_memberships(m, design, mixtures, frame, report);
   }
 
   if (frame.analysis_type >= 2) write_lastsol(layout, store, report);
   if (samples_matrices) write_gparlast(m, design, store, sources, frame, report);
 
-  if (!memberships) stop_run(report, exit_diagnosed);
+  if (failed != 0) stop_memberships(failed, report);
   hand_over_sums(store, frame);
   clear_mixture_sums(mixtures);
   clear_threshold_sums(categories);

@@ -117,22 +117,27 @@ int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& m
   return whole.publish() ? 0 : 1;
 }
 
-bool write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,
-                       const run_frame& frame, reporting& report) {
-  if (!mixtures.flag) return true;
+std::int32_t write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,
+                               const run_frame& frame, reporting& report) {
+  if (!mixtures.flag) return 0;
   const std::int64_t round = last_round(frame);
-  if (WR_MIXZ(m, design, mixtures, frame, 1, round, report) != 0) {
-    say(report);
+  std::int32_t failed = 0;
+  for (const std::int32_t icode : {1, 2})
+    if (WR_MIXZ(m, design, mixtures, frame, icode, round, report) != 0 && failed == 0) failed = icode;
+  return failed;
+}
+
+void stop_memberships(std::int32_t icode, reporting& report) {
+  say(report);
+  if (icode == 1) {
     say(report, "ERROR in subroutine WR_MIXZ");
     say(report);
     say(report, "Program terminates");
-    return false;
+  } else {
+    say(report, "ERROR in subroutine WR_MIXZ storing last mixture variable for the last round");
+    say(report);
   }
-  if (WR_MIXZ(m, design, mixtures, frame, 2, round, report) == 0) return true;
-  say(report);
-  say(report, "ERROR in subroutine WR_MIXZ storing last mixture variable for the last round");
-  say(report);
-  return false;
+  stop_run(report, exit_diagnosed);
 }
 
 } // namespace zeph

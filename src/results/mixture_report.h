@@ -24,14 +24,18 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
 // integer, then per trait the share of the sample rounds in component 1, in 32
 // bits. icode 1: mixz_prob, headed by nobs, round, nburn, isamp; 2: mixz_last, whose
 // rows go on with the last membership and the stored values of the traits. Both
-// files must be new when they are first made; the next model of a run makes them anew. Any other icode is told on the listing. Returns 0, or 1 after
-// a failure.
+// files must be new when they are first made; the next model of a run makes them
+// anew. Any other icode is told on the listing. Returns 0, or 1 after a failure.
 int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& mixtures,
             const run_frame& frame, std::int32_t icode, std::int64_t round, reporting& report);
 
-// Both files of WR_MIXZ for the last round of the chain. Returns false when one
-// failed, after its message: the caller ends the run when its state is saved.
-bool write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,
-                       const run_frame& frame, reporting& report);
+// Both files of WR_MIXZ for the last round of the chain, the second also when the
+// first failed. Returns 0, or the icode of the first that failed: the caller ends
+// the run by stop_memberships when its state is saved.
+std::int32_t write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,
+                               const run_frame& frame, reporting& report);
+
+// Tells the failure of `icode` on the listing and stops with code 16.
+[[noreturn]] void stop_memberships(std::int32_t icode, reporting& report);
 
 } // namespace zeph

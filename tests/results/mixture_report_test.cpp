@@ -58,7 +58,7 @@ TEST(report_mixing_proportions, says_nothing_of_models_without_mixtures) {
   c.mixtures.flag = false;
   report_mixing_proportions(c.m, c.mixtures, c.frame, c.report);
   write_taupostmean(c.m, c.mixtures, c.frame, 2, c.report);
-  EXPECT_TRUE(write_memberships(c.m, c.design, c.mixtures, c.frame, c.report));
+  EXPECT_EQ(write_memberships(c.m, c.design, c.mixtures, c.frame, c.report), 0);
   EXPECT_EQ(c.said(), "");
   EXPECT_FALSE(c.exists("taupostmean") || c.exists("mixz_prob") || c.exists("mixz_last"));
 }
@@ -119,4 +119,37 @@ TEST(WR_MIXZ, refuses_other_codes_existing_files_and_missing_records) {
   EXPECT_NE(WR_MIXZ(c.m, c.design, c.mixtures, c.frame, 1, 30, c.report), 0);
   EXPECT_EQ(c.said(), "\nERROR  reading 1st record from RCDATA. Error code= " + c.field("-1", 11) + "\n\n");
   EXPECT_FALSE(c.exists("mixz_prob"));
+}
+
+TEST(memberships, of_the_last_round_are_written_also_when_their_shares_are_not) {
+  mixture_end c;
+  c.write("mixz_prob", "old");
+  EXPECT_EQ(write_memberships(c.m, c.design, c.mixtures, c.frame, c.report), 1);
+  EXPECT_EQ(c.content("mixz_prob"), "old");
+  EXPECT_EQ(c.content("mixz_last").find(c.field("701", 11)), 0U);
+  EXPECT_EQ(c.said(), ""); // the caller tells it when the state is saved
+}
+
+TEST(memberships, name_the_first_file_that_failed) {
+  mixture_end both, last;
+  for (mixture_end* c : {&both, &last}) c->write("mixz_last", "old");
+  both.write("mixz_prob", "old");
+  EXPECT_EQ(write_memberships(both.m, both.design, both.mixtures, both.frame, both.report), 1);
+  EXPECT_EQ(write_memberships(last.m, last.design, last.mixtures, last.frame, last.report), 2);
+  EXPECT_TRUE(last.exists("mixz_prob"));
+}
+
+TEST(memberships, that_failed_stop_with_the_words_of_their_file) {
+  for (const std::int32_t icode : {1, 2}) {
+    mixture_end c;
+    try {
+      stop_memberships(icode, c.report);
+    } catch (const run_stop& stop) {
+      EXPECT_EQ(stop.exit_code, 16);
+    }
+    EXPECT_EQ(c.said(),
+              icode == 1
+                  ? "\nERROR in subroutine WR_MIXZ\n\nProgram terminates\n"
+                  : "\nERROR in subroutine WR_MIXZ storing last mixture variable for the last round\n\n");
+  }
 }
