@@ -65,10 +65,10 @@ bool next_model(run& r) {
 void run_models(run& r) {
   jump_records records = jump_records_of(r);
   jump_setup(records, r.relations, smallest_models);
-  r.frame.P_ROUND = burned(r.frame);
   do {
     say_model(r, r.report);
     run_rounds(r, records.scan, 1, burned(r.frame));
+    r.frame.P_ROUND = burned(r.frame); // the reports of the model before have moved it
     run_rounds(r, records.scan, burned(r.frame) + 1, burned(r.frame) + r.frame.nround);
     report_run(r);
   } while (next_model(r));

@@ -260,4 +260,73 @@ TEST(membership_files, must_be_new_and_the_state_of_the_chain_is_kept_when_they_
   }
 }
 
+// The enumeration: each model counts its own rounds.
+TEST(membership_files, of_the_last_model_hold_the_shares_of_its_own_rounds) {
+  three_kinds_case c;
+  std::string lines = rounds(10, 40, 2);
+  lines[0] = '5';
+  ASSERT_EQ(c.go(lines), 0) << c.text();
+  const auto shares = rows_of(bytes(c, "mixz_prob")), pi = rows_of(bytes(c, "mix_pi"));
+  ASSERT_EQ(shares.size(), 21U);
+  EXPECT_EQ(shares[0], (std::vector<double>{20, 50, 10, 2}));
+  ASSERT_EQ(pi.size(), 40U); // two models
+  double mean_pi = 0, mean_share = 0;
+  for (std::size_t i = 0; i < 20; ++i) {
+    mean_pi += pi[20 + i][1] / 20;
+    mean_share += shares[i + 1][1] / 20;
+  }
+  EXPECT_NEAR(mean_share, mean_pi, 1e-6);
+}
+
+// Moves between models of a mixture, its indicator and a binary trait: a blank line and five rows of zeinfo a round.
+TEST(a_jump_chain_of_three_kinds_of_traits, takes_the_ratio_that_its_rows_tell_and_keeps_its_shares) {
+  three_kinds_case c;
+  std::string lines = rounds(10, 200, 2);
+  lines[0] = '6';
+  ASSERT_EQ(c.go(lines), 0) << c.text();
+  const auto told = rows_of(bytes(c, "zeinfo"));
+  ASSERT_EQ(told.size(), 6U * 200U);
+  int up = 0, taken = 0;
+  for (std::size_t i = 0; i < told.size(); i += 6) {
+    const auto &data = told[i + 1], &sides = told[i + 2], &matrix = told[i + 3], &ratio = told[i + 4];
+    ASSERT_EQ(data.size(), 6U);
+    const double found =
+        ratio[1] - ratio[2] + sides[4] + (sides[1] - sides[2]) + matrix[4] - sides[3] + data[5];
+    EXPECT_NEAR(found, ratio[3], 1e-9 * (1 + std::fabs(found)));
+    EXPECT_NEAR(data[5], 0.5 * (data[2] + data[4] - data[1] - data[3]), 1e-9 * (1 + std::fabs(data[1])));
+    const auto& before = told[i + 5];
+    up += before[1] < before[3];
+    if (i + 6 < told.size()) taken += told[i + 11][1] != before[1];
+  }
+  EXPECT_GT(up, 0);
+  EXPECT_GT(taken, 0);
+  const auto shares = rows_of(bytes(c, "mixz_prob")), pi = rows_of(bytes(c, "mix_pi"));
+  EXPECT_EQ(shares[0], (std::vector<double>{20, 210, 10, 2}));
+  double mean_pi = 0, mean_share = 0;
+  for (const auto& row : pi) mean_pi += row[1] / static_cast<double>(pi.size());
+  for (std::size_t i = 1; i < shares.size(); ++i) mean_share += shares[i][1] / 20;
+  EXPECT_NEAR(mean_share, mean_pi, 1e-6);
+}
+
+TEST(a_jump_chain_of_three_kinds_of_traits, is_the_same_with_either_body) {
+  std::string gib[2], moves[2];
+  for (int plain = 0; plain < 2; ++plain) {
+    three_kinds_case c;
+    std::string lines = rounds(5, 40, 1);
+    lines[0] = '6';
+    if (plain == 1) lines[2] = '2'; // the plain body prints
+    ASSERT_EQ(c.go(lines), 0) << c.text();
+    gib[plain] = bytes(c, "gib.samples");
+    moves[plain] = bytes(c, "zeinfo");
+  }
+  EXPECT_EQ(gib[0], gib[1]); // six digits
+  const auto a = rows_of(moves[0]), b = rows_of(moves[1]);
+  ASSERT_EQ(a.size(), b.size());
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    ASSERT_EQ(a[i].size(), b[i].size());
+    for (std::size_t k = 0; k < a[i].size(); ++k)
+      EXPECT_NEAR(a[i][k], b[i][k], 1e-5 * (1 + std::fabs(a[i][k])));
+  }
+}
+
 } // namespace
