@@ -1,5 +1,6 @@
 #include "jump/dimension_conversion.h"
 
+#include "jump/conditional_wishart.h"
 #include "jump/jump_rounds.h"
 #include "jump/model_moves.h"
 #include "numerics/gamma_draws.h"
@@ -146,6 +147,17 @@ TEST(sciwhinag, stops_at_a_scale_without_inverse) {
     d.draw(dense_matrix(1, {1.0}), dense_matrix(2, {1.0, 0.0, 0.0, -1.0}), 10);
   });
   EXPECT_NE(d.run.text().find("not semipositive-definite"), std::string::npos) << d.run.text();
+}
+
+// The draw of the block before it stops first; the step keeps its own words.
+TEST(sciwhinag, names_the_scale_of_the_new_rows) {
+  heard_run run;
+  mat<double> a, inverse;
+  a.take(1, 1);
+  inverse.take(1, 1);
+  expect_stop(16, run, [&](reporting& report) { invert_or_stop(report, "Lambda11", a, 1, inverse); });
+  EXPECT_EQ(run.text(),
+            "Lambda11 not p.d.\nMatrix was                      0.0\nInverse is                      0.0\n");
 }
 
 TEST(sciwhinag, stops_at_a_conditional_draw_without_inverse) {
