@@ -215,9 +215,11 @@ bool reads_column(const trait_section& t) {
 
 void check_traits(const model_description& d, message_log& log) {
   if (d.traits.empty()) error_at(d, log, {}, "there is no trait; add a table [trait.NAME] with a formula");
-  if (d.traits.size() > MOST_TRAITS)
+  if (d.traits.size() > MOST_TRAITS) {
     error_at(d, log, d.traits.back().at,
              fmt::format("{} traits; {} are the most", d.traits.size(), MOST_TRAITS));
+    return;
+  }
   for (std::size_t i = 0; i < d.traits.size(); ++i) {
     for (std::size_t j = 0; j < i; ++j)
       if (reads_column(d.traits[i]) && reads_column(d.traits[j]) &&

@@ -179,7 +179,7 @@ stated<std::int32_t> whole_of(const table_view& t, const toml::node& node, std::
   v.given = x >= low && x <= high;
   if (v.given)
     v.value = static_cast<std::int32_t>(x);
-  else if (high == std::numeric_limits<std::int32_t>::max())
+  else if (high == std::numeric_limits<std::int32_t>::max() && x < low)
     error_at(*t.description, *t.log, v.at,
              fmt::format("{} = {} must be a whole number from {} up", what, x, low));
   else

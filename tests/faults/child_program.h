@@ -44,7 +44,8 @@ struct child_options {
   std::string listing = {};    // file of standard output; empty: a file that is read back
   rlim_t file_bytes = RLIM_INFINITY;
   rlim_t handles = RLIM_INFINITY;
-  bool nobody = false; // run without the rights of the superuser
+  rlim_t memory = RLIM_INFINITY; // bytes of addresses
+  bool nobody = false;           // run without the rights of the superuser
 };
 
 struct child_end {
@@ -77,6 +78,7 @@ constexpr uid_t nobody_id = 65534;
   };
   limit(RLIMIT_FSIZE, with.file_bytes);
   limit(RLIMIT_NOFILE, with.handles);
+  limit(RLIMIT_AS, with.memory);
   if (with.nobody && (::setgroups(0, nullptr) != 0 || ::setgid(nobody_id) != 0 || ::setuid(nobody_id) != 0))
     ::_exit(126);
   ::execv(arguments[0], arguments.data());

@@ -712,7 +712,7 @@ model.toml:20:13: error: [keep] solutions must be true, false or a list of effec
 model.toml:21:13: error: [keep] residuals must be true or false, not a text
 model.toml:23:12: error: unknown [run] analysis "gibs"; known: solve, sums, predict, gibbs, models, jump
 model.toml:24:10: error: [run] burnin = -1 must be a whole number from 0 up
-model.toml:25:10: error: [run] rounds = 99999999999 must be a whole number from 1 up
+model.toml:25:10: error: [run] rounds = 99999999999 must be from 1 to 2147483647
 model.toml:26:9: error: [run] seeds must be a list of two whole numbers
 model.toml:27:12: error: [run] restrict must be true or false, not a whole number
 )toml");
