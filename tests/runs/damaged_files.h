@@ -1,7 +1,8 @@
 // Damage to the files of a work directory: each file cut off at many places, and
 // with single bytes changed. The program, in a process of its own with 2 GiB of
 // memory and 20 seconds, ends with an exit code of its own and says why, or is
-// still in its chain and ends by STOP.
+// still in its chain and ends by STOP. Where ZEPH_CHECKED names a ZEPH built with
+// sanitizers, every tenth case runs in that too, without a report of theirs.
 #pragma once
 
 #include "support/places.h"
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <random>
 #include <string>
 #include <sys/resource.h>
@@ -41,18 +43,23 @@ struct ended_process {
   std::string listing;
 };
 
-inline void start_program(const std::string& directory) {
+// A program and whether it holds sanitizers: these take more memory than they ask for.
+struct judged_program {
+  std::string path = binary_folder() + "/bin/ZEPH";
+  bool checked = damage_share != 1;
+};
+
+inline void start_program(const judged_program& program, const std::string& directory) {
   if (::chdir(directory.c_str()) != 0) ::_exit(90);
   const int listing = ::open("listing", O_CREAT | O_TRUNC | O_WRONLY, 0644);
   if (listing < 0 || ::dup2(listing, 1) < 0 || ::dup2(listing, 2) < 0) ::_exit(91);
-  if (damage_share == 1) {
+  if (!program.checked) {
     const rlimit memory{std::uint64_t{2} << 30, std::uint64_t{2} << 30};
     ::setrlimit(RLIMIT_AS, &memory);
   } else {
     ::setenv("ASAN_OPTIONS", "allocator_may_return_null=1:max_allocation_size_mb=2048:detect_leaks=0", 1);
   }
-  const std::string program = binary_folder() + "/bin/ZEPH";
-  ::execl(program.c_str(), "ZEPH", static_cast<char*>(nullptr));
+  ::execl(program.path.c_str(), "ZEPH", static_cast<char*>(nullptr));
   ::_exit(92);
 }
 
@@ -65,10 +72,10 @@ inline bool ended_within(pid_t child, int& status, std::chrono::seconds time) {
   return false;
 }
 
-inline ended_process run_program(const std::string& directory) {
+inline ended_process run_program(const judged_program& program, const std::string& directory) {
   ended_process out;
   const pid_t child = ::fork();
-  if (child == 0) start_program(directory);
+  if (child == 0) start_program(program, directory);
   int status = 0;
   if (!ended_within(child, status, std::chrono::seconds(20))) {
     out.stopped = true;
@@ -84,9 +91,21 @@ inline ended_process run_program(const std::string& directory) {
   return out;
 }
 
-// A listing that says what ended the run.
-inline bool tells_why(const std::string& listing) {
-  for (const char* word : {"ERROR", "Error", "error", "terminates", "Fail", "potrf", "potrs", "not "})
+// A listing that says what ended the run; a normal one tells standard errors.
+inline bool tells_why(std::string listing) {
+  for (const std::string normal : {"Standard Error", "standard error"})
+    for (std::size_t at = 0; (at = listing.find(normal, at)) != std::string::npos;)
+      listing.erase(at, normal.size());
+  for (const char* word :
+       {"ERROR", "Error", "error", "terminates", "Fail", "potrf", "potrs", "not ", "iostat", "must have",
+        "n.p.d.", "npd", "GEN_TRUNC_NORMAL", "incorrect", "nonpositive", "NOT IN RANGE", "Legal"})
+    if (listing.find(word) != std::string::npos) return true;
+  return false;
+}
+
+// A report of a sanitizer; a size refused is no fault.
+inline bool tells_fault(const std::string& listing) {
+  for (const char* word : {"ERROR: AddressSanitizer", "runtime error:", "DEADLYSIGNAL", "Assertion"})
     if (listing.find(word) != std::string::npos) return true;
   return false;
 }
@@ -97,11 +116,17 @@ public:
     for (const auto& entry : std::filesystem::directory_iterator(original))
       if (entry.is_regular_file()) files_.push_back(entry.path().filename());
     std::sort(files_.begin(), files_.end());
+    const scratch_directory place;
+    place.take_files_of(original);
+    const ended_process run = run_program({}, place.path());
+    EXPECT_EQ(run.exit_code, 0) << run.listing;
+    EXPECT_FALSE(tells_why(run.listing)) << "no sign of a message: " << run.listing;
   }
 
+  void damage(int cuts, int changes) { damage(files_, cuts, changes); }
   // Every file cut at up to `cuts` places and changed in `changes` bytes.
-  void damage(int cuts, int changes) {
-    for (const std::string& file : files_) {
+  void damage(const std::vector<std::string>& files, int cuts, int changes) {
+    for (const std::string& file : files) {
       const std::string bytes = bytes_of(original_ + "/" + file);
       const auto size = static_cast<std::int64_t>(bytes.size());
       const std::int64_t places = std::min<std::int64_t>(cuts, size);
@@ -125,7 +150,8 @@ public:
     }
   }
 
-  int runs = 0, ended_well = 0, refused = 0, stopped = 0;
+  int runs = 0, checked_runs = 0, ended_well = 0, refused = 0, stopped = 0;
+  std::map<int, int> exit_codes; // how many runs ended with each
 
 private:
   // The seeds and the length of the chain stay.
@@ -143,27 +169,41 @@ private:
 
   void judge(const std::string& file, const std::string& changed) {
     if (++cases_ % damage_share != 0) return;
-    ++runs;
-    const scratch_directory place;
-    place.take_files_of(original_);
     const bool directives = file.find(".dir") != std::string::npos || file == "dir";
     const std::string original = bytes_of(original_ + "/" + file);
-    place.write(file, directives ? with_its_chain(original, changed) : changed);
-    const ended_process run = run_program(place.path());
-    const bool right = run.signal == 0 && (run.exit_code == 0 || run.exit_code == 2 || run.exit_code == 16 ||
-                                           run.exit_code == 27);
-    EXPECT_TRUE(right) << file << ", case " << cases_ << ": exit code " << run.exit_code << ", signal "
-                       << run.signal << (run.stopped ? ", after STOP" : "") << '\n'
+    const std::string damaged = directives ? with_its_chain(original, changed) : changed;
+    ++runs;
+    const ended_process run = judge({}, file, damaged);
+    ++exit_codes[run.exit_code];
+    stopped += run.stopped;
+    (run.exit_code == 0 ? ended_well : refused) += 1;
+    const char* checked = std::getenv("ZEPH_CHECKED");
+    if (checked == nullptr || cases_ % 10 != 0) return;
+    ++checked_runs;
+    judge({checked, true}, file, damaged);
+  }
+
+  ended_process judge(const judged_program& program, const std::string& file, const std::string& bytes) {
+    const scratch_directory place;
+    place.take_files_of(original_);
+    place.write(file, bytes);
+    ended_process run = run_program(program, place.path());
+    const bool right =
+        run.signal == 0 && !tells_fault(run.listing) &&
+        (run.exit_code == 0 || run.exit_code == 2 || run.exit_code == 16 || run.exit_code == 27);
+    EXPECT_TRUE(right) << program.path << ", " << file << ", case " << cases_ << ": exit code "
+                       << run.exit_code << ", signal " << run.signal << (run.stopped ? ", after STOP" : "")
+                       << '\n'
                        << run.listing.substr(run.listing.size() -
                                              std::min<std::size_t>(run.listing.size(), 1500));
     const bool told = run.exit_code == 0 || tells_why(run.listing) || tells_why(bytes_of(place / "ZEPH.log"));
     EXPECT_TRUE(told) << file << ", case " << cases_ << '\n' << run.listing;
-    stopped += run.stopped;
-    (run.exit_code == 0 ? ended_well : refused) += 1;
-    if (!right && std::getenv("ZEPH_KEEP_DAMAGE") != nullptr)
-      std::filesystem::copy(place.path(),
-                            std::getenv("ZEPH_KEEP_DAMAGE") + ("/" + std::to_string(cases_) + file),
-                            std::filesystem::copy_options::recursive);
+    const char* keep = std::getenv("ZEPH_KEEP_DAMAGE");
+    if (keep != nullptr && !(right && told))
+      std::filesystem::copy(place.path(), std::string(keep) + "/" + std::to_string(cases_) + file,
+                            std::filesystem::copy_options::recursive |
+                                std::filesystem::copy_options::overwrite_existing);
+    return run;
   }
 
   std::string original_;

@@ -8,8 +8,9 @@ namespace {
 using namespace zeph_test;
 
 void tell(const std::string& what, const damaged_directory& d) {
-  std::cout << what << ": " << d.runs << " runs, " << d.ended_well << " ended well, " << d.refused
-            << " were refused, " << d.stopped << " ended by STOP\n";
+  std::cout << what << ": " << d.runs << " runs, " << d.stopped << " ended by STOP; exit code";
+  for (const auto& [code, n] : d.exit_codes) std::cout << ' ' << code << ": " << n << ',';
+  std::cout << " with sanitizers " << d.checked_runs << '\n';
 }
 
 class much_damaged_files : public ::testing::TestWithParam<std::string> {};
@@ -25,6 +26,22 @@ TEST_P(much_damaged_files, with_absurd_numbers_end_with_a_message) {
   damaged_directory d(prepared_directory(GetParam()));
   for (const std::int32_t value : {2147483647, 1000000000, 30000000, -1, 0})
     d.put_in_each_number("MODINF", value, 1);
+  tell(GetParam(), d);
+}
+
+// The state of the part before, and the records to predict.
+TEST_P(much_damaged_files, that_a_chain_goes_on_from_end_with_a_message) {
+  const scratch_directory first;
+  first.take_files_of(prepared_directory(GetParam()));
+  ASSERT_EQ(run_program({}, first.path()).exit_code, 0);
+  if (!first.has("lastsol")) GTEST_SKIP() << "a run that leaves no state";
+  const scratch_directory next;
+  next.take_files_of(prepared_directory(GetParam()));
+  next.write("oldsol", first.read("lastsol"));
+  next.write("r_parm", first.read("gparlast"));
+  next.write("ytopredict", "1 1\n2 1\n5 1\n");
+  damaged_directory d(next.path());
+  d.damage({"oldsol", "r_parm", "ytopredict"}, 1000, 500);
   tell(GetParam(), d);
 }
 
