@@ -87,7 +87,7 @@ void print_structures(const model_records& m, reporting& report) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) say(report, free_row().i(k).i(m.RMAT(k).n_rc).str());
 }
 
-// Steps 9 to 16: directive lines and the layout of the equations.
+// Steps 9 to 16, and 7 once the pairs are checked: directive lines, layout of the equations.
 void lay_out_equations(run& r) {
   free_reader lines;
   open_directives(r.model, lines, r.report);
