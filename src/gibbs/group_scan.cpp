@@ -6,11 +6,13 @@
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace zeph {
 namespace {
 
-constexpr std::int64_t most_redraws = 10000000; // of a positive distance: one in so many is none
+constexpr std::int64_t redraws_between_looks = 1000000; // of mixture distances
+constexpr double largest_snorm = 5.3;                   // ranmar_snorm, of 24-bit uniforms, gives none beyond
 
 // PARM = block, border RHS, last element 0; rows unswept
 void border_block(scan_records& r, const double* block, const double* rhs, std::int32_t n) {
@@ -96,6 +98,37 @@ void solve_transposed(const double* L, std::int32_t n, const double* z, double* 
   }
 }
 
+// Element (x,x) of the inverse of L L', x from 0; y is work of n.
+double inverse_element(const double* L, std::int32_t n, std::int32_t x, double* y) {
+  double sum = 0;
+  for (std::int32_t i = x; i < n; ++i) {
+    double dot = i == x ? -1.0 : 0.0;
+    for (std::int32_t j = x; j < i; ++j) dot += L[i + j * n] * y[j];
+    y[i] = -dot / L[i + i * n];
+    sum += y[i] * y[i];
+  }
+  return sum;
+}
+
+// Distances are drawn again as often as it takes. A round that could never end, since
+// no normals bring a distance up from its mean, or whose end nobody waits for (STOP),
+// ends the run. variance(x): of equation x, from 0.
+template <class Variance>
+void judge_redraws(scan_records& r, std::int64_t redraws, const double* mean, std::int32_t n,
+                   Variance&& variance) {
+  if (redraws % redraws_between_looks != 0) return;
+  bool vain = file_exists(r.report, "STOP");
+  for (const std::int32_t e : r.work.distances)
+    vain = vain || mean[e - 1] + largest_snorm * std::sqrt(n * variance(e - 1)) < least_distance;
+  if (!vain) return;
+  computation_impossible(r.report, "GIBSCAN",
+                         free_row()
+                             .text("no positive mixture distance in")
+                             .i(redraws)
+                             .text("draws of the plain regressions")
+                             .str());
+}
+
 } // namespace
 
 void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info) {
@@ -155,15 +188,9 @@ void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32
   if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty() &&
       breaks_distance_rule(r.work.distances, mean, w)) {
     ++f.nlabel;
-    std::int64_t tries = 0;
+    std::int64_t redraws = 0;
     do {
-      if (++tries > most_redraws)
-        computation_impossible(r.report, "GIBSCAN",
-                               free_row()
-                                   .text("no positive mixture distance in")
-                                   .i(most_redraws)
-                                   .text("draws of the plain regressions")
-                                   .str());
+      judge_redraws(r, ++redraws, mean, n, [&](std::int32_t x) { return inverse_element(c, n, x, w); });
       for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
       solve_transposed(c, n, z, w);
     } while (breaks_distance_rule(r.work.distances, mean, w));
@@ -189,8 +216,11 @@ void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int3
       ++f.nlabel;
     else
       say(r.report, free_row().text("Resampling of mixture distances - Round: ").i(f.iround).str());
-    do ranmar_genmn(r.sources.marsaglia, parm, x, z);
-    while (distance_too_small(r.work.distances, x));
+    std::int64_t redraws = 0;
+    do {
+      judge_redraws(r, ++redraws, mean, n, [&](std::int32_t e) { return c[e + e * n]; });
+      ranmar_genmn(r.sources.marsaglia, parm, x, z);
+    } while (distance_too_small(r.work.distances, x));
   }
   std::copy_n(x, n, r.sampler.sol.data() + e0);
 }

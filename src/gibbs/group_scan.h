@@ -40,8 +40,9 @@ void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int3
 // the order of the equations; sol = C^-1 RHS + L'^-1 z. A block that can't be
 // factored or solved is told with its group, and the run stops with code 27. The
 // plain regressions of group 1 are drawn again, with new normals, while a mixture
-// distance among them is below 1e-12; f.nlabel grows by one when that happens. After
-// 10,000,000 vain draws the run stops with code 16.
+// distance among them is below 1e-12; f.nlabel grows by one when that happens. There
+// is no limit; but where it can be shown after 1,000,000 draws, or as many more, that
+// none will ever do, or where the file STOP is there then, the run stops with code 16.
 void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l);
 
 // "Group: " g, the routine's words, info; ends the run with code 27.

@@ -226,19 +226,43 @@ TEST(sample_level, keeps_mixture_distances_positive) {
   EXPECT_NEAR(static_cast<double>(c.f.nlabel), n * cdf(1.0), 4 * std::sqrt(n * tail * (1 - tail)));
 }
 
-TEST(sample_level, stops_when_a_mixture_distance_can_not_be_positive) {
+TEST(sample_level, draws_a_mixture_distance_as_often_as_it_takes) {
   mixed_case c(4, 1);
   RMARIN(c.sources.marsaglia, 1802, 9373);
   c.layout.DI_of(1).col(1)[0] = 1.0;
-  c.s.RHS(1) = -1000.0; // 1000 standard deviations below
+  c.s.RHS(1) = -5.0; // one draw in 3.5 million is positive
+  scan_records r = c.records();
+  ranmar_draws draws(c.sources.marsaglia);
+  sample_level(r, c.f, draws, 1, 1);
+  EXPECT_GE(c.s.sol(1), 1e-12);
+  EXPECT_EQ(c.f.nlabel, 1);
+}
+
+void expect_vain_draws(mixed_case& c, double mean) {
+  RMARIN(c.sources.marsaglia, 1802, 9373);
+  c.layout.DI_of(1).col(1)[0] = 1.0;
+  c.s.RHS(1) = mean;
   const std::string text = expect_stop(16, c.run, [&](reporting& report) {
     scan_records r{c.m,          c.layout,   c.design, c.relations, c.s,
                    c.categories, c.mixtures, c.work,   c.sources,   report};
     ranmar_draws draws(c.sources.marsaglia);
     sample_level(r, c.f, draws, 1, 1);
   });
-  EXPECT_NE(text.find("ERROR - Computation impossible in GIBSCAN: no positive mixture distance"),
-            std::string::npos);
+  EXPECT_NE(
+      text.find("ERROR - Computation impossible in GIBSCAN: no positive mixture distance in     1000000"),
+      std::string::npos)
+      << text;
+}
+
+TEST(sample_level, stops_where_no_normal_makes_a_mixture_distance_positive) {
+  mixed_case c(4, 1);
+  expect_vain_draws(c, -5.31); // the largest normal is 5.29
+}
+
+TEST(sample_level, goes_on_drawing_mixture_distances_until_STOP) {
+  mixed_case c(4, 1);
+  c.directory.write("STOP", "");
+  expect_vain_draws(c, -5.25);
 }
 
 // Traits 1 (kind 7) and 2 (kind 8); subjects of `length` records alike.

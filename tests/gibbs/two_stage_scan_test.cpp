@@ -300,23 +300,41 @@ TEST(sample_level_swept, ends_a_long_listing_in_its_own_words) {
   EXPECT_TRUE(text.ends_with("\n\nMore than 1000 lines printed\nProgram terminates\n")) << text;
 }
 
-// One plain regression, a mixture distance; its mean is far below 0.
-TEST(sample_level_swept, draws_a_mixture_distance_again_until_it_is_positive) {
-  for (const scan_stage stage : {scan_stage::sources, scan_stage::others}) {
+// One plain regression, a mixture distance.
+struct distance_case : scan_case {
+  static described_model described() {
     described_model d;
     d.traits.resize(2);
     d.traits[0].regressions = {{3, 0, 0, true}};
     d.traits[0].effects = {{1, 1}};
     d.traits[1].kind = trait_mixture;
     d.integers = 4, d.reals = 3, d.records = 1;
-    scan_case c(d);
-    c.start(2);
-    RMARIN(c.sources.marsaglia, 1802, 9373);
-    c.f.stage = stage;
-    c.f.iround = 7;
-    c.work.distances = {1};
-    c.layout.DI_of(1).col(1)[0] = 1.0;
-    c.s.RHS(1) = -1.5;
+    return d;
+  }
+  explicit distance_case(scan_stage stage) : scan_case(described()) {
+    start(2);
+    RMARIN(sources.marsaglia, 1802, 9373);
+    f.stage = stage;
+    f.iround = 7;
+    work.distances = {1};
+    layout.DI_of(1).col(1)[0] = 1.0;
+  }
+};
+
+TEST(sample_level_swept, stops_where_no_normal_makes_a_mixture_distance_positive) {
+  distance_case c(scan_stage::sources);
+  c.s.RHS(1) = -5.31; // the largest normal is 5.29
+  const std::string text = expect_stop(16, c.run, [&](reporting&) {
+    scan_records all = c.records();
+    sample_level_swept(all, c.f, 1, 1);
+  });
+  EXPECT_NE(text.find("no positive mixture distance"), std::string::npos) << text;
+}
+
+TEST(sample_level_swept, draws_a_mixture_distance_again_until_it_is_positive) {
+  for (const scan_stage stage : {scan_stage::sources, scan_stage::others}) {
+    distance_case c(stage);
+    c.s.RHS(1) = -1.5; // far below 0
     scan_records all = c.records();
     int again = 0;
     for (int k = 0; k < 20; ++k) {
