@@ -7,15 +7,6 @@ namespace zeph::prepare {
 
 namespace {
 
-// Shares none of the first `own` columns.
-template <class T>
-std::int32_t add_once(std::vector<std::vector<T>>& columns, std::vector<T> column, std::size_t own = 0) {
-  const auto at = std::find(columns.begin() + static_cast<std::ptrdiff_t>(own), columns.end(), column);
-  const auto number = static_cast<std::int32_t>(at - columns.begin()) + 1;
-  if (at == columns.end()) columns.push_back(std::move(column));
-  return number;
-}
-
 // RCDATA_R is of 32 bits.
 float as_stored(double x) { return std::isnan(x) ? 0.0F : static_cast<float>(x); }
 
@@ -28,16 +19,31 @@ std::vector<float> stored(const record_selection& records, const std::vector<dou
 
 } // namespace
 
-std::int32_t add_integers(data_rows& rows, const record_selection& records,
-                          const std::vector<std::int32_t>& value) {
+std::vector<std::int32_t> values_of_used(const record_selection& records,
+                                         const std::vector<std::int32_t>& value) {
   std::vector<std::int32_t> column;
   column.reserve(records.n_used());
   for (const std::uint32_t r : records.records) column.push_back(value[r]);
-  return add_once(rows.integers, std::move(column));
+  return column;
+}
+
+std::int32_t add_integers(data_rows& rows, const record_selection& records,
+                          const std::vector<std::int32_t>& value) {
+  std::vector<std::int32_t> column = values_of_used(records, value);
+  rows.own.resize(rows.integers.size(), 0);
+  for (std::size_t c = 0; c < rows.integers.size(); ++c)
+    if (rows.own[c] == 0 && rows.integers[c] == column) return static_cast<std::int32_t>(c) + 1;
+  rows.integers.push_back(std::move(column));
+  return static_cast<std::int32_t>(rows.integers.size());
 }
 
 std::int32_t add_reals(data_rows& rows, const record_selection& records, const std::vector<double>& value) {
-  return add_once(rows.reals, stored(records, value), rows.n_observations);
+  std::vector<float> column = stored(records, value);
+  const auto first = rows.reals.begin() + static_cast<std::ptrdiff_t>(rows.n_observations);
+  const auto at = std::find(first, rows.reals.end(), column);
+  const auto number = static_cast<std::int32_t>(at - rows.reals.begin()) + 1;
+  if (at == rows.reals.end()) rows.reals.push_back(std::move(column));
+  return number;
 }
 
 std::int32_t append_reals(data_rows& rows, const record_selection& records,
@@ -59,6 +65,8 @@ std::int32_t add_observations(data_rows& rows, const record_selection& records, 
 
 std::int32_t append_integers(data_rows& rows, std::vector<std::int32_t> value) {
   rows.integers.push_back(std::move(value));
+  rows.own.resize(rows.integers.size(), 0);
+  rows.own.back() = 1;
   return static_cast<std::int32_t>(rows.integers.size());
 }
 

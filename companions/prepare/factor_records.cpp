@@ -2,6 +2,7 @@
 
 #include "prepare/messages.h"
 #include "prepare/short_names.h"
+#include "prepare/solution_covariables.h"
 
 #include <fmt/format.h>
 
@@ -98,11 +99,15 @@ void size_factor(const factor_levels& f, structure_record& out) {
   out.CV_STRUCT = padded(f.structure, 12);
 }
 
-std::map<std::string, std::int32_t> add_level_columns(const factor_levels& f, prepared_model& p) {
+std::map<std::string, std::int32_t> add_level_columns(const model_description& d, const factor_levels& f,
+                                                      prepared_model& p) {
   std::map<std::string, std::int32_t> out;
   for (const std::string& column : columns_of(f)) {
-    std::vector<std::int32_t> level = f.level.at(column);
-    out.emplace(column, add_integers(p.rows, p.records, level));
+    const std::vector<std::int32_t>& level = f.level.at(column);
+    // the input number of an effect whose solutions are a covariable is its own
+    out.emplace(column, is_random_source(d, f.name, column)
+                            ? append_integers(p.rows, values_of_used(p.records, level))
+                            : add_integers(p.rows, p.records, level));
   }
   return out;
 }

@@ -22,7 +22,8 @@ std::vector<factor_effect> effects_of(const factor_levels& f);
 void size_factor(const factor_levels& f, structure_record& out);
 
 // Adds the columns of the factor's levels to p.rows and returns their numbers by name.
-std::map<std::string, std::int32_t> add_level_columns(const factor_levels& f, prepared_model& p);
+std::map<std::string, std::int32_t> add_level_columns(const model_description& d, const factor_levels& f,
+                                                      prepared_model& p);
 
 // Fills RMAT(k). One trait entry per row of the matrix, so that every row is reported; the contributions of a record
 // in the order of the rows. The traits' records are filled already. Errors: a start matrix that is not positive

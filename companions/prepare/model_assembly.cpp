@@ -346,7 +346,7 @@ void fill_model(const model_description& d, const prepare_options& options, prep
     add_observations(p.rows, p.records, static_cast<std::size_t>(t),
                      p.data.traits[static_cast<std::size_t>(t)].y);
   std::vector<std::map<std::string, std::int32_t>> level_column;
-  for (const factor_levels& f : p.factors) level_column.push_back(add_level_columns(f, p));
+  for (const factor_levels& f : p.factors) level_column.push_back(add_level_columns(d, f, p));
   for (int t = 0; t < nt; ++t) fill_trait(d, t, level_column, p);
   for (int k = 1; k <= p.model.nramat; ++k)
     fill_factor(d, k, level_column[static_cast<std::size_t>(k - 1)], p, log);

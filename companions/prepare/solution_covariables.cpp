@@ -149,6 +149,12 @@ bool is_source(const model_description& d, int t, const std::vector<std::string>
   });
 }
 
+bool is_random_source(const model_description& d, const std::string& factor, const std::string& column) {
+  return std::ranges::any_of(d.covariables, [&](const covariable_section& c) {
+    return c.solution.given && c.source_factor == factor && c.source_columns.front() == column;
+  });
+}
+
 void complete_source_levels(const model_description& d, prepared_model& p, message_log& log) {
   for (std::size_t k = 0; k < d.covariables.size(); ++k) {
     const covariable_section& c = d.covariables[k];

@@ -19,6 +19,9 @@ std::vector<double> stand_in_values(const data_columns& data, const covariable_s
 // True when the class effect of these columns in trait t (0-based) gives its solutions to a covariable.
 bool is_source(const model_description& d, int t, const std::vector<std::string>& columns);
 
+// The same of the random effect of this column in a factor.
+bool is_random_source(const model_description& d, const std::string& factor, const std::string& column);
+
 // Gives every used record the level of each source effect, also where its own trait is missing. Errors: a source that
 // has lost levels for the sake of full rank; a level without solution in a record that needs it.
 void complete_source_levels(const model_description& d, prepared_model& p, message_log& log);

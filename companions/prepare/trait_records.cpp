@@ -25,19 +25,13 @@ void fill_effect(trait_record& m, std::int32_t e, std::int32_t column, bool equa
   m.EF_COEFF(e) = 1.0F;
 }
 
-std::vector<std::int32_t> level_of_used(const prepared_model& p, const std::vector<std::int32_t>& level) {
-  std::vector<std::int32_t> out;
-  for (const std::uint32_t r : p.records.records) out.push_back(level[r]);
-  return out;
-}
-
 void fill_class(int t, std::int32_t j, prepared_model& p) {
   trait_record& m = p.model.MODEL(t + 1);
   const class_effect& c = p.fixed[at(t)].classes[at(j - 1)];
   const std::vector<std::int32_t> level = c.intercept ? c.level : without_zero(c.level);
   // the input number of an effect whose solutions are a covariable is its own
-  const std::int32_t column =
-      c.source ? append_integers(p.rows, level_of_used(p, level)) : add_integers(p.rows, p.records, level);
+  const std::int32_t column = c.source ? append_integers(p.rows, values_of_used(p.records, level))
+                                       : add_integers(p.rows, p.records, level);
   fill_effect(m, j, column, c.intercept);
   m.f_ef_inp(j) = m.f_ef_rci(j) = column;
   m.F_EF_NAME(j) = padded(p.names.classes[at(t)][at(j - 1)], short_width);

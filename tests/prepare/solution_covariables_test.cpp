@@ -68,6 +68,22 @@ TEST(solution_covariables, come_from_random_effects_too) {
   EXPECT_NE(milk.f_ef_inp(1), milk.r_ef_inp(1));
 }
 
+// Two factors number the levels of one column alike; the chain tells effects by their columns.
+TEST(solution_covariables, come_from_the_first_of_two_effects_of_one_column) {
+  std::string cows = COWS; // milk in all records
+  cows.replace(cows.find("50,NA"), 5, "50,24");
+  const prepared_case c = prepare(
+      toml("1 + herd + (1 | sire) + (1 | fatsire | sire)", "1 + level", "solution = \"milk.sire\""), cows);
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  const zeph::trait_record& milk = c.p.model.MODEL(1);
+  ASSERT_EQ(milk.n_r, 2);
+  EXPECT_EQ(c.p.directives.at(c.p.directives.size() - 4), "1 2 1"); // the effect behind herd
+  EXPECT_EQ(milk.r_ef_matno(1), 1);
+  EXPECT_NE(milk.r_ef_inp(1), milk.r_ef_inp(2));
+  EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(milk.r_ef_rci(1) - 1)],
+            c.p.rows.integers[static_cast<std::size_t>(milk.r_ef_rci(2) - 1)]);
+}
+
 TEST(solution_covariables, are_multiplied_by_a_column) {
   const prepared_case c = prepare(toml("1 + herd + (1 | sire)", "1 + level",
                                        "solution = \"milk.herd\"\ntimes = \"dim\"\nstandardize = true"));
