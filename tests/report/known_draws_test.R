@@ -84,3 +84,18 @@ test_that("the verdict asks for what is missing", {
   expect_match(single$command, "zeph-chains run WORK --chains 4")
   expect_match(single$lines, "One chain only", all = FALSE)
 })
+
+test_that("chains that rest at values of their own are never long enough, and few samples are not judged", {
+  place <- list(study = TRUE, shown = "RUNS",
+    chains = list(list(segments = list(list(directives = list(analysis = 6))))))
+  judged <- function(x) {
+    draws <- array(x, c(dim(x), 1), list(NULL, NULL, "dimension[pen]"))
+    verdict_of(place, list(trait_kinds = "gaussian"), summarise_names(draws), character(0), ncol(x), nrow(x), 1)
+  }
+  apart <- judged(cbind(rep(1, 1000), rep(2, 1000)))
+  expect_false(apart$good)
+  expect_match(apart$lines[2], "^No R-hat: within each chain nothing moves; smallest effective sample size 2 ")
+  few <- judged(cbind(c(1, 2, 2, 1), c(2, 1, 1, 2)))
+  expect_equal(verdict_head(few), "No verdict on the chains.")
+  expect_equal(few$lines[2], "Too few samples to judge the chains by: let them run on.")
+})

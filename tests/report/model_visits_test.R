@@ -38,6 +38,13 @@ test_that("visits, time and transitions are counted", {
   expect_equal(value_of(r$table, "dimension[1]", "mean"), 1.7)
 })
 
+test_that("a chain that never moved shows its model, and one sample has no transitions", {
+  v <- report_of(jump_study(list(c(2L, 2L, 2L))))$visits
+  expect_equal(v$visits, data.frame(model = "2", samples = 3, share = 1, "chain 1" = 1, check.names = FALSE))
+  expect_equal(v$transitions$times, 2)
+  expect_equal(nrow(report_of(jump_study(list(2L)))$visits$transitions), 0L)
+})
+
 test_that("moves proposed and accepted are read from zeinfo", {
   root <- jump_study(list(c(1L, 2L)))
   path <- file.path(root, "chain1/seg1")

@@ -61,8 +61,11 @@ test_that("places that can't be written are told, and exports of nothing", {
   expect_match(told(c(root, "--netcdf", file.path(root, "none", "x.nc")))$out, "can't write .*x.nc", all = FALSE)
   solved <- run_zeph(prepared(c('[data]', 'file = "d.csv"', '[trait.y]', 'formula = "1 + sex"', '[run]',
     'analysis = "solve"'), calves))
-  expect_match(told(c(solved, "--coda", file.path(root, "c")))$out, "no draws for --coda", all = FALSE)
-  expect_match(told(c(solved, "--netcdf", file.path(root, "n.nc")))$out, "no draws for --netcdf", all = FALSE)
+  r <- told(c(solved, "--coda", file.path(root, "c"), "--netcdf", file.path(root, "n.nc")))
+  expect_equal(r$status, 1L)
+  expect_equal(r$out[length(r$out)], "zeph-report: no draws for --coda and --netcdf")
+  expect_true(file.exists(file.path(solved, "report.html"))) # the page is written all the same
+  expect_false(any(file.exists(file.path(root, c("c", "n.nc")))))
 })
 
 test_that("what is missing on the machine is told", {

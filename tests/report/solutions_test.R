@@ -31,6 +31,10 @@ test_that("a segment without solutions is left out and named", {
   pooled <- pool_solutions(j$model, j$place, j$chains, j$remarks)
   expect_equal(pooled$parts, 1)
   expect_match(j$remarks$all(), "no solutions of chain 1, segment 1: its run has not ended", all = FALSE)
+  writeLines("Program ZEPH has concluded", file.path(root, "chain1/seg1/status")) # stopped in its burn-in
+  j <- joined_chains(root)
+  pool_solutions(j$model, j$place, j$chains, j$remarks)
+  expect_false(any(grepl("no solutions", j$remarks$all())))
 })
 
 test_that("accuracy is sqrt(1 - SD^2 / ((1 + F) s2)), with identifications", {
@@ -92,9 +96,14 @@ test_that("DIC gets the n log(2 pi) that ZEPH leaves out", {
   expect_equal(d$DIC, c(2345.6224, 100))
   expect_equal(d$pD, c(338.26664, 10))
   m <- list(nobs = 854L, nt = 2L, trait_names = c("bwt", "wwt"))
-  full <- read_dic(m, list(chains = list(list(number = 1L, segments = list(list(number = 1L, path = place,
-    counts = TRUE))))))
+  one <- list(chains = list(list(number = 1L, segments = list(list(number = 1L, path = place, counts = TRUE,
+    directives = list(analysis = 3))))))
+  writeLines(rep("      1       1       1      0.5", 10), file.path(place, "py"))
+  full <- read_dic(m, one)
   expect_equal(full$full - full$DIC, rep(854 * 1.8378770664093453, 2), tolerance = 1e-12)
+  expect_equal(full$samples, c(10, 10))
+  file.create(file.path(place, "py")) # stopped in its burn-in: the listing tells NaN, 0 samples
+  expect_null(read_dic(m, one))
 })
 
 test_that("interactions and nested slopes have their names and levels", {

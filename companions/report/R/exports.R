@@ -39,13 +39,18 @@ draws_table <- function(draws) {
     .draw = seq_len(n * chains), values, check.names = FALSE)
 }
 
+# Names that every draw has.
+whole_names <- function(draws) {
+  if (length(draws) == 0) return(character(0))
+  Filter(function(name) !anyNA(draws[, , name]), dimnames(draws)[[3]])
+}
+
 # CODAindex.txt (name, first and last row) and CODAchainN.txt (iteration, value), as coda::read.coda reads them. Names
 # that a model left out of some draw are not written: the format has no missing values. Blanks of names become "_".
 export_coda <- function(directory, draws, rounds) {
   make_directory(directory)
-  whole <- Filter(function(name) !anyNA(draws[, , name]), dimnames(draws)[[3]])
+  whole <- whole_names(draws)
   n <- dim(draws)[1]
-  if (length(whole) == 0 || n == 0) stop_report("no draws for --coda", status = 1L)
   index <- data.frame(gsub("[ \t]", "_", whole), (seq_along(whole) - 1) * n + 1, seq_along(whole) * n)
   rows <- function(x, path) utils::write.table(x, path, quote = FALSE, row.names = FALSE, col.names = FALSE)
   write_whole(file.path(directory, "CODAindex.txt"), function(path) rows(index, path))
@@ -61,7 +66,6 @@ export_coda <- function(directory, draws, rounds) {
 # One NetCDF-4 variable a name, dimensions chain and draw; absent values are the file's missing value.
 export_netcdf <- function(path, draws, used, title, rounds) {
   names <- dimnames(draws)[[3]]
-  if (length(names) == 0 || dim(draws)[1] == 0) stop_report("no draws for --netcdf", status = 1L)
   chain <- ncdf4::ncdim_def("chain", "", as.integer(used))
   draw <- ncdf4::ncdim_def("draw", "", seq_len(dim(draws)[1]), longname = "sample of the chain after burn-in")
   variables <- lapply(names, function(name) ncdf4::ncvar_def(gsub("/", "_", name, fixed = TRUE), "",

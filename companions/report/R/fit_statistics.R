@@ -7,11 +7,11 @@ read_dic <- function(m, place) {
   if (isTRUE(analysis_of(place) >= 5)) return(NULL)
   rows <- list()
   for (chain in place$chains) for (s in chain$segments) {
-    found <- if (s$counts) dic_of_listing(s$path, m$nt)
+    samples <- samples_in(m, s)
+    found <- if (s$counts && samples > 0) dic_of_listing(s$path, m$nt)
     if (is.null(found)) next
     found$trait <- m$trait_names
-    rows[[length(rows) + 1L]] <- cbind(chain = chain$number, segment = s$number, found,
-      samples = max(1, samples_in(m, s)))
+    rows[[length(rows) + 1L]] <- cbind(chain = chain$number, segment = s$number, found, samples = samples)
   }
   out <- do.call(rbind, rows)
   if (!is.null(out)) out$full <- out$DIC + m$nobs * log(2 * pi)

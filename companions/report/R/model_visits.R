@@ -1,18 +1,19 @@
 # Chains between models: which models were visited, how often, and from where to where.
 
-# list(visits, transitions, inclusion) of the joined chains; NULL when all samples are of one model.
+# list(visits, transitions, inclusion) of the joined chains; NULL when all samples are of one model and the
+# chains could not leave it (`moving`: an analysis with moves between models).
 # visits: data frame (model, samples, share, by chain ..); a model is the dimension of every factor.
 # transitions: data frame (from, to, times) of neighbouring samples.
 # inclusion: data frame (factor, row, probability), how often a row was in the model.
-model_visits <- function(m, chains) {
+model_visits <- function(m, chains, moving = FALSE) {
   chains <- Filter(function(chain) NROW(chain$models) > 0, chains)
   if (length(chains) == 0 || m$nramat == 0) return(NULL)
   words <- lapply(chains, function(chain) apply(chain$models[, seq_len(m$nramat), drop = FALSE], 1, paste,
     collapse = " "))
   all <- unlist(words)
-  if (length(unique(all)) < 2) return(NULL)
+  if (length(unique(all)) < 2 && !moving) return(NULL)
   models <- names(sort(table(all), decreasing = TRUE))
-  by_chain <- vapply(words, function(w) as.numeric(table(factor(w, models))) / length(w), numeric(length(models)))
+  by_chain <- do.call(cbind, lapply(words, function(w) as.numeric(table(factor(w, models))) / length(w)))
   colnames(by_chain) <- paste("chain", vapply(chains, function(chain) chain$number, 1L))
   samples <- as.numeric(table(factor(all, models)))
   list(visits = data.frame(model = models, samples = samples, share = samples / sum(samples), by_chain,
@@ -37,6 +38,7 @@ enumerated_models <- function(m, place) {
 transitions_of <- function(words) {
   pairs <- unlist(lapply(words, function(w) if (length(w) > 1) paste(utils::head(w, -1), utils::tail(w, -1),
     sep = " -> ")))
+  if (length(pairs) == 0) return(data.frame(from = character(0), to = character(0), times = numeric(0)))
   counts <- sort(table(pairs), decreasing = TRUE)
   parts <- strsplit(names(counts), " -> ", fixed = TRUE)
   data.frame(from = vapply(parts, `[`, "", 1), to = vapply(parts, `[`, "", 2), times = as.numeric(counts))

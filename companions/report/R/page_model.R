@@ -53,7 +53,9 @@ prior_block <- function(r) {
   names <- c(vapply(r$model$factors, function(f) f$name, ""), "residual")
   orders <- c(vapply(r$model$factors, function(f) f$order, 1L), r$model$nt)
   if (length(prior) < length(names)) return(NULL)
+  given <- isTRUE(analysis_of(r$place) < 3)
   one <- function(k) {
+    if (given) return("none: given, not sampled")
     df <- prior[[k]][2]
     if (is.na(df) || df <= orders[k] + 1) return("flat")
     paste0("inverse Wishart, ", df, " degrees of freedom, mean the start matrix")

@@ -18,7 +18,7 @@ variance_section <- function(r) {
     tags$p("What a model leaves out is summed up over the draws of the models that have it (column draws).")
   section("variances", title, block(asked, "Asked for"), block(!derived & !asked & !dimension, "Sampled"),
           block(derived, "Derived on each draw"), formula_block(r),
-          if (nrow(fixed) > 0) sentence("Fixed by the model: ", fixed_values(fixed), "."), absent, curve_block(r))
+          if (nrow(fixed) > 0) sentence("The same in every draw: ", fixed_values(fixed), "."), absent, curve_block(r))
 }
 
 formula_block <- function(r) {
@@ -39,9 +39,9 @@ picture_section <- function(r) {
   names <- pictured_names(r$table, r$asked)
   if (length(names) == 0) return(section("pictures", "Pictures", tags$p("No draws to draw.")))
   left <- sum(is.finite(r$table$ess_bulk)) - length(names)
-  told <- if (left > 0)
-    sentence("Shown are ", length(names),
-      " names, those asked for and the worst ones first; --csv has the draws of all.")
+  rest <- if (left > 0)
+    paste0(" Shown are ", length(names), " names, those asked for and the worst first; --csv has the draws of all.")
+  told <- sentence("Drag in a trace to zoom, double click to go back.", rest)
   one <- function(name) pictures_of_name(r$draws, name, r$joined$used, r$joined$rounds)
   section("pictures", "Pictures", told, lapply(names, one))
 }
@@ -92,10 +92,11 @@ fit_section <- function(r) {
                          "made from them.")
   d <- r$pooled_dic
   if (is.null(d)) {
-    over_models <- isTRUE(analysis_of(r$place) >= 5)
-    none <- tags$p(if (over_models) "ZEPH sums up no deviance in analyses over models: their listings hold no DIC."
-                   else "No listing with DIC was found (listing.txt of each run).")
-    return(section("dic", "DIC per trait", none, no_measure))
+    type <- analysis_of(r$place)
+    none <- if (isTRUE(type >= 5)) "ZEPH sums up no deviance in analyses over models: their listings hold no DIC."
+            else if (isTRUE(type < 3)) "ZEPH tells DIC only where (co)variances are sampled; here they were given."
+            else "No listing with DIC was found (listing.txt of each run)."
+    return(section("dic", "DIC per trait", tags$p(none), no_measure))
   }
   heads <- c(trait = "trait", DIC = "DIC as listed", pD = "pD", full = "DIC with n log 2 pi",
     lowest = "lowest of the runs",

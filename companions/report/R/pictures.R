@@ -18,17 +18,25 @@ pictures_of_name <- function(draws, name, used, rounds) {
   x <- draws[, , name, drop = FALSE]
   array <- posterior::as_draws_array(array(x, dim(x), list(NULL, as.character(used), name)))
   bayesplot::color_scheme_set("viridis")
-  plots <- list("density by chain" = bayesplot::mcmc_dens_overlay(array))
-  if (length(used) > 1) plots[["ranks by chain"]] <- bayesplot::mcmc_rank_overlay(array, ref_line = TRUE)
+  several <- length(used) > 1
+  plots <- if (several) list("density by chain" = bayesplot::mcmc_dens_overlay(array),
+                             "ranks by chain" = bayesplot::mcmc_rank_overlay(array, ref_line = TRUE))
+           else list(density = bayesplot::mcmc_dens(array))
   plots[["autocorrelation by lag"]] <- bayesplot::mcmc_acf(array, lags = min(40, dim(array)[1] %/% 3))
-  images <- lapply(names(plots), function(what) captioned(image_of(plain_plot(plots[[what]]), paste(name, what)), what))
+  images <- lapply(names(plots), function(what) captioned(image_of(plain_plot(plots[[what]], used),
+    paste(name, what)), what))
   htmltools::tagList(tags$h3(name), trace_of(x, name, used, rounds), tags$div(class = "pictures", images))
 }
 
 captioned <- function(image, text) tags$figure(image, tags$figcaption(text))
 
-plain_plot <- function(p) {
-  legend <- if (is.null(p$labels$colour)) "none" else "bottom"
+# Colours of the chains, the same in all pictures.
+colours_of <- function(used) chain_colours[(seq_along(used) - 1) %% length(chain_colours) + 1]
+
+plain_plot <- function(p, used) {
+  by_chain <- !is.null(p$labels$colour)
+  legend <- if (by_chain) "bottom" else "none"
+  if (by_chain) p <- suppressMessages(p + ggplot2::scale_colour_manual("Chain", values = colours_of(used)))
   p + ggplot2::labs(x = NULL, y = NULL, title = NULL) +
     ggplot2::theme(text = ggplot2::element_text(family = "sans"), legend.position = legend)
 }
@@ -49,10 +57,8 @@ trace_of <- function(x, name, used, rounds) {
   names(series) <- c("round", paste("chain", used))
   id <- paste0("trace-", gsub("[^A-Za-z0-9]", "-", name))
   graph <- dygraphs::dygraph(series, width = "100%", height = 180, elementId = id)
-  colours <- chain_colours[(seq_along(used) - 1) %% length(chain_colours) + 1]
-  graph <- dygraphs::dyOptions(graph, strokeWidth = 0.7, colors = colours)
-  label <- "round after burn-in (drag to zoom, double click to go back)"
-  graph <- dygraphs::dyAxis(graph, "x", label = label, drawGrid = FALSE)
+  graph <- dygraphs::dyOptions(graph, strokeWidth = 0.7, colors = colours_of(used))
+  graph <- dygraphs::dyAxis(graph, "x", label = "round after burn-in", drawGrid = FALSE)
   graph <- dygraphs::dyLegend(graph, width = 320, show = "onmouseover")
   # the axis holds rounds, not times: the libraries for time zones stay out of the page
   without <- htmltools::suppressDependencies("moment", "moment-timezone", "moment-fquarter")

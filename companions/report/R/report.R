@@ -62,7 +62,7 @@ add_draws <- function(r, data, remarks) {
   draws <- r$joined$draws
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, derived, NULL)
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, asked, remarks)
-  visits <- model_visits(m, r$chains)
+  visits <- model_visits(m, r$chains, isTRUE(analysis_of(r$place) >= 6))
   if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, r$chains, r$joined$used, r$joined$length))
   if (dim(draws)[1] > 0) draws <- draws[, , !apply(is.na(draws), 3, all), drop = FALSE]
   asked$what <- rep("asked for in [derive]", nrow(asked))
@@ -123,17 +123,21 @@ variances_of_rows <- function(m, table, n_draws) {
   out
 }
 
-# Prints the verdict, writes the page and the exports.
+# Prints the verdict, writes the exports and the page. Exports of draws that are not there are told at the end.
 write_report <- function(report, arguments, home) {
   print_verdict(report)
   draws <- report$draws
   joined <- report$joined
+  none <- c(if (!is.null(arguments$coda) && length(whole_names(draws)) == 0) "--coda",
+            if (!is.null(arguments$netcdf) && length(draws) == 0) "--netcdf")
   if (!is.null(arguments$csv)) export_csv(arguments$csv, tables_of(report), draws)
-  if (!is.null(arguments$coda)) export_coda(arguments$coda, draws, joined$rounds)
-  if (!is.null(arguments$netcdf)) export_netcdf(arguments$netcdf, draws, joined$used, report$model$title, joined$rounds)
+  if (!is.null(arguments$coda) && !"--coda" %in% none) export_coda(arguments$coda, draws, joined$rounds)
+  if (!is.null(arguments$netcdf) && !"--netcdf" %in% none)
+    export_netcdf(arguments$netcdf, draws, joined$used, report$model$title, joined$rounds)
   page <- if (is.null(arguments$html)) file.path(report$place$shown, "report.html") else arguments$html
   write_page(report, page, home)
   cat("Page: ", page, "\n", sep = "")
+  if (length(none) > 0) stop_report("no draws for ", paste(none, collapse = " and "), status = 1L)
 }
 
 print_verdict <- function(report) {

@@ -37,11 +37,13 @@ pool_solutions <- function(m, place, chains, remarks) {
     s <- place$chains[[i]]$segments[[j]]
     if (!s$counts) next
     path <- file.path(s$path, "gibsol")
+    state <- chains[[i]]$segments$state[j]
     n <- max(1, samples_in(m, s))
     if (!file.exists(path) || file.size(path) == 0) {
-      remarks$add("no solutions of chain ", place$chains[[i]]$number, ", segment ", s$number,
-        ": its run has not ended (",
-                  chains[[i]]$segments$state[j], ")")
+      # a run that was stopped in its burn-in has ended without solutions: that it has no samples is said already
+      if (state != "finished")
+        remarks$add("no solutions of chain ", place$chains[[i]]$number, ", segment ", s$number,
+          ": its run has not ended (", state, ")")
       next
     }
     total <- add_part(total, read_gibsol(path), n, path)

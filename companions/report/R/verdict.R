@@ -13,18 +13,20 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
   if (n_draws == 0) return(none(nothing_to_judge(place, 0)))
   size <- paste0(count_of(n_chains, "chain"), " of ", count_of(n_draws, "sample"), ", one every ",
                  count_of(rounds, "round"), ".")
-  judged <- table[is.finite(table$ess_bulk) | is.finite(table$rhat), ]
+  judged <- table[is.finite(table$ess_bulk) | is.finite(table$ess_tail), ]
   if (nrow(judged) == 0) return(none(size, nothing_to_judge(place, n_draws)))
   judged$ess <- pmin(judged$ess_bulk, judged$ess_tail, na.rm = TRUE)
-  r <- judged[which.max(judged$rhat), ]
+  r <- judged[which.max(replace(judged$rhat, is.na(judged$rhat), -Inf)), ] # NA: no chain moves by itself
   e <- judged[which.min(judged$ess), ]
   good <- all(judged$rhat <= enough_rhat) && e$ess >= enough_ess
   good <- isTRUE(good)
   more <- if (good) 0 else rounds_missing(r$rhat, e$ess, n_draws * rounds)
-  worst <- paste0("Largest R-hat ", formatC(r$rhat, digits = 3, format = "f"), " (", r$name,
-                  "); smallest effective sample size ", round(e$ess), " (", e$name, ").")
+  largest <- if (is.na(r$rhat)) "No R-hat: within each chain nothing moves; "
+             else paste0("Largest R-hat ", formatC(r$rhat, digits = 3, format = "f"), " (", r$name, "); ")
+  worst <- paste0(largest, "smallest effective sample size ", round(e$ess), " (", e$name, ").")
   single <- if (n_chains == 1) "One chain only: R-hat compares its halves, which can't show that chains disagree."
-  list(good = good, lines = c(size, worst, error_lines(table, asked), single), worst_rhat = r, worst_ess = e,
+  last <- if (isTRUE(analysis_of(place) == 5)) "Each model has a chain of its own; judged is that of the last one."
+  list(good = good, lines = c(size, worst, error_lines(table, asked), single, last), worst_rhat = r, worst_ess = e,
     more = more,
        command = if (good) NULL else command_for(place, model, more))
 }
