@@ -11,10 +11,14 @@
 #include "support/places.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -39,6 +43,33 @@ void write(const std::string& path, std::string_view bytes) {
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
+// What a user does who has waited for long: the file STOP after some seconds.
+class patience {
+public:
+  explicit patience(const std::string& directory)
+      : user_([this, directory] {
+          std::unique_lock<std::mutex> lock(mutex_);
+          if (!done_.wait_for(lock, std::chrono::seconds(10), [this] { return over_; }))
+            write(directory + "STOP", "");
+        }) {}
+  ~patience() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      over_ = true;
+    }
+    done_.notify_one();
+    user_.join();
+  }
+  patience(const patience&) = delete;
+  patience& operator=(const patience&) = delete;
+
+private:
+  bool over_ = false;
+  std::mutex mutex_;
+  std::condition_variable done_;
+  std::thread user_;
+};
+
 // The few rounds of a started run, and its reports.
 void go_on(zeph::run& r) {
   r.frame.nburn = std::clamp(r.frame.nburn, 0, 1);
@@ -55,13 +86,16 @@ void go_on(zeph::run& r) {
 }
 
 void run_in(const std::string& path) {
-  std::ostringstream listing;
-  zeph::run r(listing, path);
-  try {
-    zeph::start_run(r);
-    go_on(r);
-  } catch (const zeph::run_stop&) {
-  } catch (const std::bad_alloc&) {}
+  {
+    const patience user(path);
+    std::ostringstream listing;
+    zeph::run r(listing, path);
+    try {
+      zeph::start_run(r);
+      go_on(r);
+    } catch (const zeph::run_stop&) {
+    } catch (const std::bad_alloc&) {}
+  }
   for (const char* name : {"mixz_prob", "mixz_last", "STOP"}) fs::remove(path + name);
 }
 
