@@ -98,19 +98,6 @@ TEST(run_driver, goes_on_to_the_reports_after_STOP_in_burn_in) {
   EXPECT_EQ(c.directory.read("status"), "Program ZEPH has concluded\n");
 }
 
-TEST(run_driver, refuses_a_pair_of_traits_that_there_is_not) {
-  for (const std::int32_t trait : {0, -2000000000, 2000000000}) {
-    run_case c;
-    c.m->n_norcov = 1;
-    c.m->NORCOV.take(1, 2);
-    c.m->NORCOV(1, 1) = trait;
-    c.m->NORCOV(1, 2) = 1;
-    EXPECT_EQ(c.go(run_case::lines(3, 1, 4, 1)), 16);
-    EXPECT_TRUE(c.ends_with("\nERROR - Illegal input in MODINF: NORCOV(1,1) = " + std::to_string(trait) +
-                            ", legal: 1" + terminated));
-  }
-}
-
 TEST(run_driver, honours_restrictions) {
   run_case c;
   c.d.traits[0].effects = {{1, 2}, {1, 2}}; // the sexes twice
