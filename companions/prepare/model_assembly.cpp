@@ -224,17 +224,28 @@ void warn_of_digits(const std::string& file, const std::string& name, const colu
                           name, std::fabs(s.mean) / s.sd, name));
 }
 
+// Values of a covariable in the records of a trait; those of 0 stand for dropped levels, too, and are passed over.
+column_statistics statistics_in_use(const prepared_model& p, std::size_t t, const std::vector<double>& x) {
+  std::vector<double> value;
+  for (const std::uint32_t r : p.records.records)
+    if (p.records.present[t][r] != 0 && x[r] != 0.0) value.push_back(x[r]);
+  return statistics_of(value);
+}
+
 void warn_of_precision(const model_description& d, const prepared_model& p, message_log& log) {
+  const std::string& file = p.data.table.file;
+  std::set<std::string> told; // a covariable may stand in many terms
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
-    warn_of_digits(p.data.table.file, d.traits[t].name, p.start.traits[t].observed, log);
-    for (const fixed_regression& x : p.fixed[t].regressions) {
-      if (x.indicator >= 0) continue;
-      std::vector<double> value;
-      for (const std::uint32_t r : p.records.records)
-        if (p.records.present[t][r] != 0) value.push_back(x.value[r]);
-      if (x.nested < 0) warn_of_digits(p.data.table.file, x.covariable, statistics_of(value), log);
-    }
+    warn_of_digits(file, d.traits[t].name, p.start.traits[t].observed, log);
+    for (const fixed_regression& x : p.fixed[t].regressions)
+      if (x.indicator < 0 && told.insert(x.covariable).second)
+        warn_of_digits(file, x.covariable, statistics_in_use(p, t, x.value), log);
   }
+  for (const factor_levels& f : p.factors)
+    for (const contribution& c : f.contributions)
+      if (!c.constant && told.insert(c.curve.name).second)
+        warn_of_digits(file, c.curve.name,
+                       statistics_in_use(p, static_cast<std::size_t>(c.trait), c.curve.value), log);
 }
 
 void warn_of_chain(const model_description& d, const prepared_model& p, message_log& log) {

@@ -453,6 +453,23 @@ TEST(model_assembly, large_mean_beside_a_small_deviation_is_warned_of) {
   EXPECT_TRUE(c.says("mean of y is 1000001 times its standard deviation")) << c.messages();
 }
 
+TEST(model_assembly, large_mean_of_a_covariable_is_warned_of_once_wherever_it_stands) {
+  const std::string day = "[covariable.day]\n", records = "sex,id,day,y\nM,a,24590,3\nM,b,24592,5\n"
+                                                          "F,a,24591,4\nF,b,24593,6\nF,c,24594,9\n";
+  for (const char* formula :
+       {"1 + sex + day", "1 + sex + sex:day", "1 + sex + (day | id)", "1 + day + (day | id)"}) {
+    const prepared_case c =
+        prepare(toml(day + "[factor.id]\n[trait.y]\nformula = \"" + formula + "\"\n"), records);
+    const std::string text = c.messages(), words = "times its standard deviation";
+    const std::size_t first = text.find(words);
+    ASSERT_NE(first, std::string::npos) << formula << '\n' << text;
+    EXPECT_EQ(text.find(words, first + 1), std::string::npos) << formula << '\n' << text;
+  }
+  const prepared_case centred =
+      prepare(toml(day + "center = true\n[trait.y]\nformula = \"1 + sex + sex:day\"\n"), records);
+  EXPECT_FALSE(centred.says("times its standard deviation")) << centred.messages();
+}
+
 TEST(model_assembly, levels_all_of_one_record_and_flat_priors_of_few_levels_are_warned_of) {
   const prepared_case c =
       prepare(toml("[factor.b]\n[trait.y]\nformula = \"1 + (1 | b)\"\n", "analysis = \"gibbs\"\n"),
