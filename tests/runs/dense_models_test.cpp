@@ -46,7 +46,7 @@ protected:
   void bodies_agree(std::string toml, const std::string& analysis) {
     const std::string solve = "analysis = \"solve\"";
     toml.replace(toml.find(solve), solve.size(),
-                 "interval = 1\nseeds = [3, 4]\nanalysis = \"" + analysis + "\"");
+                 "burnin = 0\ninterval = 1\nseeds = [3, 4]\nanalysis = \"" + analysis + "\"");
     scratch_directory other;
     farm.write_into(other);
     for (const auto& file : std::filesystem::directory_iterator(directory.path()))
@@ -64,7 +64,8 @@ protected:
     const bodies_apart apart = compare_bodies(other, "work", rounds);
     EXPECT_TRUE(apart.samples_alike || !apart.ran) << analysis;
     EXPECT_LT(apart.rhs, 1e-10) << analysis;
-    EXPECT_LT(std::max({apart.sol, apart.matrices, apart.sums}), 1e-9) << analysis;
+    EXPECT_LT(std::max({apart.sol, apart.matrices, apart.sums, apart.lik}), 1e-9) << analysis;
+    EXPECT_EQ(apart.densities > 0, apart.ran && analysis != "solve") << analysis;
     compared += apart.ran && apart.fast ? 1 : 0;
   }
   void expect_full_rank() const { EXPECT_EQ(last.rank, last.unknowns); }

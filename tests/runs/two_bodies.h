@@ -12,6 +12,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace zeph_test {
 
@@ -56,10 +57,20 @@ struct bodies_apart {
   bool fast = false;
   bool samples_alike = false; // gib.samples of both runs are the same bytes
   double rhs = 0.0, sol = 0.0, matrices = 0.0, sums = 0.0;
+  double lik = 0.0;          // of the values in py,
+  std::size_t densities = 0; // of which there are so many
 };
 
 inline std::string bytes_in(const scratch_directory& directory, const char* name) {
   return directory.has(name) ? directory.read(name) : "";
+}
+
+// Last values of the rows of py.
+inline std::vector<double> densities_in(const scratch_directory& directory) {
+  std::istringstream rows(bytes_in(directory, "py"));
+  std::vector<double> out;
+  for (std::string row; std::getline(rows, row);) out.push_back(std::stod(row.substr(row.rfind(' '))));
+  return out;
 }
 
 // `rounds` rounds of both; right-hand sides by group after the first round,
@@ -96,6 +107,11 @@ inline bodies_apart compare_bodies(const scratch_directory& prepared, const std:
   }
   out.ran = true;
   out.samples_alike = bytes_in(one, "gib.samples") == bytes_in(two, "gib.samples");
+  const std::vector<double> p = densities_in(one), q = densities_in(two);
+  EXPECT_EQ(p.size(), q.size());
+  out.densities = p.size();
+  for (std::size_t i = 0; i < std::min(p.size(), q.size()); ++i)
+    if (p[i] != q[i]) out.lik = std::max(out.lik, share_apart(&p[i], &q[i], 1)); // two infinities are alike
   out.fast = fast.r.work.fast.state == zeph::form_state::ready;
   return out;
 }
