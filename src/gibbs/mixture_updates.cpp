@@ -236,7 +236,8 @@ void draw_status(scan_records& r, std::int32_t npos) {
 }
 
 // What the record shows of each trait, and its residuals from the fitted row.
-void describe_cure_record(scan_records& r, std::int32_t irec, std::int32_t i, std::int32_t npos) {
+void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i,
+                          std::int32_t npos) {
   const std::int32_t nt = r.model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
@@ -247,6 +248,9 @@ void describe_cure_record(scan_records& r, std::int32_t irec, std::int32_t i, st
     r.work.category(t) = -1;
     r.work.fitted(t) = static_cast<double>(r.design.CURE_YHAT(t, i));
     r.work.res(t) = y - r.work.fitted(t);
+    // as in take_record: nothing is imputed in type 0
+    if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(irec), t, nt))
+      r.work.res(t) = r.work.fitted(t) = 0.0;
   }
   std::int64_t c = 0;
   for (const category_record& category : r.categories.catstr)
@@ -275,7 +279,7 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
   draw_status(r, npos);
   for (std::int32_t i = 1; i <= npos; ++i) {
     const std::int32_t record = irec - npos + i;
-    describe_cure_record(r, record, i, npos);
+    describe_cure_record(r, f, record, i, npos);
     liability_record x;
     x.mean = r.work.fitted.data();
     x.pos = r.work.pos.data();

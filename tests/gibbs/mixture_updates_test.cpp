@@ -9,6 +9,7 @@
 #include "scan_case.h"
 
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -365,6 +366,19 @@ TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
   bddrmc_cure(r, c.f, false);
   EXPECT_EQ(c.design.CURE_YHAT(1, 1), 1.0F);
   EXPECT_EQ(c.design.CURE_YHAT(1, 2), 1.0F + std::ldexp(1.0F, -23));
+}
+
+// What stands in the place of a missing trait has no effect, also where nothing is imputed.
+TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
+  sequence_case c(50, 3);
+  c.f.analysis_type = 0;
+  for (std::int32_t i = 1; i <= 150; ++i)
+    if (i % 3 != 0) c.design.Y_M(2, i) = std::numeric_limits<float>::quiet_NaN();
+  scan_records r = c.records();
+  r.sampler.RCOV(1, 2, 1) = r.sampler.RCOV(2, 1, 1) = 0.5;
+  prepare_conditionals(r);
+  bddrmc_cure(r, c.f, false);
+  for (std::int32_t i = 1; i <= 150; ++i) EXPECT_TRUE(std::isfinite(c.design.Y_M(1, i))) << i;
 }
 
 } // namespace
