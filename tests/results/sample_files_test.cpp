@@ -239,6 +239,16 @@ TEST(sample_files, file_that_cannot_be_opened_stops_with_code_16) {
   }
 }
 
+TEST(sample_files, shares_of_mixtures_that_cannot_be_written_stop_in_their_own_words) {
+  sampling c;
+  std::filesystem::create_symlink("/dev/full", c.path("mix_pi"));
+  ASSERT_TRUE(c.files.mix_pi.open(c.path("mix_pi")));
+  vec<double> shares;
+  shares.take(2);
+  EXPECT_EQ(exit_code_of([&] { write_mix_pi(c.files, c.frame, shares, c.report); }), 16);
+  EXPECT_EQ(c.said(), "\nERROR in subroutine WR_MIXZ\n\nProgram terminates\n");
+}
+
 TEST(sample_files, write_to_a_full_device_stops_with_code_16) {
   sampling py, sol, res;
   std::filesystem::create_symlink("/dev/full", py.path("py"));

@@ -261,6 +261,30 @@ TEST(membership_files, must_be_new_and_the_state_of_the_chain_is_kept_when_they_
   }
 }
 
+// The number behind a label of the listing; -1 without it.
+int number_behind(const std::string& listing, const std::string& label) {
+  const std::size_t at = listing.find(label);
+  return at == std::string::npos ? -1 : std::atoi(listing.c_str() + at + label.size());
+}
+
+// Components that lie one upon the other: now and then the distance is drawn again. (Such a chain ends
+// when one of them is left empty; this one lives for 200 rounds.)
+TEST(a_chain_with_a_mixture, tells_how_often_distances_were_drawn_again_in_either_loop) {
+  mixture_case c;
+  for (std::size_t i = 0; i < c.reals.size(); ++i)
+    c.reals[i] = {0.25F * static_cast<float>(i % 5), static_cast<float>(i % 2)};
+  ASSERT_EQ(c.go("2 0\n12 34\n60 60 1\n1 0\n2 0\n"), 0) << c.text();
+  const int burnin = number_behind(c.text(), "No of times that label switchning ocure (burnin)...");
+  const int sampling = number_behind(c.text(), "No of times that label switching occure (sampling).");
+  EXPECT_GE(burnin, 1);
+  EXPECT_LE(burnin, 60); // at most once a round
+  EXPECT_GE(sampling, 1);
+  EXPECT_LE(sampling, 60);
+  mixture_case apart; // these components need none
+  ASSERT_EQ(apart.go("2 0\n12 34\n20 20 1\n1 0\n2 0\n"), 0);
+  EXPECT_EQ(number_behind(apart.text(), "label switch"), -1);
+}
+
 // The enumeration: each model counts its own rounds.
 TEST(membership_files, of_the_last_model_hold_the_shares_of_its_own_rounds) {
   three_kinds_case c;
