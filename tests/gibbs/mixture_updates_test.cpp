@@ -6,8 +6,10 @@
 #include "gibbs/liability_draws.h"
 #include "gibbs/mixture_distance.h"
 #include "numerics/laws.h"
+#include "numerics/normal_draws.h"
 #include "scan_case.h"
 
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -174,6 +176,18 @@ TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) 
   EXPECT_NE(text.find("l_mix_z: "), std::string::npos);
   EXPECT_NE(text.find("Round,mix_pi: " + I(1)), std::string::npos);
   EXPECT_EQ(text.find("bddrmc_mix - round:"), std::string::npos);
+  c.f.test_level = 2;
+  bddrmc_mix(r, c.f, false);
+  const std::string more = c.said();
+  const auto count = [&more](const std::string& words) {
+    int n = 0;
+    for (std::size_t at = more.find(words); at != std::string::npos; at = more.find(words, at + 1)) ++n;
+    return n;
+  };
+  EXPECT_EQ(more.find("bddrmc_mix - round:" + I(1)), 0U);
+  EXPECT_EQ(count("BDDRMC_MIX   OBS=  "), 10);
+  EXPECT_EQ(count("Group    level Eq/level Eq type  Contribution"), 10);
+  EXPECT_EQ(count("Computing residuals for liabilities\n"), 3);
   c.f.iround = 4;
   bddrmc_mix(r, c.f, false);
   EXPECT_EQ(c.said().find("tau"), std::string::npos);
@@ -379,6 +393,119 @@ TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
   prepare_conditionals(r);
   bddrmc_cure(r, c.f, false);
   for (std::int32_t i = 1; i <= 150; ++i) EXPECT_TRUE(std::isfinite(c.design.Y_M(1, i))) << i;
+}
+
+// Two indicators, traits 2 and 3; the mixture coefficient of trait 1 is that of trait 2.
+struct two_indicators_case : scan_case {
+  static constexpr std::int32_t count = 30;
+  static const dense_matrix& R(std::int32_t h) {
+    static const dense_matrix one(3, {2.0, 0.5, 0.3, 0.5, 1.0, 0.2, 0.3, 0.2, 1.0}),
+        two(3, {1.0, -0.2, 0.1, -0.2, 1.0, 0.0, 0.1, 0.0, 1.0});
+    return h == 1 ? one : two;
+  }
+  static described_model described() {
+    described_model d;
+    d.traits.resize(3);
+    d.traits[0].regressions = {{2, 0, 0, true}};
+    d.traits[0].mix_eq_type = 2;
+    d.traits[1].kind = d.traits[2].kind = trait_mixture;
+    for (described_trait& t : d.traits) t.effects = {{1, 1}};
+    d.integers = 5, d.reals = 3, d.records = count;
+    d.residual_groups = 2;
+    d.group_place = 2;
+    d.residual = {2.0, 0.5, 0.3, 0.5, 1.0, 0.2, 0.3, 0.2, 1.0};
+    return d;
+  }
+  two_indicators_case() : scan_case(described()) {
+    allocate_mixtures(m, mixtures, run.report);
+    for (const std::int32_t h : {1, 2}) set_group_matrix(m, h, R(h));
+    start(4);
+    SETALL(sources.combined, 4321, 777);
+    SETALL(own.combined, 4321, 777);
+    s.sol(1) = 1.5, s.sol(2) = 0.4, s.sol(3) = -0.2, s.sol(4) = 0.3;
+    for (std::int32_t i = 1; i <= count; ++i) {
+      entry(i, 1, 1, 1, 1, i % 3 == 0 ? 1.0 : 0.0);
+      design.XD6_M(1, i) = 2;
+      for (std::int32_t t = 1; t <= 3; ++t) {
+        entry(i, t, 1 + t, 1, 1, 1.0);
+        design.Y_M(t, i) = 0.25F * static_cast<float>((i * 5 + t * 3) % 9 - 4);
+      }
+    }
+    f.analysis_type = 2;
+    f.iround = 1;
+    f.isamp = 1;
+  }
+  static double quadratic(const dense_matrix& Q, const double* e) {
+    double sum = 0;
+    for (std::int32_t i = 1; i <= 3; ++i)
+      for (std::int32_t j = 1; j <= 3; ++j) sum += e[i - 1] * Q(i, j) * e[j - 1];
+    return sum;
+  }
+  // res(t) drawn given those of the traits before it, on the side that z tells.
+  void draw(double* res, std::int32_t t, double e, bool z) {
+    const dense_matrix& G = R(1);
+    dense_matrix known(t - 1);
+    for (std::int32_t i = 1; i < t; ++i)
+      for (std::int32_t j = 1; j < t; ++j) known(i, j) = G(i, j);
+    const dense_matrix Q = dense_inverse(known).inverse;
+    double mean = 0, v = G(t, t);
+    for (std::int32_t i = 1; i < t; ++i)
+      for (std::int32_t j = 1; j < t; ++j) {
+        mean += G(t, i) * Q(i, j) * res[j - 1];
+        v -= G(t, i) * Q(i, j) * G(t, j);
+      }
+    res[t - 1] = z ? -GEN_TRUNC_NORMAL(own.combined, -9999999.0, e, -mean, v)
+                   : GEN_TRUNC_NORMAL(own.combined, -9999999.0, -e, mean, v);
+  }
+  heard_run quiet;
+  random_sources own{quiet.report};
+};
+
+TEST(bddrmc_mix, draws_for_each_indicator_a_uniform_and_all_liabilities_and_groups_by_the_last) {
+  two_indicators_case c;
+  const dense_inverse known[2] = {dense_inverse(c.R(1)), dense_inverse(c.R(2))};
+  const double e[3] = {0.4, -0.2, 0.3}; // fitted values but for the distance
+  std::vector<std::array<float, 2>> Y;
+  std::vector<std::int32_t> group;
+  std::int32_t second = 0;
+  for (std::int32_t i = 1; i <= c.count; ++i) {
+    const double on = c.design.ZD_M(1, i);
+    double res[3], e1[3], e0[3];
+    for (int t = 0; t < 3; ++t)
+      e1[t] = e0[t] = res[t] = static_cast<double>(c.design.Y_M(t + 1, i)) - e[t] - (t == 0 ? on * 1.5 : 0.0);
+    (on > 0 ? e0[0] : e1[0]) += on > 0 ? 1.5 : -1.5;
+    bool z[2] = {false, false};
+    Y.emplace_back();
+    for (int k = 0; k < 2; ++k) {
+      const double p1 = std::exp(-0.5 * c.quadratic(known[1].inverse, e1)) / std::sqrt(known[1].determinant) *
+                        cdf(e[k + 1]);
+      const double p0 = std::exp(-0.5 * c.quadratic(known[0].inverse, e0)) / std::sqrt(known[0].determinant) *
+                        cdf(-e[k + 1]);
+      z[k] = uniform_range(c.own.combined) <= p1 / (p1 + p0);
+      c.draw(res, 2, e[1], z[0]);
+      c.draw(res, 3, e[2], z[1]);
+      const double liability[2] = {res[1] + e[1], res[2] + e[2]};
+      Y.back()[static_cast<std::size_t>(k)] = static_cast<float>(liability[k]);
+    }
+    group.push_back(z[1] ? 2 : 1);
+    second += z[1];
+  }
+  scan_records r = c.records();
+  bddrmc_mix(r, c.f, false);
+  for (std::int32_t i = 1; i <= c.count; ++i) {
+    const auto at = static_cast<std::size_t>(i - 1);
+    EXPECT_NEAR(c.design.Y_M(2, i), Y[at][0], 2e-6F) << i;
+    EXPECT_NEAR(c.design.Y_M(3, i), Y[at][1], 2e-6F) << i;
+    EXPECT_EQ(c.design.IRESG_M(i), group[at]) << i;
+    EXPECT_EQ(c.design.ZD_M(1, i), Y[at][0] > 0.0F ? 1.0 : 0.0) << i;
+  }
+  EXPECT_EQ(c.m.residual().HETG_N_OBS(1), c.count - second); // each record once
+  EXPECT_EQ(c.m.residual().HETG_N_OBS(2), second);
+  std::int32_t a1 = 0, a2 = 0, b1 = 0, b2 = 0;
+  GETSD(c.sources.combined, a1, a2);
+  GETSD(c.own.combined, b1, b2);
+  EXPECT_EQ(a1, b1);
+  EXPECT_EQ(a2, b2);
 }
 
 } // namespace
