@@ -202,6 +202,27 @@ TEST(residual_body, gives_way_where_entries_do_not_follow_the_numbering_of_their
   EXPECT_FALSE(fast_body_serves(q, untraited.f));
 }
 
+#ifdef ZEPH_DEBUG_VIEWS
+// Builds with checks hold the residuals against fresh ones in every hundredth round.
+TEST(residual_body_death, a_residual_that_drifted_ends_the_process) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const double drift : {1e-14, 1e-3}) {
+    body_case c({true, true, true}, 3, {}, false);
+    for (int round = 1; round < 100; ++round) c.round();
+    c.f.iround = 100;
+    scan_records r = c.records();
+    residual_body body;
+    body.begin_round(r, c.f);
+    c.work.fast.E(7, 1) += drift;
+    const auto enter = [&] { body.enter_group(r, c.f, 1); };
+    if (drift > 1e-9)
+      EXPECT_DEATH(enter(), "residuals drifted by .* in round 100");
+    else
+      enter();
+  }
+}
+#endif
+
 // lik of a record far out: the density is 0 in 64 bits and its log infinite.
 TEST(sum_records, scores_records_one_by_one_when_a_density_may_be_0) {
   for (const bool missing : {false, true})

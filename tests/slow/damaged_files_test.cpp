@@ -7,10 +7,19 @@ namespace {
 
 using namespace zeph_test;
 
-void tell(const std::string& what, const damaged_directory& d) {
-  std::cout << what << ": " << d.runs << " runs, " << d.stopped << " ended by STOP; exit code";
-  for (const auto& [code, n] : d.exit_codes) std::cout << ' ' << code << ": " << n << ',';
-  std::cout << " with sanitizers " << d.checked_runs << '\n';
+// A row for docs/validation.md into the file that ZEPH_FIGURES names, else to the screen.
+void tell(const std::string& kind, const std::string& damage, const damaged_directory& d) {
+  std::string codes;
+  for (const auto& [code, n] : d.exit_codes)
+    codes += (codes.empty() ? "" : ", ") + std::to_string(code) + ": " + std::to_string(n);
+  const std::string row = "| damaged | " + kind + " | " + damage + " | " + std::to_string(d.runs) + " | " +
+                          codes + " | " + std::to_string(d.stopped) + " | " + std::to_string(d.checked_runs) +
+                          " |\n";
+  const char* file = std::getenv("ZEPH_FIGURES");
+  if (file == nullptr)
+    std::cout << row;
+  else
+    std::ofstream(file, std::ios::app) << row;
 }
 
 class much_damaged_files : public ::testing::TestWithParam<std::string> {};
@@ -18,7 +27,7 @@ class much_damaged_files : public ::testing::TestWithParam<std::string> {};
 TEST_P(much_damaged_files, end_the_run_with_a_message_and_never_by_a_signal) {
   damaged_directory d(prepared_directory(GetParam()));
   d.damage(1000, 500);
-  tell(GetParam(), d);
+  tell(GetParam(), "cut and changed", d);
 }
 
 // Counts near the largest number, products beyond 64 bits, gigabytes asked for.
@@ -26,7 +35,7 @@ TEST_P(much_damaged_files, with_absurd_numbers_end_with_a_message) {
   damaged_directory d(prepared_directory(GetParam()));
   for (const std::int32_t value : {2147483647, 1000000000, 30000000, -1, 0})
     d.put_in_each_number("MODINF", value, 1);
-  tell(GetParam(), d);
+  tell(GetParam(), "absurd numbers", d);
 }
 
 // The state of the part before, and the records to predict.
@@ -42,7 +51,7 @@ TEST_P(much_damaged_files, that_a_chain_goes_on_from_end_with_a_message) {
   next.write("ytopredict", "1 1\n2 1\n5 1\n");
   damaged_directory d(next.path());
   d.damage({"oldsol", "r_parm", "ytopredict"}, 1000, 500);
-  tell(GetParam(), d);
+  tell(GetParam(), "a chain that goes on", d);
 }
 
 INSTANTIATE_TEST_SUITE_P(runs, much_damaged_files, ::testing::ValuesIn(damaged_kinds()),

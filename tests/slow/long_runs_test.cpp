@@ -130,6 +130,8 @@ TEST_P(a_long_run, keeps_its_memory_its_handles_and_a_short_listing) {
   EXPECT_LT(std::count(listing.begin(), listing.end(), '\n'), 300);
   note_long_run(GetParam().name, "growth of memory, kB",
                 static_cast<double>(last.resident_kB - first.resident_kB));
+  note_long_run(GetParam().name, "growth of handles",
+                static_cast<double>(std::max(last.handles - first.handles, 0L)));
   note_long_run(GetParam().name, "lines of the listing",
                 static_cast<double>(std::count(listing.begin(), listing.end(), '\n')));
 }
