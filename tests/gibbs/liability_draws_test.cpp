@@ -154,6 +154,20 @@ TEST(liab_sample, conditions_each_trait_on_those_drawn_before_it) {
   EXPECT_NEAR(difference / n, 0.0, 5 * std::sqrt(squares) / n);
 }
 
+// Its row stays unswept: it tells nothing of the others.
+TEST(prepare_conditionals, leave_out_a_trait_of_next_to_no_variance) {
+  latent_record_case c({1, trait_liability, 1});
+  cube<double>& R = c.s.RCOV;
+  R(1, 1, 1) = 1e-14;
+  R(1, 2, 1) = R(2, 1, 1) = 5e-8;
+  R(1, 3, 1) = R(3, 1, 1) = 0.0;
+  scan_records r = c.records();
+  prepare_conditionals(r);
+  EXPECT_EQ(c.work.conditional_coefficient(1, 2, 1), 0.0);
+  EXPECT_NEAR(c.work.conditional_coefficient(3, 2, 1), 0.3 / 1.5, 1e-15);
+  EXPECT_NEAR(c.work.conditional_variance(2, 1), 1.0 - 0.3 * 0.3 / 1.5, 1e-15);
+}
+
 TEST(liab_sample, leaves_missing_traits_and_records_without_latent_traits_alone) {
   latent_record_case c({trait_liability, trait_sequence, 1});
   record_input in;
