@@ -164,6 +164,7 @@ void find_regressions(const model_records& m, const equation_layout& layout, con
 class_effect_source resolve(const model_records& m, const equation_layout& layout, const fetocv_entry& entry,
                             std::int64_t i, reporting& report) {
   class_effect_source x;
+  if (entry.ncv < 0) refuse(report, "FETOCV%ncv", {i}, entry.ncv, ">= 0");
   x.trait = entry.trait;
   x.feno = entry.effect;
   find_effect(m, i, x, report);

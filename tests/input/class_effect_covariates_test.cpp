@@ -155,6 +155,7 @@ TEST(FETOCV, refuses_what_it_cannot_find) {
   const bad_list cases[] = {
       {{0, 1, 1, {4}, {0}}, "FETOCV%trait(1)", "0", "1..2"},
       {{3, 1, 1, {4}, {0}}, "FETOCV%trait(1)", "3", "1..2"},
+      {{1, 1, -1, {}, {}}, "FETOCV%ncv(1)", "-1", ">= 0"},
       {{1, 0, 1, {4}, {0}}, "FETOCV%effect(1)", "0", "1..3"},
       {{1, 4, 1, {4}, {0}}, "FETOCV%effect(1)", "4", "1..3"},
       {{1, 2, 1, {4}, {0}}, "FETOCV%effect(1)", "2", "an effect that has equations"},
