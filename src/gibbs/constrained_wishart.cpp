@@ -107,6 +107,7 @@ void draw_correlations(random_sources& sources, constrained_work& w, const doubl
   const std::int32_t k = size_of(w.lists.cc);
   if (k == 1) w.P(1, 1) = 1.0;
   if (k < 2) return;
+  wishart_df_check(*sources.combined.report, nu, k);
   start_correlations(w, R, w.S.extent(1));
   for (std::int32_t i = 1; i <= k; ++i)
     for (std::int32_t j = 1; j <= k; ++j) w.Z(i, j) = w.S_CC(i, j);

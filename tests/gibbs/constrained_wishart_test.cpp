@@ -289,6 +289,10 @@ TEST(rinvwish_con, stops_with_too_few_degrees_of_freedom_for_a_block) {
   expect_stop(16, pair.run, [&](reporting&) { pair.next(3); });
   EXPECT_NE(pair.run.text().find("Computation impossible in wishart_draw: df = 2 below order 3"),
             std::string::npos);
+  draw_case none({{}, {1, 2, 3, 4}, {}, {}}, four, 4); // nu below 0: before any gamma is drawn
+  expect_stop(16, none.run, [&](reporting&) { none.next(-1); });
+  EXPECT_NE(none.run.text().find("Computation impossible in wishart_draw: df = -1 below order 4"),
+            std::string::npos);
 }
 
 TEST(prepare_residual_draw, refuses_a_trait_without_list_from_type_3_on) {

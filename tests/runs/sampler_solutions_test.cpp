@@ -7,7 +7,12 @@ namespace {
 
 using namespace zeph_test;
 
-// Every solution has the exact mean and variance; returns how many there are.
+// Shares below points of the standard normal distribution (M. Abramowitz and I. A. Stegun,
+// Handbook of Mathematical Functions, table 26.5).
+constexpr double normal_points[][2] = {
+    {-1.959963985, 0.025}, {-0.674489750, 0.25}, {0.0, 0.5}, {0.674489750, 0.75}, {1.959963985, 0.975}};
+
+// Every solution has the exact mean, variance and quantiles; returns how many there are.
 std::size_t expect_exact_solutions(const small_herd& herd, const dense_description& d) {
   const dense_equations equations(d);
   dense_matrix C(static_cast<std::int64_t>(equations.n));
@@ -24,7 +29,10 @@ std::size_t expect_exact_solutions(const small_herd& herd, const dense_descripti
       continue;
     }
     const auto k = static_cast<std::int64_t>(i) + 1;
-    expect_moments(at->first, at->second, exact.x[i], std::sqrt(inverse(k, k)));
+    const double sd = std::sqrt(inverse(k, k));
+    expect_moments(at->first, at->second, exact.x[i], sd);
+    for (const auto& [point, below] : normal_points)
+      expect_share_below(at->first, at->second, exact.x[i] + point * sd, below);
   }
   return equations.n;
 }
