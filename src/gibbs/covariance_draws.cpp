@@ -208,20 +208,22 @@ void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p) {
   const structure_record& factor = r.model.RMAT(k);
   const double* u = r.sampler.sol.data() + r.model.NBEGRA(k);
   double* sums = r.sampler.sscp.col(k);
+  const bool identity = structure_is(factor, "I");
+  if (!identity && !has_related_sum(factor)) {
+    say(r.report, "Unknown co-variance structure " + factor.CV_STRUCT);
+    say(r.report, free_row().text("For random factor ").i(k).str());
+    stop_run(r.report, exit_diagnosed);
+  }
   if (r.work.fast.square_done.allocated() && r.work.fast.square_done(k)) {
     const double* walked = r.work.fast.square.col(k);
     for (std::int32_t i = 0; i < p * (p + 1) / 2; ++i) sums[i] += walked[i];
     r.work.fast.square_done(k) = 0;
-  } else if (structure_is(factor, "I")) {
+  } else if (identity) {
     identity_sum(u, r.model.NRALEV(k), factor.n_rc, p, sums);
-  } else if (has_related_sum(factor)) {
+  } else {
     const bool reduced = structure_is(factor, "PED") && factor.L_RAM;
     const relationship_rows& rows = reduced ? r.relations.ram_of(k) : r.relations.of(k);
     related_sum(u, rows, factor.n_rc, p, r.work.link_sums.data(), sums);
-  } else {
-    say(r.report, "Unknown co-variance structure " + factor.CV_STRUCT);
-    say(r.report, free_row().text("For random factor ").i(k).str());
-    stop_run(r.report, exit_diagnosed);
   }
 }
 

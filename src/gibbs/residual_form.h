@@ -73,7 +73,6 @@ struct mask_form {
 };
 
 inline constexpr std::int64_t records_of_block = 512;    // records that a pass takes at a time
-inline constexpr std::int32_t normals_at_once = 2048;    // normals drawn ahead of the levels
 inline constexpr std::int32_t largest_written_order = 4; // blocks up to it are factored in line
 inline constexpr std::int64_t side_copies = 4;           // sums of small groups run in so many copies:
 inline constexpr std::int64_t most_copied = 8192;        // neighbouring records meet in one sum otherwise

@@ -98,6 +98,16 @@ TEST(run_driver, goes_on_to_the_reports_after_STOP_in_burn_in) {
   EXPECT_EQ(c.directory.read("status"), "Program ZEPH has concluded\n");
 }
 
+TEST(run_driver, stops_at_a_structure_whose_variance_can_not_be_sampled) {
+  run_case c;
+  c.d.factors[0].structure = "SNP";
+  c.make_model();
+  EXPECT_EQ(c.go(run_case::lines(2, 0, 4, 1)), 0); // its solutions can
+  EXPECT_EQ(c.go(run_case::lines(3, 0, 4, 1)), 16);
+  EXPECT_TRUE(c.ends_with("Unknown co-variance structure SNP         \nFor random factor            1\n"))
+      << c.text();
+}
+
 TEST(run_driver, honours_restrictions) {
   run_case c;
   c.d.traits[0].effects = {{1, 2}, {1, 2}}; // the sexes twice
