@@ -97,8 +97,6 @@ bool plan_study(const run_options& o, study& s, std::vector<std::string>& notes,
   }
   check_directives(m.directives, (o.work / m.directive_name).string(), faults);
   find_program(s, faults);
-  if (o.chains < 1 || o.chains > largest_A)
-    faults.push_back(fmt::format("--chains {}, legal: 1..{}", o.chains, largest_A));
   if (!faults.empty()) return false;
 
   std::vector<std::string> names = input_names(o.work, m);

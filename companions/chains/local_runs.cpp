@@ -111,10 +111,12 @@ void collect_ended(local_run& l) {
     const running_chain r = std::move(l.running[i]);
     l.running.erase(l.running.begin() + static_cast<std::ptrdiff_t>(i));
     std::error_code ignored;
-    if (!fs::exists(r.directory / exit_name, ignored)) // the shell around ZEPH was ended itself
-      replace_file(r.directory / exit_name,
-                   fmt::format("{}\n", WIFSIGNALED(code) ? 128 + WTERMSIG(code) : WEXITSTATUS(code)));
-    settle_segment(l, r);
+    const fs::path exit = r.directory / exit_name;
+    const int ended = WIFSIGNALED(code) ? 128 + WTERMSIG(code) : WEXITSTATUS(code);
+    if (fs::exists(exit, ignored) || replace_file(exit, fmt::format("{}\n", ended)))
+      settle_segment(l, r);
+    else // the shell around ZEPH was ended itself, and the disk takes nothing
+      end_chain(l, l.outcome.failed, fmt::format("chain {}  failed: can't write {}", r.chain, exit.string()));
   }
 }
 

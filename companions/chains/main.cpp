@@ -1,6 +1,7 @@
 // zeph-chains: several chains of one work directory, here or on a cluster.
 // Exit codes: 0 done; 1 refused, or a chain failed; 2 command line; 3 chains stopped before their last round.
 #include "chains/commands.h"
+#include "chains/seeds.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -25,7 +26,8 @@ struct command_line {
 void add_run(CLI::App& app, command_line& c) {
   CLI::App* run = app.add_subcommand("run", "run chains of a work directory, each with its own seeds");
   run->add_option("work", c.work, "the work directory")->required();
-  run->add_option("--chains", c.run.chains, "number of chains, default 4")->check(CLI::Range(1, 31328));
+  run->add_option("--chains", c.run.chains, "number of chains, default 4")
+      ->check(CLI::Range(1, largest_A));
   run->add_option("--jobs", c.run.jobs, "processes at a time; default: the processors here")
       ->check(CLI::Range(1, 4096));
   run->add_option("--into", c.into, "directory of the study; default: WORK.runs beside WORK");
@@ -82,9 +84,8 @@ int run(CLI::App& app, command_line& c) {
   return advance_chain(c.runs, c.chain, c.process);
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+// Takes the command line and does what it asks; the exit code.
+int do_command(int argc, char** argv) {
   command_line c;
   CLI::App app{"Runs several chains of a work directory of ZEPH, here or on a cluster.", "zeph-chains"};
   app.set_version_flag("--version", "zeph-chains " ZEPH_VERSION);
@@ -100,8 +101,14 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? exit_done : exit_command;
   }
+  return run(app, c);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
   try {
-    return run(app, c);
+    return do_command(argc, argv);
   } catch (const std::exception& e) {
     fmt::print(stderr, "zeph-chains: {}\n", e.what());
     return exit_fault;

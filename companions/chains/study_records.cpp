@@ -1,10 +1,11 @@
 #include "chains/study_records.h"
 
+#include "formats/byte_file.h"
 #include "prepare/toml_parser.h"
 
+#include <array>
 #include <fmt/format.h>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <unistd.h>
 
@@ -75,12 +76,12 @@ struct key_reader {
 };
 
 bool parse(const fs::path& path, toml::table& table, std::string& fault) {
-  std::error_code ignored;
-  if (!fs::is_regular_file(path, ignored)) {
+  std::string text;
+  if (!read_text(path, text)) {
     fault = fmt::format("can't read {}", path.string());
     return false;
   }
-  toml::parse_result parsed = toml::parse(text_of(path));
+  toml::parse_result parsed = toml::parse(text);
   if (!parsed) {
     fault = fmt::format("{}:{}: {}", path.string(), parsed.error().source().begin.line,
                         parsed.error().description());
@@ -156,11 +157,24 @@ void take_tables(const key_reader& keys, study& s) {
 
 } // namespace
 
+bool read_text(const fs::path& path, std::string& text) {
+  text.clear();
+  byte_source file;
+  if (!file.open(path.string())) return false;
+  std::array<char, 65536> piece{};
+  std::int64_t n = 0;
+  do { // the size is no measure: files of /proc have none, others grow
+    n = file.read(piece.data(), std::ssize(piece));
+    text.append(piece.data(), static_cast<std::size_t>(n));
+  } while (n == std::ssize(piece));
+  if (file.failed()) text.clear();
+  return !file.failed();
+}
+
 std::string text_of(const fs::path& path) {
-  std::error_code ignored;
-  if (fs::is_directory(path, ignored)) return {};
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::string text;
+  read_text(path, text);
+  return text;
 }
 
 bool replace_file(const fs::path& path, const std::string& text) {

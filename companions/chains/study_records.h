@@ -70,7 +70,9 @@ bool write_segment(const fs::path& directory, const segment_record& r, std::stri
 // Puts the text under a name beside `path`, then renames. False when the disk does not take it.
 bool replace_file(const fs::path& path, const std::string& text);
 
-// The bytes of a file; empty when it can't be read.
+// The bytes of a file. False, and no text, when it can't be read to its end.
+bool read_text(const fs::path& path, std::string& text);
+// The same; empty when it can't be read.
 std::string text_of(const fs::path& path);
 
 } // namespace zeph::chains

@@ -49,13 +49,12 @@ bool read_directives(const fs::path& work, const model_records& m, work_model& o
                         work.string());
     return false;
   }
-  std::error_code ignored;
-  if (!fs::is_regular_file(path, ignored)) {
+  std::string text, what;
+  if (!read_text(path, text)) {
     fault = fmt::format("can't read the directive file {}", path.string());
     return false;
   }
-  std::string what;
-  if (take_apart(text_of(path), out.directives, what)) return true;
+  if (take_apart(text, out.directives, what)) return true;
   fault = fmt::format("{}: {}", path.string(), what);
   return false;
 }

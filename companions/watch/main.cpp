@@ -30,9 +30,8 @@ int run(const std::vector<std::string>& directories) {
   return exit_done;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+// Takes the command line and watches; the exit code.
+int do_command(int argc, char** argv) {
   std::vector<std::string> directories;
   CLI::App app{"Shows where running chains of ZEPH stand.", "zeph-watch"};
   app.failure_message([](const CLI::App*, const CLI::Error& e) {
@@ -46,8 +45,14 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? exit_done : exit_command;
   }
+  return run(directories);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
   try {
-    return run(directories);
+    return do_command(argc, argv);
   } catch (const std::exception& e) {
     fmt::print(stderr, "zeph-watch: {}\n", e.what());
     return exit_fault;

@@ -22,6 +22,7 @@ TEST(the_command_line, ends_with_2_when_it_is_wrong_and_0_for_help) {
                                 "run work --jobs 0", "run work --segments 2", "continue runs --rounds 0",
                                 "continue runs --here --slurm ''", "advance runs"})
     EXPECT_EQ(c.chains(arguments).exit_code, 2) << arguments;
+  EXPECT_TRUE(says(c.chains("run work --jobs 0"), "; --help tells more\n"));
   EXPECT_EQ(c.chains("--help").exit_code, 0);
   EXPECT_TRUE(says(c.chains("--version"), "zeph-chains 0."));
 }
@@ -36,6 +37,14 @@ TEST(run, refuses_a_directory_that_is_none_of_ZEPH) {
   EXPECT_FALSE(c.has("work.runs"));
 }
 
+TEST(run, refuses_more_chains_than_there_are_values_of_seed_A) {
+  const study_case c;
+  c.prepare();
+  const said_by_program said = c.chains("run work --chains 31329");
+  EXPECT_EQ(said.exit_code, 2);
+  EXPECT_TRUE(says(said, "zeph-chains: --chains: Value 31329 not in range 1 to 31328; --help tells more\n"));
+}
+
 TEST(run, refuses_to_use_a_directory_twice) {
   const study_case c;
   c.prepare();
@@ -46,6 +55,8 @@ TEST(run, refuses_to_use_a_directory_twice) {
   EXPECT_TRUE(refused(c, "run work --into work", "work exists and is not an empty directory\n"));
   EXPECT_TRUE(refused(c, "run work --into data.csv", "data.csv exists and is not an empty directory\n"));
   EXPECT_TRUE(refused(c, "run work --into data.csv/runs", "can't make the directory data.csv/runs\n"));
+  std::filesystem::create_symlink("circle", c.place / "circle");
+  EXPECT_TRUE(refused(c, "run work --into circle", "can't make the directory circle\n"));
   std::filesystem::create_directory(c.place / "empty");
   EXPECT_EQ(c.chains("run work --chains 1 --into empty").exit_code, 0);
 }
@@ -251,6 +262,8 @@ TEST(advance, refuses_chains_that_are_not_there_and_states_that_do_not_fit) {
   std::string toml = c.file("runs/chains.toml");
   toml.replace(toml.find("last = 220"), 10, "last = 400");
   c.place.write("runs/chains.toml", toml);
+  EXPECT_TRUE(
+      says(c.chains("status runs"), "chain 1  seg 1  has rounds left  round 220 of 400  100 samples"));
   const std::string state = c.file("runs/chain1/seg1/gparlast");
   c.place.write("runs/chain1/seg1/gparlast", "");
   EXPECT_TRUE(refused(c, "advance runs --chain 1 --process 1",

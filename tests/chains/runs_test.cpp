@@ -48,6 +48,7 @@ TEST(run, makes_of_every_chain_what_ZEPH_alone_makes_with_its_seeds) {
   c.prepare();
   const said_by_program said = c.chains("run work --chains 3 --into runs");
   EXPECT_EQ(said.exit_code, 0);
+  EXPECT_TRUE(says(said, "chain 2  seg 1 starts at round 1, seeds 7930 6019\n"));
   EXPECT_TRUE(says(said, "chain 3  complete, round 220, 100 samples kept\n"));
   EXPECT_TRUE(says(said, "3 chains complete. Next: zeph-report runs\n"));
   for (int k = 1; k <= 3; ++k) {
@@ -244,6 +245,19 @@ TEST(stop, ends_running_chains_and_keeps_the_others_from_starting) {
   EXPECT_FALSE(c.has("runs/chain2"));
   EXPECT_TRUE(
       says(c.chains("status runs"), "A stop was asked for; `zeph-chains continue runs` takes it back\n"));
+}
+
+TEST(stop, tells_a_chain_whose_directory_takes_no_file) {
+  const study_case c;
+  c.prepare({20, endless, 2000000}); // a sample in some minutes
+  background_program chains(
+      {programs() + "zeph-chains", "run", c.place / "work", "--chains", "1", "--into", c.place / "runs"},
+      c.place / "said");
+  ASSERT_TRUE(soon([&] { return c.file("runs/chain1/seg1/status").starts_with("Current"); }));
+  std::filesystem::create_directory(c.place / "runs/chain1/seg1/STOP");
+  const said_by_program said = c.chains("stop runs");
+  EXPECT_EQ(said.exit_code, 1);
+  EXPECT_TRUE(says(said, "zeph-chains: can't write runs/chain1/seg1/STOP\n"));
 }
 
 // ---- kills ----

@@ -83,6 +83,7 @@ TEST(run_with_slurm, submits_arrays_of_which_each_waits_for_the_one_before) {
                 .find("where = \"slurm\"\njobs = 0\noptions = \"--time=60 -p long\"\njob_ids = [\"101\", "
                       "\"102\"]"),
             std::string::npos);
+  EXPECT_TRUE(says(said, "Submitted job 102, an array of 3 chains\nTo see them: zeph-watch runs\n"));
   const std::string batch = c.file("runs/slurm/start1.sh");
   for (const char* line :
        {"#!/bin/sh\n", "#SBATCH --job-name=runs\n", "#SBATCH --array=1-3\n", "#SBATCH --signal=B:USR1@120\n",

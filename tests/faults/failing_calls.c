@@ -1,6 +1,6 @@
 // Preloaded into a program under test: one of its calls of the system fails. The
 // environment tells which:
-//   FAULT_KIND   write, full, close, rename, open, read, storage
+//   FAULT_KIND   write, full, close, rename, open, read, storage, fork
 //   FAULT_AT     the number of the call that fails, from 1; 0: none
 //   FAULT_COUNT  a file that takes the number of calls made, at the end of main
 //
@@ -11,6 +11,7 @@
 //   open     the opening of a file for writing: EACCES
 //   read     a read of a plain file: EIO
 //   storage  a request of storage: none is given
+//   fork     a new process: EAGAIN
 // Calls are counted from the start of main on.
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -118,6 +119,18 @@ int open64(const char* path, int flags, ...) {
   const mode_t mode = flags & O_CREAT ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   return open_with(next, path, flags, mode);
+}
+
+// ---- processes
+
+pid_t fork(void) {
+  static pid_t (*next)(void) = NULL;
+  if (!next) next = (pid_t(*)(void))behind("fork");
+  if (is("fork") && fails()) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return next();
 }
 
 // ---- storage: the C library's own allocator has second names
