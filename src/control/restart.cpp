@@ -132,6 +132,7 @@ void check_marsaglia(const marsaglia_state& state, reporting& report) {
   };
   for (const auto& [name, place] : {std::pair{"I97", state.I97}, std::pair{"J97", state.J97}})
     if (place < 1 || place > 97) wrong(name, std::to_string(place), "1..97");
+  if (!state.TEST) wrong("TEST", "F", "T");
   if (ranmar_possible(state)) return;
   for (std::size_t i = 0; i < state.U.size(); ++i)
     if (!ranmar_number(state.U[i]))
@@ -145,6 +146,15 @@ void check_marsaglia(const marsaglia_state& state, reporting& report) {
   wrong("J97", std::to_string(state.J97), "I97-64 or I97+33");
 }
 
+// The pair at which the combined source stands.
+void check_pair(const std::int32_t (&current)[2], reporting& report) {
+  constexpr std::int32_t most[2] = {combined_source::m1 - 1, combined_source::m2 - 1};
+  for (int i = 0; i < 2; ++i)
+    if (current[i] < 1 || current[i] > most[i])
+      illegal_input(report, parameters_file, "current seed", {i + 1}, std::to_string(current[i]),
+                    "1.." + std::to_string(most[i]));
+}
+
 void read_sources(random_sources& sources, const run_frame& frame, sequential_reader& in, reporting& report) {
   std::int32_t seeds[2] = {}, current[2] = {};
   if (take_record(in, seeds, 2) != 0 || take_record(in, current, 2) != 0) fail_parameters(report, "");
@@ -153,10 +163,12 @@ void read_sources(random_sources& sources, const run_frame& frame, sequential_re
 
   const bool same = seeds[0] == frame.seed_a && seeds[1] == frame.seed_b;
   say_seeds(report, same);
-  if (same)
+  if (same) {
+    check_pair(current, report);
     SETALL(sources.combined, current[0], current[1]);
-  else
+  } else {
     SETALL(sources.combined, frame.seed_a, frame.seed_b);
+  }
 }
 
 void read_matrices(const model_records& m, sampler_store& s, sequential_reader& in, reporting& report) {

@@ -455,6 +455,35 @@ TEST(r_parm, state_that_the_marsaglia_source_cannot_have_is_illegal_input) {
             reading + from_round + illegal_input_text("r_parm", "J97", "95", "I97-64 or I97+33"));
 }
 
+TEST(r_parm, marsaglia_source_that_was_never_started_is_illegal_input) {
+  std::vector<std::string> records = records_of(state_file());
+  const std::int32_t no = 0;
+  std::memcpy(records[3].data() + 4 + 808, &no, 4);
+  chain_state c;
+  c.take(joined(records, records.size()));
+  EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { c.read_first(); }),
+            reading + from_round + illegal_input_text("r_parm", "TEST", "F", "T"));
+}
+
+// The moduli of the combined source are 2147483563 and 2147483399 (L'Ecuyer and Cote 1991).
+TEST(r_parm, pair_that_the_combined_source_cannot_have_is_illegal_input) {
+  struct fault {
+    std::int32_t pair[2];
+    std::string item, value, rule;
+  };
+  for (const fault& x : {fault{{0, 1}, "current seed(1)", "0", "1..2147483562"},
+                         fault{{2147483563, 1}, "current seed(1)", "2147483563", "1..2147483562"},
+                         fault{{1, -7}, "current seed(2)", "-7", "1..2147483398"},
+                         fault{{1, 2147483399}, "current seed(2)", "2147483399", "1..2147483398"}}) {
+    std::vector<std::string> records = records_of(state_file());
+    std::memcpy(records[2].data() + 4, x.pair, 8);
+    chain_state c;
+    c.take(joined(records, records.size()));
+    EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { c.read_first(); }),
+              reading + from_round + same_seeds + illegal_input_text("r_parm", x.item, x.value, x.rule));
+  }
+}
+
 TEST(r_parm, residual_group_outside_its_range_is_illegal_input) {
   for (const std::int32_t value : {0, 3}) {
     std::vector<std::string> records = records_of(state_file());

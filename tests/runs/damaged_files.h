@@ -100,9 +100,26 @@ inline bool tells_why(std::string listing) {
   for (const std::string normal : {"Standard Error", "standard error"})
     for (std::size_t at = 0; (at = listing.find(normal, at)) != std::string::npos;)
       listing.erase(at, normal.size());
-  for (const char* word : {"ERROR", "Error", "error", "terminates", "Fail", "potrf", "potrs", "not ",
-                           "iostat", "must have", "n.p.d.", "npd", "GEN_TRUNC_NORMAL", "incorrect",
-                           "nonpositive", "NOT IN RANGE", "Legal", "Attempt to"})
+  for (const char* word : {"ERROR",
+                           "Error",
+                           "error",
+                           "terminates",
+                           "Fail",
+                           "potrf",
+                           "potrs",
+                           "not ",
+                           "iostat",
+                           "must have",
+                           "n.p.d.",
+                           "npd",
+                           "GEN_TRUNC_NORMAL",
+                           "incorrect",
+                           "nonpositive",
+                           "NOT IN RANGE",
+                           "Legal",
+                           "Attempt to",
+                           "before calling",
+                           "ABORT"})
     if (listing.find(word) != std::string::npos) return true;
   return false;
 }
@@ -156,6 +173,10 @@ public:
 
   int runs = 0, checked_runs = 0, unfinished_runs = 0, ended_well = 0, refused = 0, stopped = 0;
   std::map<int, int> exit_codes; // how many runs ended with each
+  [[nodiscard]] long seconds() const {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start_)
+        .count();
+  }
 
 private:
   // The seeds and the length of the chain stay.
@@ -217,6 +238,7 @@ private:
   std::string original_;
   std::vector<std::string> files_;
   int cases_ = 0;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 // Ten kinds of models.
