@@ -12,7 +12,9 @@ void tell(const std::string& kind, const std::string& damage, const damaged_dire
   std::string codes;
   for (const auto& [code, n] : d.exit_codes)
     codes += (codes.empty() ? "" : ", ") + std::to_string(code) + ": " + std::to_string(n);
-  std::string row = "| damaged | " + kind + " | " + damage + " | " + std::to_string(d.runs) + " | " + codes;
+  const std::string failed = ::testing::Test::HasFailure() ? ", FAILED" : "";
+  std::string row =
+      "| damaged | " + kind + " | " + damage + failed + " | " + std::to_string(d.runs) + " | " + codes;
   for (const long n : {long{d.stopped}, long{d.checked_runs - d.unfinished_runs}, d.seconds()})
     row += " | " + std::to_string(n);
   row += " |\n";
