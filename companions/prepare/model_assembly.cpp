@@ -301,7 +301,8 @@ void warn_of_twins(const prepared_model& p, message_log& log) {
 // The kinds of the traits, and [residual] zero, leave no element of the residual matrix open.
 bool residual_is_held(const model_description& d) {
   std::set<std::pair<int, int>> held;
-  for (const trait_pair& pair : d.residual.zero) held.emplace(pair.first, pair.second);
+  for (const auto* list : {&d.residual.zero, &d.residual.apart})
+    for (const trait_pair& pair : *list) held.insert(std::minmax(pair.first, pair.second));
   return std::ranges::all_of(d.traits,
                              [](const trait_section& t) { return has_unit_variance(t.kind.value); }) &&
          held.size() == d.traits.size() * (d.traits.size() - 1) / 2;

@@ -443,6 +443,13 @@ TEST(model_assembly, no_default_is_told_where_the_kinds_hold_the_residual) {
   const std::string run = "analysis = \"predict\"\n";
   const prepared_case held = prepare(toml("[trait.y]\nformula = \"1\"\nkind = \"binary\"\n", run), data);
   EXPECT_FALSE(held.says("no start")) << held.messages();
+  const prepared_case cure =
+      prepare(toml("[trait.ill]\nkind = \"sequence\"\nformula = \"1\"\nsubject = \"cow\"\nposition = \"at\"\n"
+                   "[trait.can]\nkind = \"cured\"\nof = \"ill\"\nformula = \"1\"\n",
+                   run),
+              "cow,at,ill\na,1,0\na,2,1\nb,1,0\nb,2,0\n");
+  ASSERT_TRUE(cure.p.complete) << cure.messages();
+  EXPECT_FALSE(cure.says("no start")) << cure.messages();
   const prepared_case open = prepare(toml("[trait.y]\nformula = \"1\"\n", run), data);
   EXPECT_TRUE(open.says("and [residual] has no start: the defaults below are used")) << open.messages();
 }
