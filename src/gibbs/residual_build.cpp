@@ -2,6 +2,7 @@
 #include "gibbs/residual_form.h"
 #include "gibbs/scan_records.h"
 #include "input/class_effect_covariates.h"
+#include "numerics/growing_rows.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -65,11 +66,15 @@ struct slot_finder {
   };
   std::vector<std::vector<std::int64_t>> heads;   // per group: trait x place -> slot, -1
   std::vector<std::vector<place_of_slot>> places; // per group, per slot
+  reporting& report;
 
-  explicit slot_finder(const scan_records& r) {
+  explicit slot_finder(const scan_records& r) : report(r.report) {
+    allocate_rows(report, heads, "slot%head", routine, r.layout.ngroups);
+    allocate_rows(report, places, "slot%place", routine, r.layout.ngroups);
     for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
-      heads.emplace_back(static_cast<std::size_t>(r.layout.group(g).stride * r.model.nt), -1);
-      places.emplace_back();
+      std::vector<std::int64_t>& kinds = heads[static_cast<std::size_t>(g - 1)];
+      allocate_rows(report, kinds, "slot%head", routine, r.layout.group(g).stride * r.model.nt);
+      std::fill(kinds.begin(), kinds.end(), -1);
     }
   }
   void forget_records() {
@@ -87,11 +92,10 @@ struct slot_finder {
     if (*link < 0) {
       *link = static_cast<std::int64_t>(form.slots.size());
       const std::int64_t made = *link;
-      form.slots.emplace_back();
-      form.slots.back().trait = d.XD2_M(e, irec);
-      form.slots.back().place = d.XD5_M(e, irec);
-      places[g].emplace_back(); // may move what `link` points into
-      places[g].back().last = irec;
+      design_slot& slot = append_row(report, form.slots, "slots", routine);
+      slot.trait = d.XD2_M(e, irec);
+      slot.place = d.XD5_M(e, irec);
+      append_row(report, places[g], "slot%place", routine).last = irec; // may move what `link` points into
       return form.slots[static_cast<std::size_t>(made)];
     }
     places[g][static_cast<std::size_t>(*link)].last = irec;
@@ -111,14 +115,14 @@ void size_slots(scan_records& r, const run_frame& f, slot_finder& finder,
                 std::vector<std::vector<slot_size>>& sizes) {
   const design_store& d = r.design;
   residual_form& form = r.work.fast;
-  sizes.assign(form.groups.size(), {});
+  allocate_rows(r.report, sizes, "slot%size", routine, r.layout.ngroups);
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec)
     for (std::int32_t e = 1; e <= d.M_M(irec); ++e) {
       if (!takes_part(d, e, irec)) continue;
       group_form& group = form_of(form, d.XD3_M(e, irec));
       design_slot& slot = finder.find(group, d, r.model.nt, irec, e);
       std::vector<slot_size>& counts = sizes[static_cast<std::size_t>(d.XD3_M(e, irec) - 1)];
-      counts.resize(group.slots.size());
+      while (counts.size() < group.slots.size()) append_row(r.report, counts, "slot%size", routine);
       ++counts[static_cast<std::size_t>(&slot - group.slots.data())].count;
       if (coefficient_changes(r, f, irec, e)) slot.changing = group.changing = true;
       if (slot.changing || d.ZD_M(e, irec) != 1.0) slot.ones = false;
@@ -256,7 +260,8 @@ void build_terms(scan_records& r, const run_frame& f) {
   residual_form& form = r.work.fast;
   for_each_product(r, f, [&](std::int32_t g, std::int32_t, const block_term& term, double) {
     group_form& group = form_of(form, g);
-    if (!group.changing && term_index(group.terms, term) < 0) group.terms.push_back(term);
+    if (!group.changing && term_index(group.terms, term) < 0)
+      append_row(r.report, group.terms, "terms", routine, term);
   });
   std::int64_t room = term_allowance + std::int64_t{36} * r.design.m * r.design.nobs;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
@@ -299,7 +304,10 @@ std::vector<std::int32_t> find_classes(scan_records& r, std::int32_t g, group_fo
   const std::int32_t levels = r.layout.NGR(g, 1);
   const std::int64_t terms = static_cast<std::int64_t>(group.terms.size());
   std::vector<std::int32_t> first;
-  std::vector<std::int32_t> table(std::bit_ceil(static_cast<std::size_t>(levels)), -1);
+  std::vector<std::int32_t> table;
+  const std::size_t places = std::bit_ceil(static_cast<std::size_t>(levels));
+  allocate_rows(r.report, table, "class_table", routine, static_cast<std::int64_t>(places));
+  std::fill(table.begin(), table.end(), -1);
   const std::size_t wrap = table.size() - 1;
   allocate(r.report, group.level_class, "level_class", routine, levels);
   for (std::int32_t l = 1; l <= levels; ++l) {
@@ -317,7 +325,7 @@ std::vector<std::int32_t> find_classes(scan_records& r, std::int32_t g, group_fo
     if (table[at] < 0) {
       if (static_cast<std::int64_t>(first.size() + 1) * levels_of_class > levels) return {};
       table[at] = static_cast<std::int32_t>(first.size());
-      first.push_back(l);
+      append_row(r.report, first, "class_level", routine, l);
     }
     group.level_class(l) = table[at];
   }
@@ -396,8 +404,11 @@ void build_masks(scan_records& r) {
     auto at = std::lower_bound(known.begin(), known.end(), std::pair{mask, std::int32_t{-1}});
     if (at == known.end() || at->first != mask) {
       if (static_cast<std::int64_t>(known.size() + 1) * packed * G > most_products) return;
-      at = known.insert(at, {mask, static_cast<std::int32_t>(known.size())});
-      mask_form& made = form.masks.emplace_back();
+      const auto index = at - known.begin();
+      make_room(r.report, known, "masks", routine);
+      known.insert(known.begin() + index, {mask, static_cast<std::int32_t>(known.size())});
+      at = known.begin() + index;
+      mask_form& made = append_row(r.report, form.masks, "masks", routine);
       made.mask = mask;
       for (std::int32_t t = 1; t <= nt; ++t)
         (trait_present(mask, t, r.model.nt) ? made.present : made.missing).push_back(t);

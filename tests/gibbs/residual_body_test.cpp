@@ -10,6 +10,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <set>
 
 namespace {
 
@@ -180,6 +181,34 @@ TEST(residual_body, passes_what_stands_for_a_missing_trait_in_the_solver) {
         if (!trait_present(c.design.ISIT_M(r), t, 2))
           c.design.Y_M(t, r) = std::numeric_limits<float>::quiet_NaN();
   });
+}
+
+// Every list that the form grows is asked for at the door of allocations.
+TEST(residual_body, names_its_slots_terms_and_masks_when_they_can_not_be_stored) {
+  const auto build = [](std::int64_t fail_at, std::int64_t& calls) {
+    body_case c({false, true, true}, 3, {}, false);
+    c.run.report.door = {0, fail_at};
+    scan_records r = c.records();
+    std::string text;
+    if (fail_at == 0)
+      build_residual_form(r, c.f);
+    else
+      text = expect_stop(16, c.run, [&](reporting&) { build_residual_form(r, c.f); });
+    calls = c.run.report.door.calls;
+    return text;
+  };
+  std::int64_t calls = 0, reached = 0;
+  build(0, calls);
+  std::set<std::string> names;
+  const std::string label = "Trying to allocate memory for:  ";
+  for (std::int64_t n = 1; n <= calls; ++n) {
+    const std::string text = build(n, reached);
+    const std::size_t at = text.find(label) + label.size();
+    names.insert(text.substr(at, text.find('\n', at) - at));
+    EXPECT_NE(text.find("Called in                    :  residual_form\n"), std::string::npos) << text;
+  }
+  for (const char* name : {"slots", "slot%head", "slot%place", "slot%size", "slot%row", "terms", "masks"})
+    EXPECT_TRUE(names.contains(name)) << name;
 }
 
 TEST(residual_body, gives_way_to_the_plain_body_at_test_level_2) {
