@@ -27,20 +27,21 @@ test_that("visits, time and transitions are counted", {
   r <- report_of(root)
   v <- r$visits$visits
   expect_equal(v$samples[v$model == "2"], 5)
-  expect_equal(v$share[v$model == "3"], 0.1)
+  expect_equal(v$share_of_samples[v$model == "3"], 0.1)
   expect_equal(v$`chain 1`[v$model == "1"], 0.4)
   t <- r$visits$transitions
   expect_equal(t$times[t$from == "1" & t$to == "2"], 1)
   expect_equal(t$times[t$from == "2" & t$to == "2"], 2)
   expect_equal(sum(t$times), 8)
-  expect_equal(r$visits$inclusion$probability, c(1, 0.6, 0.1))
+  expect_equal(names(r$visits$inclusion), c("factor", "row", "share_of_samples"))
+  expect_equal(r$visits$inclusion$share_of_samples, c(1, 0.6, 0.1)) # of 10 samples: 10, 6, 1
   expect_equal(value_of(r$table, "G[1,2,2]", "draws"), 6L)
   expect_equal(value_of(r$table, "dimension[1]", "mean"), 1.7)
 })
 
 test_that("a chain that never moved shows its model, and one sample has no transitions", {
   v <- report_of(jump_study(list(c(2L, 2L, 2L))))$visits
-  expect_equal(v$visits, data.frame(model = "2", samples = 3, share = 1, "chain 1" = 1, check.names = FALSE))
+  expect_equal(v$visits, data.frame(model = "2", samples = 3, share_of_samples = 1, "chain 1" = 1, check.names = FALSE))
   expect_equal(v$transitions$times, 2)
   expect_equal(nrow(report_of(jump_study(list(2L)))$visits$transitions), 0L)
 })

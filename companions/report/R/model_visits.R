@@ -2,9 +2,9 @@
 
 # list(visits, transitions, inclusion) of the joined chains; NULL when all samples are of one model and the
 # chains could not leave it (`moving`: an analysis with moves between models).
-# visits: data frame (model, samples, share, by chain ..); a model is the dimension of every factor.
+# visits: data frame (model, samples, share_of_samples, by chain ..); a model is the dimension of every factor.
 # transitions: data frame (from, to, times) of neighbouring samples.
-# inclusion: data frame (factor, row, probability), how often a row was in the model.
+# inclusion: data frame (factor, row, share_of_samples), how often a row was in the model.
 model_visits <- function(m, chains, moving = FALSE) {
   chains <- Filter(function(chain) NROW(chain$models) > 0, chains)
   if (length(chains) == 0 || m$nramat == 0) return(NULL)
@@ -16,7 +16,7 @@ model_visits <- function(m, chains, moving = FALSE) {
   by_chain <- do.call(cbind, lapply(words, function(w) as.numeric(table(factor(w, models))) / length(w)))
   colnames(by_chain) <- paste("chain", vapply(chains, function(chain) chain$number, 1L))
   samples <- as.numeric(table(factor(all, models)))
-  list(visits = data.frame(model = models, samples = samples, share = samples / sum(samples), by_chain,
+  list(visits = data.frame(model = models, samples = samples, share_of_samples = samples / sum(samples), by_chain,
     check.names = FALSE),
        transitions = transitions_of(words), inclusion = inclusion_of(m, chains), words = words)
 }
@@ -47,7 +47,7 @@ transitions_of <- function(words) {
 inclusion_of <- function(m, chains) {
   models <- do.call(rbind, lapply(chains, function(chain) chain$models))
   rows <- lapply(m$factors, function(f) data.frame(factor = f$name, row = f$rows$label,
-    probability = vapply(f$rows$row, function(r) mean(models[, f$number] >= r), 1)))
+    share_of_samples = vapply(f$rows$row, function(r) mean(models[, f$number] >= r), 1)))
   do.call(rbind, rows)
 }
 

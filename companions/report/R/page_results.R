@@ -139,15 +139,23 @@ threshold_block <- function(r) {
          if (any(fixed)) sentence("Fixed: ", fixed_values(rows[fixed, ]), "."))
 }
 
+# A move up draws new solutions blind to the data, so that with many levels none is taken.
+no_support <- paste(
+  "The share of samples is the time that the chains spent there, and no measure of what the data support:",
+  "beyond some tens of levels a chain stays where it is whatever the truth, and with a flat prior a change of unit",
+  "turns the shares around.")
+
+words_of_columns <- function(table) gsub("_", " ", names(table), fixed = TRUE)
+
 visit_block <- function(r) {
   v <- r$visits
   if (is.null(v)) return(NULL)
   factors <- paste(vapply(r$model$factors, function(f) f$name, ""), collapse = ", ")
   htmltools::tagList(
-    titled("Models", sentence("A model is the number of rows of each factor in it (", factors, "). The share of the ",
-                              "samples is the time that the chains spent in it."), html_table(v$visits)),
+    titled("Models", sentence("A model is the number of rows of each factor in it (", factors, "). ", no_support),
+           html_table(v$visits, words_of_columns(v$visits))),
     titled("Transitions between neighbouring samples", html_table(v$transitions)),
-    titled("How often a row was in the model", html_table(v$inclusion)),
+    titled("How often a row was in the model", html_table(v$inclusion, words_of_columns(v$inclusion))),
     if (!is.null(r$moves)) titled("Moves proposed and accepted", html_table(r$moves)))
 }
 
