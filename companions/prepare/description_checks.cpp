@@ -182,12 +182,17 @@ void warn_of_flat_prior(const model_description& d, message_log& log, const stat
                          prior_df.value, order, order + 2));
 }
 
+// The analysis runs over models with fewer rows of this factor.
+bool compares_rows(const model_description& d, const factor_section& f) {
+  return d.run.analysis.value >= analysis_type::models && f.rows.size() > 1;
+}
+
 void check_factor_matrices(const model_description& d, message_log& log, bool formulas_are_good) {
   for (const factor_section& f : d.factors) {
     const std::string title = fmt::format("[factor.{}]", f.name);
     const int order = formulas_are_good ? static_cast<int>(f.rows.size()) : 0;
     check_matrix(d, log, f.start, title + " start", order, names_of(f.rows));
-    warn_of_flat_prior(d, log, f.prior_df, order, title);
+    if (!compares_rows(d, f)) warn_of_flat_prior(d, log, f.prior_df, order, title);
   }
 }
 
@@ -274,6 +279,18 @@ bool has_groups(const factor_section& f) {
          (f.pedigree.group_pattern.given || !f.pedigree.group_codes.empty());
 }
 
+// Flat priors of matrices of different order have no common constant.
+void warn_of_compared_rows(const model_description& d, message_log& log, const factor_section& f) {
+  const std::size_t rows = f.rows.size();
+  if (!compares_rows(d, f) || f.prior_df.value > static_cast<std::int32_t>(rows) + 1) return;
+  warning_at(
+      d, log, f.prior_df.given ? f.prior_df.at : d.run.analysis.at,
+      fmt::format("analysis \"{}\" compares numbers of rows, and [factor.{}] has {} rows and a flat prior "
+                  "(prior_df = {}): what comes out changes with the units of the traits; give "
+                  "prior_df = {} or more",
+                  word_of(d.run.analysis.value), f.name, rows, f.prior_df.value, rows + 2));
+}
+
 // Chains over models: moves know "I" and "PED" factors only, one pedigree, no phantom groups, and a factor
 // of two rows or more is needed. The rows are known when the formulas are good.
 void check_model_moves(const model_description& d, message_log& log, bool rows_known) {
@@ -302,6 +319,7 @@ void check_model_moves(const model_description& d, message_log& log, bool rows_k
                  fmt::format("the run ends (code 16) at the first move of [factor.{}] down to one row: a "
                              "pedigree factor can't go back there",
                              f.name));
+    if (rows_known) warn_of_compared_rows(d, log, f);
   }
   if (rows_known && largest < 2)
     error_at(d, log, r.analysis.at,

@@ -14,7 +14,8 @@ namespace zeph::prepare {
 // value where a residual covariance is held at zero; keys that do not go together; formulas of [derive] whose names
 // the report will not find; what link_kinds refuses; what is not
 // yet supported.
-// Warnings: a prior_df that acts as flat; a factor or covariable that no formula uses; a column used both as a class
+// Warnings: a prior_df that acts as flat; a flat prior of a factor whose numbers of rows are compared; a factor or
+// covariable that no formula uses; a column used both as a class
 // and inside leg or poly; two traits of one column; no sample round within the rounds.
 void check_description(model_description& d, message_log& log);
 

@@ -289,16 +289,25 @@ void count_records(const record_selection& records, factor_levels& f) {
   }
 }
 
-void tell(const data_columns& data, const factor_levels& f, message_log& log) {
+// Levels of one factor in one record are solved and drawn given each other's last value, as if they met nowhere.
+std::string words_of_meeting(analysis_type analysis, const factor_levels& f) {
+  const std::string where =
+      fmt::format("two levels of {} meet in {}: ", f.name, records_in_words(f.n_meeting));
+  if (analysis <= analysis_type::sums)
+    return where + "the solver takes each with the other's last value\nand may diverge from round 101 on";
+  return where + "the chain draws each given the other's value of the round before,\n" +
+         (analysis == analysis_type::predict ? "and the standard deviations of the solutions are wrong"
+                                             : "and the (co)variances of this model are wrong, in made data "
+                                               "by two to three posterior standard "
+                                               "deviations");
+}
+
+void tell(analysis_type analysis, const data_columns& data, const factor_levels& f, message_log& log) {
   if (f.n_without > 0)
     add_warning(log, {data.table.file, 0, 0},
                 fmt::format("no level of {} in {}: the effect is left out there", f.name,
                             records_in_words(f.n_without)));
-  if (f.n_meeting > 0)
-    add_warning(log, {data.table.file, 0, 0},
-                fmt::format("two levels of {} meet in {}: a sampler sees each with the other's last value,\n"
-                            "posterior means are slightly off, and a solver may diverge from round 101 on",
-                            f.name, records_in_words(f.n_meeting)));
+  if (f.n_meeting > 0) add_warning(log, {data.table.file, 0, 0}, words_of_meeting(analysis, f));
 }
 
 } // namespace
@@ -325,7 +334,7 @@ std::vector<factor_levels> make_factors(const model_description& d, const data_c
     }
     if (count_of(log, severity::error) == errors) {
       count_records(records, f);
-      tell(data, f, log);
+      tell(d.run.analysis.value, data, f, log);
     }
     out.push_back(std::move(f));
   }

@@ -41,9 +41,10 @@ std::string row_names(const factor_section& f) {
 }
 
 // A description with one trait y and one factor a, to which one thing is added.
-std::string small(std::string_view more = "", std::string_view formula = "1 + sex + (1 | a)") {
-  return "[data]\nfile = \"d.csv\"\n[factor.a]\n[trait.y]\nformula = \"" + std::string(formula) + "\"\n" +
-         std::string(more);
+std::string small(std::string_view more = "", std::string_view formula = "1 + sex + (1 | a)",
+                  std::string_view factor = "") {
+  return "[data]\nfile = \"d.csv\"\n[factor.a]\n" + std::string(factor) + "[trait.y]\nformula = \"" +
+         std::string(formula) + "\"\n" + std::string(more);
 }
 
 constexpr const char* GRYPHON = R"toml(title = "Gryphons: birth weight"
@@ -968,8 +969,31 @@ TEST(model_description, chains_over_models_need_a_factor_of_two_rows_and_one_ped
                          "\" takes one factor with a pedigree; [factor.h] is the second\n") !=
                 std::string::npos)
         << two;
-    EXPECT_EQ(told(read(small("[covariable.x]\n" + run, "1 + (x|a)"))), "");
+    EXPECT_EQ(told(read(small("[covariable.x]\n" + run, "1 + (x|a)", "prior_df = 4\n"))), "");
   }
+}
+
+// Rows + 1 degrees of freedom or fewer are no proper prior of a matrix, and without one the comparison of numbers of
+// rows hangs on the units of the traits.
+TEST(model_description, chains_over_models_warn_of_factors_without_a_proper_prior) {
+  const auto warned = [](const std::string& analysis, const std::string& prior, const std::string& formula) {
+    return told(read(small("[covariable.x]\n[run]\nanalysis = \"" + analysis + "\"\n", formula, prior)));
+  };
+  for (const std::string analysis : {"models", "jump"}) {
+    const std::string text =
+        "warning: analysis \"" + analysis + "\" compares numbers of rows, and [factor.a] has ";
+    const std::string end =
+        ": what comes out changes with the units of the traits; give prior_df = 4 or more\n";
+    EXPECT_EQ(warned(analysis, "", "1 + (x|a)"),
+              "model.toml:8:12: " + text + "2 rows and a flat prior (prior_df = 0)" + end);
+    for (const std::string df : {"2", "3"})
+      EXPECT_EQ(warned(analysis, "prior_df = " + df + "\n", "1 + (x|a)"),
+                "model.toml:4:12: " + text + "2 rows and a flat prior (prior_df = " + df + ")" + end);
+    EXPECT_EQ(warned(analysis, "prior_df = 4\n", "1 + (x|a)"), "");
+    // a factor of one row has no smaller model
+    EXPECT_EQ(warned(analysis, "", "1 + (1|a) + (x|b)").find("[factor.a]"), std::string::npos);
+  }
+  EXPECT_EQ(warned("gibbs", "", "1 + (x|a)"), "");
 }
 
 TEST(model_description, jump_warns_that_a_pedigree_factor_ends_the_run) {
