@@ -1,7 +1,7 @@
 #include "prepare/model_assembly.h"
 
-#include "control/reporting.h"
 #include "input/model_information.h"
+#include "listing/reporting.h"
 #include "prepare/directive_lines.h"
 #include "prepare/equation_ranges.h"
 #include "prepare/factor_records.h"

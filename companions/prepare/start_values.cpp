@@ -1,6 +1,6 @@
 #include "prepare/start_values.h"
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_functions.h"
 #include "prepare/messages.h"

@@ -3,7 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/gibscan.h"
 #include "gibbs/trait_deviations.h"
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
 
 namespace zeph {
 namespace {

@@ -9,9 +9,9 @@
 // later lines.
 #pragma once
 
-#include "control/run_frame.h"
 #include "formats/free_format.h"
 #include "input/equation_layout.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 #include "numerics/random_sources.h"
 

@@ -2,7 +2,7 @@
 // first is held at zero, so that the equations have full rank.
 #pragma once
 
-#include "control/run_frame.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

@@ -2,8 +2,6 @@
 // record. Two runs can stand side by side.
 #pragma once
 
-#include "control/reporting.h"
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
 #include "input/design_store.h"
 #include "input/deviation_store.h"
@@ -11,10 +9,12 @@
 #include "input/model_records.h"
 #include "input/prediction_store.h"
 #include "input/relationships.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 #include "jump/jump_store.h"
+#include "listing/reporting.h"
 #include "numerics/random_sources.h"
-#include "results/sample_files.h"
+#include "samples/sample_files.h"
 
 namespace zeph {
 

@@ -4,7 +4,6 @@
 #include "control/directives.h"
 #include "control/model_chains.h"
 #include "control/predictions.h"
-#include "control/restart.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
 #include "gibbs/mixture_updates.h"
@@ -14,6 +13,7 @@
 #include "input/data_loading.h"
 #include "input/model_information.h"
 #include "jump/jump_setup.h"
+#include "samples/restart.h"
 
 #include <cstdint>
 #include <new>

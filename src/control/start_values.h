@@ -1,9 +1,9 @@
 // Stores of the chain and the values that it starts from.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

@@ -17,8 +17,8 @@
 // (2003) 159-183. docs/model.md derives the draw.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/model_records.h"
+#include "input/run_frame.h"
 #include "numerics/matrix_draws.h"
 
 #include <vector>

@@ -7,8 +7,8 @@
 // q - p - 1 and S. G0 is the start matrix, so that the prior mean is G0.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

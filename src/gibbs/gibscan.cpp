@@ -10,7 +10,7 @@
 #include "gibbs/residual_sums.h"
 #include "gibbs/scan_prints.h"
 #include "input/class_effect_covariates.h"
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
 
 #include <cmath>
 

@@ -1,9 +1,9 @@
 // One round of the chain.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
-#include "results/sample_files.h"
+#include "input/run_frame.h"
+#include "samples/sample_files.h"
 
 namespace zeph {
 

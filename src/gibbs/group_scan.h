@@ -1,8 +1,8 @@
 // The levels of one group: relationship links, the solver step, restrictions.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -4,8 +4,8 @@
 // squares come out of the same walk.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -11,8 +11,8 @@
 // once a round.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -12,8 +12,8 @@
 // can fail at all.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

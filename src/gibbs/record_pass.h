@@ -7,9 +7,9 @@
 // leave_group.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/group_scan.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -8,8 +8,8 @@
 //   one equation: the cross term then stands twice in z z'.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

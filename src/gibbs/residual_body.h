@@ -4,9 +4,9 @@
 // plain body (record_pass); numbers agree to rounding.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/group_scan.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

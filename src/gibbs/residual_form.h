@@ -10,8 +10,8 @@
 // all other levels and groups, at the cost of one pass over the group's entries.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/design_store.h"
+#include "input/run_frame.h"
 #include "numerics/arrays.h"
 #include "numerics/matrix_draws.h"
 

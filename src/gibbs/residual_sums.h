@@ -2,8 +2,8 @@
 // log density, and the sums that the reports need.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

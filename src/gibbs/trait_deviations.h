@@ -11,9 +11,9 @@
 // Science 74 (1991) 2737-2746.
 #pragma once
 
-#include "control/run_frame.h"
 #include "gibbs/scan_records.h"
 #include "input/deviation_store.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -6,9 +6,9 @@
 // level has coefficient 0.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

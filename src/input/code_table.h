@@ -9,8 +9,8 @@
 // and the others have no reader here (a level of a random factor has thirteen).
 #pragma once
 
-#include "control/reporting.h"
 #include "formats/sequential_file.h"
+#include "listing/reporting.h"
 
 #include <cstdint>
 

@@ -2,7 +2,7 @@
 // leading dimension ld; only their leading n x n parts are read.
 #pragma once
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 
 #include <cstdint>
 

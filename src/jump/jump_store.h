@@ -7,11 +7,11 @@
 // ends, whatever the direction.
 #pragma once
 
-#include "control/run_frame.h"
 #include "formats/text_file.h"
 #include "gibbs/scan_records.h"
+#include "input/run_frame.h"
 #include "jump/dimension_conversion.h"
-#include "results/sample_files.h"
+#include "samples/sample_files.h"
 
 #include <cstdint>
 #include <vector>

@@ -7,7 +7,7 @@
 // m.col(j) is the raw pointer to column j; its element i is col[i-1].
 #pragma once
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Functions of the normal distribution.
 #pragma once
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 
 namespace zeph {
 

@@ -14,8 +14,8 @@
 // run reports: the stops named here print their text and end with code 16.
 #pragma once
 
-#include "control/reporting.h"
 #include "formats/sequential_file.h"
+#include "listing/reporting.h"
 
 #include <array>
 #include <cstdint>

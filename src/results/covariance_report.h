@@ -10,7 +10,7 @@
 // rows are those of the current model, columns run to the row.
 #pragma once
 
-#include "control/run_frame.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

@@ -4,8 +4,8 @@
 // B 64 (2002) 583-639. The constant of the normal density is left out.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/design_store.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

@@ -7,8 +7,8 @@
 // left out, G15.6 in place of 2G15.6; without PTD the row ends behind TD.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/deviation_store.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -1,8 +1,6 @@
 #include "results/final_reports.h"
 
-#include "control/restart.h"
 #include "formats/whole_file.h"
-#include "results/accumulators.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"
 #include "results/deviation_output.h"
@@ -11,6 +9,8 @@
 #include "results/prediction_report.h"
 #include "results/solution_writer.h"
 #include "results/threshold_report.h"
+#include "samples/accumulators.h"
+#include "samples/restart.h"
 
 namespace zeph {
 namespace {

@@ -7,7 +7,7 @@
 #include "input/mixture_store.h"
 #include "input/prediction_store.h"
 #include "numerics/random_sources.h"
-#include "results/sample_files.h"
+#include "samples/sample_files.h"
 
 namespace zeph {
 

@@ -2,9 +2,9 @@
 // membership of each record.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/design_store.h"
 #include "input/mixture_store.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

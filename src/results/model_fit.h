@@ -2,7 +2,7 @@
 // average of v = -log p(y|theta) over the samples.
 #pragma once
 
-#include "results/sample_files.h"
+#include "samples/sample_files.h"
 
 namespace zeph {
 

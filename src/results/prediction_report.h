@@ -1,8 +1,8 @@
 // Predictive distributions of chosen records.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/prediction_store.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

@@ -1,8 +1,8 @@
 // Posterior means of the thresholds of ordered traits.
 #pragma once
 
-#include "control/run_frame.h"
 #include "input/category_store.h"
+#include "input/run_frame.h"
 
 namespace zeph {
 

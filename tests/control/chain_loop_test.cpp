@@ -1,6 +1,6 @@
 #include "control/chain_loop.h"
 
-#include "run_case.h"
+#include "support/run_case.h"
 
 namespace {
 

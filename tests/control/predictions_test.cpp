@@ -1,6 +1,6 @@
 #include "control/predictions.h"
 
-#include "run_case.h"
+#include "support/run_case.h"
 
 namespace {
 

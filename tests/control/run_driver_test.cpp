@@ -3,7 +3,7 @@
 #include "control/chain_loop.h"
 #include "formats/sequential_file.h"
 #include "gibbs/gibscan.h"
-#include "run_case.h"
+#include "support/run_case.h"
 
 #include <map>
 

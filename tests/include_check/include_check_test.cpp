@@ -1,6 +1,5 @@
 // A unit includes its own header first, then headers of its own or a lower
-// floor. Five stair headers may be included from any floor; they include,
-// beside each other, nothing above input/.
+// floor; there are no exceptions.
 #include "support/places.h"
 
 #include <algorithm>
@@ -15,19 +14,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array<std::string_view, 7> floors = {"formats", "numerics", "input",  "gibbs",
-                                                    "jump",    "results",  "control"};
-constexpr std::array<std::string_view, 5> stairs = {"control/run_frame.h", "control/reporting.h",
-                                                    "control/restart.h", "results/accumulators.h",
-                                                    "results/sample_files.h"};
+constexpr std::array<std::string_view, 9> floors = {"formats", "listing", "numerics", "input",  "samples",
+                                                    "gibbs",   "jump",    "results",  "control"};
 
 int floor_of(std::string_view path) {
   const std::string_view folder = path.substr(0, path.find('/'));
   const auto found = std::find(floors.begin(), floors.end(), folder);
   return found == floors.end() ? -1 : static_cast<int>(found - floors.begin());
 }
-
-bool is_stair(std::string_view path) { return std::find(stairs.begin(), stairs.end(), path) != stairs.end(); }
 
 // Includes in quotation marks, in order.
 std::vector<std::string> own_includes(const fs::path& file) {
@@ -55,10 +49,9 @@ std::vector<std::string> sources() {
 TEST(include_check, no_unit_includes_a_higher_floor) {
   ASSERT_FALSE(sources().empty());
   for (const std::string& name : sources()) {
-    const int highest = is_stair(name) ? floor_of("input/") : floor_of(name);
-    ASSERT_GE(floor_of(name), 0) << name << " stands in no floor";
+    ASSERT_GE(floor_of(name), 0) << name << " belongs to no floor";
     for (const std::string& include : own_includes(fs::path(zeph_test::source_folder()) / "src" / name))
-      EXPECT_TRUE(is_stair(include) || (floor_of(include) >= 0 && floor_of(include) <= highest))
+      EXPECT_TRUE(floor_of(include) >= 0 && floor_of(include) <= floor_of(name))
           << name << " includes " << include;
   }
 }
@@ -75,15 +68,14 @@ TEST(include_check, a_source_includes_its_own_header_first) {
   }
 }
 
-TEST(include_check, companions_take_only_formats_input_and_numerics_from_the_program) {
+TEST(include_check, companions_take_only_the_floors_up_to_input_from_the_program) {
   const fs::path root = fs::path(zeph_test::source_folder()) / "companions";
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     const std::string extension = entry.path().extension().string();
     if (extension != ".h" && extension != ".cpp") continue;
     for (const std::string& include : own_includes(entry.path())) {
       if (floor_of(include) < 0) continue;
-      EXPECT_TRUE(floor_of(include) <= floor_of("input/") || is_stair(include))
-          << entry.path() << " includes " << include;
+      EXPECT_LE(floor_of(include), floor_of("input/")) << entry.path() << " includes " << include;
     }
   }
 }

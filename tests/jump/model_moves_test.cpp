@@ -1,7 +1,7 @@
 #include "jump/model_moves.h"
 
 #include "jump/jump_rounds.h"
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
 #include "support/check.h"
 #include "support/jump_case.h"
 #include "support/run_state.h"

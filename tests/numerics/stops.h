@@ -1,7 +1,7 @@
 // Small frame of the tests of this folder: a reporting whose listing is kept.
 #pragma once
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 
 #include <filesystem>
 #include <sstream>

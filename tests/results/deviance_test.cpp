@@ -1,6 +1,6 @@
 #include "results/deviance.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 #include <cmath>
 

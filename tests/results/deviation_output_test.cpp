@@ -1,6 +1,6 @@
 #include "results/deviation_output.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 using namespace results_test;
 using namespace zeph;

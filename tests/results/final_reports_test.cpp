@@ -1,7 +1,7 @@
 #include "results/final_reports.h"
 
-#include "result_case.h"
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
+#include "support/result_case.h"
 
 using namespace results_test;
 using namespace zeph;

@@ -1,6 +1,6 @@
 #include "results/model_fit.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 #include <cmath>
 #include <limits>

@@ -1,6 +1,6 @@
 #include "results/prediction_report.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 using namespace results_test;
 using namespace zeph;

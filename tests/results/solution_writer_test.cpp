@@ -2,7 +2,7 @@
 // not taken from the program; '|' marks the end of a line.
 #include "results/solution_writer.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 #include <cmath>
 

@@ -1,8 +1,8 @@
 // Chains of latent traits against posteriors worked out by quadrature: means
 // within five Monte Carlo standard errors, seeds fixed.
-#include "control/run_case.h"
 #include "runs/chain_samples.h"
 #include "runs/two_bodies.h"
+#include "support/run_case.h"
 
 #include <cmath>
 #include <functional>

@@ -1,9 +1,9 @@
 // Chains of mixtures and cure sequences against posteriors worked out by
 // quadrature over their few parameters, the indicators summed out.
-#include "control/run_case.h"
 #include "runs/chain_samples.h"
 #include "runs/two_bodies.h"
 #include "runs/whole_run.h"
+#include "support/run_case.h"
 
 #include <cmath>
 #include <filesystem>

@@ -2,7 +2,7 @@
 // prepared directories lie.
 #pragma once
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 #include "support/places.h"
 
 #include <gtest/gtest.h>

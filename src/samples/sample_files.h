@@ -20,12 +20,12 @@
 // whole samples. A file that can't be opened or written stops the run: write_fault, code 16.
 #pragma once
 
-#include "control/run_frame.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
 #include "formats/text_file.h"
 #include "input/design_store.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

@@ -1,6 +1,6 @@
-#include "results/sample_files.h"
+#include "samples/sample_files.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 #include <limits>
 

@@ -1,6 +1,6 @@
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
 
-#include "result_case.h"
+#include "support/result_case.h"
 
 #include <cmath>
 

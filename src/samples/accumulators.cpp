@@ -1,4 +1,4 @@
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
-#include "control/restart.h"
+#include "samples/restart.h"
 
 #include "control/start_values.h"
-#include "run_case.h"
+#include "support/run_case.h"
 
 #include <cmath>
 #include <cstring>

@@ -5,7 +5,7 @@
 // variance. PARPOSTMEAN and PARVAR are the same for the packed (co)variances.
 #pragma once
 
-#include "control/run_frame.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

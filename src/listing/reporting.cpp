@@ -1,4 +1,4 @@
-#include "control/reporting.h"
+#include "listing/reporting.h"
 
 #include "formats/column_format.h"
 #include "formats/free_format.h"

@@ -1,4 +1,4 @@
-#include "control/reporting.h"
+#include "listing/reporting.h"
 
 #include "support/check.h"
 #include "support/scratch_directory.h"

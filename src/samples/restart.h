@@ -18,12 +18,12 @@
 //   IRESG_M, when there are two or more residual groups
 #pragma once
 
-#include "control/reporting.h"
-#include "control/run_frame.h"
 #include "formats/sequential_file.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
+#include "input/run_frame.h"
 #include "input/sampler_store.h"
+#include "listing/reporting.h"
 #include "numerics/random_sources.h"
 
 namespace zeph {

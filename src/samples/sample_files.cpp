@@ -1,8 +1,8 @@
-#include "results/sample_files.h"
+#include "samples/sample_files.h"
 
 #include "formats/column_format.h"
 #include "formats/free_format.h"
-#include "results/accumulators.h"
+#include "samples/accumulators.h"
 
 namespace zeph {
 namespace {

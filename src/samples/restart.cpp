@@ -1,4 +1,4 @@
-#include "control/restart.h"
+#include "samples/restart.h"
 
 #include "formats/free_format.h"
 #include "formats/whole_file.h"
