@@ -17,8 +17,21 @@ struct link {
   double val;
 };
 
+// Places descending; what stands of one element in several parts becomes their sum.
+void sort_and_add_up(std::vector<link>& row) {
+  std::stable_sort(row.begin(), row.end(), [](const link& a, const link& b) { return a.place > b.place; });
+  std::size_t n = 0;
+  for (const link& part : row) {
+    if (n > 0 && row[n - 1].place == part.place)
+      row[n - 1].val += part.val;
+    else
+      row[n++] = part;
+  }
+  row.resize(n);
+}
+
 // links[x]: elements between the level at place x and those eliminated after it,
-// places descending.
+// places descending, each once.
 std::vector<std::vector<link>> links_by_place(const relationship_rows& rows,
                                               const std::vector<std::int32_t>& settled) {
   std::vector<std::int32_t> place(settled.size());
@@ -31,8 +44,7 @@ std::vector<std::vector<link>> links_by_place(const relationship_rows& rows,
       const std::int32_t other = place[static_cast<std::size_t>(rows.col(node) - 1)];
       if (static_cast<std::size_t>(other) < x) links[x].push_back({other, rows.val(node)});
     }
-    std::sort(links[x].begin(), links[x].end(),
-              [](const link& a, const link& b) { return a.place > b.place; });
+    sort_and_add_up(links[x]);
   }
   return links;
 }

@@ -22,7 +22,8 @@ std::vector<std::int32_t> settle_levels(const mat<std::int32_t>& pedmat, std::in
 // run between its parents, which are linked already. C. R. Henderson, A simple
 // method for computing the inverse of a numerator relationship matrix used in
 // prediction of breeding values, Biometrics 32 (1976) 69-83. Links that other
-// matrices fill in are made. A pivot not above 0 stops as illegal input of `name`.
+// matrices fill in are made. Elements that rows hold in parts, as a file that names
+// them more than once leaves them, count as their sum. A pivot not above 0 stops as illegal input of `name`.
 double log_det_relationship(const relationship_rows& rows, const std::vector<std::int32_t>& settled,
                             std::string_view name, reporting& report);
 

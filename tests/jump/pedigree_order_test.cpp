@@ -18,12 +18,13 @@ mat<std::int32_t> parents_as(const std::vector<std::array<std::int32_t, 2>>& par
   return pedmat;
 }
 
-// The rows of a full symmetric matrix, as they are read from a file.
-relationship_rows rows_of(const dense_matrix& a, double least = 1e-9) {
+// The rows of a full symmetric matrix, as they are read from a file that holds each
+// element beside the diagonal in `parts` equal parts.
+relationship_rows rows_of(const dense_matrix& a, double least = 1e-9, std::int32_t parts = 1) {
   relationship_rows rows;
   std::int64_t nodes = 0;
   for (std::int32_t i = 1; i <= a.n; ++i)
-    for (std::int32_t j = 1; j <= a.n; ++j) nodes += i != j && std::fabs(a(i, j)) > least;
+    for (std::int32_t j = 1; j <= a.n; ++j) nodes += i != j && std::fabs(a(i, j)) > least ? parts : 0;
   rows.diag.take(a.n);
   rows.start.take(a.n + 1);
   rows.col.take(nodes);
@@ -34,8 +35,10 @@ relationship_rows rows_of(const dense_matrix& a, double least = 1e-9) {
     rows.start(i) = at;
     for (std::int32_t j = 1; j <= a.n; ++j) {
       if (i == j || std::fabs(a(i, j)) <= least) continue;
-      rows.col(at) = j;
-      rows.val(at++) = a(i, j);
+      for (std::int32_t part = 0; part < parts; ++part) {
+        rows.col(at) = j;
+        rows.val(at++) = a(i, j) / parts;
+      }
     }
   }
   rows.start(a.n + 1) = at;
@@ -89,6 +92,21 @@ TEST(log_det_relationship, fills_in_where_the_links_are_not_those_of_the_pedigre
       4, {4.0, 1.0, 0.0, 0.5, 1.0, 3.0, -1.0, 0.7, 0.0, -1.0, 2.0, 0.0, 0.5, 0.7, 0.0, 5.0});
   const double found = log_det_relationship(rows_of(inverse), {4, 2, 3, 1}, "AINV1", run.report);
   EXPECT_NEAR(found, -std::log(dense_inverse(inverse).determinant), 1e-12);
+}
+
+// Animals 1, 11, 13, the sire of 11 is 1: |A| = 3/4, in whichever order they stand.
+TEST(log_det_relationship, adds_up_an_element_that_stands_in_parts) {
+  heard_run run;
+  const dense_matrix inverse(3, {4.0 / 3, -2.0 / 3, 0, -2.0 / 3, 4.0 / 3, 0, 0, 0, 1.0});
+  for (const std::int32_t parts : {1, 2, 3})
+    for (const std::vector<std::int32_t>& settled : {std::vector<std::int32_t>{1, 2, 3}, {3, 2, 1}})
+      EXPECT_NEAR(log_det_relationship(rows_of(inverse, 1e-9, parts), settled, "AINV1", run.report),
+                  -std::log(4.0 / 3), 1e-15);
+  const auto parents = made_pedigree(40); // with inbreeding
+  const dense_matrix A = relationship_of(parents);
+  const auto settled = settle_levels(parents_as(parents), 40, "PEDFILE1", run.report);
+  EXPECT_NEAR(log_det_relationship(rows_of(dense_inverse(A).inverse, 1e-9, 2), settled, "AINV1", run.report),
+              std::log(dense_inverse(A).determinant), 1e-9);
 }
 
 TEST(log_det_relationship, stops_at_a_pivot_that_is_not_positive) {
