@@ -100,7 +100,7 @@ bool invert_block(deviation_store& d, std::int32_t n, std::int32_t ld) {
   return true;
 }
 
-// PTD(level) = W_PTD^-1 PTD over the traits that have progeny, 0 for the others.
+// PTD(level) = W_PTD^-1 PTD over the traits with counted progeny, 0 for the others.
 void divide_by_information(deviation_store& d, std::int32_t level, std::int32_t nt) {
   std::int32_t n = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
@@ -117,8 +117,8 @@ void divide_by_information(deviation_store& d, std::int32_t level, std::int32_t 
 
 void finish_progeny(deviation_store& d, std::int32_t nt) {
   for (std::int32_t level = 1; level <= d.levels; ++level) {
+    divide_by_information(d, level, nt); // groups have no counted progeny: 0
     if (!has_progeny(d, level)) continue;
-    divide_by_information(d, level, nt);
     for (std::int32_t t = 1; t <= nt; ++t) {
       const double PTD = d.PTD(t, level);
       d.S_PTD(t, level) += PTD;

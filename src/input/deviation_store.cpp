@@ -1,7 +1,6 @@
 #include "input/deviation_store.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace zeph {
 namespace {
@@ -65,8 +64,8 @@ void count_progeny(const model_records& m, const relationship_store& relations, 
   d.N_PTD.fill(0);
   for (std::int32_t level = 1; level <= d.levels; ++level)
     for (std::int32_t p = 1; p <= 2; ++p) {
-      const std::int32_t parent = std::abs(relations.pedmat(p, level));
-      if (parent == 0) continue;
+      const std::int32_t parent = relations.pedmat(p, level);
+      if (parent <= 0) continue;
       for (std::int32_t t = 1; t <= m.nt; ++t)
         if (d.N_TD(t, level) > 0) ++d.N_PTD(t, parent);
     }

@@ -36,8 +36,9 @@ void allocate_deviations(const model_records& m, deviation_store& d, reporting& 
 // Traits without a row have none.
 void count_level_records(const model_records& m, const design_store& design, deviation_store& d);
 
-// N_PTD from the pedigree: by parent, |sire| and |dam|, the progeny with records
-// of the trait. Nothing where the factor has no pedigree.
+// N_PTD from the pedigree: by sire and dam the progeny with records of the trait.
+// Parents below 0 are groups and have none counted. Nothing where the factor has no
+// pedigree.
 void count_progeny(const model_records& m, const relationship_store& relations, deviation_store& d);
 
 // True when the level has records, progeny with records, of some trait.

@@ -172,7 +172,8 @@ struct dense_deviations {
       const std::int32_t mate = s == parent ? d : s;
       const double w = mate > 0 ? 1.0 : static_cast<double>(2.0F / 3.0F);
       for (std::int32_t i = 1; i <= c.l.nt; ++i) {
-        count[static_cast<std::size_t>(i)] += n[a][static_cast<std::size_t>(i)] > 0;
+        if (c.sire[a] == parent || c.dam[a] == parent) // not as a group
+          count[static_cast<std::size_t>(i)] += n[a][static_cast<std::size_t>(i)] > 0;
         for (std::int32_t j = 1; j <= c.l.nt; ++j) {
           sum(i, j) += w * W[a](i, j);
           right(i) += w * W[a](i, j) * (2.0 * TD[a][static_cast<std::size_t>(j)] - c.u(mate, j));
@@ -310,6 +311,38 @@ TEST(TD_PTD, writes_levels_with_more_progeny_than_the_limit_at_the_interval) {
   c.f.iround = 1234560; // seven digits
   c.compute();
   EXPECT_TRUE(c.directory.has("PTD1234560"));
+}
+
+TEST(TD_PTD, writes_no_file_of_progeny_when_none_are_wanted) {
+  deviation_case c({1, false, false}, 3);
+  c.m.PTD_INT = 20;
+  c.deviations.progeny = false;
+  c.compute();
+  EXPECT_FALSE(c.directory.has("PTD40"));
+}
+
+// A group stands as the mate of a parent by its absolute value; of its own it has
+// no progeny, no PTD, no sums and no row, whatever the limit.
+TEST(TD_PTD, gives_parent_groups_nothing_of_their_own) {
+  deviation_case c({1, false, false}, 3);
+  c.m.PTD_INT = 1;
+  c.m.PTD_LIMIT = 0;
+  c.compute();
+  for (const std::int32_t group : {29, 30}) {
+    EXPECT_EQ(c.deviations.N_PTD(1, group), 0);
+    EXPECT_EQ(c.deviations.PTD(1, group), 0.0);
+    EXPECT_EQ(c.deviations.S_PTD(1, group), 0.0);
+  }
+  std::istringstream rows(c.directory.read("PTD40"));
+  int listed = 0;
+  for (std::string row; std::getline(rows, row); ++listed) EXPECT_LT(std::stoi(row), 29) << row;
+  EXPECT_GT(listed, 8);
+  // 11 has a group and dam 4+: the dam's deviation is the same when the group is an animal
+  const std::int32_t dam = c.dam[11];
+  const double with_group = c.deviations.PTD(1, dam);
+  c.relations.pedmat(1, 11) = 29;
+  c.compute();
+  EXPECT_EQ(c.deviations.PTD(1, dam), with_group);
 }
 
 TEST(TD_PTD, finds_no_progeny_without_a_pedigree) {

@@ -106,7 +106,7 @@ TEST(count_level_records, counts_records_by_level_and_present_trait) {
   EXPECT_EQ(d.N_TD(1, 2), 0);
 }
 
-TEST(count_progeny, counts_by_parent_the_progeny_with_records_of_the_trait) {
+TEST(count_progeny, counts_by_parent_above_0_the_progeny_with_records_of_the_trait) {
   input_frame frame;
   const model_records m = deviation_model(5);
   deviation_store d;
@@ -123,7 +123,8 @@ TEST(count_progeny, counts_by_parent_the_progeny_with_records_of_the_trait) {
   EXPECT_EQ(d.N_PTD(1, 1), 1);
   EXPECT_EQ(d.N_PTD(2, 1), 2);
   EXPECT_EQ(d.N_PTD(1, 2), 1);
-  EXPECT_EQ(d.N_PTD(2, 5), 1); // a group, by its absolute value
+  EXPECT_EQ(d.N_PTD(2, 5), 0); // a group has none counted
+  EXPECT_FALSE(has_progeny(d, 5));
   EXPECT_FALSE(has_progeny(d, 3));
 
   relations.pedigree_factor = 0; // no pedigree
