@@ -104,9 +104,9 @@ void store_head(const model_records& m, data_record& in, design_store& design, r
   }
 }
 
-// Bounds between which a censored observation lies. They are used wherever the
-// code says so, also for a trait that the mask calls missing; other codes than
-// -1 (left), 1 (right) and 2 (interval) mean a plain observation.
+// Code of a censored trait and the bounds between which its value lies, by code: -1
+// left, 1 right, 2 interval; any other code is a plain observation. They are stored
+// of missing traits too, whose values are imputed and not drawn between them.
 void store_bounds(const trait_record& trait, std::int32_t i, const data_record& in, design_store& design,
                   reporting& report) {
   const float y = in.RINP(trait.Y_RCI);
@@ -131,7 +131,8 @@ void store_observations(const model_records& m, data_record& in, design_store& d
     const bool present = trait_present(in.mask, i, m.nt);
     float& y = in.RINP(trait.Y_RCI);
     if (present) check_finite(report, "observation", {r, i}, y);
-    if (trait.TRAIT_TYPE == trait_sequence) design.CURE_Y[static_cast<std::size_t>(i - 1)](r) = y > 0.0F;
+    if (trait.TRAIT_TYPE == trait_sequence)
+      design.CURE_Y[static_cast<std::size_t>(i - 1)](r) = present && y > 0.0F;
     if (trait.TRAIT_TYPE >= trait_liability && present) {
       y *= latent_scale;
       y += latent_shift;

@@ -34,7 +34,7 @@ struct design_store {
   vec<std::int32_t> OBS_POS_M; // position in the user's data; kept with residuals only
   mat<double> ZEPH_RES;        // nt x nobs: residuals of the round; kept with residuals only
 
-  std::vector<vec<std::int32_t>> CURE_Y; // per trait of kind 7: status of the record
+  std::vector<vec<std::int32_t>> CURE_Y; // per trait of kind 7: 1 in records that have it, above 0
   vec<std::int32_t> SEQ_M;               // position in the sequence, negative on its last record
   mat<float> CURE_YHAT;                  // nt x n_cure_seq
   mat<logical> LOG_Z;                    // nt x n_cure_seq
