@@ -45,7 +45,7 @@ void take_sample(scan_records& r, run_frame& f, sample_files& files) {
 // Residual sums, new (co)variance matrices, the sample of the round.
 void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
   r.sampler.sscp.fill(0.0);
-  const bool sampled = f.analysis_type > 0 && is_sample_round(f);
+  const bool sampled = takes_sample(f);
   if (f.analysis_type > 0) {
     double lik = 0;
     if (fast)

@@ -101,7 +101,7 @@ void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files) {
     x.thr(1) = 0.0;
     x.thr(x.ncat_t - 1) = 1.0;
   }
-  if (f.analysis_type < 2 || f.analysis_type > 4 || !is_sample_round(f)) return;
+  if (!takes_sample(f)) return;
   for (category_record& x : r.categories.catstr)
     for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
       x.thrpostm(k) += x.thr(k);
@@ -128,7 +128,7 @@ void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sam
   if (m.has_type(trait_mixture)) bddrmc_mix(r, f, ready);
   if (censored) bddrmc_cens(r, f, ready);
   if (!sequence && !m.has_type(trait_mixture)) return;
-  if (!is_sample_round(f)) return;
+  if (!takes_sample(f)) return;
   write_mix_pi(files, f, r.mixtures.mix_pi, r.report);
   for (std::int32_t t = 1; t <= m.nt; ++t) {
     const double share = r.mixtures.mix_pi(t);

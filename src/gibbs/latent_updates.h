@@ -9,7 +9,9 @@ namespace zeph {
 
 // Replaces the latent values of all records, by the types of traits in the model:
 // liabilities of types 3 and 4 (unless 7 or 8 is there too), thresholds, cure
-// sequences, mixtures, censored traits. fast: which body scanned the round.
+// sequences, mixtures, censored traits. In sample rounds of analysis types above 0
+// the proportions of mixtures and sequences are summed and written to `mix_pi`.
+// fast: which body scanned the round.
 void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files);
 
 // Liabilities of ordered and binary traits, record by record; from the combined
@@ -22,8 +24,8 @@ void bddrmc_cens(scan_records& r, const run_frame& f, bool ready);
 
 // Thresholds 2..n-2 of each ordered trait, uniform between the largest liability
 // of the category below and the smallest of the one above; thr(1) = 0 and
-// thr(n-1) = 1. In sample rounds of types 2 to 4 they are summed and written to
-// `threshold`: round, number of the first ordered trait (on every row), k, thr(k).
+// thr(n-1) = 1. In sample rounds of all types above 0 they are summed and written
+// to `threshold`: round, number of the first ordered trait (on every row), k, thr(k).
 void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files);
 
 } // namespace zeph

@@ -97,7 +97,7 @@ double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int
   const double p0 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(1), r.work.e0.data(), nt)) *
                     r.sampler.IDET_RVAR(first) * Q;
   const double tau = p1 / (p1 + p0);
-  if (is_sample_round(f)) {
+  if (takes_sample(f)) {
     tau_sums& sums = r.mixtures.TAU_STAT[static_cast<std::size_t>(t - 1)];
     sums.SUM(irec) += tau;
     sums.SS(irec) += tau * tau;

@@ -66,4 +66,8 @@ inline bool is_sample_round(const run_frame& f) {
   return since > 0 && since % (f.isamp > 1 ? f.isamp : 1) == 0;
 }
 
+// True when the state of the round enters the sums and the sample files: in sample
+// rounds of all types but the plain solver.
+inline bool takes_sample(const run_frame& f) { return f.analysis_type > 0 && is_sample_round(f); }
+
 } // namespace zeph

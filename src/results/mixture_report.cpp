@@ -12,7 +12,7 @@
 namespace zeph {
 namespace {
 
-constexpr double never_left = 1e-12; // of the sum of tau from the number of samples
+constexpr double never_left = 1e-12; // |sum of tau - n| of a record that was in component 1 throughout
 
 double deviation(double sum, double squares, double n) {
   const double d = (squares - sum * sum / n) / (n - 1.0);
@@ -41,11 +41,27 @@ std::string membership_row(const model_records& m, const design_store& design, c
   return row.str();
 }
 
+// A row of taupostmean: mean and standard deviation of tau of record i over n
+// samples, trait after trait of kind 5.
+std::string tau_row(const model_records& m, const mixture_store& mixtures, std::int32_t i, double n) {
+  free_row row;
+  for (std::int32_t t = 1; t <= m.nt; ++t) {
+    if (m.MODEL(t).TRAIT_TYPE != trait_mixture) continue;
+    const tau_sums& sums = mixtures.TAU_STAT[static_cast<std::size_t>(t - 1)];
+    const double s = sums.SUM(i);
+    if (std::fabs(s - n) <= never_left)
+      row.r8(1.0).r8(0.0);
+    else
+      row.r8(s / n).r8(deviation(s, sums.SS(i), n));
+  }
+  return row.str();
+}
+
 } // namespace
 
 void report_mixing_proportions(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
                                reporting& report) {
-  if (!mixtures.flag) return;
+  if (!mixtures.flag || frame.analysis_type <= 0) return;
   say(report);
   say(report, "  Posterior mean and standard error of for mixing proportion");
   const double n = frame.nsamples;
@@ -64,21 +80,9 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
   whole_file whole(path_of(report, name));
   text_writer file;
   if (!file.open(whole.path())) write_fault(report, name, "open");
-  const double n = frame.nsamples;
   bool written = true;
-  for (std::int32_t i = 1; i <= nobs && written; ++i) {
-    free_row row;
-    for (std::int32_t t = 1; t <= m.nt; ++t) {
-      if (m.MODEL(t).TRAIT_TYPE != trait_mixture) continue;
-      const tau_sums& sums = mixtures.TAU_STAT[static_cast<std::size_t>(t - 1)];
-      const double s = sums.SUM(i);
-      if (std::fabs(s - n) <= never_left)
-        row.r8(1.0).r8(0.0);
-      else
-        row.r8(s / n).r8(deviation(s, sums.SS(i), n));
-    }
-    written = file.line(row.str());
-  }
+  for (std::int32_t i = 1; i <= nobs && written; ++i)
+    written = file.line(tau_row(m, mixtures, i, frame.nsamples));
   if (!written || !file.close() || !whole.publish()) write_fault(report, name, "write");
 }
 

@@ -10,13 +10,13 @@ namespace zeph {
 
 // On the listing: mean and standard deviation of the proportion of each trait that
 // carries mixture regressions or is of kind 8. Only when the model has a trait of
-// kind 5 or 8, as all below.
+// kind 5 or 8, as all below. Analysis type 0 takes no samples and lists none.
 void report_mixing_proportions(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
                                reporting& report);
 
 // taupostmean: per record one row in free format, mean and standard deviation of
 // the probability of component 1 for each trait of kind 5; 1 and 0 where it was 1
-// in every sample.
+// in every sample, hence in every row of analysis type 0, which takes none.
 void write_taupostmean(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
                        std::int32_t nobs, reporting& report);
 

@@ -7,7 +7,7 @@
 namespace zeph {
 
 void report_thresholds(const category_store& categories, const run_frame& frame, reporting& report) {
-  if (categories.catstr.empty()) return;
+  if (categories.catstr.empty() || frame.analysis_type <= 0) return;
   say(report, "       Posterior mean and Std of thresholds");
   for (const category_record& c : categories.catstr) {
     say(report, free_row().text("       Trait").i(c.trait).str());

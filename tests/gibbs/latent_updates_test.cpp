@@ -159,7 +159,7 @@ TEST(samp_thresholds, of_three_categories_are_fixed_without_a_draw) {
   latent_pass_case c;
   c.categories.catstr[0].ncat_t = 3;
   c.categories.catobs.fill(1);
-  c.f.analysis_type = 1;
+  c.f.analysis_type = 0;
   scan_records r = c.records();
   samp_thresholds(r, c.f, c.files);
   EXPECT_EQ(c.categories.catstr[0].thr(1), 0.0);
@@ -168,8 +168,8 @@ TEST(samp_thresholds, of_three_categories_are_fixed_without_a_draw) {
 }
 
 // A second ordered trait: its rows carry the number of the first.
-TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_types_2_to_4) {
-  for (const std::int32_t type : {1, 2, 3, 4, 5}) {
+TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_all_types_above_0) {
+  for (const std::int32_t type : {0, 1, 2, 3, 4, 5, 6}) {
     latent_pass_case c;
     category_record second;
     second.trait = 4;
@@ -191,7 +191,7 @@ TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_types_2_to_4) {
     for (c.f.iround = 4; c.f.iround <= 7; ++c.f.iround) samp_thresholds(r, c.f, c.files);
     const double sum = c.categories.catstr[0].thrpostm(2), squares = c.categories.catstr[0].thrpostsd(2);
     std::istringstream file(c.directory.read("threshold"));
-    if (type == 1 || type == 5) {
+    if (type == 0) {
       EXPECT_EQ(file.str(), "");
       EXPECT_EQ(sum, 0.0);
       continue;
@@ -249,6 +249,7 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
     c.f.analysis_type = 1;
     c.f.nburn = 0;
     ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
+    ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
   }
   scan_records r = cases[0].records(), q = cases[1].records();
   update_latent_variables(r, cases[0].f, false, cases[0].files);
@@ -272,6 +273,58 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
   cases[0].f.nburn = 5; // not a sample round
   update_latent_variables(r, cases[0].f, false, cases[0].files);
   EXPECT_EQ(cases[0].mixtures.mix_pi_sum(1), share);
+}
+
+// Nothing is imputed in the solver: a missing trait is at its mean, residual 0.
+TEST(update_latent_variables, take_no_note_of_the_places_of_missing_traits_in_type_0) {
+  latent_pass_case cases[2];
+  for (latent_pass_case& c : cases) {
+    c.m.MODEL(4).TRAIT_TYPE = trait_mixture;
+    c.m.MODEL(1).L_MIX_TRAIT = true;
+    for (std::int32_t i = 1; i <= c.count; ++i)
+      if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
+    allocate_mixtures(c.m, c.mixtures, c.run.report);
+    c.f.analysis_type = 0;
+    for (std::int32_t i = 1; i <= c.count; ++i)
+      for (std::int32_t t = 1; t <= 4; ++t)
+        if (!trait_present(c.design.ISIT_M(i), t, 4)) c.design.Y_M(t, i) = &c == cases ? 0.0F : 37.5F;
+    scan_records r = c.records();
+    update_latent_variables(r, c.f, false, c.files);
+  }
+  int drawn = 0;
+  for (std::int32_t i = 1; i <= cases[0].count; ++i)
+    for (std::int32_t t = 1; t <= 4; ++t) {
+      if (!trait_present(cases[0].design.ISIT_M(i), t, 4)) continue;
+      EXPECT_EQ(cases[0].design.Y_M(t, i), cases[1].design.Y_M(t, i)) << t << ' ' << i;
+      drawn += cases[0].design.ISIT_M(i) != 15;
+    }
+  EXPECT_GT(drawn, 8);
+}
+
+// The solver takes no samples: no sums, and no rows to sum later.
+TEST(update_latent_variables, keep_no_sums_of_mixtures_in_type_0) {
+  latent_pass_case c;
+  c.m.MODEL(4).TRAIT_TYPE = trait_mixture;
+  c.m.MODEL(1).L_MIX_TRAIT = true;
+  for (std::int32_t i = 1; i <= c.count; ++i)
+    if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
+  allocate_mixtures(c.m, c.mixtures, c.run.report);
+  ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
+  scan_records r = c.records();
+  double shares = 0;
+  c.f.analysis_type = 0;
+  for (c.f.iround = 1; c.f.iround <= 5; ++c.f.iround) {
+    update_latent_variables(r, c.f, false, c.files);
+    shares += c.mixtures.mix_pi(1);
+    EXPECT_EQ(c.mixtures.mix_pi_sum(1), 0.0);
+    EXPECT_EQ(c.mixtures.mix_pi_ss(1), 0.0);
+    for (std::int32_t i = 1; i <= c.count; ++i) {
+      EXPECT_EQ(c.mixtures.TAU_STAT[3].SUM(i), 0.0);
+      EXPECT_EQ(c.mixtures.TAU_STAT[3].SS(i), 0.0);
+    }
+  }
+  EXPECT_GT(shares, 0.0);
+  EXPECT_EQ(c.directory.read("mix_pi"), "");
 }
 
 } // namespace

@@ -27,6 +27,7 @@ struct mixture_end : result_case {
     design.Y_M(2, 2) = -0.25F;
     mixtures.MIXZ_COUNT(1, 1) = 3;
     mixtures.MIXZ_LAST(1, 2) = 1;
+    frame.analysis_type = 3;
     frame.nsamples = 4;
     frame.nburn = 10;
     frame.P_ROUND = 10;
@@ -61,6 +62,14 @@ TEST(report_mixing_proportions, says_nothing_of_models_without_mixtures) {
   EXPECT_EQ(write_memberships(c.m, c.design, c.mixtures, c.frame, c.report), 0);
   EXPECT_EQ(c.said(), "");
   EXPECT_FALSE(c.exists("taupostmean") || c.exists("mixz_prob") || c.exists("mixz_last"));
+}
+
+TEST(report_mixing_proportions, says_nothing_of_the_solver) {
+  mixture_end c;
+  c.frame.analysis_type = 0;
+  c.frame.nsamples = 0;
+  report_mixing_proportions(c.m, c.mixtures, c.frame, c.report);
+  EXPECT_EQ(c.said(), "");
 }
 
 TEST(taupostmean, holds_mean_and_deviation_and_one_where_it_never_left_one) {
@@ -99,6 +108,26 @@ TEST(WR_MIXZ, makes_its_files_anew_for_the_next_model_of_the_run) {
   c.mixtures.MIXZ_COUNT(1, 1) = 0;
   EXPECT_EQ(WR_MIXZ(c.m, c.design, c.mixtures, c.frame, 1, 30, c.report), 0);
   EXPECT_EQ(c.content("mixz_prob").find("0.75"), std::string::npos);
+}
+
+TEST(WR_MIXZ, counts_an_interval_below_1_as_1) {
+  for (const std::int32_t interval : {0, -3}) {
+    mixture_end c;
+    c.frame.isamp = interval;
+    EXPECT_EQ(WR_MIXZ(c.m, c.design, c.mixtures, c.frame, 2, 22, c.report), 0);
+    EXPECT_EQ(c.content("mixz_last").find(c.field("701", 11) + c.field("0.25", 16)), 0U); // 3 / 12
+  }
+}
+
+// 30 rounds were stored with the state, and 20 were run since.
+TEST(memberships, of_a_continued_chain_are_shares_of_the_rounds_since) {
+  mixture_end c;
+  c.frame.nburn = 0;
+  c.frame.P_ROUND = 30;
+  c.frame.nround = 20;
+  c.frame.iround = 51;
+  EXPECT_EQ(write_memberships(c.m, c.design, c.mixtures, c.frame, c.report), 0);
+  EXPECT_NE(c.content("mixz_prob").find(c.field("701", 11) + c.field("0.75", 16)), std::string::npos);
 }
 
 TEST(WR_MIXZ, divides_by_nothing_when_no_round_was_counted) {

@@ -20,6 +20,7 @@ struct threshold_end : result_case {
       c.ncat_t = n;
       for (vec<double>* v : {&c.thr, &c.thrpostm, &c.thrpostsd}) v->take(range(0, n));
     }
+    frame.analysis_type = 3;
     frame.nsamples = 4;
   }
 };
@@ -67,6 +68,14 @@ TEST(threshold_report, of_no_samples_gives_what_the_arithmetic_gives) {
   c.frame.nsamples = 0;
   report_thresholds(c.categories, c.frame, c.report);
   EXPECT_NE(c.said().find("                     NaN                      NaN\n"), std::string::npos);
+}
+
+TEST(threshold_report, says_nothing_of_the_solver) {
+  threshold_end c;
+  c.frame.analysis_type = 0;
+  c.frame.nsamples = 0;
+  report_thresholds(c.categories, c.frame, c.report);
+  EXPECT_EQ(c.said(), "");
 }
 
 TEST(threshold_report, says_nothing_without_ordered_traits) {
