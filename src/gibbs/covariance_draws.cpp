@@ -70,6 +70,18 @@ void invert(reporting& report, const mat<double>& x, std::int32_t p, mat<double>
     computation_impossible(report, "LA_GESV", fmt::format("singular matrix of {} {}", kind, number));
 }
 
+// sscp_f = inverse of the sums that W holds, the scale of a draw; W_INV is scratch.
+void make_scale(reporting& report, inverse_wishart_store& iw, std::int32_t p, const char* kind,
+                std::int32_t number) {
+  invert(report, iw.W, p, iw.sscp_f, iw.W_INV, kind, number);
+}
+
+// W_INV = inverse of the drawn W; sscp_f, whose draw is done, is scratch.
+void invert_drawn(reporting& report, inverse_wishart_store& iw, std::int32_t p, const char* kind,
+                  std::int32_t number) {
+  invert(report, iw.W, p, iw.W_INV, iw.sscp_f, kind, number);
+}
+
 void print_inverse(reporting& report, const mat<double>& inverse, std::int32_t p) {
   say(report, "Inverse of new sampled co-variance matrix");
   for (std::int32_t i = 1; i <= p; ++i) {
@@ -101,10 +113,10 @@ void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
   }
   inverse_wishart_store& iw = IW_STR_of(s, k, "sample_covariances", r.report);
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
-  invert(r.report, iw.W, p, iw.sscp_f, iw.W_INV, "random effect", k);
+  make_scale(r.report, iw, p, "random effect", k);
   rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
            r.work.matrix_work);
-  invert(r.report, iw.W, p, iw.W_INV, iw.sscp_f, "random effect", k);
+  invert_drawn(r.report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
   if (f.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
@@ -156,7 +168,7 @@ double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, st
 }
 
 // W drawn for the sums that it holds and their inverse in sscp_f; again while
-// masking spoils it. h: residual group.
+// masking spoils it, which W_INV is scratch for. h: residual group.
 void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32_t h, std::int32_t df) {
   constrained_work& constrained = r.work.constrained;
   const bool restricted = !constrained.lists.C.empty();
@@ -188,9 +200,9 @@ void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
               [&](std::int32_t i, std::int32_t j) { return residual_prior(r.model, h, i, j); });
   inverse_wishart_store& iw = IW_STR_of(s, column, "sample_covariances", r.report);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
-  invert(r.report, iw.W, nt, iw.sscp_f, iw.W_INV, "residual group", h);
+  make_scale(r.report, iw, nt, "residual group", h);
   draw_residual_matrix(r, iw, h, df);
-  invert(r.report, iw.W, nt, iw.W_INV, iw.sscp_f, "residual group", h);
+  invert_drawn(r.report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
   if (f.matopd(r.model.nramat + 1)) {
     std::copy(iw.W_INV.begin(), iw.W_INV.end(), s.RCOVI.slice(h));

@@ -6,11 +6,12 @@
 
 namespace zeph {
 
-// What the draw of one covariance matrix works with, of the matrix's order.
+// What the draw of one covariance matrix works with, of the matrix's order. Between
+// rounds only SCALE is kept.
 struct inverse_wishart_store {
-  mat<double> sscp_f; // scale work matrix
-  mat<double> W;      // the new covariance matrix
-  mat<double> W_INV;  // its inverse
+  mat<double> sscp_f; // scale of the draw: inverse of the sums of squares; scratch once W is drawn
+  mat<double> W;      // the sums of squares, then the new covariance matrix
+  mat<double> W_INV;  // its inverse; scratch until W is drawn
   vec<double> SCALE;  // 1.0 at the start; scaling of the constrained residual draw, kept between rounds
 };
 
