@@ -92,6 +92,16 @@ TEST(impose_restrictions, passes_effects_without_equations) {
   EXPECT_EQ(c.impose(), head(2) + row(1, 21) + row(2, 17));
 }
 
+TEST(impose_restrictions, passes_effects_without_levels) {
+  restricted_case c;
+  c.m.NLEV(1, 1) = 0; // then the second effect is the first with equations
+  EXPECT_EQ(c.impose(), head(2) + row(1, 21) + row(2, 17));
+  restricted_case marked; // no effect of traits 1 and 3 is excepted
+  marked.m.RMAT(1).r36 = 6;
+  marked.m.NLEV(1, 1) = 0;
+  EXPECT_EQ(marked.impose(), head(4) + row(1, 15) + row(1, 21) + row(2, 17) + row(3, 13));
+}
+
 TEST(impose_restrictions, may_have_nothing_to_restrict) {
   described_model d;
   d.traits.resize(1);
