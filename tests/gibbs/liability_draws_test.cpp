@@ -244,7 +244,7 @@ TEST(samp_thresholds, draws_between_the_neighbours_liabilities_and_holds_the_out
   scan_records r = c.records();
   double sum = 0, squares = 0;
   constexpr int n = 20000;
-  c.f.analysis_type = 1; // nothing is written
+  c.f.analysis_type = 0; // nothing is written
   for (int i = 0; i < n; ++i) {
     samp_thresholds(r, c.f, c.files);
     const vec<double>& thr = c.categories.catstr[0].thr;
