@@ -1,6 +1,7 @@
 // Timers of the draws, one value (or one vector or matrix of order 3) an
 // iteration. Each checks the mean of what it drew against the mean of its law,
 // within eight standard errors, so that a fast wrong draw fails.
+#include "listing/reporting.h"
 #include "numerics/gamma_draws.h"
 #include "numerics/matrix_draws.h"
 #include "numerics/normal_draws.h"
@@ -234,7 +235,7 @@ void mvn_draw(benchmark::State& state) {
   seeded run;
   double x[3];
   time_values(state, -2.0, 10.0, [&] {
-    zeph::mvn_draw(run.sources.combined, x, mean, covariance, 3, 3, run.work);
+    zeph::mvn_draw(run.report, run.sources.combined, x, mean, covariance, 3, 3, run.work);
     return x[1];
   });
 }
@@ -245,7 +246,7 @@ void wishart_draw(benchmark::State& state) {
   seeded run;
   double w[9];
   time_values(state, 2000.0, 2.0 * 100.0 * 200.0, [&] {
-    zeph::wishart_draw(run.sources, w, 3, covariance, 3, 3, 200, run.work);
+    zeph::wishart_draw(run.report, run.sources, w, 3, covariance, 3, 3, 200, run.work);
     return w[4];
   });
 }
@@ -257,7 +258,7 @@ void rinvwish(benchmark::State& state) {
   seeded run;
   double w[9];
   time_values(state, 1.0 / 196.0, 2.0 / (196.0 * 196.0 * 194.0), [&] {
-    zeph::rinvwish(run.sources, w, 3, covariance, 3, 3, 200, run.work);
+    zeph::rinvwish(run.report, run.sources, w, 3, covariance, 3, 3, 200, run.work);
     return w[4] * 36.0 / 8.0;
   });
 }

@@ -1,7 +1,8 @@
+#include "listing/reporting.h"
+#include "listing/stops.h"
 #include "prepare/model_assembly.h"
 
 #include "input/model_information.h"
-#include "listing/reporting.h"
 #include "prepare/directive_lines.h"
 #include "prepare/equation_ranges.h"
 #include "prepare/factor_records.h"

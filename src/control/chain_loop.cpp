@@ -1,5 +1,8 @@
 #include "control/chain_loop.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/free_format.h"
 #include "gibbs/gibscan.h"
 #include "gibbs/trait_deviations.h"

@@ -1,5 +1,8 @@
 #include "control/directives.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "control/restrictions.h"
 #include "formats/column_format.h"
 #include "input/relationships.h"

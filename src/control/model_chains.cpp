@@ -1,5 +1,6 @@
 #include "control/model_chains.h"
 
+#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/gibscan.h"
 #include "jump/jump_rounds.h"

@@ -1,5 +1,8 @@
 #include "control/predictions.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/free_format.h"
 
 namespace zeph {

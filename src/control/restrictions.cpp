@@ -1,5 +1,6 @@
 #include "control/restrictions.h"
 
+#include "listing/listing_rows.h"
 #include "formats/column_format.h"
 
 #include <vector>

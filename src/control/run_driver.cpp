@@ -1,5 +1,10 @@
 #include "control/run_driver.h"
 
+#include "listing/listing_rows.h"
+#include "listing/reporting.h"
+#include "listing/run_log.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "control/chain_loop.h"
 #include "control/directives.h"
 #include "control/model_chains.h"

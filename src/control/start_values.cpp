@@ -1,5 +1,7 @@
 #include "control/start_values.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "numerics/packed_matrix.h"

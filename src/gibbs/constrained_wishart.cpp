@@ -1,5 +1,6 @@
 #include "gibbs/constrained_wishart.h"
 
+#include "listing/stops.h"
 #include "numerics/cholesky_family.h"
 #include "numerics/gamma_draws.h"
 #include "numerics/packed_matrix.h"
@@ -33,13 +34,12 @@ void invert(reporting& report, const mat<double>& x, mat<double>& inverse) {
 
 // T1 and T2 of the free traits: A_ll^-1 are the sums of squares of lc less their
 // regression on the constrained traits.
-void draw_free(random_sources& sources, constrained_work& w, const positions& C, std::int32_t df,
-               matrix_draw_work& matrix_work) {
-  reporting& report = *sources.combined.report;
+void draw_free(reporting& report, random_sources& sources, constrained_work& w, const positions& C,
+               std::int32_t df, matrix_draw_work& matrix_work) {
   const positions& lc = w.lists.lc;
   const std::int32_t l = size_of(lc), c = size_of(C);
   take_part(w.A, lc, lc, w.A_ll);
-  rinvwish(sources, w.T1.data(), l, w.A_ll.data(), l, l, df, matrix_work);
+  rinvwish(report, sources, w.T1.data(), l, w.A_ll.data(), l, l, df, matrix_work);
   ginverse_into(report, w.T1.data(), l, l, w.Q.data(), l, w.L1.data(), w.L2.data());
   for (std::int32_t i = 1; i <= l; ++i)
     for (std::int32_t a = 1; a <= c; ++a) {
@@ -52,7 +52,7 @@ void draw_free(random_sources& sources, constrained_work& w, const positions& C,
     }
   const std::int32_t n = l * c;
   ginverse_into(report, w.H.data(), n, n, w.V.data(), n, w.L1.data(), w.L2.data());
-  mvn_draw(sources.combined, w.x.data(), w.mean.data(), w.V.data(), n, n, matrix_work);
+  mvn_draw(report, sources.combined, w.x.data(), w.mean.data(), w.V.data(), n, n, matrix_work);
   for (std::int32_t i = 1; i <= l; ++i)
     for (std::int32_t a = 1; a <= c; ++a) w.T2(a, i) = w.x((i - 1) * c + a);
 }
@@ -80,16 +80,15 @@ void start_correlations(constrained_work& w, const double* R, std::int64_t nt) {
 
 // One step: Z inverse Wishart gives P' = D^-1 Z D^-1, D^2 its diagonal. With
 // x_i^2 S_ii chi-square on nu the powers of |P| and D cancel in the ratio.
-void step_correlations(random_sources& sources, constrained_work& w, std::int32_t nu, vec<double>& SCALE,
-                       matrix_draw_work& matrix_work) {
-  reporting& report = *sources.combined.report;
+void step_correlations(reporting& report, random_sources& sources, constrained_work& w, std::int32_t nu,
+                       vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const positions& cc = w.lists.cc;
   const std::int32_t k = size_of(cc);
   for (std::int32_t i = 1; i <= k; ++i) {
     const float chi_square = 2.0F * sgamma(sources.combined, static_cast<float>(nu) / 2.0F, sources.gamma);
     w.d(i) = std::sqrt(static_cast<double>(chi_square) / w.S_CC(i, i));
   }
-  rinvwish(sources, w.Z.data(), k, w.S_KK_inverse.data(), k, k, nu, matrix_work);
+  rinvwish(report, sources, w.Z.data(), k, w.S_KK_inverse.data(), k, k, nu, matrix_work);
   for (std::int32_t i = 1; i <= k; ++i)
     for (std::int32_t j = 1; j <= k; ++j)
       w.P_new(i, j) = i == j ? 1.0 : w.Z(i, j) / (std::sqrt(w.Z(i, i)) * std::sqrt(w.Z(j, j)));
@@ -102,17 +101,18 @@ void step_correlations(random_sources& sources, constrained_work& w, std::int32_
   for (std::int32_t i = 1; i <= k; ++i) SCALE(at(cc, i)) = std::sqrt(w.Z(i, i));
 }
 
-void draw_correlations(random_sources& sources, constrained_work& w, const double* R, std::int32_t nu,
-                       vec<double>& SCALE, matrix_draw_work& matrix_work) {
+void draw_correlations(reporting& report, random_sources& sources, constrained_work& w, const double* R,
+                       std::int32_t nu, vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const std::int32_t k = size_of(w.lists.cc);
   if (k == 1) w.P(1, 1) = 1.0;
   if (k < 2) return;
-  wishart_df_check(*sources.combined.report, nu, k);
+  wishart_df_check(report, nu, k);
   start_correlations(w, R, w.S.extent(1));
   for (std::int32_t i = 1; i <= k; ++i)
     for (std::int32_t j = 1; j <= k; ++j) w.Z(i, j) = w.S_CC(i, j);
-  invert(*sources.combined.report, w.Z, w.S_KK_inverse);
-  for (int step = 0; step < correlation_steps; ++step) step_correlations(sources, w, nu, SCALE, matrix_work);
+  invert(report, w.Z, w.S_KK_inverse);
+  for (int step = 0; step < correlation_steps; ++step)
+    step_correlations(report, sources, w, nu, SCALE, matrix_work);
 }
 
 // W_CC = P, W_Cl = P T2, W_ll = T1 + T2' P T2
@@ -197,19 +197,19 @@ void prepare_residual_draw(const model_records& m, const run_frame& f, constrain
   fit_matrix_work(report, matrix_work, static_cast<std::int32_t>(std::max({n, l, k})));
 }
 
-void rinvwish_con(random_sources& sources, constrained_work& w, const double* R, std::int32_t df,
-                  mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work) {
+void rinvwish_con(reporting& report, random_sources& sources, constrained_work& w, const double* R,
+                  std::int32_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const std::int32_t l = size_of(w.lists.lc), u = size_of(w.lists.ccu);
   const positions& C = w.lists.C;
   if (C.empty()) {
-    rinvwish(sources, W.data(), W.extent(1), w.A.data(), w.A.extent(1),
+    rinvwish(report, sources, W.data(), W.extent(1), w.A.data(), w.A.extent(1),
              static_cast<std::int32_t>(W.extent(1)), df, matrix_work);
     return;
   }
   take_part(w.S, C, C, w.S_CC);
-  invert(*sources.combined.report, w.S_CC, w.S_CC_inverse);
-  if (l > 0) draw_free(sources, w, C, df, matrix_work);
-  draw_correlations(sources, w, R, df - l + u, SCALE, matrix_work);
+  invert(report, w.S_CC, w.S_CC_inverse);
+  if (l > 0) draw_free(report, sources, w, C, df, matrix_work);
+  draw_correlations(report, sources, w, R, df - l + u, SCALE, matrix_work);
   join_parts(w, C, W);
 }
 

@@ -58,7 +58,7 @@ void prepare_residual_draw(const model_records& m, const run_frame& f, constrain
 // keeps the scale of the proposal taken last at the positions of cc. Without
 // constrained traits W is `rinvwish`(A, df). Degrees of freedom below the order of
 // a block stop as in `wishart_draw`.
-void rinvwish_con(random_sources& sources, constrained_work& work, const double* R, std::int32_t df,
-                  mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work);
+void rinvwish_con(reporting& report, random_sources& sources, constrained_work& work, const double* R,
+                  std::int32_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work);
 
 } // namespace zeph

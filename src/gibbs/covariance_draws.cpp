@@ -2,6 +2,8 @@
 
 #include "formats/free_format.h"
 #include "gibbs/constrained_wishart.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "numerics/cholesky_family.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/packed_matrix.h"
@@ -114,7 +116,7 @@ void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
   inverse_wishart_store& iw = IW_STR_of(s, k, "sample_covariances", r.report);
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
   make_scale(r.report, iw, p, "random effect", k);
-  rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
+  rinvwish(r.report, r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
            r.work.matrix_work);
   invert_drawn(r.report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
@@ -178,10 +180,11 @@ void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32
   }
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
     if (restricted)
-      rinvwish_con(r.sources, constrained, r.sampler.RCOV.slice(h), df, iw.W, iw.SCALE, r.work.matrix_work);
+      rinvwish_con(r.report, r.sources, constrained, r.sampler.RCOV.slice(h), df, iw.W, iw.SCALE,
+                   r.work.matrix_work);
     else
-      rinvwish(r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), r.model.nt, df,
-               r.work.matrix_work);
+      rinvwish(r.report, r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1),
+               r.model.nt, df, r.work.matrix_work);
     if (r.model.n_norcov == 0 || mask_drawn(r, iw.W, iw.W_INV)) return;
   }
   computation_impossible(r.report, "sample_covariances",

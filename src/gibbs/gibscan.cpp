@@ -1,5 +1,7 @@
 #include "gibbs/gibscan.h"
 
+#include "listing/listing_rows.h"
+#include "listing/run_log.h"
 #include "formats/free_format.h"
 #include "gibbs/covariance_draws.h"
 #include "gibbs/group_scan.h"

@@ -1,5 +1,9 @@
 #include "gibbs/group_scan.h"
 
+#include "listing/listing_rows.h"
+#include "listing/reporting.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/free_format.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_draws.h"

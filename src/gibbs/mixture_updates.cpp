@@ -1,5 +1,6 @@
 #include "gibbs/mixture_updates.h"
 
+#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/liability_draws.h"
 #include "gibbs/record_pass.h"

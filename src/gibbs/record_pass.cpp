@@ -1,5 +1,7 @@
 #include "gibbs/record_pass.h"
 
+#include "listing/listing_rows.h"
+#include "listing/run_log.h"
 #include "formats/free_format.h"
 #include "gibbs/record_product.h"
 #include "numerics/packed_matrix.h"

@@ -1,5 +1,6 @@
 #include "gibbs/scan_prints.h"
 
+#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 #include "gibbs/trait_deviations.h"
 
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"

@@ -1,5 +1,7 @@
 #include "input/class_effect_covariates.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 

@@ -10,11 +10,12 @@
 #pragma once
 
 #include "formats/sequential_file.h"
-#include "listing/reporting.h"
 
 #include <cstdint>
 
 namespace zeph {
+
+struct reporting;
 
 struct code_record {
   std::int32_t code = 0;

@@ -1,5 +1,7 @@
 #include "input/equation_layout.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "formats/column_format.h"
 
 #include <algorithm>

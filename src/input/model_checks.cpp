@@ -1,3 +1,4 @@
+#include "listing/stops.h"
 #include "formats/free_format.h"
 #include "input/equation_layout.h"
 #include "input/model_information.h"

@@ -1,5 +1,8 @@
 #include "input/sampler_store.h"
 
+#include "listing/stops.h"
+#include "numerics/storage_door.h"
+
 #include <algorithm>
 #include <new>
 

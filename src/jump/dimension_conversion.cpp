@@ -3,6 +3,8 @@
 #include "formats/free_format.h"
 #include "jump/conditional_wishart.h"
 #include "jump/jump_store.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "numerics/cholesky_family.h"
 #include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
@@ -51,11 +53,12 @@ std::string labelled(std::string_view label, const double* x, std::int64_t ld, s
 }
 
 // T = inverse of a Wishart matrix (df, L11).
-void draw_little(random_sources& sources, matrix_draw_work& work, conditional_wishart& c, std::int32_t df) {
+void draw_little(reporting& report, random_sources& sources, matrix_draw_work& work, conditional_wishart& c,
+                 std::int32_t df) {
   mat<double> X;
-  allocate(*sources.combined.report, X, "X", "sciwhinag", c.r, c.r);
-  wishart_draw(sources, X.data(), c.r, c.L.data(), c.n, c.r, df, work);
-  invert_or_stop(*sources.combined.report, "LittleT1", X, c.r, c.T);
+  allocate(report, X, "X", "sciwhinag", c.r, c.r);
+  wishart_draw(report, sources, X.data(), c.r, c.L.data(), c.n, c.r, df, work);
+  invert_or_stop(report, "LittleT1", X, c.r, c.T);
 }
 
 // Rows m+1..n of cov from T and the cross block x:
@@ -260,9 +263,9 @@ void fit_conversion_work(reporting& report, conversion_work& work, std::int32_t 
   allocate(report, work.w, "w", routine, n);
 }
 
-void sciwhinag(random_sources& sources, matrix_draw_work& work, std::int32_t n, std::int32_t m, double* cov,
-               std::int64_t ld, std::int32_t df, const double* scale, std::int64_t lds) {
-  reporting& report = *sources.combined.report;
+void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& work, std::int32_t n,
+               std::int32_t m, double* cov, std::int64_t ld, std::int32_t df, const double* scale,
+               std::int64_t lds) {
   conditional_wishart c;
   describe_conditional(report, c, n, m, cov, ld, scale, lds);
   if (n > unprinted_order) {
@@ -271,11 +274,11 @@ void sciwhinag(random_sources& sources, matrix_draw_work& work, std::int32_t n, 
     say(report, labelled("", scale, lds, n));
   }
   invert_or_stop(report, "T3inv", c.V, m, c.Vinv);
-  draw_little(sources, work, c, df);
+  draw_little(report, sources, work, c, df);
   invert_or_stop(report, "Lambda11", c.L, c.r, c.L11i);
   find_moments(c);
   describe_cross_block(c);
-  mvn_draw(sources.combined, c.x.data(), c.mean.data(), c.cov.data(), c.cov.extent(1), c.r * m, work);
+  mvn_draw(report, sources.combined, c.x.data(), c.mean.data(), c.cov.data(), c.cov.extent(1), c.r * m, work);
   assemble(c, cov, ld);
   test_sampled(report, c, cov, ld);
   if (n > unprinted_order) {

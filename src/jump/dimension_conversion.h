@@ -43,8 +43,9 @@ struct conversion_terms {
 // `wishart_draw` of order n - m, then one `mvn_draw` of (n - m) m. A block without
 // inverse is told ("T3inv", "LittleT1", "Lambda11" "not p.d."; "npd matrix
 // sampled"), stop, code 16; df below n - m stops as told by wishart_draw.
-void sciwhinag(random_sources& sources, matrix_draw_work& work, std::int32_t n, std::int32_t m, double* cov,
-               std::int64_t ld, std::int32_t df, const double* scale, std::int64_t lds);
+void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& work, std::int32_t n,
+               std::int32_t m, double* cov, std::int64_t ld, std::int32_t df, const double* scale,
+               std::int64_t lds);
 
 // For identity factors; jump.large_model, jump.cov_new and jump.jump_down tell the move.
 // sol(l,n) is normal given sol(l,1..m) with row n of the matrix:

@@ -1,5 +1,7 @@
 #include "jump/jump_densities.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "formats/free_format.h"
 #include "jump/conditional_wishart.h"
 #include "numerics/packed_matrix.h"

@@ -2,11 +2,11 @@
 // leading dimension ld; only their leading n x n parts are read.
 #pragma once
 
-#include "listing/reporting.h"
-
 #include <cstdint>
 
 namespace zeph {
+
+struct reporting;
 
 // ln Gamma(a), a > 0, by six terms of the series of C. Lanczos, A precision
 // approximation of the gamma function, SIAM Journal on Numerical Analysis B 1

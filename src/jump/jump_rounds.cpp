@@ -5,6 +5,9 @@
 #include "gibbs/record_pass.h"
 #include "jump/jump_setup.h"
 #include "jump/model_moves.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -100,8 +103,9 @@ void convert_dimension(jump_records& r) {
   unpack_drawn_matrix(r);
   scale_proposal(r);
   if (!jump.jump_down)
-    sciwhinag(r.scan.sources, jump.conversion.matrix_work, jump.imax, jump.imax - 1, jump.cov_new.data(),
-              jump.cov_new.extent(1), r.frame.prodf, jump.prop_scale.data(), jump.prop_scale.extent(1));
+    sciwhinag(r.scan.report, r.scan.sources, jump.conversion.matrix_work, jump.imax, jump.imax - 1,
+              jump.cov_new.data(), jump.cov_new.extent(1), r.frame.prodf, jump.prop_scale.data(),
+              jump.prop_scale.extent(1));
   const double* sol = r.scan.sampler.sol.data() + r.model.NBEGRA(k);
   jump.jacobian = 0;
   jump.prop_z.fill(0.0);

@@ -1,5 +1,8 @@
 #include "jump/jump_setup.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "input/relationships.h"
 #include "jump/pedigree_order.h"
 #include "numerics/packed_matrix.h"

@@ -1,5 +1,6 @@
 #include "jump/model_moves.h"
 
+#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/covariance_draws.h"
 #include "gibbs/record_product.h"

@@ -1,5 +1,7 @@
 #include "jump/pedigree_order.h"
 
+#include "listing/stops.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>

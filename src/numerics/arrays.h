@@ -7,7 +7,7 @@
 // m.col(j) is the raw pointer to column j; its element i is col[i-1].
 #pragma once
 
-#include "listing/reporting.h"
+#include "numerics/storage_door.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -153,12 +153,6 @@ template <class T> using vec = array<T, 1>;
 template <class T> using mat = array<T, 2>;
 template <class T> using cube = array<T, 3>;
 using logical = std::uint8_t; // a logical of the run, 0 or 1
-
-// Asks the door; counts the call. False when a test wants this call to fail.
-inline bool door_opens(reporting& report) {
-  ++report.door.calls;
-  return report.door.calls != report.door.fail_at;
-}
 
 // Allocates `x` with the given axes (sizes, or range(low, high)), zero-filled.
 // A failure goes to the allocation report under the two names, code 16.

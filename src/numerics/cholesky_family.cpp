@@ -1,5 +1,8 @@
 #include "numerics/cholesky_family.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "numerics/storage_door.h"
 #include "formats/free_format.h"
 
 #include <cmath>

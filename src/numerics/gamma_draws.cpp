@@ -1,5 +1,6 @@
 #include "numerics/gamma_draws.h"
 
+#include "listing/stops.h"
 #include "formats/free_format.h"
 #include "numerics/normal_draws.h"
 #include "numerics/published_tables.h"

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "numerics/arrays.h"
+#include "numerics/storage_door.h"
 
 #include <algorithm>
 #include <utility>

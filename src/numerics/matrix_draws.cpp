@@ -1,6 +1,8 @@
 #include "numerics/matrix_draws.h"
 
 #include "formats/free_format.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "numerics/cholesky_family.h"
 #include "numerics/gamma_draws.h"
 #include "numerics/normal_draws.h"
@@ -86,11 +88,11 @@ void ranmar_genmn(marsaglia_source& source, const double* parm, double* x, doubl
   }
 }
 
-void mvn_draw(combined_source& source, double* x, const double* mean, const double* cov, std::int64_t ldcov,
-              std::int32_t n, matrix_draw_work& work) {
+void mvn_draw(reporting& report, combined_source& source, double* x, const double* mean, const double* cov,
+              std::int64_t ldcov, std::int32_t n, matrix_draw_work& work) {
   if (n <= 0) return;
-  fit_matrix_work(*source.report, work, n);
-  const double* l = lower_factor(*source.report, cov, ldcov, n, work);
+  fit_matrix_work(report, work, n);
+  const double* l = lower_factor(report, cov, ldcov, n, work);
   double* z = work.z.data();
   for (std::int64_t i = 0; i < n; ++i) z[i] = static_cast<double>(snorm(source));
   for (std::int64_t i = 0; i < n; ++i) {
@@ -105,9 +107,9 @@ void wishart_df_check(reporting& report, std::int32_t df, std::int32_t n) {
   computation_impossible(report, "wishart_draw", fmt::format("df = {} below order {}", df, n));
 }
 
-void wishart_draw(random_sources& sources, double* w, std::int64_t ldw, const double* scale,
-                  std::int64_t ldscale, std::int32_t n, std::int32_t df, matrix_draw_work& work) {
-  reporting& report = *sources.combined.report;
+void wishart_draw(reporting& report, random_sources& sources, double* w, std::int64_t ldw,
+                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int32_t df,
+                  matrix_draw_work& work) {
   wishart_df_check(report, df, n);
   fit_matrix_work(report, work, n);
   const double* t = bartlett_factor(sources, n, df, work);
@@ -127,10 +129,10 @@ void wishart_draw(random_sources& sources, double* w, std::int64_t ldw, const do
     }
 }
 
-void rinvwish(random_sources& sources, double* w, std::int64_t ldw, const double* S, std::int64_t lds,
-              std::int32_t n, std::int32_t df, matrix_draw_work& work) {
-  wishart_draw(sources, w, ldw, S, lds, n, df, work);
-  ginverse_into(*sources.combined.report, w, ldw, n, w, ldw, work.L.data(), work.T.data());
+void rinvwish(reporting& report, random_sources& sources, double* w, std::int64_t ldw, const double* S,
+              std::int64_t lds, std::int32_t n, std::int32_t df, matrix_draw_work& work) {
+  wishart_draw(report, sources, w, ldw, S, lds, n, df, work);
+  ginverse_into(report, w, ldw, n, w, ldw, work.L.data(), work.T.data());
 }
 
 } // namespace zeph

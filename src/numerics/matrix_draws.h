@@ -43,9 +43,9 @@ void ranmar_genmn(marsaglia_source& source, const double* parm, double* x, doubl
 // ---- From the combined source ----
 
 // x = mean + L z, L = `chol_of`(cov) of order n, z(i) = snorm, i ascending. cov may
-// be singular; a negative pivot stops as told there. n <= 0: nothing happens.
-void mvn_draw(combined_source& source, double* x, const double* mean, const double* cov, std::int64_t ldcov,
-              std::int32_t n, matrix_draw_work& work);
+// be singular; a negative pivot stops as `chol_of` does. n <= 0: nothing happens.
+void mvn_draw(reporting& report, combined_source& source, double* x, const double* mean, const double* cov,
+              std::int64_t ldcov, std::int32_t n, matrix_draw_work& work);
 
 // Stops unless a Wishart matrix of order n has df >= n degrees of freedom:
 // "Computation impossible in wishart_draw: df = .. below order ..", code 16.
@@ -57,12 +57,13 @@ void wishart_df_check(reporting& report, std::int32_t df, std::int32_t n);
 // T(i,i) = sqrt(2 sgamma((df - i + 1)/2)), T(i,j) = snorm for j < i. Shape, gamma
 // deviate and its double are 32-bit numbers, widened before the root.
 // df < n stops before anything is drawn.
-void wishart_draw(random_sources& sources, double* w, std::int64_t ldw, const double* scale,
-                  std::int64_t ldscale, std::int32_t n, std::int32_t df, matrix_draw_work& work);
+void wishart_draw(reporting& report, random_sources& sources, double* w, std::int64_t ldw,
+                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int32_t df,
+                  matrix_draw_work& work);
 
 // w = `ginverse_of`(`wishart_draw`(S, df)): an inverse Wishart matrix. S is the
 // inverse of the sums of squares; with df > n+1 the mean is S^-1 / (df - n - 1).
-void rinvwish(random_sources& sources, double* w, std::int64_t ldw, const double* S, std::int64_t lds,
-              std::int32_t n, std::int32_t df, matrix_draw_work& work);
+void rinvwish(reporting& report, random_sources& sources, double* w, std::int64_t ldw, const double* S,
+              std::int64_t lds, std::int32_t n, std::int32_t df, matrix_draw_work& work);
 
 } // namespace zeph

@@ -1,5 +1,7 @@
 #include "numerics/normal_functions.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "numerics/published_tables.h"
 
 #include <cmath>

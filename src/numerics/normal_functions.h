@@ -1,9 +1,9 @@
 // Functions of the normal distribution.
 #pragma once
 
-#include "listing/reporting.h"
-
 namespace zeph {
+
+struct reporting;
 
 // Lower tail P(Z < x), upper tail P(Z > x) and density of the standard normal
 // distribution at x. The smaller tail is formed directly, the larger one as 1

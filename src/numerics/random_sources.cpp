@@ -1,5 +1,7 @@
 #include "numerics/random_sources.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "formats/free_format.h"
 
 #include <algorithm>

@@ -11,16 +11,18 @@
 //   Transactions on Mathematical Software 17 (1991) 98-111.
 //
 // A source belongs to one run and is handed on by reference. It knows where the
-// run reports: the stops named here print their text and end with code 16.
+// run reports, for the stops of its own draws alone (here, gamma_draws, normal_draws):
+// they print their text and end with code 16.
 #pragma once
 
 #include "formats/sequential_file.h"
-#include "listing/reporting.h"
 
 #include <array>
 #include <cstdint>
 
 namespace zeph {
+
+struct reporting;
 
 // ---- Marsaglia source ----
 

@@ -1,5 +1,6 @@
 #include "results/deviance.h"
 
+#include "listing/listing_rows.h"
 #include "formats/column_format.h"
 #include "numerics/packed_matrix.h"
 

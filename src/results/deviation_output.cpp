@@ -1,5 +1,9 @@
 #include "results/deviation_output.h"
 
+#include "listing/listing_rows.h"
+#include "listing/reporting.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"

@@ -1,5 +1,8 @@
 #include "results/final_reports.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/whole_file.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"

@@ -1,5 +1,8 @@
 #include "results/model_fit.h"
 
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 

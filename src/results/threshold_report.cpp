@@ -1,5 +1,6 @@
 #include "results/threshold_report.h"
 
+#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 
 #include <cmath>

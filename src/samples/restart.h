@@ -23,10 +23,11 @@
 #include "input/equation_layout.h"
 #include "input/run_frame.h"
 #include "input/sampler_store.h"
-#include "listing/reporting.h"
 #include "numerics/random_sources.h"
 
 namespace zeph {
+
+struct reporting;
 
 // Writes all of `sol`. A failure is a write_fault.
 void write_lastsol(const equation_layout& layout, const sampler_store& store, reporting& report);

@@ -47,7 +47,7 @@ struct draw_case {
   }
   // The next matrix of the chain, which stands in R.
   const mat<double>& next(std::int32_t df) {
-    rinvwish_con(sources, work, R.data(), df, W, SCALE, matrix_work);
+    rinvwish_con(run.report, sources, work, R.data(), df, W, SCALE, matrix_work);
     std::copy(W.begin(), W.end(), R.begin());
     return W;
   }
@@ -134,13 +134,13 @@ TEST(rinvwish_con, is_the_plain_draw_without_constrained_traits) {
   draw_case c({{1, 2, 3, 4}, {}, {}, {}}, four, 4);
   c.work.A.fill(0.0);
   for (std::int32_t i = 1; i <= 4; ++i) c.work.A(i, i) = 0.1 * i;
-  rinvwish_con(c.sources, c.work, c.R.data(), 20, c.W, c.SCALE, c.matrix_work);
+  rinvwish_con(c.report, c.sources, c.work, c.R.data(), 20, c.W, c.SCALE, c.matrix_work);
   heard_run quiet;
   random_sources again{quiet.report};
   SETALL(again.combined, 4711, 1234567);
   mat<double> plain;
   plain.take(4, 4);
-  rinvwish(again, plain.data(), 4, c.work.A.data(), 4, 4, 20, c.matrix_work);
+  rinvwish(quiet.report, again, plain.data(), 4, c.work.A.data(), 4, 4, 20, c.matrix_work);
   for (std::int64_t i = 0; i < 16; ++i) EXPECT_EQ(plain.data()[i], c.W.data()[i]);
 }
 

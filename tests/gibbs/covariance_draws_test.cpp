@@ -287,7 +287,7 @@ TEST(sample_covariances, draw_from_the_combined_source_factors_first_then_residu
       for (std::int32_t j = 1; j <= p; ++j) S(i, j) = c.s.sscp(ihmij(i, j, p), k);
     const dense_matrix inverse = dense_inverse(S).inverse;
     std::vector<double> w(static_cast<std::size_t>(p * p));
-    rinvwish(same, w.data(), p, inverse.cells.data(), p, p, df[k - 1], work);
+    rinvwish(other.report, same, w.data(), p, inverse.cells.data(), p, p, df[k - 1], work);
     expected.push_back(w);
   }
   c.draw();
@@ -336,7 +336,7 @@ TEST(sample_covariances, skip_a_factor_without_rows_in_the_model) {
   fit_matrix_work(other.report, work, 2);
   double w = 0;
   const double S = 1.0 / 2.5;
-  rinvwish(same, &w, 1, &S, 1, 1, 28, work);
+  rinvwish(other.report, same, &w, 1, &S, 1, 1, 28, work);
   EXPECT_NEAR(without.s.sscp(1, 2), w, 1e-14);
 }
 

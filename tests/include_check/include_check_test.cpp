@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,19 @@ TEST(include_check, a_source_includes_its_own_header_first) {
         own_includes(fs::path(zeph_test::source_folder()) / "src" / name);
     ASSERT_FALSE(includes.empty()) << name;
     EXPECT_EQ(includes.front(), header) << name;
+  }
+}
+
+// Only the draws of the sources themselves may end the run through a source; all others are handed the report.
+TEST(include_check, nobody_reaches_the_listing_through_a_random_source) {
+  const std::regex through_a_source(R"(\b(source|sources|combined|marsaglia)(\.|->)report\b)");
+  for (const std::string& name : sources()) {
+    if (name == "numerics/random_sources.cpp" || name == "numerics/gamma_draws.cpp" ||
+        name == "numerics/normal_draws.cpp")
+      continue;
+    std::ifstream in(fs::path(zeph_test::source_folder()) / "src" / name);
+    for (std::string line; std::getline(in, line);)
+      EXPECT_FALSE(std::regex_search(line, through_a_source)) << name << ": " << line;
   }
 }
 

@@ -2,6 +2,7 @@
 // that is kept, and the stops of a call as exit codes.
 #pragma once
 
+#include "listing/reporting.h"
 #include "support/check.h"
 #include "support/scratch_directory.h"
 

@@ -29,7 +29,7 @@ struct drawing {
     dense_matrix cov(n);
     for (std::int32_t i = 1; i <= m; ++i)
       for (std::int32_t j = 1; j <= m; ++j) cov(i, j) = given(i, j);
-    sciwhinag(sources, work, n, m, cov.cells.data(), n, df, scale.cells.data(), n);
+    sciwhinag(run.report, sources, work, n, m, cov.cells.data(), n, df, scale.cells.data(), n);
     return cov;
   }
   heard_run run;

@@ -142,7 +142,7 @@ TEST(mvn_draw, is_the_mean_and_the_factor_times_normals) {
   const matrix wide = in_wider_array(three, 3, 4);
   double x[3], z[3];
   for (int draw = 0; draw < 100; ++draw) {
-    mvn_draw(run.ranlib, x, mean_3, wide.data(), 4, 3, run.work);
+    mvn_draw(run.report, run.ranlib, x, mean_3, wide.data(), 4, 3, run.work);
     for (double& v : z) v = static_cast<double>(snorm(twin.ranlib));
     EXPECT_EQ(x[0], 1.0 + 2.0 * z[0]);
     EXPECT_EQ(x[1], -2.0 + (z[0] + 3.0 * z[1]));
@@ -155,7 +155,7 @@ TEST(mvn_draw, has_its_mean_and_covariances) {
   double x[3];
   sums s;
   for (int draw = 0; draw < 200000; ++draw) {
-    mvn_draw(run.ranlib, x, mean_3, three.data(), 3, 3, run.work);
+    mvn_draw(run.report, run.ranlib, x, mean_3, three.data(), 3, 3, run.work);
     s.add(x, mean_3);
   }
   s.expect_normal(three);
@@ -166,17 +166,19 @@ TEST(mvn_draw, of_a_singular_covariance_stays_in_its_plane) {
   const matrix ones = {1, 1, 1, 1};
   double x[2];
   for (int draw = 0; draw < 100; ++draw) {
-    mvn_draw(run.ranlib, x, mean_3, ones.data(), 2, 2, run.work);
+    mvn_draw(run.report, run.ranlib, x, mean_3, ones.data(), 2, 2, run.work);
     EXPECT_NEAR(x[0] - x[1], 3.0, 1e-14);
   }
   const matrix indefinite = {1, 2, 2, 1};
-  EXPECT_EQ(run.exit_code([&] { mvn_draw(run.ranlib, x, mean_3, indefinite.data(), 2, 2, run.work); }), 16);
+  EXPECT_EQ(
+      run.exit_code([&] { mvn_draw(run.report, run.ranlib, x, mean_3, indefinite.data(), 2, 2, run.work); }),
+      16);
   EXPECT_EQ(run.out.str(), " Matrix not semipositive-definite, row            2\n");
 }
 
 TEST(mvn_draw, of_no_variables_draws_nothing) {
   seeded run, untouched;
-  mvn_draw(run.ranlib, nullptr, nullptr, nullptr, 1, 0, run.work);
+  mvn_draw(run.report, run.ranlib, nullptr, nullptr, nullptr, 1, 0, run.work);
   EXPECT_EQ(ranf(run.ranlib), ranf(untouched.ranlib));
 }
 
@@ -192,7 +194,7 @@ TEST(wishart_draw, is_made_of_bartletts_numbers_in_their_order) {
   matrix w(15, std::nan(""));
   const matrix wide = in_wider_array(three, 3, 4);
   for (int draw = 0; draw < 200; ++draw) {
-    wishart_draw(run.sources, w.data(), 5, wide.data(), 4, 3, df, run.work);
+    wishart_draw(run.report, run.sources, w.data(), 5, wide.data(), 4, 3, df, run.work);
     double T[3][3] = {}, B[3][3] = {};
     for (int i = 0; i < 3; ++i) {
       const float chi_square = 2.0F * sgamma(twin.ranlib, static_cast<float>(df - i) / 2.0F, cache);
@@ -221,7 +223,7 @@ TEST(wishart_draw, has_bartletts_mean_and_chi_square_contrasts) {
     const double c[3][3] = {{1, 0, 0}, {1, -1, 2}, {0.3, 0.2, 1}};
     std::vector<double> contrast[3];
     for (int draw = 0; draw < n; ++draw) {
-      wishart_draw(run.sources, w.data(), 3, three.data(), 3, 3, df, run.work);
+      wishart_draw(run.report, run.sources, w.data(), 3, three.data(), 3, 3, df, run.work);
       for (std::size_t i = 0; i < 9; ++i) sum[i] += w[i];
       for (int k = 0; k < 3; ++k) {
         double of_w = 0.0, of_s = 0.0;
@@ -252,7 +254,7 @@ TEST(wishart_draw, has_the_law_of_its_determinant) {
   matrix w(9);
   double sum = 0.0;
   for (int draw = 0; draw < n; ++draw) {
-    wishart_draw(run.sources, w.data(), 3, three.data(), 3, 3, df, run.work);
+    wishart_draw(run.report, run.sources, w.data(), 3, three.data(), 3, 3, df, run.work);
     sum += det_of(run.report, w.data(), 3, 3) / 36.0; // |S| = (2 3 1)^2
   }
   const double mean = 12.0 * 11.0 * 10.0, second = mean * 14.0 * 13.0 * 12.0;
@@ -265,7 +267,7 @@ TEST(wishart_draw, of_order_1_is_a_scaled_chi_square) {
   const double scale = 2.25;
   double w;
   for (int draw = 0; draw < 100; ++draw) {
-    wishart_draw(run.sources, &w, 1, &scale, 1, 1, 5, run.work);
+    wishart_draw(run.report, run.sources, &w, 1, &scale, 1, 1, 5, run.work);
     const double chi_square = static_cast<double>(2.0F * sgamma(twin.ranlib, 2.5F, cache));
     EXPECT_NEAR(w, scale * chi_square, 1e-14 * w);
   }
@@ -275,16 +277,22 @@ TEST(wishart_draw, below_its_order_stops_and_draws_nothing) {
   for (const int df : {2, 0, -5}) {
     seeded run, untouched;
     matrix w(9);
-    EXPECT_EQ(
-        run.exit_code([&] { wishart_draw(run.sources, w.data(), 3, three.data(), 3, 3, df, run.work); }), 16);
+    EXPECT_EQ(run.exit_code([&] {
+      wishart_draw(run.report, run.sources, w.data(), 3, three.data(), 3, 3, df, run.work);
+    }),
+              16);
     EXPECT_EQ(run.out.str(), "\nERROR - Computation impossible in wishart_draw: df = " + std::to_string(df) +
                                  " below order 3\n\nZEPH terminates.\n");
     EXPECT_EQ(ranf(run.ranlib), ranf(untouched.ranlib));
   }
   seeded run;
   matrix w(9);
-  EXPECT_EQ(run.exit_code([&] { rinvwish(run.sources, w.data(), 3, three.data(), 3, 3, 2, run.work); }), 16);
-  EXPECT_EQ(run.exit_code([&] { rinvwish(run.sources, w.data(), 3, three.data(), 3, 3, 3, run.work); }), 0);
+  EXPECT_EQ(
+      run.exit_code([&] { rinvwish(run.report, run.sources, w.data(), 3, three.data(), 3, 3, 2, run.work); }),
+      16);
+  EXPECT_EQ(
+      run.exit_code([&] { rinvwish(run.report, run.sources, w.data(), 3, three.data(), 3, 3, 3, run.work); }),
+      0);
 }
 
 // ---- inverse Wishart ----
@@ -293,8 +301,8 @@ TEST(rinvwish, is_the_inverse_of_the_wishart_draw) {
   seeded run, twin;
   matrix x(9), w(9);
   for (int draw = 0; draw < 200; ++draw) {
-    rinvwish(run.sources, x.data(), 3, three.data(), 3, 3, 6, run.work);
-    wishart_draw(twin.sources, w.data(), 3, three.data(), 3, 3, 6, twin.work);
+    rinvwish(run.report, run.sources, x.data(), 3, three.data(), 3, 3, 6, run.work);
+    wishart_draw(twin.report, twin.sources, w.data(), 3, three.data(), 3, 3, 6, twin.work);
     const mat<double> g = ginverse_of(run.report, w.data(), 3, 3);
     for (std::size_t i = 0; i < 9; ++i) EXPECT_EQ(x[i], g.data()[i]);
   }
@@ -313,7 +321,7 @@ TEST(rinvwish, has_its_mean_and_chi_square_contrasts) {
   const double c[] = {1.0, -1.0, 2.0};
   std::vector<double> contrast;
   for (int draw = 0; draw < n; ++draw) {
-    rinvwish(run.sources, x.data(), 3, S.data(), 3, 3, df, run.work);
+    rinvwish(run.report, run.sources, x.data(), 3, S.data(), 3, 3, df, run.work);
     double of_x = 0.0, of_p = 0.0;
     for (int i = 0; i < 9; ++i) {
       sum[static_cast<std::size_t>(i)] += x[static_cast<std::size_t>(i)];
@@ -337,12 +345,12 @@ TEST(matrix_draw_work, is_taken_once_for_the_largest_order) {
   seeded run;
   matrix w(9);
   double parm[10], x[3], work[3];
-  wishart_draw(run.sources, w.data(), 3, three.data(), 3, 3, 5, run.work);
+  wishart_draw(run.report, run.sources, w.data(), 3, three.data(), 3, 3, 5, run.work);
   const std::int64_t calls = run.report.door.calls;
   for (int draw = 0; draw < 10; ++draw) {
-    rinvwish(run.sources, w.data(), 3, three.data(), 3, 3, 5, run.work);
-    rinvwish(run.sources, w.data(), 2, three.data(), 3, 2, 5, run.work);
-    mvn_draw(run.ranlib, x, mean_3, three.data(), 3, 3, run.work);
+    rinvwish(run.report, run.sources, w.data(), 3, three.data(), 3, 3, 5, run.work);
+    rinvwish(run.report, run.sources, w.data(), 2, three.data(), 3, 2, 5, run.work);
+    mvn_draw(run.report, run.ranlib, x, mean_3, three.data(), 3, 3, run.work);
     ranmar_setgmn(run.report, mean_3, three.data(), 3, 3, parm, run.work);
     ranmar_genmn(run.ranmar, parm, x, work);
   }

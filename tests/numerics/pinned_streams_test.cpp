@@ -101,7 +101,7 @@ TEST(pinned_streams, of_normal_draws_of_the_combined_source) {
   expect_stream("GEN_TRUNC_NORMAL", of_ranlib + ", bounds -1 and 2.5, mean 0.5, variance 2",
                 twenty([&] { return GEN_TRUNC_NORMAL(truncated.ranlib, -1.0, 2.5, 0.5, 2.0); }));
   expect_stream("mvn_draw", of_ranlib + ", order 3", twenty_elements(3, [&](double* x) {
-                  mvn_draw(mvn.ranlib, x, mean, covariance, 3, 3, mvn.work);
+                  mvn_draw(mvn.report, mvn.ranlib, x, mean, covariance, 3, 3, mvn.work);
                 }));
 }
 
@@ -123,10 +123,10 @@ TEST(pinned_streams, of_exponential_and_gamma_draws) {
 TEST(pinned_streams, of_matrix_draws) {
   seeded wishart, inverse;
   expect_stream("wishart_draw", of_ranlib + ", order 3, df 7", twenty_elements(9, [&](double* w) {
-                  wishart_draw(wishart.sources, w, 3, covariance, 3, 3, 7, wishart.work);
+                  wishart_draw(wishart.report, wishart.sources, w, 3, covariance, 3, 3, 7, wishart.work);
                 }));
   expect_stream("rinvwish", of_ranlib + ", order 3, df 7", twenty_elements(9, [&](double* w) {
-                  rinvwish(inverse.sources, w, 3, covariance, 3, 3, 7, inverse.work);
+                  rinvwish(inverse.report, inverse.sources, w, 3, covariance, 3, 3, 7, inverse.work);
                 }));
 }
 

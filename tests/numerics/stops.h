@@ -2,6 +2,8 @@
 #pragma once
 
 #include "listing/reporting.h"
+#include "listing/stops.h"
+
 
 #include <filesystem>
 #include <sstream>

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "listing/reporting.h"
+#include "listing/stops.h"
 #include "support/places.h"
 
 #include <gtest/gtest.h>
