@@ -68,6 +68,22 @@ test_that("places that can't be written are told, and exports of nothing", {
   expect_false(any(file.exists(file.path(root, c("c", "n.nc")))))
 })
 
+# What is printed is for a reader who may leave (`| head`); the exit code and the page are for others, too.
+test_that("a reader that closes its end early costs neither the page nor a message", {
+  root <- study()
+  errors <- file.path(root, "errors")
+  piped <- function(words) {
+    command <- sprintf("%s %s 2> %s | true; exit ${PIPESTATUS[0]}", shQuote(file.path(programs, "zeph-report")),
+      paste(shQuote(words), collapse = " "), shQuote(errors))
+    system2("bash", c("-c", shQuote(command)))
+  }
+  for (words in list(root, "--help", "--version")) {
+    expect_equal(piped(words), 0L, label = words)
+    expect_equal(readLines(errors), character(0), label = words)
+  }
+  expect_true(file.exists(file.path(root, "report.html")))
+})
+
 test_that("what is missing on the machine is told", {
   kept <- needed_packages
   assign("needed_packages", c("stats", "not.a.Package"), globalenv())

@@ -3,11 +3,11 @@
 # Runs the command; gives the exit code.
 report_command <- function(words, home) {
   if ("--help" %in% words) {
-    cat(usage_text)
+    say(usage_text)
     return(0L)
   }
   if ("--version" %in% words) {
-    cat("zeph-report ", report_version, "\n", sep = "")
+    say("zeph-report ", report_version, "\n")
     return(0L)
   }
   tryCatch({
@@ -136,15 +136,23 @@ write_report <- function(report, arguments, home) {
     export_netcdf(arguments$netcdf, draws, joined$used, report$model$title, joined$rounds)
   page <- if (is.null(arguments$html)) file.path(report$place$shown, "report.html") else arguments$html
   write_page(report, page, home)
-  cat("Page: ", page, "\n", sep = "")
+  say("Page: ", page, "\n")
   if (length(none) > 0) stop_report("no draws for ", paste(none, collapse = " and "), status = 1L)
+}
+
+# Prints to the screen. A reader that closes its end early (`| head`) loses the rest of the text and stops nothing: R
+# makes an error of the signal, known by its message in the user's language.
+say <- function(...) {
+  tryCatch(cat(..., sep = ""), error = function(e) {
+    if (conditionMessage(e) != gettext("ignoring SIGPIPE signal", domain = "R")) stop(e)
+  })
 }
 
 print_verdict <- function(report) {
   v <- report$verdict
-  cat(verdict_head(v), "\n", sep = "")
+  say(verdict_head(v), "\n")
   notes <- sprintf("note: %s", report$remarks)
-  for (line in c(v$lines, v$command, notes)) cat("  ", line, "\n", sep = "")
+  for (line in c(v$lines, v$command, notes)) say("  ", line, "\n")
 }
 
 # The tables of --csv by file name.
