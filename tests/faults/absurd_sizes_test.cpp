@@ -2,6 +2,7 @@
 // near 2^31, products beyond 64 bits, arrays of more bytes than there are. Each ends
 // with the allocation report or the message of the input, never by a signal.
 #include "faults/child_program.h"
+#include "support/skip_reasons.h"
 
 #include <algorithm>
 #include <cstring>
@@ -58,7 +59,7 @@ bool tells_input(const std::string& listing, const std::string& item = {}) {
 class work_of_absurd_sizes : public testing::Test {
 protected:
   void SetUp() override {
-    if (!calls_can_fail()) GTEST_SKIP() << "sanitizers take more than a gigabyte";
+    if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   }
   // MODINF of a directory that runs as it stands.
   std::string modinf_of(const std::string& work) {

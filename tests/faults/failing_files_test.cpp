@@ -1,6 +1,7 @@
 // Each call by which a run writes its files fails once: the listing names the file,
 // the exit code is 16, and what was written stays whole.
 #include "faults/small_runs.h"
+#include "support/skip_reasons.h"
 
 namespace {
 
@@ -9,7 +10,7 @@ using namespace zeph_test;
 class each_run : public testing::TestWithParam<small_run> {
 protected:
   void SetUp() override {
-    if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+    if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   }
   void fail_every(const std::string& kind) {
     prepared_run run(GetParam());

@@ -1,6 +1,7 @@
 // zeph-prepare, when the files of the work directory can't be written: code 2 and the
 // file on standard error; a directory prepared before stays as it was, whole.
 #include "faults/small_runs.h"
+#include "support/skip_reasons.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ void expect_told(const child_end& end, const std::string& what) {
 class failing_preparation : public testing::TestWithParam<const char*> {};
 
 TEST_P(failing_preparation, leaves_the_former_directory) {
-  if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const std::string kind = GetParam();
   const preparation p;
   const long calls = p.calls(kind);
@@ -73,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(by, failing_preparation, testing::Values("write", "full
 
 // Once names are given, files are whole, each the former or the new one.
 TEST(a_preparation_that_can_not_name_a_file, leaves_whole_files) {
-  if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const preparation p;
   const long calls = p.calls("rename");
   EXPECT_GE(calls, 8);
@@ -94,7 +95,7 @@ TEST(a_preparation_that_can_not_name_a_file, leaves_whole_files) {
 }
 
 TEST(a_preparation_without_storage, ends_with_words) {
-  if (!calls_can_fail()) GTEST_SKIP() << "the sanitizer owns the allocator";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const preparation p;
   const long calls = p.calls("storage");
   const long step = std::getenv("ZEPH_EVERY_FAULT") != nullptr ? 1 : std::max(calls / 60, 1L);
@@ -124,7 +125,7 @@ TEST(a_preparation_with_a_limit_of_file_sizes, names_the_file) {
 }
 
 TEST(a_preparation_whose_screen_is_full, has_code_2) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << no_dev_full;
   const preparation p;
   child_options with;
   with.listing = "/dev/full";

@@ -3,6 +3,7 @@
 // Beyond it every other request of the whole program fails: no run ends by a signal.
 #include "control/run_driver.h"
 #include "faults/small_runs.h"
+#include "support/skip_reasons.h"
 
 namespace {
 
@@ -55,7 +56,7 @@ TEST_P(each_run_without_storage, names_variable_and_routine_of_each_array) {
 
 // Every k-th request of the process, k such that some 40 runs are made.
 TEST_P(each_run_without_storage, ends_with_words_whatever_request_fails) {
-  if (!calls_can_fail()) GTEST_SKIP() << "the sanitizer owns the allocator";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   prepared_run run(GetParam());
   const long calls = run.calls("storage");
   ASSERT_GT(calls, 100);

@@ -2,6 +2,7 @@
 // screen; the work directory stays as it is, and the next call says what it finds. The programs that zeph-chains starts
 // have the same fault, each at its own call of that number.
 #include "faults/small_runs.h"
+#include "support/skip_reasons.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ bool is_told(const std::string& said) {
 class failing_study : public testing::TestWithParam<const char*> {};
 
 TEST_P(failing_study, tells_its_fault_and_the_next_call_what_it_finds) {
-  if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const std::string kind = GetParam();
   const prepared_study p;
   const long calls = p.calls(kind);
@@ -85,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(by, failing_study, testing::Values("read", "write", "re
 
 // A read that fails for a moment, as on a disk of a network, does not end the watch.
 TEST(a_read_of_zeph_watch_that_fails, is_told_at_the_begin_and_made_again_later) {
-  if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const prepared_study p;
   EXPECT_EQ(p.run().code, 0);
   for (const long n : {1, 3, 5, 7}) {
@@ -104,7 +105,7 @@ TEST(a_read_of_zeph_watch_that_fails, is_told_at_the_begin_and_made_again_later)
 
 // In the words of the library: there is no storage for others.
 TEST(storage_that_is_not_there, ends_the_companions_with_code_1) {
-  if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const prepared_study p;
   EXPECT_EQ(p.run().code, 0);
   for (const char* name : {"zeph-chains", "zeph-watch"}) {
@@ -119,7 +120,7 @@ TEST(storage_that_is_not_there, ends_the_companions_with_code_1) {
 }
 
 TEST(a_chain_that_can_not_be_started, is_told_and_the_others_run) {
-  if (!calls_can_fail()) GTEST_SKIP() << "no library can be put before the sanitizer's";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const prepared_study p;
   child_options with;
   with.fault = {"fork", 2};

@@ -1,6 +1,7 @@
 // Disks that are full, directories and files that can't be written: real ones, in
 // place of calls that fail.
 #include "faults/small_runs.h"
+#include "support/skip_reasons.h"
 
 #include <sys/mount.h>
 
@@ -57,7 +58,7 @@ TEST(a_run_with_a_limit_of_file_sizes, tells_it_where_the_listing_can_not) {
 }
 
 TEST(a_run_whose_listing_goes_nowhere, leaves_its_files_and_code_16) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << no_dev_full;
   prepared_run run(run_named("gaussian"));
   put_files(run.place.path(), run.input);
   child_options with;
@@ -93,7 +94,7 @@ TEST(a_run_on_a_full_disk, names_the_file_and_keeps_what_was_whole) {
   int full = 0;
   for (int kilobytes = 40; kilobytes < 200; kilobytes += 4) {
     const small_disk disk(kilobytes);
-    if (!disk.mounted()) GTEST_SKIP() << "no right to mount a disk";
+    if (!disk.mounted()) GTEST_SKIP() << no_right;
     try {
       put_files(disk.place().path(), run.input);
     } catch (const std::exception&) {}
@@ -115,13 +116,24 @@ TEST(a_run_on_a_full_disk, names_the_file_and_keeps_what_was_whole) {
   EXPECT_GT(full, 3);
 }
 
-// The programs as a user without rights sees them: nobody, when the tests run as the superuser.
+// A user without rights: nobody, when the tests run as the superuser. It has a ZEPH of its own, since the directory of
+// the build may be closed to it.
 struct plain_user {
-  plain_user() { with.nobody = ::getuid() == 0; }
-  [[nodiscard]] bool can_run(const std::string& directory) const {
+  plain_user() {
+    with.nobody = ::getuid() == 0;
+    std::filesystem::copy_file(program("ZEPH"), own_ZEPH);
+    std::filesystem::permissions(programs.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(own_ZEPH, std::filesystem::perms(0755));
+  }
+  // False where the right to become this user is missing.
+  [[nodiscard]] bool exists() const { return run_child({"/bin/true"}, "/", with).code == 0; }
+  void enter(const std::string& directory) const {
     std::filesystem::permissions(directory, std::filesystem::perms(0755));
-    return run_child({"/bin/sh", "-c", "test -x " + program("ZEPH") + " && test -r " + directory}, "/", with)
-               .code == 0;
+    EXPECT_EQ(
+        run_child({"/bin/sh", "-c", "test -x " + own_ZEPH + " && test -r " + directory}, "/", with).code, 0);
+  }
+  [[nodiscard]] child_end run_zeph(const std::string& directory) const {
+    return run_child({own_ZEPH}, directory, with);
   }
   void own(const std::string& path) const {
     if (with.nobody) {
@@ -129,16 +141,19 @@ struct plain_user {
     }
   }
   child_options with;
+  scratch_directory programs;
+  std::string own_ZEPH = programs / "ZEPH";
 };
 
 TEST(a_read_only_directory, is_told_by_the_first_file_and_stays_as_it_was) {
   prepared_run run(run_named("gaussian"));
   const plain_user user;
-  if (!user.can_run(run.place.path())) GTEST_SKIP() << "the programs are not in reach of another user";
+  if (!user.exists()) GTEST_SKIP() << no_right;
+  user.enter(run.place.path());
   put_files(run.place.path(), run.before);
   user.own(run.place.path());
   std::filesystem::permissions(run.place.path(), std::filesystem::perms(0555));
-  const child_end end = run_zeph(run.place.path(), user.with);
+  const child_end end = user.run_zeph(run.place.path());
   std::filesystem::permissions(run.place.path(), std::filesystem::perms(0755));
   expect_message(end, "read-only");
   EXPECT_EQ(file_named_in(end.listing), "status");
@@ -148,17 +163,18 @@ TEST(a_read_only_directory, is_told_by_the_first_file_and_stays_as_it_was) {
 TEST(input_without_the_right_to_read_it, is_told) {
   prepared_run run(run_named("deviations"));
   const plain_user user;
-  if (!user.can_run(run.place.path())) GTEST_SKIP() << "the programs are not in reach of another user";
+  if (!user.exists()) GTEST_SKIP() << no_right;
+  user.enter(run.place.path());
   for (const auto& [name, bytes] : run.input) {
     put_files(run.place.path(), run.input);
     user.own(run.place.path());
     for (const auto& entry : std::filesystem::directory_iterator(run.place.path()))
       user.own(entry.path().string());
     std::filesystem::permissions(run.place / name, std::filesystem::perms::none);
-    const child_end end = run_zeph(run.place.path(), user.with);
+    const child_end end = user.run_zeph(run.place.path());
     if (end.code == 0) { // a file that this run does not read
       std::filesystem::remove(run.place / name);
-      EXPECT_EQ(run_zeph(run.place.path(), user.with).code, 0) << name;
+      EXPECT_EQ(user.run_zeph(run.place.path()).code, 0) << name;
       continue;
     }
     EXPECT_TRUE(end.code == 2 || end.code == 16) << name << end.code;
@@ -185,7 +201,7 @@ TEST(a_result_whose_name_is_a_directory, is_named) {
 
 // Few handles: whatever file can't be opened is told.
 TEST(a_run_with_few_handles, names_a_file_that_it_can_not_open) {
-  if (!calls_can_fail()) GTEST_SKIP() << "the sanitizer opens files of its own";
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   prepared_run run(run_named("kept_samples"));
   for (rlim_t n = 3; n < 40; ++n) {
     put_files(run.place.path(), run.input);

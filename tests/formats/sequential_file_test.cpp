@@ -1,6 +1,7 @@
 #include "formats/sequential_file.h"
 
 #include "scratch_file.h"
+#include "support/skip_reasons.h"
 
 #include <gtest/gtest.h>
 
@@ -493,7 +494,7 @@ TEST(sequential_writer, a_record_of_2_to_the_31_bytes_is_refused) {
 }
 
 TEST(sequential_writer, a_full_disk_is_told) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << zeph_test::no_dev_full;
   sequential_writer out;
   ASSERT_TRUE(out.open("/dev/full"));
   out.begin();

@@ -1,6 +1,7 @@
 #include "formats/text_file.h"
 
 #include "scratch_file.h"
+#include "support/skip_reasons.h"
 
 #include <gtest/gtest.h>
 
@@ -58,7 +59,7 @@ TEST(text_writer, writing_without_an_open_file_fails) {
 }
 
 TEST(text_writer, a_full_disk_is_told_at_the_flush_and_kept) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << zeph_test::no_dev_full;
   text_writer out;
   ASSERT_TRUE(out.open_append("/dev/full"));
   EXPECT_TRUE(out.line("a"));
@@ -69,7 +70,7 @@ TEST(text_writer, a_full_disk_is_told_at_the_flush_and_kept) {
 }
 
 TEST(text_writer, a_full_disk_is_told_by_a_line_that_fills_the_buffer) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << zeph_test::no_dev_full;
   text_writer out;
   ASSERT_TRUE(out.open_append("/dev/full"));
   EXPECT_FALSE(out.line(std::string(1000000, 'x')));

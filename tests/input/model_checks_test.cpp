@@ -1,6 +1,7 @@
 #include "input/equation_layout.h"
 #include "input/model_information.h"
 #include "support/check.h"
+#include "support/skip_reasons.h"
 #include "support/small_modinf.h"
 
 #include <gtest/gtest.h>
@@ -85,7 +86,7 @@ TEST(check_model_indices, passes_sound_models) {
 // the equations of the prepared directories, counted by hand from the structures
 TEST(check_model_indices, passes_the_prepared_directories) {
   const std::string directories = shared_folder("data/workdirs");
-  if (directories.empty()) GTEST_SKIP() << "the prepared directories are not here";
+  if (directories.empty()) GTEST_SKIP() << no_shared;
   for (const auto& entry : std::filesystem::directory_iterator(directories)) {
     if (!entry.is_directory()) continue;
     heard_run run(entry.path().string() + "/");

@@ -3,6 +3,7 @@
 #include "input/modinf_writer.h"
 #include "support/check.h"
 #include "support/scratch_directory.h"
+#include "support/skip_reasons.h"
 #include "support/small_modinf.h"
 
 #include <gtest/gtest.h>
@@ -341,7 +342,7 @@ TEST(write_modinf, names_the_first_thing_that_does_not_fit) {
 
 TEST(QVAMRD, reads_the_prepared_directories_whole) {
   const std::string directories = shared_folder("data/workdirs");
-  if (directories.empty()) GTEST_SKIP() << "the prepared directories are not here";
+  if (directories.empty()) GTEST_SKIP() << no_shared;
   int n = 0;
   for (const auto& entry : std::filesystem::directory_iterator(directories)) {
     if (!entry.is_directory()) continue;

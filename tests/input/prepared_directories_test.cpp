@@ -5,6 +5,7 @@
 #include "input/model_information.h"
 
 #include "input_frame.h"
+#include "support/skip_reasons.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -47,7 +48,7 @@ void read_whole(const std::string& directory) {
 
 TEST(prepared_directories, are_read_whole) {
   const std::string folder = shared_folder("data/workdirs");
-  if (folder.empty()) GTEST_SKIP() << "the shared directories are absent";
+  if (folder.empty()) GTEST_SKIP() << no_shared;
   int n = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     if (!entry.is_directory()) continue;

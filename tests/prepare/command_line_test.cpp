@@ -18,7 +18,6 @@ const std::string MODEL = "[data]\nfile = \"d.csv\"\n[trait.y]\nformula = \"1 + 
 class command_line : public testing::Test {
 protected:
   void SetUp() override {
-    if (!std::filesystem::exists(PROGRAM)) GTEST_SKIP() << "zeph-prepare is not built";
     place.write("model.toml", MODEL);
     place.write("d.csv", "sex,y\n1,3\n2,5\n2,6\n");
   }

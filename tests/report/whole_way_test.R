@@ -18,7 +18,7 @@ gryphon <- function(lines, run) {
 }
 
 test_that("h2 of birth weight and its SD agree with the exact posterior within five Monte Carlo errors", {
-  skip_if_not(dir.exists(shared), "no gryphon data")
+  skip_if_not(dir.exists(shared), "[no-shared] ../shared is absent")
   # exact, by quadrature over the two variances: h2 0.47158 (SD 0.07349), Va 3.44998 (0.62259), Ve 3.84606 (0.50792)
   r <- gryphon(c('start = 3.0', '[trait.bwt]', 'formula = "1 + (1 | animal)"', '[residual]', 'start = 4.0'),
     c('burnin = 1000', 'rounds = 20000', 'interval = 10'))
@@ -33,7 +33,7 @@ test_that("h2 of birth weight and its SD agree with the exact posterior within f
 })
 
 test_that("correlations of the bivariate model are the published ones within half a posterior SD", {
-  skip_if_not(dir.exists(shared), "no gryphon data")
+  skip_if_not(dir.exists(shared), "[no-shared] ../shared is absent")
   # REML: G 3.368396, 2.459806, 12.345782; R 3.849917, 3.313285, 17.64644
   r <- gryphon(c('start = [[3, 2], [2, 12]]', '[trait.bwt]', 'formula = "1 + (1 | animal)"', '[trait.tarsus]',
     'formula = "1 + (1 | animal)"', '[residual]',

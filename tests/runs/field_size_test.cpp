@@ -3,6 +3,7 @@
 // over records and pedigree lines.
 #include "runs/named_solutions.h"
 #include "support/check.h"
+#include "support/skip_reasons.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -94,7 +95,7 @@ void take_out_relationship(const field_model& m, const csv_table& pedigree, cons
 
 void solves(const field_model& m) {
   const std::string folder = shared_folder("data/textbook/blupf90_tutorial_simdata");
-  if (folder.empty()) GTEST_SKIP() << "the shared data of field size are absent";
+  if (folder.empty()) GTEST_SKIP() << no_shared;
   scratch_directory directory;
   directory.take_files_of(folder);
   const prepared_run run = prepare_and_solve(

@@ -3,6 +3,7 @@
 #include "gibbs/gibscan.h"
 #include "gibbs/trait_deviations.h"
 #include "runs/small_herd.h"
+#include "support/skip_reasons.h"
 
 #include <atomic>
 
@@ -135,7 +136,7 @@ std::pair<long, long> requests_of_rounds(const herd_of_size& herd) {
 }
 
 TEST(one_round_of_the_sampler, allocates_nothing) {
-  if (ZEPH_TEST_OWN_ALLOCATOR == 0) GTEST_SKIP() << "the sanitizer owns the allocator";
+  if (ZEPH_TEST_OWN_ALLOCATOR == 0) GTEST_SKIP() << zeph_test::sanitizer_build;
   for (const char* analysis : {"predict", "gibbs"}) {
     for (const int size : {2, 20}) {
       const auto [plain, sampled] = requests_of_rounds(herd_of_size(size, analysis));
@@ -150,7 +151,7 @@ TEST(one_round_of_the_sampler, allocates_nothing) {
 }
 
 TEST(the_counting_allocator, sees_requests_of_both_languages) {
-  if (ZEPH_TEST_OWN_ALLOCATOR == 0) GTEST_SKIP() << "the sanitizer owns the allocator";
+  if (ZEPH_TEST_OWN_ALLOCATOR == 0) GTEST_SKIP() << zeph_test::sanitizer_build;
   requests = 0;
   counting = true;
   std::vector<double>* x = new std::vector<double>(1000);

@@ -25,6 +25,13 @@ void tell(const std::string& kind, const std::string& damage, const damaged_dire
     std::ofstream(file, std::ios::app) << row;
 }
 
+// Chains that leave a state from which they go on: the solver leaves none, and ordered traits can't be continued.
+std::vector<std::string> continued_kinds() {
+  std::vector<std::string> kinds = damaged_kinds();
+  std::erase_if(kinds, [](const std::string& kind) { return kind.ends_with("_t0") || kind == "cat3_t3"; });
+  return kinds;
+}
+
 class much_damaged_files : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(much_damaged_files, end_the_run_with_a_message_and_never_by_a_signal) {
@@ -42,11 +49,13 @@ TEST_P(much_damaged_files, with_absurd_numbers_end_with_a_message) {
 }
 
 // The state of the part before, and the records to predict.
-TEST_P(much_damaged_files, that_a_chain_goes_on_from_end_with_a_message) {
+class much_damaged_states : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(much_damaged_states, end_the_run_with_a_message) {
   const scratch_directory first;
   first.take_files_of(prepared_directory(GetParam()));
   ASSERT_EQ(run_program({}, first.path()).exit_code, 0);
-  if (!first.has("lastsol")) GTEST_SKIP() << "a run that leaves no state";
+  ASSERT_TRUE(first.has("lastsol"));
   const scratch_directory next;
   next.take_files_of(prepared_directory(GetParam()));
   next.write("oldsol", first.read("lastsol"));
@@ -54,13 +63,15 @@ TEST_P(much_damaged_files, that_a_chain_goes_on_from_end_with_a_message) {
   next.write("ytopredict", "1 1\n2 1\n5 1\n");
   const scratch_directory trial;
   trial.take_files_of(next.path());
-  if (run_program({}, trial.path()).exit_code != 0) GTEST_SKIP() << "a model whose chain can't go on";
+  ASSERT_EQ(run_program({}, trial.path()).exit_code, 0);
   damaged_directory d(next.path());
   d.damage({"oldsol", "r_parm", "ytopredict"}, 1000, 500);
   tell(GetParam(), "a chain that goes on", d);
 }
 
 INSTANTIATE_TEST_SUITE_P(runs, much_damaged_files, ::testing::ValuesIn(damaged_kinds()),
+                         [](const auto& kind) { return kind.param; });
+INSTANTIATE_TEST_SUITE_P(runs, much_damaged_states, ::testing::ValuesIn(continued_kinds()),
                          [](const auto& kind) { return kind.param; });
 
 } // namespace

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # A Slurm controller and a node of this machine, on loopback, with everything in one directory. Sourced.
 #   cluster_start DIRECTORY    starts munged, slurmctld and slurmd there; sets SLURM_CONF for the clients
 #   cluster_stop               ends them
@@ -50,8 +51,7 @@ EOF
   export SLURM_CONF=$cluster/slurm.conf
   /usr/sbin/slurmctld -i || return 1
   /usr/sbin/slurmd || return 1
-  local i
-  for i in $(seq 60); do
+  for _ in $(seq 60); do
     sinfo --noheader --format=%t 2> /dev/null | grep -q idle && return 0
     sleep 0.5
   done
@@ -65,7 +65,8 @@ cluster_stop() {
   for name in slurmd slurmctld munged; do
     [ -f "$cluster/$name.pid" ] || continue
     pid=$(cat "$cluster/$name.pid")
-    [ -n "$pid" ] && [ "$pid" -gt 1 ] && grep -q "$name" "/proc/$pid/comm" || continue # ours, and alive
+    if [ -z "$pid" ] || [ "$pid" -le 1 ]; then continue; fi
+    grep -q "$name" "/proc/$pid/comm" || continue # ours, and alive
     kill "$pid" 2> /dev/null
     while [ -e "/proc/$pid/status" ] && ! grep -q '^State:.Z' "/proc/$pid/status"; do sleep 0.2; done
   done
