@@ -68,7 +68,7 @@ const provisions tools = {
     {"exec", ""},
     {"exit", ""},
     {"export", ""},
-    {"for", ""},
+    {"declare", ""},
     {"kill", ""},
     {"local", ""},
     {"mapfile", ""},
@@ -105,6 +105,8 @@ const provisions tools = {
     {"nice", ""},
     {"nproc", ""},
     {"readlink", ""},
+    {"realpath", ""},
+    {"getconf", ""},
     {"rm", ""},
     {"seq", ""},
     {"sleep", ""},
@@ -305,7 +307,7 @@ TEST(packages, hold_every_header_of_others) {
 bool is_shell(const fs::path& path) {
   const std::string first = bytes_of(path.string()).substr(0, 20);
   return path.extension() == ".sh" || first.starts_with("#!/usr/bin/env bash") ||
-         first.starts_with("#!/bin/sh");
+         first.starts_with("#!/bin/sh") || first.starts_with("# shellcheck shell=");
 }
 
 // The command alone: a program is called by its own name or that of the system's folders.
@@ -369,9 +371,12 @@ TEST(words_of_script, are_commands_where_a_command_may_begin) {
                       "name=value fifth | sixth && ! seventh || { eighth; }\n"
                       "if [ -n \"$x\" ]; then ninth > out 2>&1; fi\n"
                       "list=(tenth\n named)\nown() { eleventh; }\ncat << 'EOF'\ntwelfth\nEOF\n"
-                      "thirteenth <<< fourteenth $((1 + 2)) ${x:-y} &\n");
+                      "thirteenth <<< fourteenth $((1 + (2))) ${x:-y} &\n"
+                      "case $x in\n  a | b) fifteenth ;;\n  *) sixteenth a; seventeenth ;;\nesac\nfor ((i = "
+                      "0; i < 2; ++i)); do eighteenth; done\n");
   EXPECT_EQ(words.called, (std::set<std::string>{"first", "third", "fifth", "sixth", "seventh", "eighth", "[",
-                                                 "ninth", "eleventh", "cat", "thirteenth"}));
+                                                 "ninth", "eleventh", "cat", "thirteenth", "fifteenth",
+                                                 "sixteenth", "seventeenth", "eighteenth"}));
   EXPECT_EQ(words.functions, (std::set<std::string>{"own"}));
   EXPECT_EQ(words.named.count("fourteenth"), 1U);
   EXPECT_EQ(words.named.count("tenth"), 1U);

@@ -14,6 +14,7 @@ struct script_reader {
   std::string_view text;
   std::size_t at = 0;
   std::vector<std::string> here = {}; // ends of here-documents that begin at the next line
+  int cases = 0;                      // nested case .. esac
   shell_words words = {};
 
   [[nodiscard]] char next(std::size_t ahead = 0) const {
@@ -31,7 +32,7 @@ struct script_reader {
   // At '$': a command in parentheses, a braced name or a sum; else the sign alone.
   void expansion() {
     if (next(1) == '(' && next(2) == '(') {
-      at += 2, pass_nested('(', ')');
+      at += 3, pass_nested('(', ')'), ++at;
     } else if (next(1) == '(') {
       at += 2, commands(')');
     } else if (next(1) == '{') {
@@ -74,7 +75,9 @@ struct script_reader {
       here.push_back(end);
     } else {
       ++at;
-      if (next() == '&' || next() == '(') ++at;
+      if (next() == '(') return ++at, commands(')'); // <(command)
+      while (std::string_view("&> \t").find(next()) != std::string_view::npos && more()) ++at;
+      word(); // the file
     }
   }
   // A word with its quoted parts; those and expansions stand in it as '$'.
@@ -103,15 +106,29 @@ struct script_reader {
         words.named.insert(word());
     ++at;
   }
+  // `case WORD in`: at its first pattern.
+  void begin_case() {
+    while (more() && word() != "in") ++at;
+    ++cases;
+    pass_pattern();
+  }
+  // Passes a pattern of `case` and its ')'; nothing at esac.
+  void pass_pattern() {
+    while (std::isspace(static_cast<unsigned char>(next())) != 0) ++at;
+    if (text.substr(at, 4) != "esac") pass(')');
+  }
   // Takes a word; true when the next one may begin a command.
   bool take(const std::string& word, bool first) {
+    if (first && word == "case") return begin_case(), true;
+    if (first && word == "esac") return --cases, true;
     const auto keyword = std::find(keywords.begin(), keywords.end(), word);
     if (first && keyword != keywords.end()) return true;
+    if (first && word == "for") return false;
+    if (next() == '(' && word.ends_with('=')) return array_words(), first;
     const std::size_t equals = word.find('=');
-    if (first && equals != std::string::npos && equals > 0) {
-      if (next() == '(' && word.back() == '=') array_words();
-      return true;
-    }
+    if (first && equals != std::string::npos && equals > 0) return true;
+    const bool number = word.find_first_not_of("0123456789") == std::string::npos;
+    if (number && (next() == '<' || next() == '>')) return first; // 2> errors
     if (next() == '(' && next(1) == ')') {
       words.functions.insert(word);
       at += 2;
@@ -139,6 +156,11 @@ struct script_reader {
         ++at;
       } else if (c == '<' || c == '>') {
         redirection();
+      } else if (c == '(' && next(1) == '(') {
+        at += 2, pass_nested('(', ')'), first = true;
+        if (next() == ')') ++at;
+      } else if (c == ';' && next(1) == ';' && cases > 0) {
+        at += 2, pass_pattern(), first = true;
       } else if (c == '(') {
         ++at, commands(')'), first = true;
       } else if (std::string_view(";|&`)").find(c) != std::string_view::npos) {

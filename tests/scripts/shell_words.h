@@ -14,7 +14,7 @@ struct shell_words {
   std::set<std::string> functions; // defined in the script
 };
 
-// Reads a script of bash or sh without `case`. Comments, texts of here-documents and single quotation marks are passed
+// Reads a script of bash or sh. Comments, texts of here-documents and single quotation marks are passed
 // over; $(..) is read inside double ones too.
 shell_words words_of_script(std::string_view text);
 
