@@ -48,7 +48,8 @@ void note_leftovers(const fs::path& work, std::vector<std::string>& notes) {
         fmt::format("oldsol and r_parm of {} are not used: the chains begin anew", work.string()));
 }
 
-// Seeds of every chain; a 0 in the work directory is replaced by a number taken from the hashes of the inputs.
+// Seeds of every chain; a 0 in the work directory is replaced by a number taken from the hashes of the
+// inputs.
 void give_seeds(const run_options& o, const work_model& m, study& s, std::vector<std::string>& notes) {
   s.seeds_given = m.directives.seeds;
   std::string hashes;

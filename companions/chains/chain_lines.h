@@ -8,7 +8,8 @@
 
 namespace zeph::chains {
 
-// "chain 1  round 3400 of 11000  212/s  0:36 left"; "(burn-in)" behind the rounds while it lasts. pace 0: not known.
+// "chain 1  round 3400 of 11000  212/s  0:36 left"; "(burn-in)" behind the rounds while it lasts. pace 0: not
+// known.
 std::string progress_line(const study& s, int chain, std::int64_t round, double pace);
 
 // The line of `status`: segment, state, rounds, samples on disk, seeds.

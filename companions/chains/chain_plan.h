@@ -22,16 +22,17 @@ struct chain_position {
 // Looks at the last segment of the chain, passing over one that never began.
 chain_position position_of(const fs::path& runs, const study& s, int chain);
 
-// Adds to the position why the chain can't be continued: it runs, it failed, its state does not fit the model, or a
-// trait or type of analysis can't be continued. A chain without a segment can always begin.
+// Adds to the position why the chain can't be continued: it runs, it failed, its state does not fit the
+// model, or a trait or type of analysis can't be continued. A chain without a segment can always begin.
 void check_continuation(const fs::path& runs, const study& s, const work_model& m, int chain,
                         chain_position& p);
 
-// The segment that follows, of a chain with rounds left: the first one; the rest of a burn-in that was stopped, which
-// does not count; or a continuation to the chain's last round.
+// The segment that follows, of a chain with rounds left: the first one; the rest of a burn-in that was
+// stopped, which does not count; or a continuation to the chain's last round.
 segment_record next_segment(const study& s, int chain, const chain_position& p);
 
-// Types of analysis whose chains zeph-chains runs, and those that it continues: a line, or empty when it does.
+// Types of analysis whose chains zeph-chains runs, and those that it continues: a line, or empty when it
+// does.
 std::string run_fault(std::int32_t analysis);
 std::string continue_fault(const study& s, const work_model& m);
 

@@ -1,5 +1,5 @@
-// The commands of zeph-chains. Each says what it did on standard output and faults on standard error, and returns the
-// exit code of the program.
+// The commands of zeph-chains. Each says what it did on standard output and faults on standard error, and
+// returns the exit code of the program.
 #pragma once
 
 #include "chains/layout.h"
@@ -38,8 +38,8 @@ int continue_chains(const continue_options& o);
 int tell_status(const fs::path& runs);
 int stop_chains(const fs::path& runs);
 
-// Of the batch file: makes the next segment of a chain for the process and prints its directory; prints nothing when
-// no round is left or a stop was asked for.
+// Of the batch file: makes the next segment of a chain for the process and prints its directory; prints
+// nothing when no round is left or a stop was asked for.
 int advance_chain(const fs::path& runs, int chain, int process);
 
 } // namespace zeph::chains

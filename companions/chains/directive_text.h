@@ -1,4 +1,5 @@
-// The directive file as text: what stands in its first three lines, and the same file with other seeds and rounds.
+// The directive file as text: what stands in its first three lines, and the same file with other seeds and
+// rounds.
 #pragma once
 
 #include "chains/seeds.h"
@@ -16,8 +17,8 @@ struct directive_text {
   std::string tail; // all lines behind the third read, as they stand
 };
 
-// Takes the text apart. Each read begins on a fresh line, takes as many lines as it needs, n*v stands for n times v.
-// False with `fault` ("line 2 should hold the seeds A and B") when a read finds no such integers.
+// Takes the text apart. Each read begins on a fresh line, takes as many lines as it needs, n*v stands for n
+// times v. False with `fault` ("line 2 should hold the seeds A and B") when a read finds no such integers.
 bool take_apart(const std::string& text, directive_text& d, std::string& fault);
 
 // head, a line of seeds, a line of rounds, tail.

@@ -3,14 +3,17 @@
 //   RUNS/chains.toml                 plan of the study: seeds, rounds, hashes, starts (study_records.h)
 //   RUNS/STOP                        a stop was asked for: chains that wait do not start
 //   RUNS/slurm/                      batch files and their outputs
-//   RUNS/chain1/seg1/                a run of ZEPH: its inputs as links, its directive file, all that it wrote
-//   RUNS/chain1/seg2/                its continuation: oldsol and r_parm are links to lastsol and gparlast of seg1
+//   RUNS/chain1/seg1/                a run of ZEPH: its inputs as links, its directive file, all that it
+//                                    wrote
+//   RUNS/chain1/seg2/                its continuation: oldsol and r_parm are links to lastsol and gparlast of
+//                                    seg1
 //   RUNS/chain1/seg1/segment.toml    what this segment is (study_records.h)
 //   RUNS/chain1/seg1/process         who runs it (processes.h)
 //   RUNS/chain1/seg1/listing.txt     standard output and error of ZEPH
 //   RUNS/chain1/seg1/exit            exit code, a line, once ZEPH has ended
 //
-// Chains and segments are numbered from 1. A segment's directory appears whole, by a rename, and is never used twice.
+// Chains and segments are numbered from 1. A segment's directory appears whole, by a rename, and is never
+// used twice.
 #pragma once
 
 #include <filesystem>

@@ -7,10 +7,11 @@
 
 namespace zeph::chains {
 
-// Makes RUNS/chainC/segS with links to the inputs in the work directory, its own directive file, segment.toml, the file
-// `process` that names the calling process (with the Slurm job, when it runs in one), and from segment 2 on oldsol and
-// r_parm as links into the segment before. It appears whole under its name. False with `fault` when that name exists
-// and holds results, or on a failure of the disk. One that never began is replaced.
+// Makes RUNS/chainC/segS with links to the inputs in the work directory, its own directive file,
+// segment.toml, the file `process` that names the calling process (with the Slurm job, when it runs in one),
+// and from segment 2 on oldsol and r_parm as links into the segment before. It appears whole under its name.
+// False with `fault` when that name exists and holds results, or on a failure of the disk. One that never
+// began is replaced.
 bool make_segment(const fs::path& runs, const study& s, const segment_record& r, pid_t runner,
                   std::string& fault);
 

@@ -14,7 +14,8 @@
 namespace zeph::chains {
 namespace {
 
-// Field 22 of /proc/PID/stat, the start of the process; 0 when there is no such process or it has ended (a zombie).
+// Field 22 of /proc/PID/stat, the start of the process; 0 when there is no such process or it has ended (a
+// zombie).
 std::int64_t begin_of(pid_t pid) {
   const std::string stat = text_of(fmt::format("/proc/{}/stat", pid));
   const std::size_t name_end = stat.rfind(')');

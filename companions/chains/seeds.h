@@ -13,8 +13,8 @@ struct seed_pair {
   bool operator==(const seed_pair&) const = default;
 };
 
-// Chain 1 has the given pair, each further one a fixed step more, around the ranges. The step of A has no divisor in
-// common with 31328: the A of up to 31328 chains are all different.
+// Chain 1 has the given pair, each further one a fixed step more, around the ranges. The step of A has no
+// divisor in common with 31328: the A of up to 31328 chains are all different.
 seed_pair seeds_of_chain(seed_pair given, int chain);
 
 // The pair with each 0 replaced by a number taken from the text (a hash of the inputs), never from the clock.

@@ -10,8 +10,8 @@ struct signal_wait {
   sigset_t before{};
 };
 
-// From now on SIGINT, SIGTERM and SIGHUP, and with `children` SIGCHLD, are kept for take_signal. SIGHUP stays ignored
-// where it is (nohup).
+// From now on SIGINT, SIGTERM and SIGHUP, and with `children` SIGCHLD, are kept for take_signal. SIGHUP stays
+// ignored where it is (nohup).
 signal_wait keep_signals(bool children);
 
 // The next signal kept, 0 when there is none. Does not wait.

@@ -49,8 +49,8 @@ while [ -z "$asked" ]; do
 done
 )sh";
 
-// Runs a program with these words; its standard output (and error, when asked for) goes to `output`. Returns its exit
-// code, -1 when it can't be run.
+// Runs a program with these words; its standard output (and error, when asked for) goes to `output`. Returns
+// its exit code, -1 when it can't be run.
 int run_words(const std::vector<std::string>& words, bool with_errors, std::string& output) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return -1;

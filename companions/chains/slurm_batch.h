@@ -8,22 +8,24 @@
 
 namespace zeph::chains {
 
-// The batch file. Its task K makes the next segment of chain K (`zeph-chains advance`), runs ZEPH in it, and writes the
-// exit code to the segment's file `exit`. Slurm sends USR1 to the batch shell 120 seconds before the time limit; the
-// trap creates STOP in the segment, and the segment ends on its next sample round. SIGTERM (scancel) does the same,
-// within the time that Slurm leaves. Paths are written whole.
+// The batch file. Its task K makes the next segment of chain K (`zeph-chains advance`), runs ZEPH in it, and
+// writes the exit code to the segment's file `exit`. Slurm sends USR1 to the batch shell 120 seconds before
+// the time limit; the trap creates STOP in the segment, and the segment ends on its next sample round.
+// SIGTERM (scancel) does the same, within the time that Slurm leaves. Paths are written whole.
 std::string batch_text(const fs::path& runs, const study& s, const fs::path& zeph_chains);
 
-// Words of the options of sbatch as a shell takes them: blanks apart, '..', "..", \c. False on an open quotation, or
-// with an option that is ours: --array, --wrap, --parsable, --dependency.
+// Words of the options of sbatch as a shell takes them: blanks apart, '..', "..", \c. False on an open
+// quotation, or with an option that is ours: --array, --wrap, --parsable, --dependency.
 bool split_options(const std::string& options, std::vector<std::string>& words, std::string& fault);
 
-// Writes RUNS/slurm/startN.sh and submits it `segments` times: each array but the first begins, task by task, when that
-// task of the one before has ended with exit code 0. job_ids: of the arrays that were taken, also after a failure.
+// Writes RUNS/slurm/startN.sh and submits it `segments` times: each array but the first begins, task by task,
+// when that task of the one before has ended with exit code 0. job_ids: of the arrays that were taken, also
+// after a failure.
 bool submit_array(const fs::path& runs, const study& s, const std::string& options, int segments,
                   std::vector<std::string>& job_ids, std::string& fault);
 
-// Jobs of the list (4242, or a task 4242_3) that Slurm still holds, waiting or running. False when squeue can't be asked.
+// Jobs of the list (4242, or a task 4242_3) that Slurm still holds, waiting or running. False when squeue
+// can't be asked.
 bool jobs_in_queue(const std::vector<std::string>& job_ids, std::vector<std::string>& held);
 
 // Takes the tasks that wait out of the queue; those that run go on. Nothing happens without scancel.

@@ -1,5 +1,5 @@
-// The two records of a study, each a TOML file: chains.toml, the plan, and segment.toml, what one run of ZEPH is.
-// docs/chains.md has their keys.
+// The two records of a study, each a TOML file: chains.toml, the plan, and segment.toml, what one run of ZEPH
+// is. docs/chains.md has their keys.
 #pragma once
 
 #include "chains/layout.h"
@@ -60,8 +60,8 @@ struct segment_record {
   std::int64_t last() const { return first - 1 + burnin + rounds; } // as its files number it
 };
 
-// Read and write. A file is replaced whole, by a rename. False with `fault`, which names the file; a key that is
-// missing or of another kind is a fault too.
+// Read and write. A file is replaced whole, by a rename. False with `fault`, which names the file; a key that
+// is missing or of another kind is a fault too.
 bool read_study(const fs::path& runs, study& s, std::string& fault);
 bool write_study(const fs::path& runs, const study& s, std::string& fault);
 bool read_segment(const fs::path& directory, segment_record& r, std::string& fault);

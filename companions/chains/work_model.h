@@ -1,5 +1,5 @@
-// What zeph-chains must know of a work directory: its directive file, its inputs, and the sizes of the state that a
-// chain of its model saves.
+// What zeph-chains must know of a work directory: its directive file, its inputs, and the sizes of the state
+// that a chain of its model saves.
 #pragma once
 
 #include "chains/directive_text.h"
@@ -23,19 +23,20 @@ struct work_model {
   bool has_type(std::int32_t type) const;
 };
 
-// Reads MODINF and the directive file. False with `fault` when they can't be read, or when the directive file does not
-// stand in the directory itself.
+// Reads MODINF and the directive file. False with `fault` when they can't be read, or when the directive file
+// does not stand in the directory itself.
 bool read_work_model(const fs::path& work, work_model& m, std::string& fault);
 
-// Names of the files of the directory that go into every segment as links, sorted: those that ZEPH reads, and those
-// that names.json lists. The directive file, oldsol, r_parm and STOP are not among them.
+// Names of the files of the directory that go into every segment as links, sorted: those that ZEPH reads, and
+// those that names.json lists. The directive file, oldsol, r_parm and STOP are not among them.
 std::vector<std::string> input_names(const fs::path& work, const work_model& m);
 
 // The sizes and hashes of these files and of the directive file. False with `fault` when one can't be read.
 bool print_inputs(const fs::path& work, const std::vector<std::string>& names,
                   std::vector<input_record>& inputs, std::string& fault);
 
-// One line for each input of the study that is gone or has other bytes now. With `quick` only sizes are compared.
+// One line for each input of the study that is gone or has other bytes now. With `quick` only sizes are
+// compared.
 std::vector<std::string> changed_inputs(const fs::path& work, const study& s, bool quick);
 
 } // namespace zeph::chains

@@ -36,8 +36,8 @@ std::vector<double> scales_of(const fixed_columns& x) {
   return scale;
 }
 
-// Cross-products of the scaled columns beside the widest class, within its levels: S = Z'(I - W (W'W)^-1 W')Z.
-// Order m = n - n_wide, full, column by column.
+// Cross-products of the scaled columns beside the widest class, within its levels: S = Z'(I - W (W'W)^-1
+// W')Z. Order m = n - n_wide, full, column by column.
 std::vector<double> within_class_products(const fixed_columns& x, std::span<const double> scale) {
   const auto m = static_cast<std::size_t>(x.n() - x.n_wide);
   std::vector<double> s(m * m, 0.0);
@@ -199,8 +199,8 @@ void subtract(null_vector& v, double factor, const null_vector& b) {
   }
 }
 
-// Dependent columns by pivoted Cholesky of the cross-products (LAPACK, order n, overwritten), as combinations of the
-// independent ones: S = U'U, U = [U1 U2], coefficients U1^-1 U2.
+// Dependent columns by pivoted Cholesky of the cross-products (LAPACK, order n, overwritten), as combinations
+// of the independent ones: S = U'U, U = [U1 U2], coefficients U1^-1 U2.
 std::vector<combination> pivoted_dependence(std::vector<double>& s, std::size_t order) {
   const int n = static_cast<int>(order);
   int rank = 0, info = 0;
@@ -223,8 +223,8 @@ std::vector<combination> pivoted_dependence(std::vector<double>& s, std::size_t 
   return found;
 }
 
-// Combinations in which any column stands for its dependence become those of the latest columns: a column depends on
-// columns before it exactly when some null vector ends there; echelon form from the end.
+// Combinations in which any column stands for its dependence become those of the latest columns: a column
+// depends on columns before it exactly when some null vector ends there; echelon form from the end.
 std::vector<combination> later_columns(const std::vector<combination>& dependent) {
   std::map<std::int32_t, null_vector> ending;
   for (const combination& c : dependent) {
@@ -278,8 +278,9 @@ std::vector<combination> columns_of_factor(const triangular_factor& r) {
   return r.in_order ? dead_columns(r, MOST_COMBINED) : later_columns(dead_columns(r, r.dead.size()));
 }
 
-// Few columns: their cross-products in order. Many: the sparse factor of all columns when that is cheap, and the pivoted
-// one of the cross-products when it isn't. Column numbers of the cross-products start behind the wide class.
+// Few columns: their cross-products in order. Many: the sparse factor of all columns when that is cheap, and
+// the pivoted one of the cross-products when it isn't. Column numbers of the cross-products start behind the
+// wide class.
 std::vector<combination> scaled_dependence(const fixed_columns& x, std::span<const double> scale,
                                            cholmod_common* cc, std::int32_t& shift, bool& good) {
   const auto m = static_cast<std::size_t>(x.n() - x.n_wide);

@@ -33,14 +33,14 @@ constexpr std::size_t MOST_COMBINED = 50; // dependent columns whose combination
 // Column of the class of n_wide levels that record r has, or -1.
 std::int32_t wide_column(const fixed_columns& x, std::size_t r);
 
-// The columns that depend on columns before them, ascending: the others are independent and have the same span.
-// For the first MOST_COMBINED of them, at least, the combination is worked out, in general without the columns
-// 0..n_wide-1, which the caller adds.
-// The wide class is eliminated first: what is left are cross-products within its levels. Up to 1500 columns of these are
-// factored by SuiteSparseQR (Davis 2011, ACM Trans. Math. Softw. 38:8) in their order. Beyond, it factors the columns
-// themselves, or LAPACK's dpstrf the cross-products when these are at most 20000 and the sparse factor would fill.
-// Columns are scaled to length 1; one counts as dependent when the others leave less than some 1e-6 of its length.
-// good: false when memory was short; then nothing is found.
+// The columns that depend on columns before them, ascending: the others are independent and have the same
+// span. For the first MOST_COMBINED of them, at least, the combination is worked out, in general without the
+// columns 0..n_wide-1, which the caller adds.
+// The wide class is eliminated first: what is left are cross-products within its levels. Up to 1500 columns
+// of these are factored by SuiteSparseQR (Davis 2011, ACM Trans. Math. Softw. 38:8) in their order. Beyond,
+// it factors the columns themselves, or LAPACK's dpstrf the cross-products when these are at most 20000 and
+// the sparse factor would fill. Columns are scaled to length 1; one counts as dependent when the others leave
+// less than some 1e-6 of its length. good: false when memory was short; then nothing is found.
 std::vector<combination> dependent_columns(const fixed_columns& x, bool& good);
 
 } // namespace zeph::prepare

@@ -21,7 +21,8 @@ struct covariable_curve {
   std::vector<double> stand_in; // then: what stands for the unknown values in the search for dependence
 };
 
-// How a covariable was moved and scaled, for the listing: x' = (x - shift), and with a range low..high -> -1..1.
+// How a covariable was moved and scaled, for the listing: x' = (x - shift), and with a range low..high ->
+// -1..1.
 struct covariable_scale {
   std::string name;
   double shift = 0.0;
@@ -33,10 +34,10 @@ struct covariable_scale {
 // (n+1) P_n+1 = (2n+1) x P_n - n P_n-1.
 double normalised_legendre(int n, double x);
 
-// The scale of a covariable of kind `kind` (column, leg, poly): leg uses the range given or else the smallest and
-// largest value of the file; poly the range given or else the centred values; a plain covariable the centred values.
-// The mean of `center = true` is that of the records in use. Errors: values outside a range (records named), a leg of
-// a covariable with one value only.
+// The scale of a covariable of kind `kind` (column, leg, poly): leg uses the range given or else the smallest
+// and largest value of the file; poly the range given or else the centred values; a plain covariable the
+// centred values. The mean of `center = true` is that of the records in use. Errors: values outside a range
+// (records named), a leg of a covariable with one value only.
 covariable_scale scale_of(const model_description& d, const data_columns& data,
                           const record_selection& records, const atom& x, message_log& log);
 

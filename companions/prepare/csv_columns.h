@@ -40,10 +40,10 @@ struct csv_columns {
   }
 };
 
-// Reads the file. Handles a byte-order mark, LF, CRLF and CR ends, empty lines, quotes with line breaks inside.
-// Errors go to the log with their line: file unreadable or empty, no header (a number among the names),
-// a name twice, rows with more or fewer cells than the header (ten shown, all counted; such rows are left
-// out), a quote that is not closed. What could be read comes back.
+// Reads the file. Handles a byte-order mark, LF, CRLF and CR ends, empty lines, quotes with line breaks
+// inside. Errors go to the log with their line: file unreadable or empty, no header (a number among the
+// names), a name twice, rows with more or fewer cells than the header (ten shown, all counted; such rows are
+// left out), a quote that is not closed. What could be read comes back.
 csv_columns read_csv(const std::string& path, const csv_layout& layout, message_log& log);
 
 // The same from text in memory; `file` is the name for messages.

@@ -30,7 +30,8 @@ struct data_columns {
 // Column of the data that a covariable's name stands for: that of its section, or the name itself.
 std::string column_of_covariable(const model_description& d, const std::string& name);
 
-// The columns of numbers that a covariable reads: its own, or for one made from solutions what they are multiplied by.
+// The columns of numbers that a covariable reads: its own, or for one made from solutions what they are
+// multiplied by.
 std::vector<std::string> numbers_of_covariable(const model_description& d, const std::string& name);
 
 // Class columns of an effect, in the order of its atoms; empty for a plain regression.
@@ -42,14 +43,14 @@ const atom* covariable_atom(const effect& e);
 // "herd:year": the class part of an effect's name.
 std::string class_name(const effect& e);
 
-// Messages from entries[first] on name the file as the description does. That it can't be read is told with the place
-// of the description that names it.
+// Messages from entries[first] on name the file as the description does. That it can't be read is told with
+// the place of the description that names it.
 void show_as_written(const model_description& d, message_log& log, std::size_t first, const std::string& path,
                      const text_value& file);
 
-// Reads the file, the numbers of observations, weights and covariables, and the observations of all kinds of traits.
-// Errors: unknown columns, cells that are no numbers, classes that hold a number with a fraction, those of
-// trait_values. Warnings: values that look like codes for missing.
+// Reads the file, the numbers of observations, weights and covariables, and the observations of all kinds of
+// traits. Errors: unknown columns, cells that are no numbers, classes that hold a number with a fraction,
+// those of trait_values. Warnings: values that look like codes for missing.
 data_columns read_data_columns(const model_description& d, message_log& log);
 
 } // namespace zeph::prepare

@@ -8,7 +8,8 @@
 
 namespace zeph::prepare {
 
-// Columns count from 1 in the model, and stand here at index column - 1. Rows are the used records in their order.
+// Columns count from 1 in the model, and stand here at index column - 1. Rows are the used records in their
+// order.
 struct data_rows {
   std::vector<std::vector<std::int32_t>>
       integers;                          // RCDATA_I; the last three: mask, pattern, position in the data
@@ -21,14 +22,15 @@ struct data_rows {
 std::vector<std::int32_t> values_of_used(const record_selection& records,
                                          const std::vector<std::int32_t>& value);
 
-// Adds a column of values per record of the file, taking the used records, and returns its number. A column equal to
-// one that is there already is not added again; observations are not shared, since those of latent traits are rescaled
-// when they are read. Not a number becomes 0.
+// Adds a column of values per record of the file, taking the used records, and returns its number. A column
+// equal to one that is there already is not added again; observations are not shared, since those of latent
+// traits are rescaled when they are read. Not a number becomes 0.
 std::int32_t add_integers(data_rows& rows, const record_selection& records,
                           const std::vector<std::int32_t>& value);
 std::int32_t add_reals(data_rows& rows, const record_selection& records, const std::vector<double>& value);
 
-// The same for the observations of trait t (0-based): always a column of its own, 0 where the trait is missing.
+// The same for the observations of trait t (0-based): always a column of its own, 0 where the trait is
+// missing.
 std::int32_t add_observations(data_rows& rows, const record_selection& records, std::size_t t,
                               const std::vector<double>& value);
 

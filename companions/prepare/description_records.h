@@ -1,4 +1,5 @@
-// The model description as plain records. The keys that fill them, and their defaults, stand in model_description.h.
+// The model description as plain records. The keys that fill them, and their defaults, stand in
+// model_description.h.
 #pragma once
 
 #include "prepare/formula.h"
@@ -23,8 +24,8 @@ template <typename T> struct stated {
 
 using text_value = stated<std::string>;
 
-// A square matrix given as rows, full and symmetric after reading; element (i,j), 0-based, is value[i * order + j].
-// order 0: not given.
+// A square matrix given as rows, full and symmetric after reading; element (i,j), 0-based, is value[i * order
+// + j]. order 0: not given.
 struct matrix_value {
   int order = 0;
   std::vector<double> value;
@@ -70,13 +71,13 @@ struct matrix_source {
   stated<double> blend;       // 0..1, weight of the identity that is blended in before the inversion
 };
 
-// One row of a factor's covariance matrix, that is one coefficient of a trait: what (trait, random term, effect of its
-// left side, degree) put into a record. `name` is the word of `order`, G[..] and the reports:
+// One row of a factor's covariance matrix, that is one coefficient of a trait: what (trait, random term,
+// effect of its left side, degree) put into a record. `name` is the word of `order`, G[..] and the reports:
 //   trait.column      the 1 of a term on `column` ("bwt.animal"; two columns: "gr.mate1+mate2")
 //   trait.leg0 ..     the degrees of leg(x, n); trait.poly0 .. of poly(x, n)
 //   trait.x           a covariable x; a product of covariables can't stand here
-// Names that two rows of one factor would share get ".column" behind ("milk.leg1.cow", "milk.leg1.dam"), and those that
-// are then still equal the covariable before that ("milk.leg1.dim.cow", "milk.leg1.age.cow").
+// Names that two rows of one factor would share get ".column" behind ("milk.leg1.cow", "milk.leg1.dam"), and
+// those that are then still equal the covariable before that ("milk.leg1.dim.cow", "milk.leg1.age.cow").
 struct factor_row {
   std::string name;
   int trait = 0;   // 0-based, into model_description::traits
@@ -100,8 +101,9 @@ struct factor_section {
   std::vector<text_value> order;
   stated<deviation_kind> deviations;
   stated<std::int32_t> deviations_every, deviations_above; // rounds between files of PTD (0: none), progeny
-  // The rows in their final order: `order` when given, else by trait, within it by term and effect of the formula.
-  // Rows of one trait in one factor that agree in (effect, degree) and differ in the column are rows of their own.
+  // The rows in their final order: `order` when given, else by trait, within it by term and effect of the
+  // formula. Rows of one trait in one factor that agree in (effect, degree) and differ in the column are rows
+  // of their own.
   std::vector<factor_row> rows; // empty: no formula uses the factor (a warning)
 };
 
@@ -124,8 +126,8 @@ struct trait_section {
   stated<trait_kind> kind;
   text_value weight;                  // empty: none
   std::vector<text_value> categories; // ordered, binary, sequence: lowest first; empty: numbers as they are
-  // Censored: columns. With `code` it says how (and `upper` serves its intervals); with `event` alone 0 is right
-  // censored; with `upper` alone the pair of columns are the bounds.
+  // Censored: columns. With `code` it says how (and `upper` serves its intervals); with `event` alone 0 is
+  // right censored; with `upper` alone the pair of columns are the bounds.
   text_value limits_code, limits_upper, limits_event;
   stated<double> first_upper;   // indicator: share of the records that begin in component 1
   text_value first_of;          // by the values of that trait; not given: of the first trait with shift(..)

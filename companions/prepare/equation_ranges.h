@@ -22,8 +22,8 @@ struct equation_range {
 // All parts with equations, in the order of the traits, then the factors.
 std::vector<equation_range> equation_ranges(const model_description& d, const prepared_model& p);
 
-// Equations of the parts that [keep] lists, ascending, each once: a factor, an effect or regression of all traits
-// ("sex"; "1" is the mean), or "trait.effect". A name without equations is an error.
+// Equations of the parts that [keep] lists, ascending, each once: a factor, an effect or regression of all
+// traits ("sex"; "1" is the mean), or "trait.effect". A name without equations is an error.
 std::vector<std::int32_t> kept_equations(const model_description& d,
                                          const std::vector<equation_range>& ranges, message_log& log);
 

@@ -149,7 +149,8 @@ pedigree_request request_of(const model_description& d, const data_columns& data
   return q;
 }
 
-// Animals pass their numbers through when they all are some; the groups among them are -1, -2, .. when theirs are not.
+// Animals pass their numbers through when they all are some; the groups among them are -1, -2, .. when theirs
+// are not.
 void codes_of_pedigree(const pedigree& ped, factor_levels& f) {
   f.identification = ped.identification;
   f.identification.insert(f.identification.end(), ped.group.begin(), ped.group.end());
@@ -289,7 +290,8 @@ void count_records(const record_selection& records, factor_levels& f) {
   }
 }
 
-// Levels of one factor in one record are solved and drawn given each other's last value, as if they met nowhere.
+// Levels of one factor in one record are solved and drawn given each other's last value, as if they met
+// nowhere.
 std::string words_of_meeting(analysis_type analysis, const factor_levels& f) {
   const std::string where =
       fmt::format("two levels of {} meet in {}: ", f.name, records_in_words(f.n_meeting));

@@ -48,11 +48,12 @@ struct factor_levels {
   [[nodiscard]] int order() const { return static_cast<int>(row_names.size()); }
 };
 
-// Makes the factors that a formula uses, in the order of the description. Identity: the levels are those of the used
-// records, in ascending order (numbers before texts). Pedigree: all animals, parents first, then the phantom parent
-// groups; with `prune` only animals with records and their ancestors. A given matrix: the levels of its file.
-// Errors: those of the files, and levels of the data that a file does not have. Warnings: records without level,
-// records where levels of one factor meet, in the words of what that does to the analysis.
+// Makes the factors that a formula uses, in the order of the description. Identity: the levels are those of
+// the used records, in ascending order (numbers before texts). Pedigree: all animals, parents first, then the
+// phantom parent groups; with `prune` only animals with records and their ancestors. A given matrix: the
+// levels of its file. Errors: those of the files, and levels of the data that a file does not have. Warnings:
+// records without level, records where levels of one factor meet, in the words of what that does to the
+// analysis.
 std::vector<factor_levels> make_factors(const model_description& d, const data_columns& data,
                                         const record_selection& records, bool prune, message_log& log);
 

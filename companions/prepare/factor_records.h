@@ -25,9 +25,9 @@ void size_factor(const factor_levels& f, structure_record& out);
 std::map<std::string, std::int32_t> add_level_columns(const model_description& d, const factor_levels& f,
                                                       prepared_model& p);
 
-// Fills RMAT(k). One trait entry per row of the matrix, so that every row is reported; the contributions of a record
-// in the order of the rows. The traits' records are filled already. Errors: a start matrix that is not positive
-// definite.
+// Fills RMAT(k). One trait entry per row of the matrix, so that every row is reported; the contributions of a
+// record in the order of the rows. The traits' records are filled already. Errors: a start matrix that is not
+// positive definite.
 void fill_factor(const model_description& d, int k, const std::map<std::string, std::int32_t>& level_column,
                  prepared_model& p, message_log& log);
 

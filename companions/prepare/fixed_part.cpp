@@ -159,8 +159,8 @@ class_effect renumbered(const level_codes& codes, const std::vector<std::int32_t
   return out;
 }
 
-// The class effect that a nested regression names: one of those there with the same name and levels, else a new one
-// without equations.
+// The class effect that a nested regression names: one of those there with the same name and levels, else a
+// new one without equations.
 int nesting_class(class_effect wanted, fixed_part& out) {
   for (std::size_t i = 0; i < out.classes.size(); ++i)
     if (out.classes[i].name == wanted.name && out.classes[i].identification == wanted.identification)

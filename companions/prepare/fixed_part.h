@@ -50,11 +50,11 @@ struct fixed_part {
   std::vector<covariable_scale> scales;
 };
 
-// Makes the fixed part of trait t (0-based). Of full rank, unless the run asks for restrictions: then all levels stay
-// and only empty ones are left out. The mean is a class effect of one level where no class effect absorbs it. A
-// regression that is nested in a class effect without equations, or in other levels than those that the class effect
-// kept, has a class effect of its own without equations; a level of it that was dropped keeps the covariable 0. A shift
-// changes in the chain and takes no part in the rank.
+// Makes the fixed part of trait t (0-based). Of full rank, unless the run asks for restrictions: then all
+// levels stay and only empty ones are left out. The mean is a class effect of one level where no class effect
+// absorbs it. A regression that is nested in a class effect without equations, or in other levels than those
+// that the class effect kept, has a class effect of its own without equations; a level of it that was dropped
+// keeps the covariable 0. A shift changes in the chain and takes no part in the rank.
 // Errors are those of the covariables and of fixed_rank.
 fixed_part make_fixed_part(const model_description& d, const data_columns& data,
                            const record_selection& records, int t, message_log& log);

@@ -159,8 +159,8 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
   return x;
 }
 
-// Coefficients of the widest class: in each level the mean of what the other terms leave of the column. The values are
-// those of the covariables as they stand, not centred.
+// Coefficients of the widest class: in each level the mean of what the other terms leave of the column. The
+// values are those of the covariables as they stand, not centred.
 void add_wide_terms(std::span<const fixed_effect> effects, std::span<const std::uint8_t> use,
                     const std::vector<column_decision>& table, const fixed_columns& x, combination& c) {
   std::vector<double> coefficient(x.decision.size(), 0.0);

@@ -10,9 +10,9 @@
 
 namespace zeph::prepare {
 
-// One effect of the fixed part, in the order of the formula. A column of the design is a level of a class effect
-// (coefficient 1), a plain regression (its covariable), or a level of a nested regression (covariable within level).
-// Spans have one value per record of the data and stay with the caller.
+// One effect of the fixed part, in the order of the formula. A column of the design is a level of a class
+// effect (coefficient 1), a plain regression (its covariable), or a level of a nested regression (covariable
+// within level). Spans have one value per record of the data and stay with the caller.
 struct fixed_effect {
   std::string name;                      // "herd:year", "age", "season:leg1"
   std::span<const std::int32_t> level{}; // 1..n_levels; empty: plain regression. 0: not in the record
@@ -41,13 +41,13 @@ struct fixed_coding {
 };
 
 // Coding of the fixed part over the records with use[r] not 0 (empty: all): the class effect with most levels
-// (the first of several; one that is `whole` before all others) keeps all of them, each other class effect loses the level with most records, then every
-// column that depends on columns before it is dropped. The order is: the widest class effect, then the effects as
-// they stand. A mean is a class effect of one level by the caller's choice, and only needed beside no class effect.
-// Dependent columns are found by SuiteSparseQR and named in the log ("fixed effects of wwt hang together: ..."),
-// as errors or, by choice, as warnings; the table has them all. Levels without data are dropped too.
-// Columns are scaled to length 1; a column counts as dependent when what the others leave of it is shorter
-// than 1e-6.
+// (the first of several; one that is `whole` before all others) keeps all of them, each other class effect
+// loses the level with most records, then every column that depends on columns before it is dropped. The
+// order is: the widest class effect, then the effects as they stand. A mean is a class effect of one level by
+// the caller's choice, and only needed beside no class effect. Dependent columns are found by SuiteSparseQR
+// and named in the log ("fixed effects of wwt hang together: ..."), as errors or, by choice, as warnings; the
+// table has them all. Levels without data are dropped too. Columns are scaled to length 1; a column counts as
+// dependent when what the others leave of it is shorter than 1e-6.
 fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_effect> effects,
                              std::span<const std::uint8_t> use, bool dependence_is_error, message_log& log);
 

@@ -265,8 +265,9 @@ template <> struct action<rules::shift> {
   }
 };
 
-// What a user of other formula languages most likely meant with the sign at which the reading ended. `between`: the
-// reading ended where a term ends or begins, not inside of one; `name`: a name could stand there.
+// What a user of other formula languages most likely meant with the sign at which the reading ended.
+// `between`: the reading ended where a term ends or begins, not inside of one; `name`: a name could stand
+// there.
 std::string hint_for(std::string_view text, std::size_t at, bool between, bool name) {
   if (at >= text.size()) return {};
   if (name && text[at] >= '0' && text[at] <= '9')

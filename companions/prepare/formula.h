@@ -8,9 +8,9 @@
 //   left    = ( "1" | "0" | effect ) { "+" ( "1" | "0" | effect ) }     1 is understood, "0 +" takes it away
 //   name    = letter, "_" or "." , then letters, digits, "_" and "."; or any text in back quotes
 //
-// Blanks, tabs and line ends may stand between all parts. A letter is also any character outside ASCII. The words leg,
-// poly and shift are names where no "(" follows. Several columns after the last bar put one level each into the same
-// row of the factor (two mates of one animal).
+// Blanks, tabs and line ends may stand between all parts. A letter is also any character outside ASCII. The
+// words leg, poly and shift are names where no "(" follows. Several columns after the last bar put one level
+// each into the same row of the factor (two mates of one animal).
 #pragma once
 
 #include <cstddef>
@@ -30,8 +30,8 @@ constexpr int LARGEST_ORDER = 12; // of leg and poly
 
 enum class atom_kind { column, leg, poly };
 
-// A column, or a set of curves in a covariable. leg(x, n): the Legendre polynomials 1 to n of x, normalised on -1..1.
-// poly(x, n): the powers 1 to n.
+// A column, or a set of curves in a covariable. leg(x, n): the Legendre polynomials 1 to n of x, normalised
+// on -1..1. poly(x, n): the powers 1 to n.
 struct atom {
   atom_kind kind = atom_kind::column;
   std::string name; // as in the formula, without back quotes
@@ -83,10 +83,10 @@ struct formula_fault {
   std::string hint;   // may be empty
 };
 
-// Reads a formula. Returns true when `faults` got nothing new; then `out` holds the terms in the order of the text.
-// A fault of the grammar ends the reading, so there is one of them at most; all faults of meaning that the text alone
-// shows are told: an order outside 1..LARGEST_ORDER, a term twice, "1" and "0" together, an empty random term, a
-// column twice after the bar. Any text at all may be given.
+// Reads a formula. Returns true when `faults` got nothing new; then `out` holds the terms in the order of the
+// text. A fault of the grammar ends the reading, so there is one of them at most; all faults of meaning that
+// the text alone shows are told: an order outside 1..LARGEST_ORDER, a term twice, "1" and "0" together, an
+// empty random term, a column twice after the bar. Any text at all may be given.
 bool parse_formula(std::string_view text, formula& out, std::vector<formula_fault>& faults);
 
 // The effect as the user reads it: atoms joined by ":", `leg(dim,4)` without blanks.

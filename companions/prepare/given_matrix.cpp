@@ -37,7 +37,8 @@ struct word_line {
   std::string_view text;
 };
 
-// Next word of `text`, taken off; words are separated by blanks, tabs, commas or semicolons, or stand in quotes.
+// Next word of `text`, taken off; words are separated by blanks, tabs, commas or semicolons, or stand in
+// quotes.
 bool take_word(std::string_view& text, std::string_view& word) {
   constexpr std::string_view SEPARATORS = " \t,;";
   const std::size_t begin = text.find_first_not_of(SEPARATORS);

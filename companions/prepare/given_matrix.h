@@ -1,5 +1,5 @@
-// A relationship between the levels of a factor that the user gives as a text file: its inverse, or the matrix
-// itself, which is inverted here.
+// A relationship between the levels of a factor that the user gives as a text file: its inverse, or the
+// matrix itself, which is inverted here.
 #pragma once
 
 #include "prepare/description_records.h"
@@ -35,13 +35,14 @@ struct given_inverse {
   double blended = 0.0;                    // fraction that was blended in
 };
 
-// Reads the file: rows "identification identification value" (one triangle, or both when they agree; a heading
-// is allowed), or a square matrix under a line of identifications, its rows with or without theirs. Values are
-// separated by blanks, tabs, commas or semicolons. By columns: three in every line are triplets, unless the first
-// line holds no number, as many lines follow as it has words, and they are numbers only. Kind inverse is used as it stands; the others are inverted by
-// LAPACK's dpotrf and dpotri. Errors: no number, two values for a pair, no diagonal, not symmetric, not positive
-// definite (with the smallest eigenvalue, dsyevr). Warning: near singular (smallest eigenvalue below 1e-6 of the
-// mean diagonal), then blended. After an error no elements come back.
+// Reads the file: rows "identification identification value" (one triangle, or both when they agree; a
+// heading is allowed), or a square matrix under a line of identifications, its rows with or without theirs.
+// Values are separated by blanks, tabs, commas or semicolons. By columns: three in every line are triplets,
+// unless the first line holds no number, as many lines follow as it has words, and they are numbers only.
+// Kind inverse is used as it stands; the others are inverted by LAPACK's dpotrf and dpotri. Errors: no
+// number, two values for a pair, no diagonal, not symmetric, not positive definite (with the smallest
+// eigenvalue, dsyevr). Warning: near singular (smallest eigenvalue below 1e-6 of the mean diagonal), then
+// blended. After an error no elements come back.
 given_inverse read_given_matrix(const matrix_request& request, message_log& log);
 
 // The same from text in memory; request.file is the name for messages.

@@ -18,7 +18,8 @@ bool any_integer(std::string_view text, std::int64_t& value) {
   return fault == std::errc{} && stop == text.data() + text.size();
 }
 
-// The different texts of one column in ascending order, and the place of each record's text in it (-1: missing).
+// The different texts of one column in ascending order, and the place of each record's text in it (-1:
+// missing).
 struct ranked_column {
   std::vector<std::string_view> text;
   std::vector<std::int32_t> rank; // size n records, from 0
@@ -59,7 +60,8 @@ ranked_column rank_column(const csv_columns& table, std::size_t c, std::span<con
   return column;
 }
 
-// Combines the levels so far (0-based, -1 missing; n of them) with the next column: the pairs that occur, in order.
+// Combines the levels so far (0-based, -1 missing; n of them) with the next column: the pairs that occur, in
+// order.
 void combine(const ranked_column& next, std::vector<std::int32_t>& level,
              std::vector<std::string>& identification) {
   const auto width = static_cast<std::int64_t>(next.text.size());

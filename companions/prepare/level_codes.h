@@ -30,8 +30,8 @@ struct level_codes {
 level_codes codes_of_columns(const csv_columns& table, std::span<const std::size_t> columns,
                              std::span<const std::uint8_t> use = {});
 
-// Codes of given identifications (animals of a pedigree, say) in the order given: integers in plain form that fit
-// 32 bits and differ are passed through, and the return is true; otherwise running codes 1..n and false.
+// Codes of given identifications (animals of a pedigree, say) in the order given: integers in plain form that
+// fit 32 bits and differ are passed through, and the return is true; otherwise running codes 1..n and false.
 bool codes_of_identifications(std::span<const std::string> identification, std::vector<std::int32_t>& code);
 
 // Integer in plain form that fits 32 bits: "-12", "0", "7"; not "+7", "07", "-0", "7.0".

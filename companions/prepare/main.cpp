@@ -31,7 +31,8 @@ The description holds the tables
   [factor.NAME]    a random factor: its relationship, start value and prior
   [trait.NAME]     formula = "1 + sex + (1 | animal)", and kind =
                      "gaussian"             numbers; unless said
-                     "censored"             limits = { code = .., upper = .. }, { event = .. } or { upper = .. }
+                     "censored"             limits = { code = .., upper = .. }, { event = .. }
+                                            or { upper = .. }
                      "ordered", "binary"    categories = ["low", .., "high"]
                      "indicator"            of a mixture: shift(NAME) in the formula of the mixed trait
                      "sequence", "cured"    a cure model: subject = .., position = ..; of = "sequence trait"

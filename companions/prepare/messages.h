@@ -11,8 +11,8 @@ namespace zeph::prepare {
 
 enum class severity { error, warning, note };
 
-// Where something stands. An empty file: the message belongs to no file. line, column: 1-based, 0 is "none"; the
-// column counts characters (code points), not bytes.
+// Where something stands. An empty file: the message belongs to no file. line, column: 1-based, 0 is "none";
+// the column counts characters (code points), not bytes.
 struct source_place {
   std::string file;
   int line = 0;
@@ -55,16 +55,16 @@ void sort_by_place(message_log& log, std::size_t first);
 //             ^ hint                       the caret under the column of the place
 std::string message_text(const message& m);
 
-// For the screen: of each kind (same severity) ten, and after the last of them how many more there are; `listing` is
-// the name of the file that has them all.
+// For the screen: of each kind (same severity) ten, and after the last of them how many more there are;
+// `listing` is the name of the file that has them all.
 std::string screen_text(const message_log& log, std::string_view listing = "prepare.txt");
 
 // For the listing: every message.
 std::string full_text(const message_log& log);
 
-// The known word that is nearest to `word` by the number of inserted, left out, changed and swapped neighbouring
-// letters (Damerau 1964; optimal string alignment), upper and lower case being alike. None when the nearest is further
-// than a third of the length of the longer of both (at least 1). Of equals the first.
+// The known word that is nearest to `word` by the number of inserted, left out, changed and swapped
+// neighbouring letters (Damerau 1964; optimal string alignment), upper and lower case being alike. None when
+// the nearest is further than a third of the length of the longer of both (at least 1). Of equals the first.
 std::optional<std::string> nearest_word(std::string_view word, std::span<const std::string> known);
 
 // The hint `did you mean "..."?`, or an empty text.

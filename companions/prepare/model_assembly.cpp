@@ -144,8 +144,8 @@ void fill_header(const model_description& d, const prepare_options& options, pre
   }
 }
 
-// The factor whose levels get trait deviations. Means over samples are reported in a chain, the last values of a
-// solver.
+// The factor whose levels get trait deviations. Means over samples are reported in a chain, the last values
+// of a solver.
 void mark_deviations(const model_description& d, prepared_model& p) {
   model_records& m = p.model;
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
@@ -187,8 +187,8 @@ void add_record_columns(prepared_model& p) {
   p.model.n_real = static_cast<std::int32_t>(p.rows.reals.size());
 }
 
-// Sum of n_reg, of class effects with equations, and per factor the larger of its effects with a constant and its
-// contributions.
+// Sum of n_reg, of class effects with equations, and per factor the larger of its effects with a constant and
+// its contributions.
 std::int64_t largest_row_of(const model_records& m) {
   std::int64_t out = m.nregt;
   for (std::int32_t i = 1; i <= m.nt; ++i)
@@ -225,7 +225,8 @@ void warn_of_digits(const std::string& file, const std::string& name, const colu
                           name, std::fabs(s.mean) / s.sd, name));
 }
 
-// Values of a covariable in the records of a trait; those of 0 stand for dropped levels, too, and are passed over.
+// Values of a covariable in the records of a trait; those of 0 stand for dropped levels, too, and are passed
+// over.
 column_statistics statistics_in_use(const prepared_model& p, std::size_t t, const std::vector<double>& x) {
   std::vector<double> value;
   for (const std::uint32_t r : p.records.records)

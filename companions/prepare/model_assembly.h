@@ -51,11 +51,12 @@ std::int64_t design_bytes(const prepared_model& p);
 // Equations: neq, and the first one of parts of the model (1-based; 0: none).
 std::int64_t equations_of(const model_records& m);
 
-// Reads the data and the files of the factors and assembles the model. All faults of a stage are told before the
-// assembly ends there; no file is written.
+// Reads the data and the files of the factors and assembles the model. All faults of a stage are told before
+// the assembly ends there; no file is written.
 //
-// Equations: plain regressions (trait outer), nested regressions (trait outer), class effects (effect outer, trait
-// inner), then the factors without pedigree, then those with one; levels outside, rows of the matrix inside.
+// Equations: plain regressions (trait outer), nested regressions (trait outer), class effects (effect outer,
+// trait inner), then the factors without pedigree, then those with one; levels outside, rows of the matrix
+// inside.
 prepared_model assemble_model(const model_description& d, const prepare_options& options, message_log& log);
 
 } // namespace zeph::prepare

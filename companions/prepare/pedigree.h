@@ -18,8 +18,8 @@ struct pedigree_request {
   std::string animal{}; // names of the columns; empty: animal or id, sire or father, dam or mother
   std::string sire{};
   std::string dam{};
-  // phantom parent groups, which stand in place of unknown parents: their codes, or a pattern of them (* is any text,
-  // ? any one byte)
+  // phantom parent groups, which stand in place of unknown parents: their codes, or a pattern of them (* is
+  // any text, ? any one byte)
   std::vector<std::string> groups{};
   std::string group_pattern{}; // empty: none
   bool selfing = false;        // an animal may be both sire and dam
@@ -46,10 +46,10 @@ struct pedigree {
   [[nodiscard]] std::int32_t n_groups() const { return static_cast<std::int32_t>(group.size()); }
 };
 
-// Reads and checks. Unknown parents: "", "0", "NA" and the missing codes. Errors: columns not found, an animal
-// twice with different parents, animal of a group's name, a sire that is also a dam, loops (each with its animals
-// and lines). Notes: repeated lines, parents added as founders. Warning: a group that is nobody's parent (left
-// out). After an error the pedigree comes back empty.
+// Reads and checks. Unknown parents: "", "0", "NA" and the missing codes. Errors: columns not found, an
+// animal twice with different parents, animal of a group's name, a sire that is also a dam, loops (each with
+// its animals and lines). Notes: repeated lines, parents added as founders. Warning: a group that is nobody's
+// parent (left out). After an error the pedigree comes back empty.
 pedigree read_pedigree(const pedigree_request& request, message_log& log);
 
 // The same from a table that was read.
@@ -68,13 +68,13 @@ column_animals animals_of_column(const pedigree& ped, const csv_columns& table, 
 // connected[a - 1] = 1 for the animals named (seen[a - 1] not 0) and all their ancestors, else 0.
 std::vector<std::uint8_t> connected_to_data(const pedigree& ped, std::span<const std::uint8_t> seen);
 
-// The pedigree of the animals with keep[a - 1] not 0, which must hold the parents of each. new_number[a - 1] is
-// the animal's new number or 0. Groups without progeny left are left out.
+// The pedigree of the animals with keep[a - 1] not 0, which must hold the parents of each. new_number[a - 1]
+// is the animal's new number or 0. Groups without progeny left are left out.
 pedigree pruned(const pedigree& ped, std::span<const std::uint8_t> keep,
                 std::vector<std::int32_t>& new_number);
 
-// Note with the size of the pedigree: animals, those with records (seen[a - 1] not 0, and n_unknown that are not in
-// it), animals without connection to data.
+// Note with the size of the pedigree: animals, those with records (seen[a - 1] not 0, and n_unknown that are
+// not in it), animals without connection to data.
 void note_pedigree_size(const pedigree& ped, std::span<const std::uint8_t> seen, std::int64_t n_unknown,
                         message_log& log);
 

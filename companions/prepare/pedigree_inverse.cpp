@@ -32,7 +32,8 @@ std::vector<ancestor> ancestors_of(const pedigree& ped) {
   return anc;
 }
 
-// The earliest animal with the same two parents, for every animal with two known parents; else the animal itself.
+// The earliest animal with the same two parents, for every animal with two known parents; else the animal
+// itself.
 std::vector<std::int32_t> first_full_sibs(const std::vector<ancestor>& anc) {
   std::vector<std::int32_t> order(anc.size());
   std::iota(order.begin(), order.end(), 0);
@@ -63,8 +64,9 @@ double variance_given_parents(const ancestor& x, std::span<const double> f) {
   return d;
 }
 
-// Sum over ancestors j of L(i,j)^2 D(j), less 1, for an animal with two known parents. Ancestors wait by generation,
-// latest first, so each is reached from all its progeny before its own parents are. l is 0 before and after.
+// Sum over ancestors j of L(i,j)^2 D(j), less 1, for an animal with two known parents. Ancestors wait by
+// generation, latest first, so each is reached from all its progeny before its own parents are. l is 0 before
+// and after.
 double trace_inbreeding(std::vector<ancestor>& anc, std::size_t i,
                         std::vector<std::vector<std::int32_t>>& waiting) {
   constexpr std::size_t AHEAD = 6;
@@ -130,7 +132,8 @@ std::int32_t level_of(const pedigree& ped, std::int32_t parent, group_place plac
 
 namespace {
 
-// What one animal adds, i >= j: 1/d at (a,a), -1/(2d) at (a,p) of each parent p, 1/(4d) at (p,q) of each pair.
+// What one animal adds, i >= j: 1/d at (a,a), -1/(2d) at (a,p) of each parent p, 1/(4d) at (p,q) of each
+// pair.
 struct contribution {
   std::array<matrix_element, 6> element;
   std::size_t n = 0;

@@ -5,8 +5,8 @@
 
 namespace zeph::prepare {
 
-// "there is no such file", "it is a folder", or the system's words for what else keeps it from being opened; empty when
-// it can be read. path: as seen from where the program stands.
+// "there is no such file", "it is a folder", or the system's words for what else keeps it from being opened;
+// empty when it can be read. path: as seen from where the program stands.
 std::string why_unreadable(const std::string& path);
 
 } // namespace zeph::prepare

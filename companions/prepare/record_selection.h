@@ -18,14 +18,15 @@ struct removal {
   std::vector<std::int64_t> lines; // of the data file
 };
 
-// A trait is present in a record when its observation, its weight, the classes and covariables of its fixed part and
-// the covariables of its random regressions all are, and so is the class whose solutions are a covariable of it: the files have no missing code for them, and a class or
-// covariable without value would leave the effect out of the record without a word. A record is used when it has a
-// present trait and, with residual groups, a group. The level of a random factor may be missing: the effect is then
-// left out of the record.
-// An indicator is present where its own columns are, and its mixed traits are so only together with it; alone it does
-// not make a record used. A trait of kind cured is present in the last record of each sequence alone; where its columns
-// have no value there, the sequence is taken out.
+// A trait is present in a record when its observation, its weight, the classes and covariables of its fixed
+// part and the covariables of its random regressions all are, and so is the class whose solutions are a
+// covariable of it: the files have no missing code for them, and a class or covariable without value would
+// leave the effect out of the record without a word. A record is used when it has a present trait and, with
+// residual groups, a group. The level of a random factor may be missing: the effect is then left out of the
+// record.
+// An indicator is present where its own columns are, and its mixed traits are so only together with it; alone
+// it does not make a record used. A trait of kind cured is present in the last record of each sequence alone;
+// where its columns have no value there, the sequence is taken out.
 struct record_selection {
   std::vector<std::vector<std::uint8_t>> present; // [trait][record of the file]; 0 in records not used
   std::vector<std::uint8_t> use;                  // [record of the file]
@@ -40,9 +41,9 @@ struct record_selection {
   [[nodiscard]] std::size_t n_used() const { return records.size(); }
 };
 
-// Warns of every removal and of dropped records, with counts; an error when a trait has no record at all, when a
-// weight is below zero, when no used record is in a category, and those of make_sequences. A weight of 0 makes the trait
-// missing.
+// Warns of every removal and of dropped records, with counts; an error when a trait has no record at all,
+// when a weight is below zero, when no used record is in a category, and those of make_sequences. A weight of
+// 0 makes the trait missing.
 record_selection select_records(const model_description& d, const data_columns& data, message_log& log);
 
 // "1 record", "14 records".

@@ -20,9 +20,9 @@ struct record_sequences {
   std::int32_t longest = 1;
 };
 
-// Sequences of trait t (kind sequence) over its present records. Errors: a position of a subject that is no whole
-// number from 1, that stands twice, or that no record has though a later one is there; records without the trait count
-// for that.
+// Sequences of trait t (kind sequence) over its present records. Errors: a position of a subject that is no
+// whole number from 1, that stands twice, or that no record has though a later one is there; records without
+// the trait count for that.
 record_sequences make_sequences(const model_description& d, const data_columns& data, int t,
                                 const std::vector<std::uint8_t>& present, message_log& log);
 

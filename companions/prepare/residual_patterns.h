@@ -1,4 +1,5 @@
-// Missing patterns and residual groups of the used records, and the residual element of the model made from them.
+// Missing patterns and residual groups of the used records, and the residual element of the model made from
+// them.
 #pragma once
 
 #include "input/model_records.h"
@@ -10,8 +11,8 @@
 
 namespace zeph::prepare {
 
-// Patterns count from 1; pattern 1 is the complete one, whether or not a record has it; the others follow by falling
-// mask. In a mask trait t = 1..nt is bit nt - t.
+// Patterns count from 1; pattern 1 is the complete one, whether or not a record has it; the others follow by
+// falling mask. In a mask trait t = 1..nt is bit nt - t.
 struct residual_patterns {
   std::vector<std::int32_t> mask;          // per pattern
   std::vector<std::int64_t> n_records;     // per pattern
@@ -27,9 +28,9 @@ residual_patterns make_patterns(const model_description& d, const data_columns& 
 // Traits of a mask, 0-based.
 std::vector<int> traits_of(std::int32_t mask, int nt);
 
-// Fills the arrays of the residual element: start matrix, held zeros, pattern tables, and for each group and pattern
-// the inverse of the observed part (zero elsewhere) and its log determinant. The element's arrays have been taken for
-// n_hetgr groups (at least 1) and n_pat patterns.
+// Fills the arrays of the residual element: start matrix, held zeros, pattern tables, and for each group and
+// pattern the inverse of the observed part (zero elsewhere) and its log determinant. The element's arrays
+// have been taken for n_hetgr groups (at least 1) and n_pat patterns.
 // Errors: a start matrix that is not positive definite. Warnings: two traits that are never in one record.
 void fill_residual(const model_description& d, const record_selection& records,
                    const residual_patterns& patterns, const start_values& start, structure_record& residual,

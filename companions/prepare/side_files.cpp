@@ -68,7 +68,8 @@ json derive_json(const model_description& d) {
   return out;
 }
 
-// What the coefficient of a row is: "1", a covariable, or a degree of leg or poly, and the columns of its levels.
+// What the coefficient of a row is: "1", a covariable, or a degree of leg or poly, and the columns of its
+// levels.
 json row_term_json(const model_description& d, const factor_row& row) {
   const random_term& r =
       d.traits[static_cast<std::size_t>(row.trait)].terms.random[static_cast<std::size_t>(row.term)];

@@ -22,7 +22,8 @@ std::vector<std::size_t> places_of(const data_columns& data, const covariable_se
   return places;
 }
 
-// Identification of the source's level in record r, joined as level_codes joins it; "" where a column is missing.
+// Identification of the source's level in record r, joined as level_codes joins it; "" where a column is
+// missing.
 std::string level_text(const csv_columns& table, const std::vector<std::size_t>& places, std::size_t r) {
   std::string out;
   for (const std::size_t c : places) {

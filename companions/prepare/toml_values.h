@@ -1,5 +1,6 @@
-// Typed reading of TOML values: each routine checks the type, keeps the place, and tells a fault with its line and
-// caret. A value of the wrong type leaves the default; the reading goes on, so that all faults are told in one pass.
+// Typed reading of TOML values: each routine checks the type, keeps the place, and tells a fault with its
+// line and caret. A value of the wrong type leaves the default; the reading goes on, so that all faults are
+// told in one pass.
 #pragma once
 
 #include "prepare/model_description.h"
@@ -73,8 +74,8 @@ const toml::table* read_table(const table_view& t, std::string_view key);
 using table_entry = std::pair<const toml::key*, const toml::node*>;
 std::vector<table_entry> entries_by_place(const toml::table& table);
 
-// Tells every key that is not among `known`, with the nearest known key; `elsewhere` gives, for a key that another
-// table knows, the title of that table, or an empty text.
+// Tells every key that is not among `known`, with the nearest known key; `elsewhere` gives, for a key that
+// another table knows, the title of that table, or an empty text.
 void refuse_unknown_keys(const table_view& t, std::span<const std::string> known,
                          std::string (*elsewhere)(std::string_view key));
 

@@ -13,7 +13,8 @@ std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
 std::int32_t count(std::size_t n) { return static_cast<std::int32_t>(n); }
 
-// A nested regression reads a level in every record: where there is none its covariable is 0 and level 1 will do.
+// A nested regression reads a level in every record: where there is none its covariable is 0 and level 1 will
+// do.
 std::vector<std::int32_t> without_zero(std::vector<std::int32_t> level) {
   for (std::int32_t& l : level) l = std::max(l, 1);
   return level;

@@ -15,8 +15,8 @@ using namespace zeph::chains;
 
 constexpr std::int32_t first_model_analysis = 5;
 
-// What the proportion of each trait is called, from names.json: by the indicator of a mixed trait, by the trait itself for
-// sequences and cured fractions; empty for the others.
+// What the proportion of each trait is called, from names.json: by the indicator of a mixed trait, by the
+// trait itself for sequences and cured fractions; empty for the others.
 std::vector<std::string> mixed_traits(const fs::path& directory) {
   const nlohmann::json all = nlohmann::json::parse(text_of(directory / "names.json"), nullptr, false);
   std::vector<std::string> out;

@@ -39,7 +39,8 @@ struct watched_chain {
   double seen_time = 0;
 };
 
-// The chains of a directory: every chain of a study, or one run of ZEPH. False with `fault` when it is neither.
+// The chains of a directory: every chain of a study, or one run of ZEPH. False with `fault` when it is
+// neither.
 bool chains_in(const fs::path& directory, std::vector<watched_chain>& all, std::string& fault);
 
 // Looks again. now: seconds of the steady clock.

@@ -30,8 +30,8 @@ void start_missing_traits(scan_records& r);
 // Residuals of all records with the present solutions; lik is their negative
 // log density. Above analysis type 1 their products go into sscp by residual
 // group, pairs of LNCOV left out, before the missing residuals are drawn; these
-// go into Y_M as they are, without the fitted value. In sample rounds residuals and their squares are summed by trait
-// and kept for the sample files.
+// go into Y_M as they are, without the fitted value. In sample rounds residuals and their squares are summed
+// by trait and kept for the sample files.
 void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik);
 
 } // namespace zeph

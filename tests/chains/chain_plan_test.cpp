@@ -1,5 +1,5 @@
-// Which rounds a segment runs, and how its files number them. Expected numbers by hand: the chain runs 100 rounds of
-// burn-in and 1000 of sampling.
+// Which rounds a segment runs, and how its files number them. Expected numbers by hand: the chain runs 100
+// rounds of burn-in and 1000 of sampling.
 #include "chains/chain_plan.h"
 
 #include <gtest/gtest.h>

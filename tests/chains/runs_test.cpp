@@ -18,8 +18,8 @@ std::string seeds_line(int k) {
 
 std::string chain_of(const std::string& runs, int k) { return runs + "/chain" + std::to_string(k); }
 
-// The shell around ZEPH in a segment; 0 unless it lives, began when the file `process` says, works in that directory and
-// leads a group of its own: only what zeph-chains has started for this test is ever killed.
+// The shell around ZEPH in a segment; 0 unless it lives, began when the file `process` says, works in that
+// directory and leads a group of its own: only what zeph-chains has started for this test is ever killed.
 pid_t shell_of(const std::string& segment) {
   zeph::chains::process_record p;
   if (!zeph::chains::read_process(segment, p) || p.pid <= 1 || p.pid == ::getpid()) return 0;
@@ -133,8 +133,8 @@ TEST(chains_in_two_segments, equal_unbroken_ones_when_the_burnin_is_a_multiple_o
   }
 }
 
-// Interrupts a run of four chains in its sampling rounds, then lets it go on to its end. Returns how many were stopped: a
-// chain may have been at its end already.
+// Interrupts a run of four chains in its sampling rounds, then lets it go on to its end. Returns how many
+// were stopped: a chain may have been at its end already.
 int run_interrupted(const study_case& c, int signal) {
   background_program chains({programs() + "zeph-chains", "run", c.place / "work", "--chains", "4", "--jobs",
                              "4", "--into", c.place / "parts"},
@@ -166,8 +166,8 @@ TEST(chains_that_were_stopped, equal_unbroken_ones_when_the_interval_is_1) {
   }
 }
 
-// With a longer interval the round after the stop has the number of the stop and is sampled: from there on the sampled
-// rounds of the chain are one later than those of the unbroken chain.
+// With a longer interval the round after the stop has the number of the stop and is sampled: from there on
+// the sampled rounds of the chain are one later than those of the unbroken chain.
 TEST(chains_that_were_stopped, sample_one_round_later_when_the_interval_is_longer) {
   const study_case c;
   c.prepare({50, 8000, 10});

@@ -1,5 +1,6 @@
-// Examples of FIPS 180-4 (https://csrc.nist.gov/projects/cryptographic-standards-and-guidelines/example-values) and the
-// long message of FIPS 180-2, appendix B.3.
+// Examples of FIPS 180-4
+// (https://csrc.nist.gov/projects/cryptographic-standards-and-guidelines/example-values) and the long message
+// of FIPS 180-2, appendix B.3.
 #include "chains/sha256.h"
 #include "support/scratch_directory.h"
 

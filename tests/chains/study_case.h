@@ -1,5 +1,5 @@
-// Studies of a small model in a scratch directory: ten animals, two traits, complete records, so that a chain that goes
-// on equals the unbroken one. The programs are those of the build.
+// Studies of a small model in a scratch directory: ten animals, two traits, complete records, so that a chain
+// that goes on equals the unbroken one. The programs are those of the build.
 #pragma once
 
 #include "support/places.h"
@@ -140,7 +140,8 @@ struct study_case {
                 "7,M,b,13.3,30.1,0,3\n8,F,a,8.9,27.8,0,2\n9,M,b,15.2,35.0,1,1\n10,F,a,11.1,31.6,1,2\n"
                 "1,F,b,10.6,29.9,0,3\n");
   }
-  // A ZEPH that still runs loses its directory and ends by that: it can't write its status. No process is killed.
+  // A ZEPH that still runs loses its directory and ends by that: it can't write its status. No process is
+  // killed.
   ~study_case() {
     std::error_code fault;
     for (int i = 0; i < 500 && std::filesystem::exists(place.path(), fault); ++i) {

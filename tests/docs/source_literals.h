@@ -16,12 +16,12 @@ struct text_literal {
 // All literals of a C++ source but character, raw (R"...") and #include ones.
 std::vector<text_literal> cpp_literals(std::string_view source);
 
-// Literals of an R source that stand within the brackets of a call whose name ends in one of `calls`, "stop_report("
-// and so on; all of them when no call is named.
+// Literals of an R source that stand within the brackets of a call whose name ends in one of `calls`,
+// "stop_report(" and so on; all of them when no call is named.
 std::vector<text_literal> r_literals(std::string_view source, const std::vector<std::string>& calls);
 
-// The fixed pieces of a text: it is cut at values ({}, {:.3g}, three dots or more) and at line ends; blanks and points at
-// both ends of a piece are taken off and empty pieces left out. "{{" stands for "{".
+// The fixed pieces of a text: it is cut at values ({}, {:.3g}, three dots or more) and at line ends; blanks
+// and points at both ends of a piece are taken off and empty pieces left out. "{{" stands for "{".
 std::vector<std::string> fixed_pieces(std::string_view text);
 
 // Two words of two letters or more with a blank between them: a text that tells somebody something.

@@ -1,6 +1,6 @@
-// zeph-chains, when one of its calls of the system fails: code 1 and the file, or the program that did not start, on the
-// screen; the work directory stays as it is, and the next call says what it finds. The programs that zeph-chains starts
-// have the same fault, each at its own call of that number.
+// zeph-chains, when one of its calls of the system fails: code 1 and the file, or the program that did not
+// start, on the screen; the work directory stays as it is, and the next call says what it finds. The programs
+// that zeph-chains starts have the same fault, each at its own call of that number.
 #include "faults/small_runs.h"
 #include "support/skip_reasons.h"
 

@@ -116,8 +116,8 @@ TEST(a_run_on_a_full_disk, names_the_file_and_keeps_what_was_whole) {
   EXPECT_GT(full, 3);
 }
 
-// A user without rights: nobody, when the tests run as the superuser. It has a ZEPH of its own, since the directory of
-// the build may be closed to it.
+// A user without rights: nobody, when the tests run as the superuser. It has a ZEPH of its own, since the
+// directory of the build may be closed to it.
 struct plain_user {
   plain_user() {
     with.nobody = ::getuid() == 0;

@@ -69,7 +69,8 @@ TEST(include_check, a_source_includes_its_own_header_first) {
   }
 }
 
-// Only the draws of the sources themselves may end the run through a source; all others are handed the report.
+// Only the draws of the sources themselves may end the run through a source; all others are handed the
+// report.
 TEST(include_check, nobody_reaches_the_listing_through_a_random_source) {
   const std::regex through_a_source(R"(\b(source|sources|combined|marsaglia)(\.|->)report\b)");
   for (const std::string& name : sources()) {

@@ -172,7 +172,8 @@ TEST(sciwhinag, stops_at_a_conditional_draw_without_inverse) {
 
 TEST(sciwhinag, stops_at_a_sampled_matrix_without_inverse) {
   drawing d;
-  // the conditional variance is 1e-20 over a chi-square of 10 degrees of freedom: below 1e-21 in every second draw
+  // the conditional variance is 1e-20 over a chi-square of 10 degrees of freedom: below 1e-21 in every second
+  // draw
   expect_stop(16, d.run, [&](reporting&) {
     for (int i = 0; i < 50; ++i) d.draw(dense_matrix(1, {1.0}), dense_matrix(2, {1.0, 0.0, 0.0, 1e-20}), 10);
   });

@@ -189,7 +189,8 @@ TEST(g0kainv, of_one_given_row_is_the_density_of_the_whole_less_that_of_the_give
 TEST(g0kainv, of_two_given_rows_takes_the_last_component_of_the_cross_block_alone) {
   heard_run run;
   const std::int32_t v = 9;
-  // by the scale: T ~ IW(v, S33 - S32 S22^-1 S23), x ~ N(V S22^-1 S23, T V S22^-1 V), V the leading block of X
+  // by the scale: T ~ IW(v, S33 - S32 S22^-1 S23), x ~ N(V S22^-1 S23, T V S22^-1 V), V the leading block of
+  // X
   const dense_matrix S22(2, {6.0, 1.0, 1.0, 8.0}), V(2, {2.0, 0.6, 0.6, 1.5});
   const dense_matrix S22i = dense_inverse(S22).inverse, Vi = dense_inverse(V).inverse;
   const double s[2] = {0.5, -2.0}, x[2] = {-0.3, 0.4};

@@ -8,7 +8,8 @@ namespace {
 
 using zeph::prepare::normalised_legendre;
 
-// Closed forms: P0 = 1, P1 = x, P2 = (3x^2-1)/2, P3 = (5x^3-3x)/2, P4 = (35x^4-30x^2+3)/8, times sqrt((2n+1)/2).
+// Closed forms: P0 = 1, P1 = x, P2 = (3x^2-1)/2, P3 = (5x^3-3x)/2, P4 = (35x^4-30x^2+3)/8, times
+// sqrt((2n+1)/2).
 TEST(covariable_values, legendre_polynomials_are_those_of_the_closed_forms) {
   for (const double x : {-1.0, -0.3, 0.0, 0.5, 1.0}) {
     EXPECT_DOUBLE_EQ(normalised_legendre(0, x), std::sqrt(0.5));

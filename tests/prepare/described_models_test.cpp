@@ -1,5 +1,5 @@
-// Whole descriptions as a user writes them, on data made here: a univariate animal model, two traits with a maternal
-// effect, and a random regression with residual groups.
+// Whole descriptions as a user writes them, on data made here: a univariate animal model, two traits with a
+// maternal effect, and a random regression with residual groups.
 #include "control/run_driver.h"
 #include "prepare/work_directory.h"
 #include "support/prepared_case.h"
@@ -231,7 +231,8 @@ TEST(described_models, random_regression_has_two_factors_of_order_three_and_nest
   // equal columns are written once: cow, htd, season, stage, mask, pattern, position; milk and the curves
   EXPECT_EQ(m.iv_50, 8);
   EXPECT_EQ(m.n_real, 5);
-  // half of the variance is shared: a quarter to each factor, a third of that to each row, over the mean square
+  // half of the variance is shared: a quarter to each factor, a third of that to each row, over the mean
+  // square
   const double variance = std::pow(c.p.start.traits[0].observed.sd, 2);
   EXPECT_NEAR(m.RMAT(1).COV_MAT(1, 1), variance / 4 / 3 / 0.5, 1e-12 * variance);
 }

@@ -1,5 +1,5 @@
-// Coding of the fixed part. The rank of random designs is that of LAPACK's dgesvd for the dense matrix with all levels;
-// which columns depend on earlier ones is found by that rank, column by column.
+// Coding of the fixed part. The rank of random designs is that of LAPACK's dgesvd for the dense matrix with
+// all levels; which columns depend on earlier ones is found by that rank, column by column.
 #include "prepare/fixed_rank.h"
 
 #include <gtest/gtest.h>
@@ -335,9 +335,10 @@ TEST(fixed_rank, the_later_column_is_dropped) {
   }
 }
 
-// Two classes in connected pairs, in three large parts of `size` levels of the narrower class that don't touch, a part
-// with one level of it and two of the other, and one with a level of each. The rank of a two-way classification is the
-// number of levels of both less the number of parts. n_random: further pairs per level.
+// Two classes in connected pairs, in three large parts of `size` levels of the narrower class that don't
+// touch, a part with one level of it and two of the other, and one with a level of each. The rank of a
+// two-way classification is the number of levels of both less the number of parts. n_random: further pairs
+// per level.
 void check_parts(std::int32_t size, std::int32_t n_random) {
   const std::int32_t more = size + 33, n_second = 3 * size + 2, n_wide = 3 * more + 3;
   levels wide, second;

@@ -271,7 +271,8 @@ std::vector<double> solved(matrix c, std::vector<double> r) {
 }
 
 TEST(given_matrix, published_solutions_of_a_dominance_model) {
-  // Mrode 2014, example 12.1: variances 90 (additive), 80 (dominance), 120 (residual); solutions printed there
+  // Mrode 2014, example 12.1: variances 90 (additive), 80 (dominance), 120 (residual); solutions printed
+  // there
   const std::vector<std::int32_t> sire{0, 0, 0, 0, 1, 3, 6, 0, 3, 3, 6, 6},
       dam{0, 0, 0, 0, 2, 4, 5, 5, 8, 8, 8, 8};
   pedigree p;

@@ -180,8 +180,8 @@ TEST(kinds, values_that_a_continued_chain_loses_are_told) {
 
 // ---- residual (co)variances
 //
-// By the kinds: free variances gaussian, censored, ordered; variance 1 and free correlations binary; variance 1 and no
-// covariance with the other of variance 1 indicator, sequence, cured.
+// By the kinds: free variances gaussian, censored, ordered; variance 1 and free correlations binary; variance
+// 1 and no covariance with the other of variance 1 indicator, sequence, cured.
 
 TEST(kinds, an_indicator_is_held_apart_from_all_others) {
   const result r = read(MIXED + trait("cd", "kind = \"binary\"\n") + trait("y", ""));

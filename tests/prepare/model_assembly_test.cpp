@@ -34,7 +34,8 @@ prepared_case prepare(const std::string& text, const std::string& data = CALVES)
 
 const std::string ANIMAL = "[factor.animal]\npedigree = \"p.csv\"\nstart = 20.0\n";
 
-// Hand: records 1, 2, 4 have bw, sex and so are used; sex F = 1, M = 2; record 5 lacks the sex, 3 and 6 lack bw.
+// Hand: records 1, 2, 4 have bw, sex and so are used; sex F = 1, M = 2; record 5 lacks the sex, 3 and 6 lack
+// bw.
 TEST(model_assembly, animal_model_has_columns_masks_and_positions_of_the_users_data) {
   const prepared_case c = prepare(toml(ANIMAL + "[trait.bw]\nformula = \"1 + sex + (1 | animal | id)\"\n"));
   ASSERT_TRUE(c.p.complete) << c.messages();
@@ -74,7 +75,8 @@ TEST(model_assembly, what_is_dropped_or_made_missing_is_told_with_counts) {
   EXPECT_TRUE(c.says("3 of 6 records have no trait left and are dropped")) << c.messages();
 }
 
-// Hand: masks of (bw, ww): records 1 and 4 3 (age missing in 4: only ww needs it, so 2), 2 -> 2, 3 -> 1, 5 -> 2.
+// Hand: masks of (bw, ww): records 1 and 4 3 (age missing in 4: only ww needs it, so 2), 2 -> 2, 3 -> 1, 5 ->
+// 2.
 TEST(model_assembly, missing_traits_have_masks_and_patterns_the_complete_one_first) {
   const prepared_case c =
       prepare(toml(ANIMAL.substr(0, ANIMAL.find("start")) +
@@ -106,7 +108,8 @@ TEST(model_assembly, missing_traits_have_masks_and_patterns_the_complete_one_fir
   EXPECT_EQ(c.p.rows.reals[1][1], 0.0F); // a missing observation is written as 0
 }
 
-// Two traits with two class effects each; sex loses the level with most records (hand: F in both, first of equals).
+// Two traits with two class effects each; sex loses the level with most records (hand: F in both, first of
+// equals).
 TEST(model_assembly, class_effects_are_numbered_effect_outer_trait_inner) {
   const std::string data = "id,a,b,y,z\n1,1,1,3,4\n2,1,2,5,6\n3,2,1,7,8\n4,2,2,9,1\n5,3,1,2,3\n6,3,2,4,4\n";
   const prepared_case c =
@@ -154,8 +157,8 @@ TEST(model_assembly, regressions_come_first_and_nested_ones_name_a_class_effect_
             (std::vector<float>{1, 2, 3, 4, 5, 7}));
 }
 
-// x within a beside x: one of the four slopes depends on the others. Hand: x is the sum of the three nested columns, so
-// the last of them is dropped; its records keep the covariable 0 at a legal level.
+// x within a beside x: one of the four slopes depends on the others. Hand: x is the sum of the three nested
+// columns, so the last of them is dropped; its records keep the covariable 0 at a legal level.
 TEST(model_assembly, dropped_level_of_a_nested_regression_keeps_covariable_zero) {
   const std::string data = "a,x,y\n1,1,3\n1,2,5\n2,3,7\n2,4,9\n3,5,2\n3,7,4\n";
   const prepared_case c = prepare(toml("[trait.y]\nformula = \"1 + x + a:x\"\n[covariable.x]\n"), data);
@@ -207,8 +210,8 @@ TEST(model_assembly, direct_and_maternal_rows_stand_in_the_users_order_and_their
   EXPECT_EQ(c.p.factors[0].n_records[4], 3);
 }
 
-// The same four records under each analysis. Sampled matrices are wrong in such a model; a chain with given matrices has
-// wrong spreads; a solver still ends at the solutions, if it ends.
+// The same four records under each analysis. Sampled matrices are wrong in such a model; a chain with given
+// matrices has wrong spreads; a solver still ends at the solutions, if it ends.
 TEST(model_assembly, levels_that_meet_are_warned_of_by_what_they_do_to_the_analysis) {
   const auto prepared = [](const std::string& analysis) {
     return prepare(toml("[factor.genetic]\npedigree = \"p.csv\"\norder = [\"bw.dam\", \"bw.id\"]\n"
@@ -245,7 +248,8 @@ TEST(model_assembly, two_columns_after_the_bar_put_two_levels_into_one_row) {
   EXPECT_EQ(c.p.largest_row, 3);
 }
 
-// leg(x, 1) on -1..1: rows sqrt(1/2) and sqrt(3/2) x. The covariable stands among the trait's regressions as well.
+// leg(x, 1) on -1..1: rows sqrt(1/2) and sqrt(3/2) x. The covariable stands among the trait's regressions as
+// well.
 TEST(model_assembly, random_regression_is_a_contribution_and_a_regression_of_kind_two) {
   const std::string data = "cow,x,y\n1,10,3\n1,20,5\n2,15,7\n2,20,1\n";
   const prepared_case c =
@@ -309,8 +313,8 @@ TEST(model_assembly, residual_pairs_held_at_zero_stand_in_both_tables) {
   EXPECT_EQ(c.p.model.residual().L_RCOV_ZERO(2, 1), 1);
 }
 
-// y = 1, 3, 5, 7: variance 20/3. Half to the residual, a quarter to each of two factors; of the one with a slope on
-// x = 1, 1, 3, 3 (mean square 5) half of it to each row, the slope's divided by 5.
+// y = 1, 3, 5, 7: variance 20/3. Half to the residual, a quarter to each of two factors; of the one with a
+// slope on x = 1, 1, 3, 3 (mean square 5) half of it to each row, the slope's divided by 5.
 TEST(model_assembly, default_start_values_share_the_phenotypic_variance) {
   const std::string data = "a,b,x,y\n1,1,1,1\n2,1,1,3\n1,2,3,5\n2,2,3,7\n";
   const prepared_case c = prepare(

@@ -973,8 +973,8 @@ TEST(model_description, chains_over_models_need_a_factor_of_two_rows_and_one_ped
   }
 }
 
-// Rows + 1 degrees of freedom or fewer are no proper prior of a matrix, and without one the comparison of numbers of
-// rows hangs on the units of the traits.
+// Rows + 1 degrees of freedom or fewer are no proper prior of a matrix, and without one the comparison of
+// numbers of rows hangs on the units of the traits.
 TEST(model_description, chains_over_models_warn_of_factors_without_a_proper_prior) {
   const auto warned = [](const std::string& analysis, const std::string& prior, const std::string& formula) {
     return told(read(small("[covariable.x]\n[run]\nanalysis = \"" + analysis + "\"\n", formula, prior)));

@@ -1,5 +1,5 @@
-// Inbreeding and A inverse against published numbers and against the dense relationship matrix, which is made here by
-// the tabular method (Henderson 1976) and inverted by Gauss-Jordan elimination.
+// Inbreeding and A inverse against published numbers and against the dense relationship matrix, which is made
+// here by the tabular method (Henderson 1976) and inverted by Gauss-Jordan elimination.
 #include "prepare/pedigree_inverse.h"
 
 #include <gtest/gtest.h>
@@ -96,8 +96,8 @@ pedigree read(const std::string& text, const pedigree_request& request = {}) {
   return p;
 }
 
-// n animals of few parents (hence inbred), the lines in mixed order; parents unknown in one of `unknown` cases, when
-// they are groups G1.. of n_groups, if there are any.
+// n animals of few parents (hence inbred), the lines in mixed order; parents unknown in one of `unknown`
+// cases, when they are groups G1.. of n_groups, if there are any.
 pedigree random_pedigree(int n, unsigned unknown, unsigned n_groups, unsigned seed, bool selfing = false) {
   std::mt19937 draw(seed);
   std::vector<std::string> line;

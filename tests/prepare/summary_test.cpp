@@ -8,8 +8,8 @@ namespace {
 
 using zeph_test::prepared_case;
 
-// Two traits, a covariable, a pedigree; all numbers by hand: wwg 4.5 2.9 3.9 3.5 has mean 3.7 and squared deviations
-// 0.64 0.64 0.04 0.04 (variance 1.36/3); pwg 6 8 7 has mean 7 and standard deviation 1.
+// Two traits, a covariable, a pedigree; all numbers by hand: wwg 4.5 2.9 3.9 3.5 has mean 3.7 and squared
+// deviations 0.64 0.64 0.04 0.04 (variance 1.36/3); pwg 6 8 7 has mean 7 and standard deviation 1.
 const std::string TOML = R"TOML(title = "Two gains"
 [data]
 file = "d.csv"

@@ -1,5 +1,5 @@
-// Observations of all kinds of traits, from the words of the data to the numbers of the files; expected values by hand
-// from the data beside them.
+// Observations of all kinds of traits, from the words of the data to the numbers of the files; expected
+// values by hand from the data beside them.
 #include "support/prepared_case.h"
 
 #include <gtest/gtest.h>
@@ -303,7 +303,8 @@ TEST(trait_values, an_observation_column_is_not_shared) {
   EXPECT_EQ(reals(c, c.p.model.MODEL(2).REG_RCI(1)), (std::vector<float>{0, 1, 1, 0}));
 }
 
-// Thresholds 0 and 1 of a liability with shares 0.25 below and 0.25 above: 2 x 0.6744898 standard deviations apart.
+// Thresholds 0 and 1 of a liability with shares 0.25 below and 0.25 above: 2 x 0.6744898 standard deviations
+// apart.
 TEST(trait_values, start_values_are_those_of_the_liability_scale) {
   const prepared_case c(
       "[data]\nfile = \"data.csv\"\n[run]\nanalysis = \"gibbs\"\n[trait.e]\nkind = "

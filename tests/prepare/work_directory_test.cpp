@@ -120,8 +120,8 @@ TEST(work_directory, model_comes_back_from_the_programs_own_reader) {
   EXPECT_EQ(m.SPRE(1), 1.0);
 }
 
-// A^-1 of example 4.1 by hand from Henderson's rules: animals without known parents add 1, animal 4 with one known
-// parent 4/3, the others 2: diagonal of animal 1: 1 + 1/3 (of 4) + 1/2 (of 6) = 11/6.
+// A^-1 of example 4.1 by hand from Henderson's rules: animals without known parents add 1, animal 4 with one
+// known parent 4/3, the others 2: diagonal of animal 1: 1 + 1/3 (of 4) + 1/2 (of 6) = 11/6.
 TEST(work_directory, relationship_file_has_one_triangle_and_every_diagonal_once) {
   const prepared_case c = calves();
   const scratch_directory out;

@@ -24,10 +24,11 @@ test_that("heritability and correlations come from each draw, not from means", {
   expect_equal(value("rp[bwt,wwt]"), c(3 / sqrt(2 * 20), -1 / sqrt(12 * 5)))
 })
 
-test_that("direct and maternal effects meet once in the phenotypic variance, and a permanent effect of the dam is a share", {
+test_that("direct and maternal effects meet once in the phenotypic variance; a permanent effect of the dam is one", {
   # Willham 1972: VP = Vd + Vm + Cov + Vc + Ve
   work <- prepared(c('[data]', 'file = "d.csv"', '[factor.genetic]', 'pedigree = "p.csv"', '[factor.mpe]', '[trait.bw]',
-                     'formula = "1 + (1 | genetic | animal) + (1 | genetic | dam) + (1 | mpe | dam)"', '[run]', 'analysis = "gibbs"'),
+                     'formula = "1 + (1 | genetic | animal) + (1 | genetic | dam) + (1 | mpe | dam)"', '[run]',
+                     'analysis = "gibbs"'),
                    list(d.csv = c("animal,dam,bw", "a,m1,30", "b,m1,31", "c,m2,29", "d,m2,35"),
                      p.csv = c("animal,sire,dam", "a,,m1", "b,,m1", "c,,m2", "d,,m2", "m1,,", "m2,,")))
   m <- read_model(work)

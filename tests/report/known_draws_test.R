@@ -5,7 +5,10 @@ array_of <- function(x) array(x, c(dim(x), 1), list(NULL, NULL, "x"))
 test_that("four chains whose halves hold the same values have R-hat sqrt((n - 1) / n), n the length of a half", {
   # between-chain variance 0: var+ = (n - 1) / n W, on ranks and on folded ranks (Vehtari and others 2021, equations
   # 1-4)
-  half <- function(seed) { set.seed(seed); sample(stats::qnorm((1:100 - 0.5) / 100)) }
+  half <- function(seed) {
+    set.seed(seed)
+    sample(stats::qnorm((1:100 - 0.5) / 100))
+  }
   x <- vapply(1:4, function(i) c(half(i), half(10 + i)), numeric(200))
   s <- summarise_names(array_of(x))
   expect_equal(s$rhat, sqrt(99 / 100), tolerance = 1e-12)

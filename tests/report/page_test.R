@@ -43,7 +43,8 @@ opened <- function(width) {
   probe <- file.path(home, "probe.html")
   script <- paste0("<script>window.addEventListener('load', function () { setTimeout(function () {",
     "var images = [].slice.call(document.images), graphs = [].slice.call(document.querySelectorAll('.dygraphs'));",
-    "document.title = ['images', images.length, 'drawn', images.filter(function (i) { return i.complete && i.naturalWidth > 0; }).length,",
+    "document.title = ['images', images.length,",
+    "'drawn', images.filter(function (i) { return i.complete && i.naturalWidth > 0; }).length,",
     "'graphs', graphs.length, 'canvas', graphs.filter(function (g) { return g.querySelector('canvas'); }).length,",
     "'over', document.documentElement.scrollWidth - document.documentElement.clientWidth,",
     "'width', window.innerWidth, 'fetched', performance.getEntriesByType('resource').length].join(' ');",

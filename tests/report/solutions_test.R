@@ -41,8 +41,7 @@ test_that("accuracy is sqrt(1 - SD^2 / ((1 + F) s2)), with identifications", {
   m <- read_model(one_trait())
   rows <- read_gibsol_text(gibsol_lines(1:10, rep(0.5, 10)))
   effects <- effects_of_factor(m, list(rows = rows), c("G[animal,y,y]" = 2), 1)
-  F <- effects$F
-  expect_equal(effects$accuracy, sqrt(1 - 0.25 / ((1 + F) * 2)))
+  expect_equal(effects$accuracy, sqrt(1 - 0.25 / ((1 + effects$F) * 2)))
   expect_setequal(effects$identification, c("s1", "d2", "s3", "c4", "c5", "c6", "c7", "c8"))
   expect_equal(effects$value, 3:10)
 })
@@ -110,9 +109,9 @@ test_that("interactions and nested slopes have their names and levels", {
   records <- sprintf("%d,%s,%s,%s,%d,%.2f", 1:16, paste0("y", 1:16 %% 5), c("a", "b"), c("f", "f", "m", "m"),
     c(3, 5, 4, 7, 6, 2, 9, 8), sin(1:16))
   work <- prepared(c('[data]', 'file = "d.csv"', '[covariable.age]', '[factor.animal]', '[trait.y]',
-                     'formula = "1 + year + herd:sex + herd:age + (1 | animal)"', '[run]', 'analysis = "predict"', 'burnin = 10',
-                     'rounds = 50', 'interval = 1', 'seeds = [3, 4]'), list(d.csv = c("animal,year,herd,sex,age,y",
-                       records)))
+                     'formula = "1 + year + herd:sex + herd:age + (1 | animal)"', '[run]', 'analysis = "predict"',
+                     'burnin = 10', 'rounds = 50', 'interval = 1', 'seeds = [3, 4]'),
+                   list(d.csv = c("animal,year,herd,sex,age,y", records)))
   run_zeph(work)
   fixed <- report_of(work)$fixed
   slopes <- fixed[fixed$kind == "slope", ]
@@ -130,7 +129,8 @@ test_that("solutions of another model among the segments are refused", {
   writeLines(gibsol_lines(1:10, rep(1, 10)), file.path(root, "chain1/seg1/gibsol"))
   writeLines(gibsol_lines(1:10, rep(1, 10))[1:5], file.path(root, "chain2/seg1/gibsol"))
   j <- joined_chains(root)
-  expect_error(pool_solutions(j$model, j$place, j$chains, j$remarks), "gibsol has .* rows, those of the segments before it have .*: are they of one model")
+  expect_error(pool_solutions(j$model, j$place, j$chains, j$remarks),
+    "gibsol has .* rows, those of the segments before it have .*: are they of one model")
 })
 
 test_that("a burn-in beyond the samples leaves the solutions", {

@@ -56,8 +56,9 @@ two_traits <- function(more = "", run = "burnin = 100\nrounds = 1000\ninterval =
     sep = ","))
   prepared(c('title = "Two traits"', more, '[data]', 'file = "d.csv"', '[factor.genetic]', 'pedigree = "p.csv"',
     'start = [[6, 5], [5, 150]]',
-             'prior_df = 6', '[trait.bwt]', 'formula = "1 + sex + (1 | genetic | animal)"', '[trait.wwt]', 'formula = "1 + sex + (1 | genetic | animal)"',
-             '[residual]', 'start = [[9, 10], [10, 250]]', 'prior_df = 6', '[run]', 'analysis = "gibbs"', run), list(d.csv = data, p.csv = pedigree), into)
+    'prior_df = 6', '[trait.bwt]', 'formula = "1 + sex + (1 | genetic | animal)"', '[trait.wwt]',
+    'formula = "1 + sex + (1 | genetic | animal)"', '[residual]', 'start = [[9, 10], [10, 250]]', 'prior_df = 6',
+    '[run]', 'analysis = "gibbs"', run), list(d.csv = data, p.csv = pedigree), into)
 }
 
 # Rows of gib.samples (I8, 3I4, G15.6, I11) from a data frame (round, k, r, c, value, group).

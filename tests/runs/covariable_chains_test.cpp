@@ -55,8 +55,8 @@ dense_description dense_of(const small_herd& herd, const std::string& data, cons
   return d;
 }
 
-// The largest difference of the found solutions to those of the equations with the found covariable. The covariable
-// stands there in 32 bits.
+// The largest difference of the found solutions to those of the equations with the found covariable. The
+// covariable stands there in 32 bits.
 double error_of(const small_herd& herd, const std::string& toml, const fixed_term& covariable,
                 const std::string& column, const std::string& prefix, const std::vector<std::string>& levels,
                 bool standardize, const std::string& times, double covariance) {
@@ -90,9 +90,9 @@ TEST(solver_with_solutions_as_covariable, ends_at_the_equations_that_its_solutio
 
 // ---- a covariable without effect
 
-// Five herds, two sexes, three pens, a record each. The sums of y2 over the records of a herd are equal, and so are
-// the places of sexes and pens: whatever covariable the herds have, its coefficient has mean 0, and the other effects
-// have the means of the model without it.
+// Five herds, two sexes, three pens, a record each. The sums of y2 over the records of a herd are equal, and
+// so are the places of sexes and pens: whatever covariable the herds have, its coefficient has mean 0, and
+// the other effects have the means of the model without it.
 std::string balanced_data() {
   const double noise[6] = {-1.0, -0.6, -0.2, 0.2, 0.6, 1.0};
   const int order[5][6] = {

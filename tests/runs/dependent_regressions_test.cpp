@@ -1,5 +1,6 @@
-// Plain regressions of which one is exactly the sum of two others: the single solutions are not determined, and the
-// two bodies of the scan leave different ones. What the data determine, the estimable sums, is the same in both.
+// Plain regressions of which one is exactly the sum of two others: the single solutions are not determined,
+// and the two bodies of the scan leave different ones. What the data determine, the estimable sums, is the
+// same in both.
 #include "runs/small_herd.h"
 
 #include <array>
@@ -9,8 +10,9 @@ namespace {
 
 using namespace zeph_test;
 
-// x1 and x2 are orthogonal (by sign, x1 at each |x2|), so that by least squares without an intercept the coefficient
-// of x1 is sum x1 y / sum x1^2, likewise of x2. With x3 = x1 + x2 these are the estimable sums b1 + b3 and b2 + b3.
+// x1 and x2 are orthogonal (by sign, x1 at each |x2|), so that by least squares without an intercept the
+// coefficient of x1 is sum x1 y / sum x1^2, likewise of x2. With x3 = x1 + x2 these are the estimable sums b1
+// + b3 and b2 + b3.
 struct row {
   double x1, x2, y;
 };
@@ -23,8 +25,9 @@ constexpr std::array<row, 8> rows = {{{1301.5, 707.5, 12.1},
                                       {2117.5, 1513.5, 13.3},
                                       {-2117.5, 1513.5, 8.9}}};
 
-// scale: a power of 2, so that every covariable is exact in 32 bits. The pivot of the third row is rounding alone: of
-// the covariables as they are it is above the tolerance of the sweep and swept, of small ones it is left out.
+// scale: a power of 2, so that every covariable is exact in 32 bits. The pivot of the third row is rounding
+// alone: of the covariables as they are it is above the tolerance of the sweep and swept, of small ones it is
+// left out.
 void expect_estimable_sums(double scale, int test_level) {
   const small_herd place;
   std::string csv = "x1,x2,x3,y\n";

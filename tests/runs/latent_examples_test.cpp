@@ -18,8 +18,8 @@ TEST(latent_examples, censored_times_have_the_exact_posterior) { hold_censored_t
 TEST(latent_examples, a_mixture_has_the_exact_posterior) { hold_mixture(30000); }
 TEST(latent_examples, a_cure_model_has_the_exact_posterior) { hold_cure(12000); }
 
-// Seven kinds of traits in one chain: 1 gaussian with a shift, 2 its indicator, 3 censored, 4 ordered, 5 binary,
-// 6 sequence, 7 cured.
+// Seven kinds of traits in one chain: 1 gaussian with a shift, 2 its indicator, 3 censored, 4 ordered, 5
+// binary, 6 sequence, 7 cured.
 constexpr const char* ALL_KINDS = R"toml([data]
 file = "data.csv"
 [factor.sire]

@@ -303,7 +303,8 @@ TEST(membership_files, of_the_last_model_hold_the_shares_of_its_own_rounds) {
   EXPECT_NEAR(mean_share, mean_pi, 1e-6);
 }
 
-// Moves between models of a mixture, its indicator and a binary trait: a blank line and five rows of zeinfo a round.
+// Moves between models of a mixture, its indicator and a binary trait: a blank line and five rows of zeinfo a
+// round.
 TEST(a_jump_chain_of_three_kinds_of_traits, takes_the_ratio_that_its_rows_tell_and_keeps_its_shares) {
   three_kinds_case c;
   std::string lines = rounds(10, 200, 2);

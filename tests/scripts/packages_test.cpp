@@ -1,6 +1,6 @@
-// scripts/packages.txt against what the sources, the tests and the scripts use: R packages, packages and libraries that
-// CMake looks for, headers, compilers, and programs that scripts call. What is used without a row in the tables below is
-// a failure too: the row is found by `dpkg -S FILE` on Debian 12.
+// scripts/packages.txt against what the sources, the tests and the scripts use: R packages, packages and
+// libraries that CMake looks for, headers, compilers, and programs that scripts call. What is used without a
+// row in the tables below is a failure too: the row is found by `dpkg -S FILE` on Debian 12.
 #include "scripts/shell_words.h"
 #include "support/places.h"
 #include "support/scratch_directory.h"
@@ -284,7 +284,8 @@ TEST(packages, hold_all_that_cmake_looks_for) {
     expect_listed(name, tools, "CMakePresets.json");
 }
 
-// A header with a folder or an ending in its name is neither the language's nor, in sys/ and the like, the system's.
+// A header with a folder or an ending in its name is neither the language's nor, in sys/ and the like, the
+// system's.
 TEST(packages, hold_every_header_of_others) {
   const std::set<std::string> system = {
       "sys",      "sched.h",  "dlfcn.h",   "fcntl.h",   "grp.h",    "poll.h",   "signal.h",

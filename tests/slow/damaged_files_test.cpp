@@ -25,7 +25,8 @@ void tell(const std::string& kind, const std::string& damage, const damaged_dire
     std::ofstream(file, std::ios::app) << row;
 }
 
-// Chains that leave a state from which they go on: the solver leaves none, and ordered traits can't be continued.
+// Chains that leave a state from which they go on: the solver leaves none, and ordered traits can't be
+// continued.
 std::vector<std::string> continued_kinds() {
   std::vector<std::string> kinds = damaged_kinds();
   std::erase_if(kinds, [](const std::string& kind) { return kind.ends_with("_t0") || kind == "cat3_t3"; });

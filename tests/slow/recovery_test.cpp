@@ -1,5 +1,6 @@
-// Recovery of known parameters: 100 small data sets of each kind of trait. The number of central 90 % intervals that hold
-// the truth is binomial(100, 0.9) when chain and model agree; 78..99 leave 0.00015 outside on both sides together.
+// Recovery of known parameters: 100 small data sets of each kind of trait. The number of central 90 %
+// intervals that hold the truth is binomial(100, 0.9) when chain and model agree; 78..99 leave 0.00015
+// outside on both sides together.
 #include "slow/simulated_kinds.h"
 
 namespace {

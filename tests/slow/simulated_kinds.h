@@ -1,5 +1,5 @@
-// Small data sets of each kind of trait from known parameters, and chains over them. Records stand in groups (sires, herds)
-// with a random effect each, and have a class k of levels a and b.
+// Small data sets of each kind of trait from known parameters, and chains over them. Records stand in groups
+// (sires, herds) with a random effect each, and have a class k of levels a and b.
 #pragma once
 
 #include "runs/latent_chains.h"
@@ -57,7 +57,8 @@ inline std::string group_start(double variance) {
   return "[factor.g]\nstart = " + number_text(variance) + "\n";
 }
 
-// ---- censored: means 10 and 12, residual variance 4, group variance 1; a third is cut off or falls into an interval
+// ---- censored: means 10 and 12, residual variance 4, group variance 1; a third is cut off or falls into an
+// interval
 
 inline simulated_set censored_set(unsigned seed) {
   kind_simulator s(seed);
@@ -81,7 +82,8 @@ inline simulated_set censored_set(unsigned seed) {
           data};
 }
 
-// ---- ordered: four categories with thresholds 0, 0.55, 1; means 0.3 and 0.7, residual variance 0.5, group variance 0.1
+// ---- ordered: four categories with thresholds 0, 0.55, 1; means 0.3 and 0.7, residual variance 0.5, group
+// variance 0.1
 
 inline simulated_set ordered_set(unsigned seed) {
   kind_simulator s(seed);
@@ -98,7 +100,8 @@ inline simulated_set ordered_set(unsigned seed) {
           data};
 }
 
-// ---- binary beside gaussian: liability -0.4 and 0.3, residual correlation 0.5; y means 5 and 6, residual variance 4
+// ---- binary beside gaussian: liability -0.4 and 0.3, residual correlation 0.5; y means 5 and 6, residual
+// variance 4
 
 inline simulated_set binary_set(unsigned seed) {
   kind_simulator s(seed);
@@ -116,8 +119,8 @@ inline simulated_set binary_set(unsigned seed) {
           data};
 }
 
-// ---- mixture: means 3 and 3.5, shift 4, residual variance 1, group variance 0.3; liability of component 1 -0.3. Nearer
-// components could lose all their records, which has no end when the shift has a flat prior
+// ---- mixture: means 3 and 3.5, shift 4, residual variance 1, group variance 0.3; liability of component 1
+// -0.3. Nearer components could lose all their records, which has no end when the shift has a flat prior
 
 inline simulated_set mixture_set(unsigned seed) {
   kind_simulator s(seed);
@@ -136,7 +139,8 @@ inline simulated_set mixture_set(unsigned seed) {
           data};
 }
 
-// ---- cure: 120 subjects of up to 10 periods, liability 0 and -0.4 by class in a period, to be susceptible 0.4
+// ---- cure: 120 subjects of up to 10 periods, liability 0 and -0.4 by class in a period, to be susceptible
+// 0.4
 
 inline simulated_set cure_set(unsigned seed) {
   kind_simulator s(seed);

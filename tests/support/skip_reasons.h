@@ -1,5 +1,5 @@
-// The only reasons for which a test may be skipped. scripts/run_tests reads the code in brackets and fails at a skip
-// with another reason or with none; a package that is not installed is never a reason.
+// The only reasons for which a test may be skipped. scripts/run_tests reads the code in brackets and fails at
+// a skip with another reason or with none; a package that is not installed is never a reason.
 #pragma once
 
 namespace zeph_test {

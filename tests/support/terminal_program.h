@@ -47,7 +47,8 @@ public:
   terminal_program(const terminal_program&) = delete;
   terminal_program& operator=(const terminal_program&) = delete;
 
-  // Reads until the text has been shown since the last call that found one; false after half a minute, or at the end.
+  // Reads until the text has been shown since the last call that found one; false after half a minute, or at
+  // the end.
   bool shows(const std::string& text) {
     for (int i = 0; i < 300; ++i) {
       const std::size_t at = shown_.find(text, seen_);

@@ -88,8 +88,8 @@ factor_block <- function(name, effects) {
 
 fit_section <- function(r) {
   no_measure <- sentence("The rows of the listings called Log Marginal Likelihood, Var and Average, like the file py, ",
-                         "leave out the logarithm of the residual scale: they are no measure of fit, and no Bayes factor is ",
-                         "made from them.")
+                         "leave out the logarithm of the residual scale: they are no measure of fit, and no Bayes ",
+                         "factor is made from them.")
   d <- r$pooled_dic
   if (is.null(d)) {
     type <- analysis_of(r$place)

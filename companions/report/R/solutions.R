@@ -85,11 +85,11 @@ effects_of_factor <- function(m, solutions, variances, k) {
   names <- read_levels(m, k)
   row <- (seq_len(nrow(rows)) - 1L) %% f$order + 1L
   at <- if (is.null(names)) NA else match(rows$level, names$level)
-  F <- if (is.null(names)) rep(NA_real_, nrow(rows)) else names$F[at]
+  inbreeding <- if (is.null(names)) rep(NA_real_, nrow(rows)) else names$F[at]
   s2 <- variances[name_of_element(m, k, row, row)]
-  reliability <- 1 - rows$sd^2 / ((1 + ifelse(is.na(F), 0, F)) * s2)
+  reliability <- 1 - rows$sd^2 / ((1 + ifelse(is.na(inbreeding), 0, inbreeding)) * s2)
   data.frame(level = rows$level, identification = if (is.null(names)) as.character(rows$code)
     else names$identification[at],
-             row = f$rows$label[row], value = rows$value, sd = rows$sd, accuracy = sqrt(pmax(0, reliability)), F = F,
-             records = rows$records, row.names = NULL)
+             row = f$rows$label[row], value = rows$value, sd = rows$sd, accuracy = sqrt(pmax(0, reliability)),
+             F = inbreeding, records = rows$records, row.names = NULL)
 }
