@@ -1,6 +1,11 @@
 #include "prepare/csv_columns.h"
 
+#include "prepare/csv_shape.h"
+#include "prepare/missing_codes.h"
 #include "prepare/readable_file.h"
+#include "prepare/repeated_cells.h"
+#include "prepare/text_encoding.h"
+#include "prepare/text_lines.h"
 
 #include <fmt/format.h>
 
@@ -18,33 +23,6 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr std::size_t MOST_LISTED = 10000; // of one kind of fault; the rest are counted
-
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
-
-std::string_view trimmed(std::string_view s) {
-  while (!s.empty() && is_blank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && is_blank(s.back())) s.remove_suffix(1);
-  return s;
-}
-
-// The next line of `rest` with its end (LF, CRLF or CR), taken off from `rest`.
-std::string_view take_line(std::string_view& rest) {
-  std::size_t end = rest.find_first_of("\r\n");
-  if (end == std::string_view::npos)
-    end = rest.size();
-  else
-    end += rest.substr(end, 2) == "\r\n" ? 2 : 1;
-  const std::string_view line = rest.substr(0, end);
-  rest.remove_prefix(end);
-  return line;
-}
-
-std::string_view without_end(std::string_view line) {
-  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-  return line;
-}
-
 // The rows as they come from the file, before they are cells of a table.
 struct row_sink {
   csv_columns* table = nullptr;
@@ -54,7 +32,7 @@ struct row_sink {
   std::vector<std::string> row; // cells of the open row
   std::size_t n = 0;            // cells in use
   bool header_done = false;
-  std::size_t n_ragged = 0;
+  ragged_rows ragged;
 };
 
 void add_cell(row_sink& sink, std::string_view cell) {
@@ -67,13 +45,9 @@ source_place place_of(const csv_columns& table, std::int64_t line) {
 }
 
 void note_ragged(row_sink& sink) {
-  if (++sink.n_ragged > MOST_LISTED) return;
-  const std::size_t width = sink.table->n_columns();
-  message& m = add_error(*sink.log, place_of(*sink.table, sink.row_line),
-                         fmt::format("{} {} here, but {} columns in the header", sink.n,
-                                     sink.n == 1 ? "value" : "values", width),
-                         "ragged " + sink.table->file);
-  if (sink.n > width && sink.n_ragged == 1) m.hint = "a value that holds the separator stands in quotes";
+  add_line(sink.ragged.by_width[sink.n], sink.row_line);
+  if (sink.ragged.n++ == 0) sink.ragged.first_line = sink.row_line;
+  sink.ragged.n_empty_end += sink.n > 0 && sink.row[sink.n - 1].empty() ? 1 : 0;
 }
 
 void end_row(row_sink& sink) {
@@ -144,29 +118,6 @@ void read_blank_separated(std::string_view content, row_sink& sink) {
   }
 }
 
-// The most frequent of tab, semicolon and comma outside quotes; else blanks, if there are any between words.
-char separator_of(std::string_view first_line) {
-  constexpr std::array<char, 3> candidates{'\t', ';', ','};
-  std::array<std::size_t, 3> count{};
-  bool quoted = false;
-  for (const char c : first_line) {
-    if (c == '"') quoted = !quoted;
-    if (quoted) continue;
-    for (std::size_t k = 0; k < candidates.size(); ++k)
-      if (c == candidates[k]) ++count[k];
-  }
-  const auto best = static_cast<std::size_t>(std::max_element(count.begin(), count.end()) - count.begin());
-  if (count[best] > 0) return candidates[best];
-  const std::string_view words = trimmed(first_line);
-  return words.find('"') == std::string_view::npos && words.find(' ') != std::string_view::npos ? ' ' : ',';
-}
-
-std::string_view first_line_of(std::string_view content) {
-  std::string_view line;
-  while (!content.empty() && trimmed(line).empty()) line = without_end(take_line(content));
-  return line;
-}
-
 void check_header(const csv_columns& table, message_log& log) {
   const bool given = !table.layout.columns.empty();
   std::set<std::string_view> seen;
@@ -175,7 +126,8 @@ void check_header(const csv_columns& table, message_log& log) {
     if (!given && number_in(name, table.layout.decimal, value)) {
       add_error(
           log, place_of(table, 1),
-          fmt::format("the first line holds the number {}; it must hold the names of the columns", name));
+          fmt::format("the first line holds the number {}; it must hold the names of the columns", name),
+          "header");
       return;
     }
     if (!name.empty() && !seen.insert(name).second)
@@ -191,7 +143,7 @@ csv_columns read_csv_text(std::string_view content, const std::string& file, con
   table.file = file;
   table.layout = layout;
   if (content.starts_with("\xEF\xBB\xBF")) content.remove_prefix(3);
-  const std::string_view first = first_line_of(content);
+  const std::string_view first = header_line(content);
   if (trimmed(first).empty()) {
     add_error(log, {file, 0, 0}, "the file is empty");
     return table;
@@ -201,6 +153,8 @@ csv_columns read_csv_text(std::string_view content, const std::string& file, con
     return table;
   }
   if (layout.separator == '\0') table.layout.separator = separator_of(first);
+  if (refuse_comments(content, table, log)) return table;
+  if (layout.columns.empty() && refuse_separator(first, table, log)) return table;
 
   row_sink sink;
   sink.table = &table;
@@ -215,11 +169,11 @@ csv_columns read_csv_text(std::string_view content, const std::string& file, con
   else
     read_separated(content, sink);
 
-  if (sink.n_ragged > MOST_LISTED)
-    add_error(log, {file, 0, 0}, fmt::format("{} rows in all do not fit the header", sink.n_ragged));
   check_header(table, log);
-  if (table.n_records() == 0 && sink.n_ragged == 0)
+  refuse_ragged_rows(sink.ragged, content, layout.columns.empty() ? first : std::string_view{}, table, log);
+  if (table.n_records() == 0 && sink.ragged.n == 0)
     add_error(log, {file, 0, 0}, "there are no records below the header");
+  if (table.n_records() == 0) table.header.clear(); // nothing can be said of its columns
   return table;
 }
 
@@ -243,7 +197,7 @@ csv_columns read_csv(const std::string& path, const csv_layout& layout, message_
     none.layout = layout;
     return none;
   }
-  return read_csv_text(content, path, layout, log);
+  return read_csv_text(utf8_content(std::move(content), path, log), path, layout, log);
 }
 
 std::size_t find_column(const csv_columns& table, std::string_view name) {
@@ -283,30 +237,58 @@ bool number_in(std::string_view cell, char decimal, double& value) {
   return fault == std::errc{} && stop == end && std::isfinite(value);
 }
 
+namespace {
+
+// Cells of a column of numbers that are none: the texts, and numbers written with the other decimal sign.
+struct wrong_numbers {
+  repeated_cells texts;
+  repeated_cell other_decimal;
+};
+
+void tell(const csv_columns& table, std::size_t c, const wrong_numbers& wrong, message_log& log) {
+  const std::string &name = table.header[c], kind = "number " + table.file + " " + name;
+  const auto fault = [&](const repeated_cell& cell) -> message& {
+    return add_error(log, place_of(table, cell.lines.first.front()),
+                     fmt::format("\"{}\" in column {} is no number", shown(cell.text), name), kind);
+  };
+  if (wrong.other_decimal.lines.n > 0) {
+    const bool point = table.layout.decimal == '.';
+    message& m = fault(wrong.other_decimal);
+    m.text += fmt::format(" (decimal {}? set decimal = \"{}\" in [data])", point ? "comma" : "point",
+                          point ? ',' : '.');
+    m.text += where_in_words(wrong.other_decimal.lines, "such records");
+  }
+  for (const repeated_cell& cell : wrong.texts.cells) {
+    message& m = fault(cell);
+    m.text += where_in_words(cell.lines);
+    m.hint = missing_hint(table, cell.text);
+  }
+  if (wrong.texts.n_beyond > 0)
+    add_error(log, {table.file, 0, 0},
+              fmt::format("{} further values of column {} are no numbers", wrong.texts.n_beyond, name));
+}
+
+} // namespace
+
 std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log) {
   std::vector<double> values(table.n_records(), std::numeric_limits<double>::quiet_NaN());
-  const char decimal = table.layout.decimal;
-  const char other = decimal == '.' ? ',' : '.';
-  std::size_t n_faults = 0;
+  const char decimal = table.layout.decimal, other = decimal == '.' ? ',' : '.';
+  const std::vector<double> codes = missing_numbers(table.layout);
+  wrong_numbers wrong;
   for (std::size_t r = 0; r < values.size(); ++r) {
     if (is_missing(table, c, r)) continue;
     double value = 0.0;
     const std::string_view cell = table.cell(c, r);
     if (number_in(cell, decimal, value)) {
-      values[r] = value;
-      continue;
+      if (std::ranges::find(codes, value) == codes.end()) values[r] = value;
+    } else if (number_in(cell, other, value)) {
+      if (wrong.other_decimal.text.empty()) wrong.other_decimal.text = cell;
+      add_line(wrong.other_decimal.lines, table.line[r]);
+    } else {
+      add_cell(wrong.texts, cell, table.line[r]);
     }
-    if (++n_faults > MOST_LISTED) continue;
-    std::string text = fmt::format("\"{}\" in column {} is no number", cell, table.header[c]);
-    if (number_in(cell, other, value))
-      text += fmt::format(" (decimal {}? set decimal = \"{}\" in [data])", other == ',' ? "comma" : "point",
-                          other);
-    add_error(log, place_of(table, table.line[r]), std::move(text),
-              "number " + table.file + " " + table.header[c]);
   }
-  if (n_faults > MOST_LISTED)
-    add_error(log, {table.file, 0, 0},
-              fmt::format("{} values of column {} in all are no numbers", n_faults, table.header[c]));
+  tell(table, c, wrong, log);
   return values;
 }
 

@@ -42,8 +42,9 @@ struct csv_columns {
 
 // Reads the file. Handles a byte-order mark, LF, CRLF and CR ends, empty lines, quotes with line breaks
 // inside. Errors go to the log with their line: file unreadable or empty, no header (a number among the
-// names), a name twice, rows with more or fewer cells than the header (ten shown, all counted; such rows are
-// left out), a quote that is not closed. What could be read comes back.
+// names), a name twice, rows with more or fewer cells than the header (one error for each width; such rows
+// are left out), what csv_shape.h finds, a quote that is not closed. What could be read comes back; without
+// records, no header.
 csv_columns read_csv(const std::string& path, const csv_layout& layout, message_log& log);
 
 // The same from text in memory; `file` is the name for messages.
@@ -64,8 +65,8 @@ bool is_missing(const csv_columns& table, std::size_t c, std::size_t r);
 // Finite number in a cell, with '.' or ',' as decimal sign and an optional '+'. False: no number.
 bool number_in(std::string_view cell, char decimal, double& value);
 
-// Numbers of a column, one per record; NaN where missing or no number. A cell that is no number is an error
-// (ten shown, all counted).
+// Numbers of a column, one per record; NaN where missing (codes count by value) or no number. A text that is
+// no number is one error for all its records.
 std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log);
 
 // First record whose cell is a number with a fraction, or n_records: such a column is hardly a class.

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <set>
 
 namespace zeph::prepare {
@@ -104,7 +105,7 @@ void refuse_fraction(const csv_columns& table, std::size_t c, message_log& log) 
   const std::string& name = table.header[c];
   add_error(log, {table.file, static_cast<int>(table.line[r]), 0},
             fmt::format("\"{}\" in column {}: a class with a fraction? for a covariable say [covariable.{}]",
-                        table.cell(c, r), name, name));
+                        shown(table.cell(c, r)), name, name));
 }
 
 } // namespace
@@ -156,7 +157,10 @@ data_columns read_data_columns(const model_description& d, message_log& log) {
   out.table = read_csv(path, layout_of(d.data), log);
   out.table.file = d.data.file.value;
   show_as_written(d, log, first, path, d.data.file);
-  if (out.table.header.empty()) return out;
+  const auto has_no_names = [](const message& m) { return m.kind == "header"; };
+  if (out.table.header.empty() ||
+      std::any_of(log.entries.begin() + static_cast<std::ptrdiff_t>(first), log.entries.end(), has_no_names))
+    return out;
 
   const columns_in_use used = columns_of(d);
   std::set<std::string> all = used.observations;

@@ -61,6 +61,8 @@ struct pedigree_source {
   stated<bool> selfing;                // an animal may be sire and dam
   std::vector<text_value> group_codes; // phantom parent groups by code,
   text_value group_pattern;            // or by a pattern with * and ?; both empty: no groups
+  std::vector<text_value> unknown;     // codes of an unknown parent, beside the usual ones
+  std::vector<text_value> founders;    // parents without a line that are animals, whatever they look like
 };
 
 // inverse = .., relationship = .., correlation = .., dominance = ..

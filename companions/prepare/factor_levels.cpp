@@ -3,6 +3,8 @@
 #include "prepare/given_matrix.h"
 #include "prepare/level_codes.h"
 #include "prepare/messages.h"
+#include "prepare/missing_codes.h"
+#include "prepare/repeated_cells.h"
 
 #include <fmt/format.h>
 
@@ -13,6 +15,8 @@
 namespace zeph::prepare {
 
 namespace {
+
+constexpr std::size_t most_levels_by_name = 1000; // beyond it every level has neighbours that are spelt alike
 
 // ---- contributions
 
@@ -111,6 +115,19 @@ level_table table_of(const std::vector<std::string>& ids) {
   return out;
 }
 
+void refuse_levels(const data_columns& data, const std::string& column, const std::string& file,
+                   const repeated_cells& unknown, const factor_levels& f, message_log& log) {
+  for (const repeated_cell& cell : unknown.cells) {
+    message& m = add_error(log, {data.table.file, static_cast<int>(cell.lines.first.front()), 0},
+                           fmt::format("{} \"{}\" is not among the levels of {}{}", column, shown(cell.text),
+                                       file, where_in_words(cell.lines)),
+                           "no level in " + file);
+    m.hint = missing_hint(data.table, cell.text);
+    if (m.hint.empty() && f.identification.size() <= most_levels_by_name)
+      m.hint = nearest_hint(cell.text, f.identification);
+  }
+}
+
 // Level of every record by identification; an unknown one is an error when `file` is not empty.
 void look_up_levels(const data_columns& data, const record_selection& records, const std::string& file,
                     factor_levels& f, message_log& log) {
@@ -118,16 +135,16 @@ void look_up_levels(const data_columns& data, const record_selection& records, c
   for (const std::string& column : columns_of(f)) {
     const std::size_t c = find_column(data.table, column);
     std::vector<std::int32_t> level(data.n_records(), 0);
+    repeated_cells unknown;
     for_each_use(records, f, column, [&](std::size_t r) {
       if (is_missing(data.table, c, r)) return;
       const auto at = number_of.find(data.table.cell(c, r));
       if (at != number_of.end())
         level[r] = at->second;
-      else if (!file.empty())
-        add_error(log, {data.table.file, static_cast<int>(data.table.line[r]), 0},
-                  fmt::format("{} \"{}\" is not among the levels of {}", column, data.table.cell(c, r), file),
-                  "no level in " + file);
+      else
+        add_cell(unknown, data.table.cell(c, r), data.table.line[r]);
     });
+    if (!file.empty()) refuse_levels(data, column, file, unknown, f, log);
     f.level.emplace(column, std::move(level));
   }
 }
@@ -135,8 +152,11 @@ void look_up_levels(const data_columns& data, const record_selection& records, c
 // ---- pedigree
 
 pedigree_request request_of(const model_description& d, const data_columns& data,
-                            const pedigree_source& source) {
+                            const factor_section& section) {
+  const pedigree_source& source = section.pedigree;
   pedigree_request q;
+  q.factor = section.name;
+  q.file_as_written = source.file.value;
   q.file = path_of(d, source.file.value).string();
   q.layout.decimal = data.table.layout.decimal;
   q.layout.missing = data.table.layout.missing;
@@ -146,6 +166,8 @@ pedigree_request request_of(const model_description& d, const data_columns& data
   for (const text_value& code : source.group_codes) q.groups.push_back(code.value);
   q.group_pattern = source.group_pattern.value;
   q.selfing = source.selfing.value;
+  for (const text_value& code : source.unknown) q.unknown.push_back(code.value);
+  for (const text_value& code : source.founders) q.founders.push_back(code.value);
   return q;
 }
 
@@ -186,7 +208,7 @@ void levels_of_pedigree(const model_description& d, const data_columns& data, co
                         const factor_section& section, bool prune, factor_levels& f, message_log& log) {
   const int errors = count_of(log, severity::error);
   const std::size_t first = log.entries.size();
-  const pedigree_request request = request_of(d, data, section.pedigree);
+  const pedigree_request request = request_of(d, data, section);
   pedigree ped = read_pedigree(request, log);
   show_as_written(d, log, first, request.file, section.pedigree.file);
   ped.file = section.pedigree.file.value;

@@ -233,8 +233,8 @@ void number_kept_levels(std::span<const fixed_effect> effects, fixed_coding& cod
 std::string column_name(const fixed_effect& effect, std::int32_t level) {
   const auto l = static_cast<std::size_t>(level - 1);
   if (effect.level.empty()) return effect.name;
-  return level_name(effect.name,
-                    l < effect.identification.size() ? effect.identification[l] : fmt::format("{}", level));
+  return level_name(effect.name, l < effect.identification.size() ? shown(effect.identification[l])
+                                                                  : fmt::format("{}", level));
 }
 
 fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_effect> effects,

@@ -2,6 +2,7 @@
 
 #include "prepare/csv_columns.h"
 #include "prepare/readable_file.h"
+#include "prepare/text_encoding.h"
 
 #include <fmt/format.h>
 
@@ -97,7 +98,8 @@ void add_value(text_matrix& m, std::int32_t i, std::int32_t j, double v, std::in
 bool number_at(std::string_view word, const matrix_request& request, std::int64_t line, double& v,
                message_log& log) {
   if (number_in(word, '.', v)) return true;
-  add_error(log, place_of(request, line), fmt::format("\"{}\" is no number", word), "number " + request.file);
+  add_error(log, place_of(request, line), fmt::format("\"{}\" is no number", shown(word)),
+            "number " + request.file);
   return false;
 }
 
@@ -147,9 +149,9 @@ void read_dense(std::span<const word_line> lines, const matrix_request& request,
       continue;
     }
     if (width == n + 1 && take_word(text, word) && word != m.identification[i])
-      add_error(
-          log, place_of(request, lines[i + 1].line),
-          fmt::format("the row of \"{}\" stands where that of \"{}\" is due", word, m.identification[i]));
+      add_error(log, place_of(request, lines[i + 1].line),
+                fmt::format("the row of \"{}\" stands where that of \"{}\" is due", shown(word),
+                            shown(m.identification[i])));
     for (std::size_t j = 0; j < n; ++j) {
       double v = 0.0;
       take_word(text, word);
@@ -203,8 +205,8 @@ bool order_elements(const matrix_request& request, text_matrix& m, std::vector<m
       const matrix_element& first = m.element[order[k - 1]];
       if (std::abs(first.v - e.v) > ALIKE * (1.0 + std::abs(first.v) + std::abs(e.v)))
         add_error(log, place_of(request, m.line[order[k]]),
-                  fmt::format("the element of \"{}\" and \"{}\" is {} here and {} in line {}", id(e.i),
-                              id(e.j), e.v, first.v, m.line[order[k - 1]]),
+                  fmt::format("the element of \"{}\" and \"{}\" is {} here and {} in line {}", shown(id(e.i)),
+                              shown(id(e.j)), e.v, first.v, m.line[order[k - 1]]),
                   "two values " + request.file);
       continue;
     }
@@ -212,7 +214,8 @@ bool order_elements(const matrix_request& request, text_matrix& m, std::vector<m
   }
   for (std::size_t l = 0; l < diagonal.size(); ++l)
     if (diagonal[l] == 0)
-      add_error(log, place_of(request, 0), fmt::format("\"{}\" has no diagonal element", m.identification[l]),
+      add_error(log, place_of(request, 0),
+                fmt::format("\"{}\" has no diagonal element", shown(m.identification[l])),
                 "diagonal " + request.file);
   return count_of(log, severity::error) == n_errors;
 }
@@ -331,13 +334,13 @@ void check_diagonals(const matrix_request& request, const given_inverse& given, 
     const std::string& id = given.identification[static_cast<std::size_t>(e.i - 1)];
     if (e.v <= 0.0)
       add_error(log, place_of(request, 0),
-                fmt::format("the diagonal element of \"{}\" is {}, not above 0", id, e.v),
+                fmt::format("the diagonal element of \"{}\" is {}, not above 0", shown(id), e.v),
                 "sign " + request.file);
     else if (request.kind == matrix_kind::correlation && std::abs(e.v - 1.0) > CORRELATION_ROUNDING)
-      add_warning(
-          log, place_of(request, 0),
-          fmt::format("the diagonal element of \"{}\" is {}; that of a correlation matrix is 1", id, e.v),
-          "one " + request.file);
+      add_warning(log, place_of(request, 0),
+                  fmt::format("the diagonal element of \"{}\" is {}; that of a correlation matrix is 1",
+                              shown(id), e.v),
+                  "one " + request.file);
   }
 }
 
@@ -380,7 +383,7 @@ given_inverse read_given_matrix(const matrix_request& request, message_log& log)
   }
   std::ifstream in(request.file, std::ios::binary);
   const std::string content{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  return given_matrix_of_text(content, request, log);
+  return given_matrix_of_text(utf8_content(content, request.file, log), request, log);
 }
 
 } // namespace zeph::prepare

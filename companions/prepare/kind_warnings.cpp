@@ -31,7 +31,7 @@ std::vector<std::string> levels_of_one_category(const prepared_model& p, std::si
   std::vector<std::string> out;
   for (std::size_t l = 0; l < c.code.size(); ++l)
     if (other_than_first[l] == 0 || other_than_last[l] == 0)
-      out.push_back(level_name(c.name, c.identification[l]));
+      out.push_back(level_name(c.name, shown(c.identification[l])));
   return out;
 }
 

@@ -51,6 +51,7 @@ struct command {
   std::string into; // empty: a directory named after the description
   bool check = false;
   bool prune = false;
+  bool all = false;
 };
 
 std::array<std::int32_t, 6> stamp_now() {
@@ -64,8 +65,14 @@ fs::path directory_of(const command& c) {
   return c.into.empty() ? fs::path(c.model).stem() : fs::path(c.into);
 }
 
-int faults(const message_log& log) {
-  fmt::print(stderr, "{}", screen_text(log));
+// Repeated faults beyond ten are in prepare.txt once it is written; before that only --all shows them.
+std::string messages_of(const command& c, const message_log& log) {
+  if (c.all) return full_text(log);
+  return screen_text(log, c.check || exit_code(log) != 0 ? "--all" : "prepare.txt");
+}
+
+int faults(const command& c, const message_log& log) {
+  fmt::print(stderr, "{}", messages_of(c, log));
   const int n = count_of(log, severity::error);
   fmt::print(stderr, "nothing was written: {} error{}\n", n, n == 1 ? "" : "s");
   return exit_faults;
@@ -90,11 +97,11 @@ int run(const command& c) {
   }
   message_log log;
   const model_description d = read_description(c.model, log);
-  if (exit_code(log) != 0) return faults(log);
+  if (exit_code(log) != 0) return faults(c, log);
   const prepared_model p = assemble_model(d, {c.prune, stamp_now()}, log);
-  if (exit_code(log) != 0) return faults(log);
+  if (exit_code(log) != 0) return faults(c, log);
 
-  fmt::print(stderr, "{}", screen_text(log));
+  fmt::print(stderr, "{}", messages_of(c, log));
   const std::string summary = summary_text(d, p);
   fmt::print("{}", summary);
   if (c.check) {
@@ -135,6 +142,7 @@ int run_command_line(int argc, char** argv) {
   app.add_option("--into", c.into, "the work directory; default: named after the description, here");
   app.add_flag("--check", c.check, "read and check everything, write nothing");
   app.add_flag("--prune", c.prune, "leave animals without connection to data out of the pedigree");
+  app.add_flag("--all", c.all, "show all messages, not only the first ten of a kind");
   app.footer(help_end);
   app.set_version_flag("--version", "zeph-prepare " ZEPH_VERSION);
   try {

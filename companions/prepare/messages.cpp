@@ -52,6 +52,10 @@ std::string source_block(const message& m) {
   return text;
 }
 
+bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20U || c == '\x7F'; }
+
+std::string escaped(char c) { return fmt::format("\\x{:02X}", static_cast<unsigned char>(c)); }
+
 char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 
 // d(i,j) = distance of the first i letters of a and the first j of b; three rows of d are kept.
@@ -106,8 +110,10 @@ void sort_by_place(message_log& log, std::size_t first) {
 std::string message_text(const message& m) {
   std::string text = fmt::format("{}{}: ", place_text(m.at), level_word(m.level));
   for (const char c : m.text) {
-    text += c;
-    if (c == '\n') text += "    ";
+    if (c == '\n')
+      text += "\n    ";
+    else
+      text += is_control(c) ? escaped(c) : std::string(1, c);
   }
   text += '\n';
   if (!m.source_line.empty()) return text + source_block(m);
@@ -169,6 +175,17 @@ std::string joined(std::span<const std::string> words, std::size_t at_most) {
   for (std::size_t i = 0; i < std::min(words.size(), at_most); ++i) text += (i > 0 ? ", " : "") + words[i];
   if (words.size() > at_most) text += fmt::format(", ... ({} in all)", words.size());
   return text;
+}
+
+std::string shown(std::string_view text, std::size_t at_most) {
+  std::string out;
+  std::size_t n = 0;
+  for (const char c : text) {
+    const bool begins_character = (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+    if (begins_character && ++n > at_most) return out + "..";
+    out += is_control(c) ? escaped(c) : std::string(1, c);
+  }
+  return out;
 }
 
 int characters(std::string_view text) {

@@ -73,6 +73,10 @@ std::string nearest_hint(std::string_view word, std::span<const std::string> kno
 // The words with ", " between them; beyond `at_most` words the list ends in ", ... (n in all)".
 std::string joined(std::span<const std::string> words, std::size_t at_most = 40);
 
+// A text of the data as a message shows it, on one line: beyond `at_most` characters it is cut and ends in
+// "..", control bytes are written as \x00.
+std::string shown(std::string_view text, std::size_t at_most = 40);
+
 // Number of characters (code points) of UTF-8 text; a byte that belongs to no character counts as one.
 int characters(std::string_view text);
 

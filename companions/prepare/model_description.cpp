@@ -31,7 +31,8 @@ const known_table FACTOR = {"[factor.NAME]",
                             {"pedigree", "inverse", "relationship", "genotypes", "single_step", "dominance",
                              "correlation", "start", "prior_df", "order", "deviations", "deviations_every",
                              "deviations_above"}};
-const known_table PEDIGREE = {"pedigree = { .. }", {"file", "animal", "sire", "dam", "selfing", "groups"}};
+const known_table PEDIGREE = {"pedigree = { .. }",
+                              {"file", "animal", "sire", "dam", "selfing", "groups", "unknown", "founders"}};
 const known_table INVERSE = {"inverse = { .. }", {"file", "form"}};
 const known_table MATRIX = {"relationship = { .. }", {"file", "form", "blend"}};
 const known_table MATRIX_OR_INVERSE = {"dominance = { .. } or correlation = { .. }",
@@ -147,6 +148,16 @@ void read_groups(const table_view& t, pedigree_source& p) {
     p.group_codes = read_codes(t, "groups");
 }
 
+// A code has one meaning.
+void refuse_common_codes(const table_view& t, const std::vector<text_value>& codes, const char* first,
+                         const std::vector<text_value>& others, const char* second) {
+  for (const text_value& a : codes)
+    for (const text_value& b : others)
+      if (a.value == b.value)
+        error_in(t, a.at,
+                 fmt::format("{}: \"{}\" is in {} and in {}", t.title, shown(a.value), first, second));
+}
+
 pedigree_source read_pedigree(const table_view& factor, const toml::node& node) {
   pedigree_source p;
   if (!node.is_string() && !node.is_table()) {
@@ -163,6 +174,12 @@ pedigree_source read_pedigree(const table_view& factor, const toml::node& node) 
   p.dam = read_text(t, "dam", "dam");
   p.selfing = read_truth(t, "selfing", false);
   read_groups(t, p);
+  if (node.is_string()) return p;
+  p.unknown = read_codes(t, "unknown");
+  p.founders = read_codes(t, "founders");
+  refuse_common_codes(t, p.unknown, "unknown", p.founders, "founders");
+  refuse_common_codes(t, p.unknown, "unknown", p.group_codes, "groups");
+  refuse_common_codes(t, p.founders, "founders", p.group_codes, "groups");
   return p;
 }
 

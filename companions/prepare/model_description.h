@@ -19,10 +19,12 @@
 //   [factor.NAME]        one random factor: one covariance matrix, one relationship of the levels. At most
 //                        one of
 //   pedigree             "file", or { file, animal = "column", sire = .., dam = .., selfing = false, groups =
-//                        .. }: inverse of the pedigree relationship. Columns unless said: animal or id, sire
-//                        or father, dam or mother. Unknown parents: empty, 0, NA and the missing codes.
-//                        selfing = true: an animal may be sire and dam. groups: phantom parent groups, the
-//                        list of their codes, or one text where * and ? stand for any letters ("G*")
+//                        .., unknown = .., founders = .. }: inverse of the pedigree relationship. Columns
+//                        unless said: animal or id, sire or father, dam or mother. Unknown parents: empty, 0,
+//                        NA, the missing codes and those of unknown. founders: parents without a line that
+//                        are animals, though they look like such codes. selfing = true: an animal may be sire
+//                        and dam. groups: phantom parent groups, the list of their codes, or one text where *
+//                        and ? stand for any letters ("G*")
 //   inverse              "file" or { file, form }: the inverse of a relationship matrix, ready made
 //   relationship         "file" or { file, form, blend }: a relationship matrix; it is inverted
 //   correlation          "file" or { file, form, blend, holds = "matrix" }: correlations of the levels

@@ -1,5 +1,9 @@
 #include "prepare/pedigree.h"
 
+#include "prepare/missing_codes.h"
+#include "prepare/repeated_cells.h"
+#include "prepare/unlisted_parents.h"
+
 #include <boost/graph/compressed_sparse_row_graph.hpp>
 #include <boost/graph/strong_components.hpp>
 #include <boost/graph/topological_sort.hpp>
@@ -93,14 +97,19 @@ bool matches(std::string_view text, std::string_view pattern) {
   return pattern.find_first_not_of('*', p) == std::string_view::npos;
 }
 
+bool is_among(const std::vector<std::string>& codes, std::string_view text) {
+  return std::find(codes.begin(), codes.end(), text) != codes.end();
+}
+
 bool is_group(const pedigree_request& request, std::string_view text) {
-  return std::find(request.groups.begin(), request.groups.end(), text) != request.groups.end() ||
+  return is_among(request.groups, text) ||
          (!request.group_pattern.empty() && matches(text, request.group_pattern));
 }
 
-bool is_unknown(const csv_columns& table, std::size_t c, std::size_t r) {
+bool is_unknown(const csv_columns& table, const pedigree_request& request, std::size_t c, std::size_t r) {
   const std::string_view cell = table.cell(c, r);
-  return cell == "0" || cell == "NA" || is_missing(table, c, r);
+  if (is_among(request.founders, cell)) return false;
+  return cell == "0" || cell == "NA" || is_missing(table, c, r) || is_among(request.unknown, cell);
 }
 
 source_place at_line(const pedigree& ped, std::int64_t line) { return {ped.file, static_cast<int>(line), 0}; }
@@ -120,32 +129,34 @@ void take_animals(const csv_columns& table, const pedigree_request& request, con
   for (std::size_t r = 0; r < table.n_records(); ++r) {
     const std::string_view text = table.cell(columns.animal, r);
     const auto at = ped.number_of.find(text);
-    if (is_unknown(table, columns.animal, r)) {
+    if (is_unknown(table, request, columns.animal, r)) {
       add_error(log, at_line(ped, table.line[r]),
-                fmt::format("\"{}\" is the code of an unknown parent, not of an animal", text),
+                fmt::format("\"{}\" is the code of an unknown parent, not of an animal", shown(text)),
                 "no animal " + ped.file);
     } else if (is_group(request, text)) {
-      add_error(log, at_line(ped, table.line[r]),
-                fmt::format("\"{}\" is a phantom parent group and cannot have a line of its own", text),
-                "group line " + ped.file);
+      add_error(
+          log, at_line(ped, table.line[r]),
+          fmt::format("\"{}\" is a phantom parent group and cannot have a line of its own", shown(text)),
+          "group line " + ped.file);
     } else if (at == ped.number_of.end()) {
       add_animal(ped, text, table.line[r]);
       row.push_back(r);
     } else {
       const auto first = static_cast<std::size_t>(at->second - 1);
       const auto parent = [&](std::size_t c, std::size_t k) {
-        return is_unknown(table, c, k) ? std::string_view{} : table.cell(c, k);
+        return is_unknown(table, request, c, k) ? std::string_view{} : table.cell(c, k);
       };
       const bool same = parent(columns.sire, r) == parent(columns.sire, row[first]) &&
                         parent(columns.dam, r) == parent(columns.dam, row[first]);
       if (same)
-        add_note(log, at_line(ped, table.line[r]),
-                 fmt::format("animal \"{}\" has two equal lines (first: line {})", text, ped.line[first]),
-                 "equal lines " + ped.file);
+        add_note(
+            log, at_line(ped, table.line[r]),
+            fmt::format("animal \"{}\" has two equal lines (first: line {})", shown(text), ped.line[first]),
+            "equal lines " + ped.file);
       else
         add_error(log, at_line(ped, table.line[r]),
-                  fmt::format("animal \"{}\" has two lines with different parents (first: line {})", text,
-                              ped.line[first]),
+                  fmt::format("animal \"{}\" has two lines with different parents (first: line {})",
+                              shown(text), ped.line[first]),
                   "different parents " + ped.file);
     }
   }
@@ -154,7 +165,7 @@ void take_animals(const csv_columns& table, const pedigree_request& request, con
 // Number of the parent in a cell: an animal, 0, or minus the group. Parents without a line become animals.
 std::int32_t parent_in(const csv_columns& table, const pedigree_request& request, std::size_t c,
                        std::size_t r, pedigree& ped) {
-  if (is_unknown(table, c, r)) return 0;
+  if (is_unknown(table, request, c, r)) return 0;
   const std::string_view text = table.cell(c, r);
   if (const auto at = ped.number_of.find(text); at != ped.number_of.end()) return at->second;
   if (!is_group(request, text)) return add_animal(ped, text, 0);
@@ -190,7 +201,8 @@ void order_groups(const pedigree_request& request, pedigree& ped, message_log& l
         fmt::format("no parent matches the pattern \"{}\" of phantom parent groups", request.group_pattern));
 }
 
-void check_sexes(const pedigree& ped, message_log& log) {
+// Parents without a line were looked at before, but for those that the description calls animals.
+void check_sexes(const pedigree& ped, const pedigree_request& request, message_log& log) {
   const auto n = static_cast<std::size_t>(ped.n_animals());
   std::vector<std::int64_t> as_sire(n, 0), as_dam(n, 0); // first line where the animal is a sire, a dam
   for (std::size_t a = 0; a < n; ++a) {
@@ -200,10 +212,11 @@ void check_sexes(const pedigree& ped, message_log& log) {
       as_dam[static_cast<std::size_t>(ped.dam[a] - 1)] = ped.line[a];
   }
   for (std::size_t a = 0; a < n; ++a)
-    if (as_sire[a] > 0 && as_dam[a] > 0)
+    if (as_sire[a] > 0 && as_dam[a] > 0 &&
+        (ped.line[a] > 0 || is_among(request.founders, ped.identification[a])))
       add_error(log, {ped.file, 0, 0},
                 fmt::format("\"{}\" is a sire in line {} and a dam in line {} (plants: set selfing = true)",
-                            ped.identification[a], as_sire[a], as_dam[a]),
+                            shown(ped.identification[a]), as_sire[a], as_dam[a]),
                 "sire and dam " + ped.file);
 }
 
@@ -246,8 +259,8 @@ void report_loops(const pedigree& ped, const parent_graph& graph, message_log& l
     std::rotate(walk.begin(), std::min_element(walk.begin(), walk.end()), walk.end());
     std::string text = fmt::format("loop of {} {}: ", walk.size(), walk.size() == 1 ? "animal" : "animals");
     for (const std::size_t b : walk)
-      text += fmt::format("{} (line {}) -> ", ped.identification[b], ped.line[b]);
-    add_error(log, {ped.file, 0, 0}, text + ped.identification[walk.front()], "loop " + ped.file);
+      text += fmt::format("{} (line {}) -> ", shown(ped.identification[b]), ped.line[b]);
+    add_error(log, {ped.file, 0, 0}, text + shown(ped.identification[walk.front()]), "loop " + ped.file);
   }
 }
 
@@ -289,14 +302,9 @@ pedigree pedigree_of_table(const csv_columns& table, const pedigree_request& req
     ped.sire[a] = sire;
     ped.dam[a] = dam;
   }
-  const std::size_t n_founders = ped.identification.size() - row.size();
-  if (n_founders > 0)
-    add_note(log, {ped.file, 0, 0},
-             n_founders == 1
-                 ? "1 parent has no line of its own; added as a founder"
-                 : fmt::format("{} parents have no line of their own; added as founders", n_founders));
+  check_unlisted_parents(ped, request, log);
   order_groups(request, ped, log);
-  if (!request.selfing) check_sexes(ped, log);
+  if (!request.selfing) check_sexes(ped, request, log);
 
   std::vector<std::size_t> order;
   order.reserve(ped.identification.size());
@@ -333,7 +341,8 @@ column_animals animals_of_column(const pedigree& ped, const csv_columns& table, 
                                  message_log& log) {
   column_animals found;
   found.animal.assign(table.n_records(), 0);
-  level_table unknown;
+  repeated_cells unknown;
+  std::unordered_map<std::string, std::size_t> record; // where each was found first
   for (std::size_t r = 0; r < table.n_records(); ++r) {
     if (is_missing(table, c, r)) continue;
     const std::string_view text = table.cell(c, r);
@@ -341,13 +350,18 @@ column_animals animals_of_column(const pedigree& ped, const csv_columns& table, 
       found.animal[r] = at->second;
       continue;
     }
-    add_error(log, {table.file, static_cast<int>(table.line[r]), 0},
-              fmt::format("{} of record {} (\"{}\") is neither in the pedigree nor a missing code",
-                          table.header[c], r + 1, text),
-              fmt::format("not in pedigree {} {}", table.file, table.header[c]));
-    unknown.emplace(std::string(text), 0);
+    add_cell(unknown, text, table.line[r]);
+    record.emplace(text, r + 1);
   }
-  found.n_unknown = static_cast<std::int64_t>(unknown.size());
+  for (const repeated_cell& cell : unknown.cells) {
+    message& m = add_error(
+        log, {table.file, static_cast<int>(cell.lines.first.front()), 0},
+        fmt::format("{} of record {} (\"{}\") is neither in the pedigree nor a missing code{}",
+                    table.header[c], record.at(cell.text), shown(cell.text), where_in_words(cell.lines)),
+        fmt::format("not in pedigree {} {}", table.file, table.header[c]));
+    m.hint = missing_hint(table, cell.text);
+  }
+  found.n_unknown = static_cast<std::int64_t>(record.size());
   return found;
 }
 

@@ -14,15 +14,19 @@ namespace zeph::prepare {
 
 struct pedigree_request {
   std::string file{};
-  csv_layout layout{};  // its missing codes are codes of an unknown parent too
-  std::string animal{}; // names of the columns; empty: animal or id, sire or father, dam or mother
+  std::string file_as_written{}; // in the description, for advice; empty: `file`
+  std::string factor{};          // likewise the name of the factor
+  csv_layout layout{};           // its missing codes are codes of an unknown parent too
+  std::string animal{};          // names of the columns; empty: animal or id, sire or father, dam or mother
   std::string sire{};
   std::string dam{};
   // phantom parent groups, which stand in place of unknown parents: their codes, or a pattern of them (* is
   // any text, ? any one byte)
   std::vector<std::string> groups{};
-  std::string group_pattern{}; // empty: none
-  bool selfing = false;        // an animal may be both sire and dam
+  std::string group_pattern{};         // empty: none
+  bool selfing = false;                // an animal may be both sire and dam
+  std::vector<std::string> unknown{};  // further codes of an unknown parent
+  std::vector<std::string> founders{}; // codes that are animals, whatever they look like
 };
 
 struct text_hash {
@@ -46,10 +50,12 @@ struct pedigree {
   [[nodiscard]] std::int32_t n_groups() const { return static_cast<std::int32_t>(group.size()); }
 };
 
-// Reads and checks. Unknown parents: "", "0", "NA" and the missing codes. Errors: columns not found, an
-// animal twice with different parents, animal of a group's name, a sire that is also a dam, loops (each with
-// its animals and lines). Notes: repeated lines, parents added as founders. Warning: a group that is nobody's
-// parent (left out). After an error the pedigree comes back empty.
+// Reads and checks. Unknown parents: "", "0", "NA", the missing codes and those of `unknown`, unless
+// `founders` names them. Errors: columns not found, an animal twice with different parents, animal of a
+// group's name, a sire that is also a dam, loops (each with its animals and lines), parents without a line
+// that look like codes of an unknown parent (unlisted_parents.h). Notes: repeated lines, parents added as
+// founders. Warning: a group that is nobody's parent (left out). After an error the pedigree comes back
+// empty.
 pedigree read_pedigree(const pedigree_request& request, message_log& log);
 
 // The same from a table that was read.
@@ -61,7 +67,7 @@ struct column_animals {
   std::int64_t n_unknown = 0;       // different identifications that are not in the pedigree
 };
 
-// Looks up the cells of column c. A cell that is not in the pedigree is an error (ten shown, all counted).
+// Looks up the cells of column c. A text that is not in the pedigree is one error for all its records.
 column_animals animals_of_column(const pedigree& ped, const csv_columns& table, std::size_t c,
                                  message_log& log);
 

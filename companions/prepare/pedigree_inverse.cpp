@@ -197,7 +197,7 @@ std::vector<matrix_element> a_inverse(const pedigree& ped, std::span<const doubl
           log, {ped.file, static_cast<int>(ped.line[a]), 0},
           fmt::format("the parents of \"{}\" are inbred completely: it has no Mendelian variance, and the "
                       "relationship matrix no inverse",
-                      ped.identification[a]),
+                      shown(ped.identification[a])),
           "no variance " + ped.file);
     }
   if (!good) return element;

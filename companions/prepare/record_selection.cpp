@@ -1,6 +1,7 @@
 #include "prepare/record_selection.h"
 
 #include "prepare/messages.h"
+#include "prepare/repeated_cells.h"
 #include "prepare/solution_checks.h"
 
 #include <fmt/format.h>
@@ -206,12 +207,20 @@ void refuse_empty_categories(const model_description& d, const data_columns& dat
   }
 }
 
+// The first lines; prepare.txt lists all of them.
+std::string lines_in_words(const removal& r) {
+  repeated_lines lines;
+  for (const std::int64_t line : r.lines) add_line(lines, line);
+  return lines.n == 1 ? fmt::format(" (line {})", lines.first.front()) : where_in_words(lines);
+}
+
 void tell(const model_description& d, const data_columns& data, const record_selection& s, message_log& log) {
   for (const removal& r : s.removals) {
     const std::string& trait = d.traits[static_cast<std::size_t>(r.trait)].name;
     add_warning(log, {data.table.file, 0, 0},
-                fmt::format("{} in {} with {}: {} set missing there (prepare.txt lists them)", r.why,
-                            records_in_words(static_cast<std::int64_t>(r.lines.size())), trait, trait));
+                fmt::format("{} in {} with {}: {} set missing there{}", r.why,
+                            records_in_words(static_cast<std::int64_t>(r.lines.size())), trait, trait,
+                            lines_in_words(r)));
   }
   if (s.n_without_trait > 0)
     add_note(log, {data.table.file, 0, 0},

@@ -40,13 +40,14 @@ void sort_by_position(const data_columns& data, const std::vector<double>& posit
     const double found = position[r];
     if (found != std::floor(found) || found < 1.0)
       fault(data, r,
-            fmt::format("position {:g} of subject {}: they are whole numbers from 1", found, subject), log);
+            fmt::format("position {:g} of subject {}: they are whole numbers from 1", found, shown(subject)),
+            log);
     else if (found < expected)
-      fault(data, r, fmt::format("position {:g} of subject {} stands twice", found, subject), log);
+      fault(data, r, fmt::format("position {:g} of subject {} stands twice", found, shown(subject)), log);
     else if (found > expected)
       fault(data, r,
-            fmt::format("the sequence of subject {} is out of order: position {:g} follows {:g}", subject,
-                        found, expected - 1.0),
+            fmt::format("the sequence of subject {} is out of order: position {:g} follows {:g}",
+                        shown(subject), found, expected - 1.0),
             log);
     else {
       expected += 1.0;

@@ -141,7 +141,8 @@ std::string class_line(const std::string& trait, const class_effect& c) {
   std::string out = fmt::format("{}{}{:9}", cell(trait, 18), cell(c.name, 24), c.n_levels());
   if (smallest != c.n_records.end())
     out += fmt::format("   smallest {} with {}",
-                       c.identification[static_cast<std::size_t>(smallest - c.n_records.begin())], *smallest);
+                       shown(c.identification[static_cast<std::size_t>(smallest - c.n_records.begin())]),
+                       *smallest);
   return out + (c.intercept ? "" : "   (only nested regressions)") + "\n";
 }
 

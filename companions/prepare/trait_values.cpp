@@ -1,6 +1,8 @@
 #include "prepare/trait_values.h"
 
 #include "prepare/messages.h"
+#include "prepare/missing_codes.h"
+#include "prepare/repeated_cells.h"
 
 #include <fmt/format.h>
 
@@ -35,6 +37,19 @@ struct trait_reader {
   [[nodiscard]] std::size_t n() const { return table.n_records(); }
 };
 
+// One fault for each text of a column; text_of(cell) is its message, the hint what the text may stand for.
+template <class TextOf>
+void refuse_cells(const trait_reader& in, const repeated_cells& wrong, std::span<const std::string> known,
+                  const TextOf& text_of) {
+  for (const repeated_cell& cell : wrong.cells) {
+    message& m = add_error(in.log, {in.table.file, static_cast<int>(cell.lines.first.front()), 0},
+                           text_of(shown(cell.text)), "values of " + in.trait.name);
+    m.text += where_in_words(cell.lines);
+    m.hint = missing_hint(in.table, cell.text);
+    if (m.hint.empty()) m.hint = nearest_hint(cell.text, known);
+  }
+}
+
 // ---- categories
 
 bool numeric_cell(const csv_columns& table, std::size_t c, std::size_t r, double& value) {
@@ -46,11 +61,12 @@ std::vector<std::string> categories_of_numbers(const trait_reader& in, std::size
   std::map<double, std::string> seen;
   for (std::size_t r = 0; r < in.n(); ++r) {
     double value = 0.0;
-    if (is_missing(in.table, c, r)) continue;
+    if (is_missing_number(in.table, c, r)) continue;
     if (!numeric_cell(in.table, c, r, value)) {
       in.fault(r, fmt::format("\"{}\" in column {} is no number: name the categories of {} in their order,\n"
                               "categories = [\"lowest\", .., \"highest\"]",
-                              in.table.cell(c, r), in.trait.column.value, in.trait.name));
+                              shown(in.table.cell(c, r)), in.trait.column.value, in.trait.name))
+          .hint = missing_hint(in.table, in.table.cell(c, r));
       return {};
     }
     seen.emplace(value, in.table.cell(c, r));
@@ -79,24 +95,26 @@ void number_categories(const trait_reader& in, std::size_t c, double first, trai
     if (number_in(out.categories[k], in.table.layout.decimal, value)) by_number.emplace(value, code);
   }
   out.y.assign(in.n(), missing_value);
-  std::string hint = // for the first fault
-      in.trait.categories.empty()
-          ? "name the two, categories = [\"no\", \"yes\"]; more are kind = \"ordered\""
-          : "";
+  repeated_cells wrong;
   for (std::size_t r = 0; r < in.n(); ++r) {
-    if (is_missing(in.table, c, r)) continue;
+    if (is_missing_number(in.table, c, r)) continue;
     double value = 0.0;
     const auto text = by_text.find(std::string(in.table.cell(c, r)));
-    if (text != by_text.end()) {
+    if (text != by_text.end())
       out.y[r] = text->second;
-    } else if (numeric_cell(in.table, c, r, value) && by_number.contains(value)) {
+    else if (numeric_cell(in.table, c, r, value) && by_number.contains(value))
       out.y[r] = by_number.at(value);
-    } else {
-      in.fault(r, fmt::format("\"{}\" in column {} is no category of {}; they are: {}", in.table.cell(c, r),
-                              in.trait.column.value, in.trait.name, joined(out.categories)))
-          .hint = std::exchange(hint, {});
-    }
+    else
+      add_cell(wrong, in.table.cell(c, r), in.table.line[r]);
   }
+  const std::size_t first_fault = in.log.entries.size();
+  refuse_cells(in, wrong, out.categories, [&](const std::string& cell) {
+    return fmt::format("\"{}\" in column {} is no category of {}; they are: {}", cell, in.trait.column.value,
+                       in.trait.name, joined(out.categories));
+  });
+  if (!wrong.cells.empty() && in.trait.categories.empty() && in.log.entries[first_fault].hint.empty())
+    in.log.entries[first_fault].hint =
+        "name the two, categories = [\"no\", \"yes\"]; more are kind = \"ordered\"";
 }
 
 void read_categories(const trait_reader& in, trait_values& out) {
@@ -110,10 +128,11 @@ void read_categories(const trait_reader& in, trait_values& out) {
 
 // ---- censoring
 
+const std::vector<std::string> censoring_words{"left", "none", "right", "interval"};
+
 bool code_in(std::string_view cell, char decimal, std::int32_t& code) {
-  constexpr std::string_view WORDS[] = {"left", "none", "right", "interval"};
   for (std::int32_t k = 0; k < 4; ++k)
-    if (cell == WORDS[k]) {
+    if (cell == censoring_words[static_cast<std::size_t>(k)]) {
       code = k - 1;
       return true;
     }
@@ -129,30 +148,35 @@ bool code_in(std::string_view cell, char decimal, std::int32_t& code) {
 
 void read_codes(const trait_reader& in, trait_values& out) {
   const std::size_t c = find_column(in.table, in.trait.limits_code.value);
+  repeated_cells wrong;
   for (std::size_t r = 0; r < in.n(); ++r) {
-    if (is_missing(in.table, c, r)) {
+    if (is_missing_number(in.table, c, r))
       out.y[r] = missing_value;
-    } else if (!code_in(in.table.cell(c, r), in.table.layout.decimal, out.code[r])) {
-      in.fault(
-          r, fmt::format("\"{}\" in column {} is no code of censoring: -1 left, 0 none, 1 right, 2 interval",
-                         in.table.cell(c, r), in.trait.limits_code.value));
-    }
+    else if (!code_in(in.table.cell(c, r), in.table.layout.decimal, out.code[r]))
+      add_cell(wrong, in.table.cell(c, r), in.table.line[r]);
   }
+  refuse_cells(in, wrong, censoring_words, [&](const std::string& cell) {
+    return fmt::format("\"{}\" in column {} is no code of censoring: -1 left, 0 none, 1 right, 2 interval",
+                       cell, in.trait.limits_code.value);
+  });
 }
 
 void read_events(const trait_reader& in, trait_values& out) {
   const std::size_t c = find_column(in.table, in.trait.limits_event.value);
+  repeated_cells wrong;
   for (std::size_t r = 0; r < in.n(); ++r) {
     double event = 0.0;
-    if (is_missing(in.table, c, r)) {
+    if (is_missing_number(in.table, c, r))
       out.y[r] = missing_value;
-    } else if (!numeric_cell(in.table, c, r, event) || (event != 0.0 && event != 1.0)) {
-      in.fault(r, fmt::format("\"{}\" in column {}: 1 says that the end was seen, 0 that it was not yet",
-                              in.table.cell(c, r), in.trait.limits_event.value));
-    } else {
+    else if (!numeric_cell(in.table, c, r, event) || (event != 0.0 && event != 1.0))
+      add_cell(wrong, in.table.cell(c, r), in.table.line[r]);
+    else
       out.code[r] = event == 1.0 ? observed : censored_right;
-    }
   }
+  refuse_cells(in, wrong, {}, [&](const std::string& cell) {
+    return fmt::format("\"{}\" in column {}: 1 says that the end was seen, 0 that it was not yet", cell,
+                       in.trait.limits_event.value);
+  });
 }
 
 // A pair of bounds, either of which may be missing.

@@ -72,6 +72,20 @@ TEST_F(command_line, fault_in_the_data_ends_with_1_and_writes_nothing) {
   EXPECT_TRUE(said("nothing was written: 1 error\n"));
 }
 
+// With errors there is no prepare.txt: only --all shows what the screen leaves out.
+TEST_F(command_line, all_lifts_the_limit_of_ten_messages_and_the_messages_name_it) {
+  std::string data = "sex,y\n";
+  for (int k = 1; k <= 13; ++k) data += "1,x" + std::to_string(k) + "\n";
+  place.write("d.csv", data);
+  EXPECT_EQ(run("model.toml --into work"), 1);
+  EXPECT_TRUE(said("and 3 more of this kind (--all lists them)")) << place.read("said");
+  EXPECT_FALSE(said("prepare.txt")) << place.read("said");
+  EXPECT_FALSE(said("\"x11\""));
+  EXPECT_EQ(run("model.toml --into work --all"), 1);
+  EXPECT_TRUE(said("\"x13\" in column y is no number")) << place.read("said");
+  EXPECT_FALSE(said("more of this kind"));
+}
+
 TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
   EXPECT_EQ(run(""), 2);
   EXPECT_TRUE(said("zeph-prepare: model is required; --help tells more\n")) << place.read("said");

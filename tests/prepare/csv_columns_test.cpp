@@ -145,7 +145,7 @@ TEST(csv_columns, a_folder_in_place_of_a_file_is_told) {
 
 TEST(csv_columns, the_first_line_with_too_many_values_hints_at_the_separator) {
   message_log log;
-  table_of("id,x\n1,2,5\n3,4,5\n", log);
+  table_of("id,x\n1,2,5\n3,4\n3\n", log);
   ASSERT_EQ(log.entries.size(), 2U);
   EXPECT_EQ(log.entries[0].hint, "a value that holds the separator stands in quotes");
   EXPECT_EQ(log.entries[1].hint, "");
@@ -215,7 +215,7 @@ TEST(csv_columns, tells_cells_that_are_no_numbers_with_line_and_hint) {
 
 TEST(csv_columns, shows_ten_bad_cells_and_counts_all) {
   std::string text = "id,bwt\n";
-  for (int k = 0; k < 25; ++k) text += "1,x\n";
+  for (int k = 0; k < 25; ++k) text += "1,x" + std::to_string(k) + "\n";
   message_log log;
   column_numbers(table_of(text, log), 1, log);
   EXPECT_EQ(count_of(log, severity::error), 25);
@@ -223,6 +223,56 @@ TEST(csv_columns, shows_ten_bad_cells_and_counts_all) {
   EXPECT_NE(screen.find("calves.csv:11:"), std::string::npos);
   EXPECT_EQ(screen.find("calves.csv:12:"), std::string::npos);
   EXPECT_NE(screen.find("15"), std::string::npos) << screen; // more of them
+}
+
+TEST(csv_columns, one_wrong_text_is_one_error_with_its_count_and_first_lines) {
+  std::string text = "id,bwt\n";
+  for (int k = 0; k < 7; ++k) text += "1,high\n2,3\n";
+  message_log log;
+  column_numbers(table_of(text + "3,low\n", log), 1, log);
+  EXPECT_EQ(full_text(log),
+            "calves.csv:2: error: \"high\" in column bwt is no number (7 records, lines 2, 4, 6, 8, 10, ..)\n"
+            "calves.csv:16: error: \"low\" in column bwt is no number\n");
+}
+
+TEST(csv_columns, decimal_commas_are_one_error) {
+  message_log log;
+  column_numbers(table_of("id;bwt\n1;12,4\n2;13,1\n3;12\n4;14,5\n", log), 1, log);
+  EXPECT_EQ(full_text(log),
+            "calves.csv:2: error: \"12,4\" in column bwt is no number (decimal comma? set decimal = "
+            "\",\" in [data]) (3 such records, lines 2, 3, 5)\n");
+}
+
+TEST(csv_columns, missing_codes_of_numbers_count_by_value_and_of_classes_by_text) {
+  message_log log;
+  const csv_columns t =
+      table_of("id,x\n1,-999.0\n2,-9.99e2\n3,NA\n4,-998\n", log, {.missing = {"NA", "-999"}});
+  const std::vector<double> x = column_numbers(t, 1, log);
+  EXPECT_TRUE(log.entries.empty()) << full_text(log);
+  EXPECT_TRUE(std::isnan(x[0]) && std::isnan(x[1]) && std::isnan(x[2]));
+  EXPECT_EQ(x[3], -998.0);
+  EXPECT_FALSE(is_missing(t, 1, 0));
+  message_log comma;
+  const csv_columns u = table_of("id;x\n1;-999,0\n", comma, {.decimal = ',', .missing = {"-999.0"}});
+  EXPECT_TRUE(std::isnan(column_numbers(u, 1, comma)[0]));
+}
+
+TEST(csv_columns, words_for_no_value_name_the_key_that_says_so) {
+  for (const std::string word : {"NaN", ".", "na", "*", "-"}) {
+    message_log log;
+    column_numbers(table_of("id,x\n1,2\n2," + word + "\n", log, {.missing = {"NA"}}), 1, log);
+    EXPECT_EQ(only_message(log), "calves.csv:3: error: \"" + word + "\" in column x is no number\n" +
+                                     "    if it means that there is no value: [data] missing = [\"NA\", \"" +
+                                     word + "\"]\n");
+  }
+}
+
+TEST(csv_columns, long_cells_are_cut_and_control_bytes_are_visible) {
+  message_log log;
+  column_numbers(table_of("id,x\n1," + std::string(50, 'a') + "\n2,b\x01\x1B[31m\n", log), 1, log);
+  ASSERT_EQ(log.entries.size(), 2U);
+  EXPECT_EQ(log.entries[0].text, "\"" + std::string(40, 'a') + "..\" in column x is no number");
+  EXPECT_EQ(log.entries[1].text, "\"b\\x01\\x1B[31m\" in column x is no number");
 }
 
 TEST(csv_columns, finds_the_first_fraction) {

@@ -129,6 +129,16 @@ TEST(messages, long_lists_are_cut_with_their_number) {
   EXPECT_EQ(joined({}), "");
 }
 
+TEST(messages, texts_of_the_data_are_cut_and_their_control_bytes_shown) {
+  EXPECT_EQ(shown("K17"), "K17");
+  EXPECT_EQ(shown("abcdef", 3), "abc..");
+  EXPECT_EQ(shown("\xC3\xB8\xC3\xB8\xC3\xB8", 3), "\xC3\xB8\xC3\xB8\xC3\xB8"); // three characters
+  EXPECT_EQ(shown(std::string_view("a\0b\n\x1B\x7F", 6)), "a\\x00b\\x0A\\x1B\\x7F");
+  message_log log;
+  add_error(log, {}, "first\nsecond \x07");
+  EXPECT_EQ(message_text(log.entries[0]), "error: first\n    second \\x07\n");
+}
+
 TEST(messages, characters_are_code_points) {
   EXPECT_EQ(characters("abc"), 3);
   EXPECT_EQ(characters("k\xC3\xB8n"), 3); // o with stroke, two bytes

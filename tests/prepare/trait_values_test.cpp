@@ -67,6 +67,25 @@ TEST(trait_values, a_label_outside_of_the_categories_is_told_with_its_line) {
       << c.messages();
 }
 
+TEST(trait_values, one_wrong_label_is_one_error_with_the_nearest_label) {
+  const std::string kind = "kind = \"ordered\"\ncategories = [\"easy\", \"hard\", \"cut\"]\n";
+  const prepared_case c = with(kind, "y\ncut\neasy\nhrad\nhard\nhrad\n.\n");
+  EXPECT_EQ(
+      c.messages(),
+      "data.csv:4: error: \"hrad\" in column y is no category of y; they are: easy, hard, cut (2 records, "
+      "lines 4, 6)\n    did you mean \"hard\"?\n"
+      "data.csv:7: error: \".\" in column y is no category of y; they are: easy, hard, cut\n"
+      "    if it means that there is no value: [data] missing = [\"NA\", \".\"]\n");
+}
+
+TEST(trait_values, missing_codes_of_numbers_count_by_value) {
+  const prepared_case c({"[data]\nfile = \"data.csv\"\nmissing = [-9]\n[run]\nanalysis = \"gibbs\"\n"
+                         "[trait.y]\nformula = \"1\"\nkind = \"ordered\"\n"},
+                        {{"data.csv", "y\n1\n2\n-9.0\n3\n"}});
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  EXPECT_EQ(reals(c, 1), (std::vector<float>{1, 2, 3}));
+}
+
 TEST(trait_values, two_labels_become_zero_and_one) {
   const prepared_case c = with("kind = \"binary\"\ncategories = [\"N\", \"Y\"]\n", "y\nN\nY\nY\nNA\n");
   ASSERT_TRUE(c.p.complete) << c.messages();
