@@ -183,7 +183,7 @@ void read_df(const model_records& m, run_frame& f, free_reader& lines, reporting
   if (f.analysis_type >= 3) {
     say(report);
     say(report, "   Degrees of freedom        ");
-    say(report, "Effect     Prior     Data     ");
+    say(report, column_line().A("Effect     Prior     Data     ", 60).str()); // above its columns
   }
   for (std::int32_t k = 1; k <= m.nramat + 1; ++k) {
     std::int32_t number = 0;
@@ -252,7 +252,7 @@ bool read_censored(const model_records& m, run_frame& f, free_reader& lines, rep
   say_count(report, "No of Right cencored traits .......................", f.ncens);
   if (f.ncens <= 0) return true;
   if (f.ncens > m.nt)
-    illegal_input(report, "directive file", "ncens", {}, std::to_string(f.ncens),
+    illegal_input(report, directive_file_name(m, report), "ncens", {}, std::to_string(f.ncens),
                   "at most the number of traits");
   std::vector<std::int32_t> traits;
   lines.begin_read();
@@ -267,11 +267,12 @@ bool read_censored(const model_records& m, run_frame& f, free_reader& lines, rep
 }
 
 // One class-effect solution used as covariate: 0, or the code of its first read.
-int read_fetocv(free_reader& lines, fetocv_entry& entry, reporting& report) {
+int read_fetocv(const model_records& m, free_reader& lines, fetocv_entry& entry, reporting& report) {
   if (const int code = read_integers(lines, {&entry.trait, &entry.effect, &entry.ncv}); code != 0)
     return code;
   if (entry.ncv > most_covariates)
-    illegal_input(report, "directive file", "ncv", {}, std::to_string(entry.ncv), "at most 1000000");
+    illegal_input(report, directive_file_name(m, report), "ncv", {}, std::to_string(entry.ncv),
+                  "at most 1000000");
   lines.begin_read();
   if (read_list(lines, entry.CVNO, entry.ncv) != 0 || read_list(lines, entry.ACVNO, entry.ncv) != 0)
     fail_line(report);
@@ -280,7 +281,7 @@ int read_fetocv(free_reader& lines, fetocv_entry& entry, reporting& report) {
 }
 
 // Class-effect solutions used as covariates: false when the file ended.
-bool read_covariates(run_frame& f, free_reader& lines, reporting& report) {
+bool read_covariates(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
   int code = read_integers(lines, {&f.nfeto});
   if (code == end_of_file) return false;
   if (code != 0) fail_line(report);
@@ -288,7 +289,7 @@ bool read_covariates(run_frame& f, free_reader& lines, reporting& report) {
   say_count(report, "No of Class-effect solutions used as covariates ...", f.nfeto);
   for (std::int32_t i = 1; i <= f.nfeto; ++i) {
     fetocv_entry entry;
-    code = read_fetocv(lines, entry, report);
+    code = read_fetocv(m, lines, entry, report);
     if (code == end_of_file) {
       // kept out of the second form of the scan, which needs the whole list
       f.nfeto = 0;
@@ -337,7 +338,7 @@ void read_directives(const model_records& m, run_frame& f, random_sources& sourc
 }
 
 bool read_covariate_directives(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
-  return read_censored(m, f, lines, report) && read_covariates(f, lines, report);
+  return read_censored(m, f, lines, report) && read_covariates(m, f, lines, report);
 }
 
 void read_restriction_directive(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,

@@ -109,7 +109,8 @@ void lay_out_equations(run& r) {
   if (r.frame.test_level > 1) print_structures(r.model, r.report);
   SETGROUPS(r.model, r.layout, r.report, r.frame.test_level);
   const bool more = read_covariate_directives(r.model, r.frame, lines, r.report);
-  if (r.frame.nfeto > 0) FETOCV(r.model, r.layout, r.frame, r.design, r.report);
+  if (r.frame.nfeto > 0)
+    FETOCV(r.model, r.layout, r.frame, directive_file_name(r.model, r.report), r.design, r.report);
   if (more) read_restriction_directive(r.model, r.frame, r.sampler, lines, r.report);
 }
 

@@ -4,6 +4,7 @@
 #include "listing/stops.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
+#include "numerics/growing_rows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,13 +13,21 @@
 namespace zeph {
 namespace {
 
-constexpr std::string_view list_file = "directive file";
 constexpr std::string_view integers_file = "RCDATA_I";
+constexpr std::string_view routine = "FETOCV";
 
-[[noreturn]] void refuse(reporting& report, std::string_view item, std::initializer_list<std::int64_t> at,
-                         std::int32_t value, std::string_view rule) {
-  illegal_input(report, list_file, item, at, std::to_string(value), rule);
-}
+// What the list of the user is held against.
+struct user_list {
+  const model_records& m;
+  const equation_layout& layout;
+  std::string_view file; // that the list is from
+  reporting& report;
+
+  [[noreturn]] void refuse(std::string_view item, std::initializer_list<std::int64_t> at, std::int32_t value,
+                           std::string_view rule) const {
+    illegal_input(report, file, item, at, std::to_string(value), rule);
+  }
+};
 
 // ---- the user's list
 
@@ -48,12 +57,12 @@ void tell_list(const run_frame& f, reporting& report) {
 // ---- sources
 
 // Finds the effect of entry i among the "fixed", then among the random effects.
-void find_effect(const model_records& m, std::int64_t i, class_effect_source& x, reporting& report) {
-  if (x.trait < 1 || x.trait > m.nt)
-    refuse(report, "FETOCV%trait", {i}, x.trait, "1.." + std::to_string(m.nt));
+void find_effect(const user_list& list, std::int64_t i, class_effect_source& x) {
+  const model_records& m = list.m;
+  if (x.trait < 1 || x.trait > m.nt) list.refuse("FETOCV%trait", {i}, x.trait, "1.." + std::to_string(m.nt));
   const trait_record& trait = m.MODEL(x.trait);
   if (x.feno < 1 || x.feno > trait.n_ef)
-    refuse(report, "FETOCV%effect", {i}, x.feno, "1.." + std::to_string(trait.n_ef));
+    list.refuse("FETOCV%effect", {i}, x.feno, "1.." + std::to_string(trait.n_ef));
   const std::int32_t number = trait.EF_INP(x.feno);
   for (std::int32_t j = 1; j <= trait.n_f; ++j)
     if (trait.f_ef_inp(j) == number) {
@@ -66,7 +75,7 @@ void find_effect(const model_records& m, std::int64_t i, class_effect_source& x,
       x.ef_no_w = j;
     }
   if (x.ef_type == source_kind::none)
-    refuse(report, "FETOCV%effect", {i}, x.feno, "a class effect of the trait, no regression");
+    list.refuse("FETOCV%effect", {i}, x.feno, "a class effect of the trait, no regression");
 }
 
 // The group of effect or regression j of trait t, of factor j.
@@ -80,20 +89,19 @@ std::int32_t find_group(const equation_layout& layout, group_kind kind, std::int
   return 0;
 }
 
-void place_fixed(const model_records& m, const equation_layout& layout, std::int64_t i,
-                 class_effect_source& x, reporting& report) {
+void place_fixed(const user_list& list, std::int64_t i, class_effect_source& x) {
+  const model_records& m = list.m;
   const trait_record& trait = m.MODEL(x.trait);
-  if (!trait.INTERCEPT(x.ef_no_w))
-    refuse(report, "FETOCV%effect", {i}, x.feno, "an effect that has equations");
+  if (!trait.INTERCEPT(x.ef_no_w)) list.refuse("FETOCV%effect", {i}, x.feno, "an effect that has equations");
   x.ef_rci = trait.f_ef_rci(x.ef_no_w);
   x.levels = m.NLEV(x.trait, x.ef_no_w);
   x.first = m.NBEGF(x.trait, x.ef_no_w) + std::int64_t{1};
   x.step = 1;
-  x.group = find_group(layout, group_kind::fixed_effect, x.trait, x.ef_no_w);
+  x.group = find_group(list.layout, group_kind::fixed_effect, x.trait, x.ef_no_w);
 }
 
-void place_random(const model_records& m, const equation_layout& layout, std::int64_t i,
-                  class_effect_source& x, reporting& report) {
+void place_random(const user_list& list, std::int64_t i, class_effect_source& x) {
+  const model_records& m = list.m;
   const trait_record& trait = m.MODEL(x.trait);
   const std::int32_t k = trait.r_ef_matno(x.ef_no_w);
   x.ef_rci = trait.r_ef_rci(x.ef_no_w);
@@ -103,11 +111,11 @@ void place_random(const model_records& m, const equation_layout& layout, std::in
     x.levels = m.NRALEV(k);
     x.step = factor.n_rc;
     x.first = std::int64_t{m.NBEGRA(k)} + factor.CONT_POS(c) + factor.CONT_RC(c) - 1;
-    x.group = find_group(layout, group_kind::random_factor, 0, k);
+    x.group = find_group(list.layout, group_kind::random_factor, 0, k);
     if (factor.CONT_POS(c) + factor.CONT_RC(c) - 1 <= factor.n_rc) return;
     break; // CONT_LC: it names one level, not a row of each
   }
-  refuse(report, "FETOCV%effect", {i}, x.feno, "a random effect that contributes to a factor");
+  list.refuse("FETOCV%effect", {i}, x.feno, "a random effect that contributes to a factor");
 }
 
 // ---- regressions
@@ -134,54 +142,47 @@ turned_regression turned(const model_records& m, const equation_layout& layout, 
   return x;
 }
 
-// The regressions whose covariable is the c-th of entry i.
-void find_regressions(const model_records& m, const equation_layout& layout, const fetocv_entry& entry,
-                      std::int64_t i, std::int64_t c, class_effect_source& source, reporting& report) {
+// The regressions whose covariable is the c-th of entry i; there may be none.
+void find_regressions(const user_list& list, const fetocv_entry& entry, std::int64_t i, std::int64_t c,
+                      class_effect_source& source) {
+  const model_records& m = list.m;
   const auto at = static_cast<std::size_t>(c - 1);
   const std::int32_t cv = entry.CVNO[at], acv = entry.ACVNO[at];
   std::int32_t base = 0;
   if (acv > 0) {
     base = place_of_covariable(m, acv);
     if (base < 1 || base > m.n_real)
-      refuse(report, "FETOCV%ACVNO", {i, c}, acv, "the number of a covariable of a regression, or 0");
+      list.refuse("FETOCV%ACVNO", {i, c}, acv, "the number of a covariable of a regression, or 0");
   }
-  bool found = false;
   for (std::int32_t t = 1; t <= m.nt; ++t)
     for (std::int32_t j = 1; j <= m.MODEL(t).n_reg; ++j) {
       const std::int32_t type = m.MODEL(t).REG_TYPE(j);
       if ((type != 0 && type != 1) || m.MODEL(t).REG_INP(j) != cv) continue;
       if (m.MODEL(t).REG_MIXTURE(j))
-        refuse(report, "FETOCV%CVNO", {i, c}, cv, "no covariable of a mixture regression");
-      turned_regression x = turned(m, layout, t, j);
+        list.refuse("FETOCV%CVNO", {i, c}, cv, "no covariable of a mixture regression");
+      turned_regression& x =
+          append_row(list.report, source.regressions, "REGRM", routine, turned(m, list.layout, t, j));
       x.cv_no = cv;
       x.acv_no = acv;
       if (base > 0) x.base_rci = base;
-      source.regressions.push_back(x);
-      found = true;
     }
-  if (!found)
-    refuse(report, "FETOCV%CVNO", {i, c}, cv, "the number of a covariable of a plain or nested regression");
 }
 
-class_effect_source resolve(const model_records& m, const equation_layout& layout, const fetocv_entry& entry,
-                            std::int64_t i, reporting& report) {
-  class_effect_source x;
-  if (entry.ncv < 0) refuse(report, "FETOCV%ncv", {i}, entry.ncv, ">= 0");
+void resolve(const user_list& list, const fetocv_entry& entry, std::int64_t i, class_effect_source& x) {
+  if (entry.ncv < 0) list.refuse("FETOCV%ncv", {i}, entry.ncv, ">= 0");
   x.trait = entry.trait;
   x.feno = entry.effect;
-  find_effect(m, i, x, report);
+  find_effect(list, i, x);
   if (x.ef_type == source_kind::fixed_effect)
-    place_fixed(m, layout, i, x, report);
+    place_fixed(list, i, x);
   else
-    place_random(m, layout, i, x, report);
-  if (x.ef_rci < 1 || x.ef_rci > m.iv_50)
-    refuse(report, "FETOCV%effect", {i}, x.feno, "an effect with a place in the data record");
-  for (std::int32_t c = 1; c <= entry.ncv; ++c) find_regressions(m, layout, entry, i, c, x, report);
-  return x;
+    place_random(list, i, x);
+  if (x.ef_rci < 1 || x.ef_rci > list.m.iv_50)
+    list.refuse("FETOCV%effect", {i}, x.feno, "an effect with a place in the data record");
+  for (std::int32_t c = 1; c <= entry.ncv; ++c) find_regressions(list, entry, i, c, x);
 }
 
 void allocate_source(const model_records& m, class_effect_source& x, reporting& report) {
-  constexpr std::string_view routine = "FETOCV";
   const std::int64_t n = static_cast<std::int64_t>(x.regressions.size());
   allocate(report, x.HCSOL, "HCSOL", routine, x.levels);
   allocate(report, x.FE_LEV, "regrnfe_m", routine, m.nobs());
@@ -284,17 +285,16 @@ void centre(const vec<double>& sol, class_effect_source& x) {
 
 } // namespace
 
-void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f, design_store& design,
-            reporting& report) {
+void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f,
+            std::string_view list_file, design_store& design, reporting& report) {
   tell_list(f, report);
   covariate_store& store = design.covariates;
   store.stdef = f.stdef;
-  std::int64_t i = 0;
-  for (const fetocv_entry& entry : f.FETOCV) {
-    ++i;
-    store.FETOCVRC.push_back(resolve(m, layout, entry, i, report));
-  }
-  allocate(report, store.gfetocv, "gfetocv", "FETOCV", layout.ngroups);
+  allocate_rows(report, store.FETOCVRC, "FETOCVRC", routine, static_cast<std::int64_t>(f.FETOCV.size()));
+  const user_list list{m, layout, list_file, report};
+  for (std::size_t i = 0; i < f.FETOCV.size(); ++i)
+    resolve(list, f.FETOCV[i], static_cast<std::int64_t>(i) + 1, store.FETOCVRC[i]);
+  allocate(report, store.gfetocv, "gfetocv", routine, layout.ngroups);
   for (class_effect_source& x : store.FETOCVRC) {
     allocate_source(m, x, report);
     store.gfetocv(x.group) = 1;

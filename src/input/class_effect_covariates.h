@@ -10,6 +10,8 @@
 #include "input/equation_layout.h"
 #include "input/run_frame.h"
 
+#include <string_view>
+
 namespace zeph {
 
 // Standard deviations below it count as this: 1.0E-20 as a 32-bit number.
@@ -20,11 +22,12 @@ inline constexpr double least_deviation = static_cast<double>(1.0E-20F);
 // a trait is the one with input number EF_INP(e): a "fixed" effect with equations,
 // or a random effect, which goes before; of a random one the solutions are those
 // of the row that the trait's first contribution has in the factor. It feeds all
-// plain and nested regressions, of any trait, whose covariable stands in its list.
-// Above test level 1 the tables are printed. A trait or effect that doesn't exist,
-// a covariable that no regression has: illegal input, code 16.
-void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f, design_store& design,
-            reporting& report);
+// plain and nested regressions, of any trait, whose covariable is in its list; one
+// that no regression has feeds nothing, and of the same one twice the last pair counts.
+// Above test level 1 the tables are printed. A trait or effect that doesn't exist, an
+// associated covariable that no regression has: illegal input of list_file, code 16.
+void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f,
+            std::string_view list_file, design_store& design, reporting& report);
 
 // Keeps for loaded record r its levels, the entries of its row that take their
 // coefficients from solutions, and their bases. IINP, RINP: the data record.

@@ -109,19 +109,24 @@ void store_head(const model_records& m, data_record& in, design_store& design, r
 }
 
 // Code of a censored trait and the bounds between which its value lies, by code: -1
-// left, 1 right, 2 interval; any other code is a plain observation. They are stored
-// of missing traits too, whose values are imputed and not drawn between them.
-void store_bounds(const trait_record& trait, std::int32_t i, const data_record& in, design_store& design,
-                  reporting& report) {
+// left, 1 right, 2 interval; any other code is a plain observation. They are stored, and
+// not tested, of missing traits too, whose values are imputed and not drawn between them.
+// Only code 2 needs a place of the upper limit.
+void store_bounds(const model_records& m, std::int32_t i, bool present, const data_record& in,
+                  design_store& design, reporting& report) {
+  const trait_record& trait = m.MODEL(i);
   const float y = in.RINP(trait.Y_RCI);
   const std::int32_t code = in.IINP(trait.CENS_RCI);
   float low = y, high = y;
-  if (code == -1 || code == 1 || code == 2) check_finite(report, "observation", {in.r, i}, y);
   if (code == -1) low = below_all;
   if (code == 1) high = above_all;
   if (code == 2) {
+    if (trait.UPPER_RCI < 1 || trait.UPPER_RCI > m.n_real)
+      illegal_input(report, "MODINF", "MODEL%UPPER_RCI", {i}, std::to_string(trait.UPPER_RCI),
+                    range_text(1, m.n_real));
     high = in.RINP(trait.UPPER_RCI);
-    if (!(high >= low)) illegal_real(report, "upper limit", {in.r, i}, high, "not below the observation");
+    if (present && !(high >= low))
+      illegal_real(report, "upper limit", {in.r, i}, high, "not below the observation");
   }
   design.CENS_M(i, in.r) = code;
   design.Y_MMIN(i, in.r) = low;
@@ -141,7 +146,7 @@ void store_observations(const model_records& m, data_record& in, design_store& d
       y *= latent_scale;
       y += latent_shift;
     }
-    if (trait.TRAIT_TYPE == trait_censored) store_bounds(trait, i, in, design, report);
+    if (trait.TRAIT_TYPE == trait_censored) store_bounds(m, i, present, in, design, report);
   }
   const std::int32_t first = m.MODEL(1).Y_RCI; // observations stand side by side in trait order
   for (std::int32_t i = 1; i <= m.nt; ++i) design.Y_M(i, r) = in.RINP(first + i - 1);

@@ -49,7 +49,9 @@ void count_equations(const model_records& m, equation_layout& layout, reporting&
 
 // Checks every index of the model that later stages address by: places in the
 // data record, traits, factors, equations, ranges of groups (within 1..neq and
-// disjoint). Run after count_equations; the first fault found stops, code 16.
+// disjoint). Run after count_equations; the first fault found stops, code 16; two factors
+// with a pedigree where deviations of progeny are wanted: code 2. The place of an upper limit
+// is left to the first record that has one.
 void check_model_indices(const model_records& m, const equation_layout& layout, reporting& report);
 
 // Fills IFEQNO: a running number starts at nfreg+1; effect outer, trait inner.

@@ -2,6 +2,7 @@
 #include "formats/free_format.h"
 #include "input/equation_layout.h"
 #include "input/model_information.h"
+#include "input/relationships.h"
 
 #include <fmt/format.h>
 
@@ -65,7 +66,6 @@ void check_trait_kind(const checks& c, std::int32_t i) {
   if (t.TRAIT_TYPE == trait_censored) {
     if (!t.L_CENS) illegal_input(c.report, "MODINF", "MODEL%L_CENS", {i}, "F", "T for a trait of type 2");
     c.integer_place("MODEL%CENS_RCI", {i}, t.CENS_RCI);
-    c.real_place("MODEL%UPPER_RCI", {i}, t.UPPER_RCI);
   }
   if (t.TRAIT_TYPE == trait_sequence) {
     c.integer_place("MODEL%SEQ_RCI", {i}, t.SEQ_RCI);
@@ -108,8 +108,6 @@ void check_structure(const checks& c, std::int32_t k) {
   if (!factor) return;
   c.finite_matrix("RMAT%GIF", k, r.GIF);
   if (structure_is(r, "ABS_QTL")) c.within("RMAT%QTL_FACTOR", {k}, r.QTL_FACTOR, 1, c.m.nramat);
-  if (c.m.L_PTD && structure_is(r, "PED") && c.m.TD_FACTOR != k)
-    c.refuse("TD_FACTOR", {}, c.m.TD_FACTOR, fmt::format("{}, the factor with pedigree", k));
 }
 
 void check_contributions(const checks& c, std::int32_t k) {
@@ -148,6 +146,10 @@ void check_residual(const checks& c) {
 }
 
 void check_deviations_and_samples(const checks& c) {
+  // deviations of progeny are those of the one factor with a pedigree
+  const std::int32_t pedigree = c.m.L_PTD ? find_pedigree(c.m, c.report) : 0;
+  if (pedigree > 0 && c.m.TD_FACTOR != pedigree)
+    c.refuse("TD_FACTOR", {}, c.m.TD_FACTOR, fmt::format("{}, the factor with pedigree", pedigree));
   if (c.m.L_TD) {
     const std::int32_t k = c.m.TD_FACTOR;
     c.within("TD_FACTOR", {}, k, 1, c.m.nramat);

@@ -181,7 +181,17 @@ int read_ram_structure(const model_records& m, std::int32_t k, relationship_rows
   stop_run(report, exit_input_stage);
 }
 
-// The one factor with a pedigree, or 0.
+void check_parents(const mat<std::int32_t>& pedmat, std::int32_t first, std::int32_t last, std::int32_t n,
+                   std::string_view name, reporting& report) {
+  for (std::int32_t level = first; level <= last; ++level)
+    for (std::int32_t parent = 1; parent <= 2; ++parent)
+      if (std::abs(std::int64_t{pedmat(parent, level)}) > n)
+        illegal_input(report, name, "parent", {parent, level}, std::to_string(pedmat(parent, level)),
+                      std::to_string(-std::int64_t{n}) + ".." + std::to_string(n));
+}
+
+} // namespace
+
 std::int32_t find_pedigree(const model_records& m, reporting& report) {
   std::int32_t found = 0;
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
@@ -195,17 +205,6 @@ std::int32_t find_pedigree(const model_records& m, reporting& report) {
   }
   return found;
 }
-
-void check_parents(const mat<std::int32_t>& pedmat, std::int32_t first, std::int32_t last, std::int32_t n,
-                   std::string_view name, reporting& report) {
-  for (std::int32_t level = first; level <= last; ++level)
-    for (std::int32_t parent = 1; parent <= 2; ++parent)
-      if (std::abs(std::int64_t{pedmat(parent, level)}) > n)
-        illegal_input(report, name, "parent", {parent, level}, std::to_string(pedmat(parent, level)),
-                      std::to_string(-std::int64_t{n}) + ".." + std::to_string(n));
-}
-
-} // namespace
 
 int read_relationships(const model_records& m, relationship_store& relations, reporting& report) {
   allocate_rows(report, relations.CV_STR, "CV_STR", "READTOMEM", m.nramat);

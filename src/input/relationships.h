@@ -40,6 +40,9 @@ int read_relationships(const model_records& m, relationship_store& relations, re
 // Number of diagonal elements in "AINV_RAM"k, or `otherwise` when unreadable.
 std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporting& report);
 
+// The one "PED" factor, or 0. Two of them: a message and code 2.
+std::int32_t find_pedigree(const model_records& m, reporting& report);
+
 // Reads the pedigree of the one "PED" factor into pedmat. Faults stop with code 2.
 void PEDFILE(const model_records& m, relationship_store& relations, reporting& report);
 

@@ -40,7 +40,7 @@ const std::string burn_label = "No of Burn-in rounds ...........................
 const std::string rounds_label = "No of sampling rounds .............................";
 const std::string interval_label = "Sampling interval .................................";
 const std::string prodf_label = "DF for proposal distribution ......................";
-const std::string df_head = "\n   Degrees of freedom        \nEffect     Prior     Data     \n";
+const std::string df_head = "\n   Degrees of freedom        \n" + blanks(30) + "Effect     Prior     Data     \n";
 
 // Two traits, a pedigree factor of order 2 with 8 levels, 2 of them phantom
 // groups, an identity factor of order 1 with 4 levels, 9 records.
@@ -515,7 +515,7 @@ TEST(optional_directives, refuse_more_censored_traits_than_traits) {
   directive_case c;
   EXPECT_EQ(c.optional_stop("3\n1 2 2\n"),
             "\n" + echo(censored_label, 3) +
-                illegal_input_text("directive file", "ncens", "3", "at most the number of traits"));
+                illegal_input_text("dir", "ncens", "3", "at most the number of traits"));
 }
 
 } // namespace

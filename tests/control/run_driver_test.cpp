@@ -260,7 +260,7 @@ TEST(run_driver, finds_class_effect_covariates_before_restrictions) {
   run_case c;
   EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1, 0, "10\n1.0\n1.0\n0\n1\n1 9 1\n1 1\n0\n1\n")), 16);
   const std::string option = "Standardize option ..............................          0\n";
-  EXPECT_TRUE(c.ends_with(option + illegal_input_text("directive file", "FETOCV%effect(1)", "9", "1..1")))
+  EXPECT_TRUE(c.ends_with(option + illegal_input_text("dir", "FETOCV%effect(1)", "9", "1..1")))
       << c.text();
 }
 

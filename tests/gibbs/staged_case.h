@@ -80,7 +80,7 @@ struct staged_case : scan_case {
     make_records(records, x);
     for (double& u : s.sol) u = x.between(-2, 2);
     heard_run quiet;
-    FETOCV(m, layout, f, design, quiet.report);
+    FETOCV(m, layout, f, "DIR", design, quiet.report);
     for (std::int32_t r = 1; r <= records; ++r) keep(r, quiet.report);
     mark_zero_covariances(m, s, quiet.report);
     EXPECT_EQ(ZEPHVAR_ALLOC(m, s, quiet.report), 0);

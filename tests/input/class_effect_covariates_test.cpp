@@ -52,7 +52,7 @@ struct covariate_case : input_frame {
     f.stdef = stdef;
   }
   int find() {
-    return exit_code([&] { FETOCV(m, layout, f, design, report); });
+    return exit_code([&] { FETOCV(m, layout, f, "DIR", design, report); });
   }
   const class_effect_source& source(std::size_t i = 0) const { return design.covariates.FETOCVRC.at(i); }
 
@@ -146,6 +146,36 @@ TEST(FETOCV, turns_the_regressions_of_all_traits_with_the_covariable) {
   EXPECT_EQ(c.source().regressions[1].trait, 2);
 }
 
+// 9 is the covariable of no regression; 4 is that of the second one of trait 2.
+TEST(FETOCV, turns_nothing_for_a_covariable_that_no_regression_has) {
+  covariate_case c;
+  c.ask({{1, 1, 2, {9, 4}, {0, 0}}, {1, 1, 1, {9}, {0}}});
+  ASSERT_EQ(c.find(), 0) << c.listing();
+  ASSERT_EQ(c.source(0).regressions.size(), 1U);
+  EXPECT_EQ(c.source(0).regressions[0].regression, 2);
+  EXPECT_TRUE(c.source(1).regressions.empty());
+}
+
+// Both pairs turn the regression on x4: first with base x4, then with base x3.
+TEST(FETOCV, lets_the_last_pair_of_a_covariable_count) {
+  covariate_case c;
+  c.ask({{1, 1, 2, {4, 4}, {0, 3}}});
+  ASSERT_EQ(c.find(), 0) << c.listing();
+  relationship_store relations;
+  zeph_test::write_integer_records(c.path("RCDATA_I"),
+                                   std::vector<std::vector<std::int32_t>>(3, {2, 0, 1, 3, 3, 1}));
+  zeph_test::write_real_records(c.path("RCDATA_R"), std::vector<std::vector<float>>(3, {1, 2, 7, 11, 13}));
+  ASSERT_EQ(READTOMEM(c.m, c.layout, c.design, relations, c.report), 0) << c.listing();
+  vec<double> sol;
+  sol.take(c.layout.neq);
+  for (int l = 0; l < 4; ++l)
+    sol(c.source().first + l) = std::vector<double>{1, 2, 4, 5}[static_cast<std::size_t>(l)];
+  refresh_covariates(sol, c.design);
+  const std::int32_t e = c.source().entry(1, 1);
+  ASSERT_GT(e, 0);
+  EXPECT_EQ(c.design.ZD_M(e, 1), 7.0 * (2.0 - 3.0)); // x3 times the solution of level 2 less the mean
+}
+
 struct bad_list {
   fetocv_entry entry;
   std::string item, value, rule;
@@ -159,10 +189,6 @@ TEST(FETOCV, refuses_what_it_cannot_find) {
       {{1, 0, 1, {4}, {0}}, "FETOCV%effect(1)", "0", "1..3"},
       {{1, 4, 1, {4}, {0}}, "FETOCV%effect(1)", "4", "1..3"},
       {{1, 2, 1, {4}, {0}}, "FETOCV%effect(1)", "2", "an effect that has equations"},
-      {{1, 1, 1, {9}, {0}},
-       "FETOCV%CVNO(1,1)",
-       "9",
-       "the number of a covariable of a plain or nested regression"},
       {{1, 1, 2, {4, 5}, {0, 9}},
        "FETOCV%ACVNO(1,2)",
        "9",
@@ -172,7 +198,7 @@ TEST(FETOCV, refuses_what_it_cannot_find) {
     covariate_case c;
     c.ask({bad.entry});
     EXPECT_EQ(c.find(), 16);
-    EXPECT_TRUE(c.says(illegal_input_text("directive file", bad.item, bad.value, bad.rule))) << c.listing();
+    EXPECT_TRUE(c.says(illegal_input_text("DIR", bad.item, bad.value, bad.rule))) << c.listing();
   }
 }
 
@@ -182,8 +208,8 @@ TEST(FETOCV, refuses_a_regression_as_source) {
   c.m.MODEL(1).EF_INP(2) = 30;
   c.ask({{1, 2, 1, {4}, {0}}});
   EXPECT_EQ(c.find(), 16);
-  EXPECT_TRUE(c.says(illegal_input_text("directive file", "FETOCV%effect(1)", "2",
-                                        "a class effect of the trait, no regression")))
+  EXPECT_TRUE(c.says(
+      illegal_input_text("DIR", "FETOCV%effect(1)", "2", "a class effect of the trait, no regression")))
       << c.listing();
 }
 
@@ -232,10 +258,11 @@ TEST(FETOCV, reports_each_store_that_it_cannot_have) {
   const std::vector<std::string> names = walk_of_allocations([](input_frame& frame) {
     covariate_case c;
     c.ask({{1, 1, 1, {4}, {0}}});
-    FETOCV(c.m, c.layout, c.f, c.design, frame.report);
+    FETOCV(c.m, c.layout, c.f, "DIR", c.design, frame.report);
   });
-  EXPECT_EQ(names, (std::vector<std::string>{"gfetocv in FETOCV", "HCSOL in FETOCV", "regrnfe_m in FETOCV",
-                                             "regrn_m in FETOCV", "regrnacv_m in FETOCV"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"FETOCVRC in FETOCV", "REGRM in FETOCV", "gfetocv in FETOCV",
+                                             "HCSOL in FETOCV", "regrnfe_m in FETOCV", "regrn_m in FETOCV",
+                                             "regrnacv_m in FETOCV"}));
 }
 
 // Three records: levels 2, 0 and 4 of herd; trait 2 is missing in the third.

@@ -572,11 +572,33 @@ TEST(READTOMEM, refuses_interval_bounds_out_of_order_or_not_numbers) {
   loaded g(censored(1));
   g.write({{2, 1, 1, 1}}, {{4.0F, nan}});
   EXPECT_EQ(g.frame.exit_code([&] { g.read(); }), 16);
+}
 
-  loaded h(censored(1)); // missing, but its bound is used
-  h.write({{1, 0, 0, 1}}, {{nan, 0}});
-  EXPECT_EQ(h.frame.exit_code([&] { h.read(); }), 16);
-  EXPECT_TRUE(h.frame.says("RCDATA_R: observation(1,1) = NaN, legal: a finite number"));
+// The mask calls the trait missing; whatever is in its places has no effect.
+TEST(READTOMEM, tests_no_observation_or_limit_of_a_missing_trait) {
+  loaded f(censored(4));
+  EXPECT_EQ(f.load({{1, 0, 0, 1}, {-1, 0, 0, 2}, {2, 0, 0, 3}, {2, 0, 0, 4}},
+                   {{nan, 0}, {nan, 0}, {nan, nan}, {4.0F, 3.5F}}),
+            0)
+      << f.frame.listing();
+  EXPECT_EQ(f.design.Y_MMIN(1, 4), 4.0F);
+  EXPECT_EQ(f.design.Y_MMAX(1, 4), 3.5F);
+}
+
+TEST(READTOMEM, needs_the_place_of_the_upper_limit_at_the_first_interval_only) {
+  described_model d = censored(3);
+  d.traits[0].upper_place = 0;
+  loaded f(d);
+  EXPECT_EQ(f.load({{1, 1, 1, 1}, {-1, 1, 1, 2}, {0, 1, 1, 3}}, {{4, 0}, {4, 0}, {4, 0}}), 0);
+
+  for (const std::int32_t place : {0, -1, 3}) {
+    d.traits[0].upper_place = place;
+    loaded g(d);
+    g.write({{1, 1, 1, 1}, {2, 1, 1, 2}, {0, 1, 1, 3}}, {{4, 0}, {4, 6}, {4, 0}});
+    EXPECT_EQ(g.frame.exit_code([&] { g.read(); }), 16);
+    EXPECT_EQ(g.frame.listing(),
+              illegal_input_text("MODINF", "MODEL%UPPER_RCI(1)", std::to_string(place), "1..2"));
+  }
 }
 
 TEST(READTOMEM, refuses_broken_sequences) {

@@ -1,6 +1,7 @@
 #include "input/equation_layout.h"
 #include "input/model_information.h"
 #include "support/check.h"
+#include "support/model_builder.h"
 #include "support/skip_reasons.h"
 #include "support/small_modinf.h"
 
@@ -121,10 +122,8 @@ TEST(check_model_indices, wants_places_in_the_reals_where_they_are_used) {
   expect_refused("MODEL%REG_RCI(1,1)", "0", "1..4", [](M& m) { m.MODEL(1).REG_RCI(1) = 0; });
   expect_refused("MODEL%REG_RCI(1,2)", "9", "1..4", [](M& m) { m.MODEL(1).REG_RCI(2) = 9; });
   expect_refused("RMAT%CONT_RR_RCI(1,2)", "5", "1..4", [](M& m) { m.RMAT(1).CONT_RR_RCI(2) = 5; });
-  expect_refused("MODEL%UPPER_RCI(1)", "0", "1..4", [](M& m) {
-    m.MODEL(1).TRAIT_TYPE = trait_censored;
-    m.MODEL(1).UPPER_RCI = 0;
-  });
+  // only a record with an interval needs it
+  expect_accepted([](M& m) { m.MODEL(1).TRAIT_TYPE = trait_censored, m.MODEL(1).UPPER_RCI = 0; });
 }
 
 TEST(check_model_indices, wants_places_in_the_integers_where_they_are_used) {
@@ -185,6 +184,22 @@ TEST(check_model_indices, wants_the_deviations_on_a_factor_with_levels) {
   });
   expect_accepted([](M& m) { m.L_PTD = true; });
   expect_accepted([](M& m) { m.L_TD = false, m.TD_FACTOR = 0; });
+}
+
+// As PEDFILE says it, and before TD_FACTOR, which is neither of them, is looked at.
+TEST(check_model_indices, ends_with_code_2_at_two_pedigrees_for_deviations_of_progeny) {
+  described_model d;
+  d.factors = {{"PED", 2, 1, {{1, 1, 1}}}, {"I", 2, 1, {{1, 1, 1}}}, {"PED", 2, 1, {{1, 1, 1}}}};
+  for (const std::int32_t factor : {0, 1, 2, 3, 4}) {
+    heard_run run;
+    model_records m = build_model(d);
+    m.L_TD = m.L_PTD = true;
+    m.TD_FACTOR = factor;
+    equation_layout layout;
+    layout.neq = 6;
+    EXPECT_EQ(expect_stop(2, run, [&](reporting& r) { check_model_indices(m, layout, r); }),
+              "More than one pedigree file found\nNot currently supported in ZEPH\n");
+  }
 }
 
 TEST(check_model_indices, wants_partners_of_the_latent_traits) {
