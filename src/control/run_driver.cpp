@@ -15,9 +15,11 @@
 #include "gibbs/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/class_effect_covariates.h"
+#include "input/code_table.h"
 #include "input/data_loading.h"
 #include "input/model_information.h"
 #include "jump/jump_setup.h"
+#include "results/result_files.h"
 #include "samples/restart.h"
 
 #include <cstdint>
@@ -172,6 +174,7 @@ void start_run(run& r) {
   lay_out_equations(r);
   start_chain_values(r);
   load_data(r);
+  check_codes(r.model, r.report); // the reports of the end read it
   allocate_scan_work(r.model, r.layout, r.design, r.work, r.report);
   prepare_residual_draw(r.model, r.frame, r.work.constrained, r.work.matrix_work, r.report);
   start_latent_values(r);
@@ -179,6 +182,7 @@ void start_run(run& r) {
   scan_records records = records_of(r);
   start_mixing_proportions(records);
   open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
+  check_result_files(r.model, r.deviations, r.mixtures, r.frame, r.report);
   if (!r.model.L_PTD) return;
   PEDFILE(r.model, r.relations, r.report);
   count_progeny(r.model, r.relations, r.deviations);

@@ -84,6 +84,7 @@ bool byte_sink::write(const char* from, int64_t n) {
     const auto ask = static_cast<std::size_t>(std::min(n - done, largest_call));
     const ssize_t put = ::write(fd_, from + done, ask);
     if (put < 0 && errno == EINTR) continue;
+    if (put == 0) errno = EIO;
     if (put <= 0) return false;
     done += put;
   }

@@ -1,9 +1,9 @@
 #include "input/code_table.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
 
 #include <array>
 #include <string>
@@ -45,6 +45,14 @@ code_record next_code(code_table& table, std::int64_t i2, std::int32_t levels, r
 
 void skip_codes(code_table& table, std::int32_t levels, reporting& report) {
   for (std::int32_t level = 1; level <= levels; ++level) next_code(table, level, levels, report);
+}
+
+void check_codes(const model_records& m, reporting& report) {
+  code_table table;
+  rewind_codes(table, report);
+  for (std::int32_t i = 1; i <= m.nt; ++i)
+    for (std::int32_t j = 1; j <= m.MODEL(i).n_f; ++j) skip_codes(table, m.NLEV(i, j), report);
+  for (std::int32_t k = 1; k <= m.nramat; ++k) skip_codes(table, m.NRALEV(k), report);
 }
 
 } // namespace zeph

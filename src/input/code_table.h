@@ -10,6 +10,7 @@
 #pragma once
 
 #include "formats/sequential_file.h"
+#include "input/model_records.h"
 
 #include <cstdint>
 
@@ -39,5 +40,8 @@ code_record next_code(code_table& table, std::int64_t i2, std::int32_t levels, r
 
 // Passes over the records of all levels of an effect.
 void skip_codes(code_table& table, std::int32_t levels, reporting& report);
+
+// Walks the whole table once, so that a fault in it ends the run before its first round.
+void check_codes(const model_records& m, reporting& report);
 
 } // namespace zeph

@@ -6,6 +6,7 @@
 #include "listing/reporting.h"
 #include "listing/work_files.h"
 
+#include <cerrno>
 #include <fmt/format.h>
 #include <ostream>
 
@@ -42,6 +43,11 @@ void illegal_input(reporting& report, std::string_view file, std::string_view it
 }
 
 void write_fault(reporting& report, std::string_view file, std::string_view what) {
+  if (errno == ENOSPC || errno == EDQUOT) {
+    say(report);
+    say(report, fmt::format("ERROR - {}: no space left on the device", file));
+    zeph_terminates(report);
+  }
   illegal_input(report, file, "write", {}, what, "the file can be opened and written");
 }
 
@@ -60,13 +66,13 @@ void QVA_LOG(reporting& report, std::int32_t flag) {
   if (flag != 0 && directives.open(path_of(report, "QVA_LOG"))) {
     banner(report);
     say_lines(report, {"", "ERROR(S) found in model directives / prior (co)variance", "", "",
-                     "A listing of information in the directive file follows.", ""});
+                       "A listing of information in the directive file follows.", ""});
     say(report, std::string(61, '-'));
     std::string line;
     while (directives.line(line)) say(report, std::string_view(line).substr(0, 98));
   }
   say_lines(report,
-          {"", "Fatal error", "", "See list file for details", "", "QVA1 terminates wth exit code 16"});
+            {"", "Fatal error", "", "See list file for details", "", "QVA1 terminates wth exit code 16"});
   stop_run(report, exit_diagnosed);
 }
 

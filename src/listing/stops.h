@@ -35,6 +35,8 @@ struct run_stop {
                                 std::initializer_list<std::int64_t> indices, std::string_view value,
                                 std::string_view rule);
 // The same form for a result file that can't be opened or written: item "write".
+// Where the system's number of the fault, errno, is that of a full disk or quota:
+// "ERROR - <file>: no space left on the device" in the same frame.
 [[noreturn]] void write_fault(reporting& report, std::string_view file, std::string_view what);
 // The same form for an input file that the system can't read to its end: item "read".
 [[noreturn]] void read_fault(reporting& report, std::string_view file);

@@ -19,20 +19,28 @@ bool door_opens(reporting& report) {
 void allocation_failure(reporting& report, std::string_view routine, std::string_view variable,
                         std::int64_t elements, int status, std::string_view message) {
   const std::string name = short_program_name(report);
-  std::vector<std::string> rows;
-  rows.push_back(free_row().text("Trying to allocate memory for: ").text(variable).str());
-  rows.push_back(free_row().text("With elements                : ").i(elements).str());
-  rows.push_back(free_row().text("Retur status from allocate   : ").i(status).str());
-  if (!message.empty())
-    rows.push_back(free_row().text("Error messaged               : ").text(message).str());
-  rows.push_back(free_row().text("Called in                    : ").text(routine).str());
+  std::vector<std::string> rows, log = {name + " FATAL ERROR", ""};
+  // the listing in free format; the log T2, A, A: the value as text at once beyond its label
+  const auto add = [&](std::string_view label, std::string_view value, const std::string& row) {
+    rows.push_back(row);
+    log.push_back(" " + std::string(label) + std::string(value));
+  };
+  const auto add_text = [&](std::string_view label, std::string_view value) {
+    add(label, value, free_row().text(label).text(value).str());
+  };
+  const auto add_number = [&](std::string_view label, std::int64_t value) {
+    add(label, std::to_string(value), free_row().text(label).i(value).str());
+  };
+  add_text("Trying to allocate memory for: ", variable);
+  add_number("With elements                : ", elements);
+  add_number("Retur status from allocate   : ", status);
+  if (!message.empty()) add_text("Error messaged               : ", message);
+  add_text("Called in                    : ", routine);
 
   say_lines(report, {"", name + ": FATAL ERROR", ""});
   for (const std::string& row : rows) say(report, row);
   say_lines(report, {"", "Program terminates with exit code 16"});
 
-  std::vector<std::string> log = {"", name + " FATAL ERROR", ""};
-  for (const std::string& row : rows) log.push_back(" " + row);
   log.insert(log.end(), {"", "Program terminates with exit code 16"});
   append_log(report, log);
   stop_run(report, exit_diagnosed);

@@ -19,7 +19,7 @@ constexpr double never_left = 1e-12; // |sum of tau - n| of a record that was in
 
 double deviation(double sum, double squares, double n) {
   const double d = (squares - sum * sum / n) / (n - 1.0);
-  return d > 0.0 ? std::sqrt(d) : 0.0;
+  return d < 0.0 ? 0.0 : std::sqrt(d); // NaN stays NaN
 }
 
 // The last round that was run, and the rounds since counting began.

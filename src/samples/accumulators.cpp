@@ -90,7 +90,7 @@ void covariance_moments(const model_records& m, const run_frame& frame, sampler_
     const std::int64_t elements = packed_elements(m, frame, c);
     for (std::int64_t e = 1; e <= elements; ++e) {
       const double mean = store.PARPOSTMEAN(e, c), D = store.PARVAR(e, c) - n * mean * mean;
-      store.PARVAR(e, c) = D > smallest_spread ? std::sqrt(D / (n - 1)) : 0.0;
+      store.PARVAR(e, c) = D <= smallest_spread ? 0.0 : std::sqrt(D / (n - 1)); // NaN stays NaN
     }
   }
 }

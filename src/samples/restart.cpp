@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <string>
-#include <vector>
 
 namespace zeph {
 namespace {
@@ -80,18 +79,18 @@ bool put_pair(sequential_writer& out, std::int32_t a, std::int32_t b) {
 }
 
 bool write_latent(const model_records& m, const design_store& d, sequential_writer& out) {
-  std::vector<float> values(static_cast<std::size_t>(d.nobs));
-  std::vector<double> coefficients(static_cast<std::size_t>(d.nobs));
   const auto put_observations = [&](std::int32_t j) {
-    for (std::int32_t i = 1; i <= d.nobs; ++i) values[static_cast<std::size_t>(i - 1)] = d.Y_M(j, i);
-    return put_record(out, values.data(), d.nobs);
+    out.begin();
+    for (std::int32_t i = 1; i <= d.nobs; ++i) out.put(d.Y_M(j, i));
+    return out.end();
   };
   const auto put_coefficients = [&](std::int32_t j, std::int32_t x) {
+    out.begin();
     for (std::int32_t i = 1; i <= d.nobs; ++i) {
       const std::int32_t e = entry_of(m, d, j, x, i);
-      coefficients[static_cast<std::size_t>(i - 1)] = e > 0 ? d.ZD_M(e, i) : 0.0;
+      out.put(e > 0 ? d.ZD_M(e, i) : 0.0);
     }
-    return put_record(out, coefficients.data(), d.nobs);
+    return out.end();
   };
   return walk_latent(m, put_observations, put_coefficients,
                      [&] { return put_record(out, d.IRESG_M.data(), d.nobs); });
@@ -279,20 +278,20 @@ void read_r_parm(const model_records& m, sampler_store& store, random_sources& s
 void read_r_parm_latent(const model_records& m, design_store& design, sequential_reader& r_parm,
                         reporting& report) {
   const std::int32_t nobs = design.nobs;
-  std::vector<float> values(static_cast<std::size_t>(nobs));
-  std::vector<double> coefficients(static_cast<std::size_t>(nobs));
   const auto take_observations = [&](std::int32_t j) {
-    const int code = take_record(r_parm, values.data(), nobs);
-    if (code != 0) fail_latent(report, "Y_M", {j}, code, nobs);
-    for (std::int32_t i = 1; i <= nobs; ++i) design.Y_M(j, i) = values[static_cast<std::size_t>(i - 1)];
+    r_parm.next();
+    for (std::int32_t i = 1; i <= nobs; ++i) r_parm.take(design.Y_M(j, i));
+    if (r_parm.code() != 0) fail_latent(report, "Y_M", {j}, r_parm.code(), nobs);
     return true;
   };
   const auto take_coefficients = [&](std::int32_t j, std::int32_t x) {
-    const int code = take_record(r_parm, coefficients.data(), nobs);
-    if (code != 0) fail_latent(report, "ZD_M", {j, x}, code, nobs);
-    for (std::int32_t i = 1; i <= nobs; ++i)
-      if (const std::int32_t e = entry_of(m, design, j, x, i); e > 0)
-        design.ZD_M(e, i) = coefficients[static_cast<std::size_t>(i - 1)];
+    r_parm.next();
+    for (std::int32_t i = 1; i <= nobs; ++i) {
+      double z = 0;
+      r_parm.take(z);
+      if (const std::int32_t e = entry_of(m, design, j, x, i); e > 0) design.ZD_M(e, i) = z;
+    }
+    if (r_parm.code() != 0) fail_latent(report, "ZD_M", {j, x}, r_parm.code(), nobs);
     return true;
   };
   walk_latent(m, take_observations, take_coefficients, [&] {

@@ -217,10 +217,13 @@ inline void expect_nothing_half_written(const prepared_run& run, const std::stri
 
 // The file that a message of a failed write names; empty without such a message.
 inline std::string file_named_in(const std::string& listing) {
-  const std::string start = "\nERROR - Illegal input in ", end = ": write = ";
-  const std::size_t at = listing.find(start), to = listing.find(end, at);
-  if (at != std::string::npos && to != std::string::npos)
-    return listing.substr(at + start.size(), to - at - start.size());
+  for (const auto& [start, end] :
+       {std::pair<std::string, std::string>{"\nERROR - Illegal input in ", ": write = "},
+        {"\nERROR - ", ": no space left on the device\n"}}) {
+    const std::size_t at = listing.find(start), to = listing.find(end, at);
+    if (at != std::string::npos && to != std::string::npos)
+      return listing.substr(at + start.size(), to - at - start.size());
+  }
   return listing.find("ERROR in subroutine WR_MIXZ") != std::string::npos ? "mix" : "";
 }
 

@@ -45,6 +45,26 @@ TEST(code_table, starts_again_and_passes_over_effects) {
   EXPECT_EQ(next_code(table, 1, 2, frame.report).code, 501);
 }
 
+// 2 + 2 levels: whole, without its last record, and with a level beyond those of its effect.
+TEST(code_table, is_checked_by_one_walk_over_all_levels) {
+  described_model d;
+  d.traits.resize(1);
+  d.traits[0].effects = {{1, 2}};
+  d.factors = {{"I", 2, 1, {{1, 1, 1}}}};
+  const zeph::model_records m = build_model(d);
+  input_frame frame;
+  write_table(frame);
+  check_codes(m, frame.report);
+  EXPECT_EQ(frame.listing(), "");
+
+  const std::vector<std::vector<std::int32_t>> three = {
+      {1, 501, 7, 1, 0, 0}, {1, 502, 3, 2, 0, 0}, {3, -9, 4, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
+  write_integer_records(frame.path("CODE_TABLE"), three);
+  EXPECT_EQ(frame.exit_code([&] { check_codes(m, frame.report); }), 16);
+  EXPECT_TRUE(frame.says("READ  CODE_TABLE - iostat =           -1\n\n\ni2 :            2\n"))
+      << frame.listing();
+}
+
 TEST(code_table, stops_at_the_end_of_the_file) {
   input_frame frame;
   write_table(frame);

@@ -1,7 +1,6 @@
 #include "input/equation_layout.h"
 #include "input/model_information.h"
 #include "support/check.h"
-#include "support/model_builder.h"
 #include "support/skip_reasons.h"
 #include "support/small_modinf.h"
 
@@ -184,22 +183,6 @@ TEST(check_model_indices, wants_the_deviations_on_a_factor_with_levels) {
   });
   expect_accepted([](M& m) { m.L_PTD = true; });
   expect_accepted([](M& m) { m.L_TD = false, m.TD_FACTOR = 0; });
-}
-
-// As PEDFILE says it, and before TD_FACTOR, which is neither of them, is looked at.
-TEST(check_model_indices, ends_with_code_2_at_two_pedigrees_for_deviations_of_progeny) {
-  described_model d;
-  d.factors = {{"PED", 2, 1, {{1, 1, 1}}}, {"I", 2, 1, {{1, 1, 1}}}, {"PED", 2, 1, {{1, 1, 1}}}};
-  for (const std::int32_t factor : {0, 1, 2, 3, 4}) {
-    heard_run run;
-    model_records m = build_model(d);
-    m.L_TD = m.L_PTD = true;
-    m.TD_FACTOR = factor;
-    equation_layout layout;
-    layout.neq = 6;
-    EXPECT_EQ(expect_stop(2, run, [&](reporting& r) { check_model_indices(m, layout, r); }),
-              "More than one pedigree file found\nNot currently supported in ZEPH\n");
-  }
 }
 
 TEST(check_model_indices, wants_partners_of_the_latent_traits) {

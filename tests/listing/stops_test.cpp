@@ -1,7 +1,12 @@
 #include "listing/stops.h"
 
+#include "formats/text_file.h"
 #include "support/check.h"
 #include "support/scratch_directory.h"
+#include "support/skip_reasons.h"
+
+#include <cerrno>
+#include <filesystem>
 
 namespace {
 
@@ -66,7 +71,18 @@ TEST(illegal_input, has_one_form) {
             "\nERROR - Illegal input in MODINF: nt = 0, legal: 1..20\n\nZEPH terminates.\n");
 }
 
+TEST(write_fault, says_that_the_disk_is_full) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << no_dev_full;
+  text_writer file;
+  ASSERT_TRUE(file.open("/dev/full"));
+  ASSERT_TRUE(file.line("a row"));
+  ASSERT_FALSE(file.close());
+  EXPECT_EQ(expect_stop(16, [](reporting& report) { write_fault(report, "gibsol", "write"); }),
+            "\nERROR - gibsol: no space left on the device\n\nZEPH terminates.\n");
+}
+
 TEST(write_fault, takes_write_as_the_item) {
+  errno = EISDIR;
   const std::string text = expect_stop(16, [](reporting& report) { write_fault(report, "gibsol", "open"); });
   EXPECT_EQ(text.find("\nERROR - Illegal input in gibsol: write = open, legal: "), 0U);
 }

@@ -23,11 +23,11 @@ TEST(allocation_failure, reports_on_the_listing_and_in_the_log) {
                            "Retur status from allocate   :           41\n"
                            "Called in                    :  ZEPH2\n";
   EXPECT_EQ(text, "\nZEPH: FATAL ERROR\n\n" + rows + "\nProgram terminates with exit code 16\n");
-  EXPECT_EQ(directory.read("ZEPH.log"), "\nZEPH FATAL ERROR\n\n"
-                                        " Trying to allocate memory for:  RCOVI\n"
-                                        " With elements                :  123456789012\n"
-                                        " Retur status from allocate   :           41\n"
-                                        " Called in                    :  ZEPH2\n"
+  EXPECT_EQ(directory.read("ZEPH.log"), "ZEPH FATAL ERROR\n\n"
+                                        " Trying to allocate memory for: RCOVI\n"
+                                        " With elements                : 123456789012\n"
+                                        " Retur status from allocate   : 41\n"
+                                        " Called in                    : ZEPH2\n"
                                         "\nProgram terminates with exit code 16\n");
 }
 
@@ -40,8 +40,8 @@ TEST(allocation_failure, has_a_row_for_a_message_and_appends_to_an_existing_log)
   const std::string row = "Error messaged               :  no room\nCalled in";
   EXPECT_NE(text.find("41\n" + row), std::string::npos);
   const std::string log = directory.read("ZEPH.log");
-  EXPECT_EQ(log.find("ZEPH: Starting\n\nZEPH FATAL ERROR\n"), 0U);
-  EXPECT_NE(log.find("41\n Error messaged               :  no room\n Called in"), std::string::npos);
+  EXPECT_EQ(log.find("ZEPH: Starting\nZEPH FATAL ERROR\n"), 0U);
+  EXPECT_NE(log.find("41\n Error messaged               : no room\n Called in"), std::string::npos);
 }
 
 TEST(allocation_failure, is_told_though_the_log_can_not_be_written) {

@@ -2,6 +2,8 @@
 
 #include "support/result_case.h"
 
+#include <cmath>
+
 using namespace results_test;
 using namespace zeph;
 
@@ -52,6 +54,26 @@ TEST(report_mixing_proportions, gives_mean_and_standard_deviation_of_the_samples
   // root of 0.05/3
   EXPECT_EQ(c.said(), "\n  Posterior mean and standard error of for mixing proportion\n"
                       "              0.2500000       0.1290994\n");
+}
+
+TEST(report_mixing_proportions, gives_no_number_beside_no_number) {
+  mixture_end c;
+  c.mixtures.mix_pi_sum(1) = c.mixtures.mix_pi_ss(1) = std::nan("");
+  c.mixtures.TAU_STAT[1].SUM.fill(std::nan(""));
+  c.mixtures.TAU_STAT[1].SS.fill(std::nan(""));
+  report_mixing_proportions(c.m, c.mixtures, c.frame, c.report);
+  EXPECT_TRUE(c.said().ends_with("\n                    NaN             NaN\n"));
+  write_taupostmean(c.m, c.mixtures, c.frame, 1, c.report);
+  EXPECT_EQ(c.content("taupostmean"), c.field("NaN", 24) + c.field("NaN", 24) + "\n");
+}
+
+// Rounding can leave a sum of squares below that of the mean: the root is 0.
+TEST(report_mixing_proportions, gives_0_for_a_negative_spread) {
+  mixture_end c;
+  c.mixtures.mix_pi_sum(1) = 2.0;
+  c.mixtures.mix_pi_ss(1) = 1.0 - 1e-15;
+  report_mixing_proportions(c.m, c.mixtures, c.frame, c.report);
+  EXPECT_TRUE(c.said().ends_with("\n              0.5000000       0.0000000\n"));
 }
 
 TEST(report_mixing_proportions, says_nothing_of_models_without_mixtures) {

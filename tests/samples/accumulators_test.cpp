@@ -199,6 +199,14 @@ TEST(accumulators, a_spread_at_or_below_1e_12_or_negative_is_no_deviation) {
   EXPECT_EQ(c.store.PARVAR(3, 1), 0.0);
 }
 
+TEST(accumulators, what_is_no_number_has_no_deviation_that_is_one) {
+  matrix_sums c;
+  c.draw(std::nan(""));
+  c.draw(1.0);
+  c.moments();
+  EXPECT_TRUE(std::isnan(c.store.PARPOSTMEAN(1, 1)) && std::isnan(c.store.PARVAR(1, 1)));
+}
+
 TEST(accumulators, fewer_than_two_draws_have_no_deviation) {
   for (const int n : {0, 1}) {
     matrix_sums c;

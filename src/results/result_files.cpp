@@ -1,0 +1,55 @@
+#include "results/result_files.h"
+
+#include "formats/byte_file.h"
+#include "formats/whole_file.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+namespace zeph {
+namespace {
+
+// Opens what writing the file would open, without changing it: the file beside it, or, where
+// the name is a link or a device, what it leads to. Pipes, and links to nothing, are left alone.
+bool can_be_written(const std::string& path) {
+  namespace fs = std::filesystem;
+  const whole_file whole(path); // takes the file beside it away again
+  byte_sink probe;
+  if (whole.path() != path) return probe.open(whole.path(), open_mode::in_place);
+  std::error_code none;
+  const fs::file_type kind = fs::status(path, none).type();
+  if (kind != fs::file_type::directory && kind != fs::file_type::regular) return true;
+  return probe.open(path, open_mode::in_place);
+}
+
+// True when the run can take so many samples that the solutions are reported.
+bool reports_solutions(const run_frame& f) {
+  if (f.analysis_type <= 0) return true;
+  const std::int32_t samples = f.nround / std::max(f.isamp, 1); // one more when a chain goes on
+  return samples + (f.restart ? 1 : 0) > 1;
+}
+
+} // namespace
+
+void check_result_files(const model_records& m, const deviation_store& deviations,
+                        const mixture_store& mixtures, const run_frame& frame, reporting& report) {
+  std::vector<std::string_view> names;
+  if (frame.analysis_type > 2) names = {"gparout", "PAROUT", "gparlast"};
+  if (frame.analysis_type >= 2) names.emplace_back("lastsol");
+  const bool solutions = reports_solutions(frame), memberships = solutions && mixtures.flag;
+  if (solutions) names.insert(names.end(), {"gibsol", "solpostmean"});
+  if (solutions && deviations.factor > 0)
+    names.emplace_back(frame.analysis_type >= 2 && m.model_kind == 2 ? "gib.td_ptd" : "TD_PTD");
+  if (memberships) names.insert(names.end(), {"taupostmean", "mixz_prob", "mixz_last"});
+
+  for (const std::string_view name : {"mixz_prob", "mixz_last"})
+    if (memberships && file_exists(report, name))
+      illegal_input(report, name, "write", {}, "a file of a former run", "no file of this name");
+  for (const std::string_view name : names)
+    if (!can_be_written(path_of(report, name))) write_fault(report, name, "open");
+}
+
+} // namespace zeph
