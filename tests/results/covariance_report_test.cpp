@@ -176,7 +176,8 @@ TEST(covariance_report, write_faults_stop_with_code_16) {
     matrices full, blocked;
     full.make_full(name);
     EXPECT_EQ(exit_code_of([&] { full.run(); }), 16);
-    const std::string end = zeph_test::illegal_input_text(name, "write", "write", rule);
+    const std::string end =
+        "\nERROR - " + std::string(name) + ": no space left on the device\n\nZEPH terminates.\n";
     const std::string listing = full.said();
     EXPECT_EQ(listing.substr(listing.size() - end.size()), end);
     blocked.make_directory(name);

@@ -4,6 +4,7 @@
 
 #include "control/run_driver.h"
 #include "gibbs/gibscan.h"
+#include "listing/stops.h"
 #include "support/scratch_directory.h"
 
 #include <algorithm>
