@@ -2,6 +2,9 @@
 
 #include "input/equation_layout.h"
 #include "input/model_information.h"
+#include "listing/reporting.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -134,7 +134,7 @@ TEST(rinvwish_con, is_the_plain_draw_without_constrained_traits) {
   draw_case c({{1, 2, 3, 4}, {}, {}, {}}, four, 4);
   c.work.A.fill(0.0);
   for (std::int32_t i = 1; i <= 4; ++i) c.work.A(i, i) = 0.1 * i;
-  rinvwish_con(c.report, c.sources, c.work, c.R.data(), 20, c.W, c.SCALE, c.matrix_work);
+  rinvwish_con(c.run.report, c.sources, c.work, c.R.data(), 20, c.W, c.SCALE, c.matrix_work);
   heard_run quiet;
   random_sources again{quiet.report};
   SETALL(again.combined, 4711, 1234567);
