@@ -46,7 +46,7 @@ inline void number_effects(trait_record& t, std::int32_t place, std::int32_t k) 
   t.n_r = 1;
   t.n_ef = t.n_f + 1;
   t.EF_INP.take(t.n_ef);
-  for (vec<std::int32_t>* x : {&t.r_ef_inp, &t.r_ef_rci, &t.r_ef_matno, &t.ass_rf}) x->take(1);
+  for (vec<std::int32_t>* x : {&t.r_ef_inp, &t.r_ef_rci, &t.r_ef_matno, &t.carried.ass_rf}) x->take(1);
   for (std::int32_t j = 1; j <= t.n_f; ++j) t.EF_INP(j) = t.f_ef_inp(j) = 100 + t.f_ef_rci(j);
   t.EF_INP(t.n_ef) = t.r_ef_inp(1) = 100 + place;
   t.r_ef_rci(1) = place;
