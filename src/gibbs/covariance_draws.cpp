@@ -18,7 +18,9 @@ namespace {
 constexpr int most_redraws = 1000; // of a residual matrix with covariances held at zero
 constexpr std::int64_t last_printed_round = 3;
 
-bool printed(const run_frame& f) { return f.iround <= last_printed_round && f.test_level >= 2; }
+bool printed(const directives& asked, const round_state& state) {
+  return state.iround <= last_printed_round && asked.test_level >= 2;
+}
 
 bool has_related_sum(const structure_record& s) {
   for (const std::string_view name : {"PED", "COR", "GREL", "DOM", "PGMIX"})
@@ -99,18 +101,18 @@ template <class Prior> void add_prior(double* sums, std::int32_t p, double weigh
     for (std::int32_t j = 1; j <= i; ++j) *sums++ += weight * prior(i, j);
 }
 
-void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
-  const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
+void sample_factor(scan_records& r, const directives& asked, const round_state& state, std::int32_t k) {
+  const std::int32_t p = state.ntr[static_cast<std::size_t>(k - 1)];
   if (p <= 0) return;
   const structure_record& factor = r.model.RMAT(k);
   sampler_store& s = r.sampler;
-  if (printed(f))
+  if (printed(asked, state))
     say(r.report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = s.sscp.col(k);
-  std::int32_t df = f.DDF(k) - p - 1;
-  if (f.PDF(k) > p + 1) {
-    df = f.DDF(k) + f.PDF(k);
-    add_prior(sums, p, static_cast<double>(f.PDF(k) - p - 1),
+  std::int32_t df = asked.DDF(k) - p - 1;
+  if (asked.PDF(k) > p + 1) {
+    df = asked.DDF(k) + asked.PDF(k);
+    add_prior(sums, p, static_cast<double>(asked.PDF(k) - p - 1),
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
   inverse_wishart_store& iw = IW_STR_of(s, k, "sample_covariances", r.report);
@@ -120,23 +122,23 @@ void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
            r.work.matrix_work);
   invert_drawn(r.report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
-  if (f.matopd(k))
+  if (state.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
       for (std::int32_t i = 1; i <= p; ++i) s.GIF(i, j, k) = iw.W_INV(i, j);
   s.IDET_RVAR(k) =
       std::sqrt(det_into(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p, r.work.matrix_work.L.data()));
-  if (printed(f)) print_inverse(r.report, iw.W_INV, p);
+  if (printed(asked, state)) print_inverse(r.report, iw.W_INV, p);
 }
 
 // Zero in sscp where a residual covariance is held at zero; printed for tests.
-void mask_residual_sums(scan_records& r, const run_frame& f) {
+void mask_residual_sums(scan_records& r, const directives& asked) {
   const std::int32_t nt = r.model.nt;
   for (std::int32_t h = 1; h <= r.sampler.G; ++h) {
     double* sums = r.sampler.sscp.col(r.model.nramat + h);
     for (std::int32_t k = 1; k <= nt * (nt + 1) / 2; ++k)
       if (r.sampler.LNCOV(k)) sums[k - 1] = 0;
   }
-  if (f.test_level <= 1) return;
+  if (asked.test_level <= 1) return;
   say(r.report, "sscp for residuals");
   for (std::int32_t h = 1; h <= r.sampler.G; ++h) {
     const double* sums = r.sampler.sscp.col(r.model.nramat + h);
@@ -191,9 +193,9 @@ void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32
                          "no positive definite residual matrix with the covariances held at zero");
 }
 
-void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
-  const std::int32_t nt = r.model.nt, p = f.ntr.back(), column = r.model.nramat + h;
-  const std::int32_t prior = f.PDF(r.model.nramat + 1);
+void sample_residual(scan_records& r, const directives& asked, const round_state& state, std::int32_t h) {
+  const std::int32_t nt = r.model.nt, p = state.ntr.back(), column = r.model.nramat + h;
+  const std::int32_t prior = asked.PDF(r.model.nramat + 1);
   sampler_store& s = r.sampler;
   const std::int32_t records = r.model.residual().HETG_N_OBS(r.model.hetgr_index(h));
   double* sums = s.sscp.col(column);
@@ -207,14 +209,14 @@ void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
   draw_residual_matrix(r, iw, h, df);
   invert_drawn(r.report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
-  if (f.matopd(r.model.nramat + 1)) {
+  if (state.matopd(r.model.nramat + 1)) {
     std::copy(iw.W_INV.begin(), iw.W_INV.end(), s.RCOVI.slice(h));
     std::copy(iw.W.begin(), iw.W.end(), s.RCOV.slice(h));
   }
   const double d = det_into(r.report, iw.W_INV.data(), nt, nt, r.work.matrix_work.L.data());
   s.IDET_RVAR(column) = std::sqrt(d);
   s.LVDET(column) -= std::log(d);
-  if (printed(f)) print_inverse(r.report, iw.W_INV, nt);
+  if (printed(asked, state)) print_inverse(r.report, iw.W_INV, nt);
 }
 
 } // namespace
@@ -242,16 +244,16 @@ void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p) {
   }
 }
 
-void sscp_random(scan_records& r, const run_frame& f) {
+void sscp_random(scan_records& r, const round_state& state) {
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
-    add_factor_squares(r, k, f.ntr[static_cast<std::size_t>(k - 1)]);
+    add_factor_squares(r, k, state.ntr[static_cast<std::size_t>(k - 1)]);
 }
 
-void sample_covariances(scan_records& r, const run_frame& f) {
+void sample_covariances(scan_records& r, const directives& asked, const round_state& state) {
   r.sampler.LVDET.fill(0.0);
-  for (std::int32_t k = 1; k <= r.model.nramat; ++k) sample_factor(r, f, k);
-  if (r.model.n_norcov > 0) mask_residual_sums(r, f);
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h) sample_residual(r, f, h);
+  for (std::int32_t k = 1; k <= r.model.nramat; ++k) sample_factor(r, asked, state, k);
+  if (r.model.n_norcov > 0) mask_residual_sums(r, asked);
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h) sample_residual(r, asked, state, h);
 }
 
 } // namespace zeph

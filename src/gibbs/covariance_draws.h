@@ -8,14 +8,14 @@
 #pragma once
 
 #include "gibbs/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
 // Adds to sscp(:,k) the sums of squares of each factor k over its relationship,
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its
 // second list. A structure without a sum is told and stops with code 16.
-void sscp_random(scan_records& r, const run_frame& f);
+void sscp_random(scan_records& r, const round_state& state);
 // The same for one factor and its rows 1..p.
 void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p);
 
@@ -25,6 +25,6 @@ void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p);
 // flat when its degrees of freedom are at most order + 1. Residual covariances
 // that are held at zero are zero in the sums and in the new matrix, which is drawn
 // again until it is positive definite.
-void sample_covariances(scan_records& r, const run_frame& f);
+void sample_covariances(scan_records& r, const directives& asked, const round_state& state);
 
 } // namespace zeph

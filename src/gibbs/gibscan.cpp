@@ -1,7 +1,5 @@
 #include "gibbs/gibscan.h"
 
-#include "listing/listing_rows.h"
-#include "listing/run_log.h"
 #include "formats/free_format.h"
 #include "gibbs/covariance_draws.h"
 #include "gibbs/group_scan.h"
@@ -12,6 +10,8 @@
 #include "gibbs/residual_sums.h"
 #include "gibbs/scan_prints.h"
 #include "input/class_effect_covariates.h"
+#include "listing/listing_rows.h"
+#include "listing/run_log.h"
 #include "samples/accumulators.h"
 
 #include <cmath>
@@ -22,85 +22,88 @@ namespace {
 constexpr double convergence_limit = static_cast<double>(1e-10F);
 constexpr std::int64_t first_relaxed_round = 101;
 
-void write_position(reporting& report, const run_frame& f, free_row& row) {
+void write_position(reporting& report, const directives& asked, const round_state& state, free_row& row) {
   row.clear()
       .text("Current round is")
-      .i(f.iround)
+      .i(state.iround)
       .text("out of")
-      .i(std::int64_t{f.nburn} + f.nround)
+      .i(std::int64_t{asked.nburn} + asked.nround)
       .text("in model");
-  for (const std::int32_t dimension : f.ntr) row.i(dimension);
+  for (const std::int32_t dimension : state.ntr) row.i(dimension);
   write_status(report, row.str());
 }
 
 // Sums of the round's sample and its rows in the sample files.
-void take_sample(scan_records& r, run_frame& f, sample_files& files) {
-  accumulate_solutions(r.model, r.layout, r.sampler, f);
-  if (f.analysis_type > 2) {
-    accumulate_covariances(r.model, r.sampler, f);
-    write_gib_samples(r.model, r.sampler, f, files, r.report);
+void take_sample(scan_records& r, const directives& asked, const round_state& state, chain_counts& counts,
+                 sample_files& files) {
+  accumulate_solutions(r.model, r.layout, r.sampler, counts);
+  if (asked.analysis_type > 2) {
+    accumulate_covariances(r.model, r.sampler, state);
+    write_gib_samples(r.model, r.sampler, state, files, r.report);
   }
-  write_solution_samples(r.model, r.layout, r.sampler, f, files, r.report);
-  write_residual_samples(r.model, r.design, f, files, r.report);
+  write_solution_samples(r.model, r.layout, r.sampler, state, files, r.report);
+  write_residual_samples(r.model, r.design, state, files, r.report);
 }
 
 // Residual sums, new (co)variance matrices, the sample of the round.
-void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
+void post_scan(scan_records& r, const directives& asked, const round_state& state, chain_counts& counts,
+               sample_files& files, bool fast) {
   r.sampler.sscp.fill(0.0);
-  const bool sampled = takes_sample(f);
-  if (f.analysis_type > 0) {
+  const bool sampled = takes_sample(asked, state);
+  if (asked.analysis_type > 0) {
     double lik = 0;
     if (fast)
-      sum_records(r, f, lik);
+      sum_records(r, asked, state, lik);
     else
-      Bddrmc_sscp(r, f, lik);
-    if (sampled) write_py(files, f, lik, r.report);
+      Bddrmc_sscp(r, asked, state, lik);
+    if (sampled) write_py(files, state, lik, r.report);
   }
-  if (f.analysis_type > 2) {
-    sscp_random(r, f);
-    sample_covariances(r, f);
+  if (asked.analysis_type > 2) {
+    sscp_random(r, state);
+    sample_covariances(r, asked, state);
   }
   ranmar_save(r.sources.marsaglia);
-  update_latent_variables(r, f, fast, files);
-  if (sampled) take_sample(r, f, files);
+  update_latent_variables(r, asked, state, fast, files);
+  if (sampled) take_sample(r, asked, state, counts, files);
 }
 
-template <class Body> void scan_with(Body body, scan_records& r, run_frame& f, solver_sums& sums) {
-  if (scans_in_two_stages(f)) {
-    f.stage = scan_stage::sources;
-    body.begin_round(r, f);
-    scan_groups(body, r, f, sums);
-    if (f.iround > 0) refresh_covariates(r.sampler.sol, r.design);
-    f.stage = scan_stage::others;
+template <class Body>
+void scan_with(Body body, scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+               solver_sums& sums) {
+  const bool two_stages = scans_in_two_stages(asked);
+  if (two_stages) {
+    body.begin_round(r, asked, state, scan_stage::sources);
+    scan_groups(body, r, asked, state, counts, scan_stage::sources, sums);
+    if (state.iround > 0) refresh_covariates(r.sampler.sol, r.design);
   }
-  body.begin_round(r, f);
-  if (f.test_level > 2) print_equations(r, f);
-  scan_groups(body, r, f, sums);
-  f.stage = scan_stage::all;
+  const scan_stage stage = two_stages ? scan_stage::others : scan_stage::all;
+  body.begin_round(r, asked, state, stage);
+  if (asked.test_level > 2) print_equations(r, state);
+  scan_groups(body, r, asked, state, counts, stage, sums);
 }
 
 // "Round=" and the relative change; the mark of convergence when it is small.
-void judge_convergence(reporting& report, run_frame& f, const solver_sums& sums) {
+void judge_convergence(reporting& report, round_state& state, const solver_sums& sums) {
   const double cd = std::sqrt(sums.ssd / sums.ssq);
-  say(report, free_row().text("Round=").i(f.iround).text(" Cd= ").r8(cd).str());
-  if (cd < convergence_limit) f.ist = GS_CONVERGED;
+  say(report, free_row().text("Round=").i(state.iround).text(" Cd= ").r8(cd).str());
+  if (cd < convergence_limit) state.ist = GS_CONVERGED;
 }
 
 } // namespace
 
-void GIBSCAN(scan_records& r, run_frame& f, sample_files& files) {
-  write_position(r.report, f, files.row);
+void GIBSCAN(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+             sample_files& files) {
+  write_position(r.report, asked, state, files.row);
   solver_sums sums;
-  sums.omega = f.iround < first_relaxed_round ? 0.0 : relaxation;
-  f.dens = 0;
-  f.ist = 0;
-  const bool fast = fast_body_serves(r, f);
+  sums.omega = state.iround < first_relaxed_round ? 0.0 : relaxation;
+  state.ist = 0;
+  const bool fast = fast_body_serves(r, asked);
   if (fast)
-    scan_with(residual_body(), r, f, sums);
+    scan_with(residual_body(), r, asked, state, counts, sums);
   else
-    scan_with(record_pass(), r, f, sums);
-  post_scan(r, f, files, fast);
-  if (f.analysis_type == 0) judge_convergence(r.report, f, sums);
+    scan_with(record_pass(), r, asked, state, counts, sums);
+  post_scan(r, asked, state, counts, files, fast);
+  if (asked.analysis_type == 0) judge_convergence(r.report, state, sums);
 }
 
 } // namespace zeph

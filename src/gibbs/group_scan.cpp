@@ -1,10 +1,10 @@
 #include "gibbs/group_scan.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
@@ -28,11 +28,11 @@ void border_block(scan_records& r, const double* block, const double* rhs, std::
   std::fill_n(r.work.LOGI.data(), n + 1, logical{0});
 }
 
-void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k,
+void say_dependency(scan_records& r, const round_state& state, std::int32_t g, std::int32_t l, std::int32_t k,
                     double pivot) {
   say(r.report, free_row()
                     .text("Round ")
-                    .i(f.iround)
+                    .i(state.iround)
                     .text(" Linear dependency in group= ")
                     .i(g)
                     .text("Level= ")
@@ -45,7 +45,7 @@ void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::in
 }
 
 // The whole block as it was and as it was swept, two lines an element.
-void say_block(scan_records& r, const run_frame& f, const double* block, std::int32_t g, std::int32_t l,
+void say_block(scan_records& r, scan_stage stage, const double* block, std::int32_t g, std::int32_t l,
                std::int32_t n) {
   say(r.report, free_row().text("Error in diagonal block").i(g).i(l).str());
   std::int32_t element = 0;
@@ -59,7 +59,7 @@ void say_block(scan_records& r, const run_frame& f, const double* block, std::in
       say(r.report);
       // kept: the two forms of the scan spell it differently
       say(r.report,
-          f.stage == scan_stage::all ? "More then 1000 lines printed" : "More than 1000 lines printed");
+          stage == scan_stage::all ? "More then 1000 lines printed" : "More than 1000 lines printed");
       say(r.report, "Program terminates");
       stop_run(r.report, exit_diagnosed);
     }
@@ -67,24 +67,25 @@ void say_block(scan_records& r, const run_frame& f, const double* block, std::in
 
 // PARM = the bordered block of level l of group g, swept on its n equations: the
 // inverse of the block and the solution. A small pivot is told with the block and
-// counted in f.ist.
-void sweep_block(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, std::int32_t n) {
+// counted in state.ist.
+void sweep_block(scan_records& r, round_state& state, scan_stage stage, std::int32_t g, std::int32_t l,
+                 std::int32_t n) {
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
   const double* block = r.layout.DI_of(g).col(l);
   border_block(r, block, r.sampler.RHS.data() + e0, n);
   double* parm = r.work.PARM.data();
-  f.ist = 0;
+  state.ist = 0;
   for (std::int32_t k = 1; k <= n; ++k) {
     double pivot = 0;
     int info = 0;
     sweep(k, parm, n + 1, sweep_tolerance, r.work.LOGI.data(), pivot, info);
     if (pivot > dependency_pivot) continue;
-    say_dependency(r, f, g, l, k, pivot);
-    ++f.ist;
+    say_dependency(r, state, g, l, k, pivot);
+    ++state.ist;
   }
-  if (f.ist == 0) return;
+  if (state.ist == 0) return;
   std::copy_n(parm, n * (n + 1) / 2, r.work.PARMS.data());
-  say_block(r, f, block, g, l, n);
+  say_block(r, stage, block, g, l, n);
 }
 
 // CMAT = the packed block, lower triangle, leading dimension n
@@ -161,10 +162,11 @@ void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_
   }
 }
 
-void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums) {
+void solve_level(scan_records& r, round_state& state, scan_stage stage, std::int32_t g, std::int32_t l,
+                 solver_sums& sums) {
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  sweep_block(r, f, g, l, n);
+  sweep_block(r, state, stage, g, l, n);
   const double* parm = r.work.PARM.data();
   const std::int32_t packed = n * (n + 1) / 2;
   double* sol = r.sampler.sol.data() + e0;
@@ -176,7 +178,8 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
   }
 }
 
-void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
+void sample_level(scan_records& r, chain_counts& counts, ranmar_draws& draws, std::int32_t g,
+                  std::int32_t l) {
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
   double *c = r.work.CMAT.data(), *mean = r.work.MEAN.data(), *z = r.work.WORK.data(), *w = r.work.W.data();
@@ -191,7 +194,7 @@ void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32
   solve_transposed(c, n, z, w);
   if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty() &&
       breaks_distance_rule(r.work.distances, mean, w)) {
-    ++f.nlabel;
+    ++counts.nlabel;
     std::int64_t redraws = 0;
     do {
       judge_redraws(r, ++redraws, mean, n, [&](std::int32_t x) { return inverse_element(c, n, x, w); });
@@ -202,10 +205,11 @@ void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32
   for (std::int32_t i = 0; i < n; ++i) r.sampler.sol(e0 + i + 1) = mean[i] + w[i];
 }
 
-void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l) {
+void sample_level_swept(scan_records& r, round_state& state, chain_counts& counts, scan_stage stage,
+                        std::int32_t g, std::int32_t l) {
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  sweep_block(r, f, g, l, n);
+  sweep_block(r, state, stage, g, l, n);
   double *parm = r.work.PARM.data(), *c = r.work.CMAT.data(), *mean = r.work.MEAN.data();
   double *x = r.work.X.data(), *z = r.work.WORK.data();
   const double* inverse = parm;
@@ -216,10 +220,10 @@ void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int3
   ranmar_genmn(r.sources.marsaglia, parm, x, z);
   const bool ruled = g == 1 && r.layout.group(g).kind == group_kind::plain_regressions;
   if (ruled && distance_too_small(r.work.distances, x)) {
-    if (f.stage == scan_stage::sources)
-      ++f.nlabel;
+    if (stage == scan_stage::sources)
+      ++counts.nlabel;
     else
-      say(r.report, free_row().text("Resampling of mixture distances - Round: ").i(f.iround).str());
+      say(r.report, free_row().text("Resampling of mixture distances - Round: ").i(state.iround).str());
     std::int64_t redraws = 0;
     do {
       judge_redraws(r, ++redraws, mean, n, [&](std::int32_t e) { return c[e + e * n]; });
@@ -237,31 +241,32 @@ void say_group_start(reporting& report, std::int32_t g) {
   say(report, free_row().text("Starting on group").i(g).str());
 }
 
-void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) {
+void scan_levels(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+                 scan_stage stage, std::int32_t g, solver_sums& sums) {
   const equation_group& group = r.layout.group(g);
   const bool random = group.kind == group_kind::random_factor;
   const bool linked = random && !structure_is(r.model.RMAT(group.number), "I");
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
-  const bool updated = f.gropd(g) != 0;
+  const bool updated = state.gropd(g) != 0;
   if (n == 0) return;
-  if (f.analysis_type < 2 || !updated) {
+  if (asked.analysis_type < 2 || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r, group.number, l, n);
-      if (updated) solve_level(r, f, g, l, sums);
+      if (updated) solve_level(r, state, stage, g, l, sums);
     }
     return;
   }
-  if (f.stage != scan_stage::all) {
+  if (stage != scan_stage::all) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r, group.number, l, n);
-      sample_level_swept(r, f, g, l);
+      sample_level_swept(r, state, counts, stage, g, l);
     }
     return;
   }
   ranmar_draws draws(r.sources.marsaglia);
   for (std::int32_t l = 1; l <= levels; ++l) {
     if (linked) subtract_links(r, group.number, l, n);
-    sample_level(r, f, draws, g, l);
+    sample_level(r, counts, draws, g, l);
   }
 }
 

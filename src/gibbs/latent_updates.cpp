@@ -28,11 +28,11 @@ bool censored_code(std::int32_t code) { return code == -1 || code == 1 || code =
 
 } // namespace
 
-void bddrmc_cat(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_cat(scan_records& r, const directives& asked, bool ready) {
   const std::int32_t nt = r.model.nt;
   r.work.cured.fill(0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    take_record(r, f, irec, ready);
+    take_record(r, asked, irec, ready);
     for (std::int32_t t = 1; t <= nt; ++t) {
       const bool present = trait_present(r.design.ISIT_M(irec), t, nt);
       r.work.pos(t) =
@@ -54,7 +54,7 @@ void bddrmc_cat(scan_records& r, const run_frame& f, bool ready) {
   }
 }
 
-void bddrmc_cens(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_cens(scan_records& r, const directives& asked, bool ready) {
   const std::int32_t nt = r.model.nt;
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     bool any = false;
@@ -64,7 +64,7 @@ void bddrmc_cens(scan_records& r, const run_frame& f, bool ready) {
       any = any || r.work.pos(t) != 0;
     }
     if (!any) continue;
-    take_record(r, f, irec, ready);
+    take_record(r, asked, irec, ready);
     liability_record x = described(r, irec);
     x.censored_only = true;
     liab_sample(r, r.work.res.data(), x);
@@ -91,7 +91,8 @@ void find_extremes(const design_store& d, const category_store& categories, std:
 
 } // namespace
 
-void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files) {
+void samp_thresholds(scan_records& r, const directives& asked, const round_state& state,
+                     sample_files& files) {
   std::int32_t c = 0;
   for (category_record& x : r.categories.catstr) find_extremes(r.design, r.categories, ++c, x);
   for (category_record& x : r.categories.catstr)
@@ -101,35 +102,36 @@ void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files) {
     x.thr(1) = 0.0;
     x.thr(x.ncat_t - 1) = 1.0;
   }
-  if (!takes_sample(f)) return;
+  if (!takes_sample(asked, state)) return;
   for (category_record& x : r.categories.catstr)
     for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
       x.thrpostm(k) += x.thr(k);
       x.thrpostsd(k) += x.thr(k) * x.thr(k);
-      write_threshold(files, f, r.categories.catstr.front().trait, k, x.thr(k),
+      write_threshold(files, state, r.categories.catstr.front().trait, k, x.thr(k),
                       r.report); // kept: the first trait
     }
   flush_thresholds(files, r.report);
 }
 
-void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files) {
+void update_latent_variables(scan_records& r, const directives& asked, const round_state& state, bool fast,
+                             sample_files& files) {
   const model_records& m = r.model;
   const bool ordered = m.has_type(trait_categorical), binary = m.has_type(trait_liability);
   const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
   // kept: the form with covariables made from solutions leaves these as they are
-  const bool two_stages = scans_in_two_stages(f);
+  const bool two_stages = scans_in_two_stages(asked);
   const bool censored = m.has_type(trait_censored) && !two_stages;
   if (!ordered && !binary && !sequence && !censored && !m.has_type(trait_mixture)) return;
   prepare_conditionals(r);
-  const bool ready = ready_residuals(r, f, fast);
-  if ((ordered || binary) && !sequence) bddrmc_cat(r, f, ready);
-  if (ordered && !two_stages) samp_thresholds(r, f, files);
-  if (sequence) bddrmc_cure(r, f, ready);
-  if (m.has_type(trait_mixture)) bddrmc_mix(r, f, ready);
-  if (censored) bddrmc_cens(r, f, ready);
+  const bool ready = ready_residuals(r, asked, fast);
+  if ((ordered || binary) && !sequence) bddrmc_cat(r, asked, ready);
+  if (ordered && !two_stages) samp_thresholds(r, asked, state, files);
+  if (sequence) bddrmc_cure(r, asked, state, ready);
+  if (m.has_type(trait_mixture)) bddrmc_mix(r, asked, state, ready);
+  if (censored) bddrmc_cens(r, asked, ready);
   if (!sequence && !m.has_type(trait_mixture)) return;
-  if (!takes_sample(f)) return;
-  write_mix_pi(files, f, r.mixtures.mix_pi, r.report);
+  if (!takes_sample(asked, state)) return;
+  write_mix_pi(files, state, r.mixtures.mix_pi, r.report);
   for (std::int32_t t = 1; t <= m.nt; ++t) {
     const double share = r.mixtures.mix_pi(t);
     r.mixtures.mix_pi_sum(t) += share;

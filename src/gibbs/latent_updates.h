@@ -2,7 +2,7 @@
 #pragma once
 
 #include "gibbs/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "samples/sample_files.h"
 
 namespace zeph {
@@ -12,20 +12,21 @@ namespace zeph {
 // sequences, mixtures, censored traits. In sample rounds of analysis types above 0
 // the proportions of mixtures and sequences are summed and written to `mix_pi`.
 // fast: which body scanned the round.
-void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files);
+void update_latent_variables(scan_records& r, const directives& asked, const round_state& state, bool fast,
+                             sample_files& files);
 
 // Liabilities of ordered and binary traits, record by record; from the combined
 // source one draw per latent trait that is observed, and per censored trait whose
 // value is positive, whose draw only serves the traits behind it.
-void bddrmc_cat(scan_records& r, const run_frame& f, bool ready);
+void bddrmc_cat(scan_records& r, const directives& asked, bool ready);
 
 // Values of censored observations (codes -1, 1, 2), record by record.
-void bddrmc_cens(scan_records& r, const run_frame& f, bool ready);
+void bddrmc_cens(scan_records& r, const directives& asked, bool ready);
 
 // Thresholds 2..n-2 of each ordered trait, uniform between the largest liability
 // of the category below and the smallest of the one above; thr(1) = 0 and
 // thr(n-1) = 1. In sample rounds of all types above 0 they are summed and written
 // to `threshold`: round, number of the first ordered trait (on every row), k, thr(k).
-void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files);
+void samp_thresholds(scan_records& r, const directives& asked, const round_state& state, sample_files& files);
 
 } // namespace zeph

@@ -69,21 +69,21 @@ void prepare_conditionals(scan_records& r) {
     for (std::int32_t t = 1; t <= r.model.nt; ++t) sweep_others(r, h, t);
 }
 
-bool ready_residuals(scan_records& r, const run_frame& f, bool fast) {
+bool ready_residuals(scan_records& r, const directives& asked, bool fast) {
   if (!fast) return false;
-  if (f.analysis_type > 0 && r.work.fast.by_masks) return true;
+  if (asked.analysis_type > 0 && r.work.fast.by_masks) return true;
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-    fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+    fresh_residuals(r, asked, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
   return true;
 }
 
-void take_record(scan_records& r, const run_frame& f, std::int32_t irec, bool ready) {
+void take_record(scan_records& r, const directives& asked, std::int32_t irec, bool ready) {
   const design_store& d = r.design;
   vec<double>&res = r.work.res, &fitted = r.work.fitted;
   if (!ready) {
     fitted.fill(0.0);
     for (std::int32_t j = 1; j <= d.M_M(irec); ++j)
-      if (entry_active(r, irec, j, f.analysis_type))
+      if (entry_active(r, irec, j, asked.analysis_type))
         fitted(d.XD2_M(j, irec)) += r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec);
   }
   for (std::int32_t t = 1; t <= r.model.nt; ++t) {
@@ -94,7 +94,7 @@ void take_record(scan_records& r, const run_frame& f, std::int32_t irec, bool re
     } else {
       res(t) = y - fitted(t);
     }
-    if (f.analysis_type <= 0 && !trait_present(d.ISIT_M(irec), t, r.model.nt)) res(t) = fitted(t) = 0.0;
+    if (asked.analysis_type <= 0 && !trait_present(d.ISIT_M(irec), t, r.model.nt)) res(t) = fitted(t) = 0.0;
     if (r.work.weighted) res(t) *= static_cast<double>(d.WV_SQRT_M(t, irec));
   }
 }

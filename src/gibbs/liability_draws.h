@@ -12,7 +12,7 @@
 #pragma once
 
 #include "gibbs/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -22,11 +22,11 @@ void prepare_conditionals(scan_records& r);
 // True when E of the fast body holds the residuals of all records with the
 // present solutions; otherwise they are made record by record. Makes E hold them
 // where the round has not done so.
-bool ready_residuals(scan_records& r, const run_frame& f, bool fast);
+bool ready_residuals(scan_records& r, const directives& asked, bool fast);
 
 // One record: residuals (weighted) and fitted values of its traits into
 // work.res and work.fitted. In analysis type 0 both are 0 for a missing trait.
-void take_record(scan_records& r, const run_frame& f, std::int32_t irec, bool ready);
+void take_record(scan_records& r, const directives& asked, std::int32_t irec, bool ready);
 
 // What is known of the traits of one record, [t-1].
 struct liability_record {

@@ -1,10 +1,10 @@
 #include "gibbs/mixture_updates.h"
 
-#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/liability_draws.h"
 #include "gibbs/record_pass.h"
 #include "gibbs/record_product.h"
+#include "listing/listing_rows.h"
 #include "numerics/normal_draws.h"
 #include "numerics/normal_functions.h"
 #include "numerics/packed_matrix.h"
@@ -21,7 +21,9 @@ constexpr double start_on = static_cast<double>(1e-4F);
 constexpr double lowest = -9999999.0;       // stands for minus infinity
 constexpr double lowest_bound = -9999990.0; // of minus the fitted value
 
-bool prints(const run_frame& f, std::int32_t irec) { return f.test_level > 0 && irec < 11 && f.iround < 4; }
+bool prints(const directives& asked, const round_state& state, std::int32_t irec) {
+  return asked.test_level > 0 && irec < 11 && state.iround < 4;
+}
 
 // records with the trait's bit set
 std::int64_t observations_of(const scan_records& r, std::int32_t t) {
@@ -37,10 +39,11 @@ void divide_by_observations(scan_records& r, std::int32_t t) {
   share = n > 0 ? share / static_cast<double>(n) : 0.0;
 }
 
-void count_member(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t) {
+void count_member(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                  std::int32_t t) {
   r.mixtures.mix_pi(t) += 1;
   r.mixtures.MIXZ_LAST(t, irec) = 1;
-  if (is_sample_round(f)) ++r.mixtures.MIXZ_COUNT(t, irec);
+  if (is_sample_round(asked, state)) ++r.mixtures.MIXZ_COUNT(t, irec);
 }
 
 // Y_M of a trait; E follows where it is kept.
@@ -59,12 +62,12 @@ double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
 }
 
 // Residuals as if the record were in component 1 (work.e1) and in 0 (work.e0).
-void split_residuals(scan_records& r, const run_frame& f, std::int32_t irec) {
+void split_residuals(scan_records& r, const directives& asked, std::int32_t irec) {
   const design_store& d = r.design;
   std::copy(r.work.res.begin(), r.work.res.end(), r.work.e1.begin());
   std::copy(r.work.res.begin(), r.work.res.end(), r.work.e0.begin());
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
-    if (d.XD6_M(j, irec) <= 0 || !entry_active(r, irec, j, f.analysis_type)) continue;
+    if (d.XD6_M(j, irec) <= 0 || !entry_active(r, irec, j, asked.analysis_type)) continue;
     const double s = r.sampler.sol(d.XD1_M(j, irec));
     const std::int32_t u = d.XD2_M(j, irec);
     if (d.ZD_M(j, irec) < coefficient_on)
@@ -75,20 +78,21 @@ void split_residuals(scan_records& r, const run_frame& f, std::int32_t irec) {
 }
 
 // Mixture coefficients of indicator t in record irec.
-void switch_coefficients(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, bool on,
+void switch_coefficients(scan_records& r, const directives& asked, std::int32_t irec, std::int32_t t, bool on,
                          bool ready) {
   design_store& d = r.design;
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
     if (d.XD6_M(j, irec) != t) continue;
     const double z = on ? 1.0 : 0.0;
-    if (ready && entry_active(r, irec, j, f.analysis_type))
+    if (ready && entry_active(r, irec, j, asked.analysis_type))
       r.work.fast.E(irec, d.XD2_M(j, irec)) -= (z - d.ZD_M(j, irec)) * r.sampler.sol(d.XD1_M(j, irec));
     d.ZD_M(j, irec) = z;
     if (d.XD2_M(j, irec) > 0) r.work.l_mix_z(d.XD2_M(j, irec)) = on;
   }
 }
 
-double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, double& a1) {
+double draw_tau(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                std::int32_t t, double& a1) {
   const std::int32_t nt = r.model.nt, first = r.model.nramat + 1;
   const std::int32_t second = r.sampler.G < 2 ? 1 : 2;
   double Phi = 0, Q = 0, density = 0;
@@ -98,23 +102,24 @@ double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int
   const double p0 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(1), r.work.e0.data(), nt)) *
                     r.sampler.IDET_RVAR(first) * Q;
   const double tau = p1 / (p1 + p0);
-  if (takes_sample(f)) {
+  if (takes_sample(asked, state)) {
     tau_sums& sums = r.mixtures.TAU_STAT[static_cast<std::size_t>(t - 1)];
     sums.SUM(irec) += tau;
     sums.SS(irec) += tau * tau;
   }
   a1 = uniform_range(r.sources.combined);
-  if (prints(f, irec)) say(r.report, free_row().text("tau,a1: ").r8(tau).r8(a1).str());
+  if (prints(asked, state, irec)) say(r.report, free_row().text("tau,a1: ").r8(tau).r8(a1).str());
   return tau;
 }
 
-void update_indicator(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, bool ready) {
+void update_indicator(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                      std::int32_t t, bool ready) {
   double a1 = 0;
-  const double tau = draw_tau(r, f, irec, t, a1);
+  const double tau = draw_tau(r, asked, state, irec, t, a1);
   const bool on = a1 <= tau;
   r.work.z(t) = on;
-  switch_coefficients(r, f, irec, t, on, ready);
-  if (prints(f, irec)) {
+  switch_coefficients(r, asked, irec, t, on, ready);
+  if (prints(asked, state, irec)) {
     free_row row;
     row.text("l_mix_z: ");
     for (const logical flag : r.work.l_mix_z) row.l(flag != 0);
@@ -125,24 +130,26 @@ void update_indicator(scan_records& r, const run_frame& f, std::int32_t irec, st
   change_observation(r, irec, t, static_cast<float>(r.work.res(t)), ready);
 }
 
-void print_mixture_record(scan_records& r, const run_frame& f, std::int32_t irec) {
-  if (f.test_level <= 1 || f.iround >= 4 || irec >= 11) return;
-  make_riff(r, irec, f.analysis_type, r.work.weighted);
+void print_mixture_record(scan_records& r, const directives& asked, const round_state& state,
+                          std::int32_t irec) {
+  if (asked.test_level <= 1 || state.iround >= 4 || irec >= 11) return;
+  make_riff(r, irec, asked.analysis_type, r.work.weighted);
   BDDRMC_XD_PRINT(r, "BDDRMC_MIX", irec, 6);
   if (irec < 4) say(r.report, "Computing residuals for liabilities");
 }
 
-void mix_record(scan_records& r, const run_frame& f, std::int32_t irec, bool ready) {
+void mix_record(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                bool ready) {
   const std::int32_t nt = r.model.nt;
-  print_mixture_record(r, f, irec);
-  take_record(r, f, irec, ready);
-  split_residuals(r, f, irec);
+  print_mixture_record(r, asked, state, irec);
+  take_record(r, asked, irec, ready);
+  split_residuals(r, asked, irec);
   r.work.l_mix_z.fill(0);
   r.work.z.fill(0);
   std::int32_t last = 0;
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (r.model.MODEL(t).TRAIT_TYPE != trait_mixture) continue;
-    update_indicator(r, f, irec, t, ready);
+    update_indicator(r, asked, state, irec, t, ready);
     last = t;
   }
   if (r.sampler.G > 1 && last > 0) {
@@ -151,7 +158,7 @@ void mix_record(scan_records& r, const run_frame& f, std::int32_t irec, bool rea
   }
   for (std::int32_t t = 1; t <= nt; ++t)
     if (r.model.MODEL(t).L_MIX_TRAIT && trait_present(r.design.ISIT_M(irec), t, nt) && r.work.l_mix_z(t) != 0)
-      count_member(r, f, irec, t);
+      count_member(r, asked, state, irec, t);
 }
 
 // PARM = R of group h swept on the traits of the mask, its border the residuals.
@@ -180,11 +187,11 @@ double mixture_liability(combined_source& source, bool on, double mean, double m
 
 // ---- cure sequences ----
 
-void add_fitted_row(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t pos) {
+void add_fitted_row(scan_records& r, const directives& asked, std::int32_t irec, std::int32_t pos) {
   design_store& d = r.design;
   float* row = d.CURE_YHAT.col(pos);
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
-    if (!entry_active(r, irec, j, f.analysis_type)) continue;
+    if (!entry_active(r, irec, j, asked.analysis_type)) continue;
     float& fitted = row[d.XD2_M(j, irec) - 1];
     fitted =
         static_cast<float>(static_cast<double>(fitted) + r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec));
@@ -237,7 +244,7 @@ void draw_status(scan_records& r, std::int32_t npos) {
 }
 
 // What the record shows of each trait, and its residuals from the fitted row.
-void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i,
+void describe_cure_record(scan_records& r, const directives& asked, std::int32_t irec, std::int32_t i,
                           std::int32_t npos) {
   const std::int32_t nt = r.model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
@@ -250,7 +257,7 @@ void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec
     r.work.fitted(t) = static_cast<double>(r.design.CURE_YHAT(t, i));
     r.work.res(t) = y - r.work.fitted(t);
     // as in take_record: nothing is imputed in type 0
-    if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(irec), t, nt))
+    if (asked.analysis_type <= 0 && !trait_present(r.design.ISIT_M(irec), t, nt))
       r.work.res(t) = r.work.fitted(t) = 0.0;
   }
   std::int64_t c = 0;
@@ -258,7 +265,8 @@ void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec
     r.work.category(category.trait) = r.categories.catobs(++c, irec);
 }
 
-void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i, bool ready) {
+void store_cure_record(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                       std::int32_t i, bool ready) {
   const std::int32_t nt = r.model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
@@ -271,16 +279,17 @@ void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, s
     else if (type == trait_categorical || type == trait_sequence)
       change_observation(r, irec, t, static_cast<float>(mean + res), ready);
     const bool counted = type == trait_liability || type == trait_sequence || type == trait_cured;
-    if (counted && r.design.Y_M(t, irec) > 0.0F) count_member(r, f, irec, t);
+    if (counted && r.design.Y_M(t, irec) > 0.0F) count_member(r, asked, state, irec, t);
   }
 }
 
-void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos, bool ready) {
+void close_sequence(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                    std::int32_t npos, bool ready) {
   observe_status(r, irec, npos);
   draw_status(r, npos);
   for (std::int32_t i = 1; i <= npos; ++i) {
     const std::int32_t record = irec - npos + i;
-    describe_cure_record(r, f, record, i, npos);
+    describe_cure_record(r, asked, record, i, npos);
     liability_record x;
     x.mean = r.work.fitted.data();
     x.pos = r.work.pos.data();
@@ -293,7 +302,7 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
     x.isit = r.design.ISIT_M(record);
     x.h = r.design.IRESG_M(record);
     liab_sample(r, r.work.res.data(), x);
-    store_cure_record(r, f, record, i, ready);
+    store_cure_record(r, asked, state, record, i, ready);
   }
   for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.col(i), r.model.nt, 0.0F);
 }
@@ -310,18 +319,18 @@ void start_mixing_proportions(scan_records& r) {
     if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r, t);
 }
 
-void bddrmc_mix(scan_records& r, const run_frame& f, bool ready) {
-  if (f.test_level > 1 && f.iround < 4)
-    say(r.report, free_row().text("bddrmc_mix - round:").i(f.iround).str());
+void bddrmc_mix(scan_records& r, const directives& asked, const round_state& state, bool ready) {
+  if (asked.test_level > 1 && state.iround < 4)
+    say(r.report, free_row().text("bddrmc_mix - round:").i(state.iround).str());
   if (r.sampler.G > 1) r.model.residual().HETG_N_OBS.fill(0);
   r.mixtures.MIXZ_LAST.fill(0);
   r.mixtures.mix_pi.fill(0.0);
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) mix_record(r, f, irec, ready);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) mix_record(r, asked, state, irec, ready);
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r, t);
-  if (f.test_level <= 0) return;
+  if (asked.test_level <= 0) return;
   free_row row;
-  row.text("Round,mix_pi: ").i(f.iround);
+  row.text("Round,mix_pi: ").i(state.iround);
   for (const double share : r.mixtures.mix_pi) row.r8(share);
   say(r.report, row.str());
 }
@@ -346,13 +355,13 @@ void liab_sample_mix(scan_records& r, double* res, const double* mean, const log
     if (listed(t)) res[t - 1] += mean[t - 1];
 }
 
-void bddrmc_cure(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_cure(scan_records& r, const directives& asked, const round_state& state, bool ready) {
   r.mixtures.MIXZ_LAST.fill(0);
   r.mixtures.mix_pi.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     const std::int32_t pos = std::abs(r.design.SEQ_M(irec));
-    add_fitted_row(r, f, irec, pos);
-    if (r.design.SEQ_M(irec) < 0) close_sequence(r, f, irec, pos, ready);
+    add_fitted_row(r, asked, irec, pos);
+    if (r.design.SEQ_M(irec) < 0) close_sequence(r, asked, state, irec, pos, ready);
   }
   for (std::int32_t t = 1; t <= r.model.nt; ++t) divide_by_observations(r, t);
 }

@@ -9,7 +9,7 @@
 #pragma once
 
 #include "gibbs/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 

@@ -222,8 +222,8 @@ void find_density(scan_records& r, double& lik) {
 }
 
 // True when neither observations nor coefficients change before the next round.
-bool residuals_stay(const scan_records& r, const run_frame& f) {
-  if (f.analysis_type > 4) return false;
+bool residuals_stay(const scan_records& r, const directives& asked) {
+  if (asked.analysis_type > 4) return false;
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (r.model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
   return true;
@@ -231,10 +231,10 @@ bool residuals_stay(const scan_records& r, const run_frame& f) {
 
 } // namespace
 
-void sum_records(scan_records& r, const run_frame& f, double& lik) {
+void sum_records(scan_records& r, const directives& asked, const round_state& state, double& lik) {
   residual_form& form = r.work.fast;
-  if (!form.by_masks) return Bddrmc_sscp(r, f, lik);
-  const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
+  if (!form.by_masks) return Bddrmc_sscp(r, asked, state, lik);
+  const bool weights = r.model.has_weights(), sampled = is_sample_round(asked, state);
   const std::int64_t nobs = r.design.nobs;
   const bool single = r.model.nt == 1 && form.masks.size() == 1 && form.masks[0].missing.empty() &&
                       r.sampler.G == 1 && !weights && !sampled;
@@ -244,7 +244,7 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
   if (sampled) r.sampler.dic_rrsum.fill(0.0);
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
-    fresh_residuals(r, f, lo, hi);
+    fresh_residuals(r, asked, lo, hi);
     if (single) {
       take_single(form, lo, hi);
       continue;
@@ -265,9 +265,9 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
       break;
     }
   }
-  if (f.analysis_type > 1) add_products(r);
+  if (asked.analysis_type > 1) add_products(r);
   find_density(r, lik);
-  form.valid_round = residuals_stay(r, f) ? f.iround + 1 : -1;
+  form.valid_round = residuals_stay(r, asked) ? state.iround + 1 : -1;
 }
 
 } // namespace zeph

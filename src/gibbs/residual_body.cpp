@@ -144,20 +144,22 @@ const design_slot* lone_class(const group_form& group, std::int32_t places) {
   return group.slots[0].every_record && group.slots[0].ones ? &group.slots[0] : nullptr;
 }
 
-const double* residual_inverse(const scan_records& r, const run_frame& f, std::int64_t irec) {
+const double* residual_inverse(const scan_records& r, const directives& asked, scan_stage stage,
+                               std::int64_t irec) {
   const std::int32_t h = r.design.IRESG_M(irec);
   const residual_form& form = r.work.fast;
-  if (f.analysis_type <= 0 && f.stage == scan_stage::sources)
+  if (asked.analysis_type <= 0 && stage == scan_stage::sources)
     return &form.swept_inverse(1, 1, form.mask_of(irec) + 1, h);
-  return f.analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, r.design.C_ISIT_M(irec), h)
-                              : r.sampler.RCOVI.slice(h);
+  return asked.analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, r.design.C_ISIT_M(irec), h)
+                                  : r.sampler.RCOVI.slice(h);
 }
 
 // W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
 // of the inverse are passed over: e of a missing trait may be no number.
-void weigh_alike(scan_records& r, const run_frame& f, std::int32_t t, std::int64_t lo, std::int64_t hi) {
+void weigh_alike(scan_records& r, const directives& asked, scan_stage stage, std::int32_t t, std::int64_t lo,
+                 std::int64_t hi) {
   const residual_form& form = r.work.fast;
-  const double* inverse = residual_inverse(r, f, 1);
+  const double* inverse = residual_inverse(r, asked, stage, 1);
   const std::int64_t n = hi - lo;
   double* w = r.work.fast.W.col(t);
   std::fill_n(w, n, 0.0);
@@ -170,13 +172,13 @@ void weigh_alike(scan_records& r, const run_frame& f, std::int32_t t, std::int64
 }
 
 // The same where groups, patterns or weights give each record its own inverse.
-void weigh_each(scan_records& r, const run_frame& f, std::int32_t t, bool weights, std::int64_t lo,
-                std::int64_t hi) {
+void weigh_each(scan_records& r, const directives& asked, scan_stage stage, std::int32_t t, bool weights,
+                std::int64_t lo, std::int64_t hi) {
   residual_form& form = r.work.fast;
   const std::int32_t nt = r.model.nt;
   double* w = form.W.col(t);
   for (std::int64_t i = lo; i < hi; ++i) {
-    const double* inverse = residual_inverse(r, f, i + 1) + (t - 1);
+    const double* inverse = residual_inverse(r, asked, stage, i + 1) + (t - 1);
     const float* root = r.design.WV_SQRT_M.col(i + 1);
     double others = 0.0, own = 0.0;
     for (std::int32_t u = 1; u <= nt; ++u) {
@@ -196,7 +198,7 @@ void weigh_each(scan_records& r, const run_frame& f, std::int32_t t, bool weight
 
 // Brings the change of the group left last into E and sums Z' R^-1 e of group g
 // (0: none) into RHS, in one walk over blocks of records.
-void walk_records(scan_records& r, const run_frame& f, std::int32_t g) {
+void walk_records(scan_records& r, const directives& asked, scan_stage stage, std::int32_t g) {
   residual_form& form = r.work.fast;
   const bool weights = r.model.has_weights();
   const std::int64_t nobs = r.design.nobs;
@@ -227,9 +229,9 @@ void walk_records(scan_records& r, const run_frame& f, std::int32_t g) {
     if (!plain_scale)
       for (const std::int32_t t : entered->traits) {
         if (form.one_matrix)
-          weigh_alike(r, f, t, lo, hi);
+          weigh_alike(r, asked, stage, t, lo, hi);
         else
-          weigh_each(r, f, t, weights, lo, hi);
+          weigh_each(r, asked, stage, t, weights, lo, hi);
       }
     for (const design_slot& slot : entered->slots) {
       if (!active(slot, r.layout.NGR(g, 2))) continue;
@@ -242,7 +244,7 @@ void walk_records(scan_records& r, const run_frame& f, std::int32_t g) {
     for (std::int64_t q = 0; q < side_copies - 1; ++q)
       for (std::int64_t i = 0; i < extent; ++i) sums[i] += form.copies.data()[q * copy + i];
   if (g > 0 && plain_scale) {
-    const double c = residual_inverse(r, f, 1)[0];
+    const double c = residual_inverse(r, asked, stage, 1)[0];
     for (std::int64_t i = 0; i < extent; ++i) sums[i] *= c;
   }
 }
@@ -280,9 +282,9 @@ std::int64_t record_of(const design_slot& slot, std::int64_t k) {
 }
 
 // Element (t,u) of the weighted residual inverse of record irec (from 1).
-double weighted_inverse(const scan_records& r, const run_frame& f, std::int64_t irec, std::int32_t t,
-                        std::int32_t u) {
-  const double c = residual_inverse(r, f, irec)[(t - 1) + (u - 1) * r.model.nt];
+double weighted_inverse(const scan_records& r, const directives& asked, scan_stage stage, std::int64_t irec,
+                        std::int32_t t, std::int32_t u) {
+  const double c = residual_inverse(r, asked, stage, irec)[(t - 1) + (u - 1) * r.model.nt];
   if (!r.work.weighted) return c;
   if (t == u) return c * static_cast<double>(r.design.WV_M(t, irec));
   return c * static_cast<double>(r.design.WV_SQRT_M(t, irec)) *
@@ -290,12 +292,13 @@ double weighted_inverse(const scan_records& r, const run_frame& f, std::int64_t 
 }
 
 // Adds the products of two slots (or of one with itself) to the blocks of the levels in which they meet.
-void add_slot_products(scan_records& r, const run_frame& f, const equation_group& group, const design_slot& a,
-                       const design_slot& b, mat<double>& DI) {
+void add_slot_products(scan_records& r, const directives& asked, scan_stage stage,
+                       const equation_group& group, const design_slot& a, const design_slot& b,
+                       mat<double>& DI) {
   const std::int64_t n = a.row.size(), m = b.row.size();
   const bool same = &a == &b, alike = r.work.fast.one_matrix;
   const std::int32_t element = ihmij(a.place, b.place, 0) - 1;
-  const double c1 = alike && r.design.nobs > 0 ? weighted_inverse(r, f, 1, a.trait, b.trait) : 0.0;
+  const double c1 = alike && r.design.nobs > 0 ? weighted_inverse(r, asked, stage, 1, a.trait, b.trait) : 0.0;
   const std::int32_t *row_a = a.row.data(), *row_b = b.row.data();
   double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
   double sum = 0.0;
@@ -309,7 +312,7 @@ void add_slot_products(scan_records& r, const run_frame& f, const equation_group
     if (one_level || level == row_b[l] / group.stride) {
       double z = (a.ones ? 1.0 : a.z.data()[k]) * (b.ones ? 1.0 : b.z.data()[l]);
       if (!same && row_a[k] == row_b[l]) z *= 2.0;
-      z *= alike ? c1 : weighted_inverse(r, f, rec + 1, a.trait, b.trait);
+      z *= alike ? c1 : weighted_inverse(r, asked, stage, rec + 1, a.trait, b.trait);
       if (one_level)
         sum += z;
       else
@@ -321,7 +324,7 @@ void add_slot_products(scan_records& r, const run_frame& f, const equation_group
 }
 
 // DI(g) = D of all levels, summed over the records.
-void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
+void sum_blocks(scan_records& r, const directives& asked, scan_stage stage, std::int32_t g) {
   mat<double>& DI = r.layout.DI_of(g);
   DI.fill(0.0);
   const std::vector<design_slot>& slots = form_of(r, g).slots;
@@ -329,7 +332,7 @@ void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
     if (!active(slots[i], r.layout.NGR(g, 2))) continue;
     for (std::size_t k = 0; k <= i; ++k)
       if (active(slots[k], r.layout.NGR(g, 2)))
-        add_slot_products(r, f, r.layout.group(g), slots[i], slots[k], DI);
+        add_slot_products(r, asked, stage, r.layout.group(g), slots[i], slots[k], DI);
   }
 }
 
@@ -386,27 +389,27 @@ std::int32_t last_group(const scan_records& r) {
 #ifdef ZEPH_DEBUG_VIEWS
 // Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
 // against y - Z b made anew; a difference beyond rounding ends the process.
-void check_residuals(scan_records& r, const run_frame& f) {
+void check_residuals(scan_records& r, const directives& asked, const round_state& state) {
   constexpr std::int64_t rounds_between = 100;
   constexpr double most_drift = 1e-9;
-  if (f.iround % rounds_between != 0) return;
+  if (state.iround % rounds_between != 0) return;
   mat<double>& E = r.work.fast.E;
   const std::vector<double> kept(E.begin(), E.end());
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-    fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+    fresh_residuals(r, asked, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
   double drift = 0.0, scale = 1.0;
   for (std::size_t i = 0; i < kept.size(); ++i) {
     drift = std::max(drift, std::fabs(kept[i] - E.data()[i]));
     scale = std::max(scale, std::fabs(kept[i]));
   }
   if (drift > most_drift * scale) {
-    fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, f.iround);
+    fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, state.iround);
     std::abort();
   }
   std::copy(kept.begin(), kept.end(), E.begin());
 }
 #else
-void check_residuals(scan_records&, const run_frame&) {}
+void check_residuals(scan_records&, const directives&, const round_state&) {}
 #endif
 
 bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
@@ -415,25 +418,25 @@ bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
 
 } // namespace
 
-bool fast_body_serves(scan_records& r, const run_frame& f) {
-  if (f.test_level > 1) return false;
+bool fast_body_serves(scan_records& r, const directives& asked) {
+  if (asked.test_level > 1) return false;
   residual_form& form = r.work.fast;
-  if (form.state == form_state::unprepared) build_residual_form(r, f);
+  if (form.state == form_state::unprepared) build_residual_form(r, asked);
   return form.state == form_state::ready;
 }
 
-void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::int64_t hi) {
+void fresh_residuals(scan_records& r, const directives& asked, std::int64_t lo, std::int64_t hi) {
   residual_form& form = r.work.fast;
   const std::int32_t nt = r.model.nt;
   const float* y = r.design.Y_M.data();
   for (std::int32_t t = 1; t <= nt; ++t) {
     double* e = form.E.col(t);
-    if (f.analysis_type > 0 && nt == 1)
+    if (asked.analysis_type > 0 && nt == 1)
       for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
     else
       for (std::int64_t i = lo; i < hi; ++i) {
         e[i] = static_cast<double>(y[i * nt + t - 1]);
-        if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+        if (asked.analysis_type <= 0 && !trait_present(r.design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
       }
     class_columns columns;
     for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
@@ -446,47 +449,51 @@ void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::
   }
 }
 
-void residual_body::begin_round(scan_records& r, const run_frame& f) const {
+void residual_body::begin_round(scan_records& r, const directives& asked, const round_state& state,
+                                scan_stage stage) const {
   residual_form& form = r.work.fast;
   form.square_done.fill(0);
-  if (f.stage == scan_stage::others) {
+  if (stage == scan_stage::others) {
     // E holds the round's residuals but for the last group's change
-    walk_records(r, f, 0);
+    walk_records(r, asked, stage, 0);
     move_changing_coefficients(r);
   } else {
     read_changing_coefficients(r);
     form.pending = 0;
-    if (form.valid_round != f.iround)
+    if (form.valid_round != state.iround)
       for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-        fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+        fresh_residuals(r, asked, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
   }
   form.valid_round = -1;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
-    if (form_of(r, g).changing && in_stage(r, f, g)) sum_blocks(r, f, g);
+    if (form_of(r, g).changing && in_stage(r, stage, g)) sum_blocks(r, asked, stage, g);
 }
 
-void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_t g) const {
+void residual_body::enter_group(scan_records& r, const directives& asked, const round_state& state,
+                                scan_stage stage, std::int32_t g) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   std::fill_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, 0.0);
-  walk_records(r, f, g);
-  check_residuals(r, f);
+  walk_records(r, asked, stage, g);
+  check_residuals(r, asked, state);
 }
 
-void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {
+void residual_body::solve_group(scan_records& r, const directives& asked, round_state& state,
+                                chain_counts& counts, scan_stage stage, std::int32_t g,
+                                solver_sums& sums) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
-  if (f.stage == scan_stage::all && f.analysis_type >= 2 && f.gropd(g) != 0 &&
+  if (stage == scan_stage::all && asked.analysis_type >= 2 && state.gropd(g) != 0 &&
       r.layout.NGR(g, 2) <= largest_written_order && !mixture_rule_holds(r, g)) {
     // the residual pass that follows makes the residuals anew from the solutions
-    draw_levels(r, f, g, g != last_group(r) || r.sampler.n_IREST > 0);
+    draw_levels(r, asked, g, g != last_group(r) || r.sampler.n_IREST > 0);
     return;
   }
   const double* sol = r.sampler.sol.data() + r.layout.group(g).base;
   double* change = r.work.fast.change.data();
   std::copy_n(sol, extent, change);
   complete_blocks(r, g);
-  scan_levels(r, f, g, sums);
+  scan_levels(r, asked, state, counts, stage, g, sums);
   for (std::int64_t i = 0; i < extent; ++i) change[i] = sol[i] - change[i];
 }
 
@@ -505,7 +512,7 @@ void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
   }
 }
 
-void residual_body::leave_group(scan_records& r, const run_frame&, std::int32_t g) const {
+void residual_body::leave_group(scan_records& r, std::int32_t g) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent > 0 && r.layout.NGR(g, 2) > 0) r.work.fast.pending = g;
 }

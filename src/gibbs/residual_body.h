@@ -6,7 +6,7 @@
 
 #include "gibbs/group_scan.h"
 #include "gibbs/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -15,21 +15,24 @@ namespace zeph {
 //    blocks and records as the plain body reads them;
 //  - designs that can't be told in columns (build_residual_form).
 // The first call builds the form.
-bool fast_body_serves(scan_records& r, const run_frame& f);
+bool fast_body_serves(scan_records& r, const directives& asked);
 
 struct residual_body {
   // Residuals of all records as they stand, the round's sums for diagonal blocks.
-  void begin_round(scan_records& r, const run_frame& f) const;
+  void begin_round(scan_records& r, const directives& asked, const round_state& state,
+                   scan_stage stage) const;
   // RHS of group g: what its records give, the level's own part included.
-  void enter_group(scan_records& r, const run_frame& f, std::int32_t g) const;
+  void enter_group(scan_records& r, const directives& asked, const round_state& state, scan_stage stage,
+                   std::int32_t g) const;
   // The levels in order, as scan_levels; levels of small order are drawn in line.
-  void solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const;
+  void solve_group(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+                   scan_stage stage, std::int32_t g, solver_sums& sums) const;
   void restrict_group(scan_records& r, std::int32_t g) const;
-  void leave_group(scan_records& r, const run_frame& f, std::int32_t g) const;
+  void leave_group(scan_records& r, std::int32_t g) const;
 };
 
 // E(rec,t) = y - Z b for the records lo+1..hi with sol as it stands. Missing traits:
 // 0 when analysis_type is 0 or less, else what stands in Y_M.
-void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::int64_t hi);
+void fresh_residuals(scan_records& r, const directives& asked, std::int64_t lo, std::int64_t hi);
 
 } // namespace zeph

@@ -40,12 +40,12 @@ bool ranges_are_disjoint(const equation_layout& layout) {
 
 // True when every entry's equation is the one that its group, level and place
 // name, so that columns of levels can stand for the rows of entries.
-bool entries_are_regular(const scan_records& r, const run_frame& f) {
+bool entries_are_regular(const scan_records& r, const directives& asked) {
   const design_store& d = r.design;
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec)
     for (std::int32_t e = 1; e <= d.M_M(irec); ++e) {
       if (!takes_part(d, e, irec)) {
-        if (f.analysis_type <= 0) return false;
+        if (asked.analysis_type <= 0) return false;
         continue;
       }
       const std::int32_t g = d.XD3_M(e, irec), level = d.XD4_M(e, irec), place = d.XD5_M(e, irec);
@@ -111,7 +111,7 @@ struct slot_size {
   std::int64_t count = 0;
 };
 
-void size_slots(scan_records& r, const run_frame& f, slot_finder& finder,
+void size_slots(scan_records& r, const directives& asked, slot_finder& finder,
                 std::vector<std::vector<slot_size>>& sizes) {
   const design_store& d = r.design;
   residual_form& form = r.work.fast;
@@ -124,7 +124,7 @@ void size_slots(scan_records& r, const run_frame& f, slot_finder& finder,
       std::vector<slot_size>& counts = sizes[static_cast<std::size_t>(d.XD3_M(e, irec) - 1)];
       while (counts.size() < group.slots.size()) append_row(r.report, counts, "slot%size", routine);
       ++counts[static_cast<std::size_t>(&slot - group.slots.data())].count;
-      if (coefficient_changes(r, f, irec, e)) slot.changing = group.changing = true;
+      if (coefficient_changes(r, asked, irec, e)) slot.changing = group.changing = true;
       if (slot.changing || d.ZD_M(e, irec) != 1.0) slot.ones = false;
     }
 }
@@ -192,10 +192,10 @@ void order_slots(residual_form& form) {
   }
 }
 
-void build_slots(scan_records& r, const run_frame& f) {
+void build_slots(scan_records& r, const directives& asked) {
   slot_finder finder(r);
   std::vector<std::vector<slot_size>> sizes;
-  size_slots(r, f, finder, sizes);
+  size_slots(r, asked, finder, sizes);
   allocate_slots(r, sizes);
   fill_slots(r, finder, sizes);
   mark_blocks(r.work.fast, r.design.nobs);
@@ -207,19 +207,20 @@ void build_slots(scan_records& r, const run_frame& f) {
 // Calls take(group, level, term, product) for each pair of entries of a record
 // that meet in one level. In runs whose residual matrices stay, a product is
 // whole and its term bears no traits.
-template <class Take> void for_each_product(scan_records& r, const run_frame& f, Take&& take) {
+template <class Take> void for_each_product(scan_records& r, const directives& asked, Take&& take) {
   const design_store& d = r.design;
   const residual_form& form = r.work.fast;
   const bool weights = r.model.has_weights();
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     bool of_sources = false; // riff is that of the sources of covariables
-    if (form.constant_R) make_riff(r, irec, f.analysis_type, weights);
+    if (form.constant_R) make_riff(r, irec, asked.analysis_type, weights);
     for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
       if (!takes_part(d, i, irec)) continue;
-      if (form.constant_R && scans_in_two_stages(f) && d.covariates.feeds(d.XD3_M(i, irec)) != of_sources) {
+      if (form.constant_R && scans_in_two_stages(asked) &&
+          d.covariates.feeds(d.XD3_M(i, irec)) != of_sources) {
         of_sources = !of_sources;
-        of_sources ? make_swept_riff(r, irec, f.analysis_type, weights)
-                   : make_riff(r, irec, f.analysis_type, weights);
+        of_sources ? make_swept_riff(r, irec, asked.analysis_type, weights)
+                   : make_riff(r, irec, asked.analysis_type, weights);
       }
       for (std::int32_t k = 1; k <= i; ++k) {
         if (d.XD3_M(k, irec) != d.XD3_M(i, irec) || d.XD4_M(k, irec) != d.XD4_M(i, irec)) continue;
@@ -256,9 +257,9 @@ std::int64_t term_index(const std::vector<block_term>& terms, const block_term& 
   return -1;
 }
 
-void build_terms(scan_records& r, const run_frame& f) {
+void build_terms(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
-  for_each_product(r, f, [&](std::int32_t g, std::int32_t, const block_term& term, double) {
+  for_each_product(r, asked, [&](std::int32_t g, std::int32_t, const block_term& term, double) {
     group_form& group = form_of(form, g);
     if (!group.changing && term_index(group.terms, term) < 0)
       append_row(r.report, group.terms, "terms", routine, term);
@@ -277,7 +278,7 @@ void build_terms(scan_records& r, const run_frame& f) {
               [](const block_term& a, const block_term& b) { return a.element < b.element; });
     allocate(r.report, group.sums, "sums", routine, levels, terms);
   }
-  for_each_product(r, f, [&](std::int32_t g, std::int32_t level, const block_term& term, double product) {
+  for_each_product(r, asked, [&](std::int32_t g, std::int32_t level, const block_term& term, double product) {
     group_form& group = form_of(form, g);
     if (!group.changing) group.sums(level, term_index(group.terms, term) + 1) += product;
   });
@@ -349,8 +350,8 @@ void keep_classes(scan_records& r, std::int32_t g, group_form& group,
   group.sums = std::move(sums);
 }
 
-void build_classes(scan_records& r, const run_frame& f) {
-  if (f.analysis_type < 2) return;
+void build_classes(scan_records& r, const directives& asked) {
+  if (asked.analysis_type < 2) return;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
     group_form& group = form_of(r.work.fast, g);
     if (group.changing || r.layout.NGR(g, 1) < few_levels || r.layout.group(g).stride > largest_written_order)
@@ -365,13 +366,13 @@ void build_classes(scan_records& r, const run_frame& f) {
 
 // ---- links ----
 
-void build_links(scan_records& r, const run_frame& f) {
+void build_links(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
   allocate_rows(r.report, form.links, "links", routine, r.model.nramat);
-  for (std::int32_t k = 1; k <= r.model.nramat && f.analysis_type >= 2; ++k) {
+  for (std::int32_t k = 1; k <= r.model.nramat && asked.analysis_type >= 2; ++k) {
     if (structure_is(r.model.RMAT(k), "I")) continue;
     // a smaller model may bring a level's block down to the orders that are written out
-    if (f.analysis_type < 5 && r.model.RMAT(k).n_rc > largest_written_order) continue;
+    if (asked.analysis_type < 5 && r.model.RMAT(k).n_rc > largest_written_order) continue;
     const relationship_rows& rows = r.relations.of(k);
     link_form& links = form.links[static_cast<std::size_t>(k - 1)];
     const std::int64_t levels = rows.diag.size();
@@ -445,9 +446,9 @@ void allocate_work(scan_records& r) {
            std::int64_t{largest_written_order} * (largest_written_order + 1) / 2, r.model.nramat);
 }
 
-bool shares_one_matrix(const scan_records& r, const run_frame& f) {
+bool shares_one_matrix(const scan_records& r, const directives& asked) {
   if (r.model.has_weights()) return false;
-  if (f.analysis_type > 0) return r.sampler.G == 1;
+  if (asked.analysis_type > 0) return r.sampler.G == 1;
   for (std::int32_t irec = 2; irec <= r.design.nobs; ++irec)
     if (r.design.C_ISIT_M(irec) != r.design.C_ISIT_M(1) || r.design.IRESG_M(irec) != r.design.IRESG_M(1) ||
         r.design.ISIT_M(irec) != r.design.ISIT_M(1))
@@ -474,31 +475,31 @@ void count_masks(const design_store& design, residual_form& form) {
     ++form.counts(form.mask_of(irec) + 1, design.IRESG_M(irec));
 }
 
-bool coefficient_changes(const scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t e) {
+bool coefficient_changes(const scan_records& r, const directives& asked, std::int32_t irec, std::int32_t e) {
   if (r.design.XD6_M(e, irec) > 0) return true;
-  if (!scans_in_two_stages(f)) return false;
+  if (!scans_in_two_stages(asked)) return false;
   const group_kind kind = r.layout.group(r.design.XD3_M(e, irec)).kind;
   if (kind != group_kind::plain_regressions && kind != group_kind::nested_regression) return false;
   return is_turned(r.design.covariates, r.design.XD1_M(e, irec));
 }
 
-void build_residual_form(scan_records& r, const run_frame& f) {
+void build_residual_form(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
   form = residual_form{};
   form.state = form_state::refused;
-  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r, f)) return;
-  form.constant_R = f.analysis_type < 3;
-  form.one_matrix = shares_one_matrix(r, f);
+  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r, asked)) return;
+  form.constant_R = asked.analysis_type < 3;
+  form.one_matrix = shares_one_matrix(r, asked);
   allocate_rows(r.report, form.groups, "groups", routine, r.layout.ngroups);
   // mixtures move records between residual groups
   if (r.sampler.G > 1 && r.model.has_type(trait_mixture))
     for (group_form& group : form.groups) group.changing = true;
-  build_slots(r, f);
-  build_terms(r, f);
-  build_classes(r, f);
-  build_links(r, f);
+  build_slots(r, asked);
+  build_terms(r, asked);
+  build_classes(r, asked);
+  build_links(r, asked);
   build_masks(r);
-  if (f.analysis_type <= 0 && scans_in_two_stages(f)) {
+  if (asked.analysis_type <= 0 && scans_in_two_stages(asked)) {
     if (!form.by_masks) return;
     invert_masks(r);
   }

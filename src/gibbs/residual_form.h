@@ -11,7 +11,7 @@
 #pragma once
 
 #include "input/design_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "numerics/arrays.h"
 #include "numerics/matrix_draws.h"
 
@@ -116,13 +116,13 @@ struct residual_form {
 // Builds the form for the run's design: state becomes ready, or refused when the
 // records can't be told in columns (equations outside their group's numbering,
 // groups that share equations); the plain body then runs.
-void build_residual_form(scan_records& r, const run_frame& f);
+void build_residual_form(scan_records& r, const directives& asked);
 
 // Counts the records of each mask and residual group.
 void count_masks(const design_store& design, residual_form& form);
 
 // True when the coefficient of entry e of record irec can change in the run:
 // mixture coefficients and covariables made from solutions.
-bool coefficient_changes(const scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t e);
+bool coefficient_changes(const scan_records& r, const directives& asked, std::int32_t irec, std::int32_t e);
 
 } // namespace zeph

@@ -8,12 +8,12 @@
 
 namespace zeph {
 
-void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bool weights) {
+void record_residuals(scan_records& r, const directives& asked, std::int32_t irec, bool weights) {
   const design_store& d = r.design;
   vec<double>& res = r.work.res;
   res.fill(0.0);
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j)
-    if (entry_active(r, irec, j, f.analysis_type))
+    if (entry_active(r, irec, j, asked.analysis_type))
       res(d.XD2_M(j, irec)) += r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec);
   for (std::int32_t t = 1; t <= r.model.nt; ++t) {
     res(t) = static_cast<double>(d.Y_M(t, irec)) - res(t);
@@ -109,16 +109,16 @@ void start_missing_traits(scan_records& r) {
   }
 }
 
-void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik) {
+void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& state, double& lik) {
   design_store& d = r.design;
   const std::int32_t nt = r.model.nt;
-  const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
+  const bool weights = r.model.has_weights(), sampled = is_sample_round(asked, state);
   lik = 0;
   if (sampled) r.sampler.dic_rrsum.fill(0.0);
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
-    record_residuals(r, f, irec, weights);
+    record_residuals(r, asked, irec, weights);
     const std::int32_t g = d.IRESG_M(irec);
-    if (f.analysis_type > 1) add_products(r, g);
+    if (asked.analysis_type > 1) add_products(r, g);
     sample_missing(r, r.work.res, d.ISIT_M(irec), r.sampler.RCOV.slice(g), lik);
     store_missing(d, irec, nt, r.work.res);
     if (!sampled) continue;

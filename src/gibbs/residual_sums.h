@@ -3,12 +3,12 @@
 #pragma once
 
 #include "gibbs/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
 // Fills work.res with the weighted residuals (Y_M - fitted) W^1/2 of record irec.
-void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bool weights);
+void record_residuals(scan_records& r, const directives& asked, std::int32_t irec, bool weights);
 
 // Scores one record and draws the residuals of its missing traits.
 // Adds to lik -log of the standard normal density of each observed trait's
@@ -32,6 +32,6 @@ void start_missing_traits(scan_records& r);
 // group, pairs of LNCOV left out, before the missing residuals are drawn; these
 // go into Y_M as they are, without the fitted value. In sample rounds residuals and their squares are summed
 // by trait and kept for the sample files.
-void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik);
+void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& state, double& lik);
 
 } // namespace zeph

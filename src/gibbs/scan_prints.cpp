@@ -1,7 +1,7 @@
 #include "gibbs/scan_prints.h"
 
-#include "listing/listing_rows.h"
 #include "formats/free_format.h"
+#include "listing/listing_rows.h"
 
 #include <algorithm>
 
@@ -37,13 +37,13 @@ void print_blocks(const scan_records& r) {
 
 } // namespace
 
-void print_equations(const scan_records& r, const run_frame& f) {
-  if (f.iround == 1) print_first_blocks(r);
-  say(r.report, free_row().text("Current rhs and sol (max. 50), round=").i(f.iround).str());
+void print_equations(const scan_records& r, const round_state& state) {
+  if (state.iround == 1) print_first_blocks(r);
+  say(r.report, free_row().text("Current rhs and sol (max. 50), round=").i(state.iround).str());
   for (std::int32_t e = 1; e <= std::min(r.layout.neq, most_printed); ++e)
     say(r.report, free_row().i(e).r8(r.sampler.RHS(e)).r8(r.sampler.sol(e)).str());
   print_blocks(r);
-  if (f.iround == 1) print_first_blocks(r);
+  if (state.iround == 1) print_first_blocks(r);
 }
 
 } // namespace zeph

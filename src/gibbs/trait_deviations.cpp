@@ -1,12 +1,12 @@
 #include "gibbs/trait_deviations.h"
 
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "gibbs/record_product.h"
 #include "gibbs/residual_sums.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "numerics/lapack_calls.h"
 
 #include <algorithm>
@@ -26,14 +26,15 @@ double solution(const scan_records& r, const deviation_store& d, std::int32_t le
 }
 
 // TD(level) += residuals of the traits present, W(level) += A R^-1 A
-void add_record(scan_records& r, const run_frame& f, deviation_store& d, std::int32_t irec, bool weights) {
+void add_record(scan_records& r, const directives& asked, deviation_store& d, std::int32_t irec,
+                bool weights) {
   const std::int32_t level = r.design.G_TD_LEVEL(irec), nt = r.model.nt;
   if (level <= 0) return;
-  record_residuals(r, f, irec, weights);
-  make_swept_riff(r, irec, f.analysis_type, weights);
+  record_residuals(r, asked, irec, weights);
+  make_swept_riff(r, irec, asked.analysis_type, weights);
   d.A.fill(0.0);
   for (std::int32_t j = 1; j <= r.design.M_M(irec); ++j)
-    if (r.design.XD7_M(j, irec) == d.factor && entry_active(r, irec, j, f.analysis_type))
+    if (r.design.XD7_M(j, irec) == d.factor && entry_active(r, irec, j, asked.analysis_type))
       d.A(r.design.XD2_M(j, irec)) += 1.0;
   for (std::int32_t t = 1; t <= nt; ++t)
     if (trait_present(r.design.ISIT_M(irec), t, nt)) d.TD(t, level) += r.work.res(t);
@@ -129,8 +130,8 @@ void finish_progeny(deviation_store& d, std::int32_t nt) {
   }
 }
 
-void write_progeny(const scan_records& r, const run_frame& f, const deviation_store& d) {
-  const std::string name = "PTD" + std::to_string(f.iround);
+void write_progeny(const scan_records& r, const round_state& state, const deviation_store& d) {
+  const std::string name = "PTD" + std::to_string(state.iround);
   whole_file whole(path_of(r.report, name));
   text_writer out;
   if (!out.open(whole.path())) write_fault(r.report, name, "open");
@@ -148,11 +149,11 @@ void write_progeny(const scan_records& r, const run_frame& f, const deviation_st
 
 } // namespace
 
-void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d) {
+void TD_PTD(scan_records& r, const directives& asked, const round_state& state, deviation_store& d) {
   const bool weights = r.model.has_weights();
   d.TD.fill(0.0);
   d.W.fill(0.0);
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) add_record(r, f, d, irec, weights);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) add_record(r, asked, d, irec, weights);
   finish_own(r, d);
   ++d.calls;
   if (!d.progeny) return;
@@ -160,7 +161,7 @@ void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d) {
   d.W_PTD.fill(0.0);
   pass_to_parents(r, d);
   finish_progeny(d, r.model.nt);
-  if (r.model.PTD_INT > 0 && f.iround % r.model.PTD_INT == 0) write_progeny(r, f, d);
+  if (r.model.PTD_INT > 0 && state.iround % r.model.PTD_INT == 0) write_progeny(r, state, d);
 }
 
 } // namespace zeph

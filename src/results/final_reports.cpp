@@ -1,9 +1,9 @@
 #include "results/final_reports.h"
 
+#include "formats/whole_file.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/whole_file.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"
 #include "results/deviation_output.h"
@@ -20,13 +20,13 @@ namespace {
 
 // Solutions with their codes, the sample files, the binary solutions.
 void report_solutions(const model_records& m, const equation_layout& layout, sampler_store& store,
-                      const deviation_store& deviations, const run_frame& frame, const sample_files& files,
-                      reporting& report) {
-  if (static_cast<std::int64_t>(frame.nsamples) > 0) say(report);
-  const std::int32_t option = frame.analysis_type < 2 ? 1 : 4;
+                      const deviation_store& deviations, const directives& asked, const chain_counts& counts,
+                      const sample_files& files, reporting& report) {
+  if (static_cast<std::int64_t>(counts.nsamples) > 0) say(report);
+  const std::int32_t option = asked.analysis_type < 2 ? 1 : 4;
   SOLWRITE(option, m, store.IREST, store.n_IREST, store.solpostmean, store.pev, "gibsol", report);
   describe_sample_files(m, files, report);
-  report_deviations(m, deviations, frame, report);
+  report_deviations(m, deviations, asked, report);
   write_solpostmean(layout, store, report);
 }
 
@@ -52,31 +52,32 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
                    category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
                    const deviation_store& deviations, sampler_store& store, random_sources& sources,
-                   run_frame& frame, sample_files& files, reporting& report) {
-  const bool samples_matrices = frame.analysis_type > 2;
-  if (frame.analysis_type > 0) report_model_fit(frame, files, report);
-  if (samples_matrices) report_deviance(m, design, frame, store, report);
+                   const directives& asked, const round_state& state, chain_counts& counts,
+                   sample_files& files, reporting& report) {
+  const bool samples_matrices = asked.analysis_type > 2;
+  if (asked.analysis_type > 0) report_model_fit(state, files, report);
+  if (samples_matrices) report_deviance(m, design, counts, store, report);
 
-  solution_moments(frame, store);
-  covariance_moments(m, frame, store);
-  report_thresholds(categories, frame, report);
+  solution_moments(asked, counts, store);
+  covariance_moments(m, asked, state, counts, store);
+  report_thresholds(categories, asked, counts, report);
 
-  if (samples_matrices && static_cast<std::int64_t>(frame.nsamples) >= 1)
-    report_covariances(m, store, frame, report);
-  report_mixing_proportions(m, mixtures, frame, report);
-  report_predictions(frame, predictions, report);
+  if (samples_matrices && static_cast<std::int64_t>(counts.nsamples) >= 1)
+    report_covariances(m, store, state, report);
+  report_mixing_proportions(m, mixtures, asked, counts, report);
+  report_predictions(counts, predictions, report);
   std::int32_t failed = 0; // icode of the file of memberships that could not be made
-  if (frame.nsamples > 1 || frame.analysis_type <= 0) {
-    report_solutions(m, layout, store, deviations, frame, files, report);
-    write_taupostmean(m, mixtures, frame, design.nobs, report);
-    failed = write_memberships(m, design, mixtures, frame, report);
+  if (counts.nsamples > 1 || asked.analysis_type <= 0) {
+    report_solutions(m, layout, store, deviations, asked, counts, files, report);
+    write_taupostmean(m, mixtures, counts, design.nobs, report);
+    failed = write_memberships(m, design, mixtures, asked, state, counts, report);
   }
 
-  if (frame.analysis_type >= 2) write_lastsol(layout, store, report);
-  if (samples_matrices) write_gparlast(m, design, store, sources, frame, report);
+  if (asked.analysis_type >= 2) write_lastsol(layout, store, report);
+  if (samples_matrices) write_gparlast(m, design, store, sources, asked, state, report);
 
   if (failed != 0) stop_memberships(failed, report);
-  hand_over_sums(store, frame);
+  hand_over_sums(store, counts);
   clear_mixture_sums(mixtures);
   clear_threshold_sums(categories);
 }

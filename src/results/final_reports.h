@@ -29,7 +29,8 @@ namespace zeph {
 void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
                    category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
                    const deviation_store& deviations, sampler_store& store, random_sources& sources,
-                   run_frame& frame, sample_files& files, reporting& report);
+                   const directives& asked, const round_state& state, chain_counts& counts,
+                   sample_files& files, reporting& report);
 
 // solpostmean: one record neq, then per equation a record of its number and
 // solpostmean (real*8).

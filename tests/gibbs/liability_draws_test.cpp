@@ -203,19 +203,19 @@ TEST(stored_liability, keeps_the_sign_of_the_observation) {
 // Residuals of records by the fast body's store and by the entries are the same.
 TEST(take_record, gives_residuals_and_fitted_values_either_way) {
   two_trait_case c(30, true, true, false);
-  c.f.analysis_type = 2;
-  c.f.isamp = 1;
+  c.f.asked.analysis_type = 2;
+  c.f.asked.isamp = 1;
   scan_records r = c.records();
   number_sequence x(3);
   for (double& u : c.s.sol) u = x.between(-1, 1);
-  build_residual_form(r, c.f);
-  ASSERT_TRUE(ready_residuals(r, run_frame{}, true) && c.work.fast.state == form_state::ready);
+  build_residual_form(r, c.f.asked);
+  ASSERT_TRUE(ready_residuals(r, directives{}, true) && c.work.fast.state == form_state::ready);
   for (std::int32_t irec = 1; irec <= 30; ++irec) {
     const bool complete = c.design.ISIT_M(irec) == 3;
     if (!complete) continue;
-    take_record(r, c.f, irec, true);
+    take_record(r, c.f.asked, irec, true);
     const double res[2] = {c.work.res(1), c.work.res(2)}, mean[2] = {c.work.fitted(1), c.work.fitted(2)};
-    take_record(r, c.f, irec, false);
+    take_record(r, c.f.asked, irec, false);
     for (std::int32_t t = 1; t <= 2; ++t) {
       EXPECT_NEAR(res[t - 1], c.work.res(t), 1e-12);
       EXPECT_NEAR(mean[t - 1], c.work.fitted(t), 1e-12);
@@ -244,9 +244,9 @@ TEST(samp_thresholds, draws_between_the_neighbours_liabilities_and_holds_the_out
   scan_records r = c.records();
   double sum = 0, squares = 0;
   constexpr int n = 20000;
-  c.f.analysis_type = 0; // nothing is written
+  c.f.asked.analysis_type = 0; // nothing is written
   for (int i = 0; i < n; ++i) {
-    samp_thresholds(r, c.f, c.files);
+    samp_thresholds(r, c.f.asked, c.f.state, c.files);
     const vec<double>& thr = c.categories.catstr[0].thr;
     ASSERT_EQ(thr(1), 0.0);
     ASSERT_EQ(thr(3), 1.0);

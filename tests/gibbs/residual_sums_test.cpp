@@ -41,21 +41,21 @@ void some_solutions(scan_case& c) {
 }
 
 double sums(scan_case& c, std::int64_t round) {
-  c.f.analysis_type = 1;
-  c.f.iround = round;
+  c.f.asked.analysis_type = 1;
+  c.f.state.iround = round;
   scan_records records = c.records();
   double lik = 99;
-  Bddrmc_sscp(records, c.f, lik);
+  Bddrmc_sscp(records, c.f.asked, c.f.state, lik);
   return lik;
 }
 
 TEST(record_residuals, are_observations_less_fitted_values_times_roots_of_weights) {
   two_trait_case c(6, true, false, false);
   some_solutions(c);
-  c.f.analysis_type = 1;
+  c.f.asked.analysis_type = 1;
   scan_records records = c.records();
   for (std::int32_t r = 1; r <= 6; ++r) {
-    record_residuals(records, c.f, r, true);
+    record_residuals(records, c.f.asked, r, true);
     const std::vector<double> e = residuals(c, r);
     for (std::int32_t t = 1; t <= 2; ++t)
       EXPECT_NEAR(c.work.res(t), e[static_cast<std::size_t>(t - 1)], 1e-14);
@@ -68,10 +68,10 @@ TEST(record_residuals, leave_rows_beyond_the_current_model_out) {
   some_solutions(less);
   c.layout.NGR(5, 2) = 1;
   for (std::int32_t l = 1; l <= 4; ++l) less.s.sol(less.equation(5, l, 2)) = 0.0;
-  c.f.analysis_type = less.f.analysis_type = 1;
+  c.f.asked.analysis_type = less.f.asked.analysis_type = 1;
   scan_records records = c.records(), others = less.records();
-  record_residuals(records, c.f, 1, false);
-  record_residuals(others, less.f, 1, false);
+  record_residuals(records, c.f.asked, 1, false);
+  record_residuals(others, less.f.asked, 1, false);
   for (std::int32_t t = 1; t <= 2; ++t) EXPECT_EQ(c.work.res(t), less.work.res(t));
 }
 
@@ -146,8 +146,8 @@ TEST(sample_missing, leaves_the_conditional_moments_of_a_missing_trait) {
 TEST(Bddrmc_sscp, sums_residuals_by_record_and_squares_by_group_in_sample_rounds_only) {
   two_trait_case c(20, true, false, true);
   some_solutions(c);
-  c.f.nburn = 4;
-  c.f.isamp = 3;
+  c.f.asked.nburn = 4;
+  c.f.asked.isamp = 3;
   for (std::int64_t round = 1; round <= 6; ++round) sums(c, round);
   for (const double value : c.s.dic_ressum) EXPECT_EQ(value, 0.0);
   sums(c, 7);
@@ -178,7 +178,7 @@ TEST(Bddrmc_sscp, keeps_the_residuals_of_a_sample_when_asked) {
   c.m.l_residuals = true;
   c.m.model_kind = 2;
   c.design.ZEPH_RES.take(2, 4);
-  c.f.isamp = 2;
+  c.f.asked.isamp = 2;
   sums(c, 1);
   for (const double value : c.design.ZEPH_RES) EXPECT_EQ(value, 0.0);
   sums(c, 2);
