@@ -8,6 +8,8 @@
 #include "control/model_chains.h"
 #include "control/run_driver.h"
 #include "fuzz/framed_mutation.h"
+#include "listing/stops.h"
+#include "listing/stops.h"
 #include "support/places.h"
 
 #include <algorithm>

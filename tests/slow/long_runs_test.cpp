@@ -167,12 +167,12 @@ struct checked_body {
   zeph::residual_body body = {};
 
   void enter_group(zeph::scan_records& s, const zeph::directives& asked, const zeph::round_state& state,
-                   scan_stage stage, std::int32_t g) {
+                   zeph::scan_stage stage, std::int32_t g) {
     body.enter_group(s, asked, state, stage, g);
     drift = std::max(drift, drift_of(r, true));
   }
   void solve_group(zeph::scan_records& s, const zeph::directives& asked, zeph::round_state& state,
-                   zeph::chain_counts& counts, scan_stage stage, std::int32_t g,
+                   zeph::chain_counts& counts, zeph::scan_stage stage, std::int32_t g,
                    zeph::solver_sums& sums) const {
     body.solve_group(s, asked, state, counts, stage, g, sums);
   }
@@ -194,8 +194,8 @@ TEST_P(a_long_run, keeps_residuals_that_are_those_of_its_solutions) {
     if (r.work.fast.valid_round == r.state.iround + 1) between = std::max(between, drift_of(r, false));
     checked_body body{r};
     zeph::solver_sums sums;
-    body.body.begin_round(records, r.asked, r.state, scan_stage::all);
-    zeph::scan_groups(body, records, r.asked, r.state, r.counts, scan_stage::all, sums);
+    body.body.begin_round(records, r.asked, r.state, zeph::scan_stage::all);
+    zeph::scan_groups(body, records, r.asked, r.state, r.counts, zeph::scan_stage::all, sums);
     within = std::max(within, body.drift);
   }
   EXPECT_LT(within, 1e-9);
