@@ -18,11 +18,11 @@ bool can_be_written(const std::string& path) {
   namespace fs = std::filesystem;
   const whole_file whole(path); // takes the file beside it away again
   byte_sink probe;
-  if (whole.path() != path) return probe.open(whole.path(), open_mode::in_place);
+  if (whole.path() != path) return probe.open(whole.path(), open_mode::in_place) && probe.close();
   std::error_code none;
   const fs::file_type kind = fs::status(path, none).type();
   if (kind != fs::file_type::directory && kind != fs::file_type::regular) return true;
-  return probe.open(path, open_mode::in_place);
+  return probe.open(path, open_mode::in_place) && probe.close();
 }
 
 // True when the run can take so many samples that the solutions are reported.
