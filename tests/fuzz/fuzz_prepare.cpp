@@ -3,6 +3,7 @@
 // directory, and a run of one round goes over it.
 #include "control/chain_loop.h"
 #include "control/run_driver.h"
+#include "listing/stops.h"
 #include "prepare/messages.h"
 #include "prepare/model_assembly.h"
 #include "prepare/model_description.h"
