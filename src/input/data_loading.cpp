@@ -1,12 +1,12 @@
 #include "input/data_loading.h"
 
+#include "formats/free_format.h"
+#include "formats/sequential_file.h"
+#include "input/class_effect_covariates.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
 #include "numerics/storage_door.h"
-#include "formats/free_format.h"
-#include "formats/sequential_file.h"
-#include "input/class_effect_covariates.h"
 
 #include <algorithm>
 #include <cmath>

@@ -9,7 +9,6 @@
 #include "control/run_driver.h"
 #include "fuzz/framed_mutation.h"
 #include "listing/stops.h"
-#include "listing/stops.h"
 #include "support/places.h"
 
 #include <algorithm>
