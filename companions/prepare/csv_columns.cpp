@@ -268,6 +268,18 @@ void tell(const csv_columns& table, std::size_t c, const wrong_numbers& wrong, m
               fmt::format("{} further values of column {} are no numbers", wrong.texts.n_beyond, name));
 }
 
+// The files hold reals of 32 bits.
+void refuse_beyond_range(const csv_columns& table, std::size_t c, std::size_t r, double value,
+                         message_log& log) {
+  const bool zero = value != 0.0 && static_cast<float>(value) == 0.0F;
+  if (std::fabs(value) <= std::numeric_limits<float>::max() && !zero) return;
+  add_error(log, place_of(table, table.line[r]),
+            fmt::format("\"{}\" in column {} {}", shown(table.cell(c, r)), table.header[c],
+                        zero ? "becomes 0 in 32 bits: take a smaller unit"
+                             : "is beyond what 32 bits hold (3.4e38): take a larger unit"),
+            "range " + table.file + " " + table.header[c]);
+}
+
 } // namespace
 
 std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log) {
@@ -280,7 +292,9 @@ std::vector<double> column_numbers(const csv_columns& table, std::size_t c, mess
     double value = 0.0;
     const std::string_view cell = table.cell(c, r);
     if (number_in(cell, decimal, value)) {
-      if (std::ranges::find(codes, value) == codes.end()) values[r] = value;
+      if (std::ranges::find(codes, value) != codes.end()) continue;
+      values[r] = value;
+      refuse_beyond_range(table, c, r, value, log);
     } else if (number_in(cell, other, value)) {
       if (wrong.other_decimal.text.empty()) wrong.other_decimal.text = cell;
       add_line(wrong.other_decimal.lines, table.line[r]);

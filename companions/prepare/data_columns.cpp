@@ -81,7 +81,9 @@ columns_in_use columns_of(const model_description& d) {
     for (const effect& e : trait.terms.fixed) add_effect(d, e, out);
     for (const random_term& term : trait.terms.random) {
       for (const effect& e : term.left) add_effect(d, e, out);
-      for (const named_column& column : term.columns) out.add(out.levels, column.name);
+      for (const named_column& column : term.columns) // combinations are of classes, as in the fixed part
+        for (const named_part& part : column.parts)
+          out.add(column.parts.size() > 1 ? out.classes : out.levels, part.name);
     }
   }
   if (d.residual.indicator < 0 && !d.residual.groups.value.empty())

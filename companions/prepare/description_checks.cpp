@@ -76,13 +76,51 @@ void check_left(const model_description& d, message_log& log, const trait_sectio
     m.hint = fmt::format("if it is a number, add a table [covariable.{}]", e.atoms.front().name);
 }
 
+// "[factor.genetic]", [factor."herd:year"]: as the table's line is written.
+std::string table_of_factor(const std::string& name) {
+  const bool bare = std::ranges::all_of(name, [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+  });
+  return bare ? fmt::format("[factor.{}]", name) : fmt::format("[factor.\"{}\"]", name);
+}
+
 void check_factor_name(const model_description& d, message_log& log, const trait_section& t,
                        const random_term& r) {
   if (index_of(d.factors, r.factor) >= 0) return;
   message& m =
       error_in_formula(d, log, t, r.factor_at.begin, fmt::format("factor \"{}\" is not defined", r.factor));
   m.hint = nearest_hint(r.factor, names_of(d.factors));
-  if (m.hint.empty()) m.hint = fmt::format("add a table [factor.{}]", r.factor);
+  if (m.hint.empty()) m.hint = fmt::format("add a table {}", table_of_factor(r.factor));
+}
+
+void check_part(const model_description& d, message_log& log, const trait_section& t,
+                const named_part& part) {
+  if (find_covariable(d, part.name) != nullptr)
+    error_in_formula(d, log, t, part.at.begin,
+                     fmt::format("{} is a covariable and can't number the levels of a factor", part.name));
+  if (part.name == t.column.value)
+    error_in_formula(d, log, t, part.at.begin,
+                     fmt::format("{} is the observation of this trait and can't explain itself", part.name));
+}
+
+// A pedigree has animals, and a name of one text means either a column or a combination in all of a
+// description.
+void check_combination(const model_description& d, message_log& log, const trait_section& t,
+                       const random_term& r, const named_column& c) {
+  const int k = index_of(d.factors, r.factor);
+  if (c.parts.size() > 1 && k >= 0 &&
+      d.factors[static_cast<std::size_t>(k)].kind == relationship_kind::pedigree)
+    error_in_formula(
+        d, log, t, c.at.begin,
+        fmt::format("{} is a combination of classes and can't name the animals of a pedigree", c.name));
+  for (const trait_section& other : d.traits)
+    for (const random_term& term : other.terms.random)
+      for (const named_column& column : term.columns)
+        if (column.name == c.name && names_of(column.parts) != names_of(c.parts))
+          error_in_formula(
+              d, log, t, c.at.begin,
+              fmt::format("{} is a column in one place and a combination of classes in another", c.name))
+              .hint = "give the column another name";
 }
 
 void check_random_term(const model_description& d, message_log& log, const trait_section& t,
@@ -90,12 +128,8 @@ void check_random_term(const model_description& d, message_log& log, const trait
   check_factor_name(d, log, t, r);
   for (const effect& e : r.left) check_left(d, log, t, e);
   for (const named_column& c : r.columns) {
-    if (find_covariable(d, c.name) != nullptr)
-      error_in_formula(d, log, t, c.at.begin,
-                       fmt::format("{} is a covariable and can't number the levels of a factor", c.name));
-    if (c.name == t.column.value)
-      error_in_formula(d, log, t, c.at.begin,
-                       fmt::format("{} is the observation of this trait and can't explain itself", c.name));
+    check_combination(d, log, t, r, c);
+    for (const named_part& part : c.parts) check_part(d, log, t, part);
   }
 }
 

@@ -58,6 +58,7 @@ enum class matrix_form { by_columns, triplets, dense };
 struct pedigree_source {
   text_value file;
   text_value animal, sire, dam;        // columns; not given: "animal", "sire", "dam", or another usual name
+  std::vector<text_value> columns;     // names of the columns; empty: the file has a header line
   stated<bool> selfing;                // an animal may be sire and dam
   std::vector<text_value> group_codes; // phantom parent groups by code,
   text_value group_pattern;            // or by a pattern with * and ?; both empty: no groups

@@ -51,6 +51,9 @@ void add_contributions(const model_description& d, const data_columns& data, con
     for (const named_column& column : term_of(d, row).columns) {
       c.column = column.name;
       f.contributions.push_back(c);
+      std::vector<std::string> parts;
+      for (const named_part& part : column.parts) parts.push_back(part.name);
+      f.parts.emplace(column.name, std::move(parts));
     }
   }
 }
@@ -82,29 +85,92 @@ bool whole_number(std::string_view text, std::int64_t& value) {
   return fault == std::errc{} && stop == text.data() + text.size();
 }
 
-// Ascending: by number when all are whole numbers, else by text.
-void sort_identifications(std::vector<std::string>& ids) {
-  std::int64_t a = 0, b = 0;
-  const bool numbers = std::ranges::all_of(ids, [&a](const std::string& s) { return whole_number(s, a); });
-  std::ranges::sort(ids, [&](const std::string& x, const std::string& y) {
-    if (!numbers) return x < y;
-    whole_number(x, a);
-    whole_number(y, b);
-    return a != b ? a < b : x < y;
+using level_parts = std::vector<std::string>;
+
+// Whether all levels have a whole number at place i of their parts; levels with fewer parts do not count.
+bool numbers_at(const std::vector<level_parts>& levels, std::size_t i) {
+  std::int64_t value = 0;
+  return std::ranges::all_of(
+      levels, [&](const level_parts& l) { return i >= l.size() || whole_number(l[i], value); });
+}
+
+// Ascending part by part: by number where all are whole numbers there, else by text.
+void sort_levels(std::vector<level_parts>& levels) {
+  std::vector<bool> numbers;
+  std::size_t most = 0;
+  for (const level_parts& l : levels) most = std::max(most, l.size());
+  for (std::size_t i = 0; i < most; ++i) numbers.push_back(numbers_at(levels, i));
+  std::ranges::sort(levels, [&numbers](const level_parts& x, const level_parts& y) {
+    for (std::size_t i = 0; i < std::min(x.size(), y.size()); ++i) {
+      std::int64_t a = 0, b = 0;
+      if (numbers[i] && whole_number(x[i], a) && whole_number(y[i], b) && a != b) return a < b;
+      if (x[i] != y[i]) return x[i] < y[i];
+    }
+    return x.size() < y.size();
   });
 }
 
-void levels_of_data(const data_columns& data, const record_selection& records, factor_levels& f) {
-  std::set<std::string, std::less<>> seen;
-  for (const std::string& column : columns_of(f)) {
-    const std::size_t c = find_column(data.table, column);
-    for_each_use(records, f, column, [&](std::size_t r) {
-      if (!is_missing(data.table, c, r) && !seen.contains(data.table.cell(c, r)))
-        seen.emplace(data.table.cell(c, r));
-    });
+// What a column, or a combination, says in the records that ask for a level of it.
+struct column_levels {
+  std::vector<level_parts> levels;
+  std::vector<std::int32_t> level; // per record of the file: from 1; 0: missing, or not asked for
+};
+
+column_levels levels_of_column(const data_columns& data, const record_selection& records,
+                               const factor_levels& f, const std::string& column) {
+  std::vector<std::size_t> places;
+  for (const std::string& name : f.parts.at(column)) places.push_back(find_column(data.table, name));
+  std::vector<std::uint8_t> use(data.n_records(), 0);
+  for_each_use(records, f, column, [&use](std::size_t r) { use[r] = 1; });
+  level_codes codes = codes_of_columns(data.table, places, use);
+  column_levels out{std::vector<level_parts>(codes.identification.size()), std::move(codes.level)};
+  for (std::size_t r = 0; r < out.level.size(); ++r) {
+    if (out.level[r] == 0) continue;
+    level_parts& parts = out.levels[static_cast<std::size_t>(out.level[r] - 1)];
+    for (std::size_t k = parts.size(); k < places.size(); ++k)
+      parts.emplace_back(data.table.cell(places[k], r));
   }
-  f.identification.assign(seen.begin(), seen.end());
-  sort_identifications(f.identification);
+  return out;
+}
+
+std::string joined_parts(const level_parts& parts) { return fmt::format("{}", fmt::join(parts, ":")); }
+
+// The heads of the parts: "herd", "year"; where columns of the factor differ "herd+farm", "year".
+void name_parts(factor_levels& f) {
+  std::vector<std::vector<std::string>> names;
+  for (const auto& [column, parts] : f.parts)
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+      if (names.size() <= i) names.emplace_back();
+      if (std::ranges::find(names[i], parts[i]) == names[i].end()) names[i].push_back(parts[i]);
+    }
+  if (names.size() < 2) return;
+  for (const auto& place : names) f.part_names.push_back(fmt::format("{}", fmt::join(place, "+")));
+}
+
+void levels_of_data(const data_columns& data, const record_selection& records, factor_levels& f) {
+  std::map<std::string, column_levels> found;
+  std::set<level_parts> all;
+  for (const std::string& column : columns_of(f)) {
+    column_levels c = levels_of_column(data, records, f, column);
+    all.insert(c.levels.begin(), c.levels.end());
+    found.emplace(column, std::move(c));
+  }
+  std::vector<level_parts> levels(all.begin(), all.end());
+  sort_levels(levels);
+  std::map<level_parts, std::int32_t> number_of;
+  for (const level_parts& parts : levels) {
+    f.identification.push_back(joined_parts(parts));
+    number_of.emplace(parts, f.n_levels());
+  }
+  for (auto& [column, c] : found) {
+    std::vector<std::int32_t> number(c.levels.size());
+    for (std::size_t l = 0; l < number.size(); ++l) number[l] = number_of.at(c.levels[l]);
+    for (std::int32_t& l : c.level)
+      if (l > 0) l = number[static_cast<std::size_t>(l - 1)];
+    f.level.emplace(column, std::move(c.level));
+  }
+  name_parts(f);
+  if (!f.part_names.empty()) f.level_parts = std::move(levels);
   codes_of_identifications(f.identification, f.code);
 }
 
@@ -128,24 +194,22 @@ void refuse_levels(const data_columns& data, const std::string& column, const st
   }
 }
 
-// Level of every record by identification; an unknown one is an error when `file` is not empty.
+// Level of every record by identification; one that `file` does not have is an error.
 void look_up_levels(const data_columns& data, const record_selection& records, const std::string& file,
                     factor_levels& f, message_log& log) {
   const level_table number_of = table_of(f.identification);
   for (const std::string& column : columns_of(f)) {
-    const std::size_t c = find_column(data.table, column);
-    std::vector<std::int32_t> level(data.n_records(), 0);
+    column_levels c = levels_of_column(data, records, f, column);
     repeated_cells unknown;
-    for_each_use(records, f, column, [&](std::size_t r) {
-      if (is_missing(data.table, c, r)) return;
-      const auto at = number_of.find(data.table.cell(c, r));
-      if (at != number_of.end())
-        level[r] = at->second;
-      else
-        add_cell(unknown, data.table.cell(c, r), data.table.line[r]);
-    });
-    if (!file.empty()) refuse_levels(data, column, file, unknown, f, log);
-    f.level.emplace(column, std::move(level));
+    for (std::size_t r = 0; r < c.level.size(); ++r) {
+      if (c.level[r] == 0) continue;
+      const std::string id = joined_parts(c.levels[static_cast<std::size_t>(c.level[r] - 1)]);
+      const auto at = number_of.find(id);
+      c.level[r] = at == number_of.end() ? 0 : at->second;
+      if (at == number_of.end()) add_cell(unknown, id, data.table.line[r]);
+    }
+    refuse_levels(data, column, file, unknown, f, log);
+    f.level.emplace(column, std::move(c.level));
   }
 }
 
@@ -165,6 +229,7 @@ pedigree_request request_of(const model_description& d, const data_columns& data
   if (source.dam.given) q.dam = source.dam.value;
   for (const text_value& code : source.group_codes) q.groups.push_back(code.value);
   q.group_pattern = source.group_pattern.value;
+  for (const text_value& name : source.columns) q.layout.columns.push_back(name.value);
   q.selfing = source.selfing.value;
   for (const text_value& code : source.unknown) q.unknown.push_back(code.value);
   for (const text_value& code : source.founders) q.founders.push_back(code.value);
@@ -352,7 +417,6 @@ std::vector<factor_levels> make_factors(const model_description& d, const data_c
       levels_of_pedigree(d, data, records, section, prune, f, log);
     } else if (f.structure == "I") {
       levels_of_data(data, records, f);
-      look_up_levels(data, records, "", f, log);
     } else {
       levels_of_matrix(d, data, records, section, f, log);
     }

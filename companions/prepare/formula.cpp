@@ -19,6 +19,7 @@ struct reading {
   atom part;
   effect now;
   std::vector<effect> effects;
+  std::vector<named_part> parts;   // of the columns at hand
   std::vector<named_column> names; // after the first bar
   std::size_t ones = 0, zeros = 0; // within the formula outside brackets
   std::size_t left_ones = 0, left_zeros = 0;
@@ -59,9 +60,11 @@ struct left_item : pegtl::sor<left_one, left_zero, whole_effect> {};
 struct bar : pegtl::one<'|'> {};
 struct first_bar : pegtl::seq<bar> {};
 struct bar_name : pegtl::sor<plain_name, quoted_name> {};
-struct middle_name : pegtl::seq<bar_name> {};
+struct next_part : pegtl::seq<bar_name> {};
+struct level_columns : pegtl::seq<bar_name, pegtl::star<colon, next_part>> {};
+struct middle_name : pegtl::seq<level_columns> {};
 struct second_bar : pegtl::seq<bar> {};
-struct group_column : pegtl::seq<bar_name> {};
+struct group_column : pegtl::seq<level_columns> {};
 struct group_columns : pegtl::list<group_column, plus_sign> {};
 struct random_end : pegtl::one<')'> {};
 struct random_head : pegtl::one<'('> {};
@@ -96,6 +99,7 @@ template <> constexpr const char* expectation<rules::left_item> = "expected 1, 0
 template <> constexpr const char* expectation<rules::first_bar> = "expected '|' and the name of a factor";
 template <> constexpr const char* expectation<rules::middle_name> = "expected the name of a factor or column";
 template <> constexpr const char* expectation<rules::group_column> = "expected the name of a column";
+template <> constexpr const char* expectation<rules::next_part> = "expected the name of a column after ':'";
 template <> constexpr const char* expectation<rules::random_end> = "expected ')'";
 template <> constexpr const char* expectation<rules::shift_trait> = "expected the name of a trait";
 template <> constexpr const char* expectation<rules::shift_end> = "expected ')'";
@@ -159,6 +163,14 @@ void check_constants(std::size_t ones, std::size_t zeros, std::size_t at,
   if (ones > 1) faults.push_back({at, "1 stands twice", ""});
 }
 
+void check_parts(const named_column& c, std::vector<formula_fault>& faults) {
+  for (std::size_t i = 0; i < c.parts.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j)
+      if (c.parts[i].name == c.parts[j].name)
+        faults.push_back({c.parts[i].at.begin,
+                          fmt::format("combination {} holds column {} twice", c.name, c.parts[i].name), ""});
+}
+
 void check_random(const random_term& r, std::vector<formula_fault>& faults) {
   if (!r.constant && r.left.empty())
     faults.push_back({r.at.begin, "a random term with 0 alone has no effect", ""});
@@ -166,6 +178,7 @@ void check_random(const random_term& r, std::vector<formula_fault>& faults) {
   if (!r.factor_stated && r.columns.size() > 1)
     faults.push_back({r.factor_at.begin, "a term with several columns needs the name of a factor",
                       "write ( .. | factor | column + column)"});
+  for (const named_column& c : r.columns) check_parts(c, faults);
   for (std::size_t i = 0; i < r.columns.size(); ++i)
     for (std::size_t j = 0; j < i; ++j)
       if (r.columns[i].name == r.columns[j].name)
@@ -231,7 +244,16 @@ template <> struct action<rules::mean_zero> {
 template <> struct action<rules::bar_name> {
   template <typename Input> static void apply(const Input& in, reading& s) {
     const auto [name, at] = name_of(in);
-    s.names.push_back({name, at});
+    s.parts.push_back({name, at});
+  }
+};
+template <> struct action<rules::level_columns> {
+  template <typename Input> static void apply(const Input& in, reading& s) {
+    named_column c;
+    c.parts = std::exchange(s.parts, {});
+    c.at = c.parts.size() == 1 ? c.parts.front().at : stretch_of(in);
+    for (const named_part& part : c.parts) c.name += (c.name.empty() ? "" : ":") + part.name;
+    s.names.push_back(std::move(c));
   }
 };
 template <> struct action<rules::second_bar> {
@@ -265,30 +287,70 @@ template <> struct action<rules::shift> {
   }
 };
 
+bool name_byte(char c) {
+  const auto u = static_cast<unsigned char>(c);
+  return (u >= '0' && u <= '9') || (u >= 'A' && u <= 'Z') || (u >= 'a' && u <= 'z') || u == '_' || u == '.' ||
+         u >= 0x80;
+}
+
+// The word that ends at byte `end`, blanks passed over; may be empty.
+std::string_view word_before(std::string_view text, std::size_t end) {
+  while (end > 0 && (text[end - 1] == ' ' || text[end - 1] == '\t')) --end;
+  std::size_t begin = end;
+  while (begin > 0 && name_byte(text[begin - 1])) --begin;
+  return text.substr(begin, end - begin);
+}
+
+// Functions of other formula languages: log(x), I(x^2), factor(x).
+std::string hint_for_function(std::string_view word) {
+  if (word == "factor" || word == "as.factor")
+    return "a column is a class unless it has a table [covariable.NAME]: write its name alone";
+  if (word == "I") return "make a column of I(..) in the CSV; powers are poly(NAME, order)";
+  return fmt::format("make a column of {}(..) in the CSV", word);
+}
+
 // What a user of other formula languages most likely meant with the sign at which the reading ended.
-// `between`: the reading ended where a term ends or begins, not inside of one; `name`: a name could stand
-// there.
-std::string hint_for(std::string_view text, std::size_t at, bool between, bool name) {
-  if (at >= text.size()) return {};
-  if (name && text[at] >= '0' && text[at] <= '9')
-    return "a name that begins with a digit stands in back quotes";
-  if (!between) return {};
-  switch (text[at]) {
+// `after_bar`: a column was wanted after '|'; `inside`: the reading ended within a random term.
+std::string hint_for_sign(char sign, bool after_bar, bool inside) {
+  switch (sign) {
   case '*':
     return "for a * b write a + b + a:b";
   case '/':
-    return "for a / b write a + a:b";
+    return inside ? "for (1 | a / b) write (1 | a) + (1 | a:b)" : "for a / b write a + a:b";
+  case '^':
+    return "make a column of the power in the CSV, or write poly(NAME, order)";
   case '~':
     return "leave out the left side: the table [trait.NAME] names it";
   case '-':
-    return "\"0 +\" leaves the mean out";
+    return inside ? "\"0 +\" leaves the 1 out" : "\"0 +\" leaves the mean out";
   case '(':
     return "brackets stand around random terms and after leg, poly and shift only";
   case '|':
-    return "random terms stand in brackets: (1 | factor | column)";
+    if (inside) return {};
+    return after_bar ? "'||' holds covariances at zero: give each effect a factor of its own, (1 | a | g) + "
+                       "(0 + x | b | g)"
+                     : "random terms stand in brackets: (1 | factor | column)";
   default:
     return {};
   }
+}
+
+// The way out of a fault of the grammar; empty where the expectation says enough.
+std::string hint_for(std::string_view text, std::size_t at, std::string_view expected) {
+  if (at >= text.size()) return {};
+  const bool between = expected == expectation<rules::whole_end> || expected == expectation<rules::term>;
+  const bool left = expected == expectation<rules::first_bar> || expected == expectation<rules::left_item>;
+  const bool right = expected == expectation<rules::random_end>;
+  const bool after_bar = expected == expectation<rules::middle_name> ||
+                         (expected == expectation<rules::group_column> && text[at] == '|');
+  const bool name = between || expected.find("name") != std::string_view::npos ||
+                    expected.find("column") != std::string_view::npos;
+  if (name && text[at] >= '0' && text[at] <= '9')
+    return "a name that begins with a digit stands in back quotes";
+  if (!between && !left && !right && !after_bar) return {};
+  const std::string_view word = word_before(text, at);
+  if (text[at] == '(' && !word.empty() && !after_bar) return hint_for_function(word);
+  return hint_for_sign(text[at], after_bar, left || right);
 }
 
 } // namespace
@@ -304,10 +366,7 @@ bool parse_formula(std::string_view text, formula& out, std::vector<formula_faul
   } catch (const pegtl::parse_error& e) {
     const std::size_t at = e.positions().front().byte;
     const std::string_view expected = e.message();
-    const bool between = expected == expectation<rules::whole_end> || expected == expectation<rules::term>;
-    const bool name = between || expected.find("name") != std::string_view::npos ||
-                      expected.find("column") != std::string_view::npos;
-    s.faults.push_back({at, std::string(expected), hint_for(text, at, between, name)});
+    s.faults.push_back({at, std::string(expected), hint_for(text, at, expected)});
   }
   s.out.mean = s.zeros == 0;
   std::stable_sort(s.faults.begin(), s.faults.end(),

@@ -4,13 +4,15 @@
 //   term    = "1" | "0" | effect | random | "shift(" trait ")"
 //   effect  = atom { ":" atom }                     class x class, class x covariable
 //   atom    = name | "leg(" name "," order ")" | "poly(" name "," order ")"
-//   random  = "(" left "|" [ factor "|" ] column { "+" column } ")"
+//   random  = "(" left "|" [ factor "|" ] levels { "+" levels } ")"
+//   factor  = levels = name { ":" name }            a column, or a combination of class columns
 //   left    = ( "1" | "0" | effect ) { "+" ( "1" | "0" | effect ) }     1 is understood, "0 +" takes it away
 //   name    = letter, "_" or "." , then letters, digits, "_" and "."; or any text in back quotes
 //
 // Blanks, tabs and line ends may stand between all parts. A letter is also any character outside ASCII. The
-// words leg, poly and shift are names where no "(" follows. Several columns after the last bar put one level
-// each into the same row of the factor (two mates of one animal).
+// words leg, poly and shift are names where no "(" follows. Several columns after the last bar put one
+// level each into the same row of the factor (two mates of one animal). A factor that is not stated has the
+// name of its levels ("herd:year").
 #pragma once
 
 #include <cstddef>
@@ -48,9 +50,17 @@ struct effect {
   stretch at;
 };
 
-struct named_column {
-  std::string name;
+struct named_part {
+  std::string name; // a column, without back quotes
   stretch at;
+};
+
+// What numbers the levels of a random term: a column, or a combination of class columns, each of which has
+// a name of its own in the data.
+struct named_column {
+  std::string name; // the parts joined by ":"
+  stretch at;
+  std::vector<named_part> parts; // one or more
 };
 
 // ( left | factor | columns ). With leg or poly on the left the understood 1 is their polynomial of degree 0.
@@ -83,10 +93,11 @@ struct formula_fault {
   std::string hint;   // may be empty
 };
 
-// Reads a formula. Returns true when `faults` got nothing new; then `out` holds the terms in the order of the
-// text. A fault of the grammar ends the reading, so there is one of them at most; all faults of meaning that
-// the text alone shows are told: an order outside 1..LARGEST_ORDER, a term twice, "1" and "0" together, an
-// empty random term, a column twice after the bar. Any text at all may be given.
+// Reads a formula. Returns true when `faults` got nothing new; then `out` holds the terms in the order of
+// the text. A fault of the grammar ends the reading, so there is one of them at most; all faults of meaning
+// that the text alone shows are told: an order outside 1..LARGEST_ORDER, a term twice, "1" and "0"
+// together, an empty random term, a column twice after the bar or in a combination. Any text at all may be
+// given.
 bool parse_formula(std::string_view text, formula& out, std::vector<formula_fault>& faults);
 
 // The effect as the user reads it: atoms joined by ":", `leg(dim,4)` without blanks.

@@ -1,13 +1,14 @@
 #include "prepare/model_assembly.h"
-#include "listing/reporting.h"
-#include "listing/stops.h"
 
 #include "input/model_information.h"
+#include "listing/reporting.h"
+#include "listing/stops.h"
 #include "prepare/directive_lines.h"
 #include "prepare/equation_ranges.h"
 #include "prepare/factor_records.h"
 #include "prepare/kind_warnings.h"
 #include "prepare/messages.h"
+#include "prepare/number_checks.h"
 #include "prepare/short_names.h"
 #include "prepare/solution_covariables.h"
 #include "prepare/trait_records.h"
@@ -26,7 +27,6 @@ namespace zeph::prepare {
 namespace {
 
 constexpr std::size_t most_traits_of_a_model = 20;
-constexpr double largest_mean_per_sd = 10000.0; // 32-bit reals hold 7 digits
 
 bool faulty(const message_log& log, int errors_before) {
   return count_of(log, severity::error) > errors_before;
@@ -216,40 +216,6 @@ void keep_samples(const model_description& d, prepared_model& p, message_log& lo
 
 // ---- warnings that need the whole model
 
-void warn_of_digits(const std::string& file, const std::string& name, const column_statistics& s,
-                    message_log& log) {
-  if (s.n < 2 || !(s.sd > 0.0) || std::fabs(s.mean) / s.sd <= largest_mean_per_sd) return;
-  add_warning(log, {file, 0, 0},
-              fmt::format("mean of {} is {:.0f} times its standard deviation, and the files hold 7 digits:\n"
-                          "take a constant away (a covariable: center = true in [covariable.{}])",
-                          name, std::fabs(s.mean) / s.sd, name));
-}
-
-// Values of a covariable in the records of a trait; those of 0 stand for dropped levels, too, and are passed
-// over.
-column_statistics statistics_in_use(const prepared_model& p, std::size_t t, const std::vector<double>& x) {
-  std::vector<double> value;
-  for (const std::uint32_t r : p.records.records)
-    if (p.records.present[t][r] != 0 && x[r] != 0.0) value.push_back(x[r]);
-  return statistics_of(value);
-}
-
-void warn_of_precision(const model_description& d, const prepared_model& p, message_log& log) {
-  const std::string& file = p.data.table.file;
-  std::set<std::string> told; // a covariable may stand in many terms
-  for (std::size_t t = 0; t < d.traits.size(); ++t) {
-    warn_of_digits(file, d.traits[t].name, p.start.traits[t].observed, log);
-    for (const fixed_regression& x : p.fixed[t].regressions)
-      if (x.indicator < 0 && told.insert(x.covariable).second)
-        warn_of_digits(file, x.covariable, statistics_in_use(p, t, x.value), log);
-  }
-  for (const factor_levels& f : p.factors)
-    for (const contribution& c : f.contributions)
-      if (!c.constant && told.insert(c.curve.name).second)
-        warn_of_digits(file, c.curve.name,
-                       statistics_in_use(p, static_cast<std::size_t>(c.trait), c.curve.value), log);
-}
-
 void warn_of_chain(const model_description& d, const prepared_model& p, message_log& log) {
   const analysis_type analysis = d.run.analysis.value;
   for (const factor_levels& f : p.factors) {
@@ -405,6 +371,8 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   complete_source_levels(d, p, log);
   if (faulty(log, errors)) return p;
 
+  refuse_unfit_numbers(p, log);
+  check_information(d, p, log);
   p.patterns = make_patterns(d, p.data, p.records, log);
   p.start = make_start_values(d, p.data, p.records, p.factors, p.patterns.group_codes, log);
   if (faulty(log, errors)) return p;

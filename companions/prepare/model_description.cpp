@@ -31,8 +31,9 @@ const known_table FACTOR = {"[factor.NAME]",
                             {"pedigree", "inverse", "relationship", "genotypes", "single_step", "dominance",
                              "correlation", "start", "prior_df", "order", "deviations", "deviations_every",
                              "deviations_above"}};
-const known_table PEDIGREE = {"pedigree = { .. }",
-                              {"file", "animal", "sire", "dam", "selfing", "groups", "unknown", "founders"}};
+const known_table PEDIGREE = {
+    "pedigree = { .. }",
+    {"file", "animal", "sire", "dam", "columns", "selfing", "groups", "unknown", "founders"}};
 const known_table INVERSE = {"inverse = { .. }", {"file", "form"}};
 const known_table MATRIX = {"relationship = { .. }", {"file", "form", "blend"}};
 const known_table MATRIX_OR_INVERSE = {"dominance = { .. } or correlation = { .. }",
@@ -112,6 +113,16 @@ stated<char> read_separator(const table_view& t, bool decimal_comma) {
   return {decimal_comma ? ';' : ',', {}, false};
 }
 
+// Names of the columns of a file without a line of names.
+std::vector<text_value> read_columns(const table_view& t) {
+  std::vector<text_value> columns = read_texts(t, "columns");
+  for (std::size_t i = 0; i < columns.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j)
+      if (columns[i].value == columns[j].value)
+        error_in(t, columns[i].at, fmt::format("{} columns names \"{}\" twice", t.title, columns[i].value));
+  return columns;
+}
+
 void read_data(const table_view& top) {
   model_description& d = *top.description;
   const table_view t = open_table(top, "data", DATA, "[data]");
@@ -129,12 +140,7 @@ void read_data(const table_view& top) {
   d.data.separator = read_separator(t, d.data.decimal.value == ',');
   if (d.data.decimal.value == ',' && d.data.separator.value == ',')
     error_in(t, d.data.separator.at, "[data] separator and decimal can't both be a comma");
-  d.data.columns = read_texts(t, "columns");
-  for (std::size_t i = 0; i < d.data.columns.size(); ++i)
-    for (std::size_t j = 0; j < i; ++j)
-      if (d.data.columns[i].value == d.data.columns[j].value)
-        error_in(t, d.data.columns[i].at,
-                 fmt::format("[data] columns names \"{}\" twice", d.data.columns[i].value));
+  d.data.columns = read_columns(t);
 }
 
 // ---- [factor.NAME]
@@ -172,6 +178,7 @@ pedigree_source read_pedigree(const table_view& factor, const toml::node& node) 
   p.animal = read_text(t, "animal", "animal");
   p.sire = read_text(t, "sire", "sire");
   p.dam = read_text(t, "dam", "dam");
+  p.columns = read_columns(t);
   p.selfing = read_truth(t, "selfing", false);
   read_groups(t, p);
   if (node.is_string()) return p;
@@ -248,6 +255,24 @@ matrix_value read_start(const table_view& t) {
   return node == nullptr ? matrix_value{} : matrix_of(t, *node, t.title + " start");
 }
 
+// Degrees of freedom of a prior, which the files hold as a whole number.
+stated<std::int32_t> read_degrees(const table_view& t) {
+  const toml::node* node = find(t, "prior_df");
+  if (node == nullptr || !node->is_floating_point()) return read_whole(t, "prior_df", 0, 0);
+  const double df = node->as_floating_point()->get();
+  if (!(df >= 0.0 && df < std::numeric_limits<std::int32_t>::max())) {
+    error_in(t, place_of(*node), t.title + " prior_df must be a whole number from 0 on");
+    return {};
+  }
+  const auto below = static_cast<std::int32_t>(df);
+  if (df == below) return {below, place_of(*node), true};
+  error_in(t, place_of(*node),
+           fmt::format("{} prior_df = {}: the files hold a whole number, the nearest are {} and {}", t.title,
+                       df, below, below + 1))
+      .hint = "0 is flat, and so is all up to the order of the matrix + 1";
+  return {};
+}
+
 // Opens the tables [section.NAME] one after the other, in the order of the file.
 template <typename Section, typename Read>
 void read_named(const table_view& top, const std::string& section, const known_table& known,
@@ -273,7 +298,7 @@ void read_named(const table_view& top, const std::string& section, const known_t
 void read_factor(const table_view& t, factor_section& f) {
   read_relationship(t, f);
   f.start = read_start(t);
-  f.prior_df = read_whole(t, "prior_df", 0, 0);
+  f.prior_df = read_degrees(t);
   f.order = read_texts(t, "order");
   const std::vector<std::string> deviations = {"none", "own", "progeny"};
   const stated<std::size_t> word = read_word(t, "deviations", deviations, 0);
@@ -394,7 +419,7 @@ void read_residual(const table_view& top) {
   const table_view t = open_table(top, "residual", RESIDUAL, "[residual]");
   r.at = place_of_table(top, "residual");
   r.start = read_start(t);
-  r.prior_df = read_whole(t, "prior_df", 0, 0);
+  r.prior_df = read_degrees(t);
   read_pairs(t, "zero", d.traits, r.zero);
   read_pairs(t, "free", d.traits, r.free);
   r.groups = read_text(t, "groups");
@@ -535,8 +560,10 @@ model_description parse_description(std::string_view text, const std::string& pa
     check_description(d, log);
   } else {
     const toml::source_position at = result.error().source().begin;
-    error_at(d, log, {static_cast<int>(at.line), static_cast<int>(at.column)},
-             std::string(result.error().description()));
+    message& m = error_at(d, log, {static_cast<int>(at.line), static_cast<int>(at.column)},
+                          std::string(result.error().description()));
+    if (m.source_line.starts_with("[factor.") && m.source_line.find(':') != std::string::npos)
+      m.hint = "a name with ':' is written in double quotes: [factor.\"herd:year\"]";
   }
   sort_by_place(log, first);
   return d;

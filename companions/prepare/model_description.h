@@ -20,8 +20,9 @@
 //                        one of
 //   pedigree             "file", or { file, animal = "column", sire = .., dam = .., selfing = false, groups =
 //                        .., unknown = .., founders = .. }: inverse of the pedigree relationship. Columns
-//                        unless said: animal or id, sire or father, dam or mother. Unknown parents: empty, 0,
-//                        NA, the missing codes and those of unknown. founders: parents without a line that
+//                        unless said: animal or id, sire or father, dam or mother; columns = [..] names them
+//                        in a file without header. Unknown parents: empty, 0, NA, the missing codes and those
+//                        of unknown. founders: parents without a line that
 //                        are animals, though they look like such codes. selfing = true: an animal may be sire
 //                        and dam. groups: phantom parent groups, the list of their codes, or one text where *
 //                        and ? stand for any letters ("G*")

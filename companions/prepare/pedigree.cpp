@@ -58,7 +58,9 @@ bool find_parent_columns(const csv_columns& table, const pedigree_request& reque
   if (columns.animal != no_column && columns.sire != no_column && columns.dam != no_column) return true;
 
   if (header_is_data(table)) {
-    add_error(log, {table.file, 0, 0}, "columns 1, 2, 3 have no header; say which is sire and which is dam");
+    add_error(log, {table.file, 0, 0},
+              "the columns have no header; say which is sire and which is dam:\n"
+              "pedigree = { file = .., columns = [\"animal\", \"sire\", \"dam\"] }");
     return false;
   }
   const std::array<std::pair<std::size_t, const std::string*>, 3> asked{

@@ -105,6 +105,7 @@ json factors_json(const model_description& d, const prepared_model& p) {
                    {"start", matrix_json(p.start.factors[k])},
                    {"start_given", p.start.factors[k].given},
                    {"scales", scales_json(f)}});
+    if (!f.part_names.empty()) out.back()["parts"] = f.part_names;
   }
   return out;
 }
@@ -152,13 +153,18 @@ json inputs_json(const model_description& d) {
 }
 
 std::string factor_codes(const factor_levels& f) {
-  std::string out = "level,code,identification,F,records,in_pedigree\n";
+  std::string out = "level,code,identification,F,records,in_pedigree";
+  for (const std::string& part : f.part_names) out += "," + csv_cell(part);
+  out += "\n";
   const std::size_t n_animals = f.inbreeding.size();
   for (std::size_t l = 0; l < f.identification.size(); ++l) {
     const bool animal = l < n_animals;
-    out += fmt::format("{},{},{},{},{},{}\n", l + 1, f.code[l], csv_cell(f.identification[l]),
+    out += fmt::format("{},{},{},{},{},{}", l + 1, f.code[l], csv_cell(f.identification[l]),
                        animal ? fmt::format("{:.10g}", f.inbreeding[l]) : "", f.n_records[l],
                        animal ? "yes" : (n_animals > 0 ? "group" : "no"));
+    for (std::size_t i = 0; i < f.part_names.size(); ++i)
+      out += "," + (i < f.level_parts[l].size() ? csv_cell(f.level_parts[l][i]) : "");
+    out += "\n";
   }
   return out;
 }

@@ -20,7 +20,8 @@ struct side_file {
 std::string names_json(const model_description& d, const prepared_model& p,
                        const std::vector<std::string>& files);
 
-// codes_<factor>.csv: level, code, identification, F, records, in_pedigree; one file per factor.
+// codes_<factor>.csv: level, code, identification, F, records, in_pedigree, and with combinations of
+// classes their parts, one column each; one file per factor.
 std::vector<side_file> factor_code_files(const prepared_model& p);
 
 // codes_fixed.csv: trait, effect, level, code, identification, records, equation (0: none), number of the

@@ -73,7 +73,7 @@ bool find_source(const trait_section& t, int number, const std::string& word, co
     if (r.constant && r.columns.size() == 1 && t.name + "." + r.columns.front().name == word) {
       c.source_trait = number;
       c.source_factor = r.factor;
-      c.source_columns = {r.columns.front().name};
+      for (const named_part& part : r.columns.front().parts) c.source_columns.push_back(part.name);
       return true;
     }
   return false;

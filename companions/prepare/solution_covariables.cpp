@@ -59,7 +59,7 @@ std::int32_t source_effect(const prepared_model& p, const covariable_section& c)
   }
   for (const auto& [k, column] : random_of_trait(p.factors, c.source_trait).effects) {
     ++e;
-    if (p.factors[at(k - 1)].name == c.source_factor && column == c.source_columns.front()) return e;
+    if (p.factors[at(k - 1)].name == c.source_factor && column == joined_name(c)) return e;
   }
   return 0;
 }
@@ -152,7 +152,7 @@ bool is_source(const model_description& d, int t, const std::vector<std::string>
 
 bool is_random_source(const model_description& d, const std::string& factor, const std::string& column) {
   return std::ranges::any_of(d.covariables, [&](const covariable_section& c) {
-    return c.solution.given && c.source_factor == factor && c.source_columns.front() == column;
+    return c.solution.given && c.source_factor == factor && joined_name(c) == column;
   });
 }
 
@@ -165,7 +165,7 @@ void complete_source_levels(const model_description& d, prepared_model& p, messa
       refuse_lost_levels(d, c, *source, log);
       if (source->lost.empty()) complete(d, c, p, number, source->identification, source->level, log);
     } else if (factor_levels* factor = source_factor(c, p); factor != nullptr) {
-      complete(d, c, p, number, factor->identification, factor->level.at(c.source_columns.front()), log);
+      complete(d, c, p, number, factor->identification, factor->level.at(joined_name(c)), log);
     }
   }
 }

@@ -56,6 +56,18 @@ bool numeric_cell(const csv_columns& table, std::size_t c, std::size_t r, double
   return number_in(table.cell(c, r), table.layout.decimal, value);
 }
 
+// `categories = ["easy", "hard"]` of the texts of the column in the order of letters; of many the first.
+std::string categories_line(const trait_reader& in, std::size_t c) {
+  constexpr std::size_t MOST = 12;
+  std::set<std::string, std::less<>> texts;
+  for (std::size_t r = 0; r < in.n() && texts.size() <= MOST; ++r)
+    if (!is_missing(in.table, c, r)) texts.emplace(in.table.cell(c, r));
+  std::string list;
+  for (const std::string& text : texts)
+    list += fmt::format("{}\"{}\"", list.empty() ? "" : ", ", shown(text));
+  return fmt::format("categories = [{}]{}", list, texts.size() > MOST ? " and so on" : "");
+}
+
 // Numbers of the column, ascending, as they are written first.
 std::vector<std::string> categories_of_numbers(const trait_reader& in, std::size_t c) {
   std::map<double, std::string> seen;
@@ -63,9 +75,11 @@ std::vector<std::string> categories_of_numbers(const trait_reader& in, std::size
     double value = 0.0;
     if (is_missing_number(in.table, c, r)) continue;
     if (!numeric_cell(in.table, c, r, value)) {
-      in.fault(r, fmt::format("\"{}\" in column {} is no number: name the categories of {} in their order,\n"
-                              "categories = [\"lowest\", .., \"highest\"]",
-                              shown(in.table.cell(c, r)), in.trait.column.value, in.trait.name))
+      in.fault(r,
+               fmt::format("\"{}\" in column {} is no number: name the categories of {}, the lowest first,\n"
+                           "by these put in their order: {}",
+                           shown(in.table.cell(c, r)), in.trait.column.value, in.trait.name,
+                           categories_line(in, c)))
           .hint = missing_hint(in.table, in.table.cell(c, r));
       return {};
     }

@@ -39,6 +39,7 @@ TEST_F(command_line, writes_the_directory_and_says_how_to_run) {
 }
 
 TEST_F(command_line, names_the_way_to_several_chains_of_a_model_that_is_sampled) {
+  place.write("d.csv", "sex,y\n1,3\n2,5\n2,6\n1,4\n");
   place.write("model.toml", MODEL + "[run]\nanalysis = \"gibbs\"\nseeds = [1, 2]\n");
   EXPECT_EQ(run("model.toml --into work"), 0) << place.read("said");
   EXPECT_TRUE(said("Run: cd work && ZEPH\nSeveral chains: zeph-chains run work --chains 4\n"))

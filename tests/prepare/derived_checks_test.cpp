@@ -1,6 +1,10 @@
 #include "prepare/derived_checks.h"
 
+#include "support/places.h"
+
 #include <gtest/gtest.h>
+
+#include <fstream>
 
 namespace zeph::prepare {
 namespace {
@@ -24,7 +28,7 @@ std::string told(const std::string& formula, const std::string& more = "") {
 TEST(derived_checks, names_of_the_model_and_of_the_report_are_taken) {
   EXPECT_EQ(told("G[genetic,bwt.animal,bwt.dam] + 2.5e-1 * G[genetic, ease, bwt.animal]"), "");
   EXPECT_EQ(told("(R[bwt,ease] / sqrt(R[bwt,bwt]))^2 - first"), "");
-  EXPECT_EQ(told("h2[bwt] + rg[bwt.animal,ease.animal] + VP[bwt] + threshold[ease,2] + pi[ease] + "
+  EXPECT_EQ(told("h2[bwt] + rg[bwt.animal,ease.animal] + VP[bwt] + threshold[ease,2] + "
                  "h2.observed[ease]"),
             "");
   EXPECT_EQ(told("max(G[pen,bwt,ease], 0.1)"), "");
@@ -40,6 +44,8 @@ TEST(derived_checks, an_unknown_name_is_told_with_the_nearest) {
             "[derive] q: factor genetic has 2 rows of bwt: bwt.animal, bwt.dam, ease.animal\n");
   EXPECT_EQ(told("R[bwt,eese]"), "[derive] q: there is no trait \"eese\" (did you mean \"ease\"?)\n");
   EXPECT_EQ(told("firs + 1"), "[derive] q: there is no \"firs\" (did you mean \"first\"?)\n");
+  EXPECT_EQ(told("h2[eese]"),
+            "[derive] q: h2 holds \"eese\", which is no trait, factor or row (did you mean \"ease\"?)\n");
   EXPECT_EQ(told("q + 1"), "[derive] q: there is no \"q\"\n");
   EXPECT_EQ(told("H[bwt]"),
             "[derive] q: there is no H[..]; known: G R threshold pi VP h2 m2 p2 d2 c2 pe2 repeatability rg "
@@ -54,6 +60,41 @@ TEST(derived_checks, the_parts_of_a_name_are_counted) {
   EXPECT_EQ(told("threshold[ease]"),
             "[derive] q: threshold holds a trait and a number: threshold[trait,1]\n");
   EXPECT_EQ(told("threshold[bwt,1]"), "[derive] q: bwt is gaussian: only ordered traits have thresholds\n");
+}
+
+// TOML's escapes of a text in double quotes.
+std::string quoted(const std::string& text) {
+  std::string out;
+  for (const char c : text) out += c == '"' ? std::string("\\\"") : std::string(1, c);
+  return out;
+}
+
+// The list holds \\n for a line end, which TOML reads as such.
+TEST(derived_checks, takes_and_refuses_the_formulas_that_the_report_does) {
+  std::ifstream list(zeph_test::source_folder() + "/tests/data/derived_formulas.txt");
+  int n = 0;
+  for (std::string line; std::getline(list, line);) {
+    const bool take = line.starts_with("take "), refuse = line.starts_with("refuse ");
+    if (!take && !refuse) continue;
+    ++n;
+    const std::string messages = told(quoted(line.substr(line.find(' ') + 1)));
+    EXPECT_EQ(messages.empty(), take) << line << "\n" << messages;
+  }
+  EXPECT_GT(n, 100);
+}
+
+TEST(derived_checks, the_parts_of_formulas_follow_the_grammar) {
+  EXPECT_EQ(told("1 +"), "[derive] q: expected a number, a name or a bracket at the end\n");
+  EXPECT_EQ(told("1 * / 2"), "[derive] q: expected a number, a name or a bracket before \"/\"\n");
+  EXPECT_EQ(told("2 first"), "[derive] q: expected + - * / or ^ before \"f\"\n");
+  EXPECT_EQ(told("sqrt(1, 2)"), "[derive] q: sqrt takes one value, not 2 values\n");
+  EXPECT_EQ(told("log(1, 2, 3)"), "[derive] q: log takes one value or two, not 3 values\n");
+  EXPECT_EQ(told("(1, 2)"), "[derive] q: \",\" separates values of a function only\n");
+  EXPECT_EQ(told("exp + 1"), "[derive] q: exp is a function and needs brackets: exp(..)\n");
+  EXPECT_EQ(told("pi[ease]"), "[derive] q: ease is ordered: only indicators have a proportion\n");
+  EXPECT_EQ(told("threshold[ease,3]"), "[derive] q: ease has no threshold 3: they are numbered 1, 2, .., one "
+                                       "below the number of its categories\n");
+  EXPECT_EQ(told(std::string(41, '(') + "1"), "[derive] q: more than 40 brackets are nested\n");
 }
 
 TEST(derived_checks, signs_and_brackets_that_can_not_stand_are_told) {

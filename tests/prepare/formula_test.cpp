@@ -48,6 +48,48 @@ TEST(formula, the_mean_is_understood_and_zero_takes_it_away) {
   EXPECT_FALSE(read("sex + 0").terms.mean);
 }
 
+TEST(formula, a_combination_of_classes_numbers_the_levels_of_a_random_term) {
+  const result r = read("(1 | herd:year) + (0 + x | f | a : `b c`:d + e)");
+  ASSERT_TRUE(r.good);
+  ASSERT_EQ(r.terms.random.size(), 2U);
+  const random_term& t = r.terms.random[0];
+  EXPECT_EQ(t.factor, "herd:year");
+  EXPECT_FALSE(t.factor_stated);
+  ASSERT_EQ(t.columns.size(), 1U);
+  EXPECT_EQ(t.columns[0].name, "herd:year");
+  ASSERT_EQ(t.columns[0].parts.size(), 2U);
+  EXPECT_EQ(t.columns[0].parts[1].name, "year");
+  EXPECT_EQ(t.columns[0].parts[1].at.begin, 10U); // "(1 | herd:" has ten characters
+  EXPECT_EQ(t.columns[0].at.begin, 5U);
+  EXPECT_EQ(t.columns[0].at.end, 14U);
+  const random_term& u = r.terms.random[1];
+  EXPECT_EQ(u.factor, "f");
+  ASSERT_EQ(u.columns.size(), 2U);
+  EXPECT_EQ(u.columns[0].name, "a:b c:d");
+  EXPECT_EQ(u.columns[0].parts.size(), 3U);
+  EXPECT_EQ(u.columns[1].name, "e");
+  EXPECT_EQ(u.columns[1].parts.size(), 1U);
+}
+
+TEST(formula, the_factor_of_a_combination_may_be_stated_in_full) {
+  const result r = read("(1 | herd:year | herd:year)");
+  ASSERT_TRUE(r.good);
+  EXPECT_TRUE(r.terms.random[0].factor_stated);
+  EXPECT_EQ(r.terms.random[0].factor, "herd:year");
+  EXPECT_EQ(r.terms.random[0].columns[0].parts.size(), 2U);
+}
+
+TEST(formula, a_combination_holds_names_and_each_once) {
+  result r = read("(1 | herd:)");
+  ASSERT_EQ(r.faults.size(), 1U);
+  EXPECT_EQ(r.faults[0].at, 10U);
+  EXPECT_EQ(r.faults[0].text, "expected the name of a column after ':'");
+  r = read("(1 | herd:year:herd)");
+  ASSERT_EQ(r.faults.size(), 1U);
+  EXPECT_EQ(r.faults[0].at, 15U);
+  EXPECT_EQ(r.faults[0].text, "combination herd:year:herd holds column herd twice");
+}
+
 TEST(formula, a_random_term_without_middle_takes_the_name_of_its_column) {
   const result r = read("(1 | animal)");
   ASSERT_TRUE(r.good);
@@ -183,8 +225,20 @@ TEST(formula, faults_of_the_grammar_name_what_was_expected_and_where) {
       {"bwt ~ 1 + sex", 4, "expected '+' or the end of the formula",
        "leave out the left side: the table [trait.NAME] names it"},
       {"sex - 1", 4, "expected '+' or the end of the formula", "\"0 +\" leaves the mean out"},
-      {"log(x)", 3, "expected '+' or the end of the formula",
-       "brackets stand around random terms and after leg, poly and shift only"},
+      {"log(x)", 3, "expected '+' or the end of the formula", "make a column of log(..) in the CSV"},
+      {"1 + I(x^2)", 5, "expected '+' or the end of the formula",
+       "make a column of I(..) in the CSV; powers are poly(NAME, order)"},
+      {"sex + factor(herd)", 12, "expected '+' or the end of the formula",
+       "a column is a class unless it has a table [covariable.NAME]: write its name alone"},
+      {"1 + (sex)", 8, "expected '|' and the name of a factor", ""},
+      {"sex + x^2", 7, "expected '+' or the end of the formula",
+       "make a column of the power in the CSV, or write poly(NAME, order)"},
+      {"herd/pen", 4, "expected '+' or the end of the formula", "for a / b write a + a:b"},
+      {"(1 | herd/pen)", 9, "expected ')'", "for (1 | a / b) write (1 | a) + (1 | a:b)"},
+      {"(log(x) | g)", 4, "expected '|' and the name of a factor", "make a column of log(..) in the CSV"},
+      {"(a * x | g)", 3, "expected '|' and the name of a factor", "for a * b write a + b + a:b"},
+      {"(x || g)", 4, "expected the name of a factor or column",
+       "'||' holds covariances at zero: give each effect a factor of its own, (1 | a | g) + (0 + x | b | g)"},
       {"1 + 2nd", 4, "expected a term: 1, 0, an effect or ( .. | factor | column)",
        "a name that begins with a digit stands in back quotes"},
       {"1 | animal", 2, "expected '+' or the end of the formula",

@@ -701,7 +701,7 @@ model.toml:4:11: error: [data] missing must be a list of texts, not true or fals
 model.toml:5:11: error: unknown [data] decimal ";"; known: ., ,
 model.toml:7:12: error: [factor.a] pedigree must be a file name or a table { file = .. }, not a whole number
 model.toml:8:9: error: [factor.a] start must be a number, not a text
-model.toml:9:12: error: [factor.a] prior_df must be a whole number, not a number
+model.toml:9:12: error: [factor.a] prior_df = 1.5: the files hold a whole number, the nearest are 1 and 2
 model.toml:10:9: error: [factor.a] order must be a list of texts, not a whole number
 model.toml:12:11: error: [trait.y] formula must be a text, not a whole number
 model.toml:13:10: error: [trait.y] weight must be a text, not a whole number

@@ -68,7 +68,8 @@ TEST(pedigree, refuses_columns_without_header) {
   read("1,0,0\n2,1,0\n", log);
   ASSERT_FALSE(log.entries.empty());
   EXPECT_EQ(message_text(log.entries.back()),
-            "pedigree.csv: error: columns 1, 2, 3 have no header; say which is sire and which is dam\n");
+            "pedigree.csv: error: the columns have no header; say which is sire and which is dam:\n"
+            "    pedigree = { file = .., columns = [\"animal\", \"sire\", \"dam\"] }\n");
 }
 
 TEST(pedigree, refuses_a_header_that_does_not_tell) {

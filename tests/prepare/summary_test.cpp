@@ -24,6 +24,7 @@ formula = "1 + sex + (1 | animal)"
 [trait.pwg]
 formula = "1 + age + (1 | animal)"
 [residual]
+prior_df = 5
 start = [[40.0, 11.0], [11.0, 30.0]]
 [run]
 analysis = "gibbs"
@@ -65,7 +66,7 @@ Random factors
     wwg.animal                 20
     pwg.animal                 18           40
   residual
-    start as given, flat prior
+    start as given, prior degrees of freedom 5
     wwg                        40
     pwg                        11           30
 

@@ -40,6 +40,14 @@ TEST(trait_values, ordered_labels_become_their_places) {
   EXPECT_TRUE(c.says("the chain can't be continued; choose its length now")) << c.messages();
 }
 
+TEST(trait_values, labels_of_an_ordered_trait_are_shown_ready_for_the_list) {
+  const prepared_case c = with("kind = \"ordered\"\n", "y\nhard\neasy\nNA\ncut\neasy\n");
+  EXPECT_TRUE(c.says(
+      "data.csv:2: error: \"hard\" in column y is no number: name the categories of y, the lowest first,\n"
+      "    by these put in their order: categories = [\"cut\", \"easy\", \"hard\"]\n"))
+      << c.messages();
+}
+
 TEST(trait_values, numbers_of_an_ordered_trait_need_no_list) {
   const prepared_case c = with("kind = \"ordered\"\n", "y\n2\n10\n2.0\n5\n");
   ASSERT_TRUE(c.p.complete) << c.messages();
@@ -225,7 +233,7 @@ TEST(trait_values, a_component_of_lower_mean_is_warned_of) {
       mixture("formula = \"1\"\ncolumn = \"m\"\n", "w,x,y,m\n1,1,9,0\n2,2,5,1\n3,4,8,0\n4,1,6,1\n");
   ASSERT_TRUE(c.p.complete) << c.messages();
   EXPECT_TRUE(c.says("component 1 of z begins with mean 5.5 of y, component 0 with 8.5")) << c.messages();
-  EXPECT_TRUE(mixture("formula = \"1\"\ncolumn = \"m\"\n", "w,x,y,m\n1,1,9,0\n2,2,5,0\n3,4,8,0\n")
+  EXPECT_TRUE(mixture("formula = \"1\"\ncolumn = \"m\"\n", "w,x,y,m\n1,1,9,0\n2,2,5,0\n3,4,8,0\n4,1,6,0\n")
                   .says("error: no record of y begins in component 1 of z"));
 }
 

@@ -201,4 +201,97 @@ TEST(work_directory, codes_tell_identification_and_equation_of_every_level) {
             "1,1,1,0,0,yes\n2,2");
 }
 
+// Herds and years of ten records, one without year; beside them the combination made by hand, numbered herd
+// by herd.
+const std::string COMBINED = "animal,sex,herd,year,herd:year,x,wwg,gain\n"
+                             "1,1,10,1999,4,1,4.5,8\n2,2,7,1998,1,2,2.9,7\n3,2,7,1999,2,3,3.9,NA\n"
+                             "4,1,10,1998,3,1,3.5,9\n5,1,10,1999,4,2,5.0,6\n6,2,7,1998,1,5,4.1,5\n"
+                             "7,1,12,1998,5,4,4.4,9\n8,2,12,1998,5,3,3.3,NA\n9,2,7,NA,NA,2,3.6,4\n"
+                             "10,1,7,1999,2,1,4.7,6\n";
+
+// Both traits take the factor by `levels`, the second with a slope.
+prepared_case combined(const std::string& factor, const std::string& levels) {
+  return prepared_case("[data]\nfile = \"d.csv\"\n[factor.\"" + factor +
+                           "\"]\n[covariable.x]\n[trait.wwg]\nformula = \"1 + sex + (1 | " + levels +
+                           ")\"\n[trait.gain]\nformula = \"1 + (x | " + levels +
+                           ")\"\n[run]\nanalysis = \"gibbs\"\nseeds = [1, 2]\n",
+                       {{"d.csv", COMBINED}});
+}
+
+void expect_equal_directories(const prepared_case& a, const prepared_case& b) {
+  const scratch_directory x, y;
+  const directory_result of_a = write_work_directory(a.description, a.p, x.path(), "");
+  ASSERT_TRUE(of_a.ok) << of_a.fault;
+  ASSERT_TRUE(write_work_directory(b.description, b.p, y.path(), "").ok);
+  for (const std::string& name : of_a.files)
+    if (name != "names.json" && !name.starts_with("codes_")) {
+      EXPECT_EQ(x.read(name), y.read(name)) << name;
+    }
+}
+
+TEST(work_directory, a_combination_of_classes_is_the_column_that_could_be_made_by_hand) {
+  const prepared_case short_form = combined("herd:year", "herd:year");
+  ASSERT_TRUE(short_form.p.complete) << short_form.messages();
+  EXPECT_TRUE(short_form.says("no level of herd:year in 1 record: the effect is left out there"));
+  const prepared_case by_hand = combined("herd:year", "`herd:year`");
+  ASSERT_TRUE(by_hand.p.complete) << by_hand.messages();
+  expect_equal_directories(short_form, by_hand);
+  const prepared_case stated = combined("unit", "unit | herd:year");
+  ASSERT_TRUE(stated.p.complete) << stated.messages();
+  expect_equal_directories(stated, combined("unit", "unit | `herd:year`"));
+}
+
+TEST(work_directory, codes_of_a_combination_have_its_parts) {
+  const prepared_case c = combined("unit", "unit | herd:year");
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  EXPECT_EQ(out.read("codes_unit.csv"),
+            "level,code,identification,F,records,in_pedigree,herd,year\n"
+            "1,1,7:1998,,2,no,7,1998\n2,2,7:1999,,2,no,7,1999\n3,3,10:1998,,1,no,10,1998\n"
+            "4,4,10:1999,,2,no,10,1999\n5,5,12:1998,,2,no,12,1998\n");
+  EXPECT_NE(out.read("names.json").find("\"parts\": [\n        \"herd\",\n        \"year\"\n      ]"),
+            std::string::npos);
+  EXPECT_NE(out.read("names.json").find("\"name\": \"wwg.herd:year\""), std::string::npos);
+}
+
+TEST(work_directory, a_factor_may_have_levels_of_columns_and_of_combinations) {
+  const prepared_case c("[data]\nfile = \"d.csv\"\n[factor.unit]\n[trait.wwg]\nformula = \"1 + (1 | unit | "
+                        "herd:year)\"\n[trait.gain]\nformula = \"1 + (1 | unit | sex)\"\n",
+                        {{"d.csv", COMBINED}});
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  EXPECT_EQ(out.read("codes_unit.csv").substr(0, 96),
+            "level,code,identification,F,records,in_pedigree,herd+sex,year\n"
+            "1,1,1,,5,no,1,\n2,2,2,,3,no,2,\n3,3,");
+}
+
+TEST(work_directory, a_combination_names_no_animals_and_no_fractions) {
+  const std::string head = "[data]\nfile = \"d.csv\"\n[factor.animal]\n";
+  const std::string tail = "[trait.wwg]\nformula = \"1 + (1 | animal | herd:year)\"\n";
+  const prepared_case pedigree(head + "pedigree = \"p.csv\"\n" + tail,
+                               {{"d.csv", COMBINED}, {"p.csv", PEDIGREE}});
+  EXPECT_TRUE(
+      pedigree.says(":6:30: error: herd:year is a combination of classes and can't name the animals of "
+                    "a pedigree\n"))
+      << pedigree.messages();
+  const prepared_case fraction(head + tail, {{"d.csv", "herd,year,wwg\n1,1998.5,3\n2,1999,4\n3,1997,5\n"}});
+  EXPECT_TRUE(fraction.says("d.csv:2: error: \"1998.5\" in column year: a class with a fraction?"))
+      << fraction.messages();
+  const prepared_case none("[data]\nfile = \"d.csv\"\n[trait.wwg]\nformula = \"1 + (1 | herd:year)\"\n",
+                           {{"d.csv", COMBINED}});
+  EXPECT_TRUE(none.says("add a table [factor.\"herd:year\"]")) << none.messages();
+}
+
+TEST(work_directory, a_pedigree_without_header_names_its_columns_in_the_description) {
+  const prepared_case with_header = calves();
+  std::string model = MODEL;
+  const std::string key = "pedigree = \"p.csv\"";
+  model.replace(model.find(key), key.size(),
+                "pedigree = { file = \"p.csv\", columns = [\"animal\", \"sire\", \"dam\"] }");
+  const prepared_case c(model, {{"d.csv", DATA}, {"p.csv", PEDIGREE.substr(PEDIGREE.find('\n') + 1)}});
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  expect_equal_directories(c, with_header);
+}
+
 } // namespace

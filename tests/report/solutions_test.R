@@ -50,7 +50,7 @@ test_that("an inbred animal has its F", {
   # x: full sibs as parents, F = 1/4
   work <- prepared(c('[data]', 'file = "d.csv"', '[factor.animal]', 'pedigree = "p.csv"', '[trait.y]',
     'formula = "1 + (1 | animal)"', '[run]', 'analysis = "gibbs"'),
-                   list(d.csv = c("animal,y", "x,1", "b,2"), p.csv = c("animal,sire,dam", "s,,", "d,,", "a,s,d",
+                   list(d.csv = c("animal,y", "x,1", "b,2", "a,4"), p.csv = c("animal,sire,dam", "s,,", "d,,", "a,s,d",
                      "b,s,d", "x,a,b")))
   levels <- read_levels(read_model(work), 1)
   expect_equal(levels$F[levels$identification == "x"], 0.25)

@@ -1,7 +1,15 @@
 # Formulas on draws: numbers, + - * / ^, brackets, a few functions, and names such as G[animal,bwt,bwt].
 
-formula_functions <- c("+", "-", "*", "/", "^", "(", "sqrt", "exp", "log", "abs", "min", "max")
-name_pattern <- "[A-Za-z][A-Za-z0-9_.]*\\[[^]]*\\]"
+# The grammar; zeph-prepare refuses by the same one, and tests/data/derived_formulas.txt holds what both take:
+#   formula = { sign } operand { operator { sign } operand }        sign + -, operator + - * / ^
+#   operand = number | word | word "[" .. "]" | "(" formula ")" | function "(" formula { "," formula } ")"
+
+formula_functions <- list(sqrt = c(1, 1), exp = c(1, 1), log = c(1, 2), abs = c(1, 1), min = c(1, Inf),
+  max = c(1, Inf)) # how many values they take
+deepest_bracket <- 40L
+word_pattern <- "[A-Za-z_][A-Za-z0-9_.]*"
+token_pattern <- paste0(word_pattern, "\\[[^]]*\\]|", word_pattern,
+  "|([0-9]+[.]?[0-9]*|[.][0-9]+)([eE][-+]?[0-9]+)?|[-+*/^(),]")
 
 # Adds the columns of `formulas` (name, formula) to the draws x name matrix of a chain list, in order; a formula that
 # does not hold ends in a remark and is left out (without a word when remarks is NULL). Every draw is computed from that
@@ -28,60 +36,73 @@ formula_value <- function(m, draws, text) {
   matrix(as.numeric(out), dim(draws)[1], dim(draws)[2])
 }
 
-# list(call, names): the names stand in the call as .v1, .v2 ..; only the functions above are let through.
+# list(call, names): the names stand in the call as .v1, .v2 ..
 parse_formula <- function(m, text, known) {
-  found <- regmatches(text, gregexpr(name_pattern, text))[[1]]
-  bare <- unlist(regmatches(text, gregexpr(name_pattern, text), invert = TRUE))
-  places <- sprintf(".v%d", seq_along(found))
-  words <- unique(unlist(regmatches(bare, gregexpr("(?<![A-Za-z0-9_.])[A-Za-z_][A-Za-z0-9_.]*", bare, perl = TRUE))))
-  words <- setdiff(words, formula_functions)
-  values <- lapply(found, function(word) known_name(m, word, known))
-  pieces <- character(0)
-  for (i in seq_along(bare)) pieces <- c(pieces, replace_words(bare[i], words, known),
-    if (i <= length(found)) paste0(" ", places[i], " "))
-  call <- tryCatch(parse(text = paste(pieces, collapse = ""), keep.source = FALSE),
+  tokens <- formula_tokens(text)
+  check_grammar(tokens, text)
+  operands <- grep(paste0("^", word_pattern), tokens)
+  operands <- operands[!(tokens[operands] %in% names(formula_functions) & c(tokens, "")[operands + 1] == "(")]
+  bare <- intersect(tokens[operands], names(formula_functions))
+  if (length(bare) > 0) stop_report(bare[1], " is a function and needs brackets")
+  values <- lapply(tokens[operands], function(word) known_name(m, word, known))
+  places <- sprintf(".v%d", seq_along(operands))
+  tokens[operands] <- places
+  call <- tryCatch(parse(text = paste(tokens, collapse = " "), keep.source = FALSE),
     error = function(e) stop_report("can't read \"", text, "\""))
-  if (length(call) != 1) stop_report("can't read \"", text, "\"")
-  check_call(call[[1]])
-  plain <- intersect(words, known)
-  list(call = call[[1]], names = c(stats::setNames(values, places), stats::setNames(as.list(plain),
-    sprintf(".n_%s", plain))))
+  list(call = call[[1]], names = stats::setNames(values, places))
 }
 
-# Names without brackets: earlier derived values.
-replace_words <- function(text, words, known) {
-  for (word in words) {
-    if (!word %in% known) stop_report("there is no ", word)
-    text <- gsub(paste0("(?<![A-Za-z0-9_.])", gsub(".", "\\.", word, fixed = TRUE), "(?![A-Za-z0-9_.])"),
-      paste0(".n_", word), text, perl = TRUE)
+formula_tokens <- function(text) {
+  found <- gregexpr(token_pattern, text)
+  strange <- gsub("[ \t\r\n]", "", paste(regmatches(text, found, invert = TRUE)[[1]], collapse = ""))
+  if (nzchar(strange)) stop_report("\"", substr(strange, 1, 1), "\" can't stand in a formula")
+  regmatches(text, found)[[1]]
+}
+
+# Ends in a remark when the tokens are no formula: after an operand comes an operator or the end of a bracket.
+check_grammar <- function(tokens, text) {
+  refuse <- function() stop_report("can't read \"", text, "\"")
+  open <- list()
+  operand <- TRUE # one is wanted
+  for (i in seq_along(tokens)) {
+    token <- tokens[i]
+    called <- token %in% names(formula_functions) && identical(tokens[i + 1L], "(")
+    if (operand && (called || token %in% c("+", "-"))) next
+    if (operand && token == "(") {
+      if (length(open) == deepest_bracket) refuse()
+      before <- if (i > 1) tokens[i - 1L] else ""
+      open[[length(open) + 1L]] <- list(values = 1, allowed = formula_functions[[before]])
+    } else if (operand) {
+      if (!grepl("^[A-Za-z0-9_.]", token)) refuse()
+      operand <- FALSE
+    } else if (token == ")") {
+      last <- if (length(open) > 0) open[[length(open)]] else refuse()
+      if (!is.null(last$allowed) && (last$values < last$allowed[1] || last$values > last$allowed[2])) refuse()
+      open[[length(open)]] <- NULL
+    } else if (token == ",") {
+      if (length(open) == 0 || is.null(open[[length(open)]]$allowed)) refuse()
+      open[[length(open)]]$values <- open[[length(open)]]$values + 1
+      operand <- TRUE
+    } else {
+      if (!token %in% c("+", "-", "*", "/", "^")) refuse()
+      operand <- TRUE
+    }
   }
-  text
+  if (operand || length(open) > 0) refuse()
 }
 
-check_call <- function(x) {
-  if (is.call(x)) {
-    word <- deparse(x[[1]])
-    if (!word %in% formula_functions) stop_report("\"", word, "\" can't stand in a formula")
-    for (part in as.list(x)[-1]) check_call(part)
-  } else if (is.name(x) && !startsWith(as.character(x), ".v") && !startsWith(as.character(x), ".n_")) {
-    stop_report("there is no ", as.character(x))
-  } else if (!is.name(x) && !is.numeric(x)) {
-    stop_report("\"", deparse(x), "\" can't stand in a formula")
-  }
-}
-
-# The name of the draws that a formula means: blanks are dropped; the rows of G and R may stand in either order, and by
-# their full names ("bwt.animal") or by the trait.
+# The name of the draws that a formula means: blanks are dropped; the rows of G, R and correlations may stand in either
+# order, those of G by their full names ("bwt.animal") or by the trait.
 known_name <- function(m, word, known) {
-  word <- gsub("[ \t]", "", word)
+  word <- gsub("[ \t\r\n]", "", word)
   if (word %in% known) return(word)
   kind <- sub("\\[.*$", "", word)
   parts <- strsplit(sub("\\]$", "", sub("^[^[]*\\[", "", word)), ",", fixed = TRUE)[[1]]
   n <- length(parts)
   candidates <- character(0)
   if (kind == "G" && n == 3) candidates <- element_of_factor(m, parts)
-  if (kind == "R" && n >= 2) candidates <- paste0("R[", paste(c(parts[seq_len(n - 2)], parts[n], parts[n - 1]),
-    collapse = ","), "]")
+  if (kind %in% c("R", "re", "rp", "rg", "r") && n >= 2)
+    candidates <- paste0(kind, "[", paste(c(parts[seq_len(n - 2)], parts[n], parts[n - 1]), collapse = ","), "]")
   found <- intersect(candidates, known)
   if (length(found) == 0) stop_report("there is no ", word)
   found[1]
