@@ -337,7 +337,7 @@ column_statistics statistics_of(std::span<const double> values) {
 
 namespace {
 
-// A value that many records share and that stands apart from the rest, which runs from others.front() to
+// A value that many records share and that is apart from the rest, which runs from others.front() to
 // .back().
 bool far_from(double value, std::span<const double> others) {
   double widest = 0.0;
