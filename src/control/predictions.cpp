@@ -17,7 +17,7 @@ bool next_pair(free_reader& file, std::int64_t row, prediction& y, reporting& re
   const bool first = code != 0;
   if (code == 0) code = file.integer(y.trait);
   if (code == free_reader::bad_token)
-    illegal_input(report, file_name, first ? "record" : "trait", {row}, "a text", "integer");
+    illegal_input(report, file_name, first ? "record" : "trait", {row}, file.last_text(), "integer");
   file.end_read();
   if (code == free_reader::read_fault) read_fault(report, file_name);
   return code == 0;

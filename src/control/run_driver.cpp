@@ -186,6 +186,7 @@ void start_run(run& r) {
   scan_records records = records_of(r);
   start_mixing_proportions(records);
   open_sample_files(r.model, r.layout, r.asked, r.files, r.report);
+  if (r.asked.analysis_type >= 2) reserve_state(r.model, r.design, r.sampler, r.files.state, r.report);
   check_result_files(r.model, r.deviations, r.mixtures, r.asked, r.report);
   if (!r.model.L_PTD) return;
   PEDFILE(r.model, r.relations, r.report);

@@ -127,6 +127,7 @@ int free_reader::next_token() {
     bytes_.get();
   }
   if (bytes_.failed()) return read_fault;
+  text_ = token_;
   int64_t count = 1;
   if (too_long || !split_repeat(token_, count)) return bad_token;
   repeats_ = count - 1;

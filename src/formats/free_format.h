@@ -39,6 +39,9 @@ public:
   int integer(int32_t& x);
   int real(double& x);
 
+  // The text read last, as it is in the file: what a 59 is about. One beyond 4096 bytes is cut.
+  const std::string& last_text() const { return text_; }
+
   // Drops the rest of the line. A read that took no value drops one line.
   void end_read();
 
@@ -46,7 +49,8 @@ private:
   int next_token(); // 0: token_ holds the text of the value; -1; 59; 5
 
   byte_reader bytes_;
-  std::string token_;
+  std::string text_;    // as it is in the file
+  std::string token_;   // without its count
   int64_t repeats_ = 0; // times that token_ still stands for a value
   bool reading_ = false;
 };

@@ -138,6 +138,16 @@ bool sequential_writer::open(const std::string& path) {
   return ok_;
 }
 
+bool sequential_writer::reserve(int64_t n) {
+  if (n < 0 || n > longest_record) return false;
+  try {
+    buffer_.reserve(static_cast<std::size_t>(buffer_bytes + frame_bytes + n));
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
 void sequential_writer::begin() {
   if (!is_open() || start_ >= 0) ok_ = false;
   if (!ok_) return;

@@ -139,6 +139,11 @@ public:
   bool is_open() const { return sink_.is_open(); }
   bool ok() const { return ok_; }
 
+  // Takes the storage for records of up to n bytes, so that writing them, in this file and in
+  // those opened later, takes none. False when it can't be had.
+  bool reserve(int64_t n);
+  int64_t room() const { return static_cast<int64_t>(buffer_.capacity()); } // bytes held
+
   void begin();
   void put(int32_t x) { put_bytes(&x, 4); }
   void put(int64_t x) { put_bytes(&x, 8); }

@@ -73,8 +73,8 @@ void final_reports(const model_records& m, const equation_layout& layout, const 
     failed = write_memberships(m, design, mixtures, asked, state, counts, report);
   }
 
-  if (asked.analysis_type >= 2) write_lastsol(layout, store, report);
-  if (samples_matrices) write_gparlast(m, design, store, sources, asked, state, report);
+  if (asked.analysis_type >= 2) write_lastsol(layout, store, files.state, report);
+  if (samples_matrices) write_gparlast(m, design, store, sources, asked, state, files.state, report);
 
   if (failed != 0) stop_memberships(failed, report);
   hand_over_sums(store, counts);

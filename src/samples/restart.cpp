@@ -6,6 +6,7 @@
 #include "listing/stops.h"
 #include "listing/work_files.h"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 
@@ -209,10 +210,34 @@ void read_groups(const model_records& m, design_store& d, sequential_reader& in,
 
 } // namespace
 
-void write_lastsol(const equation_layout& layout, const sampler_store& store, reporting& report) {
+void reserve_state(const model_records& m, const design_store& design, const sampler_store& store,
+                   sequential_writer& out, reporting& report) {
+  std::int64_t longest = 1024; // bytes; records of lastsol and of the random sources are shorter
+  const auto grow = [&](std::int64_t bytes) { longest = std::max(longest, bytes); };
+  walk_matrices(m, store,
+                [&](std::string_view, std::string_view, std::int32_t, const double*, std::int64_t n, bool) {
+                  grow(n * static_cast<std::int64_t>(sizeof(double)));
+                  return true;
+                });
+  if (m.residual().n_hetgr > 0)
+    grow(IW_STR_of(store, m.nramat + 1, "ZEPH", report).SCALE.size() *
+         static_cast<std::int64_t>(sizeof(double)));
+  const auto records_of_width = [&](std::size_t width) {
+    grow(std::int64_t{design.nobs} * static_cast<std::int64_t>(width));
+    return true;
+  };
+  walk_latent(
+      m, [&](std::int32_t) { return records_of_width(sizeof(float)); },
+      [&](std::int32_t, std::int32_t) { return records_of_width(sizeof(double)); },
+      [&] { return records_of_width(sizeof(std::int32_t)); });
+  if (!door_opens(report) || !out.reserve(longest))
+    allocation_failure(report, "ZEPH", "gparlast", longest, allocation_status);
+}
+
+void write_lastsol(const equation_layout& layout, const sampler_store& store, sequential_writer& out,
+                   reporting& report) {
   constexpr std::string_view name = "lastsol";
   whole_file whole(path_of(report, name));
-  sequential_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   bool written = put_record(out, &layout.neq, 1);
   for (std::int32_t e = 1; e <= layout.neq && written; ++e) {
@@ -226,10 +251,9 @@ void write_lastsol(const equation_layout& layout, const sampler_store& store, re
 
 void write_gparlast(const model_records& m, const design_store& design, const sampler_store& store,
                     random_sources& sources, const directives& asked, const round_state& state,
-                    reporting& report) {
+                    sequential_writer& out, reporting& report) {
   constexpr std::string_view name = "gparlast";
   whole_file whole(path_of(report, name));
-  sequential_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   const auto round = static_cast<std::int32_t>(state.iround - 1); // the last round run
   std::int32_t cg1 = 0, cg2 = 0;

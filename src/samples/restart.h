@@ -29,15 +29,22 @@ namespace zeph {
 
 struct reporting;
 
-// Writes all of `sol`. A failure is a write_fault.
-void write_lastsol(const equation_layout& layout, const sampler_store& store, reporting& report);
+// Takes the storage of `out` for the longest record of both files, before the chain, so that
+// its state can be written whatever is left then. A failure is reported as that of the
+// variable gparlast, in bytes; a missing store IW_STR stops as impossible.
+void reserve_state(const model_records& m, const design_store& design, const sampler_store& store,
+                   sequential_writer& out, reporting& report);
+
+// Writes all of `sol` through `out`. A failure is a write_fault.
+void write_lastsol(const equation_layout& layout, const sampler_store& store, sequential_writer& out,
+                   reporting& report);
 
 // Writes the state of the chain, P_ROUND = iround - 1 first. A combined source
 // that was never used is started with its default seeds first. A failure is a
 // write_fault; a missing store IW_STR stops as impossible.
 void write_gparlast(const model_records& m, const design_store& design, const sampler_store& store,
                     random_sources& sources, const directives& asked, const round_state& state,
-                    reporting& report);
+                    sequential_writer& out, reporting& report);
 
 // Opens r_parm and reads its first part: P_ROUND, which is returned, both sources, all matrices, the
 // SCALE vectors (record g into IW_STR(nramat+g), though each holds those of group

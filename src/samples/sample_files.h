@@ -33,6 +33,7 @@ namespace zeph {
 struct sample_files {
   text_writer gib_samples, py, lpm, mix_pi, threshold;
   sequential_writer sol_samples, res_samples, scr31;
+  sequential_writer state;      // lastsol, gparlast: its storage is taken before the chain
   std::int32_t n_vector = 0;    // entries of the model vector in a row: nramat+1
   bool has_sol_samples = false; // opened in this run
   bool has_res_samples = false;

@@ -68,8 +68,11 @@ TEST(predictions, illegal_pairs_are_all_told_before_the_stop) {
 
 TEST(predictions, text_that_is_no_integer_is_illegal_input) {
   asked record("1 1\nx 1\n"), trait("1 1\n1 1.5\n");
-  EXPECT_EQ(record.stop(), illegal_input_text("ytopredict", "record(2)", "a text", "integer"));
-  EXPECT_EQ(trait.stop(), illegal_input_text("ytopredict", "trait(2)", "a text", "integer"));
+  EXPECT_EQ(record.stop(), illegal_input_text("ytopredict", "record(2)", "x", "integer"));
+  EXPECT_EQ(trait.stop(), illegal_input_text("ytopredict", "trait(2)", "1.5", "integer"));
+  asked count("1 1\n2*3.5\n"), large("1 1\n1 2147483648\n"); // the whole text, beyond 32 bits
+  EXPECT_EQ(count.stop(), illegal_input_text("ytopredict", "record(2)", "2*3.5", "integer"));
+  EXPECT_EQ(large.stop(), illegal_input_text("ytopredict", "trait(2)", "2147483648", "integer"));
 }
 
 TEST(predictions, failed_allocation_is_reported_under_its_name) {

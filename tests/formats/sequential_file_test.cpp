@@ -511,4 +511,25 @@ TEST(sequential_writer, a_directory_that_is_missing_does_not_open) {
   EXPECT_FALSE(out.ok());
 }
 
+TEST(sequential_writer, takes_no_storage_for_records_that_it_has_reserved) {
+  const scratch_file file;
+  sequential_writer out;
+  constexpr std::int64_t n = 200000; // 1.6 MB, beyond the buffer
+  ASSERT_TRUE(out.reserve(8 * n));
+  const std::int64_t room = out.room();
+  const std::vector<double> values(n, 1.5);
+  for (int time = 1; time <= 2; ++time) { // also in the next file
+    ASSERT_TRUE(out.open(file.path()));
+    for (int record = 1; record <= 3; ++record) {
+      out.begin();
+      for (const double x : values) out.put(x);
+      ASSERT_TRUE(out.end());
+    }
+    ASSERT_TRUE(out.close());
+    EXPECT_EQ(out.room(), room);
+  }
+  EXPECT_FALSE(out.reserve(-1));
+  EXPECT_FALSE(out.reserve(std::int64_t{1} << 31)); // no record is that long
+}
+
 } // namespace

@@ -71,6 +71,7 @@ struct chain_state {
   zeph_test::chain_frame frame;
   std::int64_t P_ROUND = 0;
   sequential_reader r_parm;
+  sequential_writer out;
 
   explicit chain_state(const state_form& form = {}) {
     described_model d;
@@ -132,7 +133,7 @@ struct chain_state {
     for (int i = 0; i < 7; ++i) ranf(sources.combined);
     frame.state.iround = 301;
   }
-  void write() { write_gparlast(m, design, store, sources, frame.asked, frame.state, report); }
+  void write() { write_gparlast(m, design, store, sources, frame.asked, frame.state, out, report); }
   void take(const std::string& file) const { directory.write("r_parm", file); }
   void read_first() { P_ROUND = read_r_parm(m, store, sources, frame.asked, r_parm, report); }
   void read_second() { read_r_parm_latent(m, design, r_parm, report); }
@@ -226,6 +227,25 @@ TEST(gparlast, without_the_stores_of_the_draws_stops) {
   const std::string text = expect_stop(16, c.voice, [&](reporting&) { c.write(); });
   EXPECT_EQ(text, "\nERROR - Computation impossible in ZEPH: no storage for IW_STR\n\nZEPH terminates.\n");
   EXPECT_FALSE(c.directory.has("gparlast"));
+}
+
+// A small model: the least storage is more than its longest record.
+TEST(gparlast, takes_its_storage_before_the_chain_and_none_when_it_is_written) {
+  chain_state c;
+  reserve_state(c.m, c.design, c.store, c.out, c.report);
+  const std::int64_t room = c.out.room();
+  EXPECT_GE(room, 1024);
+  c.write();
+  write_lastsol(c.layout, c.store, c.out, c.report);
+  EXPECT_EQ(c.out.room(), room);
+
+  chain_state without;
+  without.report.door = {0, 1};
+  EXPECT_EQ(expect_stop(16, without.voice,
+                        [&](reporting& r) {
+                          reserve_state(without.m, without.design, without.store, without.out, r);
+                        }),
+            allocation_text("gparlast", "1024", "ZEPH"));
 }
 
 TEST(gparlast, write_faults_stop_with_code_16) {
@@ -512,7 +532,7 @@ TEST(r_parm, categorical_trait_is_refused_after_the_first_part) {
 TEST(lastsol, holds_neq_and_every_solution) {
   chain_state c;
   c.fill_state();
-  write_lastsol(c.layout, c.store, c.report);
+  write_lastsol(c.layout, c.store, c.out, c.report);
   std::string expected = framed(bytes<std::int32_t>({13}));
   for (std::int32_t e = 1; e <= 13; ++e)
     expected += framed(bytes<std::int32_t>({e}) + bytes<double>({c.store.sol(e)}));
@@ -522,7 +542,7 @@ TEST(lastsol, holds_neq_and_every_solution) {
 TEST(lastsol, write_faults_stop_with_code_16) {
   chain_state c;
   std::filesystem::create_directory(c.directory / "lastsol");
-  EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { write_lastsol(c.layout, c.store, c.report); }),
+  EXPECT_EQ(expect_stop(16, c.voice, [&](reporting&) { write_lastsol(c.layout, c.store, c.out, c.report); }),
             illegal_input_text("lastsol", "write", "open", "the file can be opened and written"));
 }
 
@@ -565,7 +585,7 @@ TEST(oldsol, is_announced_from_test_level_2_on) {
 TEST(oldsol, written_solutions_come_back) {
   chain_state first, second;
   first.fill_state();
-  write_lastsol(first.layout, first.store, first.report);
+  write_lastsol(first.layout, first.store, first.out, first.report);
   second.directory.write("oldsol", first.directory.read("lastsol"));
   read_oldsol(second.layout, second.frame.asked, second.store, second.report);
   for (std::int32_t e = 1; e <= 13; ++e) EXPECT_EQ(second.store.sol(e), first.store.sol(e));
