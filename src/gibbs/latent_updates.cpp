@@ -11,7 +11,7 @@ namespace {
 // What liab_sample is told of record irec, from the work areas.
 liability_record described(scan_records& r, std::int32_t irec) {
   liability_record x;
-  x.mean = r.work.fitted.data();
+  x.mean = r.work.values.fitted.data();
   x.pos = r.work.pos.data();
   x.cat = r.work.category.data();
   if (r.design.Y_MMIN.allocated()) {
@@ -28,11 +28,12 @@ bool censored_code(std::int32_t code) { return code == -1 || code == 1 || code =
 
 } // namespace
 
-void bddrmc_cat(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_cat(scan_records& r, const run_frame& f) {
   const std::int32_t nt = r.model.nt;
+  const record_entries entries = entries_of(r, f.analysis_type);
   r.work.cured.fill(0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    take_record(r, f, irec, ready);
+    take_record(entries, r.work.values, irec);
     for (std::int32_t t = 1; t <= nt; ++t) {
       const bool present = trait_present(r.design.ISIT_M(irec), t, nt);
       r.work.pos(t) =
@@ -42,20 +43,21 @@ void bddrmc_cat(scan_records& r, const run_frame& f, bool ready) {
     std::int64_t c = 0;
     for (const category_record& category : r.categories.catstr)
       r.work.category(category.trait) = r.categories.catobs(++c, irec);
-    liab_sample(r, r.work.res.data(), described(r, irec));
+    liab_sample(r, r.work.values.res.data(), described(r, irec));
     for (std::int32_t t = 1; t <= nt; ++t) {
       if (!trait_present(r.design.ISIT_M(irec), t, nt)) continue;
-      const double mean = r.work.fitted(t), res = r.work.res(t);
+      const double mean = r.work.values.fitted(t), res = r.work.values.res(t);
       if (r.model.MODEL(t).TRAIT_TYPE == trait_liability)
-        store_liability(r, irec, t, stored_liability(mean, res, r.work.pos(t) != 0), ready);
+        store_observation(r.design, r.work.values, irec, t, stored_liability(mean, res, r.work.pos(t) != 0));
       if (r.model.MODEL(t).TRAIT_TYPE == trait_categorical)
-        store_liability(r, irec, t, static_cast<float>(mean + res), ready);
+        store_observation(r.design, r.work.values, irec, t, static_cast<float>(mean + res));
     }
   }
 }
 
-void bddrmc_cens(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_cens(scan_records& r, const run_frame& f) {
   const std::int32_t nt = r.model.nt;
+  const record_entries entries = entries_of(r, f.analysis_type);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     bool any = false;
     for (std::int32_t t = 1; t <= nt; ++t) {
@@ -64,13 +66,14 @@ void bddrmc_cens(scan_records& r, const run_frame& f, bool ready) {
       any = any || r.work.pos(t) != 0;
     }
     if (!any) continue;
-    take_record(r, f, irec, ready);
+    take_record(entries, r.work.values, irec);
     liability_record x = described(r, irec);
     x.censored_only = true;
-    liab_sample(r, r.work.res.data(), x);
+    liab_sample(r, r.work.values.res.data(), x);
     for (std::int32_t t = 1; t <= nt; ++t)
       if (r.work.pos(t) != 0)
-        store_liability(r, irec, t, static_cast<float>(r.work.fitted(t) + r.work.res(t)), ready);
+        store_observation(r.design, r.work.values, irec, t,
+                          static_cast<float>(r.work.values.fitted(t) + r.work.values.res(t)));
   }
 }
 
@@ -121,12 +124,12 @@ void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sam
   const bool censored = m.has_type(trait_censored) && !two_stages;
   if (!ordered && !binary && !sequence && !censored && !m.has_type(trait_mixture)) return;
   prepare_conditionals(r);
-  const bool ready = ready_residuals(r, f, fast);
-  if ((ordered || binary) && !sequence) bddrmc_cat(r, f, ready);
+  ready_values(r, f, fast);
+  if ((ordered || binary) && !sequence) bddrmc_cat(r, f);
   if (ordered && !two_stages) samp_thresholds(r, f, files);
-  if (sequence) bddrmc_cure(r, f, ready);
-  if (m.has_type(trait_mixture)) bddrmc_mix(r, f, ready);
-  if (censored) bddrmc_cens(r, f, ready);
+  if (sequence) bddrmc_cure(r, f);
+  if (m.has_type(trait_mixture)) bddrmc_mix(r, f);
+  if (censored) bddrmc_cens(r, f);
   if (!sequence && !m.has_type(trait_mixture)) return;
   if (!takes_sample(f)) return;
   write_mix_pi(files, f, r.mixtures.mix_pi, r.report);

@@ -17,10 +17,10 @@ void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sam
 // Liabilities of ordered and binary traits, record by record; from the combined
 // source one draw per latent trait that is observed, and per censored trait whose
 // value is positive, whose draw only serves the traits behind it.
-void bddrmc_cat(scan_records& r, const run_frame& f, bool ready);
+void bddrmc_cat(scan_records& r, const run_frame& f);
 
 // Values of censored observations (codes -1, 1, 2), record by record.
-void bddrmc_cens(scan_records& r, const run_frame& f, bool ready);
+void bddrmc_cens(scan_records& r, const run_frame& f);
 
 // Thresholds 2..n-2 of each ordered trait, uniform between the largest liability
 // of the category below and the smallest of the one above; thr(1) = 0 and

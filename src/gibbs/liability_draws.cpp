@@ -1,9 +1,7 @@
 #include "gibbs/liability_draws.h"
 
-#include "gibbs/record_product.h"
 #include "gibbs/residual_body.h"
 #include "numerics/normal_draws.h"
-#include "numerics/packed_matrix.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,26 +12,15 @@ namespace {
 constexpr double far_below = -99999.0; // stands for minus infinity
 constexpr float nearest = 1e-10F;      // size of a binary liability that would else change its sign
 
-// With all traits but t swept: coefficients of the others and variance of t.
+// Coefficients of the other traits in the mean of t, and its variance given them.
 void sweep_others(scan_records& r, std::int32_t h, std::int32_t t) {
+  residual_conditional& given = r.work.conditional;
   const std::int32_t nt = r.model.nt;
-  const double* R = r.sampler.RCOV.slice(h);
-  double* p = r.work.PARM.data();
-  for (std::int32_t i = 0; i < nt; ++i)
-    for (std::int32_t j = 0; j <= i; ++j) *p++ = R[i + j * nt];
-  r.work.LOGI.fill(0);
-  for (std::int32_t i = 1; i <= nt; ++i) {
-    if (i == t) continue;
-    double pivot = 0;
-    int info = 0;
-    sweep(i, r.work.PARM.data(), nt, 1e-12, r.work.LOGI.data(), pivot, info);
-  }
-  for (std::int32_t i = 1; i <= nt; ++i) {
-    const double c = r.work.PARM(ihmij(t, i, 0));
-    // a row left unswept, i = t or of next to no variance, adds nothing
-    r.work.conditional_coefficient(i, t, h) = r.work.LOGI(i) == 0 ? 0.0 : (t > i ? c : -c);
-  }
-  r.work.conditional_variance(t, h) = r.work.PARM(ihmij(t, t, 0));
+  set_matrix(given, r.sampler.RCOV.slice(h));
+  sweep_mask(given, all_traits(nt) & ~trait_bit(t, nt));
+  for (std::int32_t i = 1; i <= nt; ++i)
+    r.work.conditional_coefficient(i, t, h) = i == t ? 0.0 : coefficient_given(given, t, i);
+  r.work.conditional_variance(t, h) = covariance_given(given, t, t);
 }
 
 double conditional_mean(const scan_records& r, const double* res, std::int32_t t, std::int32_t h) {
@@ -69,34 +56,12 @@ void prepare_conditionals(scan_records& r) {
     for (std::int32_t t = 1; t <= r.model.nt; ++t) sweep_others(r, h, t);
 }
 
-bool ready_residuals(scan_records& r, const run_frame& f, bool fast) {
-  if (!fast) return false;
-  if (f.analysis_type > 0 && r.work.fast.by_masks) return true;
+void ready_values(scan_records& r, const run_frame& f, bool fast) {
+  if (!fast) return values_from_entries(r.work.values);
+  values_from_residuals(r.work.values, r.work.fast.E);
+  if (f.analysis_type > 0 && r.work.fast.by_masks) return; // as the residual pass left them
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
     fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
-  return true;
-}
-
-void take_record(scan_records& r, const run_frame& f, std::int32_t irec, bool ready) {
-  const design_store& d = r.design;
-  vec<double>&res = r.work.res, &fitted = r.work.fitted;
-  if (!ready) {
-    fitted.fill(0.0);
-    for (std::int32_t j = 1; j <= d.M_M(irec); ++j)
-      if (entry_active(r, irec, j, f.analysis_type))
-        fitted(d.XD2_M(j, irec)) += r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec);
-  }
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
-    const double y = static_cast<double>(d.Y_M(t, irec));
-    if (ready) {
-      res(t) = r.work.fast.E(irec, t);
-      fitted(t) = y - res(t);
-    } else {
-      res(t) = y - fitted(t);
-    }
-    if (f.analysis_type <= 0 && !trait_present(d.ISIT_M(irec), t, r.model.nt)) res(t) = fitted(t) = 0.0;
-    if (r.work.weighted) res(t) *= static_cast<double>(d.WV_SQRT_M(t, irec));
-  }
 }
 
 void liab_sample(scan_records& r, double* res, const liability_record& x) {
@@ -127,11 +92,6 @@ float stored_liability(double mean, double res, bool positive) {
   const float y = static_cast<float>(mean + res);
   if (positive) return y > 0.0F ? y : nearest;
   return y < 0.0F ? y : -nearest;
-}
-
-void store_liability(scan_records& r, std::int32_t irec, std::int32_t t, float y, bool ready) {
-  if (ready) r.work.fast.E(irec, t) = static_cast<double>(y) - r.work.fitted(t);
-  r.design.Y_M(t, irec) = y;
 }
 
 } // namespace zeph

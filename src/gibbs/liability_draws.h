@@ -19,14 +19,10 @@ namespace zeph {
 // Coefficients and variances of all traits and residual groups from RCOV.
 void prepare_conditionals(scan_records& r);
 
-// True when E of the fast body holds the residuals of all records with the
-// present solutions; otherwise they are made record by record. Makes E hold them
-// where the round has not done so.
-bool ready_residuals(scan_records& r, const run_frame& f, bool fast);
-
-// One record: residuals (weighted) and fitted values of its traits into
-// work.res and work.fitted. In analysis type 0 both are 0 for a missing trait.
-void take_record(scan_records& r, const run_frame& f, std::int32_t irec, bool ready);
+// Says where the values of the records come from in the latent passes: from E of
+// the fast body (fast), made to hold y - Z b where the round has not done so, or
+// from the entries.
+void ready_values(scan_records& r, const run_frame& f, bool fast);
 
 // What is known of the traits of one record, [t-1].
 struct liability_record {
@@ -50,8 +46,5 @@ void liab_sample(scan_records& r, double* res, const liability_record& x);
 // the sign that their observation gives them: never 0, since the sign is what
 // remembers the observation.
 float stored_liability(double mean, double res, bool positive);
-
-// Y_M of a trait, and its residual in E where that is kept.
-void store_liability(scan_records& r, std::int32_t irec, std::int32_t t, float y, bool ready);
 
 } // namespace zeph

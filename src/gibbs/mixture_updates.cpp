@@ -7,7 +7,6 @@
 #include "gibbs/record_product.h"
 #include "numerics/normal_draws.h"
 #include "numerics/normal_functions.h"
-#include "numerics/packed_matrix.h"
 
 #include <algorithm>
 #include <cmath>
@@ -43,13 +42,6 @@ void count_member(scan_records& r, const run_frame& f, std::int32_t irec, std::i
   if (is_sample_round(f)) ++r.mixtures.MIXZ_COUNT(t, irec);
 }
 
-// Y_M of a trait; E follows where it is kept.
-void change_observation(scan_records& r, std::int32_t irec, std::int32_t t, float y, bool ready) {
-  float& stored = r.design.Y_M(t, irec);
-  if (ready) r.work.fast.E(irec, t) += static_cast<double>(y) - static_cast<double>(stored);
-  stored = y;
-}
-
 // e' Q e, Q nt x nt
 double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
   double sum = 0;
@@ -61,10 +53,10 @@ double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
 // Residuals as if the record were in component 1 (work.e1) and in 0 (work.e0).
 void split_residuals(scan_records& r, const run_frame& f, std::int32_t irec) {
   const design_store& d = r.design;
-  std::copy(r.work.res.begin(), r.work.res.end(), r.work.e1.begin());
-  std::copy(r.work.res.begin(), r.work.res.end(), r.work.e0.begin());
+  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.e1.begin());
+  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.e0.begin());
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
-    if (d.XD6_M(j, irec) <= 0 || !entry_active(r, irec, j, f.analysis_type)) continue;
+    if (d.XD6_M(j, irec) <= 0 || !entry_active(d, r.layout, irec, j, f.analysis_type)) continue;
     const double s = r.sampler.sol(d.XD1_M(j, irec));
     const std::int32_t u = d.XD2_M(j, irec);
     if (d.ZD_M(j, irec) < coefficient_on)
@@ -75,15 +67,12 @@ void split_residuals(scan_records& r, const run_frame& f, std::int32_t irec) {
 }
 
 // Mixture coefficients of indicator t in record irec.
-void switch_coefficients(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, bool on,
-                         bool ready) {
+void switch_coefficients(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, bool on) {
   design_store& d = r.design;
+  const record_entries entries = entries_of(r, f.analysis_type);
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
     if (d.XD6_M(j, irec) != t) continue;
-    const double z = on ? 1.0 : 0.0;
-    if (ready && entry_active(r, irec, j, f.analysis_type))
-      r.work.fast.E(irec, d.XD2_M(j, irec)) -= (z - d.ZD_M(j, irec)) * r.sampler.sol(d.XD1_M(j, irec));
-    d.ZD_M(j, irec) = z;
+    store_coefficient(d, entries, r.work.values, irec, j, on ? 1.0 : 0.0);
     if (d.XD2_M(j, irec) > 0) r.work.l_mix_z(d.XD2_M(j, irec)) = on;
   }
 }
@@ -92,7 +81,7 @@ double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int
   const std::int32_t nt = r.model.nt, first = r.model.nramat + 1;
   const std::int32_t second = r.sampler.G < 2 ? 1 : 2;
   double Phi = 0, Q = 0, density = 0;
-  normal_tail(r.work.fitted(t), Phi, Q, density);
+  normal_tail(r.work.values.fitted(t), Phi, Q, density);
   const double p1 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(second), r.work.e1.data(), nt)) *
                     r.sampler.IDET_RVAR(first + second - 1) * Phi;
   const double p0 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(1), r.work.e0.data(), nt)) *
@@ -108,41 +97,41 @@ double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int
   return tau;
 }
 
-void update_indicator(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, bool ready) {
+void update_indicator(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t) {
   double a1 = 0;
   const double tau = draw_tau(r, f, irec, t, a1);
   const bool on = a1 <= tau;
   r.work.z(t) = on;
-  switch_coefficients(r, f, irec, t, on, ready);
+  switch_coefficients(r, f, irec, t, on);
   if (prints(f, irec)) {
     free_row row;
     row.text("l_mix_z: ");
     for (const logical flag : r.work.l_mix_z) row.l(flag != 0);
     say(r.report, row.str());
   }
-  liab_sample_mix(r, r.work.res.data(), r.work.fitted.data(), r.work.z.data(), r.design.ISIT_M(irec),
-                  r.design.IRESG_M(irec));
-  change_observation(r, irec, t, static_cast<float>(r.work.res(t)), ready);
+  liab_sample_mix(r, r.work.values.res.data(), r.work.values.fitted.data(), r.work.z.data(),
+                  r.design.ISIT_M(irec), r.design.IRESG_M(irec));
+  store_observation(r.design, r.work.values, irec, t, static_cast<float>(r.work.values.res(t)));
 }
 
 void print_mixture_record(scan_records& r, const run_frame& f, std::int32_t irec) {
   if (f.test_level <= 1 || f.iround >= 4 || irec >= 11) return;
-  make_riff(r, irec, f.analysis_type, r.work.weighted);
+  make_riff(r, irec, f.analysis_type, r.work.values.weighted);
   BDDRMC_XD_PRINT(r, "BDDRMC_MIX", irec, 6);
   if (irec < 4) say(r.report, "Computing residuals for liabilities");
 }
 
-void mix_record(scan_records& r, const run_frame& f, std::int32_t irec, bool ready) {
+void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
   const std::int32_t nt = r.model.nt;
   print_mixture_record(r, f, irec);
-  take_record(r, f, irec, ready);
+  take_record(entries_of(r, f.analysis_type), r.work.values, irec);
   split_residuals(r, f, irec);
   r.work.l_mix_z.fill(0);
   r.work.z.fill(0);
   std::int32_t last = 0;
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (r.model.MODEL(t).TRAIT_TYPE != trait_mixture) continue;
-    update_indicator(r, f, irec, t, ready);
+    update_indicator(r, f, irec, t);
     last = t;
   }
   if (r.sampler.G > 1 && last > 0) {
@@ -154,24 +143,6 @@ void mix_record(scan_records& r, const run_frame& f, std::int32_t irec, bool rea
       count_member(r, f, irec, t);
 }
 
-// PARM = R of group h swept on the traits of the mask, its border the residuals.
-void condition_on(scan_records& r, const double* res, std::int32_t mask, std::int32_t h) {
-  const std::int32_t nt = r.model.nt;
-  const double* R = r.sampler.RCOV.slice(h);
-  double* p = r.work.PARM.data();
-  for (std::int32_t i = 0; i < nt; ++i)
-    for (std::int32_t j = 0; j <= i; ++j) *p++ = R[i + j * nt];
-  for (std::int32_t i = 1; i <= nt; ++i) *p++ = trait_present(mask, i, nt) ? res[i - 1] : 0.0;
-  *p = 0;
-  r.work.LOGI.fill(0);
-  for (std::int32_t i = 1; i <= nt; ++i) {
-    if (!trait_present(mask, i, nt)) continue;
-    double pivot = 0;
-    int info = 0;
-    sweep(i, r.work.PARM.data(), nt + 1, 1e-12, r.work.LOGI.data(), pivot, info);
-  }
-}
-
 double mixture_liability(combined_source& source, bool on, double mean, double m, double v) {
   const double a = std::max(-mean, lowest_bound);
   if (on) return -std::clamp(GEN_TRUNC_NORMAL(source, lowest, -a, -m, v), lowest, -a);
@@ -180,17 +151,12 @@ double mixture_liability(combined_source& source, bool on, double mean, double m
 
 // ---- cure sequences ----
 
+// CURE_YHAT(:,pos) += fitted values of record irec, summed in 32 bits
 void add_fitted_row(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t pos) {
-  design_store& d = r.design;
-  float* row = d.CURE_YHAT.col(pos);
-  for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
-    if (!entry_active(r, irec, j, f.analysis_type)) continue;
-    float& fitted = row[d.XD2_M(j, irec) - 1];
-    fitted =
-        static_cast<float>(static_cast<double>(fitted) + r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec));
-  }
-  if (!r.work.weighted) return;
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) row[t - 1] *= d.WV_SQRT_M(t, irec);
+  float* row = r.design.CURE_YHAT.col(pos);
+  add_fitted(entries_of(r, f.analysis_type), irec, row);
+  if (!r.work.values.weighted) return;
+  for (std::int32_t t = 1; t <= r.model.nt; ++t) row[t - 1] *= r.design.WV_SQRT_M(t, irec);
 }
 
 void set_status(scan_records& r, std::int32_t t, std::int32_t npos, bool status) {
@@ -247,42 +213,42 @@ void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec
     if (type == trait_sequence) r.work.pos(t) = r.design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
     if (type == trait_cured) r.work.pos(t) = r.design.LOG_Z(t, npos);
     r.work.category(t) = -1;
-    r.work.fitted(t) = static_cast<double>(r.design.CURE_YHAT(t, i));
-    r.work.res(t) = y - r.work.fitted(t);
+    r.work.values.fitted(t) = static_cast<double>(r.design.CURE_YHAT(t, i));
+    r.work.values.res(t) = y - r.work.values.fitted(t);
     // as in take_record: nothing is imputed in type 0
     if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(irec), t, nt))
-      r.work.res(t) = r.work.fitted(t) = 0.0;
+      r.work.values.res(t) = r.work.values.fitted(t) = 0.0;
   }
   std::int64_t c = 0;
   for (const category_record& category : r.categories.catstr)
     r.work.category(category.trait) = r.categories.catobs(++c, irec);
 }
 
-void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i, bool ready) {
+void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i) {
   const std::int32_t nt = r.model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
     if (!trait_present(r.design.ISIT_M(irec), t, nt)) continue;
-    const double mean = r.work.fitted(t), res = r.work.res(t);
+    const double mean = r.work.values.fitted(t), res = r.work.values.res(t);
     const bool one_sided = type == trait_liability || type == trait_cured ||
                            (type == trait_sequence && r.design.LOG_Z(t, i) != 0);
     if (one_sided)
-      change_observation(r, irec, t, stored_liability(mean, res, r.work.pos(t) != 0), ready);
+      store_observation(r.design, r.work.values, irec, t, stored_liability(mean, res, r.work.pos(t) != 0));
     else if (type == trait_categorical || type == trait_sequence)
-      change_observation(r, irec, t, static_cast<float>(mean + res), ready);
+      store_observation(r.design, r.work.values, irec, t, static_cast<float>(mean + res));
     const bool counted = type == trait_liability || type == trait_sequence || type == trait_cured;
     if (counted && r.design.Y_M(t, irec) > 0.0F) count_member(r, f, irec, t);
   }
 }
 
-void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos, bool ready) {
+void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos) {
   observe_status(r, irec, npos);
   draw_status(r, npos);
   for (std::int32_t i = 1; i <= npos; ++i) {
     const std::int32_t record = irec - npos + i;
     describe_cure_record(r, f, record, i, npos);
     liability_record x;
-    x.mean = r.work.fitted.data();
+    x.mean = r.work.values.fitted.data();
     x.pos = r.work.pos.data();
     x.cat = r.work.category.data();
     x.cured = r.design.LOG_Z.col(i);
@@ -292,8 +258,8 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
     }
     x.isit = r.design.ISIT_M(record);
     x.h = r.design.IRESG_M(record);
-    liab_sample(r, r.work.res.data(), x);
-    store_cure_record(r, f, record, i, ready);
+    liab_sample(r, r.work.values.res.data(), x);
+    store_cure_record(r, f, record, i);
   }
   for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.col(i), r.model.nt, 0.0F);
 }
@@ -310,13 +276,13 @@ void start_mixing_proportions(scan_records& r) {
     if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r, t);
 }
 
-void bddrmc_mix(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_mix(scan_records& r, const run_frame& f) {
   if (f.test_level > 1 && f.iround < 4)
     say(r.report, free_row().text("bddrmc_mix - round:").i(f.iround).str());
   if (r.sampler.G > 1) r.model.residual().HETG_N_OBS.fill(0);
   r.mixtures.MIXZ_LAST.fill(0);
   r.mixtures.mix_pi.fill(0.0);
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) mix_record(r, f, irec, ready);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) mix_record(r, f, irec);
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r, t);
   if (f.test_level <= 0) return;
@@ -329,30 +295,33 @@ void bddrmc_mix(scan_records& r, const run_frame& f, bool ready) {
 void liab_sample_mix(scan_records& r, double* res, const double* mean, const logical* z, std::int32_t isit,
                      std::int32_t h) {
   const std::int32_t nt = r.model.nt;
+  residual_conditional& given = r.work.conditional;
   const auto listed = [&](std::int32_t t) {
     return r.model.MODEL(t).TRAIT_TYPE == trait_mixture && trait_present(isit, t, nt);
   };
   std::int32_t mask = isit;
   for (std::int32_t t = 1; t <= nt; ++t)
-    if (listed(t)) mask &= ~(1 << (nt - t));
+    if (listed(t)) mask &= ~trait_bit(t, nt);
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (!listed(t)) continue;
-    condition_on(r, res, mask, h);
-    const double m = -r.work.PARM(ihmij(nt + 1, t, 0)), v = r.work.PARM(ihmij(t, t, 0));
+    set_matrix(given, r.sampler.RCOV.slice(h));
+    set_border(given, res, mask);
+    sweep_mask(given, mask);
+    const double m = mean_given(given, t), v = covariance_given(given, t, t);
     res[t - 1] = mixture_liability(r.sources.combined, z[t - 1] != 0, mean[t - 1], m, v);
-    mask |= 1 << (nt - t);
+    mask |= trait_bit(t, nt);
   }
   for (std::int32_t t = 1; t <= nt; ++t)
     if (listed(t)) res[t - 1] += mean[t - 1];
 }
 
-void bddrmc_cure(scan_records& r, const run_frame& f, bool ready) {
+void bddrmc_cure(scan_records& r, const run_frame& f) {
   r.mixtures.MIXZ_LAST.fill(0);
   r.mixtures.mix_pi.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     const std::int32_t pos = std::abs(r.design.SEQ_M(irec));
     add_fitted_row(r, f, irec, pos);
-    if (r.design.SEQ_M(irec) < 0) close_sequence(r, f, irec, pos, ready);
+    if (r.design.SEQ_M(irec) < 0) close_sequence(r, f, irec, pos);
   }
   for (std::int32_t t = 1; t <= r.model.nt; ++t) divide_by_observations(r, t);
 }

@@ -25,8 +25,8 @@ void start_mixing_proportions(scan_records& r);
 // combined source for its indicator,
 //   tau = p1/(p1 + p0), p1 = exp(-e1'R1^-1 e1/2) |R1|^-1/2 Phi, p0 alike with 1 - Phi,
 // then the liabilities of the record's traits of kind 5 are drawn. A tau that is no
-// number puts the record into component 0. ready: E holds the residuals.
-void bddrmc_mix(scan_records& r, const run_frame& f, bool ready);
+// number puts the record into component 0.
+void bddrmc_mix(scan_records& r, const run_frame& f);
 
 // Liabilities of the traits of kind 5 of one record: each given the observed other
 // traits and those of kind 5 drawn before, on the side that z tells. On return
@@ -38,6 +38,6 @@ void liab_sample_mix(scan_records& r, double* res, const double* mean, const log
 // subject can fail is drawn where its status leaves that open, with probability
 //   1 - d,  d = Q/(prod Phi + Q),  prod the product of Q over the positions of kind 7,
 // then the liabilities of its records.
-void bddrmc_cure(scan_records& r, const run_frame& f, bool ready);
+void bddrmc_cure(scan_records& r, const run_frame& f);
 
 } // namespace zeph

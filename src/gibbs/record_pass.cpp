@@ -27,13 +27,13 @@ void add_right_hand_side(scan_records& r, std::int32_t irec, std::int32_t i) {
 void add_record(scan_records& r, std::int32_t analysis_type, std::int32_t irec) {
   const design_store& d = r.design;
   for (std::int32_t i = 1; i <= d.M_M(irec); ++i) {
-    if (!entry_active(r, irec, i, analysis_type)) continue;
+    if (!entry_active(r.design, r.layout, irec, i, analysis_type)) continue;
     add_right_hand_side(r, irec, i);
     const std::int32_t g = d.XD3_M(i, irec), level = d.XD4_M(i, irec);
     double* block = r.layout.DI_of(g).col(level);
     for (std::int32_t k = 1; k <= i; ++k) {
       if (d.XD3_M(k, irec) != g || d.XD4_M(k, irec) != level) continue;
-      if (!entry_active(r, irec, k, analysis_type)) continue;
+      if (!entry_active(r.design, r.layout, irec, k, analysis_type)) continue;
       block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] += record_product(d, r.work.riff, irec, i, k);
     }
   }
@@ -93,11 +93,13 @@ void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
     make_stage_riff(r, f.stage, irec, f.analysis_type, weights);
     if (printed) BDDRMC_XD_PRINT(r, "BDDRMC_GS", irec, 3);
     for (std::int32_t i = 1; i <= m; ++i) {
-      if (d.XD3_M(i, irec) != g || !entry_active(r, irec, i, f.analysis_type)) continue;
+      if (d.XD3_M(i, irec) != g || !entry_active(r.design, r.layout, irec, i, f.analysis_type)) continue;
       double rhs = r.sampler.RHS(d.XD1_M(i, irec));
       for (std::int32_t j = 1; j <= m; ++j) {
         const bool same_level = d.XD3_M(j, irec) == g && d.XD4_M(j, irec) == d.XD4_M(i, irec);
-        if (same_level || d.XD1_M(j, irec) <= 0 || !entry_active(r, irec, j, f.analysis_type)) continue;
+        if (same_level || d.XD1_M(j, irec) <= 0 ||
+            !entry_active(r.design, r.layout, irec, j, f.analysis_type))
+          continue;
         rhs -= r.sampler.sol(d.XD1_M(j, irec)) * record_product(d, r.work.riff, irec, i, j);
       }
       r.sampler.RHS(d.XD1_M(i, irec)) = rhs;

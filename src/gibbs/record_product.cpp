@@ -7,8 +7,6 @@
 namespace zeph {
 namespace {
 
-constexpr double pivot_tolerance = 1e-12;
-
 // riff(i,j) *= w_i^1/2 w_j^1/2
 void weigh_riff(const design_store& d, std::int32_t irec, std::int32_t nt, mat<double>& riff) {
   const float* root = d.WV_SQRT_M.col(irec);
@@ -38,7 +36,7 @@ void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_t
 void make_swept_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights) {
   if (analysis_type > 0) return make_riff(r, irec, analysis_type, weights);
   const design_store& d = r.design;
-  invert_observed(r.work, r.sampler.RCOV.slice(d.IRESG_M(irec)), d.ISIT_M(irec), r.model.nt,
+  invert_observed(r.work.conditional, r.sampler.RCOV.slice(d.IRESG_M(irec)), d.ISIT_M(irec),
                   r.work.riff.data());
   if (weights) weigh_riff(d, irec, r.model.nt, r.work.riff);
 }
@@ -51,21 +49,14 @@ void make_stage_riff(const scan_records& r, scan_stage stage, std::int32_t irec,
     make_riff(r, irec, analysis_type, weights);
 }
 
-void invert_observed(scan_work& work, const double* R, std::int32_t mask, std::int32_t nt, double* inverse) {
-  double* p = work.PARM.data();
-  for (std::int32_t i = 0; i < nt; ++i)
-    for (std::int32_t j = 0; j <= i; ++j) *p++ = R[i + j * nt];
-  std::fill_n(work.LOGI.data(), nt, logical{0});
-  for (std::int32_t t = 1; t <= nt; ++t) {
-    double pivot = 0;
-    int info = 0;
-    if (trait_present(mask, t, nt))
-      sweep(t, work.PARM.data(), nt, pivot_tolerance, work.LOGI.data(), pivot, info);
-  }
+void invert_observed(residual_conditional& conditional, const double* R, std::int32_t mask, double* inverse) {
+  const std::int32_t nt = conditional.nt;
+  set_matrix(conditional, R);
+  sweep_mask(conditional, mask);
   for (std::int32_t i = 1; i <= nt; ++i)
     for (std::int32_t j = 1; j <= nt; ++j) {
       const bool both = trait_present(mask, i, nt) && trait_present(mask, j, nt);
-      inverse[(i - 1) + (j - 1) * nt] = both ? work.PARM(ihmij(i, j, nt)) : 0.0;
+      inverse[(i - 1) + (j - 1) * nt] = both ? conditional.P(ihmij(i, j, nt)) : 0.0;
     }
 }
 

@@ -29,17 +29,8 @@ void make_stage_riff(const scan_records& r, scan_stage stage, std::int32_t irec,
                      bool weights);
 
 // inverse (nt x nt) of the part of R (nt x nt) that belongs to the traits of the
-// mask, by sweeps; zero in the rows and columns of the others. Works in PARM, LOGI.
-void invert_observed(scan_work& work, const double* R, std::int32_t mask, std::int32_t nt, double* inverse);
-
-// True when entry e of record irec takes part: its equation belongs to the
-// current model (and, above analysis type 0, its trait is set).
-inline bool entry_active(const scan_records& r, std::int32_t irec, std::int32_t e,
-                         std::int32_t analysis_type) {
-  const design_store& d = r.design;
-  if (analysis_type > 0 && d.XD2_M(e, irec) <= 0) return false;
-  return d.XD7_M(e, irec) == 0 || d.XD5_M(e, irec) <= r.layout.NGR(d.XD3_M(e, irec), 2);
-}
+// mask, by sweeps; zero in the rows and columns of the others.
+void invert_observed(residual_conditional& conditional, const double* R, std::int32_t mask, double* inverse);
 
 // Element (i,k) of the record product, any order of i and k.
 inline double record_product(const design_store& d, const mat<double>& riff, std::int32_t irec,

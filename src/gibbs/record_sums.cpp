@@ -23,19 +23,10 @@ double* setup_of(scan_records& r, std::int64_t mask, std::int32_t h) {
   return coefficients_of(r, mask, h) + std::int64_t{r.model.nt} * r.model.nt;
 }
 
-// PARM = R of group h swept on the present traits: its block holds R_oo^-1.
+// R of group h swept on the present traits of the mask: the block of these holds R_oo^-1.
 void sweep_present(scan_records& r, const mask_form& mask, std::int32_t h) {
-  const std::int32_t nt = r.model.nt;
-  const double* R = r.sampler.RCOV.slice(h);
-  double* p = r.work.PARM.data();
-  for (std::int32_t i = 0; i < nt; ++i)
-    for (std::int32_t j = 0; j <= i; ++j) *p++ = R[i + j * nt];
-  std::fill_n(r.work.LOGI.data(), nt, logical{0});
-  for (const std::int32_t t : mask.present) {
-    double pivot = 0;
-    int info = 0;
-    sweep(t, r.work.PARM.data(), nt, 1e-12, r.work.LOGI.data(), pivot, info);
-  }
+  set_matrix(r.work.conditional, r.sampler.RCOV.slice(h));
+  for (const std::int32_t t : mask.present) sweep_trait(r.work.conditional, t);
 }
 
 // Distribution of the missing traits given the present ones; once a round.
@@ -44,17 +35,14 @@ void prepare_conditional(scan_records& r, std::int64_t index, std::int32_t h) {
   const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
   sweep_present(r, mask, h);
+  const residual_conditional& given = r.work.conditional;
   double* coefficient = coefficients_of(r, index, h);
   for (std::int64_t i = 0; i < m; ++i) {
     const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
-    for (const std::int32_t u : mask.present) {
-      const double x =
-          r.work.LOGI(u) != 0 ? r.work.PARM(ihmij(t, u, 0)) : 0.0; // unswept: next to no variance
-      *coefficient++ = t > u ? x : -x;
-    }
+    for (const std::int32_t u : mask.present) *coefficient++ = coefficient_given(given, t, u);
     r.work.MEAN(i + 1) = 0;
     for (std::int64_t j = 0; j < m; ++j)
-      r.work.COV(1 + i + j * m) = r.work.PARM(ihmij(t, mask.missing[static_cast<std::size_t>(j)], 0));
+      r.work.COV(1 + i + j * m) = covariance_given(given, t, mask.missing[static_cast<std::size_t>(j)]);
   }
   ranmar_setgmn(r.report, r.work.MEAN.data(), r.work.COV.data(), m, static_cast<std::int32_t>(m),
                 setup_of(r, index, h), r.work.matrix_work);
@@ -85,13 +73,9 @@ void draw_conditional(scan_records& r, std::int64_t index, std::int32_t h, doubl
 
 // Y_M and E of the missing traits of record i (from 0) from their new residuals.
 void store_drawn(scan_records& r, const mask_form& mask, std::int64_t i, const double* res) {
-  for (const std::int32_t t : mask.missing) {
-    float& y = r.design.Y_M(t, i + 1);
-    double& e = r.work.fast.E(i + 1, t);
-    const double fitted = static_cast<double>(y) - e;
-    y = static_cast<float>(res[t - 1]);
-    e = static_cast<double>(y) - fitted;
-  }
+  for (const std::int32_t t : mask.missing)
+    store_observation(r.design, r.work.values, static_cast<std::int32_t>(i + 1), t,
+                      static_cast<float>(res[t - 1]));
 }
 
 void keep_sampled(scan_records& r, std::int64_t i, std::int32_t h, const double* res) {
@@ -181,35 +165,33 @@ bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64
   const residual_form& form = r.work.fast;
   const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
   sweep_present(r, mask, h);
+  const residual_conditional& swept = r.work.conditional;
   const double* S = &form.products(1, index + 1, h);
   double quadratic = 0, bound = 0;
   for (const std::int32_t t : mask.present) {
-    if (r.work.LOGI(t) == 0) return false;
+    if (swept.swept(t) == 0) return false;
     for (const std::int32_t u : mask.present) {
       const std::int32_t k = ihmij(t, u, 0);
-      quadratic += r.work.PARM(k) * S[k - 1];
+      quadratic += swept.P(k) * S[k - 1];
     }
-    bound += std::sqrt(r.work.PARM(ihmij(t, t, 0))) * form.largest(t);
+    bound += std::sqrt(swept.P(ihmij(t, t, 0))) * form.largest(t);
   }
   lik += 0.5 * quadratic +
          static_cast<double>(records * static_cast<std::int64_t>(mask.present.size())) * half_log_two_pi;
   return bound <= far_out;
 }
 
-void score_each(scan_records& r, double& lik) {
-  const std::int32_t nt = r.model.nt;
-  const bool weights = r.model.has_weights();
+void score_each(scan_records& r, const run_frame& f, double& lik) {
+  const record_entries entries = entries_of(r, f.analysis_type);
   lik = 0;
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    for (std::int32_t t = 1; t <= nt; ++t) {
-      r.work.res(t) = r.work.fast.E(irec, t);
-      if (weights) r.work.res(t) *= static_cast<double>(r.design.WV_SQRT_M(t, irec));
-    }
-    score_record(r, r.work.res, r.design.ISIT_M(irec), r.sampler.RCOV.slice(r.design.IRESG_M(irec)), lik);
+    take_record(entries, r.work.values, irec);
+    score_record(r.work.conditional, r.work.values.res, r.design.ISIT_M(irec),
+                 r.sampler.RCOV.slice(r.design.IRESG_M(irec)), lik);
   }
 }
 
-void find_density(scan_records& r, double& lik) {
+void find_density(scan_records& r, const run_frame& f, double& lik) {
   residual_form& form = r.work.fast;
   const std::int64_t masks = static_cast<std::int64_t>(form.masks.size());
   if (form.counts_move) count_masks(r.design, form);
@@ -218,7 +200,7 @@ void find_density(scan_records& r, double& lik) {
   for (std::int32_t h = 1; h <= r.sampler.G; ++h)
     for (std::int64_t m = 0; m < masks; ++m)
       if (form.counts(m + 1, h) > 0) near = add_density(r, m, h, form.counts(m + 1, h), lik) && near;
-  if (!near) score_each(r, lik);
+  if (!near) score_each(r, f, lik);
 }
 
 // True when neither observations nor coefficients change before the next round.
@@ -238,6 +220,7 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
   const std::int64_t nobs = r.design.nobs;
   const bool single = r.model.nt == 1 && form.masks.size() == 1 && form.masks[0].missing.empty() &&
                       r.sampler.G == 1 && !weights && !sampled;
+  values_from_residuals(r.work.values, form.E);
   form.products.fill(0.0);
   form.prepared.fill(0);
   form.largest.fill(0.0);
@@ -266,7 +249,7 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
     }
   }
   if (f.analysis_type > 1) add_products(r);
-  find_density(r, lik);
+  find_density(r, f, lik);
   form.valid_round = residuals_stay(r, f) ? f.iround + 1 : -1;
 }
 

@@ -283,7 +283,7 @@ std::int64_t record_of(const design_slot& slot, std::int64_t k) {
 double weighted_inverse(const scan_records& r, const run_frame& f, std::int64_t irec, std::int32_t t,
                         std::int32_t u) {
   const double c = residual_inverse(r, f, irec)[(t - 1) + (u - 1) * r.model.nt];
-  if (!r.work.weighted) return c;
+  if (!r.work.values.weighted) return c;
   if (t == u) return c * static_cast<double>(r.design.WV_M(t, irec));
   return c * static_cast<double>(r.design.WV_SQRT_M(t, irec)) *
          static_cast<double>(r.design.WV_SQRT_M(u, irec));

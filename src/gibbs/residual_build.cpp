@@ -462,8 +462,8 @@ void invert_masks(scan_records& r) {
   allocate(r.report, form.swept_inverse, "swept_inverse", routine, nt, nt, masks, r.sampler.G);
   for (std::int32_t h = 1; h <= r.sampler.G; ++h)
     for (std::int32_t k = 1; k <= masks; ++k)
-      invert_observed(r.work, r.sampler.RCOV.slice(h), form.masks[static_cast<std::size_t>(k - 1)].mask, nt,
-                      &form.swept_inverse(1, 1, k, h));
+      invert_observed(r.work.conditional, r.sampler.RCOV.slice(h),
+                      form.masks[static_cast<std::size_t>(k - 1)].mask, &form.swept_inverse(1, 1, k, h));
 }
 
 } // namespace

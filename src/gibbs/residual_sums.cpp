@@ -1,6 +1,5 @@
 #include "gibbs/residual_sums.h"
 
-#include "gibbs/record_product.h"
 #include "numerics/normal_functions.h"
 #include "numerics/packed_matrix.h"
 
@@ -8,42 +7,17 @@
 
 namespace zeph {
 
-void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bool weights) {
-  const design_store& d = r.design;
-  vec<double>& res = r.work.res;
-  res.fill(0.0);
-  for (std::int32_t j = 1; j <= d.M_M(irec); ++j)
-    if (entry_active(r, irec, j, f.analysis_type))
-      res(d.XD2_M(j, irec)) += r.sampler.sol(d.XD1_M(j, irec)) * d.ZD_M(j, irec);
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
-    res(t) = static_cast<double>(d.Y_M(t, irec)) - res(t);
-    if (weights) res(t) *= static_cast<double>(d.WV_SQRT_M(t, irec));
-  }
-}
-
 namespace {
 
-// PARM = R bordered by res, last element 0; rows unswept. res(t) of missing traits 0.
-void border_record(scan_work& work, vec<double>& res, std::int32_t isit, std::int32_t nt, const double* R) {
-  double* p = work.PARM.data();
-  for (std::int32_t i = 1; i <= nt; ++i) {
-    if (!trait_present(isit, i, nt)) res(i) = 0;
-    for (std::int32_t j = 1; j <= i; ++j) *p++ = R[(i - 1) + (j - 1) * nt];
-  }
-  for (std::int32_t i = 1; i <= nt; ++i) *p++ = res(i);
-  *p = 0;
-  for (std::int32_t i = 1; i <= nt + 1; ++i) work.LOGI(i) = 0;
-}
-
-// With the observed traits swept, P(t,nt+1) is minus the conditional mean of a
-// missing trait t and P(t,t') the conditional covariance: res = -X, X ~ N(P, P).
+// res(missing) = -X, X ~ N(m, V): m the border of the missing traits, minus their means given the
+// observed ones, V their covariance.
 void draw_missing(scan_records& r, vec<double>& res, const std::int32_t* missing, std::int32_t m) {
   scan_work& work = r.work;
-  const std::int32_t nt = r.model.nt;
+  const residual_conditional& given = work.conditional;
   for (std::int32_t i = 0; i < m; ++i) {
-    work.MEAN(i + 1) = work.PARM(ihmij(missing[i], nt + 1, 0));
+    work.MEAN(i + 1) = -mean_given(given, missing[i]);
     for (std::int32_t j = 0; j < m; ++j)
-      work.COV(1 + i + j * m) = work.PARM(ihmij(missing[i], missing[j], 0));
+      work.COV(1 + i + j * m) = covariance_given(given, missing[i], missing[j]);
   }
   ranmar_setgmn(r.report, work.MEAN.data(), work.COV.data(), m, m, work.GMN.data(), work.matrix_work);
   ranmar_genmn(r.sources.marsaglia, work.GMN.data(), work.X.data(), work.WORK.data());
@@ -51,7 +25,7 @@ void draw_missing(scan_records& r, vec<double>& res, const std::int32_t* missing
 }
 
 void add_products(scan_records& r, std::int32_t g) {
-  const vec<double>& res = r.work.res;
+  const vec<double>& res = r.work.values.res;
   const std::int32_t nt = r.model.nt;
   double* sums = r.sampler.sscp.col(r.model.nramat + g);
   for (std::int32_t i = 1, k = 1; i <= nt; ++i)
@@ -72,25 +46,24 @@ bool complete(std::int32_t isit, std::int32_t nt) {
 
 } // namespace
 
-void score_record(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
-  scan_work& work = r.work;
-  const std::int32_t nt = r.model.nt;
-  border_record(work, res, isit, nt, R);
-  for (std::int32_t t = 1; t <= nt; ++t) {
-    if (!trait_present(isit, t, nt)) continue;
-    const double z = work.PARM(ihmij(t, nt + 1, 0)) / std::sqrt(work.PARM(ihmij(t, t, 0)));
+void score_record(residual_conditional& conditional, const vec<double>& res, std::int32_t isit,
+                  const double* R, double& lik) {
+  set_matrix(conditional, R);
+  set_border(conditional, res.data(), isit);
+  for (std::int32_t t = 1; t <= conditional.nt; ++t) {
+    if (!trait_present(isit, t, conditional.nt)) continue;
+    // z = (e_t - mean) / s.d., both given the observed traits before t
+    const double z = -mean_given(conditional, t) / std::sqrt(covariance_given(conditional, t, t));
     double lower = 0, upper = 0, density = 0;
     normal_tail(z, lower, upper, density);
     lik -= std::log(density);
-    double pivot = 0;
-    int info = 0;
-    sweep(t, work.PARM.data(), nt + 1, 1e-12, work.LOGI.data(), pivot, info);
+    sweep_trait(conditional, t);
   }
 }
 
 void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
   scan_work& work = r.work;
-  score_record(r, res, isit, R, lik);
+  score_record(work.conditional, res, isit, R, lik);
   std::int32_t m = 0;
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (!trait_present(isit, t, r.model.nt)) work.IW2(++m) = t;
@@ -103,27 +76,29 @@ void start_missing_traits(scan_records& r) {
   double lik = 0;
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     if (complete(d.ISIT_M(irec), nt)) continue;
-    r.work.res.fill(0.0);
-    sample_missing(r, r.work.res, d.ISIT_M(irec), r.sampler.RCOV.slice(d.IRESG_M(irec)), lik);
-    store_missing(d, irec, nt, r.work.res);
+    r.work.values.res.fill(0.0);
+    sample_missing(r, r.work.values.res, d.ISIT_M(irec), r.sampler.RCOV.slice(d.IRESG_M(irec)), lik);
+    store_missing(d, irec, nt, r.work.values.res);
   }
 }
 
 void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik) {
   design_store& d = r.design;
   const std::int32_t nt = r.model.nt;
-  const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
+  const bool sampled = is_sample_round(f);
   lik = 0;
   if (sampled) r.sampler.dic_rrsum.fill(0.0);
+  const record_entries entries = entries_of(r, f.analysis_type);
+  values_from_entries(r.work.values);
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
-    record_residuals(r, f, irec, weights);
+    take_record(entries, r.work.values, irec);
     const std::int32_t g = d.IRESG_M(irec);
     if (f.analysis_type > 1) add_products(r, g);
-    sample_missing(r, r.work.res, d.ISIT_M(irec), r.sampler.RCOV.slice(g), lik);
-    store_missing(d, irec, nt, r.work.res);
+    sample_missing(r, r.work.values.res, d.ISIT_M(irec), r.sampler.RCOV.slice(g), lik);
+    store_missing(d, irec, nt, r.work.values.res);
     if (!sampled) continue;
     for (std::int32_t t = 1; t <= nt; ++t) {
-      const double e = r.work.res(t);
+      const double e = r.work.values.res(t);
       r.sampler.dic_ressum(t, irec) += e;
       r.sampler.dic_rrsum(t, g) += e * e;
       if (r.model.keeps_residuals()) r.design.ZEPH_RES(t, irec) = e;

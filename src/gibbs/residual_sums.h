@@ -7,9 +7,6 @@
 
 namespace zeph {
 
-// Fills work.res with the weighted residuals (Y_M - fitted) W^1/2 of record irec.
-void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bool weights);
-
 // Scores one record and draws the residuals of its missing traits.
 // Adds to lik -log of the standard normal density of each observed trait's
 // residual, conditional on the observed traits before it, in trait order; the
@@ -19,9 +16,10 @@ void record_residuals(scan_records& r, const run_frame& f, std::int32_t irec, bo
 // traits; R: nt x nt residual matrix, column-major. A complete record draws nothing.
 void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik);
 
-// The first half of it: adds the record's part to lik and leaves in PARM the
+// The first half of it: adds the record's part to lik and leaves in `conditional` the
 // matrix bordered by res and swept on the observed traits.
-void score_record(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik);
+void score_record(residual_conditional& conditional, const vec<double>& res, std::int32_t isit,
+                  const double* R, double& lik);
 
 // Start values of missing traits: a draw around 0 for each incomplete record,
 // stored in Y_M as 32-bit numbers.
@@ -30,8 +28,8 @@ void start_missing_traits(scan_records& r);
 // Residuals of all records with the present solutions; lik is their negative
 // log density. Above analysis type 1 their products go into sscp by residual
 // group, pairs of LNCOV left out, before the missing residuals are drawn; these
-// go into Y_M as they are, without the fitted value. In sample rounds residuals and their squares are summed
-// by trait and kept for the sample files.
+// go into Y_M as they are, without the fitted value. In sample rounds residuals and
+// their squares are summed by trait and kept for the sample files.
 void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik);
 
 } // namespace zeph

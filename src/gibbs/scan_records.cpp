@@ -33,21 +33,18 @@ void store_pattern_inverses(const model_records& m, scan_work& work, reporting& 
 
 } // namespace
 
-void allocate_scan_work(const model_records& m, const equation_layout& layout, const design_store& design,
-                        scan_work& work, reporting& report) {
+void allocate_scan_work(const model_records& m, const equation_layout& layout, scan_work& work,
+                        reporting& report) {
   work.nmax = largest_block(layout);
   const std::int64_t order = std::max(work.nmax, m.nt) + 1;
-  allocate(report, work.IW1, "IW1", "ZEPH1", m.nt);
   allocate(report, work.IW2, "IW2", "ZEPH1", m.nt);
-  allocate(report, work.ZDRII, "ZDRII", "ZEPH1", m.nt, design.m);
+  allocate_conditional(report, work.conditional, m.nt, "ZEPH2");
+  allocate_record_values(m, work.values, report);
   allocate(report, work.PARM, "PARM", "ZEPH2", order * (order + 1) / 2);
   allocate(report, work.LOGI, "LOGI", "ZEPH2", order);
   allocate(report, work.PARMS, "PARMS", "GIBSCAN", std::int64_t{work.nmax} * (work.nmax + 3) / 2 + 1);
   allocate(report, work.link_sums, "IPARM", "GIBSCAN", work.nmax);
   allocate(report, work.riff, "riff", "QVAgib_ALLOC", m.nt, m.nt);
-  allocate(report, work.weight_vec_sqrt, "weight_vec_sqrt", "QVAgib_ALLOC", m.nt);
-  allocate(report, work.res, "res", "Bddrmc_sscp", m.nt);
-  allocate(report, work.fitted, "fitted", "liab_sample", m.nt);
   allocate(report, work.pos, "pos", "liab_sample", m.nt);
   allocate(report, work.cured, "cured", "liab_sample", m.nt);
   allocate(report, work.category, "category", "liab_sample", m.nt);
@@ -59,7 +56,6 @@ void allocate_scan_work(const model_records& m, const equation_layout& layout, c
   allocate(report, work.conditional_coefficient, "coefficient", "liab_sample", m.nt, m.nt,
            m.n_groups_residual());
   allocate(report, work.conditional_variance, "variance", "liab_sample", m.nt, m.n_groups_residual());
-  work.weighted = m.has_weights();
   allocate(report, work.CMAT, "CMAT", "GIBSCAN", std::int64_t{work.nmax} * work.nmax);
   allocate(report, work.MEAN, "MEAN", "ZEPH2", order);
   allocate(report, work.WORK, "WORK", "ZEPH2", order);

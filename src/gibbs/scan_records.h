@@ -3,6 +3,8 @@
 
 #include "gibbs/constrained_wishart.h"
 #include "gibbs/mixture_distance.h"
+#include "gibbs/record_values.h"
+#include "gibbs/residual_conditional.h"
 #include "gibbs/residual_form.h"
 #include "input/category_store.h"
 #include "input/design_store.h"
@@ -18,22 +20,20 @@ namespace zeph {
 // Work areas of the scan, sized once before the chain.
 struct scan_work {
   std::int32_t nmax = 0;                // largest number of equations of a level
-  vec<double> PARM;                     // packed bordered matrix of order max(nmax, nt) + 1
+  vec<double> PARM;                     // packed bordered block of a level, of order max(nmax, nt) + 1
   vec<logical> LOGI;                    // its rows: swept or not
   vec<double> PARMS;                    // swept triangle of the last block
   vec<double> link_sums;                // nmax: sums of relationship element times solution
-  vec<std::int32_t> IW1, IW2;           // traits of a record, present and missing: nt each
+  vec<std::int32_t> IW2;                // nt: missing traits of a record
+  residual_conditional conditional;     // a residual matrix swept on some of its traits
+  record_values values;                 // of the current record
   mat<double> riff;                     // nt x nt: residual inverse of the current record
-  mat<double> ZDRII;                    // nt x m: row of coefficient i is column i
-  vec<double> weight_vec_sqrt;          // nt
-  vec<double> res;                      // nt: residuals of the current record
   vec<double> CMAT;                     // nmax^2, column-major: block of a level, then its factor
   vec<double> MEAN, WORK, W;            // max(nmax, nt): mean, standard normals, deviates of a level
   vec<double> COV;                      // nt^2: covariance of the missing traits given the others
   vec<double> X;                        // max(nmax, nt): one draw
   vec<double> GMN;                      // gmn_size(nt): set-up of the draw of missing traits
   matrix_draw_work matrix_work;         // of the multivariate draws
-  vec<double> fitted;                   // nt: fitted values of the current record
   vec<logical> pos, cured;              // nt: what its latent traits are known to be
   vec<logical> z, l_mix_z;              // nt: its indicators; the traits whose mixture coefficients are on
   vec<double> e1, e0;                   // nt: its residuals in component 1 and 0
@@ -41,7 +41,6 @@ struct scan_work {
   vec<std::int32_t> category;           // nt
   cube<double> conditional_coefficient; // nt x nt x groups: of trait i in the mean of trait t, (i,t,h)
   mat<double> conditional_variance;     // nt x groups
-  bool weighted = false;                // the model has weights
   constrained_work constrained;         // of residual matrices with fixed variances
   residual_form fast;                   // of the fast body
   array<double, 4> pattern_inverse;     // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
@@ -61,9 +60,14 @@ struct scan_records {
   reporting& report;
 };
 
+// The entries of the records, with the solutions as they are.
+inline record_entries entries_of(const scan_records& r, std::int32_t analysis_type) {
+  return {r.design, r.layout, r.sampler.sol, analysis_type};
+}
+
 // Allocates the work areas; failures are reported under the routine that
-// uses them. Needs the design and the groups.
-void allocate_scan_work(const model_records& m, const equation_layout& layout, const design_store& design,
-                        scan_work& work, reporting& report);
+// uses them. Needs the groups.
+void allocate_scan_work(const model_records& m, const equation_layout& layout, scan_work& work,
+                        reporting& report);
 
 } // namespace zeph

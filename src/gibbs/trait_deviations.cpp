@@ -6,7 +6,6 @@
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "gibbs/record_product.h"
-#include "gibbs/residual_sums.h"
 #include "numerics/lapack_calls.h"
 
 #include <algorithm>
@@ -29,14 +28,14 @@ double solution(const scan_records& r, const deviation_store& d, std::int32_t le
 void add_record(scan_records& r, const run_frame& f, deviation_store& d, std::int32_t irec, bool weights) {
   const std::int32_t level = r.design.G_TD_LEVEL(irec), nt = r.model.nt;
   if (level <= 0) return;
-  record_residuals(r, f, irec, weights);
+  take_record(entries_of(r, f.analysis_type), r.work.values, irec);
   make_swept_riff(r, irec, f.analysis_type, weights);
   d.A.fill(0.0);
   for (std::int32_t j = 1; j <= r.design.M_M(irec); ++j)
-    if (r.design.XD7_M(j, irec) == d.factor && entry_active(r, irec, j, f.analysis_type))
+    if (r.design.XD7_M(j, irec) == d.factor && entry_active(r.design, r.layout, irec, j, f.analysis_type))
       d.A(r.design.XD2_M(j, irec)) += 1.0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    if (trait_present(r.design.ISIT_M(irec), t, nt)) d.TD(t, level) += r.work.res(t);
+    if (trait_present(r.design.ISIT_M(irec), t, nt)) d.TD(t, level) += r.work.values.res(t);
   for (std::int32_t j = 1; j <= nt; ++j)
     for (std::int32_t i = 1; i <= nt; ++i) d.W(i, j, level) += d.A(i) * r.work.riff(i, j) * d.A(j);
 }
@@ -150,6 +149,7 @@ void write_progeny(const scan_records& r, const run_frame& f, const deviation_st
 
 void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d) {
   const bool weights = r.model.has_weights();
+  values_from_entries(r.work.values);
   d.TD.fill(0.0);
   d.W.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) add_record(r, f, d, irec, weights);

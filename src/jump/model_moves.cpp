@@ -5,7 +5,6 @@
 #include "gibbs/covariance_draws.h"
 #include "gibbs/record_product.h"
 #include "gibbs/residual_body.h"
-#include "gibbs/residual_sums.h"
 #include "jump/jump_densities.h"
 #include "jump/jump_setup.h"
 #include "numerics/packed_matrix.h"
@@ -21,19 +20,20 @@ constexpr double least_pivot = 1.0E-12;
 
 // ---- residuals ----
 
-// e' riff e, e in work.res
+// e' riff e, e the residuals of the record
 double quadratic_form(const scan_work& work, std::int32_t nt) {
   double sum = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    for (std::int32_t u = 1; u <= nt; ++u) sum += work.res(t) * work.riff(t, u) * work.res(u);
+    for (std::int32_t u = 1; u <= nt; ++u) sum += work.values.res(t) * work.riff(t, u) * work.values.res(u);
   return sum;
 }
 
 double sum_by_records(scan_records& r, const run_frame& f) {
   const bool weights = r.model.has_weights();
   double ssq = 0;
+  values_from_entries(r.work.values);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    record_residuals(r, f, irec, false);
+    read_record(entries_of(r, f.analysis_type), r.work.values, irec); // riff holds the weights
     make_riff(r, irec, f.analysis_type, weights);
     ssq += quadratic_form(r.work, r.model.nt);
   }
@@ -52,8 +52,9 @@ double product_sum(const double* a, const double* b, std::int64_t n) {
 
 // The same by the columns of the fast scan body, a block of records at a time.
 double sum_by_columns(scan_records& r, const run_frame& f) {
-  const residual_form& form = r.work.fast;
+  residual_form& form = r.work.fast;
   const std::int32_t nt = r.model.nt;
+  values_from_residuals(r.work.values, form.E);
   const bool weights = r.model.has_weights();
   double ssq = 0;
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block) {
@@ -68,8 +69,9 @@ double sum_by_columns(scan_records& r, const run_frame& f) {
       continue;
     }
     for (std::int64_t i = lo; i < hi; ++i) {
-      for (std::int32_t t = 1; t <= nt; ++t) r.work.res(t) = form.E.col(t)[i];
-      make_riff(r, static_cast<std::int32_t>(i + 1), f.analysis_type, weights);
+      const auto irec = static_cast<std::int32_t>(i + 1);
+      read_record(entries_of(r, f.analysis_type), r.work.values, irec);
+      make_riff(r, irec, f.analysis_type, weights);
       ssq += quadratic_form(r.work, nt);
     }
   }

@@ -133,7 +133,7 @@ TEST(bddrmc_cat, draws_the_listed_traits_of_each_record_in_order_and_stores_kind
   }
   EXPECT_GE(drawn_for_the_others, 2);
   scan_records r = c.records();
-  bddrmc_cat(r, c.f, false);
+  bddrmc_cat(r, c.f);
   expect_values(c.design.Y_M, wanted);
   c.expect_sources_alike();
 }
@@ -150,7 +150,7 @@ TEST(bddrmc_cens, draws_the_censored_values_alone_by_their_codes) {
     wanted(1, i) = static_cast<float>(c.s.sol(1) + res[0]);
   }
   scan_records r = c.records();
-  bddrmc_cens(r, c.f, false);
+  bddrmc_cens(r, c.f);
   expect_values(c.design.Y_M, wanted);
   c.expect_sources_alike();
 }
@@ -219,9 +219,9 @@ TEST(update_latent_variables, takes_categories_thresholds_and_censored_values_in
   scan_records r = one.records(), q = other.records();
   one.f.iround = other.f.iround = 0; // no sample
   update_latent_variables(r, one.f, false, one.files);
-  bddrmc_cat(q, other.f, false);
+  bddrmc_cat(q, other.f);
   samp_thresholds(q, other.f, other.files);
-  bddrmc_cens(q, other.f, false);
+  bddrmc_cens(q, other.f);
   EXPECT_TRUE(std::equal(one.design.Y_M.begin(), one.design.Y_M.end(), other.design.Y_M.begin()));
   EXPECT_EQ(one.categories.catstr[0].thr(2), other.categories.catstr[0].thr(2));
 }
@@ -232,7 +232,7 @@ TEST(update_latent_variables, leaves_thresholds_and_censored_values_to_the_form_
   one.f.iround = 0;
   scan_records r = one.records(), q = other.records();
   update_latent_variables(r, one.f, false, one.files);
-  bddrmc_cat(q, other.f, false);
+  bddrmc_cat(q, other.f);
   EXPECT_TRUE(std::equal(one.design.Y_M.begin(), one.design.Y_M.end(), other.design.Y_M.begin()));
   EXPECT_EQ(one.categories.catstr[0].thr(2), 0.4);
 }
@@ -253,10 +253,10 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
   }
   scan_records r = cases[0].records(), q = cases[1].records();
   update_latent_variables(r, cases[0].f, false, cases[0].files);
-  bddrmc_cat(q, cases[1].f, false);
+  bddrmc_cat(q, cases[1].f);
   samp_thresholds(q, cases[1].f, cases[1].files);
-  bddrmc_mix(q, cases[1].f, false);
-  bddrmc_cens(q, cases[1].f, false);
+  bddrmc_mix(q, cases[1].f);
+  bddrmc_cens(q, cases[1].f);
   EXPECT_TRUE(
       std::equal(cases[0].design.Y_M.begin(), cases[0].design.Y_M.end(), cases[1].design.Y_M.begin()));
   EXPECT_TRUE(

@@ -200,29 +200,6 @@ TEST(stored_liability, keeps_the_sign_of_the_observation) {
   EXPECT_EQ(stored_liability(-1.0, 0.25, false), -0.75F);
 }
 
-// Residuals of records by the fast body's store and by the entries are the same.
-TEST(take_record, gives_residuals_and_fitted_values_either_way) {
-  two_trait_case c(30, true, true, false);
-  c.f.analysis_type = 2;
-  c.f.isamp = 1;
-  scan_records r = c.records();
-  number_sequence x(3);
-  for (double& u : c.s.sol) u = x.between(-1, 1);
-  build_residual_form(r, c.f);
-  ASSERT_TRUE(ready_residuals(r, run_frame{}, true) && c.work.fast.state == form_state::ready);
-  for (std::int32_t irec = 1; irec <= 30; ++irec) {
-    const bool complete = c.design.ISIT_M(irec) == 3;
-    if (!complete) continue;
-    take_record(r, c.f, irec, true);
-    const double res[2] = {c.work.res(1), c.work.res(2)}, mean[2] = {c.work.fitted(1), c.work.fitted(2)};
-    take_record(r, c.f, irec, false);
-    for (std::int32_t t = 1; t <= 2; ++t) {
-      EXPECT_NEAR(res[t - 1], c.work.res(t), 1e-12);
-      EXPECT_NEAR(mean[t - 1], c.work.fitted(t), 1e-12);
-    }
-  }
-}
-
 TEST(samp_thresholds, draws_between_the_neighbours_liabilities_and_holds_the_outer_ones) {
   latent_record_case c({1, 1, trait_categorical});
   c.design.Y_M.take(3, 5);

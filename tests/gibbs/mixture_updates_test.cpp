@@ -80,7 +80,7 @@ TEST(bddrmc_mix, puts_records_into_components_by_their_exact_probability) {
     constexpr std::int32_t n = 40000;
     mixed_case c(n, groups);
     scan_records r = c.records();
-    bddrmc_mix(r, c.f, false);
+    bddrmc_mix(r, c.f);
     const double tau = c.tau(groups);
     double members = 0;
     for (std::int32_t i = 1; i <= n; ++i) {
@@ -110,7 +110,7 @@ TEST(bddrmc_mix, draws_liabilities_from_their_truncated_law) {
   constexpr std::int32_t n = 40000;
   mixed_case c(n, 1);
   scan_records r = c.records();
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   const double mean = -0.2 + 0.5 / 2.0 * (1.25 - 0.4), sd = std::sqrt(1.0 - 0.25 / 2.0);
   const double below = cdf(-mean / sd);
   std::vector<double> side[2];
@@ -125,7 +125,7 @@ TEST(bddrmc_mix, counts_only_in_sample_rounds) {
   mixed_case c(50, 1);
   c.f.nburn = 5;
   scan_records r = c.records();
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   for (std::int32_t i = 1; i <= 50; ++i) {
     EXPECT_EQ(c.mixtures.MIXZ_COUNT(1, i), 0);
     EXPECT_EQ(c.mixtures.TAU_STAT[1].SUM(i), 0.0);
@@ -140,7 +140,7 @@ TEST(bddrmc_mix, puts_a_far_outlier_into_component_0) {
     c.design.ZD_M(1, i) = 1.0;
   }
   scan_records r = c.records();
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   for (std::int32_t i = 1; i <= 3; ++i) {
     EXPECT_EQ(c.design.ZD_M(1, i), 0.0);
     EXPECT_LE(c.design.Y_M(2, i), 0.0F);
@@ -152,7 +152,7 @@ TEST(bddrmc_mix, gives_an_indicator_but_no_liability_to_a_record_without_the_tra
   mixed_case c(400, 1);
   for (std::int32_t i = 1; i <= 400; ++i) c.observe(i, 2); // trait 1 alone
   scan_records r = c.records();
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   std::int32_t members = 0;
   for (std::int32_t i = 1; i <= 400; ++i) {
     EXPECT_EQ(c.design.Y_M(2, i), static_cast<float>(0.3125 + 0.2)); // its residual
@@ -167,7 +167,7 @@ TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) 
   c.f.test_level = 1;
   scan_records r = c.records();
   c.said();
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   const std::string text = c.said();
   std::size_t rows = 0;
   for (std::size_t at = text.find("tau,a1: "); at != std::string::npos; at = text.find("tau,a1: ", at + 1))
@@ -177,7 +177,7 @@ TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) 
   EXPECT_NE(text.find("Round,mix_pi: " + I(1)), std::string::npos);
   EXPECT_EQ(text.find("bddrmc_mix - round:"), std::string::npos);
   c.f.test_level = 2;
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   const std::string more = c.said();
   const auto count = [&more](const std::string& words) {
     int n = 0;
@@ -189,7 +189,7 @@ TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) 
   EXPECT_EQ(count("Group    level Eq/level Eq type  Contribution"), 10);
   EXPECT_EQ(count("Computing residuals for liabilities\n"), 3);
   c.f.iround = 4;
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   EXPECT_EQ(c.said().find("tau"), std::string::npos);
 }
 
@@ -323,7 +323,7 @@ TEST(bddrmc_cure, draws_who_can_fail_by_the_probability_of_a_sequence_without_ev
   constexpr std::int32_t subjects = 20000, length = 3;
   sequence_case c(subjects, length);
   scan_records r = c.records();
-  bddrmc_cure(r, c.f, false);
+  bddrmc_cure(r, c.f);
   const double none = std::pow(cdf(0.5), length), able = cdf(0.25);
   const double p = none * able / (none * able + 1.0 - able);
   double failing = 0;
@@ -345,7 +345,7 @@ TEST(bddrmc_cure, draws_the_status_of_cured_subjects_free_and_of_others_by_what_
   sequence_case c(subjects, 2);
   c.design.CURE_Y[0](2) = 1; // the first subject has an event
   scan_records r = c.records();
-  bddrmc_cure(r, c.f, false);
+  bddrmc_cure(r, c.f);
   EXPECT_EQ(c.mixtures.MIXZ_LAST(2, 2), 1);
   EXPECT_LT(c.design.Y_M(1, 1), 0.0F);
   EXPECT_GT(c.design.Y_M(1, 2), 0.0F);
@@ -361,7 +361,7 @@ TEST(bddrmc_cure, counts_positive_values_over_the_observed_records) {
   sequence_case c(2, 2);
   c.design.CURE_Y[0](2) = c.design.CURE_Y[0](4) = 1;
   scan_records r = c.records();
-  bddrmc_cure(r, c.f, false);
+  bddrmc_cure(r, c.f);
   EXPECT_EQ(c.mixtures.mix_pi(1), 0.5); // 2 of 4
   EXPECT_EQ(c.mixtures.mix_pi(2), 1.0); // 2 of 2
   EXPECT_EQ(c.mixtures.MIXZ_COUNT(1, 2), 1);
@@ -377,7 +377,7 @@ TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
   c.s.sol(1) = 1.0, c.s.sol(2) = std::ldexp(1.0, -24) + std::ldexp(1.0, -50);
   c.design.XD2_M(2, 2) = 1; // both effects in trait 1 of record 2
   scan_records r = c.records();
-  bddrmc_cure(r, c.f, false);
+  bddrmc_cure(r, c.f);
   EXPECT_EQ(c.design.CURE_YHAT(1, 1), 1.0F);
   EXPECT_EQ(c.design.CURE_YHAT(1, 2), 1.0F + std::ldexp(1.0F, -23));
 }
@@ -391,7 +391,7 @@ TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
   scan_records r = c.records();
   r.sampler.RCOV(1, 2, 1) = r.sampler.RCOV(2, 1, 1) = 0.5;
   prepare_conditionals(r);
-  bddrmc_cure(r, c.f, false);
+  bddrmc_cure(r, c.f);
   for (std::int32_t i = 1; i <= 150; ++i) EXPECT_TRUE(std::isfinite(c.design.Y_M(1, i))) << i;
 }
 
@@ -491,7 +491,7 @@ TEST(bddrmc_mix, draws_for_each_indicator_a_uniform_and_all_liabilities_and_grou
     second += z[1];
   }
   scan_records r = c.records();
-  bddrmc_mix(r, c.f, false);
+  bddrmc_mix(r, c.f);
   for (std::int32_t i = 1; i <= c.count; ++i) {
     const auto at = static_cast<std::size_t>(i - 1);
     EXPECT_NEAR(c.design.Y_M(2, i), Y[at][0], 2e-6F) << i;

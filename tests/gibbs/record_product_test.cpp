@@ -71,22 +71,4 @@ TEST(record_product, is_doubled_for_two_coefficients_of_one_equation_but_not_on_
   EXPECT_NEAR(record_product(c.design, c.work.riff, 1, m - 1, m - 1), 0.75 * 0.75 * R(1, 1), 1e-14);
 }
 
-TEST(entry_active, asks_for_a_trait_above_type_0_only) {
-  two_trait_case c(1, false, false, false);
-  EXPECT_TRUE(entry_active(c.records(), 1, 1, 1));
-  c.design.XD2_M(1, 1) = 0;
-  EXPECT_FALSE(entry_active(c.records(), 1, 1, 1));
-  EXPECT_TRUE(entry_active(c.records(), 1, 1, 0));
-}
-
-TEST(entry_active, is_false_for_rows_of_a_factor_beyond_the_current_model) {
-  two_trait_case c(1, false, false, false);
-  c.layout.NGR(5, 2) = 1; // factor 1 with its first row alone
-  for (std::int32_t e = 1; e <= c.design.M_M(1); ++e) {
-    const bool second_row = c.design.XD7_M(e, 1) == 1 && c.design.XD5_M(e, 1) == 2;
-    EXPECT_EQ(entry_active(c.records(), 1, e, 0), !second_row);
-    EXPECT_EQ(entry_active(c.records(), 1, e, 1), !second_row);
-  }
-}
-
 } // namespace

@@ -49,32 +49,6 @@ double sums(scan_case& c, std::int64_t round) {
   return lik;
 }
 
-TEST(record_residuals, are_observations_less_fitted_values_times_roots_of_weights) {
-  two_trait_case c(6, true, false, false);
-  some_solutions(c);
-  c.f.analysis_type = 1;
-  scan_records records = c.records();
-  for (std::int32_t r = 1; r <= 6; ++r) {
-    record_residuals(records, c.f, r, true);
-    const std::vector<double> e = residuals(c, r);
-    for (std::int32_t t = 1; t <= 2; ++t)
-      EXPECT_NEAR(c.work.res(t), e[static_cast<std::size_t>(t - 1)], 1e-14);
-  }
-}
-
-TEST(record_residuals, leave_rows_beyond_the_current_model_out) {
-  two_trait_case c(1, false, false, false), less(1, false, false, false);
-  some_solutions(c);
-  some_solutions(less);
-  c.layout.NGR(5, 2) = 1;
-  for (std::int32_t l = 1; l <= 4; ++l) less.s.sol(less.equation(5, l, 2)) = 0.0;
-  c.f.analysis_type = less.f.analysis_type = 1;
-  scan_records records = c.records(), others = less.records();
-  record_residuals(records, c.f, 1, false);
-  record_residuals(others, less.f, 1, false);
-  for (std::int32_t t = 1; t <= 2; ++t) EXPECT_EQ(c.work.res(t), less.work.res(t));
-}
-
 TEST(Bddrmc_sscp, sums_the_negative_log_density_without_the_scales) {
   for (const bool weights : {false, true}) {
     two_trait_case c(30, weights, false, true);
@@ -105,7 +79,7 @@ TEST(sample_missing, scores_the_observed_traits_of_a_record) {
     std::vector<std::int32_t> seen;
     std::vector<double> observed;
     for (std::int32_t t = 1; t <= 3; ++t) {
-      c.work.res(t) = e[t - 1];
+      c.work.values.res(t) = e[t - 1];
       if (!trait_present(mask, t, 3)) continue;
       seen.push_back(t);
       observed.push_back(e[t - 1]);
@@ -117,11 +91,11 @@ TEST(sample_missing, scores_the_observed_traits_of_a_record) {
             d.residual[static_cast<std::size_t>((seen[i] - 1) * 3 + seen[j] - 1)];
     double lik = 1.0;
     scan_records records = c.records();
-    sample_missing(records, c.work.res, mask, c.s.RCOV.slice(1), lik);
+    sample_missing(records, c.work.values.res, mask, c.s.RCOV.slice(1), lik);
     EXPECT_NEAR(lik, 1.0 + unscaled_density(observed, R), 1e-13) << mask;
     for (std::int32_t t = 1; t <= 3; ++t) {
       if (!trait_present(mask, t, 3)) continue;
-      EXPECT_EQ(c.work.res(t), e[t - 1]);
+      EXPECT_EQ(c.work.values.res(t), e[t - 1]);
     }
   }
 }
@@ -133,14 +107,14 @@ TEST(sample_missing, leaves_the_conditional_moments_of_a_missing_trait) {
   d.residual = {2.0, 0.5, 0.5, 1.0};
   scan_case c(d);
   c.start(1);
-  c.work.res(1) = 3.0, c.work.res(2) = 8.0;
+  c.work.values.res(1) = 3.0, c.work.values.res(2) = 8.0;
   double lik = 0;
   RMARIN(c.sources.marsaglia, 1802, 9373);
   scan_records records = c.records();
-  sample_missing(records, c.work.res, 2, c.s.RCOV.slice(1), lik);
+  sample_missing(records, c.work.values.res, 2, c.s.RCOV.slice(1), lik);
   // trait 2 given residual 3 of trait 1: mean 0.5 / 2 x 3, variance 1 - 0.25 / 2
-  EXPECT_NEAR(c.work.PARM(5), -0.75, 1e-15);
-  EXPECT_NEAR(c.work.PARM(3), 0.875, 1e-15);
+  EXPECT_NEAR(c.work.conditional.P(5), -0.75, 1e-15);
+  EXPECT_NEAR(c.work.conditional.P(3), 0.875, 1e-15);
 }
 
 TEST(Bddrmc_sscp, sums_residuals_by_record_and_squares_by_group_in_sample_rounds_only) {

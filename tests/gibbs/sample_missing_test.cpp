@@ -33,7 +33,7 @@ struct bare_case : scan_case {
   void draw(std::int32_t mask) {
     scan_records all = records();
     double lik = 0;
-    sample_missing(all, work.res, mask, s.RCOV.slice(1), lik);
+    sample_missing(all, work.values.res, mask, s.RCOV.slice(1), lik);
   }
 };
 
@@ -71,7 +71,7 @@ TEST(sample_missing, draws_one_normal_per_missing_trait_from_the_conditional_dis
   const double e[3] = {0.5, -1.25, 2.0};
   for (std::int32_t mask = 0; mask <= 6; ++mask) {
     bare_case c;
-    for (std::int32_t t = 1; t <= 3; ++t) c.work.res(t) = e[t - 1];
+    for (std::int32_t t = 1; t <= 3; ++t) c.work.values.res(t) = e[t - 1];
     marsaglia_source same = c.sources.marsaglia;
     c.draw(mask);
     const conditional exact(c, mask, e);
@@ -88,9 +88,9 @@ TEST(sample_missing, draws_one_normal_per_missing_trait_from_the_conditional_dis
         L(i, j) = i == j ? std::sqrt(rest) : rest / L(j, j);
         expected -= L(i, j) * z[static_cast<std::size_t>(j - 1)];
       }
-      EXPECT_NEAR(c.work.res(conditional::at(exact.missing, i)), expected, 1e-13) << mask;
+      EXPECT_NEAR(c.work.values.res(conditional::at(exact.missing, i)), expected, 1e-13) << mask;
     }
-    for (const std::int32_t t : exact.seen) EXPECT_EQ(c.work.res(t), e[t - 1]);
+    for (const std::int32_t t : exact.seen) EXPECT_EQ(c.work.values.res(t), e[t - 1]);
     EXPECT_EQ(RANMAR(c.sources.marsaglia), RANMAR(same)) << mask;
   }
 }
@@ -106,17 +106,17 @@ TEST(sample_missing, adds_nothing_to_the_density_of_a_record_without_observation
   bare_case c;
   scan_records all = c.records();
   double lik = 3.5;
-  sample_missing(all, c.work.res, 0, c.s.RCOV.slice(1), lik);
+  sample_missing(all, c.work.values.res, 0, c.s.RCOV.slice(1), lik);
   EXPECT_EQ(lik, 3.5);
 }
 
 TEST(sample_missing, takes_what_stood_in_a_missing_place_for_nothing) {
   bare_case one, other;
-  one.work.res(1) = other.work.res(1) = 1.0;
-  other.work.res(2) = 1e6;
+  one.work.values.res(1) = other.work.values.res(1) = 1.0;
+  other.work.values.res(2) = 1e6;
   one.draw(4);
   other.draw(4);
-  for (std::int32_t t = 1; t <= 3; ++t) EXPECT_EQ(one.work.res(t), other.work.res(t));
+  for (std::int32_t t = 1; t <= 3; ++t) EXPECT_EQ(one.work.values.res(t), other.work.values.res(t));
 }
 
 TEST(start_missing_traits, are_drawn_around_zero_record_by_record_and_stored_in_32_bits) {
@@ -132,7 +132,7 @@ TEST(start_missing_traits, are_drawn_around_zero_record_by_record_and_stored_in_
   ranmar_restore(alone.sources.marsaglia, ranmar_state(same));
   std::int32_t normals = 0;
   for (std::int32_t r = 1; r <= 4; ++r) {
-    alone.work.res.fill(0.0);
+    alone.work.values.res.fill(0.0);
     alone.draw(masks[r - 1]);
     for (std::int32_t t = 1; t <= 3; ++t) {
       const float old = before[static_cast<std::size_t>((r - 1) * 3 + t - 1)];
@@ -141,8 +141,8 @@ TEST(start_missing_traits, are_drawn_around_zero_record_by_record_and_stored_in_
         continue;
       }
       ++normals;
-      EXPECT_EQ(c.design.Y_M(t, r), static_cast<float>(alone.work.res(t)));
-      EXPECT_NE(static_cast<double>(c.design.Y_M(t, r)), alone.work.res(t)); // so narrowed
+      EXPECT_EQ(c.design.Y_M(t, r), static_cast<float>(alone.work.values.res(t)));
+      EXPECT_NE(static_cast<double>(c.design.Y_M(t, r)), alone.work.values.res(t)); // so narrowed
     }
   }
   for (; normals > 0; --normals) ranmar_snorm(same);
@@ -183,7 +183,7 @@ TEST(Bddrmc_sscp, sums_products_before_it_draws_and_stores_what_it_draws_without
   ASSERT_NE(c.design.ISIT_M(12), 3);
   for (std::int32_t t = 1; t <= 2; ++t) {
     if (trait_present(c.design.ISIT_M(12), t, 2)) continue;
-    EXPECT_EQ(c.design.Y_M(t, 12), static_cast<float>(c.work.res(t)));
+    EXPECT_EQ(c.design.Y_M(t, 12), static_cast<float>(c.work.values.res(t)));
   }
 }
 

@@ -54,7 +54,7 @@ struct scan_case {
       for (std::int32_t t = 1; t <= m.nt; ++t) weigh(r, t, 1.0F);
     }
     read_relationships(m, relations, quiet.report);
-    allocate_scan_work(m, layout, design, work, quiet.report);
+    allocate_scan_work(m, layout, work, quiet.report);
   }
 
   void observe(std::int32_t r, std::int32_t mask) { design.ISIT_M(r) = design.C_ISIT_M(r) = mask; }
