@@ -32,7 +32,7 @@ struct run {
   mixture_store mixtures;
   deviation_store deviations;
   random_sources sources{report};
-  scan_work work;
+  round_work work;
   sample_files files;
   jump_store jump;
   prediction_store predictions;

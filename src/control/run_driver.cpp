@@ -175,8 +175,8 @@ void start_run(run& r) {
   start_chain_values(r);
   load_data(r);
   check_codes(r.model, r.report); // the reports of the end read it
-  allocate_scan_work(r.model, r.layout, r.work, r.report);
-  prepare_residual_draw(r.model, r.frame, r.work.constrained, r.work.matrix_work, r.report);
+  allocate_round_work(r.model, r.layout, r.work, r.report);
+  prepare_residual_draw(r.model, r.frame, r.work.matrices.constrained, r.work.matrices.draw, r.report);
   start_latent_values(r);
   restart_latent_values(r);
   scan_records records = records_of(r);

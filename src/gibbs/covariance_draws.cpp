@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/constrained_wishart.h"
+#include "gibbs/scan_records.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "numerics/cholesky_family.h"
@@ -117,14 +118,14 @@ void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
   make_scale(r.report, iw, p, "random effect", k);
   rinvwish(r.report, r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
-           r.work.matrix_work);
+           r.work.matrices.draw);
   invert_drawn(r.report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
   if (f.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
       for (std::int32_t i = 1; i <= p; ++i) s.GIF(i, j, k) = iw.W_INV(i, j);
   s.IDET_RVAR(k) =
-      std::sqrt(det_into(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p, r.work.matrix_work.L.data()));
+      std::sqrt(det_into(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p, r.work.matrices.draw.L.data()));
   if (printed(f)) print_inverse(r.report, iw.W_INV, p);
 }
 
@@ -172,7 +173,7 @@ double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, st
 // W drawn for the sums that it holds and their inverse in sscp_f; again while
 // masking spoils it, which W_INV is scratch for. h: residual group.
 void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32_t h, std::int32_t df) {
-  constrained_work& constrained = r.work.constrained;
+  constrained_work& constrained = r.work.matrices.constrained;
   const bool restricted = !constrained.lists.C.empty();
   if (restricted) {
     std::copy(iw.W.begin(), iw.W.end(), constrained.S.begin());
@@ -181,10 +182,10 @@ void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
     if (restricted)
       rinvwish_con(r.report, r.sources, constrained, r.sampler.RCOV.slice(h), df, iw.W, iw.SCALE,
-                   r.work.matrix_work);
+                   r.work.matrices.draw);
     else
       rinvwish(r.report, r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1),
-               r.model.nt, df, r.work.matrix_work);
+               r.model.nt, df, r.work.matrices.draw);
     if (r.model.n_norcov == 0 || mask_drawn(r, iw.W, iw.W_INV)) return;
   }
   computation_impossible(r.report, "sample_covariances",
@@ -211,13 +212,20 @@ void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
     std::copy(iw.W_INV.begin(), iw.W_INV.end(), s.RCOVI.slice(h));
     std::copy(iw.W.begin(), iw.W.end(), s.RCOV.slice(h));
   }
-  const double d = det_into(r.report, iw.W_INV.data(), nt, nt, r.work.matrix_work.L.data());
+  const double d = det_into(r.report, iw.W_INV.data(), nt, nt, r.work.matrices.draw.L.data());
   s.IDET_RVAR(column) = std::sqrt(d);
   s.LVDET(column) -= std::log(d);
   if (printed(f)) print_inverse(r.report, iw.W_INV, nt);
 }
 
 } // namespace
+
+void allocate_covariance_work(const model_records& m, covariance_work& work, reporting& report) {
+  std::int32_t n = 0;
+  for (std::int32_t k = 1; k <= m.nramat + 1; ++k) n = std::max(n, m.RMAT(k).n_rc);
+  allocate(report, work.t, "t", "sscp_random", n);
+  fit_matrix_work(report, work.draw, std::max(n, m.nt));
+}
 
 void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p) {
   const structure_record& factor = r.model.RMAT(k);
@@ -238,7 +246,7 @@ void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p) {
   } else {
     const bool reduced = structure_is(factor, "PED") && factor.L_RAM;
     const relationship_rows& rows = reduced ? r.relations.ram_of(k) : r.relations.of(k);
-    related_sum(u, rows, factor.n_rc, p, r.work.link_sums.data(), sums);
+    related_sum(u, rows, factor.n_rc, p, r.work.matrices.t.data(), sums);
   }
 }
 

@@ -7,10 +7,23 @@
 // q - p - 1 and S. G0 is the start matrix, so that the prior mean is G0.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/constrained_wishart.h"
+#include "input/relationships.h"
 #include "input/run_frame.h"
+#include "input/sampler_store.h"
+#include "numerics/random_sources.h"
 
 namespace zeph {
+
+struct scan_records;
+
+struct covariance_work {
+  constrained_work constrained; // of residual matrices with fixed variances
+  matrix_draw_work draw;
+  vec<double> t; // largest order of a factor: sum of relationship element times solution
+};
+
+void allocate_covariance_work(const model_records& m, covariance_work& work, reporting& report);
 
 // Adds to sscp(:,k) the sums of squares of each factor k over its relationship,
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its

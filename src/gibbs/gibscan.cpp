@@ -3,13 +3,10 @@
 #include "listing/listing_rows.h"
 #include "listing/run_log.h"
 #include "formats/free_format.h"
-#include "gibbs/covariance_draws.h"
-#include "gibbs/group_scan.h"
 #include "gibbs/latent_updates.h"
 #include "gibbs/record_pass.h"
-#include "gibbs/record_sums.h"
 #include "gibbs/residual_body.h"
-#include "gibbs/residual_sums.h"
+#include "gibbs/scan_groups.h"
 #include "gibbs/scan_prints.h"
 #include "input/class_effect_covariates.h"
 #include "samples/accumulators.h"
@@ -44,16 +41,13 @@ void take_sample(scan_records& r, run_frame& f, sample_files& files) {
   write_residual_samples(r.model, r.design, f, files, r.report);
 }
 
-// Residual sums, new (co)variance matrices, the sample of the round.
-void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
+// After the groups: residual sums, new (co)variance matrices, latent values, the sample of the round.
+template <class Body> void post_scan(const Body& body, scan_records& r, run_frame& f, sample_files& files) {
   r.sampler.sscp.fill(0.0);
   const bool sampled = takes_sample(f);
   if (f.analysis_type > 0) {
     double lik = 0;
-    if (fast)
-      sum_records(r, f, lik);
-    else
-      Bddrmc_sscp(r, f, lik);
+    body.residual_pass(r, f, lik);
     if (sampled) write_py(files, f, lik, r.report);
   }
   if (f.analysis_type > 2) {
@@ -61,11 +55,15 @@ void post_scan(scan_records& r, run_frame& f, sample_files& files, bool fast) {
     sample_covariances(r, f);
   }
   ranmar_save(r.sources.marsaglia);
-  update_latent_variables(r, f, fast, files);
+  if (has_latent_traits(r.model, f)) {
+    body.ready_values(r, f);
+    update_latent_variables(r, f, files);
+  }
   if (sampled) take_sample(r, f, files);
 }
 
-template <class Body> void scan_with(Body body, scan_records& r, run_frame& f, solver_sums& sums) {
+template <class Body>
+void round_with(const Body& body, scan_records& r, run_frame& f, solver_sums& sums, sample_files& files) {
   if (scans_in_two_stages(f)) {
     f.stage = scan_stage::sources;
     body.begin_round(r, f);
@@ -77,6 +75,7 @@ template <class Body> void scan_with(Body body, scan_records& r, run_frame& f, s
   if (f.test_level > 2) print_equations(r, f);
   scan_groups(body, r, f, sums);
   f.stage = scan_stage::all;
+  post_scan(body, r, f, files);
 }
 
 // "Round=" and the relative change; the mark of convergence when it is small.
@@ -94,12 +93,10 @@ void GIBSCAN(scan_records& r, run_frame& f, sample_files& files) {
   sums.omega = f.iround < first_relaxed_round ? 0.0 : relaxation;
   f.dens = 0;
   f.ist = 0;
-  const bool fast = fast_body_serves(r, f);
-  if (fast)
-    scan_with(residual_body(), r, f, sums);
+  if (body_of(r, f) == scan_body::fast)
+    round_with(residual_body(), r, f, sums, files);
   else
-    scan_with(record_pass(), r, f, sums);
-  post_scan(r, f, files, fast);
+    round_with(record_pass(), r, f, sums, files);
   if (f.analysis_type == 0) judge_convergence(r.report, f, sums);
 }
 

@@ -5,6 +5,7 @@
 #include "listing/stops.h"
 #include "listing/work_files.h"
 #include "formats/free_format.h"
+#include "gibbs/scan_records.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
@@ -21,11 +22,11 @@ constexpr double largest_snorm = 5.3;                   // ranmar_snorm, of 24-b
 // PARM = block, border RHS, last element 0; rows unswept
 void border_block(scan_records& r, const double* block, const double* rhs, std::int32_t n) {
   const std::int32_t packed = n * (n + 1) / 2;
-  double* parm = r.work.PARM.data();
+  double* parm = r.work.levels.bordered.data();
   std::copy_n(block, packed, parm);
   std::copy_n(rhs, n, parm + packed);
   parm[packed + n] = 0;
-  std::fill_n(r.work.LOGI.data(), n + 1, logical{0});
+  std::fill_n(r.work.levels.swept.data(), n + 1, logical{0});
 }
 
 void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k,
@@ -53,7 +54,8 @@ void say_block(scan_records& r, const run_frame& f, const double* block, std::in
     for (std::int32_t j1 = 1; j1 <= j; ++j1) {
       ++element;
       say(r.report, free_row().text("j,j1,k,l : ").i(j).i(j1).i(g).i(element).str());
-      say(r.report, free_row().i(j).i(j1).r8(block[element - 1]).r8(r.work.PARMS(element)).str());
+      say(r.report,
+          free_row().i(j).i(j1).r8(block[element - 1]).r8(r.work.levels.swept_block(element)).str());
       ++r.report.nlines;
       if (r.report.nlines <= largest_listing) continue;
       say(r.report);
@@ -72,18 +74,18 @@ void sweep_block(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
   const double* block = r.layout.DI_of(g).col(l);
   border_block(r, block, r.sampler.RHS.data() + e0, n);
-  double* parm = r.work.PARM.data();
+  double* parm = r.work.levels.bordered.data();
   f.ist = 0;
   for (std::int32_t k = 1; k <= n; ++k) {
     double pivot = 0;
     int info = 0;
-    sweep(k, parm, n + 1, sweep_tolerance, r.work.LOGI.data(), pivot, info);
+    sweep(k, parm, n + 1, sweep_tolerance, r.work.levels.swept.data(), pivot, info);
     if (pivot > dependency_pivot) continue;
     say_dependency(r, f, g, l, k, pivot);
     ++f.ist;
   }
   if (f.ist == 0) return;
-  std::copy_n(parm, n * (n + 1) / 2, r.work.PARMS.data());
+  std::copy_n(parm, n * (n + 1) / 2, r.work.levels.swept_block.data());
   say_block(r, f, block, g, l, n);
 }
 
@@ -122,7 +124,7 @@ void judge_redraws(scan_records& r, std::int64_t redraws, const double* mean, st
                    Variance&& variance) {
   if (redraws % redraws_between_looks != 0) return;
   bool vain = file_exists(r.report, "STOP");
-  for (const std::int32_t e : r.work.distances)
+  for (const std::int32_t e : r.work.levels.distances)
     vain = vain || mean[e - 1] + largest_snorm * std::sqrt(n * variance(e - 1)) < least_distance;
   if (!vain) return;
   computation_impossible(r.report, "GIBSCAN",
@@ -135,6 +137,25 @@ void judge_redraws(scan_records& r, std::int64_t redraws, const double* mean, st
 
 } // namespace
 
+void allocate_level_work(const model_records& m, const equation_layout& layout, level_work& work,
+                         reporting& report) {
+  std::int32_t n = 0;
+  for (std::int32_t g = 1; g <= layout.ngroups; ++g) n = std::max(n, layout.NGR(g, 2));
+  const std::int64_t order = std::int64_t{n} + 1, packed = order * (order + 1) / 2;
+  work.nmax = n;
+  allocate(report, work.bordered, "PARM", "ZEPH2", packed);
+  allocate(report, work.swept, "LOGI", "ZEPH2", order);
+  allocate(report, work.swept_block, "PARMS", "GIBSCAN", packed);
+  allocate(report, work.link_sums, "IPARM", "GIBSCAN", n);
+  allocate(report, work.C, "CMAT", "GIBSCAN", std::int64_t{n} * n);
+  allocate(report, work.mean, "MEAN", "ZEPH2", order);
+  allocate(report, work.z, "WORK", "ZEPH2", order);
+  allocate(report, work.w, "W", "GIBSCAN", order);
+  allocate(report, work.x, "X", "ZEPH2", order);
+  fit_matrix_work(report, work.draw, n);
+  work.distances = mixture_distances(m);
+}
+
 void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info) {
   say(report, free_row().text("Group: ").i(g).text(routine).i(info).str());
   stop_run(report, exit_block_factor);
@@ -145,7 +166,7 @@ void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_
   const std::int64_t first = rows.start(l), last = rows.start(l + 1);
   if (first == last) return;
   const std::int64_t base = r.model.NBEGRA(k), stride = r.model.RMAT(k).n_rc;
-  double* sums = r.work.link_sums.data();
+  double* sums = r.work.levels.link_sums.data();
   std::fill_n(sums, p, 0.0);
   const double* sol = r.sampler.sol.data() + base;
   for (std::int64_t node = first; node < last; ++node) {
@@ -165,7 +186,7 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
   sweep_block(r, f, g, l, n);
-  const double* parm = r.work.PARM.data();
+  const double* parm = r.work.levels.bordered.data();
   const std::int32_t packed = n * (n + 1) / 2;
   double* sol = r.sampler.sol.data() + e0;
   for (std::int32_t i = 0; i < n; ++i) {
@@ -179,7 +200,8 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
 void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  double *c = r.work.CMAT.data(), *mean = r.work.MEAN.data(), *z = r.work.WORK.data(), *w = r.work.W.data();
+  double *c = r.work.levels.C.data(), *mean = r.work.levels.mean.data(), *z = r.work.levels.z.data(),
+         *w = r.work.levels.w.data();
   unpack_block(r.layout.DI_of(g).col(l), n, c);
   std::copy_n(r.sampler.RHS.data() + e0, n, mean);
   int info = 0;
@@ -189,15 +211,15 @@ void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32
   if (info != 0) stop_at_block(r.report, g, " 1 potrs info= ", info);
   for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
   solve_transposed(c, n, z, w);
-  if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty() &&
-      breaks_distance_rule(r.work.distances, mean, w)) {
+  if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.levels.distances.empty() &&
+      breaks_distance_rule(r.work.levels.distances, mean, w)) {
     ++f.nlabel;
     std::int64_t redraws = 0;
     do {
       judge_redraws(r, ++redraws, mean, n, [&](std::int32_t x) { return inverse_element(c, n, x, w); });
       for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
       solve_transposed(c, n, z, w);
-    } while (breaks_distance_rule(r.work.distances, mean, w));
+    } while (breaks_distance_rule(r.work.levels.distances, mean, w));
   }
   for (std::int32_t i = 0; i < n; ++i) r.sampler.sol(e0 + i + 1) = mean[i] + w[i];
 }
@@ -206,16 +228,17 @@ void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int3
   const std::int32_t n = r.layout.NGR(g, 2);
   const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
   sweep_block(r, f, g, l, n);
-  double *parm = r.work.PARM.data(), *c = r.work.CMAT.data(), *mean = r.work.MEAN.data();
-  double *x = r.work.X.data(), *z = r.work.WORK.data();
+  double *parm = r.work.levels.bordered.data(), *c = r.work.levels.C.data(),
+         *mean = r.work.levels.mean.data();
+  double *x = r.work.levels.x.data(), *z = r.work.levels.z.data();
   const double* inverse = parm;
   for (std::int32_t i = 0; i < n; ++i)
     for (std::int32_t j = 0; j <= i; ++j) c[i + j * n] = c[j + i * n] = *inverse++;
   std::copy_n(inverse, n, mean);
-  ranmar_setgmn(r.report, mean, c, n, n, parm, r.work.matrix_work);
+  ranmar_setgmn(r.report, mean, c, n, n, parm, r.work.levels.draw);
   ranmar_genmn(r.sources.marsaglia, parm, x, z);
   const bool ruled = g == 1 && r.layout.group(g).kind == group_kind::plain_regressions;
-  if (ruled && distance_too_small(r.work.distances, x)) {
+  if (ruled && distance_too_small(r.work.levels.distances, x)) {
     if (f.stage == scan_stage::sources)
       ++f.nlabel;
     else
@@ -224,7 +247,7 @@ void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int3
     do {
       judge_redraws(r, ++redraws, mean, n, [&](std::int32_t e) { return c[e + e * n]; });
       ranmar_genmn(r.sources.marsaglia, parm, x, z);
-    } while (distance_too_small(r.work.distances, x));
+    } while (distance_too_small(r.work.levels.distances, x));
   }
   std::copy_n(x, n, r.sampler.sol.data() + e0);
 }

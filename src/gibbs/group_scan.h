@@ -1,10 +1,18 @@
 // The levels of one group: relationship links, the solver step, restrictions.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/mixture_distance.h"
+#include "input/design_store.h"
+#include "input/equation_layout.h"
+#include "input/relationships.h"
 #include "input/run_frame.h"
+#include "input/sampler_store.h"
+#include "numerics/matrix_draws.h"
+#include "numerics/random_sources.h"
 
 namespace zeph {
+
+struct scan_records;
 
 // Sums of a round that the solver's convergence is judged by.
 struct solver_sums {
@@ -12,6 +20,24 @@ struct solver_sums {
   double ssd = 0;   // sum of squared changes of the solutions
   double ssq = 0;   // sum of squared solutions before the change
 };
+
+// Work of one level: block C of its n equations, right-hand sides b.
+struct level_work {
+  std::int32_t nmax = 0;               // largest n
+  vec<double> bordered;                // packed, order nmax + 1: (C, b, 0), swept
+  vec<logical> swept;                  // nmax + 1: its rows
+  vec<double> swept_block;             // packed: C^-1 as it was swept, for the diagnostic print
+  vec<double> link_sums;               // nmax: sum of relationship element times solution
+  vec<double> C;                       // nmax^2, column-major, leading dimension n: C, then its factor L
+  vec<double> mean, z, w;              // nmax + 1: C^-1 b, standard normals, L'^-1 z
+  vec<double> x;                       // nmax + 1: one draw
+  matrix_draw_work draw;               // of multivariate draws
+  std::vector<std::int32_t> distances; // equations of mixture distances in group 1, 1-based
+};
+
+// Room for the largest level of the groups.
+void allocate_level_work(const model_records& m, const equation_layout& layout, level_work& work,
+                         reporting& report);
 
 inline constexpr double relaxation = static_cast<double>(0.4F); // from round 101 on
 inline constexpr double sweep_tolerance = 1e-12;
@@ -57,22 +83,5 @@ void say_group_start(reporting& report, std::int32_t g);
 // asks for (below 2 the solver, else a draw), unless the group is not to be
 // updated.
 void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums);
-
-// True when group g belongs to the stage that the scan is in.
-inline bool in_stage(const scan_records& r, const run_frame& f, std::int32_t g) {
-  return f.stage == scan_stage::all || r.design.covariates.feeds(g) == (f.stage == scan_stage::sources);
-}
-
-// All groups of the stage in order, for a scan body (record_pass or a faster one).
-template <class Body> void scan_groups(Body& body, scan_records& r, run_frame& f, solver_sums& sums) {
-  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
-    if (!in_stage(r, f, g)) continue;
-    if (f.test_level > 1) say_group_start(r.report, g);
-    body.enter_group(r, f, g);
-    body.solve_group(r, f, g, sums);
-    body.restrict_group(r, g);
-    body.leave_group(r, f, g);
-  }
-}
 
 } // namespace zeph

@@ -12,13 +12,13 @@ namespace {
 liability_record described(scan_records& r, std::int32_t irec) {
   liability_record x;
   x.mean = r.work.values.fitted.data();
-  x.pos = r.work.pos.data();
-  x.cat = r.work.category.data();
+  x.pos = r.work.latent.pos.data();
+  x.cat = r.work.latent.category.data();
   if (r.design.Y_MMIN.allocated()) {
     x.low = r.design.Y_MMIN.col(irec);
     x.high = r.design.Y_MMAX.col(irec);
   }
-  x.cured = r.work.cured.data();
+  x.cured = r.work.latent.cured.data();
   x.isit = r.design.ISIT_M(irec);
   x.h = r.design.IRESG_M(irec);
   return x;
@@ -31,24 +31,25 @@ bool censored_code(std::int32_t code) { return code == -1 || code == 1 || code =
 void bddrmc_cat(scan_records& r, const run_frame& f) {
   const std::int32_t nt = r.model.nt;
   const record_entries entries = entries_of(r, f.analysis_type);
-  r.work.cured.fill(0);
+  r.work.latent.cured.fill(0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
     for (std::int32_t t = 1; t <= nt; ++t) {
       const bool present = trait_present(r.design.ISIT_M(irec), t, nt);
-      r.work.pos(t) =
+      r.work.latent.pos(t) =
           r.design.Y_M(t, irec) > 0.0F && (present || r.model.MODEL(t).TRAIT_TYPE != trait_censored);
-      r.work.category(t) = -1;
+      r.work.latent.category(t) = -1;
     }
     std::int64_t c = 0;
     for (const category_record& category : r.categories.catstr)
-      r.work.category(category.trait) = r.categories.catobs(++c, irec);
+      r.work.latent.category(category.trait) = r.categories.catobs(++c, irec);
     liab_sample(r, r.work.values.res.data(), described(r, irec));
     for (std::int32_t t = 1; t <= nt; ++t) {
       if (!trait_present(r.design.ISIT_M(irec), t, nt)) continue;
       const double mean = r.work.values.fitted(t), res = r.work.values.res(t);
       if (r.model.MODEL(t).TRAIT_TYPE == trait_liability)
-        store_observation(r.design, r.work.values, irec, t, stored_liability(mean, res, r.work.pos(t) != 0));
+        store_observation(r.design, r.work.values, irec, t,
+                          stored_liability(mean, res, r.work.latent.pos(t) != 0));
       if (r.model.MODEL(t).TRAIT_TYPE == trait_categorical)
         store_observation(r.design, r.work.values, irec, t, static_cast<float>(mean + res));
     }
@@ -61,9 +62,10 @@ void bddrmc_cens(scan_records& r, const run_frame& f) {
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     bool any = false;
     for (std::int32_t t = 1; t <= nt; ++t) {
-      r.work.pos(t) = r.model.MODEL(t).TRAIT_TYPE == trait_censored &&
-                      censored_code(r.design.CENS_M(t, irec)) && trait_present(r.design.ISIT_M(irec), t, nt);
-      any = any || r.work.pos(t) != 0;
+      r.work.latent.pos(t) = r.model.MODEL(t).TRAIT_TYPE == trait_censored &&
+                             censored_code(r.design.CENS_M(t, irec)) &&
+                             trait_present(r.design.ISIT_M(irec), t, nt);
+      any = any || r.work.latent.pos(t) != 0;
     }
     if (!any) continue;
     take_record(entries, r.work.values, irec);
@@ -71,7 +73,7 @@ void bddrmc_cens(scan_records& r, const run_frame& f) {
     x.censored_only = true;
     liab_sample(r, r.work.values.res.data(), x);
     for (std::int32_t t = 1; t <= nt; ++t)
-      if (r.work.pos(t) != 0)
+      if (r.work.latent.pos(t) != 0)
         store_observation(r.design, r.work.values, irec, t,
                           static_cast<float>(r.work.values.fitted(t) + r.work.values.res(t)));
   }
@@ -115,21 +117,25 @@ void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files) {
   flush_thresholds(files, r.report);
 }
 
-void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files) {
+bool has_latent_traits(const model_records& m, const run_frame& f) {
+  for (const std::int32_t kind :
+       {trait_categorical, trait_liability, trait_sequence, trait_cured, trait_mixture})
+    if (m.has_type(kind)) return true;
+  return m.has_type(trait_censored) && !scans_in_two_stages(f);
+}
+
+void update_latent_variables(scan_records& r, const run_frame& f, sample_files& files) {
   const model_records& m = r.model;
   const bool ordered = m.has_type(trait_categorical), binary = m.has_type(trait_liability);
   const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
-  // kept: the form with covariables made from solutions leaves these as they are
+  // kept: the form with covariables made from solutions leaves thresholds and censored values as they are
   const bool two_stages = scans_in_two_stages(f);
-  const bool censored = m.has_type(trait_censored) && !two_stages;
-  if (!ordered && !binary && !sequence && !censored && !m.has_type(trait_mixture)) return;
   prepare_conditionals(r);
-  ready_values(r, f, fast);
   if ((ordered || binary) && !sequence) bddrmc_cat(r, f);
   if (ordered && !two_stages) samp_thresholds(r, f, files);
   if (sequence) bddrmc_cure(r, f);
   if (m.has_type(trait_mixture)) bddrmc_mix(r, f);
-  if (censored) bddrmc_cens(r, f);
+  if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, f);
   if (!sequence && !m.has_type(trait_mixture)) return;
   if (!takes_sample(f)) return;
   write_mix_pi(files, f, r.mixtures.mix_pi, r.report);

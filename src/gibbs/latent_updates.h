@@ -7,12 +7,15 @@
 
 namespace zeph {
 
+// True when a round of the run replaces latent values.
+bool has_latent_traits(const model_records& m, const run_frame& f);
+
 // Replaces the latent values of all records, by the types of traits in the model:
 // liabilities of types 3 and 4 (unless 7 or 8 is there too), thresholds, cure
 // sequences, mixtures, censored traits. In sample rounds of analysis types above 0
 // the proportions of mixtures and sequences are summed and written to `mix_pi`.
-// fast: which body scanned the round.
-void update_latent_variables(scan_records& r, const run_frame& f, bool fast, sample_files& files);
+// The body has readied the records' values.
+void update_latent_variables(scan_records& r, const run_frame& f, sample_files& files);
 
 // Liabilities of ordered and binary traits, record by record; from the combined
 // source one draw per latent trait that is observed, and per censored trait whose

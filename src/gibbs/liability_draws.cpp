@@ -1,6 +1,6 @@
 #include "gibbs/liability_draws.h"
 
-#include "gibbs/residual_body.h"
+#include "gibbs/scan_records.h"
 #include "numerics/normal_draws.h"
 
 #include <algorithm>
@@ -14,17 +14,17 @@ constexpr float nearest = 1e-10F;      // size of a binary liability that would 
 
 // Coefficients of the other traits in the mean of t, and its variance given them.
 void sweep_others(scan_records& r, std::int32_t h, std::int32_t t) {
-  residual_conditional& given = r.work.conditional;
+  residual_conditional& given = r.work.latent.given;
   const std::int32_t nt = r.model.nt;
   set_matrix(given, r.sampler.RCOV.slice(h));
   sweep_mask(given, all_traits(nt) & ~trait_bit(t, nt));
   for (std::int32_t i = 1; i <= nt; ++i)
-    r.work.conditional_coefficient(i, t, h) = i == t ? 0.0 : coefficient_given(given, t, i);
-  r.work.conditional_variance(t, h) = covariance_given(given, t, t);
+    r.work.latent.coefficient(i, t, h) = i == t ? 0.0 : coefficient_given(given, t, i);
+  r.work.latent.variance(t, h) = covariance_given(given, t, t);
 }
 
 double conditional_mean(const scan_records& r, const double* res, std::int32_t t, std::int32_t h) {
-  const double* c = &r.work.conditional_coefficient(1, t, h);
+  const double* c = &r.work.latent.coefficient(1, t, h);
   double mean = 0;
   for (std::int32_t i = 0; i < r.model.nt; ++i)
     if (i != t - 1) mean += c[i] * res[i];
@@ -51,17 +51,20 @@ double categorical(const scan_records& r, std::int32_t t, std::int32_t category,
 
 } // namespace
 
+void allocate_latent_work(const model_records& m, latent_work& work, reporting& report) {
+  constexpr std::string_view routine = "liab_sample";
+  const std::int32_t groups = m.n_groups_residual();
+  allocate_conditional(report, work.given, m.nt, routine);
+  allocate(report, work.coefficient, "coefficient", routine, m.nt, m.nt, groups);
+  allocate(report, work.variance, "variance", routine, m.nt, groups);
+  allocate(report, work.pos, "pos", routine, m.nt);
+  allocate(report, work.cured, "cured", routine, m.nt);
+  allocate(report, work.category, "category", routine, m.nt);
+}
+
 void prepare_conditionals(scan_records& r) {
   for (std::int32_t h = 1; h <= r.sampler.G; ++h)
     for (std::int32_t t = 1; t <= r.model.nt; ++t) sweep_others(r, h, t);
-}
-
-void ready_values(scan_records& r, const run_frame& f, bool fast) {
-  if (!fast) return values_from_entries(r.work.values);
-  values_from_residuals(r.work.values, r.work.fast.E);
-  if (f.analysis_type > 0 && r.work.fast.by_masks) return; // as the residual pass left them
-  for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-    fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
 }
 
 void liab_sample(scan_records& r, double* res, const liability_record& x) {
@@ -74,7 +77,7 @@ void liab_sample(scan_records& r, double* res, const liability_record& x) {
                            : observed && (type == trait_categorical || type == trait_liability ||
                                           type == trait_sequence || type == trait_cured);
     if (!drawn || (x.censored_only && type != trait_censored)) continue;
-    const double m = conditional_mean(r, res, t, x.h), v = r.work.conditional_variance(t, x.h);
+    const double m = conditional_mean(r, res, t, x.h), v = r.work.latent.variance(t, x.h);
     const double e = x.mean[t - 1];
     if (type == trait_censored)
       res[t - 1] = between(source, static_cast<double>(x.low[t - 1]) - e,

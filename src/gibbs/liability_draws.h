@@ -11,18 +11,30 @@
 // once a round.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/record_values.h"
+#include "gibbs/residual_conditional.h"
+#include "input/category_store.h"
 #include "input/run_frame.h"
+#include "input/sampler_store.h"
+#include "numerics/random_sources.h"
 
 namespace zeph {
 
+struct scan_records;
+
+// Work of the latent passes.
+struct latent_work {
+  residual_conditional given; // R of a group swept on all traits but one
+  cube<double> coefficient;   // nt x nt x groups: of trait i in the mean of trait t, (i,t,h)
+  mat<double> variance;       // nt x groups
+  vec<logical> pos, cured;    // nt: what the latent traits of a record are known to be
+  vec<std::int32_t> category; // nt
+};
+
+void allocate_latent_work(const model_records& m, latent_work& work, reporting& report);
+
 // Coefficients and variances of all traits and residual groups from RCOV.
 void prepare_conditionals(scan_records& r);
-
-// Says where the values of the records come from in the latent passes: from E of
-// the fast body (fast), made to hold y - Z b where the round has not done so, or
-// from the entries.
-void ready_values(scan_records& r, const run_frame& f, bool fast);
 
 // What is known of the traits of one record, [t-1].
 struct liability_record {

@@ -5,6 +5,7 @@
 #include "gibbs/liability_draws.h"
 #include "gibbs/record_pass.h"
 #include "gibbs/record_product.h"
+#include "gibbs/scan_records.h"
 #include "numerics/normal_draws.h"
 #include "numerics/normal_functions.h"
 
@@ -50,19 +51,19 @@ double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
   return sum;
 }
 
-// Residuals as if the record were in component 1 (work.e1) and in 0 (work.e0).
+// Residuals as if the record were in component 1 (work.mixture.e1) and in 0 (work.mixture.e0).
 void split_residuals(scan_records& r, const run_frame& f, std::int32_t irec) {
   const design_store& d = r.design;
-  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.e1.begin());
-  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.e0.begin());
+  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.mixture.e1.begin());
+  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.mixture.e0.begin());
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
     if (d.XD6_M(j, irec) <= 0 || !entry_active(d, r.layout, irec, j, f.analysis_type)) continue;
     const double s = r.sampler.sol(d.XD1_M(j, irec));
     const std::int32_t u = d.XD2_M(j, irec);
     if (d.ZD_M(j, irec) < coefficient_on)
-      r.work.e1(u) -= s;
+      r.work.mixture.e1(u) -= s;
     else
-      r.work.e0(u) += s;
+      r.work.mixture.e0(u) += s;
   }
 }
 
@@ -73,7 +74,7 @@ void switch_coefficients(scan_records& r, const run_frame& f, std::int32_t irec,
   for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
     if (d.XD6_M(j, irec) != t) continue;
     store_coefficient(d, entries, r.work.values, irec, j, on ? 1.0 : 0.0);
-    if (d.XD2_M(j, irec) > 0) r.work.l_mix_z(d.XD2_M(j, irec)) = on;
+    if (d.XD2_M(j, irec) > 0) r.work.mixture.l_mix_z(d.XD2_M(j, irec)) = on;
   }
 }
 
@@ -82,9 +83,10 @@ double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int
   const std::int32_t second = r.sampler.G < 2 ? 1 : 2;
   double Phi = 0, Q = 0, density = 0;
   normal_tail(r.work.values.fitted(t), Phi, Q, density);
-  const double p1 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(second), r.work.e1.data(), nt)) *
-                    r.sampler.IDET_RVAR(first + second - 1) * Phi;
-  const double p0 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(1), r.work.e0.data(), nt)) *
+  const double p1 =
+      std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(second), r.work.mixture.e1.data(), nt)) *
+      r.sampler.IDET_RVAR(first + second - 1) * Phi;
+  const double p0 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(1), r.work.mixture.e0.data(), nt)) *
                     r.sampler.IDET_RVAR(first) * Q;
   const double tau = p1 / (p1 + p0);
   if (takes_sample(f)) {
@@ -101,15 +103,15 @@ void update_indicator(scan_records& r, const run_frame& f, std::int32_t irec, st
   double a1 = 0;
   const double tau = draw_tau(r, f, irec, t, a1);
   const bool on = a1 <= tau;
-  r.work.z(t) = on;
+  r.work.mixture.z(t) = on;
   switch_coefficients(r, f, irec, t, on);
   if (prints(f, irec)) {
     free_row row;
     row.text("l_mix_z: ");
-    for (const logical flag : r.work.l_mix_z) row.l(flag != 0);
+    for (const logical flag : r.work.mixture.l_mix_z) row.l(flag != 0);
     say(r.report, row.str());
   }
-  liab_sample_mix(r, r.work.values.res.data(), r.work.values.fitted.data(), r.work.z.data(),
+  liab_sample_mix(r, r.work.values.res.data(), r.work.values.fitted.data(), r.work.mixture.z.data(),
                   r.design.ISIT_M(irec), r.design.IRESG_M(irec));
   store_observation(r.design, r.work.values, irec, t, static_cast<float>(r.work.values.res(t)));
 }
@@ -126,8 +128,8 @@ void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
   print_mixture_record(r, f, irec);
   take_record(entries_of(r, f.analysis_type), r.work.values, irec);
   split_residuals(r, f, irec);
-  r.work.l_mix_z.fill(0);
-  r.work.z.fill(0);
+  r.work.mixture.l_mix_z.fill(0);
+  r.work.mixture.z.fill(0);
   std::int32_t last = 0;
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (r.model.MODEL(t).TRAIT_TYPE != trait_mixture) continue;
@@ -135,11 +137,12 @@ void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
     last = t;
   }
   if (r.sampler.G > 1 && last > 0) {
-    r.design.IRESG_M(irec) = r.work.z(last) != 0 ? 2 : 1;
+    r.design.IRESG_M(irec) = r.work.mixture.z(last) != 0 ? 2 : 1;
     ++r.model.residual().HETG_N_OBS(r.model.hetgr_index(r.design.IRESG_M(irec)));
   }
   for (std::int32_t t = 1; t <= nt; ++t)
-    if (r.model.MODEL(t).L_MIX_TRAIT && trait_present(r.design.ISIT_M(irec), t, nt) && r.work.l_mix_z(t) != 0)
+    if (r.model.MODEL(t).L_MIX_TRAIT && trait_present(r.design.ISIT_M(irec), t, nt) &&
+        r.work.mixture.l_mix_z(t) != 0)
       count_member(r, f, irec, t);
 }
 
@@ -209,10 +212,11 @@ void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
     const double y = static_cast<double>(r.design.Y_M(t, irec));
-    r.work.pos(t) = y > 0.0 && (type != trait_censored || trait_present(r.design.ISIT_M(irec), t, nt));
-    if (type == trait_sequence) r.work.pos(t) = r.design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
-    if (type == trait_cured) r.work.pos(t) = r.design.LOG_Z(t, npos);
-    r.work.category(t) = -1;
+    r.work.latent.pos(t) = y > 0.0 && (type != trait_censored || trait_present(r.design.ISIT_M(irec), t, nt));
+    if (type == trait_sequence)
+      r.work.latent.pos(t) = r.design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
+    if (type == trait_cured) r.work.latent.pos(t) = r.design.LOG_Z(t, npos);
+    r.work.latent.category(t) = -1;
     r.work.values.fitted(t) = static_cast<double>(r.design.CURE_YHAT(t, i));
     r.work.values.res(t) = y - r.work.values.fitted(t);
     // as in take_record: nothing is imputed in type 0
@@ -221,7 +225,7 @@ void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec
   }
   std::int64_t c = 0;
   for (const category_record& category : r.categories.catstr)
-    r.work.category(category.trait) = r.categories.catobs(++c, irec);
+    r.work.latent.category(category.trait) = r.categories.catobs(++c, irec);
 }
 
 void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i) {
@@ -233,7 +237,8 @@ void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, s
     const bool one_sided = type == trait_liability || type == trait_cured ||
                            (type == trait_sequence && r.design.LOG_Z(t, i) != 0);
     if (one_sided)
-      store_observation(r.design, r.work.values, irec, t, stored_liability(mean, res, r.work.pos(t) != 0));
+      store_observation(r.design, r.work.values, irec, t,
+                        stored_liability(mean, res, r.work.latent.pos(t) != 0));
     else if (type == trait_categorical || type == trait_sequence)
       store_observation(r.design, r.work.values, irec, t, static_cast<float>(mean + res));
     const bool counted = type == trait_liability || type == trait_sequence || type == trait_cured;
@@ -249,8 +254,8 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
     describe_cure_record(r, f, record, i, npos);
     liability_record x;
     x.mean = r.work.values.fitted.data();
-    x.pos = r.work.pos.data();
-    x.cat = r.work.category.data();
+    x.pos = r.work.latent.pos.data();
+    x.cat = r.work.latent.category.data();
     x.cured = r.design.LOG_Z.col(i);
     if (r.design.Y_MMIN.allocated()) {
       x.low = r.design.Y_MMIN.col(record);
@@ -265,6 +270,15 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
 }
 
 } // namespace
+
+void allocate_mixture_work(const model_records& m, mixture_work& work, reporting& report) {
+  constexpr std::string_view routine = "bddrmc_mix";
+  allocate_conditional(report, work.given, m.nt, routine);
+  allocate(report, work.z, "z", routine, m.nt);
+  allocate(report, work.l_mix_z, "l_mix_z", routine, m.nt);
+  allocate(report, work.e1, "e1", routine, m.nt);
+  allocate(report, work.e0, "e0", routine, m.nt);
+}
 
 void start_mixing_proportions(scan_records& r) {
   if (!r.mixtures.mix_pi.allocated()) return;
@@ -295,7 +309,7 @@ void bddrmc_mix(scan_records& r, const run_frame& f) {
 void liab_sample_mix(scan_records& r, double* res, const double* mean, const logical* z, std::int32_t isit,
                      std::int32_t h) {
   const std::int32_t nt = r.model.nt;
-  residual_conditional& given = r.work.conditional;
+  residual_conditional& given = r.work.mixture.given;
   const auto listed = [&](std::int32_t t) {
     return r.model.MODEL(t).TRAIT_TYPE == trait_mixture && trait_present(isit, t, nt);
   };

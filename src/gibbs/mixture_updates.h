@@ -12,10 +12,23 @@
 // can fail at all.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/liability_draws.h"
+#include "input/mixture_store.h"
 #include "input/run_frame.h"
 
 namespace zeph {
+
+struct scan_records;
+
+// Work of one record of the pass.
+struct mixture_work {
+  residual_conditional given; // R of its group swept on the traits known so far
+  vec<logical> z;             // nt: its indicators
+  vec<logical> l_mix_z;       // nt: traits whose mixture coefficients are on
+  vec<double> e1, e0;         // nt: its residuals in component 1 and in 0
+};
+
+void allocate_mixture_work(const model_records& m, mixture_work& work, reporting& report);
 
 // Proportions at the start: entries of a trait whose mixture coefficient is on, over
 // the trait's observed records.

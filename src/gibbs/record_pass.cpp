@@ -20,7 +20,8 @@ void add_right_hand_side(scan_records& r, std::int32_t irec, std::int32_t i) {
   const float* y = d.Y_M.col(irec);
   double sum = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    if (const double w = r.work.riff(trait, t); w != 0.0) sum += static_cast<double>(y[t - 1]) * (w * z);
+    if (const double w = r.work.inverses.riff(trait, t); w != 0.0)
+      sum += static_cast<double>(y[t - 1]) * (w * z);
   r.sampler.RHS(d.XD1_M(i, irec)) += sum;
 }
 
@@ -34,7 +35,8 @@ void add_record(scan_records& r, std::int32_t analysis_type, std::int32_t irec) 
     for (std::int32_t k = 1; k <= i; ++k) {
       if (d.XD3_M(k, irec) != g || d.XD4_M(k, irec) != level) continue;
       if (!entry_active(r.design, r.layout, irec, k, analysis_type)) continue;
-      block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] += record_product(d, r.work.riff, irec, i, k);
+      block[ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1] +=
+          record_product(d, r.work.inverses.riff, irec, i, k);
     }
   }
 }
@@ -100,7 +102,7 @@ void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
         if (same_level || d.XD1_M(j, irec) <= 0 ||
             !entry_active(r.design, r.layout, irec, j, f.analysis_type))
           continue;
-        rhs -= r.sampler.sol(d.XD1_M(j, irec)) * record_product(d, r.work.riff, irec, i, j);
+        rhs -= r.sampler.sol(d.XD1_M(j, irec)) * record_product(d, r.work.inverses.riff, irec, i, j);
       }
       r.sampler.RHS(d.XD1_M(i, irec)) = rhs;
     }
@@ -138,7 +140,7 @@ void BDDRMC_XD_PRINT(const scan_records& r, std::string_view name, std::int32_t 
   weights.text("WEIGHT_VEC : ");
   for (std::int32_t t = 1; t <= nt; ++t) y.r4(d.Y_M(t, irec));
   for (std::int32_t i = 1; i <= nt; ++i)
-    for (std::int32_t j = 1; j <= nt; ++j) riif.r8(r.work.riff(i, j));
+    for (std::int32_t j = 1; j <= nt; ++j) riif.r8(r.work.inverses.riff(i, j));
   for (std::int32_t t = 1; t <= nt; ++t) weights.r4(d.WV_M(t, irec));
   for (const free_row* row : {&y, &riif, &weights}) {
     say(r.report);

@@ -1,13 +1,9 @@
 // The plain body of the scan: it reads all records once at the head of a round
 // and once per group, and rebuilds every record product each time. It is the
 // meaning of the scan; faster bodies are tested against it.
-//
-// A body offers begin_round (RHS and DI hold all records), enter_group (RHS of
-// group g holds only what belongs to each level), solve_group, restrict_group,
-// leave_group.
+// What a body offers: scan_groups.h.
 #pragma once
 
-#include "gibbs/group_scan.h"
 #include "gibbs/scan_records.h"
 #include "input/run_frame.h"
 
@@ -40,6 +36,8 @@ struct record_pass {
   }
   void restrict_group(scan_records& r, std::int32_t) const { restrict_solutions(r.sampler); }
   void leave_group(scan_records&, const run_frame&, std::int32_t) const {}
+  void residual_pass(scan_records& r, const run_frame& f, double& lik) const { Bddrmc_sscp(r, f, lik); }
+  void ready_values(scan_records& r, const run_frame&) const { values_from_entries(r.work.values); }
 };
 
 } // namespace zeph

@@ -1,5 +1,6 @@
 #include "gibbs/record_product.h"
 
+#include "gibbs/scan_records.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -23,12 +24,26 @@ void weigh_riff(const design_store& d, std::int32_t irec, std::int32_t nt, mat<d
 
 } // namespace
 
+void allocate_residual_inverses(const model_records& m, residual_inverses& work, reporting& report) {
+  const structure_record& residual = m.residual();
+  const std::int32_t nt = m.nt, groups = m.n_groups_residual();
+  work.weighted = m.has_weights();
+  allocate(report, work.riff, "riff", "QVAgib_ALLOC", nt, nt);
+  allocate_conditional(report, work.swept, nt, "GIBSCAN");
+  allocate(report, work.by_pattern, "riff", "GIBSCAN", nt, nt, range(0, residual.n_pat), groups);
+  for (std::int32_t g = 1; g <= groups; ++g)
+    for (std::int32_t p = 0; p <= residual.n_pat; ++p)
+      for (std::int32_t j = 1; j <= nt; ++j)
+        for (std::int32_t i = 1; i <= nt; ++i)
+          work.by_pattern(i, j, p, g) = residual.HETGR_RIIF(m.hetgr_index(g), p, i, j);
+}
+
 void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights) {
   const design_store& d = r.design;
-  mat<double>& riff = r.work.riff;
+  mat<double>& riff = r.work.inverses.riff;
   const std::int32_t g = d.IRESG_M(irec);
   const double* source =
-      analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, d.C_ISIT_M(irec), g) : r.sampler.RCOVI.slice(g);
+      analysis_type <= 0 ? &r.work.inverses.by_pattern(1, 1, d.C_ISIT_M(irec), g) : r.sampler.RCOVI.slice(g);
   std::copy_n(source, riff.size(), riff.data());
   if (weights) weigh_riff(d, irec, r.model.nt, riff);
 }
@@ -36,9 +51,9 @@ void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_t
 void make_swept_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights) {
   if (analysis_type > 0) return make_riff(r, irec, analysis_type, weights);
   const design_store& d = r.design;
-  invert_observed(r.work.conditional, r.sampler.RCOV.slice(d.IRESG_M(irec)), d.ISIT_M(irec),
-                  r.work.riff.data());
-  if (weights) weigh_riff(d, irec, r.model.nt, r.work.riff);
+  invert_observed(r.work.inverses.swept, r.sampler.RCOV.slice(d.IRESG_M(irec)), d.ISIT_M(irec),
+                  r.work.inverses.riff.data());
+  if (weights) weigh_riff(d, irec, r.model.nt, r.work.inverses.riff);
 }
 
 void make_stage_riff(const scan_records& r, scan_stage stage, std::int32_t irec, std::int32_t analysis_type,

@@ -8,12 +8,27 @@
 //   one equation: the cross term then stands twice in z z'.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/residual_conditional.h"
+#include "input/design_store.h"
 #include "input/run_frame.h"
+#include "input/sampler_store.h"
 
 namespace zeph {
 
-// Fills work.riff for record irec. analysis_type 0 and below: the inverse of
+struct scan_records;
+
+struct residual_inverses {
+  bool weighted = false;       // the model has weights
+  mat<double> riff;            // nt x nt: residual inverse of the current record
+  array<double, 4> by_pattern; // nt x nt x patterns (0:n_pat) x groups: HETGR_RIIF, matrix first
+  residual_conditional swept;  // R of a group swept on the observed traits
+};
+
+// Room for them, and HETGR_RIIF of the file with the matrix as the fastest axes, since a record
+// needs one matrix at a time. Groups that the file does not hold take its last one.
+void allocate_residual_inverses(const model_records& m, residual_inverses& work, reporting& report);
+
+// Fills riff for record irec. analysis_type 0 and below: the inverse of
 // the observed part of the record's missing pattern, zero in missing traits;
 // above: the full inverse of its residual group. Weighted by w_i^1/2 w_j^1/2
 // when the model has weights.

@@ -25,8 +25,8 @@ double* setup_of(scan_records& r, std::int64_t mask, std::int32_t h) {
 
 // R of group h swept on the present traits of the mask: the block of these holds R_oo^-1.
 void sweep_present(scan_records& r, const mask_form& mask, std::int32_t h) {
-  set_matrix(r.work.conditional, r.sampler.RCOV.slice(h));
-  for (const std::int32_t t : mask.present) sweep_trait(r.work.conditional, t);
+  set_matrix(r.work.missing.given, r.sampler.RCOV.slice(h));
+  for (const std::int32_t t : mask.present) sweep_trait(r.work.missing.given, t);
 }
 
 // Distribution of the missing traits given the present ones; once a round.
@@ -35,17 +35,18 @@ void prepare_conditional(scan_records& r, std::int64_t index, std::int32_t h) {
   const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
   sweep_present(r, mask, h);
-  const residual_conditional& given = r.work.conditional;
+  const residual_conditional& given = r.work.missing.given;
   double* coefficient = coefficients_of(r, index, h);
   for (std::int64_t i = 0; i < m; ++i) {
     const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
     for (const std::int32_t u : mask.present) *coefficient++ = coefficient_given(given, t, u);
-    r.work.MEAN(i + 1) = 0;
+    r.work.missing.mean(i + 1) = 0;
     for (std::int64_t j = 0; j < m; ++j)
-      r.work.COV(1 + i + j * m) = covariance_given(given, t, mask.missing[static_cast<std::size_t>(j)]);
+      r.work.missing.covariance(1 + i + j * m) =
+          covariance_given(given, t, mask.missing[static_cast<std::size_t>(j)]);
   }
-  ranmar_setgmn(r.report, r.work.MEAN.data(), r.work.COV.data(), m, static_cast<std::int32_t>(m),
-                setup_of(r, index, h), r.work.matrix_work);
+  ranmar_setgmn(r.report, r.work.missing.mean.data(), r.work.missing.covariance.data(), m,
+                static_cast<std::int32_t>(m), setup_of(r, index, h), r.work.missing.draw);
   form.prepared(index * r.sampler.G + h) = 1;
 }
 
@@ -66,9 +67,10 @@ void draw_conditional(scan_records& r, std::int64_t index, std::int32_t h, doubl
       x += *factor * z[j];
       factor += m - j - 1;
     }
-    r.work.X(i + 1) = mean - x;
+    r.work.missing.x(i + 1) = mean - x;
   }
-  for (std::int64_t i = 0; i < m; ++i) res[mask.missing[static_cast<std::size_t>(i)] - 1] = r.work.X(i + 1);
+  for (std::int64_t i = 0; i < m; ++i)
+    res[mask.missing[static_cast<std::size_t>(i)] - 1] = r.work.missing.x(i + 1);
 }
 
 // Y_M and E of the missing traits of record i (from 0) from their new residuals.
@@ -165,7 +167,7 @@ bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64
   const residual_form& form = r.work.fast;
   const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
   sweep_present(r, mask, h);
-  const residual_conditional& swept = r.work.conditional;
+  const residual_conditional& swept = r.work.missing.given;
   const double* S = &form.products(1, index + 1, h);
   double quadratic = 0, bound = 0;
   for (const std::int32_t t : mask.present) {
@@ -186,7 +188,7 @@ void score_each(scan_records& r, const run_frame& f, double& lik) {
   lik = 0;
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
-    score_record(r.work.conditional, r.work.values.res, r.design.ISIT_M(irec),
+    score_record(r.work.missing.given, r.work.values.res, r.design.ISIT_M(irec),
                  r.sampler.RCOV.slice(r.design.IRESG_M(irec)), lik);
   }
 }

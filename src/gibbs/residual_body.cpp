@@ -1,6 +1,8 @@
 #include "gibbs/residual_body.h"
 
 #include "gibbs/level_draws.h"
+#include "gibbs/record_sums.h"
+#include "gibbs/scan_groups.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -149,7 +151,7 @@ const double* residual_inverse(const scan_records& r, const run_frame& f, std::i
   const residual_form& form = r.work.fast;
   if (f.analysis_type <= 0 && f.stage == scan_stage::sources)
     return &form.swept_inverse(1, 1, form.mask_of(irec) + 1, h);
-  return f.analysis_type <= 0 ? &r.work.pattern_inverse(1, 1, r.design.C_ISIT_M(irec), h)
+  return f.analysis_type <= 0 ? &r.work.inverses.by_pattern(1, 1, r.design.C_ISIT_M(irec), h)
                               : r.sampler.RCOVI.slice(h);
 }
 
@@ -410,16 +412,17 @@ void check_residuals(scan_records&, const run_frame&) {}
 #endif
 
 bool mixture_rule_holds(const scan_records& r, std::int32_t g) {
-  return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.distances.empty();
+  return g == 1 && r.layout.group(g).kind == group_kind::plain_regressions &&
+         !r.work.levels.distances.empty();
 }
 
 } // namespace
 
-bool fast_body_serves(scan_records& r, const run_frame& f) {
-  if (f.test_level > 1) return false;
-  residual_form& form = r.work.fast;
-  if (form.state == form_state::unprepared) build_residual_form(r, f);
-  return form.state == form_state::ready;
+scan_body body_of(scan_records& r, const run_frame& f) {
+  scan_body& body = r.work.body;
+  if (body == scan_body::unchosen)
+    body = f.test_level <= 1 && build_residual_form(r, f) ? scan_body::fast : scan_body::plain;
+  return body;
 }
 
 void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::int64_t hi) {
@@ -462,7 +465,7 @@ void residual_body::begin_round(scan_records& r, const run_frame& f) const {
   }
   form.valid_round = -1;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
-    if (form_of(r, g).changing && in_stage(r, f, g)) sum_blocks(r, f, g);
+    if (form_of(r, g).changing && in_stage(r.design, f.stage, g)) sum_blocks(r, f, g);
 }
 
 void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_t g) const {
@@ -508,6 +511,17 @@ void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
 void residual_body::leave_group(scan_records& r, const run_frame&, std::int32_t g) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent > 0 && r.layout.NGR(g, 2) > 0) r.work.fast.pending = g;
+}
+
+void residual_body::residual_pass(scan_records& r, const run_frame& f, double& lik) const {
+  sum_records(r, f, lik);
+}
+
+void residual_body::ready_values(scan_records& r, const run_frame& f) const {
+  values_from_residuals(r.work.values, r.work.fast.E);
+  if (f.analysis_type > 0 && r.work.fast.by_masks) return; // the residual pass has left them there
+  for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+    fresh_residuals(r, f, lo, std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
 }
 
 } // namespace zeph

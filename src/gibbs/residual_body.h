@@ -4,18 +4,17 @@
 // plain body (record_pass); numbers agree to rounding.
 #pragma once
 
-#include "gibbs/group_scan.h"
 #include "gibbs/scan_records.h"
 #include "input/run_frame.h"
 
 namespace zeph {
 
-// Which body scans, decided once a round. The fast one serves every model but
+// Which body scans the rounds of this run; the first call chooses it and builds the
+// form. The fast one serves every model but
 //  - above test level 1, whose prints show whole right-hand sides, diagonal
 //    blocks and records as the plain body reads them;
-//  - designs that can't be told in columns (build_residual_form).
-// The first call builds the form.
-bool fast_body_serves(scan_records& r, const run_frame& f);
+//  - designs that can't be stored as columns (build_residual_form).
+scan_body body_of(scan_records& r, const run_frame& f);
 
 struct residual_body {
   // Residuals of all records as they stand, the round's sums for diagonal blocks.
@@ -26,6 +25,9 @@ struct residual_body {
   void solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const;
   void restrict_group(scan_records& r, std::int32_t g) const;
   void leave_group(scan_records& r, const run_frame& f, std::int32_t g) const;
+  void residual_pass(scan_records& r, const run_frame& f, double& lik) const;
+  // E holds y - Z b of all records; the values of a record come from there.
+  void ready_values(scan_records& r, const run_frame& f) const;
 };
 
 // E(rec,t) = y - Z b for the records lo+1..hi with sol as it stands. Missing traits:

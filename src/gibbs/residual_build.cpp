@@ -228,7 +228,7 @@ template <class Take> void for_each_product(scan_records& r, const run_frame& f,
         term.element = ihmij(d.XD5_M(i, irec), d.XD5_M(k, irec), 0) - 1;
         double product;
         if (form.constant_R) {
-          product = record_product(d, r.work.riff, irec, i, k);
+          product = record_product(d, r.work.inverses.riff, irec, i, k);
         } else {
           term.ti = std::max(d.XD2_M(i, irec), d.XD2_M(k, irec));
           term.tj = std::min(d.XD2_M(i, irec), d.XD2_M(k, irec));
@@ -462,7 +462,7 @@ void invert_masks(scan_records& r) {
   allocate(r.report, form.swept_inverse, "swept_inverse", routine, nt, nt, masks, r.sampler.G);
   for (std::int32_t h = 1; h <= r.sampler.G; ++h)
     for (std::int32_t k = 1; k <= masks; ++k)
-      invert_observed(r.work.conditional, r.sampler.RCOV.slice(h),
+      invert_observed(r.work.inverses.swept, r.sampler.RCOV.slice(h),
                       form.masks[static_cast<std::size_t>(k - 1)].mask, &form.swept_inverse(1, 1, k, h));
 }
 
@@ -482,11 +482,10 @@ bool coefficient_changes(const scan_records& r, const run_frame& f, std::int32_t
   return is_turned(r.design.covariates, r.design.XD1_M(e, irec));
 }
 
-void build_residual_form(scan_records& r, const run_frame& f) {
+bool build_residual_form(scan_records& r, const run_frame& f) {
   residual_form& form = r.work.fast;
   form = residual_form{};
-  form.state = form_state::refused;
-  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r, f)) return;
+  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r, f)) return false;
   form.constant_R = f.analysis_type < 3;
   form.one_matrix = shares_one_matrix(r, f);
   allocate_rows(r.report, form.groups, "groups", routine, r.layout.ngroups);
@@ -499,11 +498,11 @@ void build_residual_form(scan_records& r, const run_frame& f) {
   build_links(r, f);
   build_masks(r);
   if (f.analysis_type <= 0 && scans_in_two_stages(f)) {
-    if (!form.by_masks) return;
+    if (!form.by_masks) return false;
     invert_masks(r);
   }
   allocate_work(r);
-  form.state = form_state::ready;
+  return true;
 }
 
 } // namespace zeph

@@ -11,7 +11,7 @@
 // says nothing of the others.
 #pragma once
 
-#include "control/reporting.h"
+#include "listing/reporting.h"
 #include "numerics/packed_matrix.h"
 
 #include <string_view>

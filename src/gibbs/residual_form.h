@@ -77,10 +77,10 @@ inline constexpr std::int32_t largest_written_order = 4; // blocks up to it are 
 inline constexpr std::int64_t side_copies = 4;           // sums of small groups run in so many copies:
 inline constexpr std::int64_t most_copied = 8192;        // neighbouring records meet in one sum otherwise
 
-enum class form_state { unprepared, ready, refused };
+// The body that scans the rounds of a run: chosen once, at the first of them.
+enum class scan_body : std::int32_t { unchosen, fast, plain };
 
 struct residual_form {
-  form_state state = form_state::unprepared;
   bool one_matrix = false;        // all records share one residual inverse, without weights
   bool constant_R = false;        // the residual matrices stay in this run: terms are whole
   std::vector<group_form> groups; // [g-1]
@@ -113,10 +113,10 @@ struct residual_form {
                                   // sweeps; for the sources of covariables in analysis type 0
 };
 
-// Builds the form for the run's design: state becomes ready, or refused when the
-// records can't be told in columns (equations outside their group's numbering,
-// groups that share equations); the plain body then runs.
-void build_residual_form(scan_records& r, const run_frame& f);
+// Builds the form for the run's design. False when the records can't be stored as
+// columns (equations outside their group's numbering, groups that share equations):
+// the plain body has to run.
+bool build_residual_form(scan_records& r, const run_frame& f);
 
 // Counts the records of each mask and residual group.
 void count_masks(const design_store& design, residual_form& form);

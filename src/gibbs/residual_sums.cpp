@@ -1,5 +1,6 @@
 #include "gibbs/residual_sums.h"
 
+#include "gibbs/scan_records.h"
 #include "numerics/normal_functions.h"
 #include "numerics/packed_matrix.h"
 
@@ -12,16 +13,17 @@ namespace {
 // res(missing) = -X, X ~ N(m, V): m the border of the missing traits, minus their means given the
 // observed ones, V their covariance.
 void draw_missing(scan_records& r, vec<double>& res, const std::int32_t* missing, std::int32_t m) {
-  scan_work& work = r.work;
-  const residual_conditional& given = work.conditional;
+  round_work& work = r.work;
+  const residual_conditional& given = work.missing.given;
   for (std::int32_t i = 0; i < m; ++i) {
-    work.MEAN(i + 1) = -mean_given(given, missing[i]);
+    work.missing.mean(i + 1) = -mean_given(given, missing[i]);
     for (std::int32_t j = 0; j < m; ++j)
-      work.COV(1 + i + j * m) = covariance_given(given, missing[i], missing[j]);
+      work.missing.covariance(1 + i + j * m) = covariance_given(given, missing[i], missing[j]);
   }
-  ranmar_setgmn(r.report, work.MEAN.data(), work.COV.data(), m, m, work.GMN.data(), work.matrix_work);
-  ranmar_genmn(r.sources.marsaglia, work.GMN.data(), work.X.data(), work.WORK.data());
-  for (std::int32_t i = 0; i < m; ++i) res(missing[i]) = -work.X(i + 1);
+  ranmar_setgmn(r.report, work.missing.mean.data(), work.missing.covariance.data(), m, m,
+                work.missing.setup.data(), work.missing.draw);
+  ranmar_genmn(r.sources.marsaglia, work.missing.setup.data(), work.missing.x.data(), work.missing.z.data());
+  for (std::int32_t i = 0; i < m; ++i) res(missing[i]) = -work.missing.x(i + 1);
 }
 
 void add_products(scan_records& r, std::int32_t g) {
@@ -46,6 +48,18 @@ bool complete(std::int32_t isit, std::int32_t nt) {
 
 } // namespace
 
+void allocate_missing_draws(const model_records& m, missing_draws& work, reporting& report) {
+  constexpr std::string_view routine = "Bddrmc_sscp";
+  allocate_conditional(report, work.given, m.nt, routine);
+  allocate(report, work.traits, "IW2", routine, m.nt);
+  allocate(report, work.mean, "MEAN", routine, m.nt);
+  allocate(report, work.x, "X", routine, m.nt);
+  allocate(report, work.z, "WORK", routine, m.nt);
+  allocate(report, work.covariance, "COV", routine, std::int64_t{m.nt} * m.nt);
+  allocate(report, work.setup, "PARM", routine, gmn_size(m.nt));
+  fit_matrix_work(report, work.draw, m.nt);
+}
+
 void score_record(residual_conditional& conditional, const vec<double>& res, std::int32_t isit,
                   const double* R, double& lik) {
   set_matrix(conditional, R);
@@ -62,12 +76,12 @@ void score_record(residual_conditional& conditional, const vec<double>& res, std
 }
 
 void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
-  scan_work& work = r.work;
-  score_record(work.conditional, res, isit, R, lik);
+  round_work& work = r.work;
+  score_record(work.missing.given, res, isit, R, lik);
   std::int32_t m = 0;
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
-    if (!trait_present(isit, t, r.model.nt)) work.IW2(++m) = t;
-  if (m > 0) draw_missing(r, res, work.IW2.data(), m);
+    if (!trait_present(isit, t, r.model.nt)) work.missing.traits(++m) = t;
+  if (m > 0) draw_missing(r, res, work.missing.traits.data(), m);
 }
 
 void start_missing_traits(scan_records& r) {

@@ -2,10 +2,27 @@
 // log density, and the sums that the reports need.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/record_values.h"
+#include "gibbs/residual_conditional.h"
 #include "input/run_frame.h"
+#include "numerics/matrix_draws.h"
+#include "numerics/random_sources.h"
 
 namespace zeph {
+
+struct scan_records;
+
+// Work of the draws of missing traits, m of a record.
+struct missing_draws {
+  residual_conditional given; // R of a group swept on the observed traits, bordered by a record's residuals
+  vec<std::int32_t> traits;   // nt: the missing traits
+  vec<double> mean, x, z;     // nt: minus the conditional means, one draw, standard normals
+  vec<double> covariance;     // nt^2, leading dimension m
+  vec<double> setup;          // gmn_size(nt): set-up of the draw
+  matrix_draw_work draw;
+};
+
+void allocate_missing_draws(const model_records& m, missing_draws& work, reporting& report);
 
 // Scores one record and draws the residuals of its missing traits.
 // Adds to lik -log of the standard normal density of each observed trait's

@@ -37,7 +37,7 @@ void add_record(scan_records& r, const run_frame& f, deviation_store& d, std::in
   for (std::int32_t t = 1; t <= nt; ++t)
     if (trait_present(r.design.ISIT_M(irec), t, nt)) d.TD(t, level) += r.work.values.res(t);
   for (std::int32_t j = 1; j <= nt; ++j)
-    for (std::int32_t i = 1; i <= nt; ++i) d.W(i, j, level) += d.A(i) * r.work.riff(i, j) * d.A(j);
+    for (std::int32_t i = 1; i <= nt; ++i) d.W(i, j, level) += d.A(i) * r.work.inverses.riff(i, j) * d.A(j);
 }
 
 void finish_own(const scan_records& r, deviation_store& d) {

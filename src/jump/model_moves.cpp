@@ -21,10 +21,10 @@ constexpr double least_pivot = 1.0E-12;
 // ---- residuals ----
 
 // e' riff e, e the residuals of the record
-double quadratic_form(const scan_work& work, std::int32_t nt) {
+double quadratic_form(const round_work& work, std::int32_t nt) {
   double sum = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    for (std::int32_t u = 1; u <= nt; ++u) sum += work.values.res(t) * work.riff(t, u) * work.values.res(u);
+    for (std::int32_t u = 1; u <= nt; ++u) sum += work.values.res(t) * work.inverses.riff(t, u) * work.values.res(u);
   return sum;
 }
 
@@ -115,14 +115,14 @@ struct model_side {
 // The factor's part: rows 1..n of cov_new swept, against the sums of squares of sol.
 void weigh_solutions(jump_records& r, std::int32_t n, model_side& side) {
   const std::int32_t k = r.jump.jump_k;
-  double* packed = r.scan.work.PARM.data();
+  double* packed = r.scan.work.levels.bordered.data();
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= i; ++j) packed[ihmij(i, j, n) - 1] = r.jump.cov_new(i, j);
-  std::fill_n(r.scan.work.LOGI.data(), n, logical{0});
+  std::fill_n(r.scan.work.levels.swept.data(), n, logical{0});
   for (std::int32_t i = 1; i <= n; ++i) {
     double pivot = 0;
     int info = 0;
-    sweep(i, packed, n, least_pivot, r.scan.work.LOGI.data(), pivot, info);
+    sweep(i, packed, n, least_pivot, r.scan.work.levels.swept.data(), pivot, info);
     side.logdet += std::log(pivot);
   }
   double* sums = r.scan.sampler.sscp.col(k);
@@ -232,7 +232,7 @@ void residual_pass(jump_records& r, double& fit, double& ssq) {
   fit = 0;
   for (std::int32_t irec = 1; irec <= scan.design.nobs; ++irec)
     fit += scan.sampler.LVDET(r.model.nramat + scan.design.IRESG_M(irec));
-  const bool fast = fast_body_serves(scan, r.frame) && columns_hold(scan);
+  const bool fast = body_of(scan, r.frame) == scan_body::fast && columns_hold(scan);
   ssq = fast ? sum_by_columns(scan, r.frame) : sum_by_records(scan, r.frame);
 }
 

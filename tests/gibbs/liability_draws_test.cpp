@@ -163,9 +163,9 @@ TEST(prepare_conditionals, leave_out_a_trait_of_next_to_no_variance) {
   R(1, 3, 1) = R(3, 1, 1) = 0.0;
   scan_records r = c.records();
   prepare_conditionals(r);
-  EXPECT_EQ(c.work.conditional_coefficient(1, 2, 1), 0.0);
-  EXPECT_NEAR(c.work.conditional_coefficient(3, 2, 1), 0.3 / 1.5, 1e-15);
-  EXPECT_NEAR(c.work.conditional_variance(2, 1), 1.0 - 0.3 * 0.3 / 1.5, 1e-15);
+  EXPECT_EQ(c.work.latent.coefficient(1, 2, 1), 0.0);
+  EXPECT_NEAR(c.work.latent.coefficient(3, 2, 1), 0.3 / 1.5, 1e-15);
+  EXPECT_NEAR(c.work.latent.variance(2, 1), 1.0 - 0.3 * 0.3 / 1.5, 1e-15);
 }
 
 TEST(liab_sample, leaves_missing_traits_and_records_without_latent_traits_alone) {

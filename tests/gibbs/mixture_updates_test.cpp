@@ -222,7 +222,7 @@ TEST(allocate_mixtures, names_the_indicator_by_the_column_of_its_data) {
 // The draw of a distance is repeated until it is at least 1e-12.
 TEST(sample_level, keeps_mixture_distances_positive) {
   mixed_case c(4, 1);
-  ASSERT_EQ(c.work.distances, std::vector<std::int32_t>{1});
+  ASSERT_EQ(c.work.levels.distances, std::vector<std::int32_t>{1});
   RMARIN(c.sources.marsaglia, 1802, 9373);
   c.layout.DI_of(1).col(1)[0] = 1.0;
   scan_records r = c.records();

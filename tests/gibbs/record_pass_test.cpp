@@ -290,10 +290,10 @@ struct printed_case : two_trait_case {
     design.WV_M(1, 1) = 0.25F;
     s.sol(equation(5, 3, 2)) = 0.125;
     s.sol(equation(3, 2, 1)) = -7.0;
-    work.riff(1, 1) = 1.0;
-    work.riff(1, 2) = -0.25;
-    work.riff(2, 1) = -0.25;
-    work.riff(2, 2) = 2.0;
+    work.inverses.riff(1, 1) = 1.0;
+    work.inverses.riff(1, 2) = -0.25;
+    work.inverses.riff(2, 1) = -0.25;
+    work.inverses.riff(2, 2) = 2.0;
   }
   std::string print(std::int32_t nxd) {
     BDDRMC_XD_PRINT(records(), "BDDRMC_GS", 1, nxd);

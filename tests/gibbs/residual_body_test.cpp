@@ -42,7 +42,7 @@ struct body_case : two_trait_case {
     if (make) make(*this);
     scan_records r = records();
     if (analysis_type > 0) start_missing_traits(r);
-    if (plain) work.fast.state = form_state::refused;
+    if (plain) work.body = scan_body::plain;
   }
   void round() {
     ++f.iround;
@@ -64,7 +64,7 @@ void expect_same_rounds(const layout_of_case& l, std::int32_t analysis_type, con
   for (int round = 1; round <= rounds; ++round) {
     plain.round();
     fast.round();
-    ASSERT_EQ(fast.work.fast.state, form_state::ready);
+    ASSERT_EQ(fast.work.body, scan_body::fast);
     const std::string at = " type " + std::to_string(analysis_type) + " round " + std::to_string(round);
     for (std::int32_t g = 1; g <= plain.layout.ngroups && round == 1; ++g) {
       if (plain.layout.NGR(g, 2) == 0) continue;
@@ -217,7 +217,7 @@ TEST(residual_body, gives_way_to_the_plain_body_at_test_level_2) {
   scan_records r = c.records();
   EXPECT_FALSE(fast_body_serves(r, c.f));
   c.f.test_level = 1;
-  EXPECT_TRUE(fast_body_serves(r, c.f));
+  EXPECT_EQ(body_of(r, c.f), scan_body::fast);
 }
 
 TEST(residual_body, gives_way_where_entries_do_not_follow_the_numbering_of_their_group) {
@@ -263,7 +263,7 @@ TEST(sum_records, scores_records_one_by_one_when_a_density_may_be_0) {
         body_case& c = i == 0 ? plain : fast;
         scan_records r = c.records();
         c.s.sscp.fill(0.0);
-        EXPECT_EQ(fast_body_serves(r, c.f), i == 1);
+        EXPECT_EQ(body_of(r, c.f) == scan_body::fast, i == 1);
         if (i == 0)
           Bddrmc_sscp(r, c.f, lik[0]);
         else
@@ -294,7 +294,7 @@ TEST(sum_records, scores_and_imputes_beside_a_trait_of_next_to_no_variance) {
   plain.s.sscp.fill(0.0);
   fast.s.sscp.fill(0.0);
   Bddrmc_sscp(r, plain.f, lik[0]);
-  EXPECT_TRUE(fast_body_serves(q, fast.f));
+  EXPECT_EQ(body_of(q, fast.f), scan_body::fast);
   sum_records(q, fast.f, lik[1]);
   EXPECT_NEAR(lik[0], lik[1], 1e-6 * lik[0]);
   for (std::int64_t i = 0; i < plain.design.Y_M.size(); ++i) {

@@ -113,8 +113,8 @@ TEST(sample_missing, leaves_the_conditional_moments_of_a_missing_trait) {
   scan_records records = c.records();
   sample_missing(records, c.work.values.res, 2, c.s.RCOV.slice(1), lik);
   // trait 2 given residual 3 of trait 1: mean 0.5 / 2 x 3, variance 1 - 0.25 / 2
-  EXPECT_NEAR(c.work.conditional.P(5), -0.75, 1e-15);
-  EXPECT_NEAR(c.work.conditional.P(3), 0.875, 1e-15);
+  EXPECT_NEAR(c.work.missing.given.P(5), -0.75, 1e-15);
+  EXPECT_NEAR(c.work.missing.given.P(3), 0.875, 1e-15);
 }
 
 TEST(Bddrmc_sscp, sums_residuals_by_record_and_squares_by_group_in_sample_rounds_only) {

@@ -54,7 +54,7 @@ struct scan_case {
       for (std::int32_t t = 1; t <= m.nt; ++t) weigh(r, t, 1.0F);
     }
     read_relationships(m, relations, quiet.report);
-    allocate_scan_work(m, layout, work, quiet.report);
+    allocate_round_work(m, layout, work, quiet.report);
   }
 
   void observe(std::int32_t r, std::int32_t mask) { design.ISIT_M(r) = design.C_ISIT_M(r) = mask; }
@@ -96,7 +96,7 @@ struct scan_case {
   sampler_store s;
   category_store categories;
   mixture_store mixtures;
-  scan_work work;
+  round_work work;
   random_sources sources{run.report};
   run_frame f;
   sample_files files;

@@ -36,11 +36,11 @@ void expect_same_rounds(const staged_options& o, std::int32_t type, const change
     scan_records r = c->records();
     if (type > 0) start_missing_traits(r);
   }
-  plain.work.fast.state = form_state::refused;
+  plain.work.body = scan_body::plain;
   for (int round = 1; round <= 5; ++round) {
     plain.round();
     fast.round();
-    ASSERT_EQ(fast.work.fast.state, form_state::ready);
+    ASSERT_EQ(fast.work.body, scan_body::fast);
     const std::string at = " type " + std::to_string(type) + " round " + std::to_string(round);
     for (const std::int32_t g : {1, 2, 4}) { // the groups of the second stage: no source
       const std::int64_t base = plain.layout.group(g).base,
@@ -78,13 +78,13 @@ TEST(two_stage_scan, is_the_same_by_both_bodies_with_restrictions_and_kept_group
 // inverses of the model file are others.
 TEST(two_stage_scan, sweeps_R_for_the_sources_of_the_solver) {
   const change other = [](staged_case& c) {
-    for (double& x : c.work.pattern_inverse) x *= 3.0;
+    for (double& x : c.work.inverses.by_pattern) x *= 3.0;
   };
   expect_same_rounds({true, true, true}, 0, other);
   staged_case c({}, 0), same({}, 0);
   other(c);
   for (staged_case* x : {&c, &same}) {
-    x->work.fast.state = form_state::refused;
+    x->work.body = scan_body::plain;
     x->round();
   }
   for (std::int32_t e = 5; e <= 9; ++e) EXPECT_DOUBLE_EQ(c.s.sol(e), same.s.sol(e)); // herds of trait 1
@@ -119,7 +119,7 @@ TEST(two_stage_scan, solves_the_sources_with_the_coefficients_of_the_round_befor
   staged_case c({}, 0);
   const dense_equations before(c, 0);
   const std::vector<double> start(c.s.sol.begin(), c.s.sol.end());
-  c.work.fast.state = form_state::refused;
+  c.work.body = scan_body::plain;
   c.round();
   // herds are solved first: (D + P) of level l alone, the others at their start
   for (std::int32_t l = 1; l <= 5; ++l) {
@@ -153,7 +153,7 @@ TEST(two_stage_scan, converges_to_the_equations_with_the_found_covariables) {
     for (const staged_options& o : ALL_OPTIONS) {
       staged_case c(o, 0, 80);
       c.follow_the_model();
-      if (plain) c.work.fast.state = form_state::refused;
+      if (plain) c.work.body = scan_body::plain;
       while (c.f.ist != GS_CONVERGED && c.f.iround < 20000) c.round();
       ASSERT_EQ(c.f.ist, GS_CONVERGED);
       for (std::int32_t r = 1; r <= c.design.nobs; ++r)
@@ -316,7 +316,7 @@ struct distance_case : scan_case {
     RMARIN(sources.marsaglia, 1802, 9373);
     f.stage = stage;
     f.iround = 7;
-    work.distances = {1};
+    work.levels.distances = {1};
     layout.DI_of(1).col(1)[0] = 1.0;
   }
 };
