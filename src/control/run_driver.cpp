@@ -180,7 +180,7 @@ void start_run(run& r) {
   start_latent_values(r);
   restart_latent_values(r);
   scan_records records = records_of(r);
-  start_mixing_proportions(records);
+  start_mixing_proportions(records.model, records.design, records.mixtures);
   open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
   check_result_files(r.model, r.deviations, r.mixtures, r.frame, r.report);
   if (!r.model.L_PTD) return;

@@ -100,61 +100,63 @@ template <class Prior> void add_prior(double* sums, std::int32_t p, double weigh
     for (std::int32_t j = 1; j <= i; ++j) *sums++ += weight * prior(i, j);
 }
 
-void sample_factor(scan_records& r, const run_frame& f, std::int32_t k) {
+void sample_factor(const model_records& model, sampler_store& sampler, covariance_work& matrices,
+                   random_sources& sources, reporting& report, const run_frame& f, std::int32_t k) {
   const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
   if (p <= 0) return;
-  const structure_record& factor = r.model.RMAT(k);
-  sampler_store& s = r.sampler;
+  const structure_record& factor = model.RMAT(k);
   if (printed(f))
-    say(r.report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
-  double* sums = s.sscp.col(k);
+    say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
+  double* sums = sampler.sscp.col(k);
   std::int32_t df = f.DDF(k) - p - 1;
   if (f.PDF(k) > p + 1) {
     df = f.DDF(k) + f.PDF(k);
     add_prior(sums, p, static_cast<double>(f.PDF(k) - p - 1),
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
-  inverse_wishart_store& iw = IW_STR_of(s, k, "sample_covariances", r.report);
+  inverse_wishart_store& iw = IW_STR_of(sampler, k, "sample_covariances", report);
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
-  make_scale(r.report, iw, p, "random effect", k);
-  rinvwish(r.report, r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
-           r.work.matrices.draw);
-  invert_drawn(r.report, iw, p, "random effect", k);
+  make_scale(report, iw, p, "random effect", k);
+  rinvwish(report, sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
+           matrices.draw);
+  invert_drawn(report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
   if (f.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
-      for (std::int32_t i = 1; i <= p; ++i) s.GIF(i, j, k) = iw.W_INV(i, j);
-  s.IDET_RVAR(k) =
-      std::sqrt(det_into(r.report, iw.W_INV.data(), iw.W_INV.extent(1), p, r.work.matrices.draw.L.data()));
-  if (printed(f)) print_inverse(r.report, iw.W_INV, p);
+      for (std::int32_t i = 1; i <= p; ++i) sampler.GIF(i, j, k) = iw.W_INV(i, j);
+  sampler.IDET_RVAR(k) =
+      std::sqrt(det_into(report, iw.W_INV.data(), iw.W_INV.extent(1), p, matrices.draw.L.data()));
+  if (printed(f)) print_inverse(report, iw.W_INV, p);
 }
 
 // Zero in sscp where a residual covariance is held at zero; printed for tests.
-void mask_residual_sums(scan_records& r, const run_frame& f) {
-  const std::int32_t nt = r.model.nt;
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h) {
-    double* sums = r.sampler.sscp.col(r.model.nramat + h);
+void mask_residual_sums(const model_records& model, sampler_store& sampler, reporting& report,
+                        const run_frame& f) {
+  const std::int32_t nt = model.nt;
+  for (std::int32_t h = 1; h <= sampler.G; ++h) {
+    double* sums = sampler.sscp.col(model.nramat + h);
     for (std::int32_t k = 1; k <= nt * (nt + 1) / 2; ++k)
-      if (r.sampler.LNCOV(k)) sums[k - 1] = 0;
+      if (sampler.LNCOV(k)) sums[k - 1] = 0;
   }
   if (f.test_level <= 1) return;
-  say(r.report, "sscp for residuals");
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h) {
-    const double* sums = r.sampler.sscp.col(r.model.nramat + h);
+  say(report, "sscp for residuals");
+  for (std::int32_t h = 1; h <= sampler.G; ++h) {
+    const double* sums = sampler.sscp.col(model.nramat + h);
     for (std::int32_t i = 1; i <= nt; ++i) {
       free_row row;
       for (std::int32_t j = 1; j <= nt; ++j) row.r8(sums[ihmij(i, j, nt) - 1]);
-      say(r.report, row.str());
+      say(report, row.str());
     }
   }
 }
 
 // W with the masked covariances at zero; true when it is positive definite.
-bool mask_drawn(const scan_records& r, mat<double>& W, mat<double>& factor) {
-  const std::int32_t nt = r.model.nt;
+bool mask_drawn(const model_records& model, const sampler_store& sampler, mat<double>& W,
+                mat<double>& factor) {
+  const std::int32_t nt = model.nt;
   for (std::int32_t i = 1; i <= nt; ++i)
     for (std::int32_t j = 1; j < i; ++j)
-      if (r.sampler.LNCOV(ihmij(i, j, nt))) W(i, j) = W(j, i) = 0;
+      if (sampler.LNCOV(ihmij(i, j, nt))) W(i, j) = W(j, i) = 0;
   std::copy(W.begin(), W.end(), factor.begin());
   int info = 0;
   spofa(factor.data(), factor.extent(1), nt, info);
@@ -172,8 +174,10 @@ double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, st
 
 // W drawn for the sums that it holds and their inverse in sscp_f; again while
 // masking spoils it, which W_INV is scratch for. h: residual group.
-void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32_t h, std::int32_t df) {
-  constrained_work& constrained = r.work.matrices.constrained;
+void draw_residual_matrix(const model_records& model, const sampler_store& sampler, covariance_work& matrices,
+                          random_sources& sources, reporting& report, inverse_wishart_store& iw,
+                          std::int32_t h, std::int32_t df) {
+  constrained_work& constrained = matrices.constrained;
   const bool restricted = !constrained.lists.C.empty();
   if (restricted) {
     std::copy(iw.W.begin(), iw.W.end(), constrained.S.begin());
@@ -181,41 +185,40 @@ void draw_residual_matrix(scan_records& r, inverse_wishart_store& iw, std::int32
   }
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
     if (restricted)
-      rinvwish_con(r.report, r.sources, constrained, r.sampler.RCOV.slice(h), df, iw.W, iw.SCALE,
-                   r.work.matrices.draw);
+      rinvwish_con(report, sources, constrained, sampler.RCOV.slice(h), df, iw.W, iw.SCALE, matrices.draw);
     else
-      rinvwish(r.report, r.sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1),
-               r.model.nt, df, r.work.matrices.draw);
-    if (r.model.n_norcov == 0 || mask_drawn(r, iw.W, iw.W_INV)) return;
+      rinvwish(report, sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), model.nt,
+               df, matrices.draw);
+    if (model.n_norcov == 0 || mask_drawn(model, sampler, iw.W, iw.W_INV)) return;
   }
-  computation_impossible(r.report, "sample_covariances",
+  computation_impossible(report, "sample_covariances",
                          "no positive definite residual matrix with the covariances held at zero");
 }
 
-void sample_residual(scan_records& r, const run_frame& f, std::int32_t h) {
-  const std::int32_t nt = r.model.nt, p = f.ntr.back(), column = r.model.nramat + h;
-  const std::int32_t prior = f.PDF(r.model.nramat + 1);
-  sampler_store& s = r.sampler;
-  const std::int32_t records = r.model.residual().HETG_N_OBS(r.model.hetgr_index(h));
-  double* sums = s.sscp.col(column);
+void sample_residual(const model_records& model, sampler_store& sampler, covariance_work& matrices,
+                     random_sources& sources, reporting& report, const run_frame& f, std::int32_t h) {
+  const std::int32_t nt = model.nt, p = f.ntr.back(), column = model.nramat + h;
+  const std::int32_t prior = f.PDF(model.nramat + 1);
+  const std::int32_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
+  double* sums = sampler.sscp.col(column);
   const std::int32_t df = prior > nt + 1 ? records + prior : records - nt - 1;
   if (p >= 1 && prior > p + 1)
     add_prior(sums, nt, static_cast<double>(prior - nt - 1),
-              [&](std::int32_t i, std::int32_t j) { return residual_prior(r.model, h, i, j); });
-  inverse_wishart_store& iw = IW_STR_of(s, column, "sample_covariances", r.report);
+              [&](std::int32_t i, std::int32_t j) { return residual_prior(model, h, i, j); });
+  inverse_wishart_store& iw = IW_STR_of(sampler, column, "sample_covariances", report);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
-  make_scale(r.report, iw, nt, "residual group", h);
-  draw_residual_matrix(r, iw, h, df);
-  invert_drawn(r.report, iw, nt, "residual group", h);
+  make_scale(report, iw, nt, "residual group", h);
+  draw_residual_matrix(model, sampler, matrices, sources, report, iw, h, df);
+  invert_drawn(report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
-  if (f.matopd(r.model.nramat + 1)) {
-    std::copy(iw.W_INV.begin(), iw.W_INV.end(), s.RCOVI.slice(h));
-    std::copy(iw.W.begin(), iw.W.end(), s.RCOV.slice(h));
+  if (f.matopd(model.nramat + 1)) {
+    std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.slice(h));
+    std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.slice(h));
   }
-  const double d = det_into(r.report, iw.W_INV.data(), nt, nt, r.work.matrices.draw.L.data());
-  s.IDET_RVAR(column) = std::sqrt(d);
-  s.LVDET(column) -= std::log(d);
-  if (printed(f)) print_inverse(r.report, iw.W_INV, nt);
+  const double d = det_into(report, iw.W_INV.data(), nt, nt, matrices.draw.L.data());
+  sampler.IDET_RVAR(column) = std::sqrt(d);
+  sampler.LVDET(column) -= std::log(d);
+  if (printed(f)) print_inverse(report, iw.W_INV, nt);
 }
 
 } // namespace
@@ -227,39 +230,45 @@ void allocate_covariance_work(const model_records& m, covariance_work& work, rep
   fit_matrix_work(report, work.draw, std::max(n, m.nt));
 }
 
-void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p) {
-  const structure_record& factor = r.model.RMAT(k);
-  const double* u = r.sampler.sol.data() + r.model.NBEGRA(k);
-  double* sums = r.sampler.sscp.col(k);
+void add_factor_squares(const model_records& model, const relationship_store& relations,
+                        sampler_store& sampler, covariance_work& matrices, residual_form& fast,
+                        reporting& report, std::int32_t k, std::int32_t p) {
+  const structure_record& factor = model.RMAT(k);
+  const double* u = sampler.sol.data() + model.NBEGRA(k);
+  double* sums = sampler.sscp.col(k);
   const bool identity = structure_is(factor, "I");
   if (!identity && !has_related_sum(factor)) {
-    say(r.report, "Unknown co-variance structure " + factor.CV_STRUCT);
-    say(r.report, free_row().text("For random factor ").i(k).str());
-    stop_run(r.report, exit_diagnosed);
+    say(report, "Unknown co-variance structure " + factor.CV_STRUCT);
+    say(report, free_row().text("For random factor ").i(k).str());
+    stop_run(report, exit_diagnosed);
   }
-  if (r.work.fast.square_done.allocated() && r.work.fast.square_done(k)) {
-    const double* walked = r.work.fast.square.col(k);
+  if (fast.square_done.allocated() && fast.square_done(k)) {
+    const double* walked = fast.square.col(k);
     for (std::int32_t i = 0; i < p * (p + 1) / 2; ++i) sums[i] += walked[i];
-    r.work.fast.square_done(k) = 0;
+    fast.square_done(k) = 0;
   } else if (identity) {
-    identity_sum(u, r.model.NRALEV(k), factor.n_rc, p, sums);
+    identity_sum(u, model.NRALEV(k), factor.n_rc, p, sums);
   } else {
     const bool reduced = structure_is(factor, "PED") && factor.L_RAM;
-    const relationship_rows& rows = reduced ? r.relations.ram_of(k) : r.relations.of(k);
-    related_sum(u, rows, factor.n_rc, p, r.work.matrices.t.data(), sums);
+    const relationship_rows& rows = reduced ? relations.ram_of(k) : relations.of(k);
+    related_sum(u, rows, factor.n_rc, p, matrices.t.data(), sums);
   }
 }
 
-void sscp_random(scan_records& r, const run_frame& f) {
-  for (std::int32_t k = 1; k <= r.model.nramat; ++k)
-    add_factor_squares(r, k, f.ntr[static_cast<std::size_t>(k - 1)]);
+void sscp_random(const model_records& model, const relationship_store& relations, sampler_store& sampler,
+                 covariance_work& matrices, residual_form& fast, reporting& report, const run_frame& f) {
+  for (std::int32_t k = 1; k <= model.nramat; ++k)
+    add_factor_squares(model, relations, sampler, matrices, fast, report, k,
+                       f.ntr[static_cast<std::size_t>(k - 1)]);
 }
 
 void sample_covariances(scan_records& r, const run_frame& f) {
   r.sampler.LVDET.fill(0.0);
-  for (std::int32_t k = 1; k <= r.model.nramat; ++k) sample_factor(r, f, k);
-  if (r.model.n_norcov > 0) mask_residual_sums(r, f);
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h) sample_residual(r, f, h);
+  for (std::int32_t k = 1; k <= r.model.nramat; ++k)
+    sample_factor(r.model, r.sampler, r.work.matrices, r.sources, r.report, f, k);
+  if (r.model.n_norcov > 0) mask_residual_sums(r.model, r.sampler, r.report, f);
+  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
+    sample_residual(r.model, r.sampler, r.work.matrices, r.sources, r.report, f, h);
 }
 
 } // namespace zeph

@@ -15,6 +15,7 @@
 
 namespace zeph {
 
+struct residual_form;
 struct scan_records;
 
 struct covariance_work {
@@ -28,9 +29,12 @@ void allocate_covariance_work(const model_records& m, covariance_work& work, rep
 // Adds to sscp(:,k) the sums of squares of each factor k over its relationship,
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its
 // second list. A structure without a sum is told and stops with code 16.
-void sscp_random(scan_records& r, const run_frame& f);
+void sscp_random(const model_records& model, const relationship_store& relations, sampler_store& sampler,
+                 covariance_work& matrices, residual_form& fast, reporting& report, const run_frame& f);
 // The same for one factor and its rows 1..p.
-void add_factor_squares(scan_records& r, std::int32_t k, std::int32_t p);
+void add_factor_squares(const model_records& model, const relationship_store& relations,
+                        sampler_store& sampler, covariance_work& matrices, residual_form& fast,
+                        reporting& report, std::int32_t k, std::int32_t p);
 
 // Draws the matrices from the combined source: factors in order, then residual
 // groups. sscp(:,k) becomes the new matrix, packed; GIF, RCOV, RCOVI follow where

@@ -1,7 +1,5 @@
 #include "gibbs/gibscan.h"
 
-#include "listing/listing_rows.h"
-#include "listing/run_log.h"
 #include "formats/free_format.h"
 #include "gibbs/latent_updates.h"
 #include "gibbs/record_pass.h"
@@ -9,6 +7,8 @@
 #include "gibbs/scan_groups.h"
 #include "gibbs/scan_prints.h"
 #include "input/class_effect_covariates.h"
+#include "listing/listing_rows.h"
+#include "listing/run_log.h"
 #include "samples/accumulators.h"
 
 #include <cmath>
@@ -51,7 +51,7 @@ template <class Body> void post_scan(const Body& body, scan_records& r, run_fram
     if (sampled) write_py(files, f, lik, r.report);
   }
   if (f.analysis_type > 2) {
-    sscp_random(r, f);
+    sscp_random(r.model, r.relations, r.sampler, r.work.matrices, r.work.fast, r.report, f);
     sample_covariances(r, f);
   }
   ranmar_save(r.sources.marsaglia);
@@ -72,7 +72,7 @@ void round_with(const Body& body, scan_records& r, run_frame& f, solver_sums& su
     f.stage = scan_stage::others;
   }
   body.begin_round(r, f);
-  if (f.test_level > 2) print_equations(r, f);
+  if (f.test_level > 2) print_equations(r.layout, r.sampler, r.report, f);
   scan_groups(body, r, f, sums);
   f.stage = scan_stage::all;
   post_scan(body, r, f, files);

@@ -1,11 +1,11 @@
 #include "gibbs/group_scan.h"
 
+#include "formats/free_format.h"
+#include "gibbs/scan_records.h"
 #include "listing/listing_rows.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
-#include "gibbs/scan_records.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
@@ -20,73 +20,73 @@ constexpr std::int64_t redraws_between_looks = 1000000; // of mixture distances
 constexpr double largest_snorm = 5.3;                   // ranmar_snorm, of 24-bit uniforms, gives none beyond
 
 // PARM = block, border RHS, last element 0; rows unswept
-void border_block(scan_records& r, const double* block, const double* rhs, std::int32_t n) {
+void border_block(level_work& work, const double* block, const double* rhs, std::int32_t n) {
   const std::int32_t packed = n * (n + 1) / 2;
-  double* parm = r.work.levels.bordered.data();
+  double* parm = work.bordered.data();
   std::copy_n(block, packed, parm);
   std::copy_n(rhs, n, parm + packed);
   parm[packed + n] = 0;
-  std::fill_n(r.work.levels.swept.data(), n + 1, logical{0});
+  std::fill_n(work.swept.data(), n + 1, logical{0});
 }
 
-void say_dependency(scan_records& r, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k,
+void say_dependency(reporting& report, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k,
                     double pivot) {
-  say(r.report, free_row()
-                    .text("Round ")
-                    .i(f.iround)
-                    .text(" Linear dependency in group= ")
-                    .i(g)
-                    .text("Level= ")
-                    .i(l)
-                    .text("Equation= ")
-                    .i(k)
-                    .text("Diagonal= ")
-                    .r8(pivot)
-                    .str());
+  say(report, free_row()
+                  .text("Round ")
+                  .i(f.iround)
+                  .text(" Linear dependency in group= ")
+                  .i(g)
+                  .text("Level= ")
+                  .i(l)
+                  .text("Equation= ")
+                  .i(k)
+                  .text("Diagonal= ")
+                  .r8(pivot)
+                  .str());
 }
 
 // The whole block as it was and as it was swept, two lines an element.
-void say_block(scan_records& r, const run_frame& f, const double* block, std::int32_t g, std::int32_t l,
-               std::int32_t n) {
-  say(r.report, free_row().text("Error in diagonal block").i(g).i(l).str());
+void say_block(const level_work& work, reporting& report, const run_frame& f, const double* block,
+               std::int32_t g, std::int32_t l, std::int32_t n) {
+  say(report, free_row().text("Error in diagonal block").i(g).i(l).str());
   std::int32_t element = 0;
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t j1 = 1; j1 <= j; ++j1) {
       ++element;
-      say(r.report, free_row().text("j,j1,k,l : ").i(j).i(j1).i(g).i(element).str());
-      say(r.report,
-          free_row().i(j).i(j1).r8(block[element - 1]).r8(r.work.levels.swept_block(element)).str());
-      ++r.report.nlines;
-      if (r.report.nlines <= largest_listing) continue;
-      say(r.report);
+      say(report, free_row().text("j,j1,k,l : ").i(j).i(j1).i(g).i(element).str());
+      say(report, free_row().i(j).i(j1).r8(block[element - 1]).r8(work.swept_block(element)).str());
+      ++report.nlines;
+      if (report.nlines <= largest_listing) continue;
+      say(report);
       // kept: the two forms of the scan spell it differently
-      say(r.report,
+      say(report,
           f.stage == scan_stage::all ? "More then 1000 lines printed" : "More than 1000 lines printed");
-      say(r.report, "Program terminates");
-      stop_run(r.report, exit_diagnosed);
+      say(report, "Program terminates");
+      stop_run(report, exit_diagnosed);
     }
 }
 
 // PARM = the bordered block of level l of group g, swept on its n equations: the
 // inverse of the block and the solution. A small pivot is told with the block and
 // counted in f.ist.
-void sweep_block(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, std::int32_t n) {
-  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  const double* block = r.layout.DI_of(g).col(l);
-  border_block(r, block, r.sampler.RHS.data() + e0, n);
-  double* parm = r.work.levels.bordered.data();
+void sweep_block(const equation_layout& layout, const sampler_store& sampler, level_work& work,
+                 reporting& report, run_frame& f, std::int32_t g, std::int32_t l, std::int32_t n) {
+  const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
+  const double* block = layout.DI_of(g).col(l);
+  border_block(work, block, sampler.RHS.data() + e0, n);
+  double* parm = work.bordered.data();
   f.ist = 0;
   for (std::int32_t k = 1; k <= n; ++k) {
     double pivot = 0;
     int info = 0;
-    sweep(k, parm, n + 1, sweep_tolerance, r.work.levels.swept.data(), pivot, info);
+    sweep(k, parm, n + 1, sweep_tolerance, work.swept.data(), pivot, info);
     if (pivot > dependency_pivot) continue;
-    say_dependency(r, f, g, l, k, pivot);
+    say_dependency(report, f, g, l, k, pivot);
     ++f.ist;
   }
   if (f.ist == 0) return;
-  std::copy_n(parm, n * (n + 1) / 2, r.work.levels.swept_block.data());
-  say_block(r, f, block, g, l, n);
+  std::copy_n(parm, n * (n + 1) / 2, work.swept_block.data());
+  say_block(work, report, f, block, g, l, n);
 }
 
 // CMAT = the packed block, lower triangle, leading dimension n
@@ -120,14 +120,14 @@ double inverse_element(const double* L, std::int32_t n, std::int32_t x, double* 
 // no normals bring a distance up from its mean, or whose end nobody waits for (STOP),
 // ends the run. variance(x): of equation x, from 0.
 template <class Variance>
-void judge_redraws(scan_records& r, std::int64_t redraws, const double* mean, std::int32_t n,
-                   Variance&& variance) {
+void judge_redraws(const level_work& work, reporting& report, std::int64_t redraws, const double* mean,
+                   std::int32_t n, Variance&& variance) {
   if (redraws % redraws_between_looks != 0) return;
-  bool vain = file_exists(r.report, "STOP");
-  for (const std::int32_t e : r.work.levels.distances)
+  bool vain = file_exists(report, "STOP");
+  for (const std::int32_t e : work.distances)
     vain = vain || mean[e - 1] + largest_snorm * std::sqrt(n * variance(e - 1)) < least_distance;
   if (!vain) return;
-  computation_impossible(r.report, "GIBSCAN",
+  computation_impossible(report, "GIBSCAN",
                          free_row()
                              .text("no positive mixture distance in")
                              .i(redraws)
@@ -161,34 +161,36 @@ void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, 
   stop_run(report, exit_block_factor);
 }
 
-void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_t p) {
-  const relationship_rows& rows = r.relations.of(k);
+void subtract_links(const model_records& model, const relationship_store& relations, sampler_store& sampler,
+                    level_work& work, std::int32_t k, std::int32_t l, std::int32_t p) {
+  const relationship_rows& rows = relations.of(k);
   const std::int64_t first = rows.start(l), last = rows.start(l + 1);
   if (first == last) return;
-  const std::int64_t base = r.model.NBEGRA(k), stride = r.model.RMAT(k).n_rc;
-  double* sums = r.work.levels.link_sums.data();
+  const std::int64_t base = model.NBEGRA(k), stride = model.RMAT(k).n_rc;
+  double* sums = work.link_sums.data();
   std::fill_n(sums, p, 0.0);
-  const double* sol = r.sampler.sol.data() + base;
+  const double* sol = sampler.sol.data() + base;
   for (std::int64_t node = first; node < last; ++node) {
     const double a = rows.val(node);
     const double* other = sol + (rows.col(node) - 1) * stride;
     for (std::int32_t j = 0; j < p; ++j) sums[j] += a * other[j];
   }
-  double* rhs = r.sampler.RHS.data() + base + (l - 1) * stride;
+  double* rhs = sampler.RHS.data() + base + (l - 1) * stride;
   for (std::int32_t i = 1; i <= p; ++i) {
     double link = 0;
-    for (std::int32_t j = 1; j <= p; ++j) link += r.sampler.GIF(i, j, k) * sums[j - 1];
+    for (std::int32_t j = 1; j <= p; ++j) link += sampler.GIF(i, j, k) * sums[j - 1];
     rhs[i - 1] -= link;
   }
 }
 
-void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums) {
-  const std::int32_t n = r.layout.NGR(g, 2);
-  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  sweep_block(r, f, g, l, n);
-  const double* parm = r.work.levels.bordered.data();
+void solve_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
+                 run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums) {
+  const std::int32_t n = layout.NGR(g, 2);
+  const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
+  sweep_block(layout, sampler, work, report, f, g, l, n);
+  const double* parm = work.bordered.data();
   const std::int32_t packed = n * (n + 1) / 2;
-  double* sol = r.sampler.sol.data() + e0;
+  double* sol = sampler.sol.data() + e0;
   for (std::int32_t i = 0; i < n; ++i) {
     const double before = sol[i], found = parm[packed + i];
     sums.ssd += (before - found) * (before - found);
@@ -197,59 +199,61 @@ void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, 
   }
 }
 
-void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
-  const std::int32_t n = r.layout.NGR(g, 2);
-  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  double *c = r.work.levels.C.data(), *mean = r.work.levels.mean.data(), *z = r.work.levels.z.data(),
-         *w = r.work.levels.w.data();
-  unpack_block(r.layout.DI_of(g).col(l), n, c);
-  std::copy_n(r.sampler.RHS.data() + e0, n, mean);
+void sample_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
+                  run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
+  const std::int32_t n = layout.NGR(g, 2);
+  const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
+  double *c = work.C.data(), *mean = work.mean.data(), *z = work.z.data(), *w = work.w.data();
+  unpack_block(layout.DI_of(g).col(l), n, c);
+  std::copy_n(sampler.RHS.data() + e0, n, mean);
   int info = 0;
   DPOTRF(n, c, n, info);
-  if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
+  if (info != 0) stop_at_block(report, g, " 1 potrf info= ", info);
   DPOTRS(n, 1, c, n, mean, n, info);
-  if (info != 0) stop_at_block(r.report, g, " 1 potrs info= ", info);
+  if (info != 0) stop_at_block(report, g, " 1 potrs info= ", info);
   for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
   solve_transposed(c, n, z, w);
-  if (g == 1 && r.layout.group(g).kind == group_kind::plain_regressions && !r.work.levels.distances.empty() &&
-      breaks_distance_rule(r.work.levels.distances, mean, w)) {
+  if (g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty() &&
+      breaks_distance_rule(work.distances, mean, w)) {
     ++f.nlabel;
     std::int64_t redraws = 0;
     do {
-      judge_redraws(r, ++redraws, mean, n, [&](std::int32_t x) { return inverse_element(c, n, x, w); });
+      judge_redraws(work, report, ++redraws, mean, n,
+                    [&](std::int32_t x) { return inverse_element(c, n, x, w); });
       for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
       solve_transposed(c, n, z, w);
-    } while (breaks_distance_rule(r.work.levels.distances, mean, w));
+    } while (breaks_distance_rule(work.distances, mean, w));
   }
-  for (std::int32_t i = 0; i < n; ++i) r.sampler.sol(e0 + i + 1) = mean[i] + w[i];
+  for (std::int32_t i = 0; i < n; ++i) sampler.sol(e0 + i + 1) = mean[i] + w[i];
 }
 
-void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l) {
-  const std::int32_t n = r.layout.NGR(g, 2);
-  const std::int64_t e0 = r.layout.group(g).base + (l - 1) * r.layout.group(g).stride;
-  sweep_block(r, f, g, l, n);
-  double *parm = r.work.levels.bordered.data(), *c = r.work.levels.C.data(),
-         *mean = r.work.levels.mean.data();
-  double *x = r.work.levels.x.data(), *z = r.work.levels.z.data();
+void sample_level_swept(const equation_layout& layout, sampler_store& sampler, level_work& work,
+                        marsaglia_source& marsaglia, reporting& report, run_frame& f, std::int32_t g,
+                        std::int32_t l) {
+  const std::int32_t n = layout.NGR(g, 2);
+  const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
+  sweep_block(layout, sampler, work, report, f, g, l, n);
+  double *parm = work.bordered.data(), *c = work.C.data(), *mean = work.mean.data();
+  double *x = work.x.data(), *z = work.z.data();
   const double* inverse = parm;
   for (std::int32_t i = 0; i < n; ++i)
     for (std::int32_t j = 0; j <= i; ++j) c[i + j * n] = c[j + i * n] = *inverse++;
   std::copy_n(inverse, n, mean);
-  ranmar_setgmn(r.report, mean, c, n, n, parm, r.work.levels.draw);
-  ranmar_genmn(r.sources.marsaglia, parm, x, z);
-  const bool ruled = g == 1 && r.layout.group(g).kind == group_kind::plain_regressions;
-  if (ruled && distance_too_small(r.work.levels.distances, x)) {
+  ranmar_setgmn(report, mean, c, n, n, parm, work.draw);
+  ranmar_genmn(marsaglia, parm, x, z);
+  const bool ruled = g == 1 && layout.group(g).kind == group_kind::plain_regressions;
+  if (ruled && distance_too_small(work.distances, x)) {
     if (f.stage == scan_stage::sources)
       ++f.nlabel;
     else
-      say(r.report, free_row().text("Resampling of mixture distances - Round: ").i(f.iround).str());
+      say(report, free_row().text("Resampling of mixture distances - Round: ").i(f.iround).str());
     std::int64_t redraws = 0;
     do {
-      judge_redraws(r, ++redraws, mean, n, [&](std::int32_t e) { return c[e + e * n]; });
-      ranmar_genmn(r.sources.marsaglia, parm, x, z);
-    } while (distance_too_small(r.work.levels.distances, x));
+      judge_redraws(work, report, ++redraws, mean, n, [&](std::int32_t e) { return c[e + e * n]; });
+      ranmar_genmn(marsaglia, parm, x, z);
+    } while (distance_too_small(work.distances, x));
   }
-  std::copy_n(x, n, r.sampler.sol.data() + e0);
+  std::copy_n(x, n, sampler.sol.data() + e0);
 }
 
 void restrict_solutions(sampler_store& s) {
@@ -269,22 +273,22 @@ void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sum
   if (n == 0) return;
   if (f.analysis_type < 2 || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
-      if (linked) subtract_links(r, group.number, l, n);
-      if (updated) solve_level(r, f, g, l, sums);
+      if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+      if (updated) solve_level(r.layout, r.sampler, r.work.levels, r.report, f, g, l, sums);
     }
     return;
   }
   if (f.stage != scan_stage::all) {
     for (std::int32_t l = 1; l <= levels; ++l) {
-      if (linked) subtract_links(r, group.number, l, n);
-      sample_level_swept(r, f, g, l);
+      if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+      sample_level_swept(r.layout, r.sampler, r.work.levels, r.sources.marsaglia, r.report, f, g, l);
     }
     return;
   }
   ranmar_draws draws(r.sources.marsaglia);
   for (std::int32_t l = 1; l <= levels; ++l) {
-    if (linked) subtract_links(r, group.number, l, n);
-    sample_level(r, f, draws, g, l);
+    if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, f, draws, g, l);
   }
 }
 

@@ -47,19 +47,23 @@ inline constexpr std::int32_t largest_listing = 1000; // lines of diagnostic pri
 // Takes the links of level l of factor k out of its right-hand sides:
 //   RHS(l) -= GIF sum over c of a(l,c) sol(c),  c the related levels other than l,
 // with sol as it stands; p traits of the factor are in the model.
-void subtract_links(scan_records& r, std::int32_t k, std::int32_t l, std::int32_t p);
+void subtract_links(const model_records& model, const relationship_store& relations, sampler_store& sampler,
+                    level_work& work, std::int32_t k, std::int32_t l, std::int32_t p);
 
 // Solves level l of group g for given right-hand sides by sweeping the bordered
 // block and moves its solutions, with over-relaxation omega. A pivot at or below
 // dependency_pivot is told on the listing with the whole block and counted in
 // f.ist; beyond largest_listing lines the run stops with code 16.
-void solve_level(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums);
+void solve_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
+                 run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums);
 
 // The same draw as the two stages of a scan make it: the bordered block is swept as
 // by solve_level, with its prints; sol = C^-1 RHS + U' z, U the upper factor of
 // C^-1. A mixture distance below 1e-12 is drawn again; f.nlabel grows by one when
 // that happens among the sources, otherwise the listing tells it.
-void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int32_t l);
+void sample_level_swept(const equation_layout& layout, sampler_store& sampler, level_work& work,
+                        marsaglia_source& marsaglia, reporting& report, run_frame& f, std::int32_t g,
+                        std::int32_t l);
 
 // Draws level l of group g from its conditional distribution: mean C^-1 RHS,
 // covariance C^-1, C = L L' the diagonal block. The n standard normals z come in
@@ -69,7 +73,8 @@ void sample_level_swept(scan_records& r, run_frame& f, std::int32_t g, std::int3
 // distance among them is below 1e-12; f.nlabel grows by one when that happens. There
 // is no limit; but where it can be shown after 1,000,000 draws, or as many more, that
 // none will ever do, or where the file STOP is there then, the run stops with code 16.
-void sample_level(scan_records& r, run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l);
+void sample_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
+                  run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l);
 
 // "Group: " g, the routine's words, info; ends the run with code 27.
 [[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info);

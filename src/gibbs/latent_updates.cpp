@@ -9,18 +9,19 @@ namespace zeph {
 namespace {
 
 // What liab_sample is told of record irec, from the work areas.
-liability_record described(scan_records& r, std::int32_t irec) {
+liability_record described(const design_store& design, const record_values& values, const latent_work& latent,
+                           std::int32_t irec) {
   liability_record x;
-  x.mean = r.work.values.fitted.data();
-  x.pos = r.work.latent.pos.data();
-  x.cat = r.work.latent.category.data();
-  if (r.design.Y_MMIN.allocated()) {
-    x.low = r.design.Y_MMIN.col(irec);
-    x.high = r.design.Y_MMAX.col(irec);
+  x.mean = values.fitted.data();
+  x.pos = latent.pos.data();
+  x.cat = latent.category.data();
+  if (design.Y_MMIN.allocated()) {
+    x.low = design.Y_MMIN.col(irec);
+    x.high = design.Y_MMAX.col(irec);
   }
-  x.cured = r.work.latent.cured.data();
-  x.isit = r.design.ISIT_M(irec);
-  x.h = r.design.IRESG_M(irec);
+  x.cured = latent.cured.data();
+  x.isit = design.ISIT_M(irec);
+  x.h = design.IRESG_M(irec);
   return x;
 }
 
@@ -43,7 +44,8 @@ void bddrmc_cat(scan_records& r, const run_frame& f) {
     std::int64_t c = 0;
     for (const category_record& category : r.categories.catstr)
       r.work.latent.category(category.trait) = r.categories.catobs(++c, irec);
-    liab_sample(r, r.work.values.res.data(), described(r, irec));
+    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(),
+                described(r.design, r.work.values, r.work.latent, irec));
     for (std::int32_t t = 1; t <= nt; ++t) {
       if (!trait_present(r.design.ISIT_M(irec), t, nt)) continue;
       const double mean = r.work.values.fitted(t), res = r.work.values.res(t);
@@ -69,9 +71,9 @@ void bddrmc_cens(scan_records& r, const run_frame& f) {
     }
     if (!any) continue;
     take_record(entries, r.work.values, irec);
-    liability_record x = described(r, irec);
+    liability_record x = described(r.design, r.work.values, r.work.latent, irec);
     x.censored_only = true;
-    liab_sample(r, r.work.values.res.data(), x);
+    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(), x);
     for (std::int32_t t = 1; t <= nt; ++t)
       if (r.work.latent.pos(t) != 0)
         store_observation(r.design, r.work.values, irec, t,
@@ -96,25 +98,26 @@ void find_extremes(const design_store& d, const category_store& categories, std:
 
 } // namespace
 
-void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files) {
+void samp_thresholds(const design_store& design, category_store& categories, combined_source& source,
+                     reporting& report, const run_frame& f, sample_files& files) {
   std::int32_t c = 0;
-  for (category_record& x : r.categories.catstr) find_extremes(r.design, r.categories, ++c, x);
-  for (category_record& x : r.categories.catstr)
+  for (category_record& x : categories.catstr) find_extremes(design, categories, ++c, x);
+  for (category_record& x : categories.catstr)
     for (std::int32_t k = 2; k <= x.ncat_t - 2; ++k)
-      x.thr(k) = uniform_range(r.sources.combined, x.maxu(k), x.minu(k + 1));
-  for (category_record& x : r.categories.catstr) {
+      x.thr(k) = uniform_range(source, x.maxu(k), x.minu(k + 1));
+  for (category_record& x : categories.catstr) {
     x.thr(1) = 0.0;
     x.thr(x.ncat_t - 1) = 1.0;
   }
   if (!takes_sample(f)) return;
-  for (category_record& x : r.categories.catstr)
+  for (category_record& x : categories.catstr)
     for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
       x.thrpostm(k) += x.thr(k);
       x.thrpostsd(k) += x.thr(k) * x.thr(k);
-      write_threshold(files, f, r.categories.catstr.front().trait, k, x.thr(k),
-                      r.report); // kept: the first trait
+      write_threshold(files, f, categories.catstr.front().trait, k, x.thr(k),
+                      report); // kept: the first trait
     }
-  flush_thresholds(files, r.report);
+  flush_thresholds(files, report);
 }
 
 bool has_latent_traits(const model_records& m, const run_frame& f) {
@@ -130,9 +133,9 @@ void update_latent_variables(scan_records& r, const run_frame& f, sample_files& 
   const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
   // kept: the form with covariables made from solutions leaves thresholds and censored values as they are
   const bool two_stages = scans_in_two_stages(f);
-  prepare_conditionals(r);
+  prepare_conditionals(r.model, r.sampler, r.work.latent);
   if ((ordered || binary) && !sequence) bddrmc_cat(r, f);
-  if (ordered && !two_stages) samp_thresholds(r, f, files);
+  if (ordered && !two_stages) samp_thresholds(r.design, r.categories, r.sources.combined, r.report, f, files);
   if (sequence) bddrmc_cure(r, f);
   if (m.has_type(trait_mixture)) bddrmc_mix(r, f);
   if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, f);

@@ -29,6 +29,7 @@ void bddrmc_cens(scan_records& r, const run_frame& f);
 // of the category below and the smallest of the one above; thr(1) = 0 and
 // thr(n-1) = 1. In sample rounds of all types above 0 they are summed and written
 // to `threshold`: round, number of the first ordered trait (on every row), k, thr(k).
-void samp_thresholds(scan_records& r, const run_frame& f, sample_files& files);
+void samp_thresholds(const design_store& design, category_store& categories, combined_source& source,
+                     reporting& report, const run_frame& f, sample_files& files);
 
 } // namespace zeph

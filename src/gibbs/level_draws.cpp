@@ -227,7 +227,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
 
 // Returns -1, or the level whose block can't be factored.
 template <int n, bool linked, bool classed, bool full>
-std::int64_t draw_all(scan_records& r, const level_walk& w, double* square) {
+std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* square) {
   level_batch<n> b;
   std::int64_t node = 0, fetched = 0;
   const bool far = linked && w.levels * w.stride > equations_near;
@@ -239,7 +239,7 @@ std::int64_t draw_all(scan_records& r, const level_walk& w, double* square) {
         last += w.links->before.data()[l] + w.links->after.data()[l];
       fetch_related(w, node, last);
     }
-    ranmar_snorms(r.sources.marsaglia, b.z, count * n);
+    ranmar_snorms(marsaglia, b.z, count * n);
     if constexpr (!classed) {
       sum_terms<n>(w, from, count, b.L);
       add_own<n>(w, from, count, b.L, b.x);
@@ -253,12 +253,13 @@ std::int64_t draw_all(scan_records& r, const level_walk& w, double* square) {
 }
 
 template <int n, bool linked, bool classed>
-std::int64_t draw_strided(scan_records& r, const level_walk& w, double* square) {
-  return w.stride == n ? draw_all<n, linked, classed, true>(r, w, square)
-                       : draw_all<n, linked, classed, false>(r, w, square);
+std::int64_t draw_strided(marsaglia_source& marsaglia, const level_walk& w, double* square) {
+  return w.stride == n ? draw_all<n, linked, classed, true>(marsaglia, w, square)
+                       : draw_all<n, linked, classed, false>(marsaglia, w, square);
 }
 
-template <int n> int draw_order(scan_records& r, level_walk& w, group_form& form, double* square) {
+template <int n>
+int draw_order(marsaglia_source& marsaglia, level_walk& w, group_form& form, double* square) {
   const bool classed = form.level_class.allocated();
   std::int64_t failed = -1;
   if (classed) {
@@ -267,45 +268,47 @@ template <int n> int draw_order(scan_records& r, level_walk& w, group_form& form
       w.diag = form.class_diag.data();
       return failed_row<n>(w, failed);
     }
-    failed = w.links != nullptr ? draw_strided<n, true, true>(r, w, square)
-                                : draw_strided<n, false, true>(r, w, square);
+    failed = w.links != nullptr ? draw_strided<n, true, true>(marsaglia, w, square)
+                                : draw_strided<n, false, true>(marsaglia, w, square);
   } else {
-    failed = w.links != nullptr ? draw_strided<n, true, false>(r, w, square)
-                                : draw_strided<n, false, false>(r, w, square);
+    failed = w.links != nullptr ? draw_strided<n, true, false>(marsaglia, w, square)
+                                : draw_strided<n, false, false>(marsaglia, w, square);
   }
   return failed >= 0 ? failed_row<n>(w, failed) : 0;
 }
 
-double multiplier_of(const scan_records& r, const block_term& term) {
-  return term.ti == 0 ? 1.0 : r.sampler.RCOVI(term.ti, term.tj, term.h);
+double multiplier_of(const sampler_store& sampler, const block_term& term) {
+  return term.ti == 0 ? 1.0 : sampler.RCOVI(term.ti, term.tj, term.h);
 }
 
 // The second list of a reduced animal model is summed elsewhere.
-bool squared_in_walk(const scan_records& r, const run_frame& f, const equation_group& group) {
+bool squared_in_walk(const model_records& model, const run_frame& f, const equation_group& group) {
   if (f.analysis_type <= 2 || group.kind != group_kind::random_factor) return false;
-  return !(structure_is(r.model.RMAT(group.number), "PED") && r.model.RMAT(group.number).L_RAM);
+  return !(structure_is(model.RMAT(group.number), "PED") && model.RMAT(group.number).L_RAM);
 }
 
-void describe_factor(const scan_records& r, std::int32_t n, const equation_group& group, level_walk& w) {
+void describe_factor(const model_records& model, const relationship_store& relations,
+                     const sampler_store& sampler, const residual_form& fast, std::int32_t n,
+                     const equation_group& group, level_walk& w) {
   w.random = true;
-  if (!structure_is(r.model.RMAT(group.number), "I")) {
-    w.links = &r.work.fast.links[static_cast<std::size_t>(group.number - 1)];
-    w.diag = r.relations.of(group.number).diag.data();
+  if (!structure_is(model.RMAT(group.number), "I")) {
+    w.links = &fast.links[static_cast<std::size_t>(group.number - 1)];
+    w.diag = relations.of(group.number).diag.data();
   }
   for (std::int32_t i = 0; i < n; ++i)
-    for (std::int32_t j = 0; j < n; ++j) w.G[i][j] = r.sampler.GIF(i + 1, j + 1, group.number);
+    for (std::int32_t j = 0; j < n; ++j) w.G[i][j] = sampler.GIF(i + 1, j + 1, group.number);
 }
 
 } // namespace
 
-void level_block(const scan_records& r, const group_form& form, std::int32_t n, std::int32_t l,
+void level_block(const sampler_store& sampler, const group_form& form, std::int32_t n, std::int32_t l,
                  double* block) {
   const std::int64_t packed = std::int64_t{n} * (n + 1) / 2;
   const std::int64_t row = form.level_class.allocated() ? form.level_class(l) : std::int64_t{l} - 1;
   std::fill_n(block, packed, 0.0);
   for (std::size_t k = 0; k < form.terms.size() && form.terms[k].element < packed; ++k)
     block[form.terms[k].element] +=
-        multiplier_of(r, form.terms[k]) * form.sums.col(static_cast<std::int64_t>(k) + 1)[row];
+        multiplier_of(sampler, form.terms[k]) * form.sums.col(static_cast<std::int64_t>(k) + 1)[row];
 }
 
 void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change) {
@@ -323,27 +326,29 @@ void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change
   if (form.changing) w.data_blocks = r.layout.DI_of(g).data();
   w.packed_stride = r.layout.DI_of(g).extent(1);
   double* multipliers = fast.multipliers.data();
-  for (std::size_t k = 0; k < form.terms.size(); ++k) multipliers[k] = multiplier_of(r, form.terms[k]);
+  for (std::size_t k = 0; k < form.terms.size(); ++k)
+    multipliers[k] = multiplier_of(r.sampler, form.terms[k]);
   w.multipliers = multipliers;
-  if (group.kind == group_kind::random_factor) describe_factor(r, n, group, w);
+  if (group.kind == group_kind::random_factor)
+    describe_factor(r.model, r.relations, r.sampler, r.work.fast, n, group, w);
   std::array<double, packed_of(largest_written_order)> square{};
   int info = 0;
   switch (n) {
   case 1:
-    info = draw_order<1>(r, w, form, square.data());
+    info = draw_order<1>(r.sources.marsaglia, w, form, square.data());
     break;
   case 2:
-    info = draw_order<2>(r, w, form, square.data());
+    info = draw_order<2>(r.sources.marsaglia, w, form, square.data());
     break;
   case 3:
-    info = draw_order<3>(r, w, form, square.data());
+    info = draw_order<3>(r.sources.marsaglia, w, form, square.data());
     break;
   default:
-    info = draw_order<4>(r, w, form, square.data());
+    info = draw_order<4>(r.sources.marsaglia, w, form, square.data());
     break;
   }
   if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
-  if (!squared_in_walk(r, f, group)) return;
+  if (!squared_in_walk(r.model, f, group)) return;
   std::copy_n(square.data(), n * (n + 1) / 2, fast.square.col(group.number));
   fast.square_done(group.number) = 1;
 }

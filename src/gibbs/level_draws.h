@@ -10,7 +10,7 @@
 namespace zeph {
 
 // Packed block D of level l (1-based) of a group of n places, from its sums.
-void level_block(const scan_records& r, const group_form& form, std::int32_t n, std::int32_t l,
+void level_block(const sampler_store& sampler, const group_form& form, std::int32_t n, std::int32_t l,
                  double* block);
 
 // Draws all levels of group g in order. On entry RHS holds Z_l' R^-1 e; it leaves

@@ -13,20 +13,22 @@ constexpr double far_below = -99999.0; // stands for minus infinity
 constexpr float nearest = 1e-10F;      // size of a binary liability that would else change its sign
 
 // Coefficients of the other traits in the mean of t, and its variance given them.
-void sweep_others(scan_records& r, std::int32_t h, std::int32_t t) {
-  residual_conditional& given = r.work.latent.given;
-  const std::int32_t nt = r.model.nt;
-  set_matrix(given, r.sampler.RCOV.slice(h));
+void sweep_others(const model_records& model, const sampler_store& sampler, latent_work& latent,
+                  std::int32_t h, std::int32_t t) {
+  residual_conditional& given = latent.given;
+  const std::int32_t nt = model.nt;
+  set_matrix(given, sampler.RCOV.slice(h));
   sweep_mask(given, all_traits(nt) & ~trait_bit(t, nt));
   for (std::int32_t i = 1; i <= nt; ++i)
-    r.work.latent.coefficient(i, t, h) = i == t ? 0.0 : coefficient_given(given, t, i);
-  r.work.latent.variance(t, h) = covariance_given(given, t, t);
+    latent.coefficient(i, t, h) = i == t ? 0.0 : coefficient_given(given, t, i);
+  latent.variance(t, h) = covariance_given(given, t, t);
 }
 
-double conditional_mean(const scan_records& r, const double* res, std::int32_t t, std::int32_t h) {
-  const double* c = &r.work.latent.coefficient(1, t, h);
+double conditional_mean(const model_records& model, const latent_work& latent, const double* res,
+                        std::int32_t t, std::int32_t h) {
+  const double* c = &latent.coefficient(1, t, h);
   double mean = 0;
-  for (std::int32_t i = 0; i < r.model.nt; ++i)
+  for (std::int32_t i = 0; i < model.nt; ++i)
     if (i != t - 1) mean += c[i] * res[i];
   return mean;
 }
@@ -40,12 +42,11 @@ double one_sided(combined_source& source, bool positive, double e, double m, dou
   return positive ? -between(source, far_below, e, -m, v) : between(source, far_below, -e, m, v);
 }
 
-double categorical(const scan_records& r, std::int32_t t, std::int32_t category, double e, double m,
-                   double v) {
-  for (const category_record& c : r.categories.catstr)
+double categorical(const category_store& categories, combined_source& source, std::int32_t t,
+                   std::int32_t category, double e, double m, double v) {
+  for (const category_record& c : categories.catstr)
     if (c.trait == t)
-      return between(r.sources.combined, threshold_bound(c, category - 1) - e,
-                     threshold_bound(c, category) - e, m, v);
+      return between(source, threshold_bound(c, category - 1) - e, threshold_bound(c, category) - e, m, v);
   return m;
 }
 
@@ -62,28 +63,28 @@ void allocate_latent_work(const model_records& m, latent_work& work, reporting& 
   allocate(report, work.category, "category", routine, m.nt);
 }
 
-void prepare_conditionals(scan_records& r) {
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
-    for (std::int32_t t = 1; t <= r.model.nt; ++t) sweep_others(r, h, t);
+void prepare_conditionals(const model_records& model, const sampler_store& sampler, latent_work& latent) {
+  for (std::int32_t h = 1; h <= sampler.G; ++h)
+    for (std::int32_t t = 1; t <= model.nt; ++t) sweep_others(model, sampler, latent, h, t);
 }
 
-void liab_sample(scan_records& r, double* res, const liability_record& x) {
-  combined_source& source = r.sources.combined;
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
-    const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
-    const bool observed = trait_present(x.isit, t, r.model.nt), pos = x.pos[t - 1] != 0;
+void liab_sample(const model_records& model, const category_store& categories, const latent_work& latent,
+                 combined_source& source, double* res, const liability_record& x) {
+  for (std::int32_t t = 1; t <= model.nt; ++t) {
+    const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
+    const bool observed = trait_present(x.isit, t, model.nt), pos = x.pos[t - 1] != 0;
     const bool drawn = type == trait_censored
                            ? pos
                            : observed && (type == trait_categorical || type == trait_liability ||
                                           type == trait_sequence || type == trait_cured);
     if (!drawn || (x.censored_only && type != trait_censored)) continue;
-    const double m = conditional_mean(r, res, t, x.h), v = r.work.latent.variance(t, x.h);
+    const double m = conditional_mean(model, latent, res, t, x.h), v = latent.variance(t, x.h);
     const double e = x.mean[t - 1];
     if (type == trait_censored)
       res[t - 1] = between(source, static_cast<double>(x.low[t - 1]) - e,
                            static_cast<double>(x.high[t - 1]) - e, m, v);
     else if (type == trait_categorical)
-      res[t - 1] = categorical(r, t, x.cat[t - 1], e, m, v);
+      res[t - 1] = categorical(categories, source, t, x.cat[t - 1], e, m, v);
     else if (type == trait_sequence && x.cured[t - 1] == 0)
       res[t - 1] = normal_draw(source, m, v);
     else

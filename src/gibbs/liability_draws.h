@@ -34,7 +34,7 @@ struct latent_work {
 void allocate_latent_work(const model_records& m, latent_work& work, reporting& report);
 
 // Coefficients and variances of all traits and residual groups from RCOV.
-void prepare_conditionals(scan_records& r);
+void prepare_conditionals(const model_records& model, const sampler_store& sampler, latent_work& latent);
 
 // What is known of the traits of one record, [t-1].
 struct liability_record {
@@ -52,7 +52,8 @@ struct liability_record {
 // given those drawn before, from the combined source. Types 3, 4, 7 and 8 take
 // part where observed, type 2 where pos is set. The upper tail of a binary trait
 // is drawn as the mirror image of the lower one. Draws never leave their interval.
-void liab_sample(scan_records& r, double* res, const liability_record& x);
+void liab_sample(const model_records& model, const category_store& categories, const latent_work& latent,
+                 combined_source& source, double* res, const liability_record& x);
 
 // Fitted value plus residual as a 32-bit liability. Those of binary traits keep
 // the sign that their observation gives them: never 0, since the sign is what

@@ -1,11 +1,11 @@
 #include "gibbs/mixture_updates.h"
 
-#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/liability_draws.h"
 #include "gibbs/record_pass.h"
 #include "gibbs/record_product.h"
 #include "gibbs/scan_records.h"
+#include "listing/listing_rows.h"
 #include "numerics/normal_draws.h"
 #include "numerics/normal_functions.h"
 
@@ -24,23 +24,24 @@ constexpr double lowest_bound = -9999990.0; // of minus the fitted value
 bool prints(const run_frame& f, std::int32_t irec) { return f.test_level > 0 && irec < 11 && f.iround < 4; }
 
 // records with the trait's bit set
-std::int64_t observations_of(const scan_records& r, std::int32_t t) {
+std::int64_t observations_of(const model_records& model, const design_store& design, std::int32_t t) {
   std::int64_t n = 0;
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)
-    n += trait_present(r.design.ISIT_M(irec), t, r.model.nt) ? 1 : 0;
+  for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
+    n += trait_present(design.ISIT_M(irec), t, model.nt) ? 1 : 0;
   return n;
 }
 
-void divide_by_observations(scan_records& r, std::int32_t t) {
-  const std::int64_t n = observations_of(r, t);
-  double& share = r.mixtures.mix_pi(t);
+void divide_by_observations(const model_records& model, const design_store& design, mixture_store& mixtures,
+                            std::int32_t t) {
+  const std::int64_t n = observations_of(model, design, t);
+  double& share = mixtures.mix_pi(t);
   share = n > 0 ? share / static_cast<double>(n) : 0.0;
 }
 
-void count_member(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t) {
-  r.mixtures.mix_pi(t) += 1;
-  r.mixtures.MIXZ_LAST(t, irec) = 1;
-  if (is_sample_round(f)) ++r.mixtures.MIXZ_COUNT(t, irec);
+void count_member(mixture_store& mixtures, const run_frame& f, std::int32_t irec, std::int32_t t) {
+  mixtures.mix_pi(t) += 1;
+  mixtures.MIXZ_LAST(t, irec) = 1;
+  if (is_sample_round(f)) ++mixtures.MIXZ_COUNT(t, irec);
 }
 
 // e' Q e, Q nt x nt
@@ -52,29 +53,31 @@ double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
 }
 
 // Residuals as if the record were in component 1 (work.mixture.e1) and in 0 (work.mixture.e0).
-void split_residuals(scan_records& r, const run_frame& f, std::int32_t irec) {
-  const design_store& d = r.design;
-  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.mixture.e1.begin());
-  std::copy(r.work.values.res.begin(), r.work.values.res.end(), r.work.mixture.e0.begin());
-  for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
-    if (d.XD6_M(j, irec) <= 0 || !entry_active(d, r.layout, irec, j, f.analysis_type)) continue;
-    const double s = r.sampler.sol(d.XD1_M(j, irec));
-    const std::int32_t u = d.XD2_M(j, irec);
-    if (d.ZD_M(j, irec) < coefficient_on)
-      r.work.mixture.e1(u) -= s;
+void split_residuals(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
+                     const record_values& values, mixture_work& mixture, const run_frame& f,
+                     std::int32_t irec) {
+  std::copy(values.res.begin(), values.res.end(), mixture.e1.begin());
+  std::copy(values.res.begin(), values.res.end(), mixture.e0.begin());
+  for (std::int32_t j = 1; j <= design.M_M(irec); ++j) {
+    if (design.XD6_M(j, irec) <= 0 || !entry_active(design, layout, irec, j, f.analysis_type)) continue;
+    const double s = sampler.sol(design.XD1_M(j, irec));
+    const std::int32_t u = design.XD2_M(j, irec);
+    if (design.ZD_M(j, irec) < coefficient_on)
+      mixture.e1(u) -= s;
     else
-      r.work.mixture.e0(u) += s;
+      mixture.e0(u) += s;
   }
 }
 
 // Mixture coefficients of indicator t in record irec.
-void switch_coefficients(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, bool on) {
-  design_store& d = r.design;
-  const record_entries entries = entries_of(r, f.analysis_type);
-  for (std::int32_t j = 1; j <= d.M_M(irec); ++j) {
-    if (d.XD6_M(j, irec) != t) continue;
-    store_coefficient(d, entries, r.work.values, irec, j, on ? 1.0 : 0.0);
-    if (d.XD2_M(j, irec) > 0) r.work.mixture.l_mix_z(d.XD2_M(j, irec)) = on;
+void switch_coefficients(const equation_layout& layout, design_store& design, const sampler_store& sampler,
+                         record_values& values, mixture_work& mixture, const run_frame& f, std::int32_t irec,
+                         std::int32_t t, bool on) {
+  const record_entries entries = entries_of(design, layout, sampler, f.analysis_type);
+  for (std::int32_t j = 1; j <= design.M_M(irec); ++j) {
+    if (design.XD6_M(j, irec) != t) continue;
+    store_coefficient(design, entries, values, irec, j, on ? 1.0 : 0.0);
+    if (design.XD2_M(j, irec) > 0) mixture.l_mix_z(design.XD2_M(j, irec)) = on;
   }
 }
 
@@ -104,30 +107,34 @@ void update_indicator(scan_records& r, const run_frame& f, std::int32_t irec, st
   const double tau = draw_tau(r, f, irec, t, a1);
   const bool on = a1 <= tau;
   r.work.mixture.z(t) = on;
-  switch_coefficients(r, f, irec, t, on);
+  switch_coefficients(r.layout, r.design, r.sampler, r.work.values, r.work.mixture, f, irec, t, on);
   if (prints(f, irec)) {
     free_row row;
     row.text("l_mix_z: ");
     for (const logical flag : r.work.mixture.l_mix_z) row.l(flag != 0);
     say(r.report, row.str());
   }
-  liab_sample_mix(r, r.work.values.res.data(), r.work.values.fitted.data(), r.work.mixture.z.data(),
-                  r.design.ISIT_M(irec), r.design.IRESG_M(irec));
+  liab_sample_mix(r.model, r.sampler, r.work.mixture, r.sources.combined, r.work.values.res.data(),
+                  r.work.values.fitted.data(), r.work.mixture.z.data(), r.design.ISIT_M(irec),
+                  r.design.IRESG_M(irec));
   store_observation(r.design, r.work.values, irec, t, static_cast<float>(r.work.values.res(t)));
 }
 
-void print_mixture_record(scan_records& r, const run_frame& f, std::int32_t irec) {
+void print_mixture_record(const model_records& model, const design_store& design,
+                          const sampler_store& sampler, residual_inverses& inverses,
+                          const record_values& values, reporting& report, const run_frame& f,
+                          std::int32_t irec) {
   if (f.test_level <= 1 || f.iround >= 4 || irec >= 11) return;
-  make_riff(r, irec, f.analysis_type, r.work.values.weighted);
-  BDDRMC_XD_PRINT(r, "BDDRMC_MIX", irec, 6);
-  if (irec < 4) say(r.report, "Computing residuals for liabilities");
+  make_riff(model, design, sampler, inverses, irec, f.analysis_type, values.weighted);
+  BDDRMC_XD_PRINT(model, design, sampler, inverses, report, "BDDRMC_MIX", irec, 6);
+  if (irec < 4) say(report, "Computing residuals for liabilities");
 }
 
 void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
   const std::int32_t nt = r.model.nt;
-  print_mixture_record(r, f, irec);
+  print_mixture_record(r.model, r.design, r.sampler, r.work.inverses, r.work.values, r.report, f, irec);
   take_record(entries_of(r, f.analysis_type), r.work.values, irec);
-  split_residuals(r, f, irec);
+  split_residuals(r.layout, r.design, r.sampler, r.work.values, r.work.mixture, f, irec);
   r.work.mixture.l_mix_z.fill(0);
   r.work.mixture.z.fill(0);
   std::int32_t last = 0;
@@ -143,7 +150,7 @@ void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
   for (std::int32_t t = 1; t <= nt; ++t)
     if (r.model.MODEL(t).L_MIX_TRAIT && trait_present(r.design.ISIT_M(irec), t, nt) &&
         r.work.mixture.l_mix_z(t) != 0)
-      count_member(r, f, irec, t);
+      count_member(r.mixtures, f, irec, t);
 }
 
 double mixture_liability(combined_source& source, bool on, double mean, double m, double v) {
@@ -155,30 +162,32 @@ double mixture_liability(combined_source& source, bool on, double mean, double m
 // ---- cure sequences ----
 
 // CURE_YHAT(:,pos) += fitted values of record irec, summed in 32 bits
-void add_fitted_row(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t pos) {
-  float* row = r.design.CURE_YHAT.col(pos);
-  add_fitted(entries_of(r, f.analysis_type), irec, row);
-  if (!r.work.values.weighted) return;
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) row[t - 1] *= r.design.WV_SQRT_M(t, irec);
+void add_fitted_row(const model_records& model, const equation_layout& layout, design_store& design,
+                    const sampler_store& sampler, const record_values& values, const run_frame& f,
+                    std::int32_t irec, std::int32_t pos) {
+  float* row = design.CURE_YHAT.col(pos);
+  add_fitted(entries_of(design, layout, sampler, f.analysis_type), irec, row);
+  if (!values.weighted) return;
+  for (std::int32_t t = 1; t <= model.nt; ++t) row[t - 1] *= design.WV_SQRT_M(t, irec);
 }
 
-void set_status(scan_records& r, std::int32_t t, std::int32_t npos, bool status) {
-  for (std::int32_t i = 1; i <= npos; ++i) r.design.LOG_Z(t, i) = status;
+void set_status(design_store& design, std::int32_t t, std::int32_t npos, bool status) {
+  for (std::int32_t i = 1; i <= npos; ++i) design.LOG_Z(t, i) = status;
 }
 
 // Status of kind 7 over the sequence that ends at irec: failed in any record.
-void observe_status(scan_records& r, std::int32_t irec, std::int32_t npos) {
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
-    const trait_record& trait = r.model.MODEL(t);
+void observe_status(const model_records& model, design_store& design, std::int32_t irec, std::int32_t npos) {
+  for (std::int32_t t = 1; t <= model.nt; ++t) {
+    const trait_record& trait = model.MODEL(t);
     if (trait.TRAIT_TYPE == trait_sequence) {
       bool any = false;
       for (std::int32_t i = irec - npos + 1; i <= irec; ++i)
-        any = any || r.design.CURE_Y[static_cast<std::size_t>(t - 1)](i) != 0;
-      set_status(r, t, npos, any);
-      if (trait.link2 > 0) set_status(r, trait.link2, npos, any);
+        any = any || design.CURE_Y[static_cast<std::size_t>(t - 1)](i) != 0;
+      set_status(design, t, npos, any);
+      if (trait.link2 > 0) set_status(design, trait.link2, npos, any);
     }
     if (trait.TRAIT_TYPE == trait_cured)
-      for (std::int32_t i = 1; i < npos; ++i) r.design.CURE_YHAT(t, i) = 0.0F;
+      for (std::int32_t i = 1; i < npos; ++i) design.CURE_YHAT(t, i) = 0.0F;
   }
 }
 
@@ -188,70 +197,72 @@ double upper_tail(double x) {
   return upper;
 }
 
-void draw_status(scan_records& r, std::int32_t npos) {
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
-    const trait_record& trait = r.model.MODEL(t);
-    if (trait.TRAIT_TYPE != trait_cured || r.design.LOG_Z(trait.link1, npos) != 0) continue;
+void draw_status(const model_records& model, design_store& design, combined_source& source,
+                 std::int32_t npos) {
+  for (std::int32_t t = 1; t <= model.nt; ++t) {
+    const trait_record& trait = model.MODEL(t);
+    if (trait.TRAIT_TYPE != trait_cured || design.LOG_Z(trait.link1, npos) != 0) continue;
     double prod = 1.0;
     for (std::int32_t i = 1; i <= npos; ++i)
-      prod *= upper_tail(static_cast<double>(r.design.CURE_YHAT(trait.link1, i)));
+      prod *= upper_tail(static_cast<double>(design.CURE_YHAT(trait.link1, i)));
     double Phi = 0, Q = 0, density = 0;
-    normal_tail(static_cast<double>(r.design.CURE_YHAT(t, npos)), Phi, Q, density);
+    normal_tail(static_cast<double>(design.CURE_YHAT(t, npos)), Phi, Q, density);
     const double d = Q / (prod * Phi + Q);
-    const double a1 = uniform_range(r.sources.combined);
+    const double a1 = uniform_range(source);
     if (!(a1 <= 1.0 - d)) continue;
-    set_status(r, t, npos, true);
-    set_status(r, trait.link1, npos, true);
+    set_status(design, t, npos, true);
+    set_status(design, trait.link1, npos, true);
   }
 }
 
 // What the record shows of each trait, and its residuals from the fitted row.
-void describe_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i,
-                          std::int32_t npos) {
-  const std::int32_t nt = r.model.nt;
+void describe_cure_record(const model_records& model, const design_store& design,
+                          const category_store& categories, record_values& values, latent_work& latent,
+                          const run_frame& f, std::int32_t irec, std::int32_t i, std::int32_t npos) {
+  const std::int32_t nt = model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
-    const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
-    const double y = static_cast<double>(r.design.Y_M(t, irec));
-    r.work.latent.pos(t) = y > 0.0 && (type != trait_censored || trait_present(r.design.ISIT_M(irec), t, nt));
-    if (type == trait_sequence)
-      r.work.latent.pos(t) = r.design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
-    if (type == trait_cured) r.work.latent.pos(t) = r.design.LOG_Z(t, npos);
-    r.work.latent.category(t) = -1;
-    r.work.values.fitted(t) = static_cast<double>(r.design.CURE_YHAT(t, i));
-    r.work.values.res(t) = y - r.work.values.fitted(t);
+    const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
+    const double y = static_cast<double>(design.Y_M(t, irec));
+    latent.pos(t) = y > 0.0 && (type != trait_censored || trait_present(design.ISIT_M(irec), t, nt));
+    if (type == trait_sequence) latent.pos(t) = design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
+    if (type == trait_cured) latent.pos(t) = design.LOG_Z(t, npos);
+    latent.category(t) = -1;
+    values.fitted(t) = static_cast<double>(design.CURE_YHAT(t, i));
+    values.res(t) = y - values.fitted(t);
     // as in take_record: nothing is imputed in type 0
-    if (f.analysis_type <= 0 && !trait_present(r.design.ISIT_M(irec), t, nt))
-      r.work.values.res(t) = r.work.values.fitted(t) = 0.0;
+    if (f.analysis_type <= 0 && !trait_present(design.ISIT_M(irec), t, nt))
+      values.res(t) = values.fitted(t) = 0.0;
   }
   std::int64_t c = 0;
-  for (const category_record& category : r.categories.catstr)
-    r.work.latent.category(category.trait) = r.categories.catobs(++c, irec);
+  for (const category_record& category : categories.catstr)
+    latent.category(category.trait) = categories.catobs(++c, irec);
 }
 
-void store_cure_record(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t i) {
-  const std::int32_t nt = r.model.nt;
+void store_cure_record(const model_records& model, design_store& design, mixture_store& mixtures,
+                       record_values& values, const latent_work& latent, const run_frame& f,
+                       std::int32_t irec, std::int32_t i) {
+  const std::int32_t nt = model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
-    const std::int32_t type = r.model.MODEL(t).TRAIT_TYPE;
-    if (!trait_present(r.design.ISIT_M(irec), t, nt)) continue;
-    const double mean = r.work.values.fitted(t), res = r.work.values.res(t);
-    const bool one_sided = type == trait_liability || type == trait_cured ||
-                           (type == trait_sequence && r.design.LOG_Z(t, i) != 0);
+    const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
+    if (!trait_present(design.ISIT_M(irec), t, nt)) continue;
+    const double mean = values.fitted(t), res = values.res(t);
+    const bool one_sided =
+        type == trait_liability || type == trait_cured || (type == trait_sequence && design.LOG_Z(t, i) != 0);
     if (one_sided)
-      store_observation(r.design, r.work.values, irec, t,
-                        stored_liability(mean, res, r.work.latent.pos(t) != 0));
+      store_observation(design, values, irec, t, stored_liability(mean, res, latent.pos(t) != 0));
     else if (type == trait_categorical || type == trait_sequence)
-      store_observation(r.design, r.work.values, irec, t, static_cast<float>(mean + res));
+      store_observation(design, values, irec, t, static_cast<float>(mean + res));
     const bool counted = type == trait_liability || type == trait_sequence || type == trait_cured;
-    if (counted && r.design.Y_M(t, irec) > 0.0F) count_member(r, f, irec, t);
+    if (counted && design.Y_M(t, irec) > 0.0F) count_member(mixtures, f, irec, t);
   }
 }
 
 void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos) {
-  observe_status(r, irec, npos);
-  draw_status(r, npos);
+  observe_status(r.model, r.design, irec, npos);
+  draw_status(r.model, r.design, r.sources.combined, npos);
   for (std::int32_t i = 1; i <= npos; ++i) {
     const std::int32_t record = irec - npos + i;
-    describe_cure_record(r, f, record, i, npos);
+    describe_cure_record(r.model, r.design, r.categories, r.work.values, r.work.latent, f, record, i, npos);
     liability_record x;
     x.mean = r.work.values.fitted.data();
     x.pos = r.work.latent.pos.data();
@@ -263,8 +274,8 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
     }
     x.isit = r.design.ISIT_M(record);
     x.h = r.design.IRESG_M(record);
-    liab_sample(r, r.work.values.res.data(), x);
-    store_cure_record(r, f, record, i);
+    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(), x);
+    store_cure_record(r.model, r.design, r.mixtures, r.work.values, r.work.latent, f, record, i);
   }
   for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.col(i), r.model.nt, 0.0F);
 }
@@ -280,14 +291,15 @@ void allocate_mixture_work(const model_records& m, mixture_work& work, reporting
   allocate(report, work.e0, "e0", routine, m.nt);
 }
 
-void start_mixing_proportions(scan_records& r) {
-  if (!r.mixtures.mix_pi.allocated()) return;
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)
-    for (std::int32_t j = 1; j <= r.design.M_M(irec); ++j)
-      if (r.design.XD6_M(j, irec) > 0 && r.design.ZD_M(j, irec) > start_on && r.design.XD2_M(j, irec) > 0)
-        r.mixtures.mix_pi(r.design.XD2_M(j, irec)) += 1;
-  for (std::int32_t t = 1; t <= r.model.nt; ++t)
-    if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r, t);
+void start_mixing_proportions(const model_records& model, const design_store& design,
+                              mixture_store& mixtures) {
+  if (!mixtures.mix_pi.allocated()) return;
+  for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
+    for (std::int32_t j = 1; j <= design.M_M(irec); ++j)
+      if (design.XD6_M(j, irec) > 0 && design.ZD_M(j, irec) > start_on && design.XD2_M(j, irec) > 0)
+        mixtures.mix_pi(design.XD2_M(j, irec)) += 1;
+  for (std::int32_t t = 1; t <= model.nt; ++t)
+    if (model.MODEL(t).L_MIX_TRAIT) divide_by_observations(model, design, mixtures, t);
 }
 
 void bddrmc_mix(scan_records& r, const run_frame& f) {
@@ -298,7 +310,7 @@ void bddrmc_mix(scan_records& r, const run_frame& f) {
   r.mixtures.mix_pi.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) mix_record(r, f, irec);
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
-    if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r, t);
+    if (r.model.MODEL(t).L_MIX_TRAIT) divide_by_observations(r.model, r.design, r.mixtures, t);
   if (f.test_level <= 0) return;
   free_row row;
   row.text("Round,mix_pi: ").i(f.iround);
@@ -306,23 +318,24 @@ void bddrmc_mix(scan_records& r, const run_frame& f) {
   say(r.report, row.str());
 }
 
-void liab_sample_mix(scan_records& r, double* res, const double* mean, const logical* z, std::int32_t isit,
-                     std::int32_t h) {
-  const std::int32_t nt = r.model.nt;
-  residual_conditional& given = r.work.mixture.given;
+void liab_sample_mix(const model_records& model, const sampler_store& sampler, mixture_work& mixture,
+                     combined_source& source, double* res, const double* mean, const logical* z,
+                     std::int32_t isit, std::int32_t h) {
+  const std::int32_t nt = model.nt;
+  residual_conditional& given = mixture.given;
   const auto listed = [&](std::int32_t t) {
-    return r.model.MODEL(t).TRAIT_TYPE == trait_mixture && trait_present(isit, t, nt);
+    return model.MODEL(t).TRAIT_TYPE == trait_mixture && trait_present(isit, t, nt);
   };
   std::int32_t mask = isit;
   for (std::int32_t t = 1; t <= nt; ++t)
     if (listed(t)) mask &= ~trait_bit(t, nt);
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (!listed(t)) continue;
-    set_matrix(given, r.sampler.RCOV.slice(h));
+    set_matrix(given, sampler.RCOV.slice(h));
     set_border(given, res, mask);
     sweep_mask(given, mask);
     const double m = mean_given(given, t), v = covariance_given(given, t, t);
-    res[t - 1] = mixture_liability(r.sources.combined, z[t - 1] != 0, mean[t - 1], m, v);
+    res[t - 1] = mixture_liability(source, z[t - 1] != 0, mean[t - 1], m, v);
     mask |= trait_bit(t, nt);
   }
   for (std::int32_t t = 1; t <= nt; ++t)
@@ -334,10 +347,10 @@ void bddrmc_cure(scan_records& r, const run_frame& f) {
   r.mixtures.mix_pi.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     const std::int32_t pos = std::abs(r.design.SEQ_M(irec));
-    add_fitted_row(r, f, irec, pos);
+    add_fitted_row(r.model, r.layout, r.design, r.sampler, r.work.values, f, irec, pos);
     if (r.design.SEQ_M(irec) < 0) close_sequence(r, f, irec, pos);
   }
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) divide_by_observations(r, t);
+  for (std::int32_t t = 1; t <= r.model.nt; ++t) divide_by_observations(r.model, r.design, r.mixtures, t);
 }
 
 } // namespace zeph

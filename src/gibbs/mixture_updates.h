@@ -32,7 +32,8 @@ void allocate_mixture_work(const model_records& m, mixture_work& work, reporting
 
 // Proportions at the start: entries of a trait whose mixture coefficient is on, over
 // the trait's observed records.
-void start_mixing_proportions(scan_records& r);
+void start_mixing_proportions(const model_records& model, const design_store& design,
+                              mixture_store& mixtures);
 
 // One pass over the records for the traits of kind 5. Each takes a uniform of the
 // combined source for its indicator,
@@ -44,8 +45,9 @@ void bddrmc_mix(scan_records& r, const run_frame& f);
 // Liabilities of the traits of kind 5 of one record: each given the observed other
 // traits and those of kind 5 drawn before, on the side that z tells. On return
 // res(t) of those traits is the liability itself.
-void liab_sample_mix(scan_records& r, double* res, const double* mean, const logical* z, std::int32_t isit,
-                     std::int32_t h);
+void liab_sample_mix(const model_records& model, const sampler_store& sampler, mixture_work& mixture,
+                     combined_source& source, double* res, const double* mean, const logical* z,
+                     std::int32_t isit, std::int32_t h);
 
 // One pass over the records for kinds 7 and 8: as a sequence ends, whether the
 // subject can fail is drawn where its status leaves that open, with probability

@@ -26,7 +26,9 @@ void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g);
 
 // Prints one record for testing, with the columns that nxd = 2..7 names. With
 // any other nxd only the message routine is called and the run goes on.
-void BDDRMC_XD_PRINT(const scan_records& r, std::string_view name, std::int32_t irec, std::int32_t nxd);
+void BDDRMC_XD_PRINT(const model_records& model, const design_store& design, const sampler_store& sampler,
+                     const residual_inverses& inverses, reporting& report, std::string_view name,
+                     std::int32_t irec, std::int32_t nxd);
 
 struct record_pass {
   void begin_round(scan_records& r, const run_frame& f) const { bddrmc_init(r, f); }

@@ -38,30 +38,32 @@ void allocate_residual_inverses(const model_records& m, residual_inverses& work,
           work.by_pattern(i, j, p, g) = residual.HETGR_RIIF(m.hetgr_index(g), p, i, j);
 }
 
-void make_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights) {
-  const design_store& d = r.design;
-  mat<double>& riff = r.work.inverses.riff;
-  const std::int32_t g = d.IRESG_M(irec);
+void make_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
+               residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type, bool weights) {
+  mat<double>& riff = inverses.riff;
+  const std::int32_t g = design.IRESG_M(irec);
   const double* source =
-      analysis_type <= 0 ? &r.work.inverses.by_pattern(1, 1, d.C_ISIT_M(irec), g) : r.sampler.RCOVI.slice(g);
+      analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), g) : sampler.RCOVI.slice(g);
   std::copy_n(source, riff.size(), riff.data());
-  if (weights) weigh_riff(d, irec, r.model.nt, riff);
+  if (weights) weigh_riff(design, irec, model.nt, riff);
 }
 
-void make_swept_riff(const scan_records& r, std::int32_t irec, std::int32_t analysis_type, bool weights) {
-  if (analysis_type > 0) return make_riff(r, irec, analysis_type, weights);
-  const design_store& d = r.design;
-  invert_observed(r.work.inverses.swept, r.sampler.RCOV.slice(d.IRESG_M(irec)), d.ISIT_M(irec),
-                  r.work.inverses.riff.data());
-  if (weights) weigh_riff(d, irec, r.model.nt, r.work.inverses.riff);
-}
-
-void make_stage_riff(const scan_records& r, scan_stage stage, std::int32_t irec, std::int32_t analysis_type,
+void make_swept_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
+                     residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type,
                      bool weights) {
+  if (analysis_type > 0) return make_riff(model, design, sampler, inverses, irec, analysis_type, weights);
+  invert_observed(inverses.swept, sampler.RCOV.slice(design.IRESG_M(irec)), design.ISIT_M(irec),
+                  inverses.riff.data());
+  if (weights) weigh_riff(design, irec, model.nt, inverses.riff);
+}
+
+void make_stage_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
+                     residual_inverses& inverses, scan_stage stage, std::int32_t irec,
+                     std::int32_t analysis_type, bool weights) {
   if (stage == scan_stage::sources)
-    make_swept_riff(r, irec, analysis_type, weights);
+    make_swept_riff(model, design, sampler, inverses, irec, analysis_type, weights);
   else
-    make_riff(r, irec, analysis_type, weights);
+    make_riff(model, design, sampler, inverses, irec, analysis_type, weights);
 }
 
 void invert_observed(residual_conditional& conditional, const double* R, std::int32_t mask, double* inverse) {

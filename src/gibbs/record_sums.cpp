@@ -16,48 +16,51 @@ constexpr double far_out = 36.0; // normal_tail: density 0 beyond 37
 
 // Places of a conditional: coefficients of the missing on the present traits,
 // row by row, then the set-up of the draw.
-double* coefficients_of(scan_records& r, std::int64_t mask, std::int32_t h) {
-  return &r.work.fast.conditional(1, mask + 1, h);
+double* coefficients_of(residual_form& fast, std::int64_t mask, std::int32_t h) {
+  return &fast.conditional(1, mask + 1, h);
 }
-double* setup_of(scan_records& r, std::int64_t mask, std::int32_t h) {
-  return coefficients_of(r, mask, h) + std::int64_t{r.model.nt} * r.model.nt;
+double* setup_of(const model_records& model, residual_form& fast, std::int64_t mask, std::int32_t h) {
+  return coefficients_of(fast, mask, h) + std::int64_t{model.nt} * model.nt;
 }
 
 // R of group h swept on the present traits of the mask: the block of these holds R_oo^-1.
-void sweep_present(scan_records& r, const mask_form& mask, std::int32_t h) {
-  set_matrix(r.work.missing.given, r.sampler.RCOV.slice(h));
-  for (const std::int32_t t : mask.present) sweep_trait(r.work.missing.given, t);
+void sweep_present(const sampler_store& sampler, missing_draws& draws, const mask_form& mask,
+                   std::int32_t h) {
+  set_matrix(draws.given, sampler.RCOV.slice(h));
+  for (const std::int32_t t : mask.present) sweep_trait(draws.given, t);
 }
 
 // Distribution of the missing traits given the present ones; once a round.
-void prepare_conditional(scan_records& r, std::int64_t index, std::int32_t h) {
-  residual_form& form = r.work.fast;
-  const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
+void prepare_conditional(const model_records& model, const sampler_store& sampler, missing_draws& draws,
+                         residual_form& fast, reporting& report, std::int64_t index, std::int32_t h) {
+  const mask_form& mask = fast.masks[static_cast<std::size_t>(index)];
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
-  sweep_present(r, mask, h);
-  const residual_conditional& given = r.work.missing.given;
-  double* coefficient = coefficients_of(r, index, h);
+  sweep_present(sampler, draws, mask, h);
+  const residual_conditional& given = draws.given;
+  double* coefficient = coefficients_of(fast, index, h);
   for (std::int64_t i = 0; i < m; ++i) {
     const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
     for (const std::int32_t u : mask.present) *coefficient++ = coefficient_given(given, t, u);
-    r.work.missing.mean(i + 1) = 0;
+    draws.mean(i + 1) = 0;
     for (std::int64_t j = 0; j < m; ++j)
-      r.work.missing.covariance(1 + i + j * m) =
-          covariance_given(given, t, mask.missing[static_cast<std::size_t>(j)]);
+      draws.covariance(1 + i + j * m) = covariance_given(given, t, mask.missing[static_cast<std::size_t>(j)]);
   }
-  ranmar_setgmn(r.report, r.work.missing.mean.data(), r.work.missing.covariance.data(), m,
-                static_cast<std::int32_t>(m), setup_of(r, index, h), r.work.missing.draw);
-  form.prepared(index * r.sampler.G + h) = 1;
+  ranmar_setgmn(report, draws.mean.data(), draws.covariance.data(), m, static_cast<std::int32_t>(m),
+                setup_of(model, fast, index, h), draws.draw);
+  fast.prepared(index * sampler.G + h) = 1;
 }
 
 // res(missing) = conditional mean - L z, as sample_missing draws it.
-void draw_conditional(scan_records& r, std::int64_t index, std::int32_t h, double* res, const double* z) {
-  residual_form& form = r.work.fast;
-  if (form.prepared(index * r.sampler.G + h) == 0) prepare_conditional(r, index, h);
-  const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
+void draw_conditional(const model_records& model, const sampler_store& sampler, missing_draws& draws,
+                      residual_form& fast, reporting& report, std::int64_t index, std::int32_t h, double* res,
+                      const double* z) {
+  if (fast.prepared(index * sampler.G + h) == 0)
+    prepare_conditional(model, sampler, draws, fast, report, index, h);
+  const mask_form& mask = fast.masks[static_cast<std::size_t>(index)];
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
-  const double* coefficient = coefficients_of(r, index, h);
-  const double* setup = setup_of(r, index, h) + 1 + m; // the factor, row j begins m - j behind row j-1
+  const double* coefficient = coefficients_of(fast, index, h);
+  const double* setup =
+      setup_of(model, fast, index, h) + 1 + m; // the factor, row j begins m - j behind row j-1
   for (std::int64_t i = 0; i < m; ++i) {
     double mean = 0;
     for (const std::int32_t u : mask.present) mean += *coefficient++ * res[u - 1];
@@ -67,25 +70,25 @@ void draw_conditional(scan_records& r, std::int64_t index, std::int32_t h, doubl
       x += *factor * z[j];
       factor += m - j - 1;
     }
-    r.work.missing.x(i + 1) = mean - x;
+    draws.x(i + 1) = mean - x;
   }
-  for (std::int64_t i = 0; i < m; ++i)
-    res[mask.missing[static_cast<std::size_t>(i)] - 1] = r.work.missing.x(i + 1);
+  for (std::int64_t i = 0; i < m; ++i) res[mask.missing[static_cast<std::size_t>(i)] - 1] = draws.x(i + 1);
 }
 
 // Y_M and E of the missing traits of record i (from 0) from their new residuals.
-void store_drawn(scan_records& r, const mask_form& mask, std::int64_t i, const double* res) {
+void store_drawn(design_store& design, record_values& values, const mask_form& mask, std::int64_t i,
+                 const double* res) {
   for (const std::int32_t t : mask.missing)
-    store_observation(r.design, r.work.values, static_cast<std::int32_t>(i + 1), t,
-                      static_cast<float>(res[t - 1]));
+    store_observation(design, values, static_cast<std::int32_t>(i + 1), t, static_cast<float>(res[t - 1]));
 }
 
-void keep_sampled(scan_records& r, std::int64_t i, std::int32_t h, const double* res) {
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
+void keep_sampled(const model_records& model, design_store& design, sampler_store& sampler, std::int64_t i,
+                  std::int32_t h, const double* res) {
+  for (std::int32_t t = 1; t <= model.nt; ++t) {
     const double e = res[t - 1];
-    r.sampler.dic_ressum(t, i + 1) += e;
-    r.sampler.dic_rrsum(t, h) += e * e;
-    if (r.model.keeps_residuals()) r.design.ZEPH_RES(t, i + 1) = e;
+    sampler.dic_ressum(t, i + 1) += e;
+    sampler.dic_rrsum(t, h) += e * e;
+    if (model.keeps_residuals()) design.ZEPH_RES(t, i + 1) = e;
   }
 }
 
@@ -115,11 +118,11 @@ void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, 
       for (std::int32_t k = 0; k <= j; ++k) *product++ += res[j] * res[k];
     const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
     if (!mask.missing.empty()) {
-      draw_conditional(r, index, h, res, z);
+      draw_conditional(r.model, r.sampler, r.work.missing, r.work.fast, r.report, index, h, res, z);
       z += mask.missing.size();
-      store_drawn(r, mask, i, res);
+      store_drawn(r.design, r.work.values, mask, i, res);
     }
-    if (sampled) keep_sampled(r, i, h, res);
+    if (sampled) keep_sampled(r.model, r.design, r.sampler, i, h, res);
   }
 }
 
@@ -141,34 +144,32 @@ void take_single(residual_form& form, std::int64_t lo, std::int64_t hi) {
   form.largest(1) = largest;
 }
 
-void draw_normals(scan_records& r, std::int64_t lo, std::int64_t hi) {
-  residual_form& form = r.work.fast;
+void draw_normals(residual_form& fast, marsaglia_source& marsaglia, std::int64_t lo, std::int64_t hi) {
   std::int64_t n = 0;
   for (std::int64_t i = lo; i < hi; ++i)
     n += static_cast<std::int64_t>(
-        form.masks[static_cast<std::size_t>(form.mask_of.data()[i])].missing.size());
-  if (n > 0) ranmar_snorms(r.sources.marsaglia, form.normals.data(), n);
+        fast.masks[static_cast<std::size_t>(fast.mask_of.data()[i])].missing.size());
+  if (n > 0) ranmar_snorms(marsaglia, fast.normals.data(), n);
 }
 
-void add_products(scan_records& r) {
-  const residual_form& form = r.work.fast;
-  const std::int64_t packed = form.products.extent(1), masks = form.products.extent(2);
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
+void add_products(const model_records& model, sampler_store& sampler, const residual_form& fast) {
+  const std::int64_t packed = fast.products.extent(1), masks = fast.products.extent(2);
+  for (std::int32_t h = 1; h <= sampler.G; ++h)
     for (std::int64_t k = 1; k <= packed; ++k) {
-      if (r.sampler.LNCOV(k)) continue;
-      double& sum = r.sampler.sscp(k, r.model.nramat + h);
-      for (std::int64_t m = 1; m <= masks; ++m) sum += form.products(k, m, h);
+      if (sampler.LNCOV(k)) continue;
+      double& sum = sampler.sscp(k, model.nramat + h);
+      for (std::int64_t m = 1; m <= masks; ++m) sum += fast.products(k, m, h);
     }
 }
 
 // Adds the part of one mask and group; false when a density may be 0, or when a
 // pivot was too small to sweep: the records are then scored one by one.
-bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64_t records, double& lik) {
-  const residual_form& form = r.work.fast;
-  const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
-  sweep_present(r, mask, h);
-  const residual_conditional& swept = r.work.missing.given;
-  const double* S = &form.products(1, index + 1, h);
+bool add_density(const sampler_store& sampler, missing_draws& draws, const residual_form& fast,
+                 std::int64_t index, std::int32_t h, std::int64_t records, double& lik) {
+  const mask_form& mask = fast.masks[static_cast<std::size_t>(index)];
+  sweep_present(sampler, draws, mask, h);
+  const residual_conditional& swept = draws.given;
+  const double* S = &fast.products(1, index + 1, h);
   double quadratic = 0, bound = 0;
   for (const std::int32_t t : mask.present) {
     if (swept.swept(t) == 0) return false;
@@ -176,40 +177,42 @@ bool add_density(scan_records& r, std::int64_t index, std::int32_t h, std::int64
       const std::int32_t k = ihmij(t, u, 0);
       quadratic += swept.P(k) * S[k - 1];
     }
-    bound += std::sqrt(swept.P(ihmij(t, t, 0))) * form.largest(t);
+    bound += std::sqrt(swept.P(ihmij(t, t, 0))) * fast.largest(t);
   }
   lik += 0.5 * quadratic +
          static_cast<double>(records * static_cast<std::int64_t>(mask.present.size())) * half_log_two_pi;
   return bound <= far_out;
 }
 
-void score_each(scan_records& r, const run_frame& f, double& lik) {
-  const record_entries entries = entries_of(r, f.analysis_type);
+void score_each(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
+                record_values& values, missing_draws& draws, const run_frame& f, double& lik) {
+  const record_entries entries = entries_of(design, layout, sampler, f.analysis_type);
   lik = 0;
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    take_record(entries, r.work.values, irec);
-    score_record(r.work.missing.given, r.work.values.res, r.design.ISIT_M(irec),
-                 r.sampler.RCOV.slice(r.design.IRESG_M(irec)), lik);
+  for (std::int32_t irec = 1; irec <= design.nobs; ++irec) {
+    take_record(entries, values, irec);
+    score_record(draws.given, values.res, design.ISIT_M(irec), sampler.RCOV.slice(design.IRESG_M(irec)), lik);
   }
 }
 
-void find_density(scan_records& r, const run_frame& f, double& lik) {
-  residual_form& form = r.work.fast;
-  const std::int64_t masks = static_cast<std::int64_t>(form.masks.size());
-  if (form.counts_move) count_masks(r.design, form);
+void find_density(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
+                  record_values& values, missing_draws& draws, residual_form& fast, const run_frame& f,
+                  double& lik) {
+  const std::int64_t masks = static_cast<std::int64_t>(fast.masks.size());
+  if (fast.counts_move) count_masks(design, fast);
   lik = 0;
   bool near = true;
-  for (std::int32_t h = 1; h <= r.sampler.G; ++h)
+  for (std::int32_t h = 1; h <= sampler.G; ++h)
     for (std::int64_t m = 0; m < masks; ++m)
-      if (form.counts(m + 1, h) > 0) near = add_density(r, m, h, form.counts(m + 1, h), lik) && near;
-  if (!near) score_each(r, f, lik);
+      if (fast.counts(m + 1, h) > 0)
+        near = add_density(sampler, draws, fast, m, h, fast.counts(m + 1, h), lik) && near;
+  if (!near) score_each(layout, design, sampler, values, draws, f, lik);
 }
 
 // True when neither observations nor coefficients change before the next round.
-bool residuals_stay(const scan_records& r, const run_frame& f) {
+bool residuals_stay(const model_records& model, const run_frame& f) {
   if (f.analysis_type > 4) return false;
-  for (std::int32_t t = 1; t <= r.model.nt; ++t)
-    if (r.model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
+  for (std::int32_t t = 1; t <= model.nt; ++t)
+    if (model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
   return true;
 }
 
@@ -229,12 +232,12 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
   if (sampled) r.sampler.dic_rrsum.fill(0.0);
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
-    fresh_residuals(r, f, lo, hi);
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f, lo, hi);
     if (single) {
       take_single(form, lo, hi);
       continue;
     }
-    draw_normals(r, lo, hi);
+    draw_normals(r.work.fast, r.sources.marsaglia, lo, hi);
     switch (r.model.nt) {
     case 1:
       take_records<1>(r, weights, sampled, lo, hi);
@@ -250,9 +253,9 @@ void sum_records(scan_records& r, const run_frame& f, double& lik) {
       break;
     }
   }
-  if (f.analysis_type > 1) add_products(r);
-  find_density(r, f, lik);
-  form.valid_round = residuals_stay(r, f) ? f.iround + 1 : -1;
+  if (f.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast);
+  find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, f, lik);
+  form.valid_round = residuals_stay(r.model, f) ? f.iround + 1 : -1;
 }
 
 } // namespace zeph

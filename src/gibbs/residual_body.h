@@ -32,6 +32,8 @@ struct residual_body {
 
 // E(rec,t) = y - Z b for the records lo+1..hi with sol as it stands. Missing traits:
 // 0 when analysis_type is 0 or less, else what stands in Y_M.
-void fresh_residuals(scan_records& r, const run_frame& f, std::int64_t lo, std::int64_t hi);
+void fresh_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
+                     const sampler_store& sampler, residual_form& fast, const run_frame& f, std::int64_t lo,
+                     std::int64_t hi);
 
 } // namespace zeph

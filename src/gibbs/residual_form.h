@@ -123,6 +123,7 @@ void count_masks(const design_store& design, residual_form& form);
 
 // True when the coefficient of entry e of record irec can change in the run:
 // mixture coefficients and covariables made from solutions.
-bool coefficient_changes(const scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t e);
+bool coefficient_changes(const equation_layout& layout, const design_store& design, const run_frame& f,
+                         std::int32_t irec, std::int32_t e);
 
 } // namespace zeph

@@ -12,27 +12,27 @@ namespace {
 
 // res(missing) = -X, X ~ N(m, V): m the border of the missing traits, minus their means given the
 // observed ones, V their covariance.
-void draw_missing(scan_records& r, vec<double>& res, const std::int32_t* missing, std::int32_t m) {
-  round_work& work = r.work;
-  const residual_conditional& given = work.missing.given;
+void draw_missing(missing_draws& draws, marsaglia_source& marsaglia, reporting& report, vec<double>& res,
+                  const std::int32_t* missing, std::int32_t m) {
+  const residual_conditional& given = draws.given;
   for (std::int32_t i = 0; i < m; ++i) {
-    work.missing.mean(i + 1) = -mean_given(given, missing[i]);
+    draws.mean(i + 1) = -mean_given(given, missing[i]);
     for (std::int32_t j = 0; j < m; ++j)
-      work.missing.covariance(1 + i + j * m) = covariance_given(given, missing[i], missing[j]);
+      draws.covariance(1 + i + j * m) = covariance_given(given, missing[i], missing[j]);
   }
-  ranmar_setgmn(r.report, work.missing.mean.data(), work.missing.covariance.data(), m, m,
-                work.missing.setup.data(), work.missing.draw);
-  ranmar_genmn(r.sources.marsaglia, work.missing.setup.data(), work.missing.x.data(), work.missing.z.data());
-  for (std::int32_t i = 0; i < m; ++i) res(missing[i]) = -work.missing.x(i + 1);
+  ranmar_setgmn(report, draws.mean.data(), draws.covariance.data(), m, m, draws.setup.data(), draws.draw);
+  ranmar_genmn(marsaglia, draws.setup.data(), draws.x.data(), draws.z.data());
+  for (std::int32_t i = 0; i < m; ++i) res(missing[i]) = -draws.x(i + 1);
 }
 
-void add_products(scan_records& r, std::int32_t g) {
-  const vec<double>& res = r.work.values.res;
-  const std::int32_t nt = r.model.nt;
-  double* sums = r.sampler.sscp.col(r.model.nramat + g);
+void add_products(const model_records& model, sampler_store& sampler, const record_values& values,
+                  std::int32_t g) {
+  const vec<double>& res = values.res;
+  const std::int32_t nt = model.nt;
+  double* sums = sampler.sscp.col(model.nramat + g);
   for (std::int32_t i = 1, k = 1; i <= nt; ++i)
     for (std::int32_t j = 1; j <= i; ++j, ++k)
-      if (!r.sampler.LNCOV(k)) sums[k - 1] += res(i) * res(j);
+      if (!sampler.LNCOV(k)) sums[k - 1] += res(i) * res(j);
 }
 
 void store_missing(design_store& d, std::int32_t irec, std::int32_t nt, const vec<double>& res) {
@@ -75,13 +75,13 @@ void score_record(residual_conditional& conditional, const vec<double>& res, std
   }
 }
 
-void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
-  round_work& work = r.work;
-  score_record(work.missing.given, res, isit, R, lik);
+void sample_missing(const model_records& model, missing_draws& draws, marsaglia_source& marsaglia,
+                    reporting& report, vec<double>& res, std::int32_t isit, const double* R, double& lik) {
+  score_record(draws.given, res, isit, R, lik);
   std::int32_t m = 0;
-  for (std::int32_t t = 1; t <= r.model.nt; ++t)
-    if (!trait_present(isit, t, r.model.nt)) work.missing.traits(++m) = t;
-  if (m > 0) draw_missing(r, res, work.missing.traits.data(), m);
+  for (std::int32_t t = 1; t <= model.nt; ++t)
+    if (!trait_present(isit, t, model.nt)) draws.traits(++m) = t;
+  if (m > 0) draw_missing(draws, marsaglia, report, res, draws.traits.data(), m);
 }
 
 void start_missing_traits(scan_records& r) {
@@ -91,7 +91,8 @@ void start_missing_traits(scan_records& r) {
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     if (complete(d.ISIT_M(irec), nt)) continue;
     r.work.values.res.fill(0.0);
-    sample_missing(r, r.work.values.res, d.ISIT_M(irec), r.sampler.RCOV.slice(d.IRESG_M(irec)), lik);
+    sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
+                   r.sampler.RCOV.slice(d.IRESG_M(irec)), lik);
     store_missing(d, irec, nt, r.work.values.res);
   }
 }
@@ -107,8 +108,9 @@ void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik) {
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
     const std::int32_t g = d.IRESG_M(irec);
-    if (f.analysis_type > 1) add_products(r, g);
-    sample_missing(r, r.work.values.res, d.ISIT_M(irec), r.sampler.RCOV.slice(g), lik);
+    if (f.analysis_type > 1) add_products(r.model, r.sampler, r.work.values, g);
+    sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
+                   r.sampler.RCOV.slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);
     if (!sampled) continue;
     for (std::int32_t t = 1; t <= nt; ++t) {

@@ -31,7 +31,8 @@ void allocate_missing_draws(const model_records& m, missing_draws& work, reporti
 // draw from its distribution given the observed ones: one standard normal of the
 // Marsaglia source per missing trait, traits ascending. isit: mask of observed
 // traits; R: nt x nt residual matrix, column-major. A complete record draws nothing.
-void sample_missing(scan_records& r, vec<double>& res, std::int32_t isit, const double* R, double& lik);
+void sample_missing(const model_records& model, missing_draws& draws, marsaglia_source& marsaglia,
+                    reporting& report, vec<double>& res, std::int32_t isit, const double* R, double& lik);
 
 // The first half of it: adds the record's part to lik and leaves in `conditional` the
 // matrix bordered by res and swept on the observed traits.

@@ -20,7 +20,7 @@ inline bool in_stage(const design_store& design, scan_stage stage, std::int32_t 
 }
 
 // All groups of the stage in order.
-template <class Body> void scan_groups(const Body& body, scan_records& r, run_frame& f, solver_sums& sums) {
+template <class Body> void scan_groups(Body& body, scan_records& r, run_frame& f, solver_sums& sums) {
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
     if (!in_stage(r.design, f.stage, g)) continue;
     if (f.test_level > 1) say_group_start(r.report, g);

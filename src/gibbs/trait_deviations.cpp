@@ -1,11 +1,11 @@
 #include "gibbs/trait_deviations.h"
 
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "gibbs/record_product.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 #include "numerics/lapack_calls.h"
 
 #include <algorithm>
@@ -18,50 +18,53 @@ namespace {
 constexpr double weight_of_one_parent = static_cast<double>(0.6666666865348816F); // 2/3
 
 // Solution of trait t in a level of the factor; 0 for level 0 and for traits without a row.
-double solution(const scan_records& r, const deviation_store& d, std::int32_t level, std::int32_t t) {
+double solution(const model_records& model, const sampler_store& sampler, const deviation_store& d,
+                std::int32_t level, std::int32_t t) {
   if (level == 0 || d.row(t) == 0) return 0.0;
-  const std::int64_t order = r.model.RMAT(d.factor).n_rc;
-  return r.sampler.sol(r.model.NBEGRA(d.factor) + (level - 1) * order + d.row(t));
+  const std::int64_t order = model.RMAT(d.factor).n_rc;
+  return sampler.sol(model.NBEGRA(d.factor) + (level - 1) * order + d.row(t));
 }
 
 // TD(level) += residuals of the traits present, W(level) += A R^-1 A
-void add_record(scan_records& r, const run_frame& f, deviation_store& d, std::int32_t irec, bool weights) {
-  const std::int32_t level = r.design.G_TD_LEVEL(irec), nt = r.model.nt;
+void add_record(const model_records& model, const equation_layout& layout, const design_store& design,
+                const sampler_store& sampler, residual_inverses& inverses, record_values& values,
+                const run_frame& f, deviation_store& d, std::int32_t irec, bool weights) {
+  const std::int32_t level = design.G_TD_LEVEL(irec), nt = model.nt;
   if (level <= 0) return;
-  take_record(entries_of(r, f.analysis_type), r.work.values, irec);
-  make_swept_riff(r, irec, f.analysis_type, weights);
+  take_record(entries_of(design, layout, sampler, f.analysis_type), values, irec);
+  make_swept_riff(model, design, sampler, inverses, irec, f.analysis_type, weights);
   d.A.fill(0.0);
-  for (std::int32_t j = 1; j <= r.design.M_M(irec); ++j)
-    if (r.design.XD7_M(j, irec) == d.factor && entry_active(r.design, r.layout, irec, j, f.analysis_type))
-      d.A(r.design.XD2_M(j, irec)) += 1.0;
+  for (std::int32_t j = 1; j <= design.M_M(irec); ++j)
+    if (design.XD7_M(j, irec) == d.factor && entry_active(design, layout, irec, j, f.analysis_type))
+      d.A(design.XD2_M(j, irec)) += 1.0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    if (trait_present(r.design.ISIT_M(irec), t, nt)) d.TD(t, level) += r.work.values.res(t);
+    if (trait_present(design.ISIT_M(irec), t, nt)) d.TD(t, level) += values.res(t);
   for (std::int32_t j = 1; j <= nt; ++j)
-    for (std::int32_t i = 1; i <= nt; ++i) d.W(i, j, level) += d.A(i) * r.work.inverses.riff(i, j) * d.A(j);
+    for (std::int32_t i = 1; i <= nt; ++i) d.W(i, j, level) += d.A(i) * inverses.riff(i, j) * d.A(j);
 }
 
-void finish_own(const scan_records& r, deviation_store& d) {
+void finish_own(const model_records& model, const sampler_store& sampler, deviation_store& d) {
   for (std::int32_t level = 1; level <= d.levels; ++level)
-    for (std::int32_t t = 1; t <= r.model.nt; ++t) {
+    for (std::int32_t t = 1; t <= model.nt; ++t) {
       double& TD = d.TD(t, level);
       if (d.N_TD(t, level) == 0) {
         TD = 0.0;
         continue;
       }
-      TD = TD / d.N_TD(t, level) + solution(r, d, level, t);
+      TD = TD / d.N_TD(t, level) + solution(model, sampler, d, level, t);
       d.S_TD(t, level) += TD;
       d.SS_TD(t, level) += TD * TD;
     }
 }
 
 // PTD(parent) += w W (2 TD - u(mate)), W_PTD(parent) += w W
-void give_to_parent(const scan_records& r, deviation_store& d, std::int32_t level, std::int32_t parent,
-                    std::int32_t mate, double w) {
-  const std::int32_t nt = r.model.nt;
+void give_to_parent(const model_records& model, const sampler_store& sampler, deviation_store& d,
+                    std::int32_t level, std::int32_t parent, std::int32_t mate, double w) {
+  const std::int32_t nt = model.nt;
   d.v.fill(0.0);
   for (std::int32_t j = 1; j <= nt; ++j) {
     if (d.N_TD(j, level) == 0) continue;
-    const double corrected = 2.0 * d.TD(j, level) - solution(r, d, mate, j);
+    const double corrected = 2.0 * d.TD(j, level) - solution(model, sampler, d, mate, j);
     for (std::int32_t i = 1; i <= nt; ++i) d.v(i) += d.W(i, j, level) * corrected;
   }
   for (std::int32_t i = 1; i <= nt; ++i) d.PTD(i, parent) += w * d.v(i);
@@ -70,15 +73,16 @@ void give_to_parent(const scan_records& r, deviation_store& d, std::int32_t leve
   for (std::int32_t k = 0; k < nt * nt; ++k) sum[k] += w * W[k];
 }
 
-void pass_to_parents(const scan_records& r, deviation_store& d) {
-  if (r.relations.pedigree_factor != d.factor) return;
+void pass_to_parents(const model_records& model, const relationship_store& relations,
+                     const sampler_store& sampler, deviation_store& d) {
+  if (relations.pedigree_factor != d.factor) return;
   for (std::int32_t level = 1; level <= d.levels; ++level) {
-    const std::int32_t sire = std::abs(r.relations.pedmat(1, level)),
-                       dam = std::abs(r.relations.pedmat(2, level));
+    const std::int32_t sire = std::abs(relations.pedmat(1, level)),
+                       dam = std::abs(relations.pedmat(2, level));
     if ((sire == 0 && dam == 0) || !has_records(d, level)) continue;
     const double w = sire > 0 && dam > 0 ? 1.0 : weight_of_one_parent;
-    if (sire > 0) give_to_parent(r, d, level, sire, dam, w);
-    if (dam > 0) give_to_parent(r, d, level, dam, sire, w);
+    if (sire > 0) give_to_parent(model, sampler, d, level, sire, dam, w);
+    if (dam > 0) give_to_parent(model, sampler, d, level, dam, sire, w);
   }
 }
 
@@ -128,21 +132,22 @@ void finish_progeny(deviation_store& d, std::int32_t nt) {
   }
 }
 
-void write_progeny(const scan_records& r, const run_frame& f, const deviation_store& d) {
+void write_progeny(const model_records& model, reporting& report, const run_frame& f,
+                   const deviation_store& d) {
   const std::string name = "PTD" + std::to_string(f.iround);
-  whole_file whole(path_of(r.report, name));
+  whole_file whole(path_of(report, name));
   text_writer out;
-  if (!out.open(whole.path())) write_fault(r.report, name, "open");
+  if (!out.open(whole.path())) write_fault(report, name, "open");
   for (std::int32_t level = 1; level <= d.levels; ++level) {
     const std::int32_t* n = d.N_PTD.col(level);
-    if (*std::max_element(n, n + r.model.nt) <= r.model.PTD_LIMIT) continue;
+    if (*std::max_element(n, n + model.nt) <= model.PTD_LIMIT) continue;
     free_row row;
     row.i(level);
-    for (std::int32_t t = 1; t <= r.model.nt; ++t) row.i(d.N_PTD(t, level));
-    for (std::int32_t t = 1; t <= r.model.nt; ++t) row.r8(d.PTD(t, level));
+    for (std::int32_t t = 1; t <= model.nt; ++t) row.i(d.N_PTD(t, level));
+    for (std::int32_t t = 1; t <= model.nt; ++t) row.r8(d.PTD(t, level));
     out.line(row.str());
   }
-  if (!out.close() || !whole.publish()) write_fault(r.report, name, "write");
+  if (!out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 } // namespace
@@ -152,15 +157,16 @@ void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d) {
   values_from_entries(r.work.values);
   d.TD.fill(0.0);
   d.W.fill(0.0);
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) add_record(r, f, d, irec, weights);
-  finish_own(r, d);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)
+    add_record(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.values, f, d, irec, weights);
+  finish_own(r.model, r.sampler, d);
   ++d.calls;
   if (!d.progeny) return;
   d.PTD.fill(0.0);
   d.W_PTD.fill(0.0);
-  pass_to_parents(r, d);
+  pass_to_parents(r.model, r.relations, r.sampler, d);
   finish_progeny(d, r.model.nt);
-  if (r.model.PTD_INT > 0 && f.iround % r.model.PTD_INT == 0) write_progeny(r, f, d);
+  if (r.model.PTD_INT > 0 && f.iround % r.model.PTD_INT == 0) write_progeny(r.model, r.report, f, d);
 }
 
 } // namespace zeph

@@ -1,12 +1,12 @@
 #include "jump/model_moves.h"
 
-#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/covariance_draws.h"
 #include "gibbs/record_product.h"
 #include "gibbs/residual_body.h"
 #include "jump/jump_densities.h"
 #include "jump/jump_setup.h"
+#include "listing/listing_rows.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -24,7 +24,8 @@ constexpr double least_pivot = 1.0E-12;
 double quadratic_form(const round_work& work, std::int32_t nt) {
   double sum = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    for (std::int32_t u = 1; u <= nt; ++u) sum += work.values.res(t) * work.inverses.riff(t, u) * work.values.res(u);
+    for (std::int32_t u = 1; u <= nt; ++u)
+      sum += work.values.res(t) * work.inverses.riff(t, u) * work.values.res(u);
   return sum;
 }
 
@@ -34,7 +35,7 @@ double sum_by_records(scan_records& r, const run_frame& f) {
   values_from_entries(r.work.values);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     read_record(entries_of(r, f.analysis_type), r.work.values, irec); // riff holds the weights
-    make_riff(r, irec, f.analysis_type, weights);
+    make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, f.analysis_type, weights);
     ssq += quadratic_form(r.work, r.model.nt);
   }
   return ssq;
@@ -59,7 +60,7 @@ double sum_by_columns(scan_records& r, const run_frame& f) {
   double ssq = 0;
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, std::int64_t{r.design.nobs});
-    fresh_residuals(r, f, lo, hi);
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f, lo, hi);
     if (form.one_matrix) { // R^-1 is that of all records
       for (std::int32_t t = 1; t <= nt; ++t)
         for (std::int32_t u = 1; u <= t; ++u) {
@@ -71,15 +72,15 @@ double sum_by_columns(scan_records& r, const run_frame& f) {
     for (std::int64_t i = lo; i < hi; ++i) {
       const auto irec = static_cast<std::int32_t>(i + 1);
       read_record(entries_of(r, f.analysis_type), r.work.values, irec);
-      make_riff(r, irec, f.analysis_type, weights);
+      make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, f.analysis_type, weights);
       ssq += quadratic_form(r.work, nt);
     }
   }
   return ssq;
 }
 
-bool columns_hold(const scan_records& r) {
-  for (const group_form& group : r.work.fast.groups)
+bool columns_hold(const residual_form& form) {
+  for (const group_form& group : form.groups)
     for (const design_slot& slot : group.slots)
       if (slot.changing) return false;
   return true;
@@ -127,7 +128,8 @@ void weigh_solutions(jump_records& r, std::int32_t n, model_side& side) {
   }
   double* sums = r.scan.sampler.sscp.col(k);
   std::fill_n(sums, r.scan.sampler.sscp.extent(1), 0.0);
-  add_factor_squares(r.scan, k, n);
+  add_factor_squares(r.scan.model, r.scan.relations, r.scan.sampler, r.scan.work.matrices, r.scan.work.fast,
+                     r.scan.report, k, n);
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= n; ++j) {
       const std::int32_t at = ihmij(i, j, n) - 1;
@@ -232,7 +234,7 @@ void residual_pass(jump_records& r, double& fit, double& ssq) {
   fit = 0;
   for (std::int32_t irec = 1; irec <= scan.design.nobs; ++irec)
     fit += scan.sampler.LVDET(r.model.nramat + scan.design.IRESG_M(irec));
-  const bool fast = body_of(scan, r.frame) == scan_body::fast && columns_hold(scan);
+  const bool fast = body_of(scan, r.frame) == scan_body::fast && columns_hold(scan.work.fast);
   ssq = fast ? sum_by_columns(scan, r.frame) : sum_by_records(scan, r.frame);
 }
 

@@ -53,7 +53,7 @@ struct covariance_case : scan_case {
   }
   void sum_squares() {
     scan_records all = records();
-    sscp_random(all, f);
+    sscp_random(all.model, all.relations, all.sampler, all.work.matrices, all.work.fast, all.report, f);
   }
   void draw() {
     scan_records all = records();

@@ -1,6 +1,7 @@
 #include "gibbs/group_scan.h"
 
 #include "gibbs/record_pass.h"
+#include "gibbs/scan_groups.h"
 #include "scan_case.h"
 
 #include <cmath>
@@ -195,7 +196,7 @@ TEST(subtract_links, takes_the_related_levels_without_the_level_itself) {
     for (const std::int32_t p : {2, 1}) {
       c.s.RHS.fill(1.0);
       scan_records records = c.records();
-      subtract_links(records, 1, l, p);
+      subtract_links(records.model, records.relations, records.sampler, records.work.levels, 1, l, p);
       for (std::int32_t e = 1; e <= c.layout.neq; ++e) {
         double expected = 1.0;
         for (std::int32_t h = 1; h <= 4; ++h)
@@ -217,7 +218,7 @@ TEST(solve_level, solves_one_block_and_sums_squared_changes_and_old_solutions) {
   solver_sums sums;
   sums.ssd = 10.0, sums.ssq = 20.0, sums.omega = 0.25;
   c.f.ist = 3;
-  solve_level(records, c.f, 5, 2, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 5, 2, sums);
   EXPECT_NEAR(c.s.sol(11), 1.0 + 0.25 * 0.5, 1e-15);
   EXPECT_NEAR(c.s.sol(12), 2.0 - 0.25 * 1.0, 1e-15);
   EXPECT_NEAR(sums.ssd, 10.0 + 0.25 + 1.0, 1e-14); // of the block's solution, before relaxation
@@ -235,7 +236,7 @@ TEST(solve_level, tells_a_dependency_with_its_block_and_leaves_the_row_unswept) 
   c.run.report.nlines = 40;
   scan_records records = c.records();
   solver_sums sums;
-  solve_level(records, c.f, 5, 3, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 5, 3, sums);
   // swept on row 1 alone: 1/2, coefficient 2/2, residual 0
   EXPECT_EQ(c.said(), "Round " + I(12) + "  Linear dependency in group= " + I(5) + " Level= " + I(3) +
                           " Equation= " + I(2) + " Diagonal= " + R8("0.0") + "\nError in diagonal block" +
@@ -255,7 +256,7 @@ TEST(solve_level, counts_a_negative_pivot_as_a_problem_though_it_is_swept) {
   c.s.RHS(17) = 2.0;
   scan_records records = c.records();
   solver_sums sums;
-  solve_level(records, c.f, 6, 1, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1, sums);
   EXPECT_EQ(c.f.ist, 1);
   EXPECT_EQ(c.s.sol(17), -0.5);
   EXPECT_NE(c.said().find("Diagonal= " + R8("-4.0") + "\n"), std::string::npos);
@@ -266,10 +267,11 @@ TEST(solve_level, counts_problems_of_its_own_block_only) {
   c.layout.DI_of(6)(1, 2) = 1.0;
   scan_records records = c.records();
   solver_sums sums;
-  solve_level(records, c.f, 6, 1, sums); // a block of zeros
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1,
+              sums); // a block of zeros
   EXPECT_EQ(c.f.ist, 1);
   c.said();
-  solve_level(records, c.f, 6, 2, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 2, sums);
   EXPECT_EQ(c.f.ist, 0);
   EXPECT_EQ(c.said(), "");
 }
@@ -280,11 +282,11 @@ TEST(solve_level, tells_a_pivot_between_the_limits_without_sweeping_it) {
   solver_sums sums;
   c.layout.DI_of(6)(1, 1) = 2e-18; // below the sweep's tolerance, above the limit of the message
   c.s.RHS(17) = 5.0;
-  solve_level(records, c.f, 6, 1, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1, sums);
   EXPECT_EQ(c.said(), "");
   EXPECT_EQ(c.s.sol(17), 5.0); // unswept: the border as it was
   c.layout.DI_of(6)(1, 1) = 1e-18;
-  solve_level(records, c.f, 6, 1, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1, sums);
   EXPECT_NE(c.said().find("Linear dependency"), std::string::npos);
 }
 
@@ -294,7 +296,9 @@ TEST(solve_level, stops_beyond_1000_lines_after_the_pair) {
   scan_records records = c.records();
   solver_sums sums;
   c.f.iround = 1;
-  const std::string text = expect_stop(16, c.run, [&](reporting&) { solve_level(records, c.f, 5, 1, sums); });
+  const std::string text = expect_stop(16, c.run, [&](reporting&) {
+    solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 5, 1, sums);
+  });
   // pair 1 makes 1000 lines and is let pass, pair 2 is the one too many
   const std::string end = "j,j1,k,l : " + I(2) + I(1) + I(5) + I(2) + "\n" + I(2) + I(1) + R8("0.0") +
                           R8("0.0") + "\n\nMore then 1000 lines printed\nProgram terminates\n";

@@ -62,7 +62,7 @@ struct latent_pass_case : scan_case {
     f.iround = 1;
     f.isamp = 1;
     scan_records r = records();
-    prepare_conditionals(r);
+    prepare_conditionals(r.model, r.sampler, r.work.latent);
   }
   // Draws trait t of a record between a and b about its mean given the others.
   void draw(double* res, std::int32_t t, double a, double b) {
@@ -161,7 +161,7 @@ TEST(samp_thresholds, of_three_categories_are_fixed_without_a_draw) {
   c.categories.catobs.fill(1);
   c.f.analysis_type = 0;
   scan_records r = c.records();
-  samp_thresholds(r, c.f, c.files);
+  samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f, c.files);
   EXPECT_EQ(c.categories.catstr[0].thr(1), 0.0);
   EXPECT_EQ(c.categories.catstr[0].thr(2), 1.0);
   c.expect_sources_alike();
@@ -188,7 +188,8 @@ TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_all_types_above
     c.f.nburn = 4, c.f.isamp = 2;
     ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
     scan_records r = c.records();
-    for (c.f.iround = 4; c.f.iround <= 7; ++c.f.iround) samp_thresholds(r, c.f, c.files);
+    for (c.f.iround = 4; c.f.iround <= 7; ++c.f.iround)
+      samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f, c.files);
     const double sum = c.categories.catstr[0].thrpostm(2), squares = c.categories.catstr[0].thrpostsd(2);
     std::istringstream file(c.directory.read("threshold"));
     if (type == 0) {
@@ -218,9 +219,10 @@ TEST(update_latent_variables, takes_categories_thresholds_and_censored_values_in
   latent_pass_case one, other;
   scan_records r = one.records(), q = other.records();
   one.f.iround = other.f.iround = 0; // no sample
-  update_latent_variables(r, one.f, false, one.files);
+  values_from_entries(r.work.values);
+  update_latent_variables(r, one.f, one.files);
   bddrmc_cat(q, other.f);
-  samp_thresholds(q, other.f, other.files);
+  samp_thresholds(q.design, q.categories, q.sources.combined, q.report, other.f, other.files);
   bddrmc_cens(q, other.f);
   EXPECT_TRUE(std::equal(one.design.Y_M.begin(), one.design.Y_M.end(), other.design.Y_M.begin()));
   EXPECT_EQ(one.categories.catstr[0].thr(2), other.categories.catstr[0].thr(2));
@@ -231,7 +233,8 @@ TEST(update_latent_variables, leaves_thresholds_and_censored_values_to_the_form_
   one.f.nfeto = 1;
   one.f.iround = 0;
   scan_records r = one.records(), q = other.records();
-  update_latent_variables(r, one.f, false, one.files);
+  values_from_entries(r.work.values);
+  update_latent_variables(r, one.f, one.files);
   bddrmc_cat(q, other.f);
   EXPECT_TRUE(std::equal(one.design.Y_M.begin(), one.design.Y_M.end(), other.design.Y_M.begin()));
   EXPECT_EQ(one.categories.catstr[0].thr(2), 0.4);
@@ -252,9 +255,10 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
     ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
   }
   scan_records r = cases[0].records(), q = cases[1].records();
-  update_latent_variables(r, cases[0].f, false, cases[0].files);
+  values_from_entries(r.work.values);
+  update_latent_variables(r, cases[0].f, cases[0].files);
   bddrmc_cat(q, cases[1].f);
-  samp_thresholds(q, cases[1].f, cases[1].files);
+  samp_thresholds(q.design, q.categories, q.sources.combined, q.report, cases[1].f, cases[1].files);
   bddrmc_mix(q, cases[1].f);
   bddrmc_cens(q, cases[1].f);
   EXPECT_TRUE(
@@ -271,7 +275,8 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
   EXPECT_EQ(round, 1.0);
   EXPECT_NEAR(written, share, 1e-15);
   cases[0].f.nburn = 5; // not a sample round
-  update_latent_variables(r, cases[0].f, false, cases[0].files);
+  values_from_entries(r.work.values);
+  update_latent_variables(r, cases[0].f, cases[0].files);
   EXPECT_EQ(cases[0].mixtures.mix_pi_sum(1), share);
 }
 
@@ -289,7 +294,8 @@ TEST(update_latent_variables, take_no_note_of_the_places_of_missing_traits_in_ty
       for (std::int32_t t = 1; t <= 4; ++t)
         if (!trait_present(c.design.ISIT_M(i), t, 4)) c.design.Y_M(t, i) = &c == cases ? 0.0F : 37.5F;
     scan_records r = c.records();
-    update_latent_variables(r, c.f, false, c.files);
+    values_from_entries(r.work.values);
+    update_latent_variables(r, c.f, c.files);
   }
   int drawn = 0;
   for (std::int32_t i = 1; i <= cases[0].count; ++i)
@@ -314,7 +320,8 @@ TEST(update_latent_variables, keep_no_sums_of_mixtures_in_type_0) {
   double shares = 0;
   c.f.analysis_type = 0;
   for (c.f.iround = 1; c.f.iround <= 5; ++c.f.iround) {
-    update_latent_variables(r, c.f, false, c.files);
+    values_from_entries(r.work.values);
+    update_latent_variables(r, c.f, c.files);
     shares += c.mixtures.mix_pi(1);
     EXPECT_EQ(c.mixtures.mix_pi_sum(1), 0.0);
     EXPECT_EQ(c.mixtures.mix_pi_ss(1), 0.0);

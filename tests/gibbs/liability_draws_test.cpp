@@ -40,7 +40,7 @@ struct latent_record_case : scan_case {
     for (std::int32_t t = 1; t <= 3; ++t) entry(1, t, t, 1, 1, 1.0);
     SETALL(sources.combined, 1234, 98765);
     scan_records r = records();
-    prepare_conditionals(r);
+    prepare_conditionals(r.model, r.sampler, r.work.latent);
   }
   // Conditional mean and variance of trait t given the residuals, by the inverse.
   std::pair<double, double> conditional(std::int32_t t, const double* res) {
@@ -77,7 +77,7 @@ void expect_draws(latent_record_case& c, const record_input& in, std::int32_t is
   scan_records r = c.records();
   for (int i = 0; i < n; ++i) {
     double res[3] = {start[0], start[1], start[2]};
-    liab_sample(r, res, in.of(isit));
+    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, res, in.of(isit));
     ASSERT_GE(res[t - 1], low);
     ASSERT_LE(res[t - 1], high);
     for (std::int32_t u = 1; u <= 3; ++u) ASSERT_TRUE(u == t || res[u - 1] == start[u - 1]);
@@ -107,7 +107,7 @@ TEST(liab_sample, draws_a_censored_trait_between_its_bounds_when_it_is_marked) {
   in.pos[0] = 0;
   scan_records r = c.records();
   double res[3] = {start[0], start[1], start[2]};
-  liab_sample(r, res, in.of(7));
+  liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, res, in.of(7));
   EXPECT_EQ(res[0], start[0]);
 }
 
@@ -145,7 +145,7 @@ TEST(liab_sample, conditions_each_trait_on_those_drawn_before_it) {
   constexpr int n = 40000;
   for (int i = 0; i < n; ++i) {
     double res[3] = {start[0], start[1], start[2]};
-    liab_sample(r, res, in.of(7));
+    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, res, in.of(7));
     double given[3] = {start[0], res[1], start[2]};
     const auto [m, v] = c.conditional(3, given);
     const double d = res[2] - truncated_mean(m, v, -1e5, -0.8);
@@ -162,7 +162,7 @@ TEST(prepare_conditionals, leave_out_a_trait_of_next_to_no_variance) {
   R(1, 2, 1) = R(2, 1, 1) = 5e-8;
   R(1, 3, 1) = R(3, 1, 1) = 0.0;
   scan_records r = c.records();
-  prepare_conditionals(r);
+  prepare_conditionals(r.model, r.sampler, r.work.latent);
   EXPECT_EQ(c.work.latent.coefficient(1, 2, 1), 0.0);
   EXPECT_NEAR(c.work.latent.coefficient(3, 2, 1), 0.3 / 1.5, 1e-15);
   EXPECT_NEAR(c.work.latent.variance(2, 1), 1.0 - 0.3 * 0.3 / 1.5, 1e-15);
@@ -175,7 +175,8 @@ TEST(liab_sample, leaves_missing_traits_and_records_without_latent_traits_alone)
   std::int32_t a1 = 0, a2 = 0, b1 = 0, b2 = 0;
   GETSD(c.sources.combined, a1, a2);
   double res[3] = {start[0], start[1], start[2]};
-  liab_sample(r, res, in.of(1)); // only the third trait is observed
+  liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, res,
+              in.of(1)); // only the third trait is observed
   GETSD(c.sources.combined, b1, b2);
   EXPECT_EQ(a1, b1);
   EXPECT_EQ(a2, b2);
@@ -188,7 +189,9 @@ TEST(liab_sample, stops_where_a_fitted_value_lies_beyond_the_substitute_of_infin
   in.mean[0] = 100000.0; // at most 0 would need a residual below -100000
   scan_records r = c.records();
   double res[3] = {start[0], start[1], start[2]};
-  const std::string text = expect_stop(16, c.run, [&](reporting&) { liab_sample(r, res, in.of(7)); });
+  const std::string text = expect_stop(16, c.run, [&](reporting&) {
+    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, res, in.of(7));
+  });
   EXPECT_NE(text.find("GEN_TRUNC_NORMAL: bound b ="), std::string::npos);
 }
 
@@ -223,7 +226,7 @@ TEST(samp_thresholds, draws_between_the_neighbours_liabilities_and_holds_the_out
   constexpr int n = 20000;
   c.f.analysis_type = 0; // nothing is written
   for (int i = 0; i < n; ++i) {
-    samp_thresholds(r, c.f, c.files);
+    samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f, c.files);
     const vec<double>& thr = c.categories.catstr[0].thr;
     ASSERT_EQ(thr(1), 0.0);
     ASSERT_EQ(thr(3), 1.0);

@@ -198,7 +198,7 @@ TEST(start_mixing_proportions, counts_the_coefficients_that_are_on) {
   for (std::int32_t i = 1; i <= 3; ++i) c.design.ZD_M(1, i) = 1.0;
   c.observe(8, 1); // not observed in trait 1
   scan_records r = c.records();
-  start_mixing_proportions(r);
+  start_mixing_proportions(r.model, r.design, r.mixtures);
   EXPECT_EQ(c.mixtures.mix_pi(1), 3.0 / 7.0);
 }
 
@@ -231,7 +231,7 @@ TEST(sample_level, keeps_mixture_distances_positive) {
   constexpr int n = 20000;
   for (int i = 0; i < n; ++i) {
     c.s.RHS(1) = -1.0; // mean -1, variance 1
-    sample_level(r, c.f, draws, 1, 1);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f, draws, 1, 1);
     ASSERT_GE(c.s.sol(1), 1e-12);
     sum += c.s.sol(1);
   }
@@ -248,7 +248,7 @@ TEST(sample_level, draws_a_mixture_distance_as_often_as_it_takes) {
   c.s.RHS(1) = -5.0; // one draw in 3.5 million is positive
   scan_records r = c.records();
   ranmar_draws draws(c.sources.marsaglia);
-  sample_level(r, c.f, draws, 1, 1);
+  sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f, draws, 1, 1);
   EXPECT_GE(c.s.sol(1), 1e-12);
   EXPECT_EQ(c.f.nlabel, 1);
 }
@@ -261,7 +261,7 @@ void expect_vain_draws(mixed_case& c, double mean) {
     scan_records r{c.m,          c.layout,   c.design, c.relations, c.s,
                    c.categories, c.mixtures, c.work,   c.sources,   report};
     ranmar_draws draws(c.sources.marsaglia);
-    sample_level(r, c.f, draws, 1, 1);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f, draws, 1, 1);
   });
   EXPECT_NE(
       text.find("ERROR - Computation impossible in GIBSCAN: no positive mixture distance in     1000000"),
@@ -312,7 +312,7 @@ struct sequence_case : scan_case {
       design.Y_M(2, i) = 0.5F;
     }
     scan_records r = records();
-    prepare_conditionals(r);
+    prepare_conditionals(r.model, r.sampler, r.work.latent);
     f.analysis_type = 2;
     f.iround = 1;
     f.isamp = 1;
@@ -390,7 +390,7 @@ TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
     if (i % 3 != 0) c.design.Y_M(2, i) = std::numeric_limits<float>::quiet_NaN();
   scan_records r = c.records();
   r.sampler.RCOV(1, 2, 1) = r.sampler.RCOV(2, 1, 1) = 0.5;
-  prepare_conditionals(r);
+  prepare_conditionals(r.model, r.sampler, r.work.latent);
   bddrmc_cure(r, c.f);
   for (std::int32_t i = 1; i <= 150; ++i) EXPECT_TRUE(std::isfinite(c.design.Y_M(1, i))) << i;
 }

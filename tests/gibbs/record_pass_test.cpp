@@ -296,7 +296,8 @@ struct printed_case : two_trait_case {
     work.inverses.riff(2, 2) = 2.0;
   }
   std::string print(std::int32_t nxd) {
-    BDDRMC_XD_PRINT(records(), "BDDRMC_GS", 1, nxd);
+    BDDRMC_XD_PRINT(records().model, records().design, records().sampler, records().work.inverses,
+                    records().report, "BDDRMC_GS", 1, nxd);
     return said();
   }
 };

@@ -91,7 +91,8 @@ TEST(sample_missing, scores_the_observed_traits_of_a_record) {
             d.residual[static_cast<std::size_t>((seen[i] - 1) * 3 + seen[j] - 1)];
     double lik = 1.0;
     scan_records records = c.records();
-    sample_missing(records, c.work.values.res, mask, c.s.RCOV.slice(1), lik);
+    sample_missing(records.model, records.work.missing, records.sources.marsaglia, records.report,
+                   c.work.values.res, mask, c.s.RCOV.slice(1), lik);
     EXPECT_NEAR(lik, 1.0 + unscaled_density(observed, R), 1e-13) << mask;
     for (std::int32_t t = 1; t <= 3; ++t) {
       if (!trait_present(mask, t, 3)) continue;
@@ -111,7 +112,8 @@ TEST(sample_missing, leaves_the_conditional_moments_of_a_missing_trait) {
   double lik = 0;
   RMARIN(c.sources.marsaglia, 1802, 9373);
   scan_records records = c.records();
-  sample_missing(records, c.work.values.res, 2, c.s.RCOV.slice(1), lik);
+  sample_missing(records.model, records.work.missing, records.sources.marsaglia, records.report,
+                 c.work.values.res, 2, c.s.RCOV.slice(1), lik);
   // trait 2 given residual 3 of trait 1: mean 0.5 / 2 x 3, variance 1 - 0.25 / 2
   EXPECT_NEAR(c.work.missing.given.P(5), -0.75, 1e-15);
   EXPECT_NEAR(c.work.missing.given.P(3), 0.875, 1e-15);

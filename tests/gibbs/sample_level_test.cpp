@@ -46,7 +46,7 @@ struct level_case : scan_case {
   void draw(std::int32_t l) {
     scan_records all = records();
     ranmar_draws draws(sources.marsaglia);
-    sample_level(all, f, draws, 1, l);
+    sample_level(all.layout, all.sampler, all.work.levels, all.report, f, draws, 1, l);
   }
   std::vector<dense_matrix> blocks;
 };

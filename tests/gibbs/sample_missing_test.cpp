@@ -33,7 +33,8 @@ struct bare_case : scan_case {
   void draw(std::int32_t mask) {
     scan_records all = records();
     double lik = 0;
-    sample_missing(all, work.values.res, mask, s.RCOV.slice(1), lik);
+    sample_missing(all.model, all.work.missing, all.sources.marsaglia, all.report, work.values.res, mask,
+                   s.RCOV.slice(1), lik);
   }
 };
 
@@ -106,7 +107,8 @@ TEST(sample_missing, adds_nothing_to_the_density_of_a_record_without_observation
   bare_case c;
   scan_records all = c.records();
   double lik = 3.5;
-  sample_missing(all, c.work.values.res, 0, c.s.RCOV.slice(1), lik);
+  sample_missing(all.model, all.work.missing, all.sources.marsaglia, all.report, c.work.values.res, 0,
+                 c.s.RCOV.slice(1), lik);
   EXPECT_EQ(lik, 3.5);
 }
 

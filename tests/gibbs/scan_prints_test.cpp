@@ -26,7 +26,7 @@ struct printed_equations : scan_case {
   }
   std::string print(std::int64_t round) {
     f.iround = round;
-    print_equations(records(), f);
+    print_equations(records().layout, records().sampler, records().report, f);
     return said();
   }
 };

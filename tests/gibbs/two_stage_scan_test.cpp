@@ -250,7 +250,7 @@ struct swept_case : scan_case {
   }
   void draw() {
     scan_records all = records();
-    sample_level_swept(all, f, 1, 1);
+    sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, f, 1, 1);
   }
   dense_matrix C;
 };
@@ -326,7 +326,8 @@ TEST(sample_level_swept, stops_where_no_normal_makes_a_mixture_distance_positive
   c.s.RHS(1) = -5.31; // the largest normal is 5.29
   const std::string text = expect_stop(16, c.run, [&](reporting&) {
     scan_records all = c.records();
-    sample_level_swept(all, c.f, 1, 1);
+    sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, c.f, 1,
+                       1);
   });
   EXPECT_NE(text.find("no positive mixture distance"), std::string::npos) << text;
 }
@@ -338,7 +339,8 @@ TEST(sample_level_swept, draws_a_mixture_distance_again_until_it_is_positive) {
     scan_records all = c.records();
     int again = 0;
     for (int k = 0; k < 20; ++k) {
-      sample_level_swept(all, c.f, 1, 1);
+      sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, c.f, 1,
+                         1);
       EXPECT_GE(c.s.sol(1), 1e-12);
       const std::string text = c.said();
       EXPECT_TRUE(text.empty() || text == "Resampling of mixture distances - Round: " + I(7) + "\n") << text;

@@ -3,6 +3,7 @@
 #include "faults/child_program.h"
 #include "gibbs/gibscan.h"
 #include "gibbs/residual_body.h"
+#include "gibbs/scan_groups.h"
 #include "slow/simulated_kinds.h"
 
 #include <chrono>
