@@ -1,10 +1,10 @@
 #include "control/model_chains.h"
 
-#include "listing/listing_rows.h"
 #include "formats/free_format.h"
 #include "gibbs/gibscan.h"
 #include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
+#include "listing/listing_rows.h"
 #include "results/final_reports.h"
 
 #include <algorithm>
@@ -40,8 +40,8 @@ void set_dimension(run& r, jump_records& records, std::int32_t k, std::int32_t d
 } // namespace
 
 void report_run(run& r) {
-  final_reports(r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations, r.sampler,
-                r.sources, r.frame, r.files, r.report);
+  final_reports({r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations,
+                 r.sampler, r.sources, r.frame, r.files, r.report});
 }
 
 bool next_model(run& r) {

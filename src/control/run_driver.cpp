@@ -11,7 +11,7 @@
 #include "control/predictions.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
-#include "gibbs/mixture_updates.h"
+#include "gibbs/mixing_proportions.h"
 #include "gibbs/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/class_effect_covariates.h"

@@ -108,7 +108,7 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   if (printed(f))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = sampler.sscp.col(k);
-  std::int32_t df = f.DDF(k) - p - 1;
+  std::int32_t df = f.DDF(k) - p - 1; // the flat prior
   if (f.PDF(k) > p + 1) {
     df = f.DDF(k) + f.PDF(k);
     add_prior(sums, p, static_cast<double>(f.PDF(k) - p - 1),

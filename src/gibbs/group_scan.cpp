@@ -19,7 +19,7 @@ namespace {
 constexpr std::int64_t redraws_between_looks = 1000000; // of mixture distances
 constexpr double largest_snorm = 5.3;                   // ranmar_snorm, of 24-bit uniforms, gives none beyond
 
-// PARM = block, border RHS, last element 0; rows unswept
+// bordered = (C b; b' 0), packed, no row swept: C the block, b its right-hand sides
 void border_block(level_work& work, const double* block, const double* rhs, std::int32_t n) {
   const std::int32_t packed = n * (n + 1) / 2;
   double* parm = work.bordered.data();
@@ -66,9 +66,8 @@ void say_block(const level_work& work, reporting& report, const run_frame& f, co
     }
 }
 
-// PARM = the bordered block of level l of group g, swept on its n equations: the
-// inverse of the block and the solution. A small pivot is told with the block and
-// counted in f.ist.
+// bordered = (C^-1 x; x' .), C x = b, by sweeps on the n equations of level l of group g. A small
+// pivot is reported with the block and counted in f.ist.
 void sweep_block(const equation_layout& layout, const sampler_store& sampler, level_work& work,
                  reporting& report, run_frame& f, std::int32_t g, std::int32_t l, std::int32_t n) {
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
@@ -89,7 +88,7 @@ void sweep_block(const equation_layout& layout, const sampler_store& sampler, le
   say_block(work, report, f, block, g, l, n);
 }
 
-// CMAT = the packed block, lower triangle, leading dimension n
+// c = the packed block, lower triangle, leading dimension n
 void unpack_block(const double* block, std::int32_t n, double* c) {
   for (std::int32_t i = 0; i < n; ++i)
     for (std::int32_t j = 0; j <= i; ++j) c[i + j * n] = *block++;
@@ -167,7 +166,7 @@ void subtract_links(const model_records& model, const relationship_store& relati
   const std::int64_t first = rows.start(l), last = rows.start(l + 1);
   if (first == last) return;
   const std::int64_t base = model.NBEGRA(k), stride = model.RMAT(k).n_rc;
-  double* sums = work.link_sums.data();
+  double* sums = work.link_sums.data(); // sums = sum over c of a(l,c) sol(c), p rows
   std::fill_n(sums, p, 0.0);
   const double* sol = sampler.sol.data() + base;
   for (std::int64_t node = first; node < last; ++node) {
@@ -176,7 +175,7 @@ void subtract_links(const model_records& model, const relationship_store& relati
     for (std::int32_t j = 0; j < p; ++j) sums[j] += a * other[j];
   }
   double* rhs = sampler.RHS.data() + base + (l - 1) * stride;
-  for (std::int32_t i = 1; i <= p; ++i) {
+  for (std::int32_t i = 1; i <= p; ++i) { // RHS -= GIF sums
     double link = 0;
     for (std::int32_t j = 1; j <= p; ++j) link += sampler.GIF(i, j, k) * sums[j - 1];
     rhs[i - 1] -= link;
@@ -195,7 +194,7 @@ void solve_level(const equation_layout& layout, sampler_store& sampler, level_wo
     const double before = sol[i], found = parm[packed + i];
     sums.ssd += (before - found) * (before - found);
     sums.ssq += before * before;
-    sol[i] = (found - before) * sums.omega + found;
+    sol[i] = (found - before) * sums.omega + found; // over-relaxed by omega
   }
 }
 
@@ -204,7 +203,7 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
   const std::int32_t n = layout.NGR(g, 2);
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
   double *c = work.C.data(), *mean = work.mean.data(), *z = work.z.data(), *w = work.w.data();
-  unpack_block(layout.DI_of(g).col(l), n, c);
+  unpack_block(layout.DI_of(g).col(l), n, c); // C = L L', mean = C^-1 RHS
   std::copy_n(sampler.RHS.data() + e0, n, mean);
   int info = 0;
   DPOTRF(n, c, n, info);
@@ -212,7 +211,7 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
   DPOTRS(n, 1, c, n, mean, n, info);
   if (info != 0) stop_at_block(report, g, " 1 potrs info= ", info);
   for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
-  solve_transposed(c, n, z, w);
+  solve_transposed(c, n, z, w); // w = L'^-1 z, of covariance C^-1
   if (g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty() &&
       breaks_distance_rule(work.distances, mean, w)) {
     ++f.nlabel;

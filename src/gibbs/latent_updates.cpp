@@ -1,5 +1,6 @@
 #include "gibbs/latent_updates.h"
 
+#include "gibbs/cure_sequences.h"
 #include "gibbs/liability_draws.h"
 #include "gibbs/mixture_updates.h"
 

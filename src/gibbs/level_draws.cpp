@@ -27,7 +27,7 @@ struct level_walk {
   std::int64_t packed_stride = 0;
   const double* multipliers = nullptr; // of the terms
   bool random = false;
-  double G[largest_written_order][largest_written_order] = {}; // inverse of the factor's matrix
+  double G[largest_unrolled_order][largest_unrolled_order] = {}; // inverse of the factor's matrix
 };
 
 // One batch: by element, then by level of the batch.
@@ -59,7 +59,8 @@ void sum_terms(const level_walk& w, std::int64_t from, std::int64_t count, doubl
   }
 }
 
-// block = L of block + G a(l,l), its diagonal inverted; a null: 1
+// block = L with L L' = block + G a(l,l), row by row, levels side by side; its diagonal is inverted,
+// so that the draws multiply. a null: 1. least: smallest pivot of each level, before its root.
 template <int n>
 void factor(const level_walk& w, const double* a, std::int64_t count, double (*block)[batch_levels],
             double* least) {
@@ -72,8 +73,8 @@ void factor(const level_walk& w, const double* a, std::int64_t count, double (*b
         else
           for (std::int64_t l = 0; l < count; ++l) block[k][l] += g;
       }
-  for (int j = 0; j < n; ++j) {
-    double* pivot = block[packed_of(j) + j];
+  for (int j = 0; j < n; ++j) {              // column j of L
+    double* pivot = block[packed_of(j) + j]; // c_jj - sum over k < j of l_jk^2
     for (int k = 0; k < j; ++k) {
       const double* row = block[packed_of(j) + k];
       for (std::int64_t l = 0; l < count; ++l) pivot[l] -= row[l] * row[l];
@@ -83,7 +84,7 @@ void factor(const level_walk& w, const double* a, std::int64_t count, double (*b
     else // a pivot that is no number stays
       for (std::int64_t l = 0; l < count; ++l) least[l] = least[l] < pivot[l] ? least[l] : pivot[l];
     for (std::int64_t l = 0; l < count; ++l) pivot[l] = 1.0 / std::sqrt(pivot[l]);
-    for (int i = j + 1; i < n; ++i) {
+    for (int i = j + 1; i < n; ++i) { // l_ij = (c_ij - sum over k < j of l_ik l_jk) / l_jj
       double* x = block[packed_of(i) + j];
       for (int k = 0; k < j; ++k) {
         const double *row = block[packed_of(j) + k], *other = block[packed_of(i) + k];
@@ -150,8 +151,17 @@ void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
   for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(w.sol + col[node] * w.stride);
 }
 
-// The draws of one batch in the order of the levels; node: first link of the
-// batch, moved on. square += u' A^-1 u of the factor's levels.
+// The draws of one batch in the order of the levels, for level l of n equations, u its solutions:
+//   x = RHS + D u             D the data's block of the level: its own part is in the residuals
+//   s = sum of a(l,c) u(c)    over the related levels c, those before l with their new solutions
+//   x = x - G s               what the prior gives the level, G the inverse of the factor's matrix
+//   RHS = x                   as the level is drawn
+//   x = L^-1 x                L L' = D + G a(l,l)
+//   x = L'^-1 (x + z)         mean C^-1 RHS plus L'^-1 z
+//   change = x - u, u = x
+// square += x a(l,l) x' + x earlier' + earlier x', earlier = sum over c < l of a(l,c) u(c): over all
+// levels U' A^-1 U. node: first link of the batch, moved on. linked: the factor has relationship
+// links; classed: levels share blocks by class; full: the stride is n.
 template <int n, bool linked, bool classed, bool full>
 void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from, std::int64_t count,
                 std::int64_t& node, double* square) {
@@ -169,7 +179,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
     col = w.links->col.data() + node;
     val = w.links->val.data() + node;
   }
-  double G[n][n], sums[packed_of(n)];
+  double G[n][n], sums[packed_of(n)]; // copies that no store through a pointer can change
   for (int i = 0; i < n; ++i)
     for (int j = 0; j < n; ++j) G[i][j] = w.G[i][j];
   for (int k = 0; k < packed_of(n); ++k) sums[k] = square[k];
@@ -180,34 +190,34 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
     if constexpr (classed) {
       const double* data = class_data + classes[l] * class_size<n>();
       for (int i = 0; i < n; ++i) x[i] = rhs[i];
-      for (int i = 0; i < n; ++i)
+      for (int i = 0; i < n; ++i) // x = RHS + D u
         for (int j = 0; j < n; ++j) x[i] += data[i > j ? packed_of(i) + j : packed_of(j) + i] * u[j];
       for (int k = 0; k < packed_of(n); ++k) L[k] = data[packed_of(n) + k];
-      a = data[2 * packed_of(n)];
+      a = data[2 * packed_of(n)]; // a(l,l)
     } else {
-      for (int i = 0; i < n; ++i) x[i] = b.x[i][l];
+      for (int i = 0; i < n; ++i) x[i] = b.x[i][l]; // RHS + D u, by add_own
       for (int k = 0; k < packed_of(n); ++k) L[k] = b.L[k][l];
       a = diag != nullptr ? diag[l] : 1.0;
     }
     if constexpr (linked) {
-      double s[n] = {};
+      double s[n] = {}; // s = sum over c < l of a(l,c) u(c), then over c > l too
       for (const double* end = val + before[l]; val != end; ++val, ++col)
         for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
       for (int j = 0; j < n; ++j) earlier[j] = s[j];
       for (const double* end = val + after[l]; val != end; ++val, ++col)
         for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
-      for (int i = 0; i < n; ++i) {
+      for (int i = 0; i < n; ++i) { // x -= G s
         double link = 0;
         for (int j = 0; j < n; ++j) link += G[i][j] * s[j];
         x[i] -= link;
       }
     }
     for (int i = 0; i < n; ++i) rhs[i] = x[i];
-    for (int i = 0; i < n; ++i) {
+    for (int i = 0; i < n; ++i) { // x = L^-1 x, the diagonal of L inverted
       for (int j = 0; j < i; ++j) x[i] -= L[packed_of(i) + j] * x[j];
       x[i] *= L[packed_of(i) + i];
     }
-    for (int i = n - 1; i >= 0; --i) {
+    for (int i = n - 1; i >= 0; --i) { // x = L'^-1 (x + z)
       x[i] += z[i];
       for (int j = i + 1; j < n; ++j) x[i] -= L[packed_of(j) + i] * x[j];
       x[i] *= L[packed_of(i) + i];
@@ -215,6 +225,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
     if (change != nullptr)
       for (int i = 0; i < n; ++i) change[l * stride + i] = x[i] - u[i];
     for (int i = 0; i < n; ++i) u[i] = x[i];
+    // the levels after l meet l in their `earlier`: each off-diagonal element once, both ways
     for (int i = 0, k = 0; i < n; ++i)
       for (int j = 0; j <= i; ++j, ++k) {
         sums[k] += a * x[i] * x[j];
@@ -230,7 +241,7 @@ template <int n, bool linked, bool classed, bool full>
 std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* square) {
   level_batch<n> b;
   std::int64_t node = 0, fetched = 0;
-  const bool far = linked && w.levels * w.stride > equations_near;
+  const bool far = linked && w.levels * w.stride > equations_near; // related solutions are fetched ahead
   for (std::int64_t from = 0; from < w.levels; from += batch_levels) {
     const std::int64_t count = std::min(batch_levels, w.levels - from);
     if (far) {
@@ -331,7 +342,7 @@ void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change
   w.multipliers = multipliers;
   if (group.kind == group_kind::random_factor)
     describe_factor(r.model, r.relations, r.sampler, r.work.fast, n, group, w);
-  std::array<double, packed_of(largest_written_order)> square{};
+  std::array<double, packed_of(largest_unrolled_order)> square{};
   int info = 0;
   switch (n) {
   case 1:

@@ -1,5 +1,5 @@
 // The levels of one group drawn in line: blocks of order 1 to
-// largest_written_order are factored and solved without calls, levels that share
+// largest_unrolled_order are factored and solved without calls, levels that share
 // their block share its factor, and a factor's relationship links and its sum of
 // squares come out of the same walk.
 #pragma once

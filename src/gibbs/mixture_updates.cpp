@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/liability_draws.h"
+#include "gibbs/mixing_proportions.h"
 #include "gibbs/record_pass.h"
 #include "gibbs/record_product.h"
 #include "gibbs/scan_records.h"
@@ -11,38 +12,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 namespace zeph {
 namespace {
 
 constexpr double coefficient_on = static_cast<double>(1e-5F); // below: the mixture coefficient is off
-constexpr double start_on = static_cast<double>(1e-4F);
-constexpr double lowest = -9999999.0;       // stands for minus infinity
-constexpr double lowest_bound = -9999990.0; // of minus the fitted value
+constexpr double lowest = -9999999.0;                         // stands for minus infinity
+constexpr double lowest_bound = -9999990.0;                   // of minus the fitted value
 
 bool prints(const run_frame& f, std::int32_t irec) { return f.test_level > 0 && irec < 11 && f.iround < 4; }
-
-// records with the trait's bit set
-std::int64_t observations_of(const model_records& model, const design_store& design, std::int32_t t) {
-  std::int64_t n = 0;
-  for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
-    n += trait_present(design.ISIT_M(irec), t, model.nt) ? 1 : 0;
-  return n;
-}
-
-void divide_by_observations(const model_records& model, const design_store& design, mixture_store& mixtures,
-                            std::int32_t t) {
-  const std::int64_t n = observations_of(model, design, t);
-  double& share = mixtures.mix_pi(t);
-  share = n > 0 ? share / static_cast<double>(n) : 0.0;
-}
-
-void count_member(mixture_store& mixtures, const run_frame& f, std::int32_t irec, std::int32_t t) {
-  mixtures.mix_pi(t) += 1;
-  mixtures.MIXZ_LAST(t, irec) = 1;
-  if (is_sample_round(f)) ++mixtures.MIXZ_COUNT(t, irec);
-}
 
 // e' Q e, Q nt x nt
 double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
@@ -52,7 +30,8 @@ double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
   return sum;
 }
 
-// Residuals as if the record were in component 1 (work.mixture.e1) and in 0 (work.mixture.e0).
+// Residuals as if the record were in component 1 (e1) and in 0 (e0): a coefficient that is off
+// takes its solution s out of e1, one that is on gives it back to e0.
 void split_residuals(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
                      const record_values& values, mixture_work& mixture, const run_frame& f,
                      std::int32_t irec) {
@@ -159,127 +138,6 @@ double mixture_liability(combined_source& source, bool on, double mean, double m
   return std::clamp(GEN_TRUNC_NORMAL(source, lowest, a, m, v), lowest, a);
 }
 
-// ---- cure sequences ----
-
-// CURE_YHAT(:,pos) += fitted values of record irec, summed in 32 bits
-void add_fitted_row(const model_records& model, const equation_layout& layout, design_store& design,
-                    const sampler_store& sampler, const record_values& values, const run_frame& f,
-                    std::int32_t irec, std::int32_t pos) {
-  float* row = design.CURE_YHAT.col(pos);
-  add_fitted(entries_of(design, layout, sampler, f.analysis_type), irec, row);
-  if (!values.weighted) return;
-  for (std::int32_t t = 1; t <= model.nt; ++t) row[t - 1] *= design.WV_SQRT_M(t, irec);
-}
-
-void set_status(design_store& design, std::int32_t t, std::int32_t npos, bool status) {
-  for (std::int32_t i = 1; i <= npos; ++i) design.LOG_Z(t, i) = status;
-}
-
-// Status of kind 7 over the sequence that ends at irec: failed in any record.
-void observe_status(const model_records& model, design_store& design, std::int32_t irec, std::int32_t npos) {
-  for (std::int32_t t = 1; t <= model.nt; ++t) {
-    const trait_record& trait = model.MODEL(t);
-    if (trait.TRAIT_TYPE == trait_sequence) {
-      bool any = false;
-      for (std::int32_t i = irec - npos + 1; i <= irec; ++i)
-        any = any || design.CURE_Y[static_cast<std::size_t>(t - 1)](i) != 0;
-      set_status(design, t, npos, any);
-      if (trait.link2 > 0) set_status(design, trait.link2, npos, any);
-    }
-    if (trait.TRAIT_TYPE == trait_cured)
-      for (std::int32_t i = 1; i < npos; ++i) design.CURE_YHAT(t, i) = 0.0F;
-  }
-}
-
-double upper_tail(double x) {
-  double lower = 0, upper = 0, density = 0;
-  normal_tail(x, lower, upper, density);
-  return upper;
-}
-
-void draw_status(const model_records& model, design_store& design, combined_source& source,
-                 std::int32_t npos) {
-  for (std::int32_t t = 1; t <= model.nt; ++t) {
-    const trait_record& trait = model.MODEL(t);
-    if (trait.TRAIT_TYPE != trait_cured || design.LOG_Z(trait.link1, npos) != 0) continue;
-    double prod = 1.0;
-    for (std::int32_t i = 1; i <= npos; ++i)
-      prod *= upper_tail(static_cast<double>(design.CURE_YHAT(trait.link1, i)));
-    double Phi = 0, Q = 0, density = 0;
-    normal_tail(static_cast<double>(design.CURE_YHAT(t, npos)), Phi, Q, density);
-    const double d = Q / (prod * Phi + Q);
-    const double a1 = uniform_range(source);
-    if (!(a1 <= 1.0 - d)) continue;
-    set_status(design, t, npos, true);
-    set_status(design, trait.link1, npos, true);
-  }
-}
-
-// What the record shows of each trait, and its residuals from the fitted row.
-void describe_cure_record(const model_records& model, const design_store& design,
-                          const category_store& categories, record_values& values, latent_work& latent,
-                          const run_frame& f, std::int32_t irec, std::int32_t i, std::int32_t npos) {
-  const std::int32_t nt = model.nt;
-  for (std::int32_t t = 1; t <= nt; ++t) {
-    const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
-    const double y = static_cast<double>(design.Y_M(t, irec));
-    latent.pos(t) = y > 0.0 && (type != trait_censored || trait_present(design.ISIT_M(irec), t, nt));
-    if (type == trait_sequence) latent.pos(t) = design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
-    if (type == trait_cured) latent.pos(t) = design.LOG_Z(t, npos);
-    latent.category(t) = -1;
-    values.fitted(t) = static_cast<double>(design.CURE_YHAT(t, i));
-    values.res(t) = y - values.fitted(t);
-    // as in take_record: nothing is imputed in type 0
-    if (f.analysis_type <= 0 && !trait_present(design.ISIT_M(irec), t, nt))
-      values.res(t) = values.fitted(t) = 0.0;
-  }
-  std::int64_t c = 0;
-  for (const category_record& category : categories.catstr)
-    latent.category(category.trait) = categories.catobs(++c, irec);
-}
-
-void store_cure_record(const model_records& model, design_store& design, mixture_store& mixtures,
-                       record_values& values, const latent_work& latent, const run_frame& f,
-                       std::int32_t irec, std::int32_t i) {
-  const std::int32_t nt = model.nt;
-  for (std::int32_t t = 1; t <= nt; ++t) {
-    const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
-    if (!trait_present(design.ISIT_M(irec), t, nt)) continue;
-    const double mean = values.fitted(t), res = values.res(t);
-    const bool one_sided =
-        type == trait_liability || type == trait_cured || (type == trait_sequence && design.LOG_Z(t, i) != 0);
-    if (one_sided)
-      store_observation(design, values, irec, t, stored_liability(mean, res, latent.pos(t) != 0));
-    else if (type == trait_categorical || type == trait_sequence)
-      store_observation(design, values, irec, t, static_cast<float>(mean + res));
-    const bool counted = type == trait_liability || type == trait_sequence || type == trait_cured;
-    if (counted && design.Y_M(t, irec) > 0.0F) count_member(mixtures, f, irec, t);
-  }
-}
-
-void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos) {
-  observe_status(r.model, r.design, irec, npos);
-  draw_status(r.model, r.design, r.sources.combined, npos);
-  for (std::int32_t i = 1; i <= npos; ++i) {
-    const std::int32_t record = irec - npos + i;
-    describe_cure_record(r.model, r.design, r.categories, r.work.values, r.work.latent, f, record, i, npos);
-    liability_record x;
-    x.mean = r.work.values.fitted.data();
-    x.pos = r.work.latent.pos.data();
-    x.cat = r.work.latent.category.data();
-    x.cured = r.design.LOG_Z.col(i);
-    if (r.design.Y_MMIN.allocated()) {
-      x.low = r.design.Y_MMIN.col(record);
-      x.high = r.design.Y_MMAX.col(record);
-    }
-    x.isit = r.design.ISIT_M(record);
-    x.h = r.design.IRESG_M(record);
-    liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(), x);
-    store_cure_record(r.model, r.design, r.mixtures, r.work.values, r.work.latent, f, record, i);
-  }
-  for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.col(i), r.model.nt, 0.0F);
-}
-
 } // namespace
 
 void allocate_mixture_work(const model_records& m, mixture_work& work, reporting& report) {
@@ -289,17 +147,6 @@ void allocate_mixture_work(const model_records& m, mixture_work& work, reporting
   allocate(report, work.l_mix_z, "l_mix_z", routine, m.nt);
   allocate(report, work.e1, "e1", routine, m.nt);
   allocate(report, work.e0, "e0", routine, m.nt);
-}
-
-void start_mixing_proportions(const model_records& model, const design_store& design,
-                              mixture_store& mixtures) {
-  if (!mixtures.mix_pi.allocated()) return;
-  for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
-    for (std::int32_t j = 1; j <= design.M_M(irec); ++j)
-      if (design.XD6_M(j, irec) > 0 && design.ZD_M(j, irec) > start_on && design.XD2_M(j, irec) > 0)
-        mixtures.mix_pi(design.XD2_M(j, irec)) += 1;
-  for (std::int32_t t = 1; t <= model.nt; ++t)
-    if (model.MODEL(t).L_MIX_TRAIT) divide_by_observations(model, design, mixtures, t);
 }
 
 void bddrmc_mix(scan_records& r, const run_frame& f) {
@@ -326,7 +173,7 @@ void liab_sample_mix(const model_records& model, const sampler_store& sampler, m
   const auto listed = [&](std::int32_t t) {
     return model.MODEL(t).TRAIT_TYPE == trait_mixture && trait_present(isit, t, nt);
   };
-  std::int32_t mask = isit;
+  std::int32_t mask = isit; // traits whose residuals are known
   for (std::int32_t t = 1; t <= nt; ++t)
     if (listed(t)) mask &= ~trait_bit(t, nt);
   for (std::int32_t t = 1; t <= nt; ++t) {
@@ -336,21 +183,10 @@ void liab_sample_mix(const model_records& model, const sampler_store& sampler, m
     sweep_mask(given, mask);
     const double m = mean_given(given, t), v = covariance_given(given, t, t);
     res[t - 1] = mixture_liability(source, z[t - 1] != 0, mean[t - 1], m, v);
-    mask |= trait_bit(t, nt);
+    mask |= trait_bit(t, nt); // drawn: known to the traits after it
   }
   for (std::int32_t t = 1; t <= nt; ++t)
     if (listed(t)) res[t - 1] += mean[t - 1];
-}
-
-void bddrmc_cure(scan_records& r, const run_frame& f) {
-  r.mixtures.MIXZ_LAST.fill(0);
-  r.mixtures.mix_pi.fill(0.0);
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    const std::int32_t pos = std::abs(r.design.SEQ_M(irec));
-    add_fitted_row(r.model, r.layout, r.design, r.sampler, r.work.values, f, irec, pos);
-    if (r.design.SEQ_M(irec) < 0) close_sequence(r, f, irec, pos);
-  }
-  for (std::int32_t t = 1; t <= r.model.nt; ++t) divide_by_observations(r.model, r.design, r.mixtures, t);
 }
 
 } // namespace zeph

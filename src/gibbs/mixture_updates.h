@@ -1,4 +1,4 @@
-// Indicators and liabilities of two-component mixtures and of cure sequences.
+// Indicators and liabilities of two-component mixtures.
 //
 // A trait t of kind 5 is the latent indicator of a mixture: its liability is
 // normal around its fitted value e(t), and a record belongs to component 1 with
@@ -6,14 +6,9 @@
 // (XD6_M > 0) are 1, in component 0 they are 0; with two residual groups the
 // component chooses the group too: D. Gianola and others, Genetics Selection Evolution
 // 36 (2004) 3-27; J. Odegard and others, Journal of Dairy Science 86 (2003) 3694-3703.
-//
-// Kinds 7 and 8 are a cure model over the records of one subject, which stand
-// together (SEQ_M): kind 7 the status at each position, kind 8 whether the subject
-// can fail at all.
 #pragma once
 
 #include "gibbs/liability_draws.h"
-#include "input/mixture_store.h"
 #include "input/run_frame.h"
 
 namespace zeph {
@@ -30,11 +25,6 @@ struct mixture_work {
 
 void allocate_mixture_work(const model_records& m, mixture_work& work, reporting& report);
 
-// Proportions at the start: entries of a trait whose mixture coefficient is on, over
-// the trait's observed records.
-void start_mixing_proportions(const model_records& model, const design_store& design,
-                              mixture_store& mixtures);
-
 // One pass over the records for the traits of kind 5. Each takes a uniform of the
 // combined source for its indicator,
 //   tau = p1/(p1 + p0), p1 = exp(-e1'R1^-1 e1/2) |R1|^-1/2 Phi, p0 alike with 1 - Phi,
@@ -48,11 +38,5 @@ void bddrmc_mix(scan_records& r, const run_frame& f);
 void liab_sample_mix(const model_records& model, const sampler_store& sampler, mixture_work& mixture,
                      combined_source& source, double* res, const double* mean, const logical* z,
                      std::int32_t isit, std::int32_t h);
-
-// One pass over the records for kinds 7 and 8: as a sequence ends, whether the
-// subject can fail is drawn where its status leaves that open, with probability
-//   1 - d,  d = Q/(prod Phi + Q),  prod the product of Q over the positions of kind 7,
-// then the liabilities of its records.
-void bddrmc_cure(scan_records& r, const run_frame& f);
 
 } // namespace zeph

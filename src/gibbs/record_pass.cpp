@@ -100,7 +100,8 @@ void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
       BDDRMC_XD_PRINT(r.model, r.design, r.sampler, r.work.inverses, r.report, "BDDRMC_GS", irec, 3);
     for (std::int32_t i = 1; i <= m; ++i) {
       if (d.XD3_M(i, irec) != g || !entry_active(r.design, r.layout, irec, i, f.analysis_type)) continue;
-      double rhs = r.sampler.RHS(d.XD1_M(i, irec));
+      double rhs =
+          r.sampler.RHS(d.XD1_M(i, irec)); // rhs -= z_i' R^-1 z_j sol_j, j of other levels and groups
       for (std::int32_t j = 1; j <= m; ++j) {
         const bool same_level = d.XD3_M(j, irec) == g && d.XD4_M(j, irec) == d.XD4_M(i, irec);
         if (same_level || d.XD1_M(j, irec) <= 0 ||

@@ -1,7 +1,7 @@
 #include "gibbs/residual_body.h"
 
+#include "gibbs/fast_residual_pass.h"
 #include "gibbs/level_draws.h"
-#include "gibbs/record_sums.h"
 #include "gibbs/scan_groups.h"
 #include "numerics/packed_matrix.h"
 
@@ -47,16 +47,17 @@ void subtract_slot(const design_slot& slot, const double* x, double* e, std::int
   }
 }
 
-// sums += Z' w; w(0) is record lo. `copy` elements on stand side sums, so that
-// neighbours that meet in one sum don't wait for each other; 0: none.
-void add_slot(const design_slot& slot, const double* w, double* sums, double* side, std::int64_t copy,
+// sums += Z' w over the elements of one slot in records lo..hi; w(0) is record lo. Record i adds to
+// partial sum i mod 4: sums itself, or `partial`, whose three rows are `apart` elements long
+// (apart = 0: no partial sums). walk_records adds them up.
+void add_slot(const design_slot& slot, const double* w, double* sums, double* partial, std::int64_t apart,
               std::int64_t lo, std::int64_t hi) {
   const std::int32_t* row = slot.row.data();
   const double* z = slot.ones ? nullptr : slot.z.data();
   if (slot.every_record) {
     std::int64_t i = lo;
-    if (copy > 0) {
-      double *s1 = side, *s2 = side + copy, *s3 = side + 2 * copy;
+    if (apart > 0) {
+      double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
       for (; i + 4 <= hi; i += 4) {
         const double* v = w + (i - lo);
         sums[row[i]] += z ? z[i] * v[0] : v[0];
@@ -77,8 +78,8 @@ void add_slot(const design_slot& slot, const double* w, double* sums, double* si
   const std::int64_t to = slot.first(block + 2);
   const std::int32_t* rec = slot.rec.data();
   w -= lo;
-  if (copy > 0) {
-    double *s1 = side, *s2 = side + copy, *s3 = side + 2 * copy;
+  if (apart > 0) {
+    double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
     for (; k + 4 <= to; k += 4) {
       sums[row[k]] += z ? z[k] * w[rec[k]] : w[rec[k]];
       s1[row[k + 1]] += z ? z[k + 1] * w[rec[k + 1]] : w[rec[k + 1]];
@@ -120,12 +121,13 @@ struct class_columns {
   }
 };
 
-// e -= Z_left x and sums += Z_entered' e for two columns of classes in one walk.
+// e -= Z_left x and sums += Z_entered' e for two columns of classes in one walk: the residuals of a
+// record are touched once between two groups. Partial sums as in add_slot.
 void pass_on(const std::int32_t* left, const double* x, const std::int32_t* entered, double* e, double* sums,
-             double* side, std::int64_t copy, std::int64_t lo, std::int64_t hi) {
+             double* partial, std::int64_t apart, std::int64_t lo, std::int64_t hi) {
   std::int64_t i = lo;
-  if (copy > 0) {
-    double *s1 = side, *s2 = side + copy, *s3 = side + 2 * copy;
+  if (apart > 0) {
+    double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
     for (; i + 4 <= hi; i += 4) {
       const double e0 = e[i] - x[left[i]], e1 = e[i + 1] - x[left[i + 1]];
       const double e2 = e[i + 2] - x[left[i + 2]], e3 = e[i + 3] - x[left[i + 3]];
@@ -165,7 +167,7 @@ void weigh_alike(const model_records& model, const design_store& design, const s
                  std::int64_t lo, std::int64_t hi) {
   const double* inverse = residual_inverse(design, sampler, inverses, fast, f, 1);
   const std::int64_t n = hi - lo;
-  double* w = fast.W.col(t);
+  double* w = fast.W.col(t); // w = sum over u of (R^-1)_tu e_u
   std::fill_n(w, n, 0.0);
   for (std::int32_t u = 1; u <= model.nt; ++u) {
     const double c = inverse[(t - 1) + (u - 1) * model.nt];
@@ -184,6 +186,7 @@ void weigh_each(const model_records& model, const design_store& design, const sa
   for (std::int64_t i = lo; i < hi; ++i) {
     const double* inverse = residual_inverse(design, sampler, inverses, fast, f, i + 1) + (t - 1);
     const float* root = design.WV_SQRT_M.col(i + 1);
+    // w_i = w_t c_tt e_t + w_t^1/2 sum over u of c_tu w_u^1/2 e_u, weights where the model has them
     double others = 0.0, own = 0.0;
     for (std::int32_t u = 1; u <= nt; ++u) {
       const double c = inverse[std::int64_t{u - 1} * nt];
@@ -211,8 +214,8 @@ void walk_records(const model_records& model, const equation_layout& layout, con
   const group_form* entered = g > 0 ? &form_of(fast, g) : nullptr;
   double* sums = g > 0 ? sampler.RHS.data() + layout.group(g).base : nullptr;
   const std::int64_t extent = g > 0 ? std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride : 0;
-  const std::int64_t copy = extent <= most_copied ? extent : 0;
-  if (copy > 0) std::fill_n(fast.copies.data(), (side_copies - 1) * copy, 0.0);
+  const std::int64_t apart = extent <= most_partial ? extent : 0;
+  if (apart > 0) std::fill_n(fast.partial.data(), (n_partial_sums - 1) * apart, 0.0);
   const bool plain_scale = fast.one_matrix && model.nt == 1;
   const design_slot *from = nullptr, *to = nullptr;
   if (plain_scale && left > 0 && g > 0) {
@@ -222,8 +225,8 @@ void walk_records(const model_records& model, const equation_layout& layout, con
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
     if (from != nullptr && to != nullptr) {
-      pass_on(from->row.data(), fast.change.data(), to->row.data(), fast.E.data(), sums, fast.copies.data(),
-              copy, lo, hi);
+      pass_on(from->row.data(), fast.change.data(), to->row.data(), fast.E.data(), sums, fast.partial.data(),
+              apart, lo, hi);
       continue;
     }
     if (left > 0)
@@ -241,14 +244,14 @@ void walk_records(const model_records& model, const equation_layout& layout, con
     for (const design_slot& slot : entered->slots) {
       if (!active(slot, layout.NGR(g, 2))) continue;
       const double* w = plain_scale ? fast.E.col(slot.trait) + lo : fast.W.col(slot.trait);
-      add_slot(slot, w, sums, fast.copies.data(), copy, lo, hi);
+      add_slot(slot, w, sums, fast.partial.data(), apart, lo, hi);
     }
   }
   fast.pending = 0;
-  if (copy > 0)
-    for (std::int64_t q = 0; q < side_copies - 1; ++q)
-      for (std::int64_t i = 0; i < extent; ++i) sums[i] += fast.copies.data()[q * copy + i];
-  if (g > 0 && plain_scale) {
+  if (apart > 0) // sums += partial sums 2 to 4
+    for (std::int64_t q = 0; q < n_partial_sums - 1; ++q)
+      for (std::int64_t i = 0; i < extent; ++i) sums[i] += fast.partial.data()[q * apart + i];
+  if (g > 0 && plain_scale) { // one trait, one matrix: Z'e times R^-1
     const double c = residual_inverse(design, sampler, inverses, fast, f, 1)[0];
     for (std::int64_t i = 0; i < extent; ++i) sums[i] *= c;
   }
@@ -312,7 +315,7 @@ void add_slot_products(const model_records& model, const design_store& design, c
   double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
   double sum = 0.0;
   for (std::int64_t k = 0, l = 0; k < n && l < m;) {
-    const std::int64_t rec = record_of(a, k), other = record_of(b, l);
+    const std::int64_t rec = record_of(a, k), other = record_of(b, l); // both ascending: a merge
     if (rec != other) {
       ++(rec < other ? k : l);
       continue;
@@ -320,7 +323,7 @@ void add_slot_products(const model_records& model, const design_store& design, c
     const std::int64_t level = one_level ? 0 : row_a[k] / group.stride;
     if (one_level || level == row_b[l] / group.stride) {
       double z = (a.ones ? 1.0 : a.z.data()[k]) * (b.ones ? 1.0 : b.z.data()[l]);
-      if (!same && row_a[k] == row_b[l]) z *= 2.0;
+      if (!same && row_a[k] == row_b[l]) z *= 2.0; // one equation twice: the cross term is twice in z z'
       z *= alike ? c1
                  : weighted_inverse(model, design, sampler, inverses, values, fast, f, rec + 1, a.trait,
                                     b.trait);
@@ -363,14 +366,14 @@ void complete_blocks(const model_records& model, equation_layout& layout, const 
     double* rhs = sampler.RHS.data() + e0;
     const double* sol = sampler.sol.data() + e0;
     const double* element = block;
-    for (std::int32_t i = 0; i < n; ++i)
+    for (std::int32_t i = 0; i < n; ++i) // rhs += D sol, D packed
       for (std::int32_t j = 0; j <= i; ++j, ++element) {
         rhs[i] += *element * sol[j];
         if (j < i) rhs[j] += *element * sol[i];
       }
     if (!random) continue;
     const double a = identity ? 1.0 : relations.of(group.number).diag(l);
-    double* filled = block;
+    double* filled = block; // block += G^-1 a(l,l)
     for (std::int32_t i = 1; i <= n; ++i)
       for (std::int32_t j = 1; j <= i; ++j) *filled++ += sampler.GIF(i, j, group.number) * a;
   }
@@ -413,7 +416,7 @@ void check_residuals(const model_records& model, const equation_layout& layout, 
   for (std::int64_t lo = 0; lo < design.nobs; lo += records_of_block)
     fresh_residuals(model, layout, design, sampler, fast, f, lo,
                     std::min(lo + records_of_block, std::int64_t{design.nobs}));
-  double drift = 0.0, scale = 1.0;
+  double drift = 0.0, scale = 1.0; // largest difference, largest residual (at least 1)
   for (std::size_t i = 0; i < kept.size(); ++i) {
     drift = std::max(drift, std::fabs(kept[i] - E.data()[i]));
     scale = std::max(scale, std::fabs(kept[i]));
@@ -422,7 +425,7 @@ void check_residuals(const model_records& model, const equation_layout& layout, 
     fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, f.iround);
     std::abort();
   }
-  std::copy(kept.begin(), kept.end(), E.begin());
+  std::apart(kept.begin(), kept.end(), E.begin());
 }
 #else
 void check_residuals(const model_records&, const equation_layout&, const design_store&, const sampler_store&,
@@ -456,7 +459,7 @@ void fresh_residuals(const model_records& model, const equation_layout& layout, 
         e[i] = static_cast<double>(y[i * nt + t - 1]);
         if (f.analysis_type <= 0 && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
       }
-    class_columns columns;
+    class_columns columns; // up to four columns of classes in one walk over e
     for (std::int32_t g = 1; g <= layout.ngroups; ++g)
       for (const design_slot& slot : form_of(fast, g).slots) {
         if (slot.trait != t || !active(slot, layout.NGR(g, 2))) continue;
@@ -499,7 +502,7 @@ void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, s
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   if (f.stage == scan_stage::all && f.analysis_type >= 2 && f.gropd(g) != 0 &&
-      r.layout.NGR(g, 2) <= largest_written_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
+      r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
     // the residual pass that follows makes the residuals anew from the solutions
     draw_levels(r, f, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
     return;
@@ -533,7 +536,7 @@ void residual_body::leave_group(scan_records& r, const run_frame&, std::int32_t 
 }
 
 void residual_body::residual_pass(scan_records& r, const run_frame& f, double& lik) const {
-  sum_records(r, f, lik);
+  fast_residual_pass(r, f, lik);
 }
 
 void residual_body::ready_values(scan_records& r, const run_frame& f) const {

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "input/design_store.h"
+#include "input/equation_layout.h"
 #include "input/run_frame.h"
 #include "numerics/arrays.h"
 #include "numerics/matrix_draws.h"
@@ -72,10 +73,12 @@ struct mask_form {
   std::vector<std::int32_t> present, missing; // traits, ascending
 };
 
-inline constexpr std::int64_t records_of_block = 512;    // records that a pass takes at a time
-inline constexpr std::int32_t largest_written_order = 4; // blocks up to it are factored in line
-inline constexpr std::int64_t side_copies = 4;           // sums of small groups run in so many copies:
-inline constexpr std::int64_t most_copied = 8192;        // neighbouring records meet in one sum otherwise
+inline constexpr std::int64_t records_of_block = 512;     // records that a pass takes at a time
+inline constexpr std::int32_t largest_unrolled_order = 4; // blocks up to it are factored in line, unrolled
+// Each sum of a group of up to most_partial equations is kept in so many partial sums: neighbouring
+// records often meet in one sum, and each addition would wait for the one before.
+inline constexpr std::int64_t n_partial_sums = 4;
+inline constexpr std::int64_t most_partial = 8192;
 
 // The body that scans the rounds of a run: chosen once, at the first of them.
 enum class scan_body : std::int32_t { unchosen, fast, plain };
@@ -91,7 +94,7 @@ struct residual_form {
   std::int64_t valid_round = -1;  // round at whose head E holds as it stands; -1: none
   mat<double> W;                  // records_of_block x nt: R^-1 e of a block of records
   vec<double> weighed;            // nt: weighted residuals of one record
-  vec<double> copies;             // side sums of small groups
+  vec<double> partial;            // partial sums of small groups
   vec<double> multipliers;        // of the terms of one group
   vec<double> normals;            // a batch of standard normals
 

@@ -9,6 +9,7 @@
 #include "gibbs/record_values.h"
 #include "gibbs/residual_form.h"
 #include "gibbs/residual_sums.h"
+#include "input/mixture_store.h"
 
 namespace zeph {
 

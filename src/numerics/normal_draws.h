@@ -5,6 +5,7 @@
 // unstarted source stops. All others draw 32-bit uniforms of the combined source.
 #pragma once
 
+#include "numerics/fl5_rows.h"
 #include "numerics/published_tables.h"
 #include "numerics/random_sources.h"
 
@@ -101,9 +102,6 @@ inline const fl5_cell& fl5_cell_of(std::int32_t v) {
 }
 constexpr std::int32_t fl5_place_of(std::int32_t v) { return v & ((1 << fl5_cells::bits) - 1); }
 
-// One standard normal whose first uniform, still to be drawn, does not give it at once.
-double ranmar_snorm_in_wedge(marsaglia_source& source);
-
 // One standard normal.
 inline double ranmar_snorm(marsaglia_source& source) {
   if (source.used == source.count) [[unlikely]]
@@ -117,10 +115,6 @@ inline double ranmar_snorm(marsaglia_source& source) {
 }
 
 inline double ranmar_snorm(ranmar_draws& draws) { return ranmar_snorm(draws.source()); }
-
-// n standard normals into x(1..n), the same as n calls, faster from n = 16 on.
-// n <= 0 draws nothing.
-void ranmar_snorms(marsaglia_source& source, double* x, std::int64_t n);
 
 // n deviates into x(1..n) by this program's variant of the method of
 // A. J. Kinderman and J. G. Ramage, Computer generation of normal random

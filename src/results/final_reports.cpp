@@ -1,9 +1,9 @@
 #include "results/final_reports.h"
 
+#include "formats/whole_file.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/whole_file.h"
 #include "results/covariance_report.h"
 #include "results/deviance.h"
 #include "results/deviation_output.h"
@@ -19,15 +19,14 @@ namespace zeph {
 namespace {
 
 // Solutions with their codes, the sample files, the binary solutions.
-void report_solutions(const model_records& m, const equation_layout& layout, sampler_store& store,
-                      const deviation_store& deviations, const run_frame& frame, const sample_files& files,
-                      reporting& report) {
-  if (static_cast<std::int64_t>(frame.nsamples) > 0) say(report);
-  const std::int32_t option = frame.analysis_type < 2 ? 1 : 4;
-  SOLWRITE(option, m, store.IREST, store.n_IREST, store.solpostmean, store.pev, "gibsol", report);
-  describe_sample_files(m, files, report);
-  report_deviations(m, deviations, frame, report);
-  write_solpostmean(layout, store, report);
+void report_solutions(const final_records& r) {
+  if (static_cast<std::int64_t>(r.frame.nsamples) > 0) say(r.report);
+  const std::int32_t option = r.frame.analysis_type < 2 ? 1 : 4;
+  SOLWRITE(option, r.model, r.sampler.IREST, r.sampler.n_IREST, r.sampler.solpostmean, r.sampler.pev,
+           "gibsol", r.report);
+  describe_sample_files(r.model, r.files, r.report);
+  report_deviations(r.model, r.deviations, r.frame, r.report);
+  write_solpostmean(r.layout, r.sampler, r.report);
 }
 
 } // namespace
@@ -49,36 +48,33 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
   if (!written || !out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
-void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
-                   category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
-                   const deviation_store& deviations, sampler_store& store, random_sources& sources,
-                   run_frame& frame, sample_files& files, reporting& report) {
-  const bool samples_matrices = frame.analysis_type > 2;
-  if (frame.analysis_type > 0) report_model_fit(frame, files, report);
-  if (samples_matrices) report_deviance(m, design, frame, store, report);
+void final_reports(const final_records& r) {
+  const bool samples_matrices = r.frame.analysis_type > 2;
+  if (r.frame.analysis_type > 0) report_model_fit(r.frame, r.files, r.report);
+  if (samples_matrices) report_deviance(r.model, r.design, r.frame, r.sampler, r.report);
 
-  solution_moments(frame, store);
-  covariance_moments(m, frame, store);
-  report_thresholds(categories, frame, report);
+  solution_moments(r.frame, r.sampler);
+  covariance_moments(r.model, r.frame, r.sampler);
+  report_thresholds(r.categories, r.frame, r.report);
 
-  if (samples_matrices && static_cast<std::int64_t>(frame.nsamples) >= 1)
-    report_covariances(m, store, frame, report);
-  report_mixing_proportions(m, mixtures, frame, report);
-  report_predictions(frame, predictions, report);
+  if (samples_matrices && static_cast<std::int64_t>(r.frame.nsamples) >= 1)
+    report_covariances(r.model, r.sampler, r.frame, r.report);
+  report_mixing_proportions(r.model, r.mixtures, r.frame, r.report);
+  report_predictions(r.frame, r.predictions, r.report);
   std::int32_t failed = 0; // icode of the file of memberships that could not be made
-  if (frame.nsamples > 1 || frame.analysis_type <= 0) {
-    report_solutions(m, layout, store, deviations, frame, files, report);
-    write_taupostmean(m, mixtures, frame, design.nobs, report);
-    failed = write_memberships(m, design, mixtures, frame, report);
+  if (r.frame.nsamples > 1 || r.frame.analysis_type <= 0) {
+    report_solutions(r);
+    write_taupostmean(r.model, r.mixtures, r.frame, r.design.nobs, r.report);
+    failed = write_memberships(r.model, r.design, r.mixtures, r.frame, r.report);
   }
 
-  if (frame.analysis_type >= 2) write_lastsol(layout, store, report);
-  if (samples_matrices) write_gparlast(m, design, store, sources, frame, report);
+  if (r.frame.analysis_type >= 2) write_lastsol(r.layout, r.sampler, r.report);
+  if (samples_matrices) write_gparlast(r.model, r.design, r.sampler, r.sources, r.frame, r.report);
 
-  if (failed != 0) stop_memberships(failed, report);
-  hand_over_sums(store, frame);
-  clear_mixture_sums(mixtures);
-  clear_threshold_sums(categories);
+  if (failed != 0) stop_memberships(failed, r.report);
+  hand_over_sums(r.sampler, r.frame);
+  clear_mixture_sums(r.mixtures);
+  clear_threshold_sums(r.categories);
 }
 
 } // namespace zeph

@@ -2,8 +2,10 @@
 // their exact laws, and what the passes store.
 #include "gibbs/mixture_updates.h"
 
+#include "gibbs/cure_sequences.h"
 #include "gibbs/group_scan.h"
 #include "gibbs/liability_draws.h"
+#include "gibbs/mixing_proportions.h"
 #include "gibbs/mixture_distance.h"
 #include "numerics/laws.h"
 #include "numerics/normal_draws.h"

@@ -3,7 +3,7 @@
 #include "gibbs/residual_body.h"
 
 #include "gibbs/covariance_draws.h"
-#include "gibbs/record_sums.h"
+#include "gibbs/fast_residual_pass.h"
 #include "gibbs/residual_sums.h"
 #include "scan_case.h"
 
@@ -253,7 +253,7 @@ TEST(residual_body_death, a_residual_that_drifted_ends_the_process) {
 #endif
 
 // lik of a record far out: the density is 0 in 64 bits and its log infinite.
-TEST(sum_records, scores_records_one_by_one_when_a_density_may_be_0) {
+TEST(fast_residual_pass, scores_records_one_by_one_when_a_density_may_be_0) {
   for (const bool missing : {false, true})
     for (const float y : {200.0F, 52.5F}) { // 37 and more, and nearly so many standard deviations
       const change far = [y](two_trait_case& c) { c.design.Y_M(1, 5) = y; };
@@ -267,7 +267,7 @@ TEST(sum_records, scores_records_one_by_one_when_a_density_may_be_0) {
         if (i == 0)
           Bddrmc_sscp(r, c.f, lik[0]);
         else
-          sum_records(r, c.f, lik[1]);
+          fast_residual_pass(r, c.f, lik[1]);
       }
       if (std::isinf(lik[0]))
         EXPECT_EQ(lik[0], lik[1]);
@@ -279,7 +279,7 @@ TEST(sum_records, scores_records_one_by_one_when_a_density_may_be_0) {
 
 // A variance below the tolerance of the sweeps leaves its row unswept: the trait is scored by
 // what it shows alone, and tells nothing of the missing ones.
-TEST(sum_records, scores_and_imputes_beside_a_trait_of_next_to_no_variance) {
+TEST(fast_residual_pass, scores_and_imputes_beside_a_trait_of_next_to_no_variance) {
   const change tiny = [](two_trait_case& c) {
     for (std::int32_t h = 1; h <= c.s.G; ++h) {
       c.s.RCOV(1, 1, h) *= 1e-14;
@@ -295,7 +295,7 @@ TEST(sum_records, scores_and_imputes_beside_a_trait_of_next_to_no_variance) {
   fast.s.sscp.fill(0.0);
   Bddrmc_sscp(r, plain.f, lik[0]);
   EXPECT_EQ(body_of(q, fast.f), scan_body::fast);
-  sum_records(q, fast.f, lik[1]);
+  fast_residual_pass(q, fast.f, lik[1]);
   EXPECT_NEAR(lik[0], lik[1], 1e-6 * lik[0]);
   for (std::int64_t i = 0; i < plain.design.Y_M.size(); ++i) {
     const auto y = static_cast<double>(plain.design.Y_M.data()[i]);

@@ -37,8 +37,8 @@ struct run_end : result_case {
     }
   }
   void finish() {
-    final_reports(m, layout, design, categories, mixtures, predictions, deviations, store, sources, frame,
-                  files, report);
+    final_reports({m, layout, design, categories, mixtures, predictions, deviations, store, sources, frame,
+                   files, report});
   }
 };
 

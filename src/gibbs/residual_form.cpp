@@ -1,5 +1,6 @@
-#include "gibbs/record_product.h"
 #include "gibbs/residual_form.h"
+
+#include "gibbs/record_product.h"
 #include "gibbs/scan_records.h"
 #include "input/class_effect_covariates.h"
 #include "numerics/growing_rows.h"
@@ -364,7 +365,7 @@ void build_classes(const model_records& model, const equation_layout& layout,
   if (f.analysis_type < 2) return;
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     group_form& group = form_of(fast, g);
-    if (group.changing || layout.NGR(g, 1) < few_levels || layout.group(g).stride > largest_written_order)
+    if (group.changing || layout.NGR(g, 1) < few_levels || layout.group(g).stride > largest_unrolled_order)
       continue;
     const std::vector<std::int32_t> first = find_classes(model, layout, relations, report, g, group);
     if (first.empty())
@@ -382,7 +383,7 @@ void build_links(const model_records& model, const relationship_store& relations
   for (std::int32_t k = 1; k <= model.nramat && f.analysis_type >= 2; ++k) {
     if (structure_is(model.RMAT(k), "I")) continue;
     // a smaller model may bring a level's block down to the orders that are written out
-    if (f.analysis_type < 5 && model.RMAT(k).n_rc > largest_written_order) continue;
+    if (f.analysis_type < 5 && model.RMAT(k).n_rc > largest_unrolled_order) continue;
     const relationship_rows& rows = relations.of(k);
     link_form& links = fast.links[static_cast<std::size_t>(k - 1)];
     const std::int64_t levels = rows.diag.size();
@@ -445,14 +446,14 @@ void allocate_work(const model_records& model, const equation_layout& layout, co
   allocate(report, fast.change, "change", routine, longest);
   allocate(report, fast.W, "W", routine, records_of_block, nt);
   allocate(report, fast.weighed, "weighed", routine, nt);
-  allocate(report, fast.copies, "copies", routine, (side_copies - 1) * most_copied);
+  allocate(report, fast.partial, "partial", routine, (n_partial_sums - 1) * most_partial);
   std::size_t terms = 0;
   for (const group_form& group : fast.groups) terms = std::max(terms, group.terms.size());
   allocate(report, fast.multipliers, "multipliers", routine, static_cast<std::int64_t>(terms));
   allocate(report, fast.normals, "normals", routine, records_of_block * nt);
   allocate(report, fast.square_done, "square_done", routine, model.nramat);
   allocate(report, fast.square, "square", routine,
-           std::int64_t{largest_written_order} * (largest_written_order + 1) / 2, model.nramat);
+           std::int64_t{largest_unrolled_order} * (largest_unrolled_order + 1) / 2, model.nramat);
 }
 
 bool shares_one_matrix(const model_records& model, const design_store& design, const sampler_store& sampler,

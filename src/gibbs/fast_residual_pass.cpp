@@ -1,4 +1,4 @@
-#include "gibbs/record_sums.h"
+#include "gibbs/fast_residual_pass.h"
 
 #include "gibbs/residual_body.h"
 #include "gibbs/residual_sums.h"
@@ -61,7 +61,7 @@ void draw_conditional(const model_records& model, const sampler_store& sampler, 
   const double* coefficient = coefficients_of(fast, index, h);
   const double* setup =
       setup_of(model, fast, index, h) + 1 + m; // the factor, row j begins m - j behind row j-1
-  for (std::int64_t i = 0; i < m; ++i) {
+  for (std::int64_t i = 0; i < m; ++i) {       // x_i = mean_i - sum over j <= i of l_ij z_j
     double mean = 0;
     for (const std::int32_t u : mask.present) mean += *coefficient++ * res[u - 1];
     double x = 0;
@@ -170,6 +170,8 @@ bool add_density(const sampler_store& sampler, missing_draws& draws, const resid
   sweep_present(sampler, draws, mask, h);
   const residual_conditional& swept = draws.given;
   const double* S = &fast.products(1, index + 1, h);
+  // tr(R_oo^-1 S_oo) over the records of the mask, and a bound of |z|: sum over t of |e_t| (R_oo^-1)_tt^1/2,
+  // e_t the largest residual of the trait
   double quadratic = 0, bound = 0;
   for (const std::int32_t t : mask.present) {
     if (swept.swept(t) == 0) return false;
@@ -218,7 +220,7 @@ bool residuals_stay(const model_records& model, const run_frame& f) {
 
 } // namespace
 
-void sum_records(scan_records& r, const run_frame& f, double& lik) {
+void fast_residual_pass(scan_records& r, const run_frame& f, double& lik) {
   residual_form& form = r.work.fast;
   if (!form.by_masks) return Bddrmc_sscp(r, f, lik);
   const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
