@@ -38,9 +38,11 @@ void draw_free(reporting& report, random_sources& sources, constrained_work& w, 
                std::int32_t df, matrix_draw_work& matrix_work) {
   const positions& lc = w.lists.lc;
   const std::int32_t l = size_of(lc), c = size_of(C);
+  // A_ll^-1 = S_ll - S_lC S_CC^-1 S_Cl, A = S^-1: T1 is inverse Wishart with it
   take_part(w.A, lc, lc, w.A_ll);
   rinvwish(report, sources, w.T1.data(), l, w.A_ll.data(), l, l, df, matrix_work);
   ginverse_into(report, w.T1.data(), l, l, w.Q.data(), l, w.L1.data(), w.L2.data());
+  // vec(T2), column by column, is normal: mean S_CC^-1 S_Cl, precision H = T1^-1 (x) S_CC
   for (std::int32_t i = 1; i <= l; ++i)
     for (std::int32_t a = 1; a <= c; ++a) {
       double sum = 0;
@@ -61,6 +63,8 @@ void draw_free(reporting& report, random_sources& sources, constrained_work& w, 
 double acceptance(constrained_work& w, const mat<double>& P, const vec<double>& x, reporting& report) {
   invert(report, P, w.inverse);
   const std::int32_t k = static_cast<std::int32_t>(P.extent(1));
+  // -tr(S P^-1)/2 of the target; the proposal has S scaled by x: S_ij x_i x_j; squares: of the
+  // chi-squares that x comes from
   double sum = 0, squares = 0;
   for (std::int32_t i = 1; i <= k; ++i) {
     for (std::int32_t j = 1; j <= k; ++j) sum += w.S_CC(i, j) * w.inverse(i, j) * (1.0 - x(i) * x(j));
@@ -72,6 +76,7 @@ double acceptance(constrained_work& w, const mat<double>& P, const vec<double>& 
 // P = correlations of the current matrix at the positions of cc
 void start_correlations(constrained_work& w, const double* R, std::int64_t nt) {
   const positions& cc = w.lists.cc;
+  // p_ij = r_ij / (r_ii r_jj)^1/2
   for (std::int32_t i = 1; i <= size_of(cc); ++i) w.d(i) = std::sqrt(R[(at(cc, i) - 1) * (nt + 1)]);
   for (std::int32_t i = 1; i <= size_of(cc); ++i)
     for (std::int32_t j = 1; j <= size_of(cc); ++j)
@@ -96,7 +101,7 @@ void step_correlations(reporting& report, random_sources& sources, constrained_w
   for (std::int32_t i = 1; i <= k; ++i) w.scale_new(i) = 1.0 / std::sqrt(w.Z(i, i));
   const double then = acceptance(w, w.P_new, w.scale_new, report);
   const double a1 = uniform_range(sources.combined);
-  if (!(std::log(a1) < then - now)) return;
+  if (!(std::log(a1) < then - now)) return; // the current correlations stay
   std::copy(w.P_new.begin(), w.P_new.end(), w.P.begin());
   for (std::int32_t i = 1; i <= k; ++i) SCALE(at(cc, i)) = std::sqrt(w.Z(i, i));
 }
@@ -124,12 +129,14 @@ void join_parts(constrained_work& w, const positions& C, mat<double>& W) {
       w.P_C(a, b) = a <= k && b <= k ? w.P(a, b) : (a == b ? 1.0 : 0.0);
       W(at(C, a), at(C, b)) = w.P_C(a, b);
     }
+  // W_Cl = P T2, and its transpose
   for (std::int32_t i = 1; i <= l; ++i)
     for (std::int32_t a = 1; a <= c; ++a) {
       double sum = 0;
       for (std::int32_t b = 1; b <= c; ++b) sum += w.P_C(a, b) * w.T2(b, i);
       W(at(C, a), at(lc, i)) = W(at(lc, i), at(C, a)) = sum;
     }
+  // W_ll = T1 + T2' W_Cl
   for (std::int32_t i = 1; i <= l; ++i)
     for (std::int32_t j = 1; j <= i; ++j) {
       double sum = w.T1(i, j);

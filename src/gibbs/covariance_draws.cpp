@@ -100,6 +100,8 @@ template <class Prior> void add_prior(double* sums, std::int32_t p, double weigh
     for (std::int32_t j = 1; j <= i; ++j) *sums++ += weight * prior(i, j);
 }
 
+// One factor: S + (v - p - 1) G0 and q + v degrees of freedom, or S and q - p - 1 with a flat prior
+// (v the prior degrees of freedom, G0 the start matrix, p rows in the model, q levels).
 void sample_factor(const model_records& model, sampler_store& sampler, covariance_work& matrices,
                    random_sources& sources, reporting& report, const run_frame& f, std::int32_t k) {
   const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
@@ -195,6 +197,8 @@ void draw_residual_matrix(const model_records& model, const sampler_store& sampl
                          "no positive definite residual matrix with the covariances held at zero");
 }
 
+// One residual group, with the counts of its records; whether the prior is proper is judged by the number
+// of traits of the run.
 void sample_residual(const model_records& model, sampler_store& sampler, covariance_work& matrices,
                      random_sources& sources, reporting& report, const run_frame& f, std::int32_t h) {
   const std::int32_t nt = model.nt, p = f.ntr.back(), column = model.nramat + h;

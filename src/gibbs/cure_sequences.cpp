@@ -22,6 +22,7 @@ void add_fitted_row(const model_records& model, const equation_layout& layout, d
   for (std::int32_t t = 1; t <= model.nt; ++t) row[t - 1] *= design.WV_SQRT_M(t, irec);
 }
 
+// LOG_Z(t,1..npos) = status
 void set_status(design_store& design, std::int32_t t, std::int32_t npos, bool status) {
   for (std::int32_t i = 1; i <= npos; ++i) design.LOG_Z(t, i) = status;
 }
@@ -37,6 +38,7 @@ void observe_status(const model_records& model, design_store& design, std::int32
       set_status(design, t, npos, any);
       if (trait.link2 > 0) set_status(design, trait.link2, npos, any);
     }
+    // kind 8 belongs to the subject: only its last position keeps a fitted value
     if (trait.TRAIT_TYPE == trait_cured)
       for (std::int32_t i = 1; i < npos; ++i) design.CURE_YHAT(t, i) = 0.0F;
   }
@@ -48,6 +50,9 @@ double upper_tail(double x) {
   return upper;
 }
 
+// Where kind 7 has not failed in the sequence, whether the subject could fail (kind 8) is open:
+//   P(cannot fail | no failure) = d = Q/(prod Phi + Q),  prod = product of Q(yhat_7(i)) over the
+// positions, the chance that a subject that can fail does not; Phi and Q at kind 8's fitted value.
 void draw_status(const model_records& model, design_store& design, combined_source& source,
                  std::int32_t npos) {
   for (std::int32_t t = 1; t <= model.nt; ++t) {
@@ -89,6 +94,8 @@ void describe_cure_record(const model_records& model, const design_store& design
     latent.category(category.trait) = categories.catobs(++c, irec);
 }
 
+// Y_M = fitted value + residual of the latent traits; a value above 0 counts in mix_pi. Where the sign is
+// known the stored one keeps it.
 void store_cure_record(const model_records& model, design_store& design, mixture_store& mixtures,
                        record_values& values, const latent_work& latent, const run_frame& f,
                        std::int32_t irec, std::int32_t i) {
@@ -108,6 +115,8 @@ void store_cure_record(const model_records& model, design_store& design, mixture
   }
 }
 
+// The sequence of records irec-npos+1..irec: what is known of it, the draws of its records in order, and
+// CURE_YHAT back to 0 for the next one.
 void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos) {
   observe_status(r.model, r.design, irec, npos);
   draw_status(r.model, r.design, r.sources.combined, npos);

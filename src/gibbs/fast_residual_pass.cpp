@@ -14,8 +14,8 @@ namespace {
 constexpr double half_log_two_pi = 0.91893853320467274178;
 constexpr double far_out = 36.0; // normal_tail: density 0 beyond 37
 
-// Places of a conditional: coefficients of the missing on the present traits,
-// row by row, then the set-up of the draw.
+// Layout of conditional(:,mask+1,h): R_mo R_oo^-1 (missing x present, row by row, room for nt^2), then the
+// set-up of the draw of the missing traits: their number, means 0, the factor of R_mm - R_mo R_oo^-1 R_om.
 double* coefficients_of(residual_form& fast, std::int64_t mask, std::int32_t h) {
   return &fast.conditional(1, mask + 1, h);
 }
@@ -82,6 +82,7 @@ void store_drawn(design_store& design, record_values& values, const mask_form& m
     store_observation(design, values, static_cast<std::int32_t>(i + 1), t, static_cast<float>(res[t - 1]));
 }
 
+// Sums of a sample round: e by trait and record, e^2 by trait and group, e itself where residuals are kept.
 void keep_sampled(const model_records& model, design_store& design, sampler_store& sampler, std::int64_t i,
                   std::int32_t h, const double* res) {
   for (std::int32_t t = 1; t <= model.nt; ++t) {
@@ -129,7 +130,7 @@ void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, 
 // Records of one trait without weights, all present: their residuals' squares.
 void take_single(residual_form& form, std::int64_t lo, std::int64_t hi) {
   const double* e = form.E.data();
-  double largest = form.largest(1), sums[4] = {};
+  double largest = form.largest(1), sums[4] = {}; // four sums that do not wait for each other
   std::int64_t i = lo;
   for (; i + 4 <= hi; i += 4)
     for (int k = 0; k < 4; ++k) {
@@ -144,6 +145,8 @@ void take_single(residual_form& form, std::int64_t lo, std::int64_t hi) {
   form.largest(1) = largest;
 }
 
+// The standard normals of a block of records at once, one for each missing trait in record order: the same
+// numbers as one by one.
 void draw_normals(residual_form& fast, marsaglia_source& marsaglia, std::int64_t lo, std::int64_t hi) {
   std::int64_t n = 0;
   for (std::int64_t i = lo; i < hi; ++i)
@@ -186,6 +189,7 @@ bool add_density(const sampler_store& sampler, missing_draws& draws, const resid
   return bound <= far_out;
 }
 
+// lik record by record, by the residuals in E
 void score_each(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
                 record_values& values, missing_draws& draws, const run_frame& f, double& lik) {
   const record_entries entries = entries_of(design, layout, sampler, f.analysis_type);
@@ -196,6 +200,7 @@ void score_each(const equation_layout& layout, const design_store& design, const
   }
 }
 
+// lik from the sums of products; record by record where a density may be 0 in 64 bits
 void find_density(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
                   record_values& values, missing_draws& draws, residual_form& fast, const run_frame& f,
                   double& lik) {

@@ -45,7 +45,7 @@ void say_dependency(reporting& report, const run_frame& f, std::int32_t g, std::
                   .str());
 }
 
-// The whole block as it was and as it was swept, two lines an element.
+// The whole block as it was and as it was swept, two lines an element; each pair counts as one line.
 void say_block(const level_work& work, reporting& report, const run_frame& f, const double* block,
                std::int32_t g, std::int32_t l, std::int32_t n) {
   say(report, free_row().text("Error in diagonal block").i(g).i(l).str());
@@ -284,7 +284,7 @@ void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sum
     }
     return;
   }
-  ranmar_draws draws(r.sources.marsaglia);
+  ranmar_draws draws(r.sources.marsaglia); // started: tested once, not at each draw
   for (std::int32_t l = 1; l <= levels; ++l) {
     if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
     sample_level(r.layout, r.sampler, r.work.levels, r.report, f, draws, g, l);

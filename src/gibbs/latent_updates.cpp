@@ -42,7 +42,7 @@ void bddrmc_cat(scan_records& r, const run_frame& f) {
           r.design.Y_M(t, irec) > 0.0F && (present || r.model.MODEL(t).TRAIT_TYPE != trait_censored);
       r.work.latent.category(t) = -1;
     }
-    std::int64_t c = 0;
+    std::int64_t c = 0; // row of catobs: the c-th ordered trait
     for (const category_record& category : r.categories.catstr)
       r.work.latent.category(category.trait) = r.categories.catobs(++c, irec);
     liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(),
@@ -84,6 +84,7 @@ void bddrmc_cens(scan_records& r, const run_frame& f) {
 
 namespace {
 
+// minu(k), maxu(k): smallest and largest liability of the records of category k
 void find_extremes(const design_store& d, const category_store& categories, std::int32_t c,
                    category_record& x) {
   x.minu.fill(outer_limit);
@@ -106,6 +107,7 @@ void samp_thresholds(const design_store& design, category_store& categories, com
   for (category_record& x : categories.catstr)
     for (std::int32_t k = 2; k <= x.ncat_t - 2; ++k)
       x.thr(k) = uniform_range(source, x.maxu(k), x.minu(k + 1));
+  // the two outer thresholds fix location and scale of the liability
   for (category_record& x : categories.catstr) {
     x.thr(1) = 0.0;
     x.thr(x.ncat_t - 1) = 1.0;

@@ -24,6 +24,7 @@ void sweep_others(const model_records& model, const sampler_store& sampler, late
   latent.variance(t, h) = covariance_given(given, t, t);
 }
 
+// m = sum over i other than t of coefficient(i,t,h) e_i
 double conditional_mean(const model_records& model, const latent_work& latent, const double* res,
                         std::int32_t t, std::int32_t h) {
   const double* c = &latent.coefficient(1, t, h);
@@ -33,15 +34,17 @@ double conditional_mean(const model_records& model, const latent_work& latent, c
   return mean;
 }
 
+// x ~ N(m,v) between a and b; rounding of the inverse distribution function may leave the interval
 double between(combined_source& source, double a, double b, double m, double v) {
   return std::clamp(GEN_TRUNC_NORMAL(source, a, b, m, v), a, b);
 }
 
-// e + x at most 0, or above 0
+// e + x at most 0, or above 0; the upper tail is minus the lower tail of N(-m,v)
 double one_sided(combined_source& source, bool positive, double e, double m, double v) {
   return positive ? -between(source, far_below, e, -m, v) : between(source, far_below, -e, m, v);
 }
 
+// thr(k-1) < e + x <= thr(k), k the category
 double categorical(const category_store& categories, combined_source& source, std::int32_t t,
                    std::int32_t category, double e, double m, double v) {
   for (const category_record& c : categories.catstr)

@@ -60,6 +60,9 @@ void switch_coefficients(const equation_layout& layout, design_store& design, co
   }
 }
 
+// tau = P(component 1 | residuals) and the uniform a1 that it is held against: p1 and p0 are the normal
+// densities of e1 under R1 and of e0 under R0, up to (2 pi)^-nt/2, times the prior Phi and Q = 1 - Phi.
+// kept: p1 + p0 = 0 at a far outlier gives no number, and a1 <= tau is false
 double draw_tau(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t t, double& a1) {
   const std::int32_t nt = r.model.nt, first = r.model.nramat + 1;
   const std::int32_t second = r.sampler.G < 2 ? 1 : 2;
@@ -109,6 +112,9 @@ void print_mixture_record(const model_records& model, const design_store& design
   if (irec < 4) say(report, "Computing residuals for liabilities");
 }
 
+// One record: its residuals in either component, then for each indicator in trait order the indicator,
+// its mixture coefficients and its liability. With two residual groups the last indicator chooses the
+// record's group.
 void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
   const std::int32_t nt = r.model.nt;
   print_mixture_record(r.model, r.design, r.sampler, r.work.inverses, r.work.values, r.report, f, irec);
@@ -132,6 +138,8 @@ void mix_record(scan_records& r, const run_frame& f, std::int32_t irec) {
       count_member(r.mixtures, f, irec, t);
 }
 
+// x ~ N(m,v) with mean + x above 0 (on) or at most 0; the bound is held above `lowest`, so that the
+// interval is never empty
 double mixture_liability(combined_source& source, bool on, double mean, double m, double v) {
   const double a = std::max(-mean, lowest_bound);
   if (on) return -std::clamp(GEN_TRUNC_NORMAL(source, lowest, -a, -m, v), lowest, -a);

@@ -24,6 +24,7 @@ void add_right_hand_side(const model_records& model, const design_store& design,
   sampler.RHS(design.XD1_M(i, irec)) += sum;
 }
 
+// Adds one record to RHS and to the diagonal blocks: products of entries of one level of one group, k <= i.
 void add_record(const model_records& model, equation_layout& layout, const design_store& design,
                 sampler_store& sampler, const residual_inverses& inverses, std::int32_t analysis_type,
                 std::int32_t irec) {
@@ -81,6 +82,7 @@ void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_typ
   if (iround == 0)
     for (std::size_t g = 0; g < r.layout.DI.size(); ++g)
       std::copy(r.layout.DI[g].begin(), r.layout.DI[g].end(), r.layout.CDI[g].begin());
+  // factors that are not in the model have no rows to add
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
     if (ntr[static_cast<std::size_t>(k - 1)] > 0)
       add_prior_precision(r.model, r.layout, r.relations, r.sampler, k, ntr[static_cast<std::size_t>(k - 1)]);
@@ -92,7 +94,7 @@ void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     const bool printed = f.test_level > 1 && f.iround < 6 && irec < 11;
     const std::int32_t m = d.M_M(irec);
-    bool concerned = printed;
+    bool concerned = printed; // the record has an entry of the group
     for (std::int32_t i = 1; i <= m && !concerned; ++i) concerned = d.XD3_M(i, irec) == g;
     if (!concerned) continue;
     make_stage_riff(r.model, r.design, r.sampler, r.work.inverses, f.stage, irec, f.analysis_type, weights);

@@ -113,6 +113,7 @@ struct slot_size {
   std::int64_t count = 0;
 };
 
+// First walk over the entries: finds the slots of each group and counts their elements.
 void size_slots(const model_records& model, const equation_layout& layout, const design_store& design,
                 residual_form& fast, reporting& report, const run_frame& f, slot_finder& finder,
                 std::vector<std::vector<slot_size>>& sizes) {
@@ -130,6 +131,7 @@ void size_slots(const model_records& model, const equation_layout& layout, const
     }
 }
 
+// A slot that every record has needs no list of records; one whose coefficients are all 1 no coefficients.
 void allocate_slots(const design_store& design, residual_form& fast, reporting& report,
                     std::vector<std::vector<slot_size>>& sizes) {
   const std::int64_t nobs = design.nobs;
@@ -148,6 +150,7 @@ void allocate_slots(const design_store& design, residual_form& fast, reporting& 
     }
 }
 
+// Second walk, in the same order: elements into the slots that the first walk found.
 void fill_slots(const model_records& model, const equation_layout& layout, const design_store& design,
                 residual_form& fast, slot_finder& finder, std::vector<std::vector<slot_size>>& sizes) {
   for (std::vector<slot_size>& group : sizes)
@@ -183,6 +186,7 @@ void mark_blocks(residual_form& form, std::int64_t nobs) {
     }
 }
 
+// Slots by trait: a walk over a group touches the residuals of one trait after the other.
 void order_slots(residual_form& form) {
   for (group_form& group : form.groups) {
     std::stable_sort(group.slots.begin(), group.slots.end(),
@@ -260,6 +264,8 @@ std::int64_t term_index(const std::vector<block_term>& terms, const block_term& 
   return -1;
 }
 
+// Sums of coefficient products by level for each distinct term of a group; where they would take more room
+// than allowed, or coefficients change, the group sums D over its records in each round.
 void build_terms(scan_records& r, const run_frame& f) {
   residual_form& form = r.work.fast;
   for_each_product(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, f,
@@ -323,7 +329,7 @@ std::vector<std::int32_t> find_classes(const model_records& model, const equatio
     const double diag = diagonal_of(model, layout, relations, g, l);
     std::uint64_t h = mixed(0, diag);
     for (std::int64_t k = 1; k <= terms; ++k) h = mixed(h, group.sums(l, k));
-    std::size_t at = static_cast<std::size_t>(h) & wrap;
+    std::size_t at = static_cast<std::size_t>(h) & wrap; // open addressing, one step at a time
     for (;; at = (at + 1) & wrap) {
       if (table[at] < 0) break;
       const std::int32_t other = first[static_cast<std::size_t>(table[at])];
@@ -341,6 +347,7 @@ std::vector<std::int32_t> find_classes(const model_records& model, const equatio
   return first;
 }
 
+// sums(c,:) and the diagonal element of each class, from the first of its levels
 void keep_classes(const model_records& model, const equation_layout& layout,
                   const relationship_store& relations, reporting& report, std::int32_t g, group_form& group,
                   const std::vector<std::int32_t>& first) {
@@ -359,6 +366,7 @@ void keep_classes(const model_records& model, const equation_layout& layout,
   group.sums = std::move(sums);
 }
 
+// Levels that share all sums and their diagonal element, for groups small enough to be drawn in line.
 void build_classes(const model_records& model, const equation_layout& layout,
                    const relationship_store& relations, residual_form& fast, reporting& report,
                    const run_frame& f) {
@@ -377,6 +385,7 @@ void build_classes(const model_records& model, const equation_layout& layout,
 
 // ---- links ----
 
+// Links of level l: those to levels before it, then those to levels after it, each in the order of the file.
 void build_links(const model_records& model, const relationship_store& relations, residual_form& fast,
                  reporting& report, const run_frame& f) {
   allocate_rows(report, fast.links, "links", routine, model.nramat);
@@ -405,6 +414,7 @@ void build_links(const model_records& model, const relationship_store& relations
 
 // ---- residuals ----
 
+// The distinct masks of the records, and room for what the residual pass sums by mask and group.
 void build_masks(const model_records& model, const design_store& design, const sampler_store& sampler,
                  residual_form& fast, reporting& report) {
   const std::int64_t nt = model.nt, packed = nt * (nt + 1) / 2, G = sampler.G;
@@ -456,6 +466,7 @@ void allocate_work(const model_records& model, const equation_layout& layout, co
            std::int64_t{largest_unrolled_order} * (largest_unrolled_order + 1) / 2, model.nramat);
 }
 
+// True when R^-1 is one matrix for all records: no weights, and one group (in the solver one pattern too).
 bool shares_one_matrix(const model_records& model, const design_store& design, const sampler_store& sampler,
                        const run_frame& f) {
   if (model.has_weights()) return false;

@@ -33,7 +33,7 @@ void add_record(const model_records& model, const equation_layout& layout, const
   if (level <= 0) return;
   take_record(entries_of(design, layout, sampler, f.analysis_type), values, irec);
   make_swept_riff(model, design, sampler, inverses, irec, f.analysis_type, weights);
-  d.A.fill(0.0);
+  d.A.fill(0.0); // A(t): coefficients of the factor in the record for trait t
   for (std::int32_t j = 1; j <= design.M_M(irec); ++j)
     if (design.XD7_M(j, irec) == d.factor && entry_active(design, layout, irec, j, f.analysis_type))
       d.A(design.XD2_M(j, irec)) += 1.0;
@@ -43,6 +43,7 @@ void add_record(const model_records& model, const equation_layout& layout, const
     for (std::int32_t i = 1; i <= nt; ++i) d.W(i, j, level) += d.A(i) * inverses.riff(i, j) * d.A(j);
 }
 
+// TD = sum of residuals / records + solution; 0 where the level has no record of the trait
 void finish_own(const model_records& model, const sampler_store& sampler, deviation_store& d) {
   for (std::int32_t level = 1; level <= d.levels; ++level)
     for (std::int32_t t = 1; t <= model.nt; ++t) {
@@ -61,7 +62,7 @@ void finish_own(const model_records& model, const sampler_store& sampler, deviat
 void give_to_parent(const model_records& model, const sampler_store& sampler, deviation_store& d,
                     std::int32_t level, std::int32_t parent, std::int32_t mate, double w) {
   const std::int32_t nt = model.nt;
-  d.v.fill(0.0);
+  d.v.fill(0.0); // v = W (2 TD - u(mate)) over the traits with records
   for (std::int32_t j = 1; j <= nt; ++j) {
     if (d.N_TD(j, level) == 0) continue;
     const double corrected = 2.0 * d.TD(j, level) - solution(model, sampler, d, mate, j);
@@ -73,6 +74,7 @@ void give_to_parent(const model_records& model, const sampler_store& sampler, de
   for (std::int32_t k = 0; k < nt * nt; ++k) sum[k] += w * W[k];
 }
 
+// Each level with records gives to its parents; a parent is the level of its absolute value, 0 none.
 void pass_to_parents(const model_records& model, const relationship_store& relations,
                      const sampler_store& sampler, deviation_store& d) {
   if (relations.pedigree_factor != d.factor) return;
