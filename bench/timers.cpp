@@ -2,12 +2,12 @@
 // the start of a run, of data loading and of relationship reading, on a prepared
 // work directory named by ZEPH_BENCH_DIR. Each checks its result, so that a fast
 // wrong answer fails.
-#include "listing/stops.h"
 #include "control/run_driver.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "input/data_loading.h"
 #include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
+#include "listing/stops.h"
 #include "numerics/normal_draws.h"
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 #include "control/chain_loop.h"
 
+#include "formats/free_format.h"
+#include "gibbs/residuals/trait_deviations.h"
+#include "gibbs/scan/gibscan.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/trait_deviations.h"
 #include "samples/accumulators.h"
 
 namespace zeph {

@@ -1,7 +1,7 @@
 #include "control/model_chains.h"
 
 #include "formats/free_format.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
 #include "listing/listing_rows.h"

@@ -2,8 +2,7 @@
 // record. Two runs can stand side by side.
 #pragma once
 
-#include "listing/reporting.h"
-#include "gibbs/scan_records.h"
+#include "gibbs/scan/scan_records.h"
 #include "input/design_store.h"
 #include "input/deviation_store.h"
 #include "input/equation_layout.h"
@@ -13,6 +12,7 @@
 #include "input/run_frame.h"
 #include "input/sampler_store.h"
 #include "jump/jump_store.h"
+#include "listing/reporting.h"
 #include "numerics/random_sources.h"
 #include "samples/sample_files.h"
 

@@ -1,10 +1,10 @@
 #include "control/start_values.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
-#include "gibbs/residual_conditional.h"
+#include "gibbs/residuals/residual_conditional.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
 #include "jump/model_moves.h"
 
 #include "formats/free_format.h"
-#include "gibbs/covariance_draws.h"
-#include "gibbs/record_product.h"
-#include "gibbs/residual_body.h"
+#include "gibbs/matrices/covariance_draws.h"
+#include "gibbs/scan/record_product.h"
+#include "gibbs/scan/residual_body.h"
 #include "jump/jump_densities.h"
 #include "jump/jump_setup.h"
 #include "listing/listing_rows.h"

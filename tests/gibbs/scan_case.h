@@ -11,8 +11,8 @@
 #pragma once
 
 #include "control/start_values.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/scan_records.h"
+#include "gibbs/scan/gibscan.h"
+#include "gibbs/scan/scan_records.h"
 #include "support/check.h"
 #include "support/dense_matrix.h"
 #include "support/model_builder.h"

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "control/run_driver.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "listing/stops.h"
 #include "support/scratch_directory.h"
 

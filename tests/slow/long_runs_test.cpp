@@ -1,9 +1,9 @@
 // Twenty thousand rounds: the program's memory and handles stay, its listing stays
 // short, and the residuals that the fast body carries along stay those of the solutions.
 #include "faults/child_program.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/residual_body.h"
-#include "gibbs/scan_groups.h"
+#include "gibbs/scan/gibscan.h"
+#include "gibbs/scan/residual_body.h"
+#include "gibbs/scan/scan_groups.h"
 #include "slow/simulated_kinds.h"
 
 #include <chrono>
