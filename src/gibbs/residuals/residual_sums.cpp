@@ -51,6 +51,7 @@ bool complete(std::int32_t isit, std::int32_t nt) {
 void allocate_missing_draws(const model_records& m, missing_draws& work, reporting& report) {
   constexpr std::string_view routine = "Bddrmc_sscp";
   allocate_conditional(report, work.given, m.nt, routine);
+  allocate(report, work.IW1, "IW1", routine, m.nt);
   allocate(report, work.traits, "IW2", routine, m.nt);
   allocate(report, work.mean, "MEAN", routine, m.nt);
   allocate(report, work.x, "X", routine, m.nt);
