@@ -212,12 +212,15 @@ TEST(residual_body, names_its_slots_terms_and_masks_when_they_can_not_be_stored)
 }
 
 TEST(residual_body, gives_way_to_the_plain_body_at_test_level_2) {
-  body_case c({false, false, false}, 1, {}, false);
-  c.f.test_level = 2;
-  scan_records r = c.records();
-  EXPECT_EQ(body_of(r, c.f), scan_body::plain);
-  c.f.test_level = 1;
-  EXPECT_EQ(body_of(r, c.f), scan_body::fast);
+  for (const std::int32_t level : {1, 2}) {
+    body_case c({false, false, false}, 1, {}, false);
+    c.f.test_level = level;
+    scan_records r = c.records();
+    const scan_body chosen = level == 2 ? scan_body::plain : scan_body::fast;
+    EXPECT_EQ(body_of(r, c.f), chosen);
+    c.f.test_level = 3 - level; // the choice is that of the run: asked once
+    EXPECT_EQ(body_of(r, c.f), chosen);
+  }
 }
 
 TEST(residual_body, gives_way_where_entries_do_not_follow_the_numbering_of_their_group) {
