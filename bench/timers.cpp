@@ -45,12 +45,12 @@ void run_rounds(benchmark::State& state, bool plain) {
   if (plain) s.r.work.body = zeph::scan_body::plain;
   zeph::scan_records records = zeph::records_of(s.r);
   for (int warm = 0; warm < 2; ++warm) {
-    ++s.r.frame.iround;
-    zeph::GIBSCAN(records, s.r.frame, s.r.files);
+    ++s.r.state.iround;
+    zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files);
   }
   for (auto _ : state) {
-    ++s.r.frame.iround;
-    zeph::GIBSCAN(records, s.r.frame, s.r.files);
+    ++s.r.state.iround;
+    zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files);
   }
   double sum = 0;
   for (const double x : s.r.sampler.sol) sum += x * x;
@@ -66,16 +66,16 @@ BENCHMARK(scan_round_plain)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 // Rounds that propose a move of a factor, from one row each on; every iteration is a round.
 void jump_round(benchmark::State& state) {
   started_run s;
-  if (!s.started || s.r.frame.analysis_type < 6) return state.SkipWithError("not a chain that moves");
+  if (!s.started || s.r.asked.analysis_type < 6) return state.SkipWithError("not a chain that moves");
   zeph::jump_records records = zeph::jump_records_of(s.r);
-  zeph::jump_setup(records, s.r.relations, s.r.frame.analysis_type);
-  s.r.frame.nround = 1;
+  zeph::jump_setup(records, s.r.relations, s.r.asked.analysis_type);
+  s.r.asked.nround = 1;
   std::int64_t taken = 0, large = 0;
   const auto round = [&] {
     zeph::jump_rounds(records, s.r.files);
-    ++s.r.frame.nburn; // so the next call runs the next round
+    ++s.r.asked.nburn; // so the next call runs the next round
     taken += s.r.jump.accepted;
-    large += s.r.frame.ntr.front();
+    large += s.r.state.ntr.front();
     s.listing.str("");
   };
   for (int warm = 0; warm < 20; ++warm) round();
@@ -94,8 +94,8 @@ void start_up(benchmark::State& state) {
     started_run s;
     if (!s.started) return state.SkipWithError(s.listing.str().c_str());
     zeph::scan_records records = zeph::records_of(s.r);
-    s.r.frame.iround = 1;
-    zeph::GIBSCAN(records, s.r.frame, s.r.files); // builds what the rounds need
+    s.r.state.iround = 1;
+    zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files); // builds what the rounds need
   }
 }
 BENCHMARK(start_up)->Unit(benchmark::kMillisecond);
@@ -164,8 +164,8 @@ void round_against_its_bound(benchmark::State& state) {
   started_run s;
   if (!s.started) return state.SkipWithError(s.listing.str().c_str());
   zeph::scan_records records = zeph::records_of(s.r);
-  ++s.r.frame.iround;
-  zeph::GIBSCAN(records, s.r.frame, s.r.files);
+  ++s.r.state.iround;
+  zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files);
   const double bandwidth = copy_bandwidth();
   std::int64_t levels = 0;
   double walk = 1.0, normal = 1.0;
@@ -185,8 +185,8 @@ void round_against_its_bound(benchmark::State& state) {
   double rounds = 0, taken = 0;
   for (auto _ : state) {
     const auto start = std::chrono::steady_clock::now();
-    ++s.r.frame.iround;
-    zeph::GIBSCAN(records, s.r.frame, s.r.files);
+    ++s.r.state.iround;
+    zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files);
     taken += seconds_of(start);
     ++rounds;
   }

@@ -30,9 +30,9 @@ void fill_rows(const factor_levels& f, const std::vector<std::string>& names, st
     m.TRAIT_NO(i + 1) = m.TRAIT_INP(i + 1) = f.row_trait[at(i)] + 1;
     m.T_NO(i + 1) = i + 1;
     m.T_NAME(i + 1) = padded(names[at(i)], short_width);
-    m.TRAIT_BLK_SIZE(i + 1) = 1;
-    m.TRAIT_BLK_STAERT(i + 1) = i + 1;
-    m.R_EFF(i + 1) = i + 1;
+    m.carried.TRAIT_BLK_SIZE(i + 1) = 1;
+    m.carried.TRAIT_BLK_STAERT(i + 1) = i + 1;
+    m.carried.R_EFF(i + 1) = i + 1;
   }
 }
 
@@ -40,15 +40,15 @@ void fill_contribution(const contribution& c, std::int32_t n, std::int32_t level
                        structure_record& m) {
   m.CONT_POS(n) = c.row;
   m.CONT_RC(n) = 1;
-  m.CONT_T_NO(n) = m.CONT_T_INP(n) = m.CONT_T_RCI(n) = c.trait + 1;
-  m.CONT_EFF(n) = 1;
-  m.CONT_EFF_INP(n) = m.CONT_EFF_RCI(n) = level_column;
-  m.CONT_ID_NO(n) = padded(cut_name(c.column), short_width);
-  m.CONT_T_NAME(n) = padded(p.names.traits[at(c.trait)], short_width);
-  m.CONT_RR_NAME(n) = padded(cut_name(c.curve.name), short_width);
+  m.CONT_T_NO(n) = m.carried.CONT_T_INP(n) = m.carried.CONT_T_RCI(n) = c.trait + 1;
+  m.carried.CONT_EFF(n) = 1;
+  m.carried.CONT_EFF_INP(n) = m.CONT_EFF_RCI(n) = level_column;
+  m.carried.CONT_ID_NO(n) = padded(cut_name(c.column), short_width);
+  m.carried.CONT_T_NAME(n) = padded(p.names.traits[at(c.trait)], short_width);
+  m.carried.CONT_RR_NAME(n) = padded(cut_name(c.curve.name), short_width);
   m.CONT_COEFF(n) = c.constant ? c.factor : 1.0;
   m.CONT_RR_EFF(n) = c.constant ? 0 : 1;
-  if (!c.constant) m.CONT_RR_RCI(n) = m.CONT_RR_INP(n) = add_reals(p.rows, p.records, c.curve.value);
+  if (!c.constant) m.CONT_RR_RCI(n) = m.carried.CONT_RR_INP(n) = add_reals(p.rows, p.records, c.curve.value);
 }
 
 void fill_effects(const factor_levels& f, const std::map<std::string, std::int32_t>& level_column,
@@ -56,14 +56,14 @@ void fill_effects(const factor_levels& f, const std::map<std::string, std::int32
   std::int32_t e = 0;
   for (const factor_effect& effect : effects_of(f)) {
     ++e;
-    m.R_EFF_INP(e) = m.T_R_ID_RCI(e) = level_column.at(effect.column);
-    m.N_RR(e) = effect.n_coefficients;
+    m.carried.R_EFF_INP(e) = m.carried.T_R_ID_RCI(e) = level_column.at(effect.column);
+    m.carried.N_RR(e) = effect.n_coefficients;
     m.INTERCEPT(e) = effect.intercept ? 1 : 0;
   }
   std::int32_t c = 0;
   for (const std::string& column : columns_of(f)) {
     ++c;
-    m.RANDOM_ID_INP(c) = m.R_EFF_RCI(c) = level_column.at(column);
+    m.carried.RANDOM_ID_INP(c) = m.R_EFF_RCI(c) = level_column.at(column);
   }
 }
 
@@ -71,8 +71,8 @@ void fill_groups(const factor_levels& f, structure_record& m) {
   m.r36 = f.n_groups > 0 ? code_with_groups : code_plain;
   for (std::int32_t g = 1; g <= f.n_groups; ++g) {
     const std::int32_t level = f.n_levels() - f.n_groups + g;
-    m.PHG_LIST(1, g) = f.code[at(level - 1)];
-    m.PHG_LIST(2, g) = level;
+    m.carried.PHG_LIST(1, g) = f.code[at(level - 1)];
+    m.carried.PHG_LIST(2, g) = level;
   }
 }
 
@@ -94,7 +94,7 @@ void size_factor(const factor_levels& f, structure_record& out) {
   out.n_cont = static_cast<std::int32_t>(f.contributions.size());
   out.n_rc = out.n_t = f.order();
   out.n_rid = static_cast<std::int32_t>(columns_of(f).size());
-  out.n_reff = static_cast<std::int32_t>(effects_of(f).size());
+  out.carried.n_reff = static_cast<std::int32_t>(effects_of(f).size());
   out.n_phg = f.n_groups;
   out.CV_STRUCT = padded(f.structure, 12);
 }

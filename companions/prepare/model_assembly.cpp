@@ -1,6 +1,6 @@
+#include "prepare/model_assembly.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
-#include "prepare/model_assembly.h"
 
 #include "input/model_information.h"
 #include "prepare/directive_lines.h"
@@ -154,7 +154,7 @@ void mark_deviations(const model_description& d, prepared_model& p) {
     m.L_TD = true;
     m.L_PTD = f.deviations.value == deviation_kind::progeny;
     m.TD_FACTOR = static_cast<std::int32_t>(k) + 1;
-    m.TD_TYPE = m.L_PTD ? "PTD " : "TD  ";
+    m.carried.TD_TYPE = m.L_PTD ? "PTD " : "TD  ";
     m.PTD_INT = f.deviations_every.value;
     m.PTD_LIMIT = f.deviations_above.value;
     if (d.run.analysis.value >= analysis_type::predict) m.model_kind = 2;
@@ -169,8 +169,8 @@ void fill_residual_rows(const model_description& d, prepared_model& p, message_l
     residual.T_NAME(i) = padded(p.names.traits[static_cast<std::size_t>(i - 1)], short_width);
   }
   if (!p.patterns.group.empty()) {
-    residual.HETGR_RCI = residual.HETGR_INP = append_integers(p.rows, p.patterns.group);
-    residual.HETGR_NAME = padded(cut_name(d.residual.groups.value), short_width);
+    residual.HETGR_RCI = residual.carried.HETGR_INP = append_integers(p.rows, p.patterns.group);
+    residual.carried.HETGR_NAME = padded(cut_name(d.residual.groups.value), short_width);
   }
   fill_residual(d, p.records, p.patterns, p.start, residual, log);
 }
@@ -196,7 +196,7 @@ std::int64_t largest_row_of(const model_records& m) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
     const structure_record& r = m.RMAT(k);
     std::int64_t n = 0;
-    for (std::int32_t e = 1; e <= r.n_reff; ++e) n += r.INTERCEPT(e);
+    for (std::int32_t e = 1; e <= r.carried.n_reff; ++e) n += r.INTERCEPT(e);
     out += std::max<std::int64_t>(n, r.n_cont);
   }
   return out;

@@ -52,14 +52,14 @@ void count_group(const record_selection& records, const residual_patterns& p, st
     ++residual.HETG_N_OBS(g);
     const std::vector<int> traits = traits_of(p.mask[static_cast<std::size_t>(p.pattern[i] - 1)], nt);
     for (const int s : traits)
-      for (const int t : traits) ++residual.HETGR_NOBS(g, s + 1, t + 1);
+      for (const int t : traits) ++residual.carried.HETGR_NOBS(g, s + 1, t + 1);
   }
 }
 
 void fill_group(const residual_patterns& p, const start_matrix& start, std::int32_t g,
                 const std::string& title, structure_record& residual, message_log& log) {
   const int nt = start.order;
-  residual.HETGR_L_PR(g) = 1;
+  residual.carried.HETGR_L_PR(g) = 1;
   for (int i = 0; i < nt; ++i)
     for (int j = 0; j < nt; ++j) residual.HETGR_COV_MAT(g, i + 1, j + 1) = start.at(i, j);
   std::vector<double> inverse;
@@ -135,14 +135,14 @@ void fill_residual(const model_description& d, const record_selection& records,
       residual.COV_MAT(i + 1, j + 1) = residual.P_COV_MAT(i + 1, j + 1) = start.residual.at(i, j);
   for (const auto* list : {&d.residual.zero, &d.residual.apart})
     for (const trait_pair& z : *list) {
-      residual.L_RCOV_ZERO(z.first + 1, z.second + 1) = 1;
-      residual.L_RCOV_ZERO(z.second + 1, z.first + 1) = 1;
+      residual.carried.L_RCOV_ZERO(z.first + 1, z.second + 1) = 1;
+      residual.carried.L_RCOV_ZERO(z.second + 1, z.first + 1) = 1;
     }
   for (std::int32_t q = 1; q <= residual.n_pat; ++q) {
     const auto at = static_cast<std::size_t>(q - 1);
-    residual.ISIT(q) = patterns.mask[at];
-    residual.ISIT_B(q) = static_cast<std::int32_t>(patterns.n_records[at]);
-    residual.ISIT_C(q) = q;
+    residual.carried.ISIT(q) = patterns.mask[at];
+    residual.carried.ISIT_B(q) = static_cast<std::int32_t>(patterns.n_records[at]);
+    residual.carried.ISIT_C(q) = q;
   }
   for (std::int32_t g = 1; g <= residual.n_hetgr; ++g) {
     const auto at = static_cast<std::size_t>(g - 1);

@@ -1,5 +1,5 @@
-#include "listing/reporting.h"
 #include "prepare/start_values.h"
+#include "listing/reporting.h"
 
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_functions.h"

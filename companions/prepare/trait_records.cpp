@@ -21,9 +21,9 @@ std::vector<std::int32_t> without_zero(std::vector<std::int32_t> level) {
 }
 
 void fill_effect(trait_record& m, std::int32_t e, std::int32_t column, bool equations) {
-  m.EF_INP(e) = m.EF_RCI(e) = column;
+  m.EF_INP(e) = m.carried.EF_RCI(e) = column;
   m.INTERCEPT(e) = equations ? 1 : 0;
-  m.EF_COEFF(e) = 1.0F;
+  m.carried.EF_COEFF(e) = 1.0F;
 }
 
 void fill_class(int t, std::int32_t j, prepared_model& p) {
@@ -36,17 +36,17 @@ void fill_class(int t, std::int32_t j, prepared_model& p) {
   fill_effect(m, j, column, c.intercept);
   m.f_ef_inp(j) = m.f_ef_rci(j) = column;
   m.F_EF_NAME(j) = padded(p.names.classes[at(t)][at(j - 1)], short_width);
-  m.F_INTERCEPT(j) = c.intercept ? 1 : 0;
-  m.F_EF_COEFF(j) = 1.0F;
+  m.carried.F_INTERCEPT(j) = c.intercept ? 1 : 0;
+  m.carried.F_EF_COEFF(j) = 1.0F;
   p.model.NLEV(t + 1, j) = c.n_levels();
 }
 
 void fill_random(trait_record& m, std::int32_t j, int k, std::int32_t column, const std::string& name) {
   fill_effect(m, m.n_f + j, column, true);
   m.r_ef_inp(j) = m.r_ef_rci(j) = column;
-  m.R_EF_NAME(j) = padded(cut_name(name), short_width);
-  m.R_INTERCEPT(j) = 1;
-  m.R_EF_COEFF(j) = 1.0F;
+  m.carried.R_EF_NAME(j) = padded(cut_name(name), short_width);
+  m.carried.R_INTERCEPT(j) = 1;
+  m.carried.R_EF_COEFF(j) = 1.0F;
   m.r_ef_matno(j) = k;
 }
 
@@ -54,7 +54,7 @@ void fill_fixed_regression(int t, std::int32_t j, prepared_model& p) {
   trait_record& m = p.model.MODEL(t + 1);
   const fixed_regression& x = p.fixed[at(t)].regressions[at(j - 1)];
   m.REG_TYPE(j) = x.nested < 0 ? 0 : 1;
-  m.REG_N_LEVEL(j) = 1;
+  m.carried.REG_N_LEVEL(j) = 1;
   if (x.indicator >= 0) { // the input number is that of the indicator's column
     m.REG_MIXTURE(j) = 1;
     m.REG_INP(j) = x.indicator + 1;
@@ -65,10 +65,10 @@ void fill_fixed_regression(int t, std::int32_t j, prepared_model& p) {
   if (x.solution >= 0) m.REG_INP(j) = solution_input(x.solution);
   if (x.nested < 0) return;
   const class_effect& c = p.fixed[at(t)].classes[at(x.nested)];
-  m.REG_N_RCI(j) = m.REG_N_INP(j) = add_integers(p.rows, p.records, without_zero(c.level));
+  m.REG_N_RCI(j) = m.carried.REG_N_INP(j) = add_integers(p.rows, p.records, without_zero(c.level));
   m.REG_N_EF_INP(j) = x.nested + 1;
-  m.REG_NAME_N(j) = padded(cut_name(c.name, nesting_width), nesting_width);
-  m.REG_N_LEVEL(j) = c.n_levels();
+  m.carried.REG_NAME_N(j) = padded(cut_name(c.name, nesting_width), nesting_width);
+  m.carried.REG_N_LEVEL(j) = c.n_levels();
 }
 
 void fill_random_regression(int t, std::int32_t j, int k, const contribution& c, prepared_model& p) {
@@ -76,22 +76,22 @@ void fill_random_regression(int t, std::int32_t j, int k, const contribution& c,
   m.REG_TYPE(j) = random_regression;
   m.REG_RCI(j) = m.REG_INP(j) = add_reals(p.rows, p.records, c.curve.value);
   m.REG_R_MATNO(j) = k;
-  m.REG_N_LEVEL(j) = p.factors[at(k - 1)].n_levels();
+  m.carried.REG_N_LEVEL(j) = p.factors[at(k - 1)].n_levels();
 }
 
 // Codes and upper limits of a censored trait.
 void fill_censoring(int t, prepared_model& p, trait_record& m) {
   const trait_values& values = p.data.traits[at(t)];
   m.L_CENS = true;
-  m.CENS_RCI = m.CENS_INP = add_integers(p.rows, p.records, values.code);
-  m.UPPER_RCI = m.UPPER_INP = add_reals(p.rows, p.records, values.upper);
+  m.CENS_RCI = m.carried.CENS_INP = add_integers(p.rows, p.records, values.code);
+  m.UPPER_RCI = m.carried.UPPER_INP = add_reals(p.rows, p.records, values.upper);
 }
 
 // Partners: the sequence and its trait of kind cured, a mixed trait and its indicator.
 void fill_partners(const trait_section& trait, prepared_model& p, trait_record& m) {
   if (trait.kind.value == trait_kind::sequence) {
     m.link2 = trait.partner + 1;
-    m.SEQ_RCI = m.m18_11 = add_integers(p.rows, p.records, p.records.sequences.position);
+    m.SEQ_RCI = m.carried.m18_11 = add_integers(p.rows, p.records, p.records.sequences.position);
   }
   if (trait.kind.value == trait_kind::cured) m.link1 = trait.partner + 1;
   m.L_MIX_TRAIT = trait.indicator >= 0;
@@ -108,9 +108,9 @@ void fill_observation(const model_description& d, int t, prepared_model& p) {
   if (trait.kind.value == trait_kind::censored) fill_censoring(t, p, m);
   if (trait.weight.value.empty()) return;
   m.WGT_FLAG = 1;
-  m.WGT_NAME = padded(cut_name(trait.weight.value), short_width);
-  m.WGT_RCI = m.WGT_INP = add_reals(p.rows, p.records, p.data.number(trait.weight.value));
-  p.model.TraitIdWithWeight(t + 1) = t + 1;
+  m.carried.WGT_NAME = padded(cut_name(trait.weight.value), short_width);
+  m.WGT_RCI = m.carried.WGT_INP = add_reals(p.rows, p.records, p.data.number(trait.weight.value));
+  p.model.carried.TraitIdWithWeight(t + 1) = t + 1;
 }
 
 } // namespace
@@ -171,7 +171,7 @@ std::int64_t number_equations(prepared_model& p) {
   for (const std::int32_t kind : {0, 1})
     for (std::int32_t i = 1; i <= m.nt; ++i)
       for (std::int32_t j = 1; j <= m.MODEL(i).n_reg; ++j)
-        if (m.MODEL(i).REG_TYPE(j) == kind) take(m.NBEGREG(i, j), m.MODEL(i).REG_N_LEVEL(j));
+        if (m.MODEL(i).REG_TYPE(j) == kind) take(m.NBEGREG(i, j), m.MODEL(i).carried.REG_N_LEVEL(j));
   m.nfreg = static_cast<std::int32_t>(next);
   for (std::int32_t j = 1; j <= m.mnef; ++j)
     for (std::int32_t i = 1; i <= m.nt; ++i)
@@ -184,7 +184,7 @@ std::int64_t number_equations(prepared_model& p) {
   take(m.NBEGRA(m.nramat + 1), 0);
   for (std::int32_t k = 1; k <= m.nramat; ++k)
     for (std::int32_t c = 1; c <= m.RMAT(k).n_cont; ++c)
-      m.NBEGRAT(c, k) = m.NBEGRA(k) + m.RMAT(k).CONT_POS(c) - 1;
+      m.carried.NBEGRAT(c, k) = m.NBEGRA(k) + m.RMAT(k).CONT_POS(c) - 1;
   return next;
 }
 

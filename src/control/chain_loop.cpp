@@ -30,54 +30,58 @@ void say_label_switches(reporting& report, std::string_view label, std::int32_t 
 }
 
 void burn_in(run& r, scan_records& records) {
-  run_frame& f = r.frame;
-  f.stop_seen = false;
-  f.nlabel = 0;
-  for (f.iround = 1; f.iround <= f.nburn; ++f.iround) {
-    GIBSCAN(records, f, r.files);
-    if (f.ist == GS_CONVERGED) {
+  const directives& asked = r.asked;
+  round_state& state = r.state;
+  chain_counts& counts = r.counts;
+  counts.stop_seen = false;
+  counts.nlabel = 0;
+  for (state.iround = 1; state.iround <= asked.nburn; ++state.iround) {
+    GIBSCAN(records, asked, state, counts, r.files);
+    if (state.ist == GS_CONVERGED) {
       say_converged(r.report);
       break;
     }
     if (!stop_asked(r.report)) continue;
-    f.stop_seen = true;
+    counts.stop_seen = true;
     say_three_times(r.report, "Stop signal received. Processing ends graceously");
     break;
   }
-  say_label_switches(r.report, "No of times that label switchning ocure (burnin)...", f.nlabel);
-  f.P_ROUND = f.nburn > 0 ? f.nburn : 0;
+  say_label_switches(r.report, "No of times that label switchning ocure (burnin)...", counts.nlabel);
 }
 
 void sample(run& r, scan_records& records) {
-  run_frame& f = r.frame;
-  f.nlabel = 0;
-  const std::int64_t last = f.P_ROUND + f.nround;
-  for (f.iround = f.P_ROUND + 1; f.iround <= last; ++f.iround) {
-    GIBSCAN(records, f, r.files);
-    if (f.ist == GS_CONVERGED) {
+  const directives& asked = r.asked;
+  round_state& state = r.state;
+  chain_counts& counts = r.counts;
+  counts.nlabel = 0;
+  const std::int64_t last = counts.P_ROUND + asked.nround;
+  for (state.iround = counts.P_ROUND + 1; state.iround <= last; ++state.iround) {
+    GIBSCAN(records, asked, state, counts, r.files);
+    if (state.ist == GS_CONVERGED) {
       say_converged(r.report);
       break;
     }
-    if (f.test_level > 0 && f.iround % 100 == 0)
-      say(r.report, free_row().text("Gibbs:iround").i(f.iround).str());
+    if (asked.test_level > 0 && state.iround % 100 == 0)
+      say(r.report, free_row().text("Gibbs:iround").i(state.iround).str());
     // the interval divides the round whether or not trait deviations are wanted
-    if (f.isamp == 0) computation_impossible(r.report, "ZEPH", "sampling interval is 0");
-    if (f.iround % f.isamp == 0 && r.deviations.factor > 0) TD_PTD(records, f, r.deviations);
-    if (is_sample_round(f)) accumulate_deviance(r.model, r.sampler, f);
-    if (is_sample_round(f) && stop_asked(r.report)) {
+    if (asked.isamp == 0) computation_impossible(r.report, "ZEPH", "sampling interval is 0");
+    if (state.iround % asked.isamp == 0 && r.deviations.factor > 0)
+      TD_PTD(records, asked, state, r.deviations);
+    if (is_sample_round(asked, state)) accumulate_deviance(r.model, r.sampler, asked, state);
+    if (is_sample_round(asked, state) && stop_asked(r.report)) {
       say_three_times(r.report, "Stop signal received. Processing ends graciously");
       break;
     }
   }
-  say_label_switches(r.report, "No of times that label switching occure (sampling).", f.nlabel);
+  say_label_switches(r.report, "No of times that label switching occure (sampling).", counts.nlabel);
 }
 
 } // namespace
 
 void run_chain(run& r) {
   scan_records records = records_of(r);
-  if (!r.frame.restart) burn_in(r, records);
-  if (!r.frame.stop_seen) sample(r, records);
+  if (!r.asked.restart) burn_in(r, records);
+  if (!r.counts.stop_seen) sample(r, records);
 }
 
 } // namespace zeph

@@ -1,11 +1,11 @@
 #include "control/directives.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "control/restrictions.h"
 #include "formats/column_format.h"
 #include "input/relationships.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 #include <array>
 #include <chrono>
@@ -78,8 +78,8 @@ int read_real(free_reader& lines, double& value) {
 }
 
 // From analysis type 4 on phantom parent groups are not served.
-void refuse_phantom_groups(const model_records& m, const run_frame& f, reporting& report) {
-  if (f.analysis_type < 4) return;
+void refuse_phantom_groups(const model_records& m, const directives& asked, reporting& report) {
+  if (asked.analysis_type < 4) return;
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
     if (!structure_is(m.RMAT(k), "PED") || m.RMAT(k).r36 % 10 != 6) continue;
     say(report);
@@ -99,26 +99,26 @@ std::int32_t clock_seed(std::int32_t seed, std::minstd_rand& simple) {
   return seed;
 }
 
-void set_seeds(run_frame& f, combined_source& combined, reporting& report) {
-  if (f.seed_a != 0 && f.seed_b != 0) {
-    say_count(report, "Starting value A for RNG ..........................", f.seed_a);
-    ranlib_start(combined, f.seed_a);
-    say_count(report, "Starting value B for RNG ..........................", f.seed_b);
+void set_seeds(directives& asked, combined_source& combined, reporting& report) {
+  if (asked.seed_a != 0 && asked.seed_b != 0) {
+    say_count(report, "Starting value A for RNG ..........................", asked.seed_a);
+    ranlib_start(combined, asked.seed_a);
+    say_count(report, "Starting value B for RNG ..........................", asked.seed_b);
     return;
   }
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   std::minstd_rand simple(static_cast<std::minstd_rand::result_type>(
       std::chrono::duration_cast<std::chrono::microseconds>(now).count() % 2147483646 + 1));
-  if (f.seed_a == 0) {
+  if (asked.seed_a == 0) {
     say_count(report, "Specified starting value A for RNG ................", 0);
-    f.seed_a = clock_seed(f.seed_a, simple);
-    say_count(report, clock_seed_label, f.seed_a);
-    ranlib_start(combined, f.seed_a);
+    asked.seed_a = clock_seed(asked.seed_a, simple);
+    say_count(report, clock_seed_label, asked.seed_a);
+    ranlib_start(combined, asked.seed_a);
   }
-  if (f.seed_b == 0) {
+  if (asked.seed_b == 0) {
     say_count(report, "Specified starting value B for RNG ................", 0);
-    f.seed_b = clock_seed(f.seed_b, simple);
-    say_count(report, clock_seed_label, f.seed_b); // kept: B bears the label of A
+    asked.seed_b = clock_seed(asked.seed_b, simple);
+    say_count(report, clock_seed_label, asked.seed_b); // kept: B bears the label of A
   }
   say(report);
   say_label(report, "It is the set starting values that must be used    ");
@@ -126,68 +126,69 @@ void set_seeds(run_frame& f, combined_source& combined, reporting& report) {
   say(report);
 }
 
-void echo_rounds(run_frame& f, reporting& report) {
-  if (f.nburn != 0 && f.restart) {
-    say_count(report, "DF for proposal distribution ......................", f.prodf); // kept: not yet read
-    say_count(report, "No of Burn-in rounds specified ....................", f.nburn);
+void echo_rounds(directives& asked, reporting& report) {
+  if (asked.nburn != 0 && asked.restart) {
+    say_count(report, "DF for proposal distribution ......................",
+              asked.prodf); // kept: not yet read
+    say_count(report, "No of Burn-in rounds specified ....................", asked.nburn);
     say_label(report, "But this is a restart of the chain ................");
-    f.nburn = 0;
-    say_count(report, "No of Burn-in rounds set to .......................", f.nburn);
+    asked.nburn = 0;
+    say_count(report, "No of Burn-in rounds set to .......................", asked.nburn);
   } else {
-    say_count(report, "No of Burn-in rounds ..............................", f.nburn);
+    say_count(report, "No of Burn-in rounds ..............................", asked.nburn);
   }
-  say_count(report, "No of sampling rounds .............................", f.nround);
-  say_count(report, "Sampling interval .................................", f.isamp);
+  say_count(report, "No of sampling rounds .............................", asked.nround);
+  say_count(report, "Sampling interval .................................", asked.isamp);
 }
 
-void read_first_lines(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
+void read_first_lines(const model_records& m, directives& asked, random_sources& sources, free_reader& lines,
                       reporting& report) {
-  if (read_integers(lines, {&f.analysis_type, &f.test_level}) != 0) fail_numbered_line(report, 1);
-  say_count(report, "Kode for type of analysis .........................", f.analysis_type);
-  say_count(report, "Level of test information printed .................", f.test_level);
-  refuse_phantom_groups(m, f, report);
-  if (read_integers(lines, {&f.seed_a, &f.seed_b}) != 0) fail_numbered_line(report, 2);
-  set_seeds(f, sources.combined, report);
-  if (read_integers(lines, {&f.nburn, &f.nround, &f.isamp}) != 0) fail_numbered_line(report, 3);
-  echo_rounds(f, report);
+  if (read_integers(lines, {&asked.analysis_type, &asked.test_level}) != 0) fail_numbered_line(report, 1);
+  say_count(report, "Kode for type of analysis .........................", asked.analysis_type);
+  say_count(report, "Level of test information printed .................", asked.test_level);
+  refuse_phantom_groups(m, asked, report);
+  if (read_integers(lines, {&asked.seed_a, &asked.seed_b}) != 0) fail_numbered_line(report, 2);
+  set_seeds(asked, sources.combined, report);
+  if (read_integers(lines, {&asked.nburn, &asked.nround, &asked.isamp}) != 0) fail_numbered_line(report, 3);
+  echo_rounds(asked, report);
 }
 
 // Data degrees of freedom: levels of the factor; in a pedigree those that are
 // no phantom group, in a reduced animal model those of its reduced inverse.
-void set_data_df(const model_records& m, run_frame& f, reporting& report) {
+void set_data_df(const model_records& m, directives& asked, reporting& report) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
-    f.DDF(k) = m.NRALEV(k);
+    asked.DDF(k) = m.NRALEV(k);
     if (!structure_is(m.RMAT(k), "PED")) continue;
-    if (m.RMAT(k).L_RAM) f.DDF(k) = count_ram_diagonals(k, m.NRALEV(k), report);
-    f.DDF(k) -= m.RMAT(k).n_phg;
+    if (m.RMAT(k).L_RAM) asked.DDF(k) = count_ram_diagonals(k, m.NRALEV(k), report);
+    asked.DDF(k) -= m.RMAT(k).n_phg;
   }
-  f.DDF(m.nramat + 1) = m.nobs();
+  asked.DDF(m.nramat + 1) = m.nobs();
 }
 
-void echo_df(const run_frame& f, std::int32_t k, std::int32_t dimension, reporting& report) {
-  if (f.PDF(k) > dimension + 1) {
-    say(report, column_line().X(30).I(k, 3).I(f.PDF(k), 11).I(f.DDF(k), 11).str());
+void echo_df(const directives& asked, std::int32_t k, std::int32_t dimension, reporting& report) {
+  if (asked.PDF(k) > dimension + 1) {
+    say(report, column_line().X(30).I(k, 3).I(asked.PDF(k), 11).I(asked.DDF(k), 11).str());
     return;
   }
-  say(report, column_line().X(30).I(k, 3).X(9).A("Flat", 4).I(f.DDF(k), 9).str());
-  if (f.PDF(k) == 0) return;
+  say(report, column_line().X(30).I(k, 3).X(9).A("Flat", 4).I(asked.DDF(k), 9).str());
+  if (asked.PDF(k) == 0) return;
   const std::string indent(42, ' ');
   say(report, indent + "WARNING WARNING WARNING WARNING WARNING");
-  say(report, indent + "Prior df = " + format_I(f.PDF(k), 2) + " <= dim + 1 -> Flat prior assumed");
+  say(report, indent + "Prior df = " + format_I(asked.PDF(k), 2) + " <= dim + 1 -> Flat prior assumed");
 }
 
-void read_df(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
-  allocate(report, f.PDF, "PDF", "ZEPH", m.nramat + 1);
-  allocate(report, f.DDF, "DDF", "ZEPH", m.nramat + 1);
-  set_data_df(m, f, report);
-  if (f.analysis_type >= 3) {
+void read_df(const model_records& m, directives& asked, free_reader& lines, reporting& report) {
+  allocate(report, asked.PDF, "PDF", "ZEPH", m.nramat + 1);
+  allocate(report, asked.DDF, "DDF", "ZEPH", m.nramat + 1);
+  set_data_df(m, asked, report);
+  if (asked.analysis_type >= 3) {
     say(report);
     say(report, "   Degrees of freedom        ");
     say(report, column_line().A("Effect     Prior     Data     ", 60).str()); // above its columns
   }
   for (std::int32_t k = 1; k <= m.nramat + 1; ++k) {
     std::int32_t number = 0;
-    if (read_integers(lines, {&number, &f.PDF(k)}) != 0) {
+    if (read_integers(lines, {&number, &asked.PDF(k)}) != 0) {
       say(report, line_error);
       say(report, "         line should contain random factor no. and prior degrees of freedom");
       say(report, free_row().text("         for random factor no.").i(k).str());
@@ -197,7 +198,7 @@ void read_df(const model_records& m, run_frame& f, free_reader& lines, reporting
       say(report, free_row().text("Missing prior df for ").i(k).i(number).str());
       zeph_terminates(report);
     }
-    if (f.analysis_type >= 3) echo_df(f, k, m.RMAT(k).n_rc, report);
+    if (asked.analysis_type >= 3) echo_df(asked, k, m.RMAT(k).n_rc, report);
   }
 }
 
@@ -213,56 +214,56 @@ void read_proposal_real(free_reader& lines, double& value, std::string_view echo
 
 // Values that a file without these lines leaves: the shape of the proposal is
 // then defined for every dimension.
-void set_proposal_defaults(run_frame& f) {
-  f.prodf = 10;
-  f.prop_var = 1.0;
-  f.conv_coef = 1.0;
+void set_proposal_defaults(directives& asked) {
+  asked.prodf = 10;
+  asked.prop_var = 1.0;
+  asked.conv_coef = 1.0;
 }
 
-void read_proposal_values(run_frame& f, free_reader& lines, reporting& report) {
-  const int code = read_integers(lines, {&f.prodf});
+void read_proposal_values(directives& asked, free_reader& lines, reporting& report) {
+  const int code = read_integers(lines, {&asked.prodf});
   if (code == end_of_file) {
-    set_proposal_defaults(f);
+    set_proposal_defaults(asked);
     return;
   }
   if (code != 0) {
     say(report, line_error);
-    say(report, free_row().text("iostat = ").i(code).text(" prodf : ").i(f.prodf).str());
+    say(report, free_row().text("iostat = ").i(code).text(" prodf : ").i(asked.prodf).str());
     say(report, "         line should contain DF for proposal distribution");
     QVA_LOG(report);
   }
-  say_count(report, "DF for proposal distribution ......................", f.prodf);
-  read_proposal_real(lines, f.prop_var, "Variance of proposal distribution .................",
+  say_count(report, "DF for proposal distribution ......................", asked.prodf);
+  read_proposal_real(lines, asked.prop_var, "Variance of proposal distribution .................",
                      "         line should contain Variance of proposal distribution", report);
-  read_proposal_real(lines, f.conv_coef, "Conversion coefficient for co-variances ...........",
+  read_proposal_real(lines, asked.conv_coef, "Conversion coefficient for co-variances ...........",
                      "         line should contain Conversion coefficient for co-variances", report);
-  if (f.analysis_type >= 0 && f.analysis_type <= 3) return;
+  if (asked.analysis_type >= 0 && asked.analysis_type <= 3) return;
   say(report);
-  say(report, free_row().text("ERROR - Illegal value for type of analysis: ").i(f.analysis_type).str());
+  say(report, free_row().text("ERROR - Illegal value for type of analysis: ").i(asked.analysis_type).str());
   say(report, "        Legal value are: 0, 1, 2 and 3");
   QVA_LOG(report);
 }
 
 // Censored traits: false when the file ended.
-bool read_censored(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
-  int code = read_integers(lines, {&f.ncens});
+bool read_censored(const model_records& m, directives& asked, free_reader& lines, reporting& report) {
+  int code = read_integers(lines, {&asked.ncens});
   if (code == end_of_file) return false;
   if (code != 0) fail_line(report);
   say(report);
-  say_count(report, "No of Right cencored traits .......................", f.ncens);
-  if (f.ncens <= 0) return true;
-  if (f.ncens > m.nt)
-    illegal_input(report, directive_file_name(m, report), "ncens", {}, std::to_string(f.ncens),
+  say_count(report, "No of Right cencored traits .......................", asked.ncens);
+  if (asked.ncens <= 0) return true;
+  if (asked.ncens > m.nt)
+    illegal_input(report, directive_file_name(m, report), "ncens", {}, std::to_string(asked.ncens),
                   "at most the number of traits");
   std::vector<std::int32_t> traits;
   lines.begin_read();
-  code = read_list(lines, traits, f.ncens);
+  code = read_list(lines, traits, asked.ncens);
   if (code == end_of_file) return false;
   if (code != 0) fail_line(report);
   lines.end_read();
-  f.cens_trait = std::move(traits);
-  for (std::size_t i = 0; i < f.cens_trait.size(); ++i)
-    say(report, column_line().X(30).I(static_cast<std::int64_t>(i) + 1, 3).I(f.cens_trait[i], 11).str());
+  asked.cens_trait = std::move(traits);
+  for (std::size_t i = 0; i < asked.cens_trait.size(); ++i)
+    say(report, column_line().X(30).I(static_cast<std::int64_t>(i) + 1, 3).I(asked.cens_trait[i], 11).str());
   return true;
 }
 
@@ -281,25 +282,25 @@ int read_fetocv(const model_records& m, free_reader& lines, fetocv_entry& entry,
 }
 
 // Class-effect solutions used as covariates: false when the file ended.
-bool read_covariates(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
-  int code = read_integers(lines, {&f.nfeto});
+bool read_covariates(const model_records& m, directives& asked, free_reader& lines, reporting& report) {
+  int code = read_integers(lines, {&asked.nfeto});
   if (code == end_of_file) return false;
   if (code != 0) fail_line(report);
   say(report);
-  say_count(report, "No of Class-effect solutions used as covariates ...", f.nfeto);
-  for (std::int32_t i = 1; i <= f.nfeto; ++i) {
+  say_count(report, "No of Class-effect solutions used as covariates ...", asked.nfeto);
+  for (std::int32_t i = 1; i <= asked.nfeto; ++i) {
     fetocv_entry entry;
     code = read_fetocv(m, lines, entry, report);
     if (code == end_of_file) {
       // kept out of the second form of the scan, which needs the whole list
-      f.nfeto = 0;
-      f.FETOCV.clear();
+      asked.nfeto = 0;
+      asked.FETOCV.clear();
       return false;
     }
     if (code != 0) fail_line(report);
-    f.FETOCV.push_back(std::move(entry));
+    asked.FETOCV.push_back(std::move(entry));
   }
-  if (f.nfeto > 0 && read_integers(lines, {&f.stdef}) != 0) fail_line(report);
+  if (asked.nfeto > 0 && read_integers(lines, {&asked.stdef}) != 0) fail_line(report);
   return true;
 }
 
@@ -330,23 +331,24 @@ void open_directives(const model_records& m, free_reader& lines, reporting& repo
   if (!lines.open(directive_path(report, name))) fail_numbered_line(report, 1);
 }
 
-void read_directives(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
+void read_directives(const model_records& m, directives& asked, random_sources& sources, free_reader& lines,
                      reporting& report) {
-  read_first_lines(m, f, sources, lines, report);
-  read_df(m, f, lines, report);
-  read_proposal_values(f, lines, report);
+  read_first_lines(m, asked, sources, lines, report);
+  read_df(m, asked, lines, report);
+  read_proposal_values(asked, lines, report);
 }
 
-bool read_covariate_directives(const model_records& m, run_frame& f, free_reader& lines, reporting& report) {
-  return read_censored(m, f, lines, report) && read_covariates(m, f, lines, report);
+bool read_covariate_directives(const model_records& m, directives& asked, free_reader& lines,
+                               reporting& report) {
+  return read_censored(m, asked, lines, report) && read_covariates(m, asked, lines, report);
 }
 
-void read_restriction_directive(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
-                                reporting& report) {
-  const int code = read_integers(lines, {&f.irest_flag});
+void read_restriction_directive(const model_records& m, directives& asked, sampler_store& s,
+                                free_reader& lines, reporting& report) {
+  const int code = read_integers(lines, {&asked.irest_flag});
   if (code == end_of_file) return;
   if (code != 0) fail_line(report);
-  if (f.irest_flag != 0) impose_restrictions(m, f, s, report);
+  if (asked.irest_flag != 0) impose_restrictions(m, asked, s, report);
 }
 
 } // namespace zeph

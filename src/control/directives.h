@@ -11,7 +11,7 @@
 
 #include "formats/free_format.h"
 #include "input/equation_layout.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 #include "numerics/random_sources.h"
 
@@ -26,17 +26,18 @@ std::string directive_file_name(const model_records& m, const reporting& report)
 // a failed read of the first line.
 void open_directives(const model_records& m, free_reader& lines, reporting& report);
 
-// Lines up to the proposal values into the frame (PDF and DDF are allocated
+// Lines up to the proposal values (PDF and DDF are allocated
 // here). Starts the combined source as the seeds ask. Every failure stops.
-void read_directives(const model_records& m, run_frame& f, random_sources& sources, free_reader& lines,
+void read_directives(const model_records& m, directives& asked, random_sources& sources, free_reader& lines,
                      reporting& report);
 
 // The first lines after the groups are formed: censored traits, class-effect
 // solutions used as covariates. False when the file ended in them.
-bool read_covariate_directives(const model_records& m, run_frame& f, free_reader& lines, reporting& report);
+bool read_covariate_directives(const model_records& m, directives& asked, free_reader& lines,
+                               reporting& report);
 
 // The last line. Fills the list of restricted equations.
-void read_restriction_directive(const model_records& m, run_frame& f, sampler_store& s, free_reader& lines,
-                                reporting& report);
+void read_restriction_directive(const model_records& m, directives& asked, sampler_store& s,
+                                free_reader& lines, reporting& report);
 
 } // namespace zeph

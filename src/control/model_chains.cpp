@@ -14,11 +14,10 @@ namespace {
 
 constexpr std::int32_t smallest_models = 6; // code of jump_setup that starts with one row a factor
 
-void run_rounds(run& r, scan_records& records, std::int64_t first, std::int64_t last) {
-  for (r.frame.iround = first; r.frame.iround <= last; ++r.frame.iround) GIBSCAN(records, r.frame, r.files);
+void run_rounds(run& r, scan_records& records, std::int64_t last) {
+  for (r.state.iround = 1; r.state.iround <= last; ++r.state.iround)
+    GIBSCAN(records, r.asked, r.state, r.counts, r.files);
 }
-
-std::int64_t burned(const run_frame& f) { return std::max(f.nburn, 0); }
 
 void say_number(reporting& report, std::string_view name, std::int32_t number) {
   say(report, free_row().text(name).i(number).str());
@@ -27,21 +26,21 @@ void say_number(reporting& report, std::string_view name, std::int32_t number) {
 void say_model(const run& r, reporting& report) {
   free_row row;
   row.text("Current model");
-  for (const std::int32_t dimension : r.frame.ntr) row.i(dimension);
+  for (const std::int32_t dimension : r.state.ntr) row.i(dimension);
   say(report);
   say(report, row.str());
 }
 
 void set_dimension(run& r, jump_records& records, std::int32_t k, std::int32_t dimension) {
-  r.frame.ntr[static_cast<std::size_t>(k - 1)] = dimension;
-  set_structure(records, r.frame.ntr, k);
+  r.state.ntr[static_cast<std::size_t>(k - 1)] = dimension;
+  set_structure(records, r.state.ntr, k);
 }
 
 } // namespace
 
 void report_run(run& r) {
   final_reports({r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations,
-                 r.sampler, r.sources, r.frame, r.files, r.report});
+                 r.sampler, r.sources, r.asked, r.state, r.counts, r.files, r.report});
 }
 
 bool next_model(run& r) {
@@ -49,7 +48,7 @@ bool next_model(run& r) {
   std::int32_t i = r.model.nramat;
   for (; i >= 1; --i) {
     say_number(r.report, "i", i);
-    const std::int32_t dimension = r.frame.ntr[static_cast<std::size_t>(i - 1)];
+    const std::int32_t dimension = r.state.ntr[static_cast<std::size_t>(i - 1)];
     if (dimension >= r.model.RMAT(i).n_rc) continue;
     set_dimension(r, records, i, dimension + 1);
     break;
@@ -68,18 +67,15 @@ void run_models(run& r) {
   jump_setup(records, r.relations, smallest_models);
   do {
     say_model(r, r.report);
-    run_rounds(r, records.scan, 1, burned(r.frame));
-    r.frame.P_ROUND = burned(r.frame); // the reports of the model before have moved it
-    run_rounds(r, records.scan, burned(r.frame) + 1, burned(r.frame) + r.frame.nround);
+    run_rounds(r, records.scan, r.counts.P_ROUND + std::max(r.asked.nround, 0));
     report_run(r);
   } while (next_model(r));
 }
 
 void run_jump_chain(run& r) {
   jump_records records = jump_records_of(r);
-  jump_setup(records, r.relations, r.frame.analysis_type);
-  run_rounds(r, records.scan, 1, burned(r.frame));
-  r.frame.P_ROUND = burned(r.frame);
+  jump_setup(records, r.relations, r.asked.analysis_type);
+  run_rounds(r, records.scan, r.counts.P_ROUND);
   jump_rounds(records, r.files);
   report_run(r);
 }

@@ -1,9 +1,9 @@
 #include "control/predictions.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
 
 namespace zeph {
 namespace {
@@ -25,8 +25,7 @@ bool next_pair(free_reader& file, std::int64_t row, prediction& y, reporting& re
 
 } // namespace
 
-void read_ytopredict(const model_records& m, run_frame& frame, prediction_store& predictions,
-                     reporting& report) {
+void read_ytopredict(const model_records& m, prediction_store& predictions, reporting& report) {
   free_reader file;
   if (!file.open(path_of(report, file_name)))
     illegal_input(report, file_name, "file", {}, "unreadable", "pairs of record and trait");
@@ -35,7 +34,6 @@ void read_ytopredict(const model_records& m, run_frame& frame, prediction_store&
   while (next_pair(file, npred + 1, pair, report)) ++npred;
   say(report);
   say_count(report, "No of records to predict .......................", npred);
-  frame.npred = npred;
   allocate_rows(report, predictions.YPRED, "YPRED", "ZEPH", npred);
 
   file.rewind();

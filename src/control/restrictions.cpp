@@ -1,7 +1,7 @@
 #include "control/restrictions.h"
 
-#include "listing/listing_rows.h"
 #include "formats/column_format.h"
+#include "listing/listing_rows.h"
 
 #include <vector>
 
@@ -42,9 +42,10 @@ std::vector<restricted_equation> last_levels(const model_records& m) {
 
 } // namespace
 
-void impose_restrictions(const model_records& m, const run_frame& f, sampler_store& s, reporting& report) {
+void impose_restrictions(const model_records& m, const directives& asked, sampler_store& s,
+                         reporting& report) {
   s.n_IREST = 0;
-  if (f.analysis_type > 2) {
+  if (asked.analysis_type > 2) {
     say(report);
     say_label(report, "It has been specified that restrictions should be  ");
     say_label(report, "imposed, but this do not work for analyse type > 2 ");

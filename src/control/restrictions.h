@@ -2,7 +2,7 @@
 // first is held at zero, so that the equations have full rank.
 #pragma once
 
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {
@@ -11,6 +11,7 @@ namespace zeph {
 // work: that is told and the list stays empty. The first effect of a trait is
 // spared, except for the traits of a pedigree factor with phantom parent groups
 // that are not restricted themselves.
-void impose_restrictions(const model_records& m, const run_frame& f, sampler_store& s, reporting& report);
+void impose_restrictions(const model_records& m, const directives& asked, sampler_store& s,
+                         reporting& report);
 
 } // namespace zeph

@@ -9,7 +9,7 @@
 #include "input/model_records.h"
 #include "input/prediction_store.h"
 #include "input/relationships.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 #include "jump/jump_store.h"
 #include "listing/reporting.h"
@@ -22,7 +22,9 @@ struct run {
   run(std::ostream& listing, std::string work_directory) : report(listing, std::move(work_directory)) {}
 
   reporting report;
-  run_frame frame;
+  directives asked;
+  round_state state;
+  chain_counts counts;
   model_records model;
   equation_layout layout;
   design_store design;
@@ -46,6 +48,8 @@ inline scan_records records_of(run& r) {
 }
 
 // The records that the moves between models work on.
-inline jump_records jump_records_of(run& r) { return {records_of(r), r.model, r.frame, r.jump}; }
+inline jump_records jump_records_of(run& r) {
+  return {records_of(r), r.model, r.asked, r.state, r.counts, r.jump};
+}
 
 } // namespace zeph

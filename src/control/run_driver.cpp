@@ -22,6 +22,7 @@
 #include "results/result_files.h"
 #include "samples/restart.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 #include <ostream>
@@ -46,7 +47,7 @@ void read_model(run& r) {
 // Step 6: both restart files, or none.
 void look_for_restart(run& r) {
   const bool parameters = file_exists(r.report, "r_parm"), solutions = file_exists(r.report, "oldsol");
-  r.frame.restart = parameters && solutions;
+  r.asked.restart = parameters && solutions;
   if (parameters == solutions) return;
   say(r.report);
   say(r.report, "A restart of a Gibbs chain requires that the files:");
@@ -98,27 +99,27 @@ void print_structures(const model_records& m, reporting& report) {
 void lay_out_equations(run& r) {
   free_reader lines;
   open_directives(r.model, lines, r.report);
-  read_directives(r.model, r.frame, r.sources, lines, r.report);
-  if (r.frame.analysis_type < 0) r.frame.analysis_type = 0;
+  read_directives(r.model, r.asked, r.sources, lines, r.report);
+  if (r.asked.analysis_type < 0) r.asked.analysis_type = 0;
   count_equations(r.model, r.layout, r.report);
-  if (r.frame.test_level == 1) print_sizes(r.model, r.layout, r.report);
+  if (r.asked.test_level == 1) print_sizes(r.model, r.layout, r.report);
   check_model_indices(r.model, r.layout, r.report);
   mark_zero_covariances(r.model, r.sampler, r.report);
   QVAgib_ALLOC(r.model, r.sampler, r.report);
   allocate_equations(r.layout, r.sampler, r.report);
   allocate_deviations(r.model, r.deviations, r.report);
   number_fixed_equations(r.model, r.layout, r.report);
-  if (r.frame.test_level > 1) print_structures(r.model, r.report);
-  SETGROUPS(r.model, r.layout, r.report, r.frame.test_level);
-  const bool more = read_covariate_directives(r.model, r.frame, lines, r.report);
-  if (r.frame.nfeto > 0)
-    FETOCV(r.model, r.layout, r.frame, directive_file_name(r.model, r.report), r.design, r.report);
-  if (more) read_restriction_directive(r.model, r.frame, r.sampler, lines, r.report);
+  if (r.asked.test_level > 1) print_structures(r.model, r.report);
+  SETGROUPS(r.model, r.layout, r.report, r.asked.test_level);
+  const bool more = read_covariate_directives(r.model, r.asked, lines, r.report);
+  if (r.asked.nfeto > 0)
+    FETOCV(r.model, r.layout, r.asked, directive_file_name(r.model, r.report), r.design, r.report);
+  if (more) read_restriction_directive(r.model, r.asked, r.sampler, lines, r.report);
 }
 
 // Steps 17 to 22: stores of the chain and its start values.
 void start_chain_values(run& r) {
-  allocate_dispersion(r.model, r.layout, r.frame, r.sampler, r.report);
+  allocate_dispersion(r.model, r.layout, r.state, r.sampler, r.report);
   if (ZEPHVAR_ALLOC(r.model, r.sampler, r.report) != 0) {
     // the run goes on; what needs the stores will stop
     say(r.report);
@@ -126,13 +127,16 @@ void start_chain_values(run& r) {
     say(r.report);
     say(r.report, "ZEPH terminates.");
   }
-  if (r.frame.restart && r.frame.analysis_type >= 3)
-    read_r_parm(r.model, r.sampler, r.sources, r.frame, r.r_parm, r.report);
-  else
-    start_from_priors(r.model, r.frame, r.sampler, r.report);
-  if (r.frame.test_level >= 2) print_start_matrices(r.model, r.sampler, r.report);
-  if (file_exists(r.report, "ytopredict")) read_ytopredict(r.model, r.frame, r.predictions, r.report);
-  if (r.frame.restart) read_oldsol(r.layout, r.frame, r.sampler, r.report);
+  r.counts.P_ROUND = std::max(r.asked.nburn, 0);
+  if (r.asked.restart && r.asked.analysis_type >= 3) {
+    const std::int64_t last = read_r_parm(r.model, r.sampler, r.sources, r.asked, r.r_parm, r.report);
+    if (r.asked.analysis_type < 5) r.counts.P_ROUND = last; // chains over models start from round 1
+  } else {
+    start_from_priors(r.model, r.asked, r.sampler, r.report);
+  }
+  if (r.asked.test_level >= 2) print_start_matrices(r.model, r.sampler, r.report);
+  if (file_exists(r.report, "ytopredict")) read_ytopredict(r.model, r.predictions, r.report);
+  if (r.asked.restart) read_oldsol(r.layout, r.asked, r.sampler, r.report);
 }
 
 // Step 23.
@@ -148,9 +152,9 @@ void load_data(run& r) {
 void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
-  if (r.frame.analysis_type <= 0) return;
-  if (!r.frame.restart || r.frame.analysis_type == 2)
-    RMARIN(r.sources.marsaglia, r.frame.seed_a, r.frame.seed_b);
+  if (r.asked.analysis_type <= 0) return;
+  if (!r.asked.restart || r.asked.analysis_type == 2)
+    RMARIN(r.sources.marsaglia, r.asked.seed_a, r.asked.seed_b);
   scan_records records = records_of(r);
   start_missing_traits(records);
 }
@@ -162,7 +166,7 @@ void restart_latent_values(run& r) {
     count_group_records(r.model, r.design);
   }
   // the coefficients that the chain left
-  if (r.frame.restart && scans_in_two_stages(r.frame)) refresh_covariates(r.sampler.sol, r.design);
+  if (r.asked.restart && scans_in_two_stages(r.asked)) refresh_covariates(r.sampler.sol, r.design);
 }
 
 } // namespace
@@ -176,13 +180,13 @@ void start_run(run& r) {
   load_data(r);
   check_codes(r.model, r.report); // the reports of the end read it
   allocate_round_work(r.model, r.layout, r.work, r.report);
-  prepare_residual_draw(r.model, r.frame, r.work.matrices.constrained, r.work.matrices.draw, r.report);
+  prepare_residual_draw(r.model, r.asked, r.work.matrices.constrained, r.work.matrices.draw, r.report);
   start_latent_values(r);
   restart_latent_values(r);
   scan_records records = records_of(r);
   start_mixing_proportions(records.model, records.design, records.mixtures);
-  open_sample_files(r.model, r.layout, r.frame, r.files, r.report);
-  check_result_files(r.model, r.deviations, r.mixtures, r.frame, r.report);
+  open_sample_files(r.model, r.layout, r.asked, r.files, r.report);
+  check_result_files(r.model, r.deviations, r.mixtures, r.asked, r.report);
   if (!r.model.L_PTD) return;
   PEDFILE(r.model, r.relations, r.report);
   count_progeny(r.model, r.relations, r.deviations);
@@ -190,15 +194,15 @@ void start_run(run& r) {
 
 void run_driver(run& r) {
   start_run(r);
-  if (r.frame.analysis_type < 5) {
+  if (r.asked.analysis_type < 5) {
     run_chain(r);
     report_run(r);
-  } else if (r.frame.analysis_type == 5) {
+  } else if (r.asked.analysis_type == 5) {
     run_models(r);
   } else {
     run_jump_chain(r);
   }
-  if (r.frame.test_level >= 2) say(r.report, "Gibbs rounds concluded");
+  if (r.asked.test_level >= 2) say(r.report, "Gibbs rounds concluded");
   close_zeinfo(r.jump, r.report);
   close_sample_files(r.files, r.report);
   write_status(r.report, "Program ZEPH has concluded");

@@ -141,7 +141,7 @@ void allocate_equations(const equation_layout& layout, sampler_store& s, reporti
   allocate(report, s.sols, "sols", "ZEPH1", layout.neq);
 }
 
-void allocate_dispersion(const model_records& m, const equation_layout& layout, run_frame& f,
+void allocate_dispersion(const model_records& m, const equation_layout& layout, round_state& state,
                          sampler_store& s, reporting& report) {
   const std::int32_t nt = m.nt, G = m.n_groups_residual();
   s.G = G;
@@ -158,22 +158,22 @@ void allocate_dispersion(const model_records& m, const equation_layout& layout, 
   allocate(report, s.PARPOSTMEAN, "PARPOSTMEAN", "ZEPH2", packed, columns);
   allocate(report, s.PARVAR, "PARVAR", "ZEPH2", packed, columns);
   allocate(report, s.pars, "pars", "ZEPH2", packed, columns);
-  allocate(report, f.gropd, "gropd", "ZEPH2", layout.ngroups);
-  allocate(report, f.matopd, "matopd", "ZEPH2", columns + 1);
+  allocate(report, state.gropd, "gropd", "ZEPH2", layout.ngroups);
+  allocate(report, state.matopd, "matopd", "ZEPH2", columns + 1);
   allocate(report, s.dic_ressum, "dic%ressum", "ZEPH2", nt, m.nobs());
   allocate(report, s.dic_s, "dic%dic_s", "ZEPH2", nt);
   allocate(report, s.dic_m, "dic%dic_m", "ZEPH2", nt);
   allocate(report, s.dic_rrsum, "dic%rrsum", "ZEPH2", nt, G);
-  f.gropd.fill(1);
-  f.matopd.fill(1);
-  f.matopd(columns + 1) = 0;
-  f.ntr.clear();
-  for (std::int32_t k = 1; k <= m.nramat + 1; ++k) f.ntr.push_back(m.RMAT(k).n_rc);
+  state.gropd.fill(1);
+  state.matopd.fill(1);
+  state.matopd(columns + 1) = 0;
+  state.ntr.clear();
+  for (std::int32_t k = 1; k <= m.nramat + 1; ++k) state.ntr.push_back(m.RMAT(k).n_rc);
 }
 
-void start_from_priors(const model_records& m, const run_frame& f, sampler_store& s, reporting& report) {
+void start_from_priors(const model_records& m, const directives& asked, sampler_store& s, reporting& report) {
   start_factors(m, s);
-  if (f.test_level >= 2) {
+  if (asked.test_level >= 2) {
     print_factor_determinants(m, s, report);
     print_residual_inverses(m, report);
   }

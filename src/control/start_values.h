@@ -3,7 +3,7 @@
 
 #include "input/design_store.h"
 #include "input/equation_layout.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {
@@ -16,13 +16,13 @@ void allocate_equations(const equation_layout& layout, sampler_store& s, reporti
 
 // The matrices of the residual groups, the sums of (co)variances and of the
 // deviance, the model vector; prints the number of residual groups.
-void allocate_dispersion(const model_records& m, const equation_layout& layout, run_frame& f,
+void allocate_dispersion(const model_records& m, const equation_layout& layout, round_state& state,
                          sampler_store& s, reporting& report);
 
 // Start values from the priors: GDET and GIF of each factor, RCOV, RCOVI,
 // IDET_RVAR and LVDET of each residual group. A residual matrix that is not
 // positive definite is told for each group, then the run stops with code 16.
-void start_from_priors(const model_records& m, const run_frame& f, sampler_store& s, reporting& report);
+void start_from_priors(const model_records& m, const directives& asked, sampler_store& s, reporting& report);
 
 // Prior matrices and residual start matrices on the listing.
 void print_start_matrices(const model_records& m, const sampler_store& s, reporting& report);

@@ -1,8 +1,8 @@
 #include "input/categorical_traits.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
-#include "formats/free_format.h"
 #include "numerics/normal_draws.h"
 #include "numerics/normal_functions.h"
 

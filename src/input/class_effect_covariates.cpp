@@ -1,9 +1,9 @@
 #include "input/class_effect_covariates.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "numerics/growing_rows.h"
 
 #include <algorithm>
@@ -38,11 +38,11 @@ void say_list(reporting& report, std::string_view label, const std::vector<std::
   say(report, line.str());
 }
 
-void tell_list(const run_frame& f, reporting& report) {
+void tell_list(const directives& asked, reporting& report) {
   say(report);
   say_label(report, "  Variables in relation to Class-effect solutions  ");
   say_label(report, "  used as covariates                               ");
-  for (const fetocv_entry& entry : f.FETOCV) {
+  for (const fetocv_entry& entry : asked.FETOCV) {
     say(report);
     say_count(report, "  Trait no. .......................................", entry.trait);
     say_count(report, "  Effect no. in model .............................", entry.effect);
@@ -51,7 +51,7 @@ void tell_list(const run_frame& f, reporting& report) {
     say_list(report, "  Associated-Cov ..................................", entry.ACVNO);
   }
   say(report);
-  say_count(report, "  Standardize option ..............................", f.stdef);
+  say_count(report, "  Standardize option ..............................", asked.stdef);
 }
 
 // ---- sources
@@ -285,21 +285,21 @@ void centre(const vec<double>& sol, class_effect_source& x) {
 
 } // namespace
 
-void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f,
+void FETOCV(const model_records& m, const equation_layout& layout, const directives& asked,
             std::string_view list_file, design_store& design, reporting& report) {
-  tell_list(f, report);
+  tell_list(asked, report);
   covariate_store& store = design.covariates;
-  store.stdef = f.stdef;
-  allocate_rows(report, store.FETOCVRC, "FETOCVRC", routine, static_cast<std::int64_t>(f.FETOCV.size()));
+  store.stdef = asked.stdef;
+  allocate_rows(report, store.FETOCVRC, "FETOCVRC", routine, static_cast<std::int64_t>(asked.FETOCV.size()));
   const user_list list{m, layout, list_file, report};
-  for (std::size_t i = 0; i < f.FETOCV.size(); ++i)
-    resolve(list, f.FETOCV[i], static_cast<std::int64_t>(i) + 1, store.FETOCVRC[i]);
+  for (std::size_t i = 0; i < asked.FETOCV.size(); ++i)
+    resolve(list, asked.FETOCV[i], static_cast<std::int64_t>(i) + 1, store.FETOCVRC[i]);
   allocate(report, store.gfetocv, "gfetocv", routine, layout.ngroups);
   for (class_effect_source& x : store.FETOCVRC) {
     allocate_source(m, x, report);
     store.gfetocv(x.group) = 1;
   }
-  if (f.test_level <= 1) return;
+  if (asked.test_level <= 1) return;
   print_sources(store, report);
   print_links(store, report);
   print_regressions(m, store, report);

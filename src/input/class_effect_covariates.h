@@ -8,7 +8,7 @@
 
 #include "input/design_store.h"
 #include "input/equation_layout.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 #include <string_view>
 
@@ -17,7 +17,7 @@ namespace zeph {
 // Standard deviations below it count as this: 1.0E-20 as a 32-bit number.
 inline constexpr double least_deviation = static_cast<double>(1.0E-20F);
 
-// Tells the user's list (f.FETOCV, f.stdef) on the listing, finds each effect and
+// Tells the user's list (asked.FETOCV, asked.stdef) on the listing, finds each effect and
 // the regressions it feeds, and takes the stores of design.covariates. Effect e of
 // a trait is the one with input number EF_INP(e): a "fixed" effect with equations,
 // or a random effect, which goes before; of a random one the solutions are those
@@ -26,7 +26,7 @@ inline constexpr double least_deviation = static_cast<double>(1.0E-20F);
 // that no regression has feeds nothing, and of the same one twice the last pair counts.
 // Above test level 1 the tables are printed. A trait or effect that doesn't exist, an
 // associated covariable that no regression has: illegal input of list_file, code 16.
-void FETOCV(const model_records& m, const equation_layout& layout, const run_frame& f,
+void FETOCV(const model_records& m, const equation_layout& layout, const directives& asked,
             std::string_view list_file, design_store& design, reporting& report);
 
 // Keeps for loaded record r its levels, the entries of its row that take their

@@ -1,8 +1,8 @@
 #include "input/equation_layout.h"
 
+#include "formats/column_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
-#include "formats/column_format.h"
 
 #include <algorithm>
 #include <limits>

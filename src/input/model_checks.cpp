@@ -1,8 +1,8 @@
-#include "listing/stops.h"
 #include "formats/free_format.h"
 #include "input/equation_layout.h"
 #include "input/model_information.h"
 #include "input/relationships.h"
+#include "listing/stops.h"
 
 #include <fmt/format.h>
 

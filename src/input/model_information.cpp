@@ -1,12 +1,12 @@
 #include "input/model_information.h"
 
+#include "formats/free_format.h"
+#include "formats/sequential_file.h"
+#include "input/modinf_items.h"
 #include "listing/listing_rows.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
-#include "formats/sequential_file.h"
-#include "input/modinf_items.h"
 
 #include <string>
 #include <type_traits>

@@ -1,11 +1,11 @@
 #include "input/relationships.h"
 
+#include "formats/free_format.h"
+#include "formats/sequential_file.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
 #include "numerics/storage_door.h"
-#include "formats/free_format.h"
-#include "formats/sequential_file.h"
 
 #include <algorithm>
 #include <cmath>

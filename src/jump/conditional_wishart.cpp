@@ -1,8 +1,8 @@
 #include "jump/conditional_wishart.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
-#include "formats/free_format.h"
 #include "numerics/packed_matrix.h"
 
 #include <string>

@@ -1,9 +1,9 @@
 #include "jump/jump_densities.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
 #include "formats/free_format.h"
 #include "jump/conditional_wishart.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
 #include "numerics/packed_matrix.h"
 
 #include <cmath>

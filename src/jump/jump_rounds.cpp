@@ -19,7 +19,7 @@ namespace {
 // cov_new = the factor's matrix as drawn in this round, zero in what is still to come.
 void unpack_drawn_matrix(jump_records& r) {
   jump_store& jump = r.jump;
-  const std::int32_t k = jump.jump_k, rows = r.frame.ntr[static_cast<std::size_t>(k - 1)];
+  const std::int32_t k = jump.jump_k, rows = r.state.ntr[static_cast<std::size_t>(k - 1)];
   const double* packed = r.scan.sampler.sscp.col(k);
   for (std::int32_t i = 1; i <= jump.imax; ++i)
     for (std::int32_t j = 1; j <= i; ++j, ++packed)
@@ -30,10 +30,10 @@ void unpack_drawn_matrix(jump_records& r) {
 void scale_proposal(jump_records& r) {
   jump_store& jump = r.jump;
   const mat<double>& COV_MAT = r.model.RMAT(jump.jump_k).COV_MAT;
-  for (std::int32_t i = 1; i <= jump.imax; ++i) jump.conv_vec(i) = i < jump.imax ? 1.0 : r.frame.conv_coef;
+  for (std::int32_t i = 1; i <= jump.imax; ++i) jump.conv_vec(i) = i < jump.imax ? 1.0 : r.asked.conv_coef;
   for (std::int32_t j = 1; j <= jump.imax; ++j)
     for (std::int32_t i = 1; i <= jump.imax; ++i)
-      jump.prop_scale(i, j) = r.frame.prodf * COV_MAT(i, j) * jump.conv_vec(i) * jump.conv_vec(j);
+      jump.prop_scale(i, j) = r.asked.prodf * COV_MAT(i, j) * jump.conv_vec(i) * jump.conv_vec(j);
 }
 
 [[noreturn]] void stop_unknown_structure(reporting& report, const structure_record& factor) {
@@ -47,8 +47,8 @@ void report_round(jump_records& r) {
   jump_store& jump = r.jump;
   for (const std::string& row : jump.diagnostic) write_zeinfo(jump, row, r.scan.report);
   free_row row;
-  row.i(r.frame.iround);
-  for (const std::int32_t dimension : r.frame.ntr) row.i(dimension);
+  row.i(r.state.iround);
+  for (const std::int32_t dimension : r.state.ntr) row.i(dimension);
   for (const std::int32_t dimension : jump.new_model) row.i(dimension);
   row.r8(jump.p_up).r8(jump.p_down).l(jump.jump_down).r8(jump.log_ratio).r8(jump.log_u).l(jump.accepted);
   write_zeinfo(jump, row.str(), r.scan.report);
@@ -57,7 +57,7 @@ void report_round(jump_records& r) {
 
 bool stop_asked(jump_records& r) {
   reporting& report = r.scan.report;
-  if (!file_exists(report, "STOP") || !is_sample_round(r.frame)) return false;
+  if (!file_exists(report, "STOP") || !is_sample_round(r.asked, r.state)) return false;
   for (int i = 0; i < 3; ++i) say(report, "Stop signal received. Processing ends graceously");
   return true;
 }
@@ -71,15 +71,15 @@ void propose_move(jump_records& r) {
     jump.jump_k = static_cast<std::int32_t>(std::ceil(RANMAR(source) * r.model.nramat));
   } while (r.model.RMAT(jump.jump_k).n_rc == 1);
   const auto at = static_cast<std::size_t>(jump.jump_k - 1);
-  const std::int32_t dimension = r.frame.ntr[at], high = r.model.RMAT(jump.jump_k).n_rc;
+  const std::int32_t dimension = r.state.ntr[at], high = r.model.RMAT(jump.jump_k).n_rc;
   jump.p_up = rplus(r.scan.report, dimension, 1, high);
   jump.p_down = rminus(r.scan.report, dimension, 1, high);
   jump.jump_down = RANMAR(source) <= jump.p_down;
   jump.jump_dir = jump.jump_down ? -1 : 1;
-  jump.new_model = r.frame.ntr;
+  jump.new_model = r.state.ntr;
   jump.new_model[at] += jump.jump_dir;
-  jump.small_model = jump.jump_down ? jump.new_model : r.frame.ntr;
-  jump.large_model = jump.jump_down ? r.frame.ntr : jump.new_model;
+  jump.small_model = jump.jump_down ? jump.new_model : r.state.ntr;
+  jump.large_model = jump.jump_down ? r.state.ntr : jump.new_model;
   jump.imax = jump.large_model[at];
 }
 
@@ -92,7 +92,7 @@ void recompute_data_blocks(jump_records& r) {
       model[static_cast<std::size_t>(k - 1)] = r.model.RMAT(k).n_rc;
   set_structure(r, model, r.jump.jump_k);
   bddrmc_init(r.scan, 0, 0, model);
-  set_structure(r, r.frame.ntr, r.jump.jump_k);
+  set_structure(r, r.state.ntr, r.jump.jump_k);
   r.jump.blocks_made = true;
 }
 
@@ -104,7 +104,7 @@ void convert_dimension(jump_records& r) {
   scale_proposal(r);
   if (!jump.jump_down)
     sciwhinag(r.scan.report, r.scan.sources, jump.conversion.matrix_work, jump.imax, jump.imax - 1,
-              jump.cov_new.data(), jump.cov_new.extent(1), r.frame.prodf, jump.prop_scale.data(),
+              jump.cov_new.data(), jump.cov_new.extent(1), r.asked.prodf, jump.prop_scale.data(),
               jump.prop_scale.extent(1));
   const double* sol = r.scan.sampler.sol.data() + r.model.NBEGRA(k);
   jump.jacobian = 0;
@@ -140,7 +140,7 @@ void take_move(jump_records& r) {
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t i = 1; i <= n; ++i) r.scan.sampler.GIF(i, j, k) = jump.prop_scale(i, j);
   set_structure(r, jump.new_model, k);
-  r.frame.ntr = jump.new_model;
+  r.state.ntr = jump.new_model;
   swap_solutions(r, k, jump.large_model);
 }
 
@@ -148,14 +148,14 @@ namespace {
 
 void run_round(jump_records& r, sample_files& files) {
   reporting& report = r.scan.report;
-  if (r.frame.test_level >= 0) {
+  if (r.asked.test_level >= 0) {
     say(report);
-    say(report, free_row().text("Starting round ").i(r.frame.iround).str());
+    say(report, free_row().text("Starting round ").i(r.state.iround).str());
   }
   propose_move(r);
   if (!r.jump.jump_down) recompute_data_blocks(r);
-  GIBSCAN(r.scan, r.frame, files);
-  if (r.frame.analysis_type <= 3) return;
+  GIBSCAN(r.scan, r.asked, r.state, r.counts, files);
+  if (r.asked.analysis_type <= 3) return;
   convert_dimension(r);
   model_move(r);
   decide_move(r);
@@ -166,9 +166,10 @@ void run_round(jump_records& r, sample_files& files) {
 } // namespace
 
 void jump_rounds(jump_records& r, sample_files& files) {
-  run_frame& f = r.frame;
-  const std::int64_t burned = f.nburn > 0 ? f.nburn : 0, last = burned + f.nround;
-  for (f.iround = burned + 1; f.iround <= last; ++f.iround) {
+  const directives& asked = r.asked;
+  round_state& state = r.state;
+  const std::int64_t burned = asked.nburn > 0 ? asked.nburn : 0, last = burned + asked.nround;
+  for (state.iround = burned + 1; state.iround <= last; ++state.iround) {
     run_round(r, files);
     if (stop_asked(r)) return;
   }

@@ -31,7 +31,7 @@ void take_move(jump_records& r);
 
 // Rounds nburn+1 .. nburn+nround: a move is proposed, the scan updates all that the model in
 // force has, then the move is decided: log u < min(0, log_ratio). Every round adds six rows to
-// zeinfo, flushed. A file STOP ends the chain after a round of the interval. f.iround is
+// zeinfo, flushed. A file STOP ends the chain after a round of the interval. state.iround is
 // afterwards the round left, or one past the last round.
 void jump_rounds(jump_records& r, sample_files& files);
 

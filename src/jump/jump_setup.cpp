@@ -1,10 +1,10 @@
 #include "jump/jump_setup.h"
 
+#include "input/relationships.h"
+#include "jump/pedigree_order.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "input/relationships.h"
-#include "jump/pedigree_order.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ constexpr std::int32_t first_random_code = 2; // REG_TYPE below: plain and neste
 constexpr std::int32_t active_code = 2, inactive_code = 3;
 
 void start_smallest_model(jump_records& r) {
-  std::vector<std::int32_t>& model = r.frame.ntr;
+  std::vector<std::int32_t>& model = r.state.ntr;
   for (std::int32_t k = 1; k <= r.model.nramat + 1; ++k) {
     model[static_cast<std::size_t>(k - 1)] = k <= r.model.nramat ? 1 : r.model.residual().n_rc;
     set_structure(r.model, r.scan.layout, model, k, 1); // kept: the record of the first trait
@@ -46,7 +46,7 @@ void allocate_moves(jump_records& r) {
     levels = std::max(levels, std::int64_t{r.model.NRALEV(k)});
     solutions = std::max(solutions, std::int64_t{r.model.NRALEV(k)} * r.model.RMAT(k).n_rc);
   }
-  jump.new_model = jump.small_model = jump.large_model = r.frame.ntr;
+  jump.new_model = jump.small_model = jump.large_model = r.state.ntr;
   allocate(report, jump.cov_new, "cov_new", routine, order, order);
   allocate(report, jump.prop_scale, "prop_scale", routine, order, order);
   allocate(report, jump.conv_vec, "conv_vec", routine, order);
@@ -105,7 +105,7 @@ void invert_start_matrix(jump_records& r, std::int32_t k) {
   double logdet = 0;
   int info = 0;
   inverse_logdet(COV_MAT.data(), COV_MAT.extent(1), GIF.slice(k), GIF.extent(1),
-                 r.frame.ntr[static_cast<std::size_t>(k - 1)], logdet, info);
+                 r.state.ntr[static_cast<std::size_t>(k - 1)], logdet, info);
 }
 
 void jump_setup(jump_records& r, relationship_store& relations, std::int32_t code) {

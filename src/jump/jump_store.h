@@ -2,14 +2,14 @@
 //
 // A model says how many rows of each random factor are active, counted from the
 // first: entry k of a model vector for factor k, the last entry for the residual,
-// which never moves. run_frame::ntr is the model in force. A move changes one
+// which never moves. round_state::ntr is the model in force. A move changes one
 // factor's entry by one; the small and the large model of a move are its two
 // ends, whatever the direction.
 #pragma once
 
 #include "formats/text_file.h"
 #include "gibbs/scan/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "jump/dimension_conversion.h"
 #include "samples/sample_files.h"
 
@@ -52,7 +52,9 @@ struct jump_store {
 struct jump_records {
   scan_records scan;
   model_records& model; // the same as scan.model: moves write the effect codes
-  run_frame& frame;
+  const directives& asked;
+  round_state& state;
+  chain_counts& counts;
   jump_store& jump;
 };
 

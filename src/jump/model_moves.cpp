@@ -29,13 +29,13 @@ double quadratic_form(const round_work& work, std::int32_t nt) {
   return sum;
 }
 
-double sum_by_records(scan_records& r, const run_frame& f) {
+double sum_by_records(scan_records& r, const directives& asked) {
   const bool weights = r.model.has_weights();
   double ssq = 0;
   values_from_entries(r.work.values);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    read_record(entries_of(r, f.analysis_type), r.work.values, irec); // riff holds the weights
-    make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, f.analysis_type, weights);
+    read_record(entries_of(r, asked.analysis_type), r.work.values, irec); // riff holds the weights
+    make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, asked.analysis_type, weights);
     ssq += quadratic_form(r.work, r.model.nt);
   }
   return ssq;
@@ -52,7 +52,7 @@ double product_sum(const double* a, const double* b, std::int64_t n) {
 }
 
 // The same by the columns of the fast scan body, a block of records at a time.
-double sum_by_columns(scan_records& r, const run_frame& f) {
+double sum_by_columns(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
   const std::int32_t nt = r.model.nt;
   values_from_residuals(r.work.values, form.E);
@@ -60,7 +60,7 @@ double sum_by_columns(scan_records& r, const run_frame& f) {
   double ssq = 0;
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, std::int64_t{r.design.nobs});
-    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f, lo, hi);
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo, hi);
     if (form.one_matrix) { // R^-1 is that of all records
       for (std::int32_t t = 1; t <= nt; ++t)
         for (std::int32_t u = 1; u <= t; ++u) {
@@ -71,8 +71,8 @@ double sum_by_columns(scan_records& r, const run_frame& f) {
     }
     for (std::int64_t i = lo; i < hi; ++i) {
       const auto irec = static_cast<std::int32_t>(i + 1);
-      read_record(entries_of(r, f.analysis_type), r.work.values, irec);
-      make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, f.analysis_type, weights);
+      read_record(entries_of(r, asked.analysis_type), r.work.values, irec);
+      make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, asked.analysis_type, weights);
       ssq += quadratic_form(r.work, nt);
     }
   }
@@ -171,19 +171,19 @@ double solution_logdens(const jump_records& r, std::int32_t m, const model_side&
 double proposal_logdens(const jump_records& r) {
   double Q = 0;
   for (std::int32_t l = 1; l <= r.model.NRALEV(r.jump.jump_k); ++l)
-    Q += normal_logdens(r.jump.prop_z(l), r.frame.prop_var, 0.0);
+    Q += normal_logdens(r.jump.prop_z(l), r.asked.prop_var, 0.0);
   return Q;
 }
 
 void assemble_ratio(jump_records& r, const model_side& large, const model_side& small) {
   jump_store& jump = r.jump;
   reporting& report = r.scan.report;
-  const std::int32_t k = jump.jump_k, n = jump.imax, df = n + r.frame.prodf;
+  const std::int32_t k = jump.jump_k, n = jump.imax, df = n + r.asked.prodf;
   const std::int32_t m_l = jump.large_model[static_cast<std::size_t>(k - 1)];
   const std::int32_t m_s = jump.small_model[static_cast<std::size_t>(k - 1)];
   const double *cov = jump.cov_new.data(), *scale = jump.prop_scale.data();
   const std::int64_t ld = jump.cov_new.extent(1);
-  const double A = CWisdens(report, n, r.frame.PDF(k), cov, ld, scale, ld);
+  const double A = CWisdens(report, n, r.asked.PDF(k), cov, ld, scale, ld);
   const double B = g0kainv(report, m_l, m_s, cov, ld, df, scale, ld);
   const double C = CWisdens(report, n, df, cov, ld, scale, ld);
   for (const std::int32_t order : {n, n - 1}) iwdens(report, order, df, cov, ld, scale, ld); // may stop
@@ -194,7 +194,7 @@ void assemble_ratio(jump_records& r, const model_side& large, const model_side& 
   const double data = 0.5 * (small.fit - large.fit - large.ssq + small.ssq);
   jump.log_ratio = up - down + jump.jacobian + (D_l - D_s) + (A - C) - Q + data;
 
-  const std::int64_t i = r.frame.iround;
+  const std::int64_t i = r.state.iround;
   const double likelihood = 0.5 * (small.ssq + small.fit - large.ssq - large.fit);
   jump.diagnostic = {
       "", free_row().i(i).r8(large.ssq).r8(small.ssq).r8(large.fit).r8(small.fit).r8(likelihood).str(),
@@ -234,8 +234,8 @@ void residual_pass(jump_records& r, double& fit, double& ssq) {
   fit = 0;
   for (std::int32_t irec = 1; irec <= scan.design.nobs; ++irec)
     fit += scan.sampler.LVDET(r.model.nramat + scan.design.IRESG_M(irec));
-  const bool fast = body_of(scan, r.frame) == scan_body::fast && columns_hold(scan.work.fast);
-  ssq = fast ? sum_by_columns(scan, r.frame) : sum_by_records(scan, r.frame);
+  const bool fast = body_of(scan, r.asked) == scan_body::fast && columns_hold(scan.work.fast);
+  ssq = fast ? sum_by_columns(scan, r.asked) : sum_by_records(scan, r.asked);
 }
 
 void model_move(jump_records& r) {
@@ -247,7 +247,7 @@ void model_move(jump_records& r) {
   const model_side small =
       look_at_model(r, jump.small_model, jump.jump_down, "Residual ssq for small model without swap  ",
                     "Residual ssq for small model ..............");
-  set_structure(r, r.frame.ntr, jump.jump_k);
+  set_structure(r, r.state.ntr, jump.jump_k);
   std::copy(jump.saved_sscp.begin(), jump.saved_sscp.end(), sscp.begin());
   assemble_ratio(r, large, small);
 }

@@ -1,9 +1,9 @@
 #include "numerics/cholesky_family.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "numerics/storage_door.h"
-#include "formats/free_format.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
 #include "numerics/gamma_draws.h"
 
-#include "listing/stops.h"
 #include "formats/free_format.h"
+#include "listing/stops.h"
 #include "numerics/normal_draws.h"
 #include "numerics/published_tables.h"
 

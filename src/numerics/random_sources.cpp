@@ -1,8 +1,8 @@
 #include "numerics/random_sources.h"
 
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
-#include "formats/free_format.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,12 +1,12 @@
 #include "results/covariance_report.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 namespace zeph {
 namespace {
@@ -74,7 +74,7 @@ void say_triangle(std::string_view title, const double* values, std::int32_t d, 
   for (std::int32_t r = 1; r <= d; ++r) say_row(r, values, report);
 }
 
-void write_rows(const reported_matrix& x, const sampler_store& store, const run_frame& frame,
+void write_rows(const reported_matrix& x, const sampler_store& store, const round_state& state,
                 row_file& gparout, row_file& PAROUT) {
   constexpr std::size_t vector_entries = 5; // of the model vector, zeros behind its end
   const double *mean = store.PARPOSTMEAN.col(x.k), *sd = store.PARVAR.col(x.k);
@@ -82,7 +82,7 @@ void write_rows(const reported_matrix& x, const sampler_store& store, const run_
     for (std::int32_t c = 1; c <= r; ++c) {
       column_line both, means;
       both.I(x.k, 3).I(r, 3).I(c, 3).G(*mean, 25, 15).G(*sd++, 25, 15).X(2);
-      for (std::size_t i = 0; i < vector_entries; ++i) both.I(i < frame.ntr.size() ? frame.ntr[i] : 0, 4);
+      for (std::size_t i = 0; i < vector_entries; ++i) both.I(i < state.ntr.size() ? state.ntr[i] : 0, 4);
       gparout.line(both.str());
       means.I(x.k, 3).I(r, 3).I(c, 3).G(*mean++, 25, 15);
       if (x.residual) means.X(2).I(x.code, 8);
@@ -90,35 +90,35 @@ void write_rows(const reported_matrix& x, const sampler_store& store, const run_
     }
 }
 
-void report_matrix(const reported_matrix& x, const sampler_store& store, const run_frame& frame,
+void report_matrix(const reported_matrix& x, const sampler_store& store, const round_state& state,
                    row_file& gparout, row_file& PAROUT, reporting& report) {
   say(report);
   say(report, free_row().text("   Random effect no ").i(x.k).str());
   say_triangle("   Means", store.PARPOSTMEAN.col(x.k), x.d, report);
-  write_rows(x, store, frame, gparout, PAROUT);
+  write_rows(x, store, state, gparout, PAROUT);
   say(report);
   say_triangle("   Standard Errors           ", store.PARVAR.col(x.k), x.d, report);
 }
 
 } // namespace
 
-void report_covariances(const model_records& m, const sampler_store& store, const run_frame& frame,
+void report_covariances(const model_records& m, const sampler_store& store, const round_state& state,
                         reporting& report) {
   row_file gparout(report, "gparout"), PAROUT(report, "PAROUT");
   say(report);
   say(report, "   Posterior mean and standard error of all (co)variances");
   for (std::int32_t k = 1; k <= m.nramat; ++k)
-    report_matrix({k, frame.ntr[static_cast<std::size_t>(k - 1)]}, store, frame, gparout, PAROUT, report);
+    report_matrix({k, state.ntr[static_cast<std::size_t>(k - 1)]}, store, state, gparout, PAROUT, report);
 
   say(report);
   say(report, "  Posterior mean and SD of residual dispersion");
   say(report);
   for (std::int32_t g = 1; g <= store.G; ++g) {
-    const reported_matrix x = {m.nramat + g, frame.ntr[static_cast<std::size_t>(m.nramat)], true,
+    const reported_matrix x = {m.nramat + g, state.ntr[static_cast<std::size_t>(m.nramat)], true,
                                m.residual().HETGR_CODE(m.hetgr_index(g))};
     if (store.G >= 2)
       say(report, free_row().text(" Group code: ").i(x.code).text(" CV-matrix no.:").i(x.k).str());
-    report_matrix(x, store, frame, gparout, PAROUT, report);
+    report_matrix(x, store, state, gparout, PAROUT, report);
   }
   gparout.publish();
   PAROUT.publish();

@@ -10,14 +10,14 @@
 // rows are those of the current model, columns run to the row.
 #pragma once
 
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {
 
 // PARPOSTMEAN and PARVAR hold the means and standard deviations. A file that
 // can't be written is a write_fault.
-void report_covariances(const model_records& m, const sampler_store& store, const run_frame& frame,
+void report_covariances(const model_records& m, const sampler_store& store, const round_state& state,
                         reporting& report);
 
 } // namespace zeph

@@ -1,7 +1,7 @@
 #include "results/deviance.h"
 
-#include "listing/listing_rows.h"
 #include "formats/column_format.h"
+#include "listing/listing_rows.h"
 #include "numerics/packed_matrix.h"
 
 #include <cmath>
@@ -16,9 +16,9 @@ double mean_variance(const model_records& m, const sampler_store& store, std::in
 
 } // namespace
 
-void deviance_means(const run_frame& frame, sampler_store& store) {
-  for (double& x : store.dic_ressum) x /= frame.nsamples;
-  for (double& x : store.PARPOSTMEAN) x /= frame.nsamples;
+void deviance_means(const chain_counts& counts, sampler_store& store) {
+  for (double& x : store.dic_ressum) x /= counts.nsamples;
+  for (double& x : store.PARPOSTMEAN) x /= counts.nsamples;
 }
 
 void deviance_at_means(const model_records& m, const design_store& design, sampler_store& store) {
@@ -33,17 +33,17 @@ void deviance_at_means(const model_records& m, const design_store& design, sampl
       store.dic_m(j) += m.residual().HETG_N_OBS(m.hetgr_index(g)) * std::log(mean_variance(m, store, j, g));
 }
 
-void report_deviance(const model_records& m, const design_store& design, const run_frame& frame,
+void report_deviance(const model_records& m, const design_store& design, const chain_counts& counts,
                      sampler_store& store, reporting& report) {
-  deviance_means(frame, store);
+  deviance_means(counts, store);
   deviance_at_means(m, design, store);
   say(report);
   say(report, "DIC per trait                            ");
   say(report);
   say(report, "Trait       DIC            pD            ");
   for (std::int32_t j = 1; j <= m.nt; ++j) {
-    const double mean = store.dic_s(j) / frame.nsamples;
-    const double DIC = 2 * store.dic_s(j) / frame.nsamples - store.dic_m(j), pD = mean - store.dic_m(j);
+    const double mean = store.dic_s(j) / counts.nsamples;
+    const double DIC = 2 * store.dic_s(j) / counts.nsamples - store.dic_m(j), pD = mean - store.dic_m(j);
     say(report, column_line().T(8).A(m.MODEL(j).TRAIT_NAME, 10).G(DIC, 15, 8).G(pD, 15, 8).str());
   }
 }

@@ -5,13 +5,13 @@
 #pragma once
 
 #include "input/design_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {
 
 // Sums to means over n = nsamples: dic%ressum and all columns of PARPOSTMEAN.
-void deviance_means(const run_frame& frame, sampler_store& store);
+void deviance_means(const chain_counts& counts, sampler_store& store);
 
 // dic%dic_m(j), the deviance of trait j at these means: sum over records i, of
 // residual group g, of ressum(j,i)^2 / r + sum over groups of N(g) log(r), with
@@ -21,7 +21,7 @@ void deviance_at_means(const model_records& m, const design_store& design, sampl
 // Both of these, then on the listing a row per trait in the format T8, A10,
 // 2G15.8: name, DIC = 2 dic_s/n - dic_m, pD = dic_s/n - dic_m. No samples give
 // what the arithmetic gives (NaN).
-void report_deviance(const model_records& m, const design_store& design, const run_frame& frame,
+void report_deviance(const model_records& m, const design_store& design, const chain_counts& counts,
                      sampler_store& store, reporting& report);
 
 } // namespace zeph

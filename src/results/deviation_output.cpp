@@ -1,14 +1,14 @@
 #include "results/deviation_output.h"
 
-#include "listing/listing_rows.h"
-#include "listing/reporting.h"
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "input/code_table.h"
+#include "listing/listing_rows.h"
+#include "listing/reporting.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 #include <algorithm>
 #include <cmath>
@@ -141,11 +141,11 @@ void pass_to_factor(const model_records& m, std::int32_t factor, code_table& cod
 
 } // namespace
 
-void report_deviations(const model_records& m, const deviation_store& d, const run_frame& frame,
+void report_deviations(const model_records& m, const deviation_store& d, const directives& asked,
                        reporting& report) {
   if (d.factor == 0) return;
   const output_form form{m.model_kind == 2, d.progeny};
-  const std::string_view name = frame.analysis_type >= 2 && form.sums ? "gib.td_ptd" : "TD_PTD";
+  const std::string_view name = asked.analysis_type >= 2 && form.sums ? "gib.td_ptd" : "TD_PTD";
   whole_file whole(path_of(report, name));
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");

@@ -8,7 +8,7 @@
 #pragma once
 
 #include "input/deviation_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -21,7 +21,7 @@ namespace zeph {
 // Each line counts in the line counter; behind line 68 the heading begins a new
 // page. Nothing when no deviations are wanted. A CODE_TABLE that can't be read and
 // a write that fails stop with code 16.
-void report_deviations(const model_records& m, const deviation_store& d, const run_frame& frame,
+void report_deviations(const model_records& m, const deviation_store& d, const directives& asked,
                        reporting& report);
 
 } // namespace zeph

@@ -20,12 +20,12 @@ namespace {
 
 // Solutions with their codes, the sample files, the binary solutions.
 void report_solutions(const final_records& r) {
-  if (static_cast<std::int64_t>(r.frame.nsamples) > 0) say(r.report);
-  const std::int32_t option = r.frame.analysis_type < 2 ? 1 : 4;
+  if (static_cast<std::int64_t>(r.counts.nsamples) > 0) say(r.report);
+  const std::int32_t option = r.asked.analysis_type < 2 ? 1 : 4;
   SOLWRITE(option, r.model, r.sampler.IREST, r.sampler.n_IREST, r.sampler.solpostmean, r.sampler.pev,
            "gibsol", r.report);
   describe_sample_files(r.model, r.files, r.report);
-  report_deviations(r.model, r.deviations, r.frame, r.report);
+  report_deviations(r.model, r.deviations, r.asked, r.report);
   write_solpostmean(r.layout, r.sampler, r.report);
 }
 
@@ -49,30 +49,30 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 }
 
 void final_reports(const final_records& r) {
-  const bool samples_matrices = r.frame.analysis_type > 2;
-  if (r.frame.analysis_type > 0) report_model_fit(r.frame, r.files, r.report);
-  if (samples_matrices) report_deviance(r.model, r.design, r.frame, r.sampler, r.report);
+  const bool samples_matrices = r.asked.analysis_type > 2;
+  if (r.asked.analysis_type > 0) report_model_fit(r.state, r.files, r.report);
+  if (samples_matrices) report_deviance(r.model, r.design, r.counts, r.sampler, r.report);
 
-  solution_moments(r.frame, r.sampler);
-  covariance_moments(r.model, r.frame, r.sampler);
-  report_thresholds(r.categories, r.frame, r.report);
+  solution_moments(r.asked, r.counts, r.sampler);
+  covariance_moments(r.model, r.asked, r.state, r.counts, r.sampler);
+  report_thresholds(r.categories, r.asked, r.counts, r.report);
 
-  if (samples_matrices && static_cast<std::int64_t>(r.frame.nsamples) >= 1)
-    report_covariances(r.model, r.sampler, r.frame, r.report);
-  report_mixing_proportions(r.model, r.mixtures, r.frame, r.report);
-  report_predictions(r.frame, r.predictions, r.report);
+  if (samples_matrices && static_cast<std::int64_t>(r.counts.nsamples) >= 1)
+    report_covariances(r.model, r.sampler, r.state, r.report);
+  report_mixing_proportions(r.model, r.mixtures, r.asked, r.counts, r.report);
+  report_predictions(r.counts, r.predictions, r.report);
   std::int32_t failed = 0; // icode of the file of memberships that could not be made
-  if (r.frame.nsamples > 1 || r.frame.analysis_type <= 0) {
+  if (r.counts.nsamples > 1 || r.asked.analysis_type <= 0) {
     report_solutions(r);
-    write_taupostmean(r.model, r.mixtures, r.frame, r.design.nobs, r.report);
-    failed = write_memberships(r.model, r.design, r.mixtures, r.frame, r.report);
+    write_taupostmean(r.model, r.mixtures, r.counts, r.design.nobs, r.report);
+    failed = write_memberships(r.model, r.design, r.mixtures, r.asked, r.state, r.counts, r.report);
   }
 
-  if (r.frame.analysis_type >= 2) write_lastsol(r.layout, r.sampler, r.report);
-  if (samples_matrices) write_gparlast(r.model, r.design, r.sampler, r.sources, r.frame, r.report);
+  if (r.asked.analysis_type >= 2) write_lastsol(r.layout, r.sampler, r.report);
+  if (samples_matrices) write_gparlast(r.model, r.design, r.sampler, r.sources, r.asked, r.state, r.report);
 
   if (failed != 0) stop_memberships(failed, r.report);
-  hand_over_sums(r.sampler, r.frame);
+  hand_over_sums(r.sampler, r.counts);
   clear_mixture_sums(r.mixtures);
   clear_threshold_sums(r.categories);
 }

@@ -22,7 +22,9 @@ struct final_records {
   const deviation_store& deviations;
   sampler_store& sampler;
   random_sources& sources;
-  run_frame& frame;
+  const directives& asked;
+  const round_state& state;
+  chain_counts& counts;
   sample_files& files;
   reporting& report;
 };

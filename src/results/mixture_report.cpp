@@ -1,13 +1,13 @@
 #include "results/mixture_report.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 #include <algorithm>
 #include <cmath>
@@ -23,20 +23,23 @@ double deviation(double sum, double squares, double n) {
 }
 
 // The last round that was run, and the rounds since counting began.
-std::int64_t last_round(const run_frame& f) { return std::min(f.iround, f.P_ROUND + f.nround); }
+std::int64_t last_round(const directives& asked, const round_state& state, const chain_counts& counts) {
+  return std::min(state.iround, counts.P_ROUND + asked.nround);
+}
 
-float share(std::int32_t count, const run_frame& f, std::int64_t round) {
-  const std::int64_t rounds = round - f.P_ROUND;
+float share(std::int32_t count, const directives& asked, const chain_counts& counts, std::int64_t round) {
+  const std::int64_t rounds = round - counts.P_ROUND;
   if (rounds <= 0) return 0.0F;
-  return static_cast<float>(count) * static_cast<float>(std::max(f.isamp, 1)) / static_cast<float>(rounds);
+  return static_cast<float>(count) * static_cast<float>(std::max(asked.isamp, 1)) /
+         static_cast<float>(rounds);
 }
 
 std::string membership_row(const model_records& m, const design_store& design, const mixture_store& mixtures,
-                           const run_frame& f, std::int32_t icode, std::int64_t round, std::int32_t i,
-                           std::int32_t identification) {
+                           const directives& asked, const chain_counts& counts, std::int32_t icode,
+                           std::int64_t round, std::int32_t i, std::int32_t identification) {
   free_row row;
   row.i(identification);
-  for (std::int32_t t = 1; t <= m.nt; ++t) row.r4(share(mixtures.MIXZ_COUNT(t, i), f, round));
+  for (std::int32_t t = 1; t <= m.nt; ++t) row.r4(share(mixtures.MIXZ_COUNT(t, i), asked, counts, round));
   if (icode == 2) {
     for (std::int32_t t = 1; t <= m.nt; ++t) row.i(mixtures.MIXZ_LAST(t, i));
     for (std::int32_t t = 1; t <= m.nt; ++t) row.r4(design.Y_M(t, i));
@@ -62,12 +65,12 @@ std::string tau_row(const model_records& m, const mixture_store& mixtures, std::
 
 } // namespace
 
-void report_mixing_proportions(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
-                               reporting& report) {
-  if (!mixtures.flag || frame.analysis_type <= 0) return;
+void report_mixing_proportions(const model_records& m, const mixture_store& mixtures, const directives& asked,
+                               const chain_counts& counts, reporting& report) {
+  if (!mixtures.flag || asked.analysis_type <= 0) return;
   say(report);
   say(report, "  Posterior mean and standard error of for mixing proportion");
-  const double n = frame.nsamples;
+  const double n = counts.nsamples;
   for (std::int32_t t = 1; t <= m.nt; ++t) {
     if (!m.MODEL(t).L_MIX_TRAIT && m.MODEL(t).TRAIT_TYPE != trait_cured) continue;
     const double s = mixtures.mix_pi_sum(t);
@@ -76,7 +79,7 @@ void report_mixing_proportions(const model_records& m, const mixture_store& mixt
   }
 }
 
-void write_taupostmean(const model_records& m, const mixture_store& mixtures, const run_frame& frame,
+void write_taupostmean(const model_records& m, const mixture_store& mixtures, const chain_counts& counts,
                        std::int32_t nobs, reporting& report) {
   if (!mixtures.flag) return;
   constexpr std::string_view name = "taupostmean";
@@ -85,12 +88,13 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
   if (!file.open(whole.path())) write_fault(report, name, "open");
   bool written = true;
   for (std::int32_t i = 1; i <= nobs && written; ++i)
-    written = file.line(tau_row(m, mixtures, i, frame.nsamples));
+    written = file.line(tau_row(m, mixtures, i, counts.nsamples));
   if (!written || !file.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
 int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& mixtures,
-            const run_frame& frame, std::int32_t icode, std::int64_t round, reporting& report) {
+            const directives& asked, const chain_counts& counts, std::int32_t icode, std::int64_t round,
+            reporting& report) {
   if (icode != 1 && icode != 2) {
     say(report);
     say(report, free_row().text("WR-MIXZ called with icode= ").i(icode).str());
@@ -107,7 +111,7 @@ int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& m
   identifications.open(path_of(report, "RCDATA_I"));
   if (!file.open(whole.path())) return 1;
   bool written =
-      icode != 1 || file.line(free_row().i(design.nobs).i(round).i(frame.nburn).i(frame.isamp).str());
+      icode != 1 || file.line(free_row().i(design.nobs).i(round).i(asked.nburn).i(asked.isamp).str());
   for (std::int32_t i = 1; i <= design.nobs && written; ++i) {
     const int code = identifications.next();
     if (code != 0) {
@@ -118,19 +122,20 @@ int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& m
     }
     std::int32_t identification = 0;
     identifications.take(identification);
-    written = file.line(membership_row(m, design, mixtures, frame, icode, round, i, identification));
+    written = file.line(membership_row(m, design, mixtures, asked, counts, icode, round, i, identification));
   }
   if (!written || !file.close()) return 1;
   return whole.publish() ? 0 : 1;
 }
 
 std::int32_t write_memberships(const model_records& m, const design_store& design, mixture_store& mixtures,
-                               const run_frame& frame, reporting& report) {
+                               const directives& asked, const round_state& state, const chain_counts& counts,
+                               reporting& report) {
   if (!mixtures.flag) return 0;
-  const std::int64_t round = last_round(frame);
+  const std::int64_t round = last_round(asked, state, counts);
   std::int32_t failed = 0;
   for (const std::int32_t icode : {1, 2})
-    if (WR_MIXZ(m, design, mixtures, frame, icode, round, report) != 0 && failed == 0) failed = icode;
+    if (WR_MIXZ(m, design, mixtures, asked, counts, icode, round, report) != 0 && failed == 0) failed = icode;
   return failed;
 }
 

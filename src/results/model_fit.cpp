@@ -1,10 +1,10 @@
 #include "results/model_fit.h"
 
+#include "formats/column_format.h"
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/column_format.h"
-#include "formats/free_format.h"
 
 #include <cmath>
 #include <limits>
@@ -48,7 +48,7 @@ fit_statistics fit_of_py(std::int32_t n_vector, reporting& report) {
   return fit;
 }
 
-void report_model_fit(const run_frame& frame, sample_files& files, reporting& report) {
+void report_model_fit(const round_state& state, sample_files& files, reporting& report) {
   if (!files.py.close()) write_fault(report, "py", "write");
   const fit_statistics fit = fit_of_py(files.n_vector, report);
 
@@ -66,7 +66,7 @@ void report_model_fit(const run_frame& frame, sample_files& files, reporting& re
   say(report);
 
   free_row row;
-  for (std::size_t k = 0; k < static_cast<std::size_t>(files.n_vector); ++k) row.i(frame.ntr[k]);
+  for (std::size_t k = 0; k < static_cast<std::size_t>(files.n_vector); ++k) row.i(state.ntr[k]);
   row.i(fit.nsamp_py).r8(fit.L).r8(fit.V).r8(fit.A);
   if (!files.lpm.line(row.str()) || !files.lpm.flush()) write_fault(report, "lpm", "write");
 }

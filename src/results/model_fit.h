@@ -24,6 +24,6 @@ fit_statistics fit_of_py(std::int32_t n_vector, reporting& report);
 // Closes py, prints the statistics on the listing and adds a row to lpm: model
 // vector, nsamp_py, L, V, A. py is left closed with its rows; the next write_py
 // begins it anew. No rows give what the arithmetic gives (NaN).
-void report_model_fit(const run_frame& frame, sample_files& files, reporting& report);
+void report_model_fit(const round_state& state, sample_files& files, reporting& report);
 
 } // namespace zeph

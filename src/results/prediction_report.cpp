@@ -1,24 +1,24 @@
 #include "results/prediction_report.h"
 
-#include "listing/listing_rows.h"
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
+#include "listing/listing_rows.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 #include <cmath>
 
 namespace zeph {
 
-void report_predictions(const run_frame& frame, const prediction_store& predictions, reporting& report) {
-  if (frame.nsamp_pred < 1) return;
+void report_predictions(const chain_counts& counts, const prediction_store& predictions, reporting& report) {
+  if (counts.nsamp_pred < 1) return;
   constexpr std::string_view name = "ypredicted";
-  const double p = frame.nsamp_pred;
+  const double p = counts.nsamp_pred;
   say(report);
   say(report, "   Predictive distributions written on file \"ypredicted\"");
-  say(report, free_row().text("   No of samples included").i(frame.nsamp_pred).str());
+  say(report, free_row().text("   No of samples included").i(counts.nsamp_pred).str());
 
   whole_file whole(path_of(report, name));
   text_writer out;

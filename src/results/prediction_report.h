@@ -2,7 +2,7 @@
 #pragma once
 
 #include "input/prediction_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -10,6 +10,6 @@ namespace zeph {
 // row for each entry in the format 1X, 2I8, 3F18.7: record, trait, value, mean
 // s / p and standard deviation sqrt((q - s^2/p) / (p-1)). The chain of this
 // program fills no predictions, so p is 0 and nothing happens; other fillers may.
-void report_predictions(const run_frame& frame, const prediction_store& predictions, reporting& report);
+void report_predictions(const chain_counts& counts, const prediction_store& predictions, reporting& report);
 
 } // namespace zeph

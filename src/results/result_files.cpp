@@ -18,31 +18,31 @@ bool can_be_written(const std::string& path) {
   namespace fs = std::filesystem;
   const whole_file whole(path); // takes the file beside it away again
   byte_sink probe;
-  if (whole.path() != path) return probe.open(whole.path(), open_mode::in_place);
+  if (whole.path() != path) return probe.open(whole.path(), open_mode::in_place) && probe.close();
   std::error_code none;
   const fs::file_type kind = fs::status(path, none).type();
   if (kind != fs::file_type::directory && kind != fs::file_type::regular) return true;
-  return probe.open(path, open_mode::in_place);
+  return probe.open(path, open_mode::in_place) && probe.close();
 }
 
 // True when the run can take so many samples that the solutions are reported.
-bool reports_solutions(const run_frame& f) {
-  if (f.analysis_type <= 0) return true;
-  const std::int32_t samples = f.nround / std::max(f.isamp, 1); // one more when a chain goes on
-  return samples + (f.restart ? 1 : 0) > 1;
+bool reports_solutions(const directives& asked) {
+  if (asked.analysis_type <= 0) return true;
+  const std::int32_t samples = asked.nround / std::max(asked.isamp, 1); // one more when a chain goes on
+  return samples + (asked.restart ? 1 : 0) > 1;
 }
 
 } // namespace
 
 void check_result_files(const model_records& m, const deviation_store& deviations,
-                        const mixture_store& mixtures, const run_frame& frame, reporting& report) {
+                        const mixture_store& mixtures, const directives& asked, reporting& report) {
   std::vector<std::string_view> names;
-  if (frame.analysis_type > 2) names = {"gparout", "PAROUT", "gparlast"};
-  if (frame.analysis_type >= 2) names.emplace_back("lastsol");
-  const bool solutions = reports_solutions(frame), memberships = solutions && mixtures.flag;
+  if (asked.analysis_type > 2) names = {"gparout", "PAROUT", "gparlast"};
+  if (asked.analysis_type >= 2) names.emplace_back("lastsol");
+  const bool solutions = reports_solutions(asked), memberships = solutions && mixtures.flag;
   if (solutions) names.insert(names.end(), {"gibsol", "solpostmean"});
   if (solutions && deviations.factor > 0)
-    names.emplace_back(frame.analysis_type >= 2 && m.model_kind == 2 ? "gib.td_ptd" : "TD_PTD");
+    names.emplace_back(asked.analysis_type >= 2 && m.model_kind == 2 ? "gib.td_ptd" : "TD_PTD");
   if (memberships) names.insert(names.end(), {"taupostmean", "mixz_prob", "mixz_last"});
 
   for (const std::string_view name : {"mixz_prob", "mixz_last"})

@@ -4,7 +4,7 @@
 
 #include "input/deviation_store.h"
 #include "input/mixture_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -12,6 +12,6 @@ namespace zeph {
 // be opened for writing is a write_fault. mixz_prob and mixz_last are never written over: a
 // file of a former run is illegal input, code 16. Nothing is changed or left in the directory.
 void check_result_files(const model_records& m, const deviation_store& deviations,
-                        const mixture_store& mixtures, const run_frame& frame, reporting& report);
+                        const mixture_store& mixtures, const directives& asked, reporting& report);
 
 } // namespace zeph

@@ -1,14 +1,14 @@
 #include "results/solution_writer.h"
 
-#include "listing/listing_rows.h"
-#include "listing/reporting.h"
-#include "listing/stops.h"
-#include "listing/work_files.h"
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "input/code_table.h"
+#include "listing/listing_rows.h"
+#include "listing/reporting.h"
+#include "listing/stops.h"
+#include "listing/work_files.h"
 
 #include <array>
 #include <cmath>

@@ -1,19 +1,20 @@
 #include "results/threshold_report.h"
 
-#include "listing/listing_rows.h"
 #include "formats/free_format.h"
+#include "listing/listing_rows.h"
 
 #include <cmath>
 
 namespace zeph {
 
-void report_thresholds(const category_store& categories, const run_frame& frame, reporting& report) {
-  if (categories.catstr.empty() || frame.analysis_type <= 0) return;
+void report_thresholds(const category_store& categories, const directives& asked, const chain_counts& counts,
+                       reporting& report) {
+  if (categories.catstr.empty() || asked.analysis_type <= 0) return;
   say(report, "       Posterior mean and Std of thresholds");
   for (const category_record& c : categories.catstr) {
     say(report, free_row().text("       Trait").i(c.trait).str());
     for (std::int32_t k = 1; k <= c.ncat_t - 1; ++k) {
-      const double s = c.thrpostm(k), n = frame.nsamples;
+      const double s = c.thrpostm(k), n = counts.nsamples;
       const double d = c.thrpostsd(k) - s * s / n;
       say(report, free_row().i(k).r8(s / n).r8(d < 0 ? 0.0 : std::sqrt(d / n)).str());
     }

@@ -21,8 +21,8 @@ template <class Array> void copy_values(const Array& from, Array& to) {
 
 // Packed elements of column c of sscp: those of the current order of the factor,
 // or of the residual for c > nramat.
-std::int64_t packed_elements(const model_records& m, const run_frame& frame, std::int64_t c) {
-  const std::int64_t d = frame.ntr[static_cast<std::size_t>(std::min<std::int64_t>(c, m.nramat + 1) - 1)];
+std::int64_t packed_elements(const model_records& m, const round_state& state, std::int64_t c) {
+  const std::int64_t d = state.ntr[static_cast<std::size_t>(std::min<std::int64_t>(c, m.nramat + 1) - 1)];
   return d * (d + 1) / 2;
 }
 
@@ -46,8 +46,8 @@ bool inactive_equation(const equation_layout& layout, std::int64_t e) {
 }
 
 void accumulate_solutions(const model_records&, const equation_layout& layout, sampler_store& store,
-                          run_frame& frame) {
-  frame.nsamples += 1;
+                          chain_counts& counts) {
+  counts.nsamples += 1;
   const bool smaller = smaller_model(layout);
   for (std::int64_t e = 1; e <= layout.neq; ++e) {
     if (smaller && inactive_equation(layout, e)) continue;
@@ -57,9 +57,9 @@ void accumulate_solutions(const model_records&, const equation_layout& layout, s
   }
 }
 
-void accumulate_covariances(const model_records& m, sampler_store& store, const run_frame& frame) {
+void accumulate_covariances(const model_records& m, sampler_store& store, const round_state& state) {
   for (std::int64_t c = 1; c <= m.nramat + store.G; ++c) {
-    const std::int64_t n = packed_elements(m, frame, c);
+    const std::int64_t n = packed_elements(m, state, c);
     for (std::int64_t e = 1; e <= n; ++e) {
       const double x = store.sscp(e, c);
       store.PARPOSTMEAN(e, c) += x;
@@ -68,8 +68,9 @@ void accumulate_covariances(const model_records& m, sampler_store& store, const 
   }
 }
 
-void accumulate_deviance(const model_records& m, sampler_store& store, const run_frame& frame) {
-  if (frame.analysis_type >= 5 || !is_sample_round(frame)) return;
+void accumulate_deviance(const model_records& m, sampler_store& store, const directives& asked,
+                         const round_state& state) {
+  if (asked.analysis_type >= 5 || !is_sample_round(asked, state)) return;
   for (std::int32_t g = 1; g <= store.G; ++g) {
     const double N = m.residual().HETG_N_OBS(m.hetgr_index(g));
     for (std::int32_t j = 1; j <= m.nt; ++j) {
@@ -79,15 +80,16 @@ void accumulate_deviance(const model_records& m, sampler_store& store, const run
   }
 }
 
-void covariance_moments(const model_records& m, const run_frame& frame, sampler_store& store) {
-  if (frame.analysis_type <= 0) return;
-  const double n = frame.nsamples;
+void covariance_moments(const model_records& m, const directives& asked, const round_state& state,
+                        const chain_counts& counts, sampler_store& store) {
+  if (asked.analysis_type <= 0) return;
+  const double n = counts.nsamples;
   if (static_cast<std::int64_t>(n) <= 1) {
     store.PARVAR.fill(0);
     return;
   }
   for (std::int64_t c = 1; c <= m.nramat + store.G; ++c) {
-    const std::int64_t elements = packed_elements(m, frame, c);
+    const std::int64_t elements = packed_elements(m, state, c);
     for (std::int64_t e = 1; e <= elements; ++e) {
       const double mean = store.PARPOSTMEAN(e, c), D = store.PARVAR(e, c) - n * mean * mean;
       store.PARVAR(e, c) = D <= smallest_spread ? 0.0 : std::sqrt(D / (n - 1)); // NaN stays NaN
@@ -95,13 +97,13 @@ void covariance_moments(const model_records& m, const run_frame& frame, sampler_
   }
 }
 
-void solution_moments(const run_frame& frame, sampler_store& store) {
-  if (frame.analysis_type <= 0) {
+void solution_moments(const directives& asked, const chain_counts& counts, sampler_store& store) {
+  if (asked.analysis_type <= 0) {
     copy_values(store.sol, store.solpostmean);
     store.pev.fill(0);
     return;
   }
-  const double n = frame.nsamples;
+  const double n = counts.nsamples;
   const bool variances = static_cast<std::int64_t>(n) > 1;
   for (std::int64_t e = 1; e <= store.solpostmean.size(); ++e) {
     const double sum = store.solpostmean(e);
@@ -110,10 +112,10 @@ void solution_moments(const run_frame& frame, sampler_store& store) {
   }
 }
 
-void hand_over_sums(sampler_store& store, run_frame& frame) {
+void hand_over_sums(sampler_store& store, chain_counts& counts) {
   copy_values(store.solpostmean, store.sols);
   copy_values(store.PARPOSTMEAN, store.pars);
-  frame.nsamples = 0;
+  counts.nsamples = 0;
   store.solpostmean.fill(0);
   store.pev.fill(0);
   store.PARPOSTMEAN.fill(0);

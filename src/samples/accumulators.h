@@ -5,7 +5,7 @@
 // variance. PARPOSTMEAN and PARVAR are the same for the packed (co)variances.
 #pragma once
 
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {
@@ -20,29 +20,31 @@ bool smaller_model(const equation_layout& layout);
 // One sample: nsamples += 1, solpostmean += sol, pev += sol^2. Rows that the
 // current model leaves out count as 0.0, whatever `sol` still holds there.
 void accumulate_solutions(const model_records& m, const equation_layout& layout, sampler_store& store,
-                          run_frame& frame);
+                          chain_counts& counts);
 
 // One sample of the (co)variances: PARPOSTMEAN += sscp, PARVAR += sscp^2 over the
 // packed leading block of each factor's and each residual group's current order.
-void accumulate_covariances(const model_records& m, sampler_store& store, const run_frame& frame);
+void accumulate_covariances(const model_records& m, sampler_store& store, const round_state& state);
 
 // In sample rounds of analysis types below 5, after the scan: dic%dic_s(j) +=
 // N(g) log(RCOV(j,j,g)) + dic%rrsum(j,g) / RCOV(j,j,g) for each residual group g
 // and trait j, N(g) being HETG_N_OBS. Other rounds add nothing.
-void accumulate_deviance(const model_records& m, sampler_store& store, const run_frame& frame);
+void accumulate_deviance(const model_records& m, sampler_store& store, const directives& asked,
+                         const round_state& state);
 
 // Sums to moments, n = nsamples. With analysis_type <= 0: solpostmean = the last
 // sol, pev = 0. Otherwise solpostmean = sum / n (n = 0 gives what the arithmetic
 // gives), pev = (sum of squares - sum^2 / n) / (n - 1), or 0 for integer n <= 1.
-void solution_moments(const run_frame& frame, sampler_store& store);
+void solution_moments(const directives& asked, const chain_counts& counts, sampler_store& store);
 
 // PARVAR = standard deviations sqrt((sum of squares - n mean^2) / (n - 1)), with
 // PARPOSTMEAN holding the means; 0 for integer n <= 1, and where the difference
 // is not above 1e-12. Nothing with analysis_type <= 0.
-void covariance_moments(const model_records& m, const run_frame& frame, sampler_store& store);
+void covariance_moments(const model_records& m, const directives& asked, const round_state& state,
+                        const chain_counts& counts, sampler_store& store);
 
 // Hand-over to the next model: sols = solpostmean, pars = PARPOSTMEAN; then all
 // sums of samples and their count are zero. `sol` and `RCOV` go on as they are.
-void hand_over_sums(sampler_store& store, run_frame& frame);
+void hand_over_sums(sampler_store& store, chain_counts& counts);
 
 } // namespace zeph

@@ -1,10 +1,10 @@
 #include "samples/restart.h"
 
+#include "formats/free_format.h"
+#include "formats/whole_file.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/free_format.h"
-#include "formats/whole_file.h"
 
 #include <cmath>
 #include <string>
@@ -157,19 +157,20 @@ void check_pair(const std::int32_t (&current)[2], reporting& report) {
                     "1.." + std::to_string(most[i]));
 }
 
-void read_sources(random_sources& sources, const run_frame& frame, sequential_reader& in, reporting& report) {
+void read_sources(random_sources& sources, const directives& asked, sequential_reader& in,
+                  reporting& report) {
   std::int32_t seeds[2] = {}, current[2] = {};
   if (take_record(in, seeds, 2) != 0 || take_record(in, current, 2) != 0) fail_parameters(report, "");
   if (ranmar_read(sources.marsaglia, in) != 0) fail_parameters(report, "");
   check_marsaglia(sources.marsaglia.saved, report);
 
-  const bool same = seeds[0] == frame.seed_a && seeds[1] == frame.seed_b;
+  const bool same = seeds[0] == asked.seed_a && seeds[1] == asked.seed_b;
   say_seeds(report, same);
   if (same) {
     check_pair(current, report);
     SETALL(sources.combined, current[0], current[1]);
   } else {
-    SETALL(sources.combined, frame.seed_a, frame.seed_b);
+    SETALL(sources.combined, asked.seed_a, asked.seed_b);
   }
 }
 
@@ -224,18 +225,18 @@ void write_lastsol(const equation_layout& layout, const sampler_store& store, re
 }
 
 void write_gparlast(const model_records& m, const design_store& design, const sampler_store& store,
-                    random_sources& sources, run_frame& frame, reporting& report) {
+                    random_sources& sources, const directives& asked, const round_state& state,
+                    reporting& report) {
   constexpr std::string_view name = "gparlast";
   whole_file whole(path_of(report, name));
   sequential_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
-  frame.P_ROUND = frame.iround - 1;
-  const auto round = static_cast<std::int32_t>(frame.P_ROUND);
+  const auto round = static_cast<std::int32_t>(state.iround - 1); // the last round run
   std::int32_t cg1 = 0, cg2 = 0;
   combined_default_start(sources.combined);
   GETSD(sources.combined, cg1, cg2);
 
-  bool written = put_record(out, &round, 1) && put_pair(out, frame.seed_a, frame.seed_b) &&
+  bool written = put_record(out, &round, 1) && put_pair(out, asked.seed_a, asked.seed_b) &&
                  put_pair(out, cg1, cg2) && ranmar_write(sources.marsaglia, out) &&
                  walk_matrices(m, store,
                                [&](std::string_view, std::string_view, std::int32_t, const double* x,
@@ -249,25 +250,24 @@ void write_gparlast(const model_records& m, const design_store& design, const sa
   if (!written || !out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
-void read_r_parm(const model_records& m, sampler_store& store, random_sources& sources, run_frame& frame,
-                 sequential_reader& r_parm, reporting& report) {
+std::int64_t read_r_parm(const model_records& m, sampler_store& store, random_sources& sources,
+                         const directives& asked, sequential_reader& r_parm, reporting& report) {
   say(report);
   say_label(report, "Reading parameters for restart of chain            ");
   say(report);
   r_parm.open(path_of(report, parameters_file));
   std::int32_t round = 0;
   if (take_record(r_parm, &round, 1) != 0) fail_parameters(report, "scalar P_ROUND");
-  frame.P_ROUND = round;
-  say_count(report, "Restart from round ................................", frame.P_ROUND);
+  say_count(report, "Restart from round ................................", round);
   say(report);
 
-  read_sources(sources, frame, r_parm, report);
+  read_sources(sources, asked, r_parm, report);
   read_matrices(m, store, r_parm, report);
   for (std::int32_t g = 1; g <= m.residual().n_hetgr; ++g) {
     vec<double>& SCALE = IW_STR_of(store, m.nramat + g, "ZEPH", report).SCALE;
     if (take_record(r_parm, SCALE.data(), SCALE.size()) != 0) fail_parameters(report, "");
   }
-  if (!m.has_type(trait_categorical)) return;
+  if (!m.has_type(trait_categorical)) return round;
   say(report);
   say(report, " Restart of models including catagorical trait not implemented");
   say(report);
@@ -301,7 +301,7 @@ void read_r_parm_latent(const model_records& m, design_store& design, sequential
   r_parm.close();
 }
 
-void read_oldsol(const equation_layout& layout, const run_frame& frame, sampler_store& store,
+void read_oldsol(const equation_layout& layout, const directives& asked, sampler_store& store,
                  reporting& report) {
   sequential_reader in;
   in.open(path_of(report, solutions_file));
@@ -315,7 +315,7 @@ void read_oldsol(const equation_layout& layout, const run_frame& frame, sampler_
     say(report, free_row().text("neq= ").i(layout.neq).text("No of solutions on file= ").i(neq).str());
     zeph_terminates(report, false);
   }
-  if (frame.test_level >= 2) say(report, "Reading old solutions");
+  if (asked.test_level >= 2) say(report, "Reading old solutions");
   for (std::int32_t row = 1; row <= neq; ++row) {
     std::int32_t e = 0;
     double value = 0;

@@ -21,7 +21,7 @@
 #include "formats/sequential_file.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 #include "numerics/random_sources.h"
 
@@ -32,21 +32,22 @@ struct reporting;
 // Writes all of `sol`. A failure is a write_fault.
 void write_lastsol(const equation_layout& layout, const sampler_store& store, reporting& report);
 
-// Sets P_ROUND = iround - 1 and writes the state of the chain. A combined source
+// Writes the state of the chain, P_ROUND = iround - 1 first. A combined source
 // that was never used is started with its default seeds first. A failure is a
 // write_fault; a missing store IW_STR stops as impossible.
 void write_gparlast(const model_records& m, const design_store& design, const sampler_store& store,
-                    random_sources& sources, run_frame& frame, reporting& report);
+                    random_sources& sources, const directives& asked, const round_state& state,
+                    reporting& report);
 
-// Opens r_parm and reads its first part: P_ROUND, both sources, all matrices, the
+// Opens r_parm and reads its first part: P_ROUND, which is returned, both sources, all matrices, the
 // SCALE vectors (record g into IW_STR(nramat+g), though each holds those of group
 // 1). With the seeds of the part before the combined source goes on where it
 // stopped, otherwise it starts from seed_a, seed_b; the Marsaglia source goes on
 // in both cases. Prints what it does. Stops with code 16: a read that fails,
 // after the lines that name the thing; values that no chain can have (illegal
 // input); a model with a trait of type 3.
-void read_r_parm(const model_records& m, sampler_store& store, random_sources& sources, run_frame& frame,
-                 sequential_reader& r_parm, reporting& report);
+std::int64_t read_r_parm(const model_records& m, sampler_store& store, random_sources& sources,
+                         const directives& asked, sequential_reader& r_parm, reporting& report);
 
 // Reads the second part from the open r_parm into the loaded data, and closes it.
 // A read that fails, or a residual group outside 1..G, is illegal input.
@@ -56,7 +57,7 @@ void read_r_parm_latent(const model_records& m, design_store& design, sequential
 // Reads oldsol into `sol`; the file's equation numbers decide the places. Stops
 // with code 16 when it ends too early, is of another size, or names an equation
 // outside 1..neq.
-void read_oldsol(const equation_layout& layout, const run_frame& frame, sampler_store& store,
+void read_oldsol(const equation_layout& layout, const directives& asked, sampler_store& store,
                  reporting& report);
 
 } // namespace zeph

@@ -1,10 +1,10 @@
 #include "samples/sample_files.h"
 
+#include "formats/column_format.h"
+#include "formats/free_format.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
-#include "formats/column_format.h"
-#include "formats/free_format.h"
 #include "samples/accumulators.h"
 
 namespace zeph {
@@ -80,11 +80,11 @@ void describe_res_samples(std::int32_t nt, reporting& report) {
 
 } // namespace
 
-void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
+void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,
                        sample_files& files, reporting& report) {
   files.n_vector = m.nramat + 1;
-  if (frame.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
-  if (frame.analysis_type > 0) {
+  if (asked.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
+  if (asked.analysis_type > 0) {
     open_checked(files.py, "py", report);
     open_checked(files.lpm, "lpm", report);
     if (m.n_sol_cv != 0) {
@@ -105,27 +105,27 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
   if (m.has_type(trait_categorical)) open_checked(files.threshold, "threshold", report);
 }
 
-void write_py(sample_files& files, const run_frame& frame, double lik, reporting& report) {
+void write_py(sample_files& files, const round_state& state, double lik, reporting& report) {
   if (!files.py.is_open()) open_checked(files.py, "py", report);
   free_row& row = files.row.clear();
-  row.i(frame.iround);
-  for (std::size_t k = 0; k < static_cast<std::size_t>(files.n_vector); ++k) row.i(frame.ntr[k]);
+  row.i(state.iround);
+  for (std::size_t k = 0; k < static_cast<std::size_t>(files.n_vector); ++k) row.i(state.ntr[k]);
   row.r8(lik);
   if (!files.py.line(row.str()) || !files.py.flush()) write_fault(report, "py", "write");
 }
 
-void write_gib_samples(const model_records& m, const sampler_store& store, const run_frame& frame,
+void write_gib_samples(const model_records& m, const sampler_store& store, const round_state& state,
                        sample_files& files, reporting& report) {
   column_line& line = files.line;
   bool written = true;
   for (std::int32_t k = 1; k <= m.nramat + store.G; ++k) {
     const bool residual = k > m.nramat;
-    const std::int32_t d = frame.ntr[static_cast<std::size_t>(residual ? m.nramat : k - 1)];
+    const std::int32_t d = state.ntr[static_cast<std::size_t>(residual ? m.nramat : k - 1)];
     const std::int32_t code = residual ? m.residual().HETGR_CODE(m.hetgr_index(k - m.nramat)) : 0;
     const double* element = store.sscp.col(k); // lower triangle by rows
     for (std::int32_t r = 1; r <= d; ++r)
       for (std::int32_t c = 1; c <= r; ++c) {
-        line.clear().I(frame.iround, 8).I(k, 4).I(r, 4).I(c, 4).G(*element++, 15, 6).I(code, 11);
+        line.clear().I(state.iround, 8).I(k, 4).I(r, 4).I(c, 4).G(*element++, 15, 6).I(code, 11);
         written = files.gib_samples.line(line.str()) && written;
       }
   }
@@ -133,10 +133,10 @@ void write_gib_samples(const model_records& m, const sampler_store& store, const
 }
 
 void write_solution_samples(const model_records& m, const equation_layout& layout, const sampler_store& store,
-                            const run_frame& frame, sample_files& files, reporting& report) {
+                            const round_state& state, sample_files& files, reporting& report) {
   if (m.n_sol_cv == 0) return;
   sequential_writer& file = files.sol_samples;
-  const auto round = static_cast<std::int32_t>(frame.iround);
+  const auto round = static_cast<std::int32_t>(state.iround);
   if (m.n_sol_cv < 0) {
     file.begin();
     file.put(round);
@@ -149,7 +149,7 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
   for (std::int32_t i = 1; i <= m.n_sol_cv; ++i) {
     const std::int32_t e = m.SOL_CV_EQ_NO(i);
     const double value = sampled(layout, store, smaller, e);
-    say(report, free_row().i(frame.iround).i(e).r8(value).str());
+    say(report, free_row().i(state.iround).i(e).r8(value).str());
     file.begin();
     file.put(round);
     file.put(e);
@@ -159,13 +159,13 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
   if (!file.flush()) write_fault(report, "sol.samples", "write");
 }
 
-void write_residual_samples(const model_records& m, const design_store& design, const run_frame& frame,
+void write_residual_samples(const model_records& m, const design_store& design, const round_state& state,
                             sample_files& files, reporting& report) {
   if (!m.keeps_residuals()) return;
   sequential_writer& file = files.res_samples;
   for (std::int32_t r = 1; r <= design.nobs; ++r) {
     file.begin();
-    file.put(static_cast<std::int32_t>(frame.iround));
+    file.put(static_cast<std::int32_t>(state.iround));
     file.put(design.OBS_POS_M(r));
     file.put(design.ZEPH_RES.col(r), m.nt);
     if (!file.end()) write_fault(report, "res.samples", "write");
@@ -173,10 +173,10 @@ void write_residual_samples(const model_records& m, const design_store& design, 
   if (!file.flush()) write_fault(report, "res.samples", "write");
 }
 
-void write_mix_pi(sample_files& files, const run_frame& frame, const vec<double>& proportions,
+void write_mix_pi(sample_files& files, const round_state& state, const vec<double>& proportions,
                   reporting& report) {
   free_row& row = files.row.clear();
-  row.i(frame.iround);
+  row.i(state.iround);
   for (const double share : proportions) row.r8(share);
   if (files.mix_pi.line(row.str()) && files.mix_pi.flush()) return;
   say(report);
@@ -186,9 +186,9 @@ void write_mix_pi(sample_files& files, const run_frame& frame, const vec<double>
   stop_run(report, exit_diagnosed);
 }
 
-void write_threshold(sample_files& files, const run_frame& frame, std::int32_t trait, std::int32_t k,
+void write_threshold(sample_files& files, const round_state& state, std::int32_t trait, std::int32_t k,
                      double value, reporting& report) {
-  if (!files.threshold.line(free_row().i(frame.iround).i(trait).i(k).r8(value).str()))
+  if (!files.threshold.line(free_row().i(state.iround).i(trait).i(k).r8(value).str()))
     write_fault(report, "threshold", "write");
 }
 

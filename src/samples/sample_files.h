@@ -25,7 +25,7 @@
 #include "formats/sequential_file.h"
 #include "formats/text_file.h"
 #include "input/design_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {
@@ -44,17 +44,17 @@ struct sample_files {
 // (when n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
 // residuals are kept); scr31 in every case; mix_pi with a
 // trait of type 5, 7 or 8; threshold with one of type 3. Existing files are emptied.
-void open_sample_files(const model_records& m, const equation_layout& layout, const run_frame& frame,
+void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,
                        sample_files& files, reporting& report);
 
 // One row of py in free format: iround, the model vector, lik; flushed. Where
 // py is closed (the reports of a model before have read it), it is emptied first.
-void write_py(sample_files& files, const run_frame& frame, double lik, reporting& report);
+void write_py(sample_files& files, const round_state& state, double lik, reporting& report);
 
 // The (co)variances drawn in this round, from the packed columns of sscp: for
 // each random factor, matrix k = 1..nramat, then each residual group g, matrix
 // nramat+g, the lower triangle of the current order by rows.
-void write_gib_samples(const model_records& m, const sampler_store& store, const run_frame& frame,
+void write_gib_samples(const model_records& m, const sampler_store& store, const round_state& state,
                        sample_files& files, reporting& report);
 
 // The solutions of a sample round. n_sol_cv -1: all in one record. n > 0: a
@@ -62,20 +62,20 @@ void write_gib_samples(const model_records& m, const sampler_store& store, const
 // "iround,sol_cv%eq_no,sol)". 0: nothing. Equations of rows that the current
 // model leaves out are written as 0.0.
 void write_solution_samples(const model_records& m, const equation_layout& layout, const sampler_store& store,
-                            const run_frame& frame, sample_files& files, reporting& report);
+                            const round_state& state, sample_files& files, reporting& report);
 
 // The residuals ZEPH_RES of a sample round, a record for each data record in
 // memory; nothing when residuals aren't kept.
-void write_residual_samples(const model_records& m, const design_store& design, const run_frame& frame,
+void write_residual_samples(const model_records& m, const design_store& design, const round_state& state,
                             sample_files& files, reporting& report);
 
 // One row of mix_pi: iround and the proportions of all traits, flushed. A failure
 // ends the run with the words of the mixture's files.
-void write_mix_pi(sample_files& files, const run_frame& frame, const vec<double>& proportions,
+void write_mix_pi(sample_files& files, const round_state& state, const vec<double>& proportions,
                   reporting& report);
 
 // One row of `threshold`; flush_thresholds ends the rows of a sample round.
-void write_threshold(sample_files& files, const run_frame& frame, std::int32_t trait, std::int32_t k,
+void write_threshold(sample_files& files, const round_state& state, std::int32_t trait, std::int32_t k,
                      double value, reporting& report);
 void flush_thresholds(sample_files& files, reporting& report);
 

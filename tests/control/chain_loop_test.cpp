@@ -49,10 +49,10 @@ TEST(run_chain, runs_burn_in_and_then_sampling_rounds) {
   chain_case c;
   c.chain(run_case::lines(0, 3, 4, 2));
   EXPECT_EQ(c.rounds(), from_to(1, 7));
-  EXPECT_EQ(c.r->frame.iround, 8); // one past the last round
-  EXPECT_EQ(c.r->frame.P_ROUND, 3);
-  EXPECT_FALSE(c.r->frame.stop_seen);
-  EXPECT_EQ(c.r->frame.nsamples, 0.0); // the solver takes none
+  EXPECT_EQ(c.r->state.iround, 8); // one past the last round
+  EXPECT_EQ(c.r->counts.P_ROUND, 3);
+  EXPECT_FALSE(c.r->counts.stop_seen);
+  EXPECT_EQ(c.r->counts.nsamples, 0.0); // the solver takes none
   EXPECT_EQ(c.directory.read("status"), "Current round is" + integer(7) + " out of" + integer(7) +
                                             " in model" + integer(1) + integer(1) + "\n");
 }
@@ -73,14 +73,14 @@ TEST(run_chain, makes_deviations_in_sampling_rounds_that_the_interval_divides) {
     five.m->TD_FACTOR = 1;
     five.chain(run_case::lines(2, 3, 10, 5));
     EXPECT_EQ(five.r->deviations.calls, 2);
-    EXPECT_EQ(five.r->frame.nsamples, 2.0);
+    EXPECT_EQ(five.r->counts.nsamples, 2.0);
   }
 }
 
 TEST(run_chain, takes_samples_at_the_interval_after_burn_in) {
   chain_case c;
   c.chain(run_case::lines(1, 3, 7, 2));
-  EXPECT_EQ(c.r->frame.nsamples, 3.0); // rounds 5, 7, 9
+  EXPECT_EQ(c.r->counts.nsamples, 3.0); // rounds 5, 7, 9
   EXPECT_EQ(c.text(), "");
   EXPECT_EQ(c.directory.read("py").substr(0, 12), integer(5));
 }
@@ -89,18 +89,18 @@ TEST(run_chain, does_nothing_without_rounds) {
   chain_case c;
   c.chain(run_case::lines(0, 0, 0, 1));
   EXPECT_EQ(c.text(), "");
-  EXPECT_EQ(c.r->frame.iround, 1);
+  EXPECT_EQ(c.r->state.iround, 1);
   chain_case negative;
   negative.chain(run_case::lines(0, -4, -2, 1));
   EXPECT_EQ(negative.text(), "");
-  EXPECT_EQ(negative.r->frame.P_ROUND, 0);
+  EXPECT_EQ(negative.r->counts.P_ROUND, 0);
 }
 
 TEST(run_chain, runs_burn_in_alone_when_no_sampling_rounds_are_asked_for) {
   chain_case c;
   c.chain(run_case::lines(1, 5, 0, 1));
-  EXPECT_EQ(c.r->frame.iround, 6);
-  EXPECT_EQ(c.r->frame.nsamples, 0.0);
+  EXPECT_EQ(c.r->state.iround, 6);
+  EXPECT_EQ(c.r->counts.nsamples, 0.0);
 }
 
 TEST(run_chain, ends_at_STOP_in_burn_in_and_passes_sampling) {
@@ -108,10 +108,10 @@ TEST(run_chain, ends_at_STOP_in_burn_in_and_passes_sampling) {
   c.directory.write("STOP", "");
   c.chain(run_case::lines(1, 9, 9, 1));
   EXPECT_EQ(c.text(), stop_burnin);
-  EXPECT_EQ(c.r->frame.iround, 1);
-  EXPECT_TRUE(c.r->frame.stop_seen);
-  EXPECT_EQ(c.r->frame.nsamples, 0.0);
-  EXPECT_EQ(c.r->frame.P_ROUND, 9);
+  EXPECT_EQ(c.r->state.iround, 1);
+  EXPECT_TRUE(c.r->counts.stop_seen);
+  EXPECT_EQ(c.r->counts.nsamples, 0.0);
+  EXPECT_EQ(c.r->counts.P_ROUND, 9);
   EXPECT_TRUE(c.directory.has("STOP")); // never deleted
 }
 
@@ -120,30 +120,30 @@ TEST(run_chain, honours_STOP_at_the_next_sample_round) {
   c.directory.write("STOP", "anything");
   c.chain(run_case::lines(1, 0, 20, 5));
   EXPECT_EQ(c.text(), stop_sampling);
-  EXPECT_EQ(c.r->frame.iround, 5);
-  EXPECT_EQ(c.r->frame.nsamples, 1.0); // the sample of that round is taken
-  EXPECT_FALSE(c.r->frame.stop_seen);
+  EXPECT_EQ(c.r->state.iround, 5);
+  EXPECT_EQ(c.r->counts.nsamples, 1.0); // the sample of that round is taken
+  EXPECT_FALSE(c.r->counts.stop_seen);
 }
 
 TEST(run_chain, counts_the_interval_from_the_end_of_burn_in) {
   chain_case c;
   c.start(run_case::lines(1, 3, 20, 5));
-  c.r->frame.restart = true; // past burn-in: the chain goes on behind round 3
-  c.r->frame.P_ROUND = 3;
+  c.r->asked.restart = true; // past burn-in: the chain goes on behind round 3
+  c.r->counts.P_ROUND = 3;
   c.directory.write("STOP", "");
   run_chain(*c.r);
   EXPECT_EQ(c.text(), stop_sampling);
-  EXPECT_EQ(c.r->frame.iround, 8); // 3 + 5
+  EXPECT_EQ(c.r->state.iround, 8); // 3 + 5
 }
 
 TEST(run_chain, skips_burn_in_on_a_restart_and_goes_on_behind_the_stored_round) {
   chain_case c;
   c.start(run_case::lines(0, 0, 3, 2));
-  c.r->frame.restart = true;
-  c.r->frame.P_ROUND = 30;
+  c.r->asked.restart = true;
+  c.r->counts.P_ROUND = 30;
   run_chain(*c.r);
   EXPECT_EQ(c.rounds(), from_to(31, 33));
-  EXPECT_EQ(c.r->frame.P_ROUND, 30);
+  EXPECT_EQ(c.r->counts.P_ROUND, 30);
 }
 
 TEST(run_chain, ends_in_the_first_sampling_round_when_the_interval_is_0) {
@@ -157,7 +157,7 @@ TEST(run_chain, ends_in_the_first_sampling_round_when_the_interval_is_0) {
   }
   EXPECT_EQ(c.text(),
             "\nERROR - Computation impossible in ZEPH: sampling interval is 0\n\nZEPH terminates.\n");
-  EXPECT_EQ(c.r->frame.iround, 3);
+  EXPECT_EQ(c.r->state.iround, 3);
 }
 
 TEST(run_chain, takes_an_interval_of_0_without_sampling_rounds) {
@@ -169,7 +169,7 @@ TEST(run_chain, takes_an_interval_of_0_without_sampling_rounds) {
 TEST(run_chain, takes_a_negative_interval_as_1) {
   chain_case c;
   c.chain(run_case::lines(1, 0, 4, -3));
-  EXPECT_EQ(c.r->frame.nsamples, 4.0);
+  EXPECT_EQ(c.r->counts.nsamples, 4.0);
 }
 
 TEST(run_chain, leaves_the_sampling_loop_when_the_solver_has_converged) {
@@ -178,7 +178,7 @@ TEST(run_chain, leaves_the_sampling_loop_when_the_solver_has_converged) {
   ASSERT_TRUE(c.ends_with(converged));
   const std::vector<std::int64_t> rounds = c.rounds();
   EXPECT_LT(rounds.back(), 1000);
-  EXPECT_EQ(c.r->frame.iround, rounds.back()); // the round keeps its number
+  EXPECT_EQ(c.r->state.iround, rounds.back()); // the round keeps its number
   for (std::int32_t e = 1; e <= 10; ++e) EXPECT_NEAR(c.r->sampler.sol(e), example_solutions[e - 1], 2e-7);
 }
 
@@ -190,8 +190,8 @@ TEST(run_chain, goes_on_to_sampling_after_convergence_in_burn_in) {
   ASSERT_NE(first, std::string::npos);
   // the sampling rounds start behind the burn-in that was asked for
   EXPECT_EQ(text.substr(first + converged.size(), 18), "Round=" + integer(5001));
-  EXPECT_EQ(c.r->frame.P_ROUND, 5000);
-  EXPECT_FALSE(c.r->frame.stop_seen);
+  EXPECT_EQ(c.r->counts.P_ROUND, 5000);
+  EXPECT_FALSE(c.r->counts.stop_seen);
 }
 
 TEST(run_chain, tells_every_hundredth_sampling_round_at_test_levels_above_0) {

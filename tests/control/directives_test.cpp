@@ -1,5 +1,6 @@
 #include "control/directives.h"
 
+#include "support/chain_frame.h"
 #include "support/check.h"
 #include "support/model_builder.h"
 #include "support/scratch_directory.h"
@@ -40,7 +41,8 @@ const std::string burn_label = "No of Burn-in rounds ...........................
 const std::string rounds_label = "No of sampling rounds .............................";
 const std::string interval_label = "Sampling interval .................................";
 const std::string prodf_label = "DF for proposal distribution ......................";
-const std::string df_head = "\n   Degrees of freedom        \n" + blanks(30) + "Effect     Prior     Data     \n";
+const std::string df_head =
+    "\n   Degrees of freedom        \n" + blanks(30) + "Effect     Prior     Data     \n";
 
 // Two traits, a pedigree factor of order 2 with 8 levels, 2 of them phantom
 // groups, an identity factor of order 1 with 4 levels, 9 records.
@@ -64,7 +66,7 @@ struct directive_case {
   void call(const std::string& text) {
     directory.write("dir", text);
     open_directives(m, lines, run.report);
-    read_directives(m, f, sources, lines, run.report);
+    read_directives(m, f.asked, sources, lines, run.report);
   }
   // What the lines print.
   std::string read(const std::string& text) {
@@ -78,8 +80,8 @@ struct directive_case {
   std::string optional(const std::string& text) {
     directory.write("dir", text);
     EXPECT_TRUE(lines.open(directory / "dir"));
-    if (read_covariate_directives(m, f, lines, run.report))
-      read_restriction_directive(m, f, s, lines, run.report);
+    if (read_covariate_directives(m, f.asked, lines, run.report))
+      read_restriction_directive(m, f.asked, s, lines, run.report);
     return run.text();
   }
   std::string optional_stop(const std::string& text) {
@@ -89,7 +91,7 @@ struct directive_case {
   scratch_directory directory;
   heard_run run{directory.path()};
   model_records m;
-  run_frame f;
+  zeph_test::chain_frame f;
   sampler_store s;
   random_sources sources{run.report};
   free_reader lines;
@@ -109,21 +111,21 @@ TEST(directives, echo_the_first_three_lines) {
   directive_case c;
   EXPECT_EQ(c.read("2 1\n1201 707\n100 2000 10\n" + good_df),
             first_echo(2, 1) + seeds_echo(1201, 707) + rounds_echo(100, 2000, 10));
-  EXPECT_EQ(c.f.analysis_type, 2);
-  EXPECT_EQ(c.f.test_level, 1);
-  EXPECT_EQ(c.f.seed_a, 1201);
-  EXPECT_EQ(c.f.seed_b, 707);
-  EXPECT_EQ(c.f.nburn, 100);
-  EXPECT_EQ(c.f.nround, 2000);
-  EXPECT_EQ(c.f.isamp, 10);
+  EXPECT_EQ(c.f.asked.analysis_type, 2);
+  EXPECT_EQ(c.f.asked.test_level, 1);
+  EXPECT_EQ(c.f.asked.seed_a, 1201);
+  EXPECT_EQ(c.f.asked.seed_b, 707);
+  EXPECT_EQ(c.f.asked.nburn, 100);
+  EXPECT_EQ(c.f.asked.nround, 2000);
+  EXPECT_EQ(c.f.asked.isamp, 10);
 }
 
 TEST(directives, take_commas_repeats_and_values_over_lines) {
   directive_case c;
   EXPECT_EQ(c.read("0,1 dropped\n\n2*7\n3*4, also dropped\n1,\n0\n2 , 5\n\t3 0\r\n"),
             first_echo(0, 1) + seeds_echo(7, 7) + rounds_echo(4, 4, 4));
-  EXPECT_EQ(c.f.PDF(1), 0);
-  EXPECT_EQ(c.f.PDF(2), 5);
+  EXPECT_EQ(c.f.asked.PDF(1), 0);
+  EXPECT_EQ(c.f.asked.PDF(2), 5);
 }
 
 TEST(directives, start_the_combined_source_with_seed_a) {
@@ -157,8 +159,8 @@ TEST(directives, set_seeds_of_zero_by_the_clock_both_with_the_label_of_a) {
   EXPECT_EQ(text, first_echo(2, 0) + echo("Specified starting value A for RNG ................", 0) +
                       echo(clock_label, a) + echo("Specified starting value B for RNG ................", 0) +
                       echo(clock_label, b) + keep_seeds + rounds_echo(0, 1, 1));
-  EXPECT_EQ(c.f.seed_a, a);
-  EXPECT_EQ(c.f.seed_b, b);
+  EXPECT_EQ(c.f.asked.seed_a, a);
+  EXPECT_EQ(c.f.asked.seed_b, b);
   heard_run other;
   combined_source expected(other.report);
   ranlib_start(expected, a);
@@ -171,7 +173,7 @@ TEST(directives, do_not_start_the_combined_source_when_seed_b_alone_is_zero) {
   const std::int32_t b = echoed(text, clock_label, 1);
   EXPECT_EQ(text, first_echo(2, 0) + echo("Specified starting value B for RNG ................", 0) +
                       echo(clock_label, b) + keep_seeds + rounds_echo(0, 1, 1));
-  EXPECT_EQ(c.f.seed_a, 1201);
+  EXPECT_EQ(c.f.asked.seed_a, 1201);
   EXPECT_FALSE(c.sources.combined.qrgnin);
 }
 
@@ -182,24 +184,24 @@ TEST(directives, start_the_combined_source_when_seed_a_alone_is_zero_and_leave_b
   EXPECT_EQ(text, first_echo(2, 0) + echo("Specified starting value A for RNG ................", 0) +
                       echo(clock_label, a) + keep_seeds + rounds_echo(0, 1, 1));
   EXPECT_TRUE(c.sources.combined.qrgnin);
-  EXPECT_EQ(c.f.seed_b, 707);
+  EXPECT_EQ(c.f.asked.seed_b, 707);
 }
 
 TEST(directives, drop_the_burn_in_of_a_restart_with_four_rows) {
   directive_case c;
-  c.f.restart = true;
+  c.f.asked.restart = true;
   EXPECT_EQ(c.read("2 0\n1 2\n50 60 7\n" + good_df),
             first_echo(2, 0) + seeds_echo(1, 2) + echo(prodf_label, 0) +
                 echo("No of Burn-in rounds specified ....................", 50) +
                 label_row("But this is a restart of the chain ................") +
                 echo("No of Burn-in rounds set to .......................", 0) + echo(rounds_label, 60) +
                 echo(interval_label, 7));
-  EXPECT_EQ(c.f.nburn, 0);
+  EXPECT_EQ(c.f.asked.nburn, 0);
 }
 
 TEST(directives, echo_a_burn_in_of_zero_plainly_on_a_restart) {
   directive_case c;
-  c.f.restart = true;
+  c.f.asked.restart = true;
   EXPECT_EQ(c.read("2 0\n1 2\n0 60 7\n" + good_df),
             first_echo(2, 0) + seeds_echo(1, 2) + rounds_echo(0, 60, 7));
 }
@@ -271,8 +273,8 @@ TEST(directives, stand_in_the_work_directory_or_under_a_full_path) {
   elsewhere.write("lines", "2 0\n1 2\n0 1 1\n" + good_df);
   c.m.mi_text[0] = elsewhere / "lines";
   open_directives(c.m, c.lines, c.run.report);
-  read_directives(c.m, c.f, c.sources, c.lines, c.run.report);
-  EXPECT_EQ(c.f.nround, 1);
+  read_directives(c.m, c.f.asked, c.sources, c.lines, c.run.report);
+  EXPECT_EQ(c.f.asked.nround, 1);
 }
 
 const std::string start3 = "3 0\n1 2\n0 1 1\n";
@@ -284,9 +286,9 @@ TEST(directives, print_degrees_of_freedom_from_type_3_on) {
   // data: 8 levels less 2 phantom groups, 4 levels, 9 records
   EXPECT_EQ(c.read(start3 + "1 4\n2 3\n3 10\n"),
             echo3 + df_head + df_row(1, 4, 6) + df_row(2, 3, 4) + df_row(3, 10, 9));
-  EXPECT_EQ(c.f.DDF(1), 6);
-  EXPECT_EQ(c.f.DDF(2), 4);
-  EXPECT_EQ(c.f.DDF(3), 9);
+  EXPECT_EQ(c.f.asked.DDF(1), 6);
+  EXPECT_EQ(c.f.asked.DDF(2), 4);
+  EXPECT_EQ(c.f.asked.DDF(3), 9);
 }
 
 TEST(directives, call_a_prior_flat_up_to_dimension_plus_1_with_a_warning_unless_it_is_0) {
@@ -296,7 +298,7 @@ TEST(directives, call_a_prior_flat_up_to_dimension_plus_1_with_a_warning_unless_
   const std::string end = " <= dim + 1 -> Flat prior assumed\n";
   EXPECT_EQ(c.read(start3 + "1 3\n2 0\n3 -1\n"), echo3 + df_head + flat_row(1, 6) + warning + " 3" + end +
                                                      flat_row(2, 4) + flat_row(3, 9) + warning + "-1" + end);
-  EXPECT_EQ(c.f.PDF(1), 3); // kept as read
+  EXPECT_EQ(c.f.asked.PDF(1), 3); // kept as read
 }
 
 TEST(directives, print_no_degrees_of_freedom_below_type_3) {
@@ -304,7 +306,7 @@ TEST(directives, print_no_degrees_of_freedom_below_type_3) {
     directive_case c;
     const std::string text = c.read(std::string(type) + " 0\n1 2\n0 1 1\n1 3\n2 0\n3 9\n");
     EXPECT_EQ(text.find("Degrees"), std::string::npos);
-    EXPECT_EQ(c.f.PDF(3), 9);
+    EXPECT_EQ(c.f.asked.PDF(3), 9);
   }
 }
 
@@ -314,11 +316,11 @@ TEST(directives, count_the_levels_of_a_reduced_animal_model_in_its_own_file) {
   write_elements(c.directory / "AINV_RAM1",
                  {{1, 1, 2.0}, {2, 1, -1.0}, {2, 2, 2.0}, {3, 3, 1.0}, {3, 3, 1.5}});
   c.read("2 0\n1 2\n0 1 1\n" + good_df);
-  EXPECT_EQ(c.f.DDF(1), 4 - 2); // elements with i = j, less the phantom groups
+  EXPECT_EQ(c.f.asked.DDF(1), 4 - 2); // elements with i = j, less the phantom groups
   directive_case without;
   without.m.RMAT(1).L_RAM = true; // the file can't be read
   without.read("2 0\n1 2\n0 1 1\n" + good_df);
-  EXPECT_EQ(without.f.DDF(1), 8 - 2);
+  EXPECT_EQ(without.f.asked.DDF(1), 8 - 2);
 }
 
 TEST(directives, stop_at_a_line_of_degrees_of_freedom_that_can_not_be_read) {
@@ -349,18 +351,18 @@ const std::string coef_echo =
 TEST(directives, echo_the_proposal_values) {
   directive_case c;
   EXPECT_EQ(c.read(start2 + "12\n0.25\n-1.5D0\n"), echo2 + echo(prodf_label, 12) + var_echo + coef_echo);
-  EXPECT_EQ(c.f.prodf, 12);
-  EXPECT_EQ(c.f.prop_var, 0.25);
-  EXPECT_EQ(c.f.conv_coef, -1.5);
+  EXPECT_EQ(c.f.asked.prodf, 12);
+  EXPECT_EQ(c.f.asked.prop_var, 0.25);
+  EXPECT_EQ(c.f.asked.conv_coef, -1.5);
 }
 
 TEST(directives, may_end_before_the_proposal_values_which_then_are_defined) {
   for (const char* tail : {"", "\n \n"}) {
     directive_case c;
     EXPECT_EQ(c.read(start2 + tail), echo2);
-    EXPECT_EQ(c.f.prodf, 10);
-    EXPECT_EQ(c.f.prop_var, 1.0);
-    EXPECT_EQ(c.f.conv_coef, 1.0);
+    EXPECT_EQ(c.f.asked.prodf, 10);
+    EXPECT_EQ(c.f.asked.prop_var, 1.0);
+    EXPECT_EQ(c.f.asked.conv_coef, 1.0);
   }
 }
 
@@ -396,7 +398,7 @@ TEST(directives, with_proposal_values_are_confined_to_types_0_to_3) {
   for (const std::int32_t type : {0, 1, 2, 3}) {
     directive_case c;
     c.read(std::to_string(type) + " 0\n1 2\n0 1 1\n" + good_df + "12\n0.25\n-1.5\n");
-    EXPECT_EQ(c.f.analysis_type, type);
+    EXPECT_EQ(c.f.asked.analysis_type, type);
   }
 }
 
@@ -404,7 +406,7 @@ TEST(directives, without_proposal_values_accept_any_type) {
   for (const std::int32_t type : {-1, 4, 5, 6, 17}) {
     directive_case c;
     c.read(std::to_string(type) + " 0\n1 2\n0 1 1\n" + good_df);
-    EXPECT_EQ(c.f.analysis_type, type);
+    EXPECT_EQ(c.f.asked.analysis_type, type);
   }
 }
 
@@ -433,8 +435,8 @@ TEST(optional_directives, echo_counts_and_lists) {
   directive_case c;
   EXPECT_EQ(c.optional("2\n1\n2\n0\n0\n"), "\n" + echo(censored_label, 2) + blanks(30) + "  1          1\n" +
                                                blanks(30) + "  2          2\n\n" + echo(covariates_label, 0));
-  EXPECT_EQ(c.f.cens_trait, (std::vector<std::int32_t>{1, 2}));
-  EXPECT_EQ(c.f.irest_flag, 0);
+  EXPECT_EQ(c.f.asked.cens_trait, (std::vector<std::int32_t>{1, 2}));
+  EXPECT_EQ(c.f.asked.irest_flag, 0);
 }
 
 TEST(optional_directives, may_end_at_each_line) {
@@ -447,16 +449,16 @@ TEST(optional_directives, may_end_at_each_line) {
   }
   directive_case list; // the file ends in the list of censored traits: no trait is echoed
   EXPECT_EQ(list.optional("2\n1\n"), "\n" + echo(censored_label, 2));
-  EXPECT_TRUE(list.f.cens_trait.empty());
+  EXPECT_TRUE(list.f.asked.cens_trait.empty());
 }
 
 TEST(optional_directives, are_positional) {
   directive_case c; // the one number is read as censored traits, never as restrictions
   EXPECT_EQ(c.optional("1\n2\n"), "\n" + echo(censored_label, 1) + blanks(30) + "  1          2\n");
-  EXPECT_EQ(c.f.irest_flag, 0);
+  EXPECT_EQ(c.f.asked.irest_flag, 0);
   directive_case all;
   all.optional("0\n0\n1\n");
-  EXPECT_EQ(all.f.irest_flag, 1);
+  EXPECT_EQ(all.f.asked.irest_flag, 1);
   EXPECT_EQ(all.s.n_IREST, 1); // the second class effect of trait 1
 }
 
@@ -467,27 +469,27 @@ TEST(optional_directives, take_negative_counts_as_none) {
 
 TEST(optional_directives, hold_class_effect_solutions_as_covariates) {
   directive_case c;
-  c.f.analysis_type = 2;
+  c.f.asked.analysis_type = 2;
   EXPECT_EQ(c.optional("0\n2\n1 2 3\n11 12 13\n21 22 23\n2 1 0\n1\n0\n"),
             "\n" + echo(censored_label, 0) + "\n" + echo(covariates_label, 2));
   // the second entry has no covariates, so that its lists are an empty read: one line is dropped
-  ASSERT_EQ(c.f.FETOCV.size(), 2U);
-  EXPECT_EQ(c.f.FETOCV[0].trait, 1);
-  EXPECT_EQ(c.f.FETOCV[0].effect, 2);
-  EXPECT_EQ(c.f.FETOCV[0].CVNO, (std::vector<std::int32_t>{11, 12, 13}));
-  EXPECT_EQ(c.f.FETOCV[0].ACVNO, (std::vector<std::int32_t>{21, 22, 23}));
-  EXPECT_EQ(c.f.FETOCV[1].trait, 2);
-  EXPECT_EQ(c.f.stdef, 0);
+  ASSERT_EQ(c.f.asked.FETOCV.size(), 2U);
+  EXPECT_EQ(c.f.asked.FETOCV[0].trait, 1);
+  EXPECT_EQ(c.f.asked.FETOCV[0].effect, 2);
+  EXPECT_EQ(c.f.asked.FETOCV[0].CVNO, (std::vector<std::int32_t>{11, 12, 13}));
+  EXPECT_EQ(c.f.asked.FETOCV[0].ACVNO, (std::vector<std::int32_t>{21, 22, 23}));
+  EXPECT_EQ(c.f.asked.FETOCV[1].trait, 2);
+  EXPECT_EQ(c.f.asked.stdef, 0);
 }
 
 TEST(optional_directives, hold_no_covariates_when_the_file_ends_before_one_of_them) {
   directive_case c;
   c.optional("0\n2\n1 2 1\n11 21\n");
-  EXPECT_EQ(c.f.nfeto, 0);
-  EXPECT_TRUE(c.f.FETOCV.empty());
+  EXPECT_EQ(c.f.asked.nfeto, 0);
+  EXPECT_TRUE(c.f.asked.FETOCV.empty());
   directive_case early;
   early.optional("0\n1\n");
-  EXPECT_EQ(early.f.nfeto, 0);
+  EXPECT_EQ(early.f.asked.nfeto, 0);
 }
 
 TEST(optional_directives, fail_in_the_lists_of_a_covariate_and_at_the_standardize_option) {

@@ -31,7 +31,7 @@ std::vector<std::vector<double>> rows_of(const std::string& text) {
 TEST(next_model, turns_like_an_odometer_and_tells_the_factors_it_looks_at) {
   jump_case c(orders_2_and_3());
   c.start_moves(c.lines(5, 0, 1, 1));
-  std::vector<std::vector<std::int32_t>> visited = {c.r->frame.ntr};
+  std::vector<std::vector<std::int32_t>> visited = {c.r->state.ntr};
   std::vector<std::string> told;
   const auto next = [&] {
     c.listing.str("");
@@ -39,7 +39,7 @@ TEST(next_model, turns_like_an_odometer_and_tells_the_factors_it_looks_at) {
     told.push_back(c.text());
     return more;
   };
-  while (next()) visited.push_back(c.r->frame.ntr);
+  while (next()) visited.push_back(c.r->state.ntr);
   EXPECT_EQ(visited, all_models);
   const std::string i2 = "i           2\n", i1 = "i           1\n", j2 = "j           2\n";
   EXPECT_EQ(told, (std::vector<std::string>{i2, i2, i2 + i1 + j2, i2, i2, i2 + i1}));
@@ -97,7 +97,7 @@ bool goes_on(const std::string& name) {
 
 // Rounds 1..last in the model in force.
 void run_chain_of(jump_case& c, std::int64_t last) {
-  c.r->frame.iround = 0;
+  c.r->state.iround = 0;
   for (std::int64_t round = 1; round <= last; ++round) c.scan();
 }
 
@@ -116,13 +116,13 @@ TEST(run_models, runs_in_each_model_the_chain_of_a_run_that_starts_there) {
     });
     run_chain_of(c, 11);
     run_chain_of(other, 11);
-    EXPECT_EQ(c.r->frame.nsamples, 4.0);
+    EXPECT_EQ(c.r->counts.nsamples, 4.0);
     const run_state a = state_of(*c.r), b = state_of(*other.r);
     for (const std::string part :
          {"sol", "RCOV", "sscp", "Y_M", "solpostmean", "pev", "PARPOSTMEAN", "PARVAR", "marsaglia U",
           "marsaglia used", "cg1 1", "nsamples", "NGR", "ntr"})
       EXPECT_EQ(a.at(part), b.at(part)) << part << " in model " << model;
-    c.r->frame.iround = 12;
+    c.r->state.iround = 12;
     report_run(*c.r);
     more = next_model(*c.r);
   }

@@ -13,14 +13,13 @@ struct asked {
     m.data_dims[2] = 5;
     directory.write("ytopredict", file);
   }
-  void read() { read_ytopredict(m, frame, predictions, voice.report); }
+  void read() { read_ytopredict(m, predictions, voice.report); }
   std::string stop() {
     return expect_stop(16, voice, [&](reporting&) { read(); });
   }
   scratch_directory directory;
   heard_run voice{directory.path()};
   model_records m;
-  run_frame frame;
   prediction_store predictions;
 };
 
@@ -36,7 +35,6 @@ TEST(predictions, pairs_are_records_and_traits) {
   asked c("1 2\n\n5,1\n 3 2 rest of the line is dropped\n");
   c.read();
   EXPECT_EQ(c.voice.text(), counted(3));
-  EXPECT_EQ(c.frame.npred, 3);
   ASSERT_EQ(c.predictions.YPRED.size(), 3u);
   EXPECT_EQ(c.predictions.YPRED[0].record, 1);
   EXPECT_EQ(c.predictions.YPRED[0].trait, 2);

@@ -1,5 +1,6 @@
 #include "control/restrictions.h"
 
+#include "support/chain_frame.h"
 #include "support/check.h"
 #include "support/model_builder.h"
 
@@ -38,15 +39,15 @@ struct restricted_case {
     return d;
   }
   std::string impose(std::int32_t analysis_type = 0) {
-    f.analysis_type = analysis_type;
-    impose_restrictions(m, f, s, run.report);
+    f.asked.analysis_type = analysis_type;
+    impose_restrictions(m, f.asked, s, run.report);
     return run.text();
   }
   std::vector<std::int32_t> list() const { return {s.IREST.begin(), s.IREST.begin() + s.n_IREST}; }
 
   heard_run run;
   model_records m;
-  run_frame f;
+  zeph_test::chain_frame f;
   sampler_store s;
 };
 
@@ -109,9 +110,9 @@ TEST(impose_restrictions, may_have_nothing_to_restrict) {
   d.integers = 4, d.reals = 1;
   const model_records m = build_model(d);
   heard_run run;
-  run_frame f;
+  zeph_test::chain_frame f;
   sampler_store s;
-  impose_restrictions(m, f, s, run.report);
+  impose_restrictions(m, f.asked, s, run.report);
   EXPECT_EQ(run.text(), head(0));
   EXPECT_EQ(s.n_IREST, 0);
 }

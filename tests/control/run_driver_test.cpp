@@ -370,7 +370,8 @@ TEST(start_run, keeps_two_runs_apart) {
   };
   const auto rounds = [](run& r, std::int64_t first, std::int64_t last) {
     scan_records records = records_of(r);
-    for (r.frame.iround = first; r.frame.iround <= last; ++r.frame.iround) GIBSCAN(records, r.frame, r.files);
+    for (r.state.iround = first; r.state.iround <= last; ++r.state.iround)
+      GIBSCAN(records, r.asked, r.state, r.counts, r.files);
   };
   std::vector<double> alone[2];
   std::string said[2], py;

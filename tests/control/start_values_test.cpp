@@ -1,6 +1,7 @@
 #include "control/start_values.h"
 
 #include "numerics/packed_matrix.h"
+#include "support/chain_frame.h"
 #include "support/check.h"
 #include "support/dense_matrix.h"
 #include "support/model_builder.h"
@@ -52,18 +53,18 @@ struct start_case {
     count_equations(m, layout, quiet.report);
     SETGROUPS(m, layout, quiet.report, 0);
     QVAgib_ALLOC(m, s, quiet.report);
-    allocate_dispersion(m, layout, f, s, quiet.report);
+    allocate_dispersion(m, layout, f.state, s, quiet.report);
   }
   void start() {
     allocate_all();
-    start_from_priors(m, f, s, run.report);
+    start_from_priors(m, f.asked, s, run.report);
   }
 
   heard_run run;
   model_records m;
   equation_layout layout;
   sampler_store s;
-  run_frame f;
+  zeph_test::chain_frame f;
 };
 
 // RCOV, its inverse, 1 / root of the determinant and -log determinant of group g.
@@ -166,7 +167,7 @@ TEST(start_from_priors, names_every_group_that_is_not_positive_definite_before_i
   c.set_matrix(3, single);
   c.allocate_all();
   const std::string text =
-      expect_stop(16, c.run, [&](reporting& report) { start_from_priors(c.m, c.f, c.s, report); });
+      expect_stop(16, c.run, [&](reporting& report) { start_from_priors(c.m, c.f.asked, c.s, report); });
   const std::string line = "Residual co-variance matrix not P.D. in group";
   EXPECT_EQ(text.find(line + I(1) + "\n"), 0U);
   EXPECT_EQ(text.find(line + I(2)), std::string::npos);
@@ -188,16 +189,16 @@ TEST(start_from_priors, prints_determinants_and_pattern_inverses_at_test_level_2
   for (double& x : m.residual().HETGR_RIIF) x += 0.0; // no zero with a sign
   equation_layout layout;
   sampler_store s;
-  run_frame f;
+  zeph_test::chain_frame f;
   count_equations(m, layout, quiet.report);
   SETGROUPS(m, layout, quiet.report, 0);
   QVAgib_ALLOC(m, s, quiet.report);
-  allocate_dispersion(m, layout, f, s, quiet.report);
-  f.test_level = 1;
-  start_from_priors(m, f, s, run.report);
+  allocate_dispersion(m, layout, f.state, s, quiet.report);
+  f.asked.test_level = 1;
+  start_from_priors(m, f.asked, s, run.report);
   EXPECT_EQ(run.text(), "");
-  f.test_level = 2;
-  start_from_priors(m, f, s, run.report);
+  f.asked.test_level = 2;
+  start_from_priors(m, f.asked, s, run.report);
   const std::string zero = R8("0.0"), row0 = zero + zero + "\n", half = R8("0.5");
   const std::string determinants =
       "Determinant of initial G-Matrice(s)\n" + std::string(30, ' ') + "    1     1.50000000000000    \n" +
@@ -221,13 +222,13 @@ TEST(start_from_priors, prints_no_pattern_inverses_for_one_trait) {
   const model_records m = build_model(d);
   equation_layout layout;
   sampler_store s;
-  run_frame f;
+  zeph_test::chain_frame f;
   count_equations(m, layout, quiet.report);
   SETGROUPS(m, layout, quiet.report, 0);
   QVAgib_ALLOC(m, s, quiet.report);
-  allocate_dispersion(m, layout, f, s, quiet.report);
-  f.test_level = 2;
-  start_from_priors(m, f, s, run.report);
+  allocate_dispersion(m, layout, f.state, s, quiet.report);
+  f.asked.test_level = 2;
+  start_from_priors(m, f.asked, s, run.report);
   EXPECT_EQ(run.text(), "Determinant of initial G-Matrice(s)\nDet. of all existing R-Matrices \n" + I(1) +
                             I(1) + R8("0.0") + "\n");
 }
@@ -244,12 +245,12 @@ TEST(print_start_matrices, shows_priors_and_residual_matrices) {
   std::copy(cov, cov + 4, m.RMAT(1).COV_MAT.begin());
   equation_layout layout;
   sampler_store s;
-  run_frame f;
+  zeph_test::chain_frame f;
   count_equations(m, layout, quiet.report);
   SETGROUPS(m, layout, quiet.report, 0);
   QVAgib_ALLOC(m, s, quiet.report);
-  allocate_dispersion(m, layout, f, s, quiet.report);
-  start_from_priors(m, f, s, quiet.report);
+  allocate_dispersion(m, layout, f.state, s, quiet.report);
+  start_from_priors(m, f.asked, s, quiet.report);
   print_start_matrices(m, s, run.report);
   EXPECT_EQ(run.text(), "Prior co-variance matrices\nMatrix no " + I(1) + "\n" + R8("3.0") + R8("0.75") +
                             "\n" + R8("0.5") + R8("1.0") + "\nResidual dispersion parameters\nrcov " +
@@ -263,17 +264,17 @@ TEST(allocate_dispersion, prints_the_number_of_residual_groups_and_sizes_the_sto
   count_equations(c.m, c.layout, quiet.report);
   SETGROUPS(c.m, c.layout, quiet.report, 0);
   QVAgib_ALLOC(c.m, c.s, quiet.report);
-  allocate_dispersion(c.m, c.layout, c.f, c.s, c.run.report);
+  allocate_dispersion(c.m, c.layout, c.f.state, c.s, c.run.report);
   EXPECT_EQ(c.run.text(), "         No of groups for residual variance ................          3\n");
   EXPECT_EQ(c.s.sscp.extent(1), 6); // packed order 3
   EXPECT_EQ(c.s.sscp.extent(2), 5); // 2 factors, 3 groups
   EXPECT_EQ(c.s.IDET_RVAR.size(), 5);
-  EXPECT_EQ(c.f.matopd.size(), 6);
-  EXPECT_EQ(c.f.matopd(5), 1);
-  EXPECT_EQ(c.f.matopd(6), 0); // the last is not active
-  EXPECT_EQ(c.f.gropd.size(), 2);
-  EXPECT_EQ(c.f.gropd(2), 1);
-  EXPECT_EQ(c.f.ntr, (std::vector<std::int32_t>{2, 1, 3}));
+  EXPECT_EQ(c.f.state.matopd.size(), 6);
+  EXPECT_EQ(c.f.state.matopd(5), 1);
+  EXPECT_EQ(c.f.state.matopd(6), 0); // the last is not active
+  EXPECT_EQ(c.f.state.gropd.size(), 2);
+  EXPECT_EQ(c.f.state.gropd(2), 1);
+  EXPECT_EQ(c.f.state.ntr, (std::vector<std::int32_t>{2, 1, 3}));
 }
 
 TEST(allocate_dispersion, counts_one_group_when_the_model_names_none) {
@@ -281,7 +282,7 @@ TEST(allocate_dispersion, counts_one_group_when_the_model_names_none) {
   heard_run quiet;
   count_equations(c.m, c.layout, quiet.report);
   SETGROUPS(c.m, c.layout, quiet.report, 0);
-  allocate_dispersion(c.m, c.layout, c.f, c.s, c.run.report);
+  allocate_dispersion(c.m, c.layout, c.f.state, c.s, c.run.report);
   EXPECT_EQ(c.s.G, 1);
 }
 

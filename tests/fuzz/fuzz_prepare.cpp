@@ -3,6 +3,7 @@
 // directory, and a run of one round goes over it.
 #include "control/chain_loop.h"
 #include "control/run_driver.h"
+#include "listing/stops.h"
 #include "prepare/messages.h"
 #include "prepare/model_assembly.h"
 #include "prepare/model_description.h"
@@ -56,9 +57,9 @@ void run_once(const std::string& path) {
   zeph::run r(listing, path);
   try {
     zeph::start_run(r);
-    r.frame.nburn = 0;
-    r.frame.nround = std::clamp(r.frame.nround, 0, 1);
-    if (r.frame.analysis_type < 5) zeph::run_chain(r);
+    r.asked.nburn = 0;
+    r.asked.nround = std::clamp(r.asked.nround, 0, 1);
+    if (r.asked.analysis_type < 5) zeph::run_chain(r);
   } catch (const zeph::run_stop&) {}
 }
 

@@ -8,6 +8,7 @@
 #include "control/model_chains.h"
 #include "control/run_driver.h"
 #include "fuzz/framed_mutation.h"
+#include "listing/stops.h"
 #include "support/places.h"
 
 #include <algorithm>
@@ -72,13 +73,13 @@ private:
 
 // The few rounds of a started run, and its reports.
 void go_on(zeph::run& r) {
-  r.frame.nburn = std::clamp(r.frame.nburn, 0, 1);
-  r.frame.nround = std::clamp(r.frame.nround, 0, 3);
-  r.frame.isamp = std::clamp(r.frame.isamp, 1, 2);
-  if (r.frame.analysis_type < 5) {
+  r.asked.nburn = std::clamp(r.asked.nburn, 0, 1);
+  r.asked.nround = std::clamp(r.asked.nround, 0, 3);
+  r.asked.isamp = std::clamp(r.asked.isamp, 1, 2);
+  if (r.asked.analysis_type < 5) {
     zeph::run_chain(r);
     zeph::report_run(r);
-  } else if (r.frame.analysis_type == 5) {
+  } else if (r.asked.analysis_type == 5) {
     zeph::run_models(r);
   } else {
     zeph::run_jump_chain(r);

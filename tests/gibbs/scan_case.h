@@ -13,6 +13,7 @@
 #include "control/start_values.h"
 #include "gibbs/scan/gibscan.h"
 #include "gibbs/scan/scan_records.h"
+#include "support/chain_frame.h"
 #include "support/check.h"
 #include "support/dense_matrix.h"
 #include "support/model_builder.h"
@@ -44,8 +45,8 @@ struct scan_case {
     SETGROUPS(m, layout, quiet.report, 0);
     QVAgib_ALLOC(m, s, quiet.report);
     allocate_equations(layout, s, quiet.report);
-    allocate_dispersion(m, layout, f, s, quiet.report);
-    start_from_priors(m, f, s, quiet.report);
+    allocate_dispersion(m, layout, f.state, s, quiet.report);
+    start_from_priors(m, f.asked, s, quiet.report);
     MME_ALLOC(m, entries, design, quiet.report);
     design.nobs = m.nobs();
     for (std::int32_t r = 1; r <= design.nobs; ++r) {
@@ -98,7 +99,7 @@ struct scan_case {
   mixture_store mixtures;
   round_work work;
   random_sources sources{run.report};
-  run_frame f;
+  zeph_test::chain_frame f;
   sample_files files;
 };
 

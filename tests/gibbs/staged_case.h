@@ -46,7 +46,7 @@ inline void number_effects(trait_record& t, std::int32_t place, std::int32_t k) 
   t.n_r = 1;
   t.n_ef = t.n_f + 1;
   t.EF_INP.take(t.n_ef);
-  for (vec<std::int32_t>* x : {&t.r_ef_inp, &t.r_ef_rci, &t.r_ef_matno, &t.ass_rf}) x->take(1);
+  for (vec<std::int32_t>* x : {&t.r_ef_inp, &t.r_ef_rci, &t.r_ef_matno, &t.carried.ass_rf}) x->take(1);
   for (std::int32_t j = 1; j <= t.n_f; ++j) t.EF_INP(j) = t.f_ef_inp(j) = 100 + t.f_ef_rci(j);
   t.EF_INP(t.n_ef) = t.r_ef_inp(1) = 100 + place;
   t.r_ef_rci(1) = place;
@@ -72,24 +72,24 @@ struct staged_case : scan_case {
     number_effects(m.MODEL(1), 4, 2);
     number_effects(m.MODEL(2), 3, 1);
     start(10);
-    f.analysis_type = analysis_type;
-    f.stdef = o.stdef;
-    f.FETOCV = {{1, 1, 1, {4}, {0}}, {o.related ? 2 : 1, 2, 1, {5}, {3}}};
-    f.nfeto = 2;
+    f.asked.analysis_type = analysis_type;
+    f.asked.stdef = o.stdef;
+    f.asked.FETOCV = {{1, 1, 1, {4}, {0}}, {o.related ? 2 : 1, 2, 1, {5}, {3}}};
+    f.asked.nfeto = 2;
     number_sequence x(23);
     make_records(records, x);
     for (double& u : s.sol) u = x.between(-2, 2);
     heard_run quiet;
-    FETOCV(m, layout, f, "DIR", design, quiet.report);
+    FETOCV(m, layout, f.asked, "DIR", design, quiet.report);
     for (std::int32_t r = 1; r <= records; ++r) keep(r, quiet.report);
     mark_zero_covariances(m, s, quiet.report);
     EXPECT_EQ(ZEPHVAR_ALLOC(m, s, quiet.report), 0);
-    fill_vec(f.PDF, {9, 8, 9});
-    fill_vec(f.DDF, {4, 3, 0});
+    fill_vec(f.asked.PDF, {9, 8, 9});
+    fill_vec(f.asked.DDF, {4, 3, 0});
     count_group_records(m, design);
     SETALL(sources.combined, 12345, 67890);
     RMARIN(sources.marsaglia, 1802, 9373);
-    f.isamp = f.nburn = 100000;
+    f.asked.isamp = f.asked.nburn = 100000;
   }
 
   void make_records(std::int32_t records, number_sequence& x) {
@@ -171,9 +171,9 @@ struct staged_case : scan_case {
   }
 
   void round() {
-    ++f.iround;
+    ++f.state.iround;
     scan_records r = records();
-    GIBSCAN(r, f, files);
+    GIBSCAN(r, f.asked, f.state, f.counts, files);
   }
 };
 

@@ -2,6 +2,7 @@
 
 #include "input/data_loading.h"
 #include "input_frame.h"
+#include "support/chain_frame.h"
 #include "support/model_builder.h"
 
 #include <cmath>
@@ -47,19 +48,19 @@ struct covariate_case : input_frame {
     SETGROUPS(m, layout, quiet.report, 0);
   }
   void ask(std::vector<fetocv_entry> list, std::int32_t stdef = 0) {
-    f.FETOCV = std::move(list);
-    f.nfeto = static_cast<std::int32_t>(f.FETOCV.size());
-    f.stdef = stdef;
+    f.asked.FETOCV = std::move(list);
+    f.asked.nfeto = static_cast<std::int32_t>(f.asked.FETOCV.size());
+    f.asked.stdef = stdef;
   }
   int find() {
-    return exit_code([&] { FETOCV(m, layout, f, "DIR", design, report); });
+    return exit_code([&] { FETOCV(m, layout, f.asked, "DIR", design, report); });
   }
   const class_effect_source& source(std::size_t i = 0) const { return design.covariates.FETOCVRC.at(i); }
 
   model_records m;
   equation_layout layout;
   design_store design;
-  run_frame f;
+  zeph_test::chain_frame f;
 };
 
 std::string echo(const std::string& label, const std::vector<int>& values) {
@@ -234,7 +235,7 @@ TEST(FETOCV, refuses_mixture_regressions) {
 
 TEST(FETOCV, prints_its_tables_above_test_level_1) {
   covariate_case c;
-  c.f.test_level = 2;
+  c.f.asked.test_level = 2;
   c.ask({{1, 1, 1, {4}, {30}}});
   ASSERT_EQ(c.find(), 0);
   const auto I = [](int x) {
@@ -258,7 +259,7 @@ TEST(FETOCV, reports_each_store_that_it_cannot_have) {
   const std::vector<std::string> names = walk_of_allocations([](input_frame& frame) {
     covariate_case c;
     c.ask({{1, 1, 1, {4}, {0}}});
-    FETOCV(c.m, c.layout, c.f, "DIR", c.design, frame.report);
+    FETOCV(c.m, c.layout, c.f.asked, "DIR", c.design, frame.report);
   });
   EXPECT_EQ(names, (std::vector<std::string>{"FETOCVRC in FETOCV", "REGRM in FETOCV", "gfetocv in FETOCV",
                                              "HCSOL in FETOCV", "regrnfe_m in FETOCV", "regrn_m in FETOCV",

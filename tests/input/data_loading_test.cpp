@@ -86,7 +86,7 @@ described_model one_factor(std::int32_t levels, std::int32_t order, const std::v
 TEST(largest_record, adds_regressions_effects_and_contributions) {
   model_records m = build_model(two_traits(0));
   EXPECT_EQ(largest_record(m), 3 + 2 + 2); // three regressions, two effects with equations, two contributions
-  m.RMAT(1).n_reff = 4;
+  m.RMAT(1).carried.n_reff = 4;
   fill_vec<logical>(m.RMAT(1).INTERCEPT, {1, 1, 0, 1});
   EXPECT_EQ(largest_record(m), 3 + 2 + 3); // more true intercepts than contributions
 }
@@ -216,7 +216,7 @@ TEST(READTOMEM, keeps_the_order_of_building_among_equal_equations) {
 TEST(READTOMEM, has_room_for_more_contributions_than_intercepts) {
   described_model d = one_factor(3, 1, {{1, 1, 1}, {1, 2, 1}, {1, 3, 1}});
   loaded f(d);
-  f.m.RMAT(1).n_reff = 1;
+  f.m.RMAT(1).carried.n_reff = 1;
   fill_vec<logical>(f.m.RMAT(1).INTERCEPT, {1});
   EXPECT_EQ(f.load({{1, 2, 3, 1, 1, 1}}, {{1, 0, 0}}), 0);
   EXPECT_EQ(f.design.M_M(1), 3);

@@ -90,35 +90,41 @@ TEST(QVAMRD, fills_the_run_header_from_hand_written_bytes) {
   EXPECT_EQ(m.mi_text[4], padded("fifth", 200));
   EXPECT_TRUE(m.l_residuals);
   EXPECT_FALSE(m.l_sol_samples);
-  EXPECT_EQ((row{1.0 * m.mi_1_6, 1.0 * m.mi_1a_2, 1.0 * m.model_kind, 1.0 * m.solver_code, 1.0 * m.sol_layout,
-                 1.0 * m.test_level, m.mi_2_5}),
+  EXPECT_EQ((row{1.0 * m.carried.mi_1_6, 1.0 * m.carried.mi_1a_2, 1.0 * m.model_kind, 1.0 * m.solver_code,
+                 1.0 * m.sol_layout, 1.0 * m.test_level, m.carried.mi_2_5}),
             (row{16, 12, 2, 20, 1, 3, 2.5}));
   EXPECT_EQ(cells(m.data_dims), (row{41, 42, 6, 44}));
   EXPECT_EQ(m.nobs(), 6);
   EXPECT_TRUE(m.keeps_residuals());
-  EXPECT_EQ(m.mi_2_7, 27);
-  EXPECT_TRUE(m.mi_2_8);
-  EXPECT_EQ((row{1.0 * m.mme_elems, 1.0 * m.mi_3_2, 1.0 * m.mi_3_3, m.mi_3_4, 1.0 * m.mi_3_5, m.mi_3_6}),
+  EXPECT_EQ(m.carried.mi_2_7, 27);
+  EXPECT_TRUE(m.carried.mi_2_8);
+  EXPECT_EQ((row{1.0 * m.carried.mme_elems, 1.0 * m.carried.mi_3_2, 1.0 * m.carried.mi_3_3, m.carried.mi_3_4,
+                 1.0 * m.carried.mi_3_5, m.carried.mi_3_6}),
             (row{31, 32, 33, 3.4, 35, 3.6}));
-  EXPECT_EQ((row{1.0 * m.nt, 1.0 * m.mi_3b_2, 1.0 * m.mi_3b_3, 1.0 * m.ncat, 1.0 * m.mi_3b_5}),
+  EXPECT_EQ((row{1.0 * m.nt, 1.0 * m.carried.mi_3b_2, 1.0 * m.carried.mi_3b_3, 1.0 * m.ncat,
+                 1.0 * m.carried.mi_3b_5}),
             (row{1, 302, 303, 0, 305}));
-  EXPECT_EQ((row{1.0 * m.mi_4_1, 1.0 * m.mi_4_2, 1.0 * m.mi_4_3}), (row{401, 402, 403}));
-  EXPECT_EQ(cells(m.TraitIdWithWeight), (row{7}));
-  EXPECT_EQ((row{1.0 * m.n_abgr, 1.0 * m.mi_5_2, 1.0 * m.mi_5a_3, 1.0 * m.mi_5b_1, 1.0 * m.n_cure_seq}),
+  EXPECT_EQ((row{1.0 * m.carried.mi_4_1, 1.0 * m.carried.mi_4_2, 1.0 * m.carried.mi_4_3}),
+            (row{401, 402, 403}));
+  EXPECT_EQ(cells(m.carried.TraitIdWithWeight), (row{7}));
+  EXPECT_EQ((row{1.0 * m.carried.n_abgr, 1.0 * m.carried.mi_5_2, 1.0 * m.carried.mi_5a_3,
+                 1.0 * m.carried.mi_5b_1, 1.0 * m.n_cure_seq}),
             (row{2, 502, 55, 511, 9}));
-  EXPECT_EQ(cells(m.NABGR), (row{51, 52}));
-  EXPECT_EQ(cells(m.MN_ABGR), (row{53, 54}));
-  EXPECT_EQ(
-      (row{1.0 * m.mnef, 1.0 * m.mi_6_2, 1.0 * m.mi_6_3, 1.0 * m.mxreg, 1.0 * m.nramat, 1.0 * m.mi_33_2}),
-      (row{1, 602, 603, 2, 1, 332}));
-  EXPECT_EQ((row{1.0 * m.nregt, 1.0 * m.mi_7_2, 1.0 * m.nfreg, 1.0 * m.mi_7_4}), (row{2, 702, 1, 704}));
-  EXPECT_EQ((row{1.0 * m.mi_8_1, 1.0 * m.mi_8_2, 1.0 * m.nfeq, 1.0 * m.mi_9_2}), (row{801, 802, 7, 902}));
+  EXPECT_EQ(cells(m.carried.NABGR), (row{51, 52}));
+  EXPECT_EQ(cells(m.carried.MN_ABGR), (row{53, 54}));
+  EXPECT_EQ((row{1.0 * m.mnef, 1.0 * m.carried.mi_6_2, 1.0 * m.carried.mi_6_3, 1.0 * m.mxreg, 1.0 * m.nramat,
+                 1.0 * m.carried.mi_33_2}),
+            (row{1, 602, 603, 2, 1, 332}));
+  EXPECT_EQ((row{1.0 * m.nregt, 1.0 * m.carried.mi_7_2, 1.0 * m.nfreg, 1.0 * m.carried.mi_7_4}),
+            (row{2, 702, 1, 704}));
+  EXPECT_EQ((row{1.0 * m.carried.mi_8_1, 1.0 * m.carried.mi_8_2, 1.0 * m.nfeq, 1.0 * m.carried.mi_9_2}),
+            (row{801, 802, 7, 902}));
   EXPECT_EQ(cells(m.NLEV), (row{3}));
   EXPECT_EQ(cells(m.NRALEV), (row{4}));
-  EXPECT_EQ(m.mi_11_3, 1103);
+  EXPECT_EQ(m.carried.mi_11_3, 1103);
   EXPECT_EQ(m.n_norcov, 0);
   EXPECT_EQ(cells(m.NORCOV), (row{161, 162}));
-  EXPECT_TRUE(m.mi_17a);
+  EXPECT_TRUE(m.carried.mi_17a);
 }
 
 TEST(QVAMRD, fills_the_trait_from_hand_written_bytes) {
@@ -129,48 +135,49 @@ TEST(QVAMRD, fills_the_trait_from_hand_written_bytes) {
   EXPECT_EQ((row{1.0 * t.TRAIT_TYPE, 1.0 * t.TRAIT_INP, 1.0 * t.Y_RCI, 1.0 * t.link2, 1.0 * t.link1}),
             (row{1, 18, 1, 185, 186}));
   EXPECT_EQ(t.TRAIT_NAME, "milk    ");
-  EXPECT_EQ((row{1.0 * t.m18_7, 1.0 * t.m18_8, 1.0 * t.m18_9, 1.0 * t.m18_10, 1.0 * t.m18_11, 1.0 * t.SEQ_RCI,
-                 1.0 * t.m18_13, 1.0 * t.m18_14}),
+  EXPECT_EQ((row{1.0 * t.carried.m18_7, 1.0 * t.carried.m18_8, 1.0 * t.carried.m18_9, 1.0 * t.carried.m18_10,
+                 1.0 * t.carried.m18_11, 1.0 * t.SEQ_RCI, 1.0 * t.carried.m18_13, 1.0 * t.carried.m18_14}),
             (row{187, 188, 189, 1810, 1811, 1812, 1813, 1814}));
-  EXPECT_TRUE(t.m18_15);
-  EXPECT_EQ((row{1.0 * t.WGT_INP, 1.0 * t.WGT_FLAG, 1.0 * t.WGT_RCI, 1.0 * t.MIX_EQ_TYPE, 1.0 * t.m19_7,
-                 1.0 * t.m19_9}),
+  EXPECT_TRUE(t.carried.m18_15);
+  EXPECT_EQ((row{1.0 * t.carried.WGT_INP, 1.0 * t.WGT_FLAG, 1.0 * t.WGT_RCI, 1.0 * t.MIX_EQ_TYPE,
+                 1.0 * t.carried.m19_7, 1.0 * t.carried.m19_9}),
             (row{191, 1, 4, 1, 197, 199}));
-  EXPECT_EQ(t.WGT_NAME, "weight  ");
-  EXPECT_EQ(t.m19_8, "carried ");
+  EXPECT_EQ(t.carried.WGT_NAME, "weight  ");
+  EXPECT_EQ(t.carried.m19_8, "carried ");
   EXPECT_TRUE(t.L_MIX_TRAIT);
-  EXPECT_EQ((row{1.0 * t.n_abs, 1.0 * t.n_ef, 1.0 * t.n_f, 1.0 * t.n_r, 1.0 * t.m21_4, 1.0 * t.n_reg,
-                 1.0 * t.n_tms}),
+  EXPECT_EQ((row{1.0 * t.carried.n_abs, 1.0 * t.n_ef, 1.0 * t.n_f, 1.0 * t.n_r, 1.0 * t.carried.m21_4,
+                 1.0 * t.n_reg, 1.0 * t.carried.n_tms}),
             (row{2, 2, 1, 1, 214, 2, 3}));
-  EXPECT_EQ((row{1.0 * t.m23_1, 1.0 * t.m23_2, 1.0 * t.m23_3, 1.0 * t.m23_4, 1.0 * t.m24_1, 1.0 * t.m24_2}),
+  EXPECT_EQ((row{1.0 * t.carried.m23_1, 1.0 * t.carried.m23_2, 1.0 * t.carried.m23_3, 1.0 * t.carried.m23_4,
+                 1.0 * t.carried.m24_1, 1.0 * t.carried.m24_2}),
             (row{231, 232, 233, 234, 241, 242}));
-  EXPECT_EQ(cells(t.A_EF_INP), (row{251, 252}));
-  EXPECT_EQ(t.A_EF_NAME.cells, (names{"herd    ", "barn    "}));
-  EXPECT_EQ(cells(t.A_EF_RCI), (row{253, 254}));
+  EXPECT_EQ(cells(t.carried.A_EF_INP), (row{251, 252}));
+  EXPECT_EQ(t.carried.A_EF_NAME.cells, (names{"herd    ", "barn    "}));
+  EXPECT_EQ(cells(t.carried.A_EF_RCI), (row{253, 254}));
   EXPECT_EQ(cells(t.EF_INP), (row{261, 262}));
-  EXPECT_EQ(cells(t.EF_RCI), (row{263, 264}));
-  EXPECT_EQ(cells(t.REDUCE), (row{265, 266}));
+  EXPECT_EQ(cells(t.carried.EF_RCI), (row{263, 264}));
+  EXPECT_EQ(cells(t.carried.REDUCE), (row{265, 266}));
   EXPECT_EQ(cells(t.INTERCEPT), (row{1, 0}));
-  EXPECT_EQ(cells(t.F_INTERCEPT), (row{0}));
-  EXPECT_EQ(cells(t.R_INTERCEPT), (row{1}));
-  EXPECT_EQ(cells(t.EF_COEFF), (row{2.25, 2.5}));
-  EXPECT_EQ(cells(t.F_EF_COEFF), (row{2.75}));
-  EXPECT_EQ(cells(t.R_EF_COEFF), (row{3.25}));
-  EXPECT_EQ(cells(t.MERGE_PREV), (row{1}));
+  EXPECT_EQ(cells(t.carried.F_INTERCEPT), (row{0}));
+  EXPECT_EQ(cells(t.carried.R_INTERCEPT), (row{1}));
+  EXPECT_EQ(cells(t.carried.EF_COEFF), (row{2.25, 2.5}));
+  EXPECT_EQ(cells(t.carried.F_EF_COEFF), (row{2.75}));
+  EXPECT_EQ(cells(t.carried.R_EF_COEFF), (row{3.25}));
+  EXPECT_EQ(cells(t.carried.MERGE_PREV), (row{1}));
   EXPECT_EQ(cells(t.f_ef_inp), (row{271}));
   EXPECT_EQ(t.F_EF_NAME.cells, (names{"sex     "}));
   EXPECT_EQ(cells(t.f_ef_rci), (row{2}));
   EXPECT_EQ(cells(t.r_ef_inp), (row{281}));
-  EXPECT_EQ(t.R_EF_NAME.cells, (names{"animal  "}));
+  EXPECT_EQ(t.carried.R_EF_NAME.cells, (names{"animal  "}));
   EXPECT_EQ(cells(t.r_ef_rci), (row{3}));
   EXPECT_EQ(cells(t.r_ef_matno), (row{1}));
-  EXPECT_EQ(cells(t.ass_rf), (row{321}));
-  EXPECT_TRUE(t.m33_1);
-  EXPECT_EQ((row{t.m33_2, 1.0 * t.m33_3, 1.0 * t.m33_4}), (row{33.5, 333, 334}));
-  EXPECT_EQ(t.m34[0], padded("one", 256));
-  EXPECT_EQ(t.m34[6], padded("seven", 256));
+  EXPECT_EQ(cells(t.carried.ass_rf), (row{321}));
+  EXPECT_TRUE(t.carried.m33_1);
+  EXPECT_EQ((row{t.carried.m33_2, 1.0 * t.carried.m33_3, 1.0 * t.carried.m33_4}), (row{33.5, 333, 334}));
+  EXPECT_EQ(t.carried.m34[0], padded("one", 256));
+  EXPECT_EQ(t.carried.m34[6], padded("seven", 256));
   EXPECT_TRUE(t.L_CENS);
-  EXPECT_EQ((row{1.0 * t.CENS_INP, 1.0 * t.CENS_RCI, 1.0 * t.UPPER_INP, 1.0 * t.UPPER_RCI}),
+  EXPECT_EQ((row{1.0 * t.carried.CENS_INP, 1.0 * t.CENS_RCI, 1.0 * t.carried.UPPER_INP, 1.0 * t.UPPER_RCI}),
             (row{341, 3, 343, 2}));
 }
 
@@ -183,13 +190,13 @@ TEST(QVAMRD, fills_the_regressions_from_hand_written_bytes) {
   EXPECT_EQ(cells(t.REG_MIXTURE), (row{0, 1}));
   EXPECT_EQ(t.REG_NAME.cells, (names{"age     ", "days    "}));
   EXPECT_EQ(cells(t.REG_RCI), (row{2, 3}));
-  EXPECT_EQ(cells(t.n_times), (row{293, 294, 295}));
-  EXPECT_EQ(cells(t.REG_N_INP), (row{301, 302}));
-  EXPECT_EQ(t.REG_NAME_N.cells, (names{std::string(18, ' '), "sex of the animal "}));
+  EXPECT_EQ(cells(t.carried.n_times), (row{293, 294, 295}));
+  EXPECT_EQ(cells(t.carried.REG_N_INP), (row{301, 302}));
+  EXPECT_EQ(t.carried.REG_NAME_N.cells, (names{std::string(18, ' '), "sex of the animal "}));
   EXPECT_EQ(cells(t.REG_N_RCI), (row{305, 1}));
   EXPECT_EQ(cells(t.REG_N_EF_INP), (row{306, 1}));
   EXPECT_EQ(cells(t.REG_R_MATNO), (row{0, 1}));
-  EXPECT_EQ(cells(t.REG_N_LEVEL), (row{311, 312}));
+  EXPECT_EQ(cells(t.carried.REG_N_LEVEL), (row{311, 312}));
 }
 
 TEST(QVAMRD, fills_a_factor_from_hand_written_bytes) {
@@ -197,20 +204,21 @@ TEST(QVAMRD, fills_a_factor_from_hand_written_bytes) {
   ASSERT_EQ(r.ierr, 0);
   ASSERT_EQ(r.m.RMAT_rows.size(), 2U);
   const structure_record& s = r.m.RMAT(1);
-  EXPECT_EQ((row{1.0 * s.n_cont, 1.0 * s.n_rc, 1.0 * s.n_t, 1.0 * s.n_rid, 1.0 * s.n_reff}),
+  EXPECT_EQ((row{1.0 * s.n_cont, 1.0 * s.n_rc, 1.0 * s.n_t, 1.0 * s.n_rid, 1.0 * s.carried.n_reff}),
             (row{3, 2, 2, 2, 2}));
   EXPECT_EQ(s.CV_STRUCT, "PED         ");
   EXPECT_TRUE(structure_is(s, "PED"));
   EXPECT_EQ((row{1.0 * s.r36, 1.0 * s.QTL_FACTOR, 1.0 * s.n_phg}), (row{36, 37, 2}));
   EXPECT_TRUE(s.L_RAM);
-  EXPECT_EQ(s.r48, (std::array<std::int64_t, 3>{5000000481, 482, 483}));
-  EXPECT_EQ(s.r72, (std::array<std::int64_t, 2>{-721, 722}));
-  EXPECT_EQ(cells(s.PHG_LIST), (row{3401, 3402, 3403, 3404}));
-  EXPECT_EQ(s.PHG_LIST(1, 2), 3403);
+  EXPECT_EQ(s.carried.r48, (std::array<std::int64_t, 3>{5000000481, 482, 483}));
+  EXPECT_EQ(s.carried.r72, (std::array<std::int64_t, 2>{-721, 722}));
+  EXPECT_EQ(cells(s.carried.PHG_LIST), (row{3401, 3402, 3403, 3404}));
+  EXPECT_EQ(s.carried.PHG_LIST(1, 2), 3403);
   EXPECT_TRUE(s.r216);
-  EXPECT_EQ((row{s.r192, 1.0 * s.r236, s.r200, 1.0 * s.r860}), (row{1.92, 236, 2.125, 860}));
-  EXPECT_EQ(s.r240, padded("r240", 200));
-  EXPECT_EQ((std::vector<bool>{s.r232, s.r864, s.r5288, s.r2456}),
+  EXPECT_EQ((row{s.carried.r192, 1.0 * s.carried.r236, s.carried.r200, 1.0 * s.carried.r860}),
+            (row{1.92, 236, 2.125, 860}));
+  EXPECT_EQ(s.carried.r240, padded("r240", 200));
+  EXPECT_EQ((std::vector<bool>{s.carried.r232, s.carried.r864, s.carried.r5288, s.carried.r2456}),
             (std::vector<bool>{true, true, false, true}));
   EXPECT_EQ(cells(s.TRAIT_NO), (row{1, 1}));
   EXPECT_EQ(cells(s.TRAIT_INP), (row{363, 364}));
@@ -218,26 +226,26 @@ TEST(QVAMRD, fills_a_factor_from_hand_written_bytes) {
   EXPECT_EQ(cells(s.CONT_RC), (row{1, 1, 2}));
   EXPECT_EQ(cells(s.CONT_T_NO), (row{1, 1, 1}));
   EXPECT_EQ(cells(s.CONT_LC), (row{0, 0, 1}));
-  EXPECT_EQ(cells(s.CONT_T_INP), (row{3601, 3602, 3603}));
-  EXPECT_EQ(cells(s.CONT_T_RCI), (row{3604, 3605, 3606}));
-  EXPECT_EQ(cells(s.CONT_EFF), (row{3607, 3608, 3609}));
-  EXPECT_EQ(cells(s.CONT_EFF_INP), (row{3610, 3611, 3612}));
+  EXPECT_EQ(cells(s.carried.CONT_T_INP), (row{3601, 3602, 3603}));
+  EXPECT_EQ(cells(s.carried.CONT_T_RCI), (row{3604, 3605, 3606}));
+  EXPECT_EQ(cells(s.carried.CONT_EFF), (row{3607, 3608, 3609}));
+  EXPECT_EQ(cells(s.carried.CONT_EFF_INP), (row{3610, 3611, 3612}));
   EXPECT_EQ(cells(s.CONT_EFF_RCI), (row{3, 4, 5}));
-  EXPECT_EQ(cells(s.CONT_RR_INP), (row{3613, 3614, 3615}));
+  EXPECT_EQ(cells(s.carried.CONT_RR_INP), (row{3613, 3614, 3615}));
   EXPECT_EQ(cells(s.CONT_RR_RCI), (row{0, 3, 0}));
-  EXPECT_EQ(s.CONT_ID_NO.cells, (names{"id1     ", "id2     ", "id3     "}));
-  EXPECT_EQ(s.CONT_T_NAME.cells, (names{"t1      ", "t2      ", "t3      "}));
-  EXPECT_EQ(s.CONT_RR_NAME.cells, (names{"rr1     ", "rr2     ", "rr3     "}));
+  EXPECT_EQ(s.carried.CONT_ID_NO.cells, (names{"id1     ", "id2     ", "id3     "}));
+  EXPECT_EQ(s.carried.CONT_T_NAME.cells, (names{"t1      ", "t2      ", "t3      "}));
+  EXPECT_EQ(s.carried.CONT_RR_NAME.cells, (names{"rr1     ", "rr2     ", "rr3     "}));
   EXPECT_EQ(cells(s.CONT_COEFF), (row{1, 0.5, 2}));
   EXPECT_EQ(cells(s.CONT_RR_EFF), (row{0, 1, 0}));
-  EXPECT_EQ(cells(s.REDUCE), (row{371, 372}));
-  EXPECT_EQ(cells(s.R_EFF), (row{373, 374}));
-  EXPECT_EQ(cells(s.R_EFF_INP), (row{375, 376}));
-  EXPECT_EQ(cells(s.TRAIT_BLK_SIZE), (row{377, 378}));
-  EXPECT_EQ(cells(s.TRAIT_BLK_STAERT), (row{379, 380}));
-  EXPECT_EQ(cells(s.N_RR), (row{381, 382}));
-  EXPECT_EQ(cells(s.T_R_ID_RCI), (row{401, 402}));
-  EXPECT_EQ(cells(s.RANDOM_ID_INP), (row{411, 412}));
+  EXPECT_EQ(cells(s.carried.REDUCE), (row{371, 372}));
+  EXPECT_EQ(cells(s.carried.R_EFF), (row{373, 374}));
+  EXPECT_EQ(cells(s.carried.R_EFF_INP), (row{375, 376}));
+  EXPECT_EQ(cells(s.carried.TRAIT_BLK_SIZE), (row{377, 378}));
+  EXPECT_EQ(cells(s.carried.TRAIT_BLK_STAERT), (row{379, 380}));
+  EXPECT_EQ(cells(s.carried.N_RR), (row{381, 382}));
+  EXPECT_EQ(cells(s.carried.T_R_ID_RCI), (row{401, 402}));
+  EXPECT_EQ(cells(s.carried.RANDOM_ID_INP), (row{411, 412}));
   EXPECT_EQ(cells(s.INTERCEPT), (row{1, 0}));
   EXPECT_EQ(cells(s.R_EFF_RCI), (row{3, 423}));
   EXPECT_EQ(cells(s.T_NO), (row{1, 2}));
@@ -247,11 +255,12 @@ TEST(QVAMRD, fills_a_factor_from_hand_written_bytes) {
   EXPECT_EQ(cells(s.P_COV_MAT), (row{8, 2, 2.5, 6}));
   EXPECT_EQ(cells(s.GIF), (row{0.5, 0.125, 0.25, 0.75}));
   EXPECT_EQ(s.r3304, 1.25);
-  EXPECT_EQ(cells(s.L_CV_REST), (row{1, 0, 0, 0}));
-  EXPECT_EQ(cells(s.L_COR_REST), (row{0, 1, 0, 0}));
-  EXPECT_EQ((std::vector<bool>{s.r4792, s.r4796, s.r4872}), (std::vector<bool>{true, false, true}));
-  EXPECT_EQ(cells(s.L_VRATIO_ELEM), (row{0, 1}));
-  EXPECT_EQ(cells(s.P_RATIO), (row{5.5, 5.75}));
+  EXPECT_EQ(cells(s.carried.L_CV_REST), (row{1, 0, 0, 0}));
+  EXPECT_EQ(cells(s.carried.L_COR_REST), (row{0, 1, 0, 0}));
+  EXPECT_EQ((std::vector<bool>{s.carried.r4792, s.carried.r4796, s.carried.r4872}),
+            (std::vector<bool>{true, false, true}));
+  EXPECT_EQ(cells(s.carried.L_VRATIO_ELEM), (row{0, 1}));
+  EXPECT_EQ(cells(s.carried.P_RATIO), (row{5.5, 5.75}));
 }
 
 TEST(QVAMRD, fills_the_residual_and_the_offsets_from_hand_written_bytes) {
@@ -262,38 +271,39 @@ TEST(QVAMRD, fills_the_residual_and_the_offsets_from_hand_written_bytes) {
   EXPECT_EQ((row{1.0 * s.n_cont, 1.0 * s.n_rc, 1.0 * s.n_t, 1.0 * s.n_pat, 1.0 * s.n_hetgr}),
             (row{0, 1, 1, 1, 2}));
   EXPECT_FALSE(s.CONT_POS.allocated());
-  EXPECT_EQ((row{1.0 * s.HETGR_INP, 1.0 * s.HETGR_RCI}), (row{481, 2}));
-  EXPECT_EQ(s.HETGR_NAME, "stage   ");
-  EXPECT_TRUE(s.r4520);
-  EXPECT_TRUE(s.r5288);
-  EXPECT_EQ(cells(s.L_RCOV_ZERO), (row{0}));
-  EXPECT_EQ(cells(s.ISIT), (row{0, 1}));
-  EXPECT_EQ(s.ISIT(1), 1);
-  EXPECT_EQ(cells(s.ISIT_B), (row{491, 492}));
-  EXPECT_EQ(cells(s.ISIT_C), (row{493, 494}));
+  EXPECT_EQ((row{1.0 * s.carried.HETGR_INP, 1.0 * s.HETGR_RCI}), (row{481, 2}));
+  EXPECT_EQ(s.carried.HETGR_NAME, "stage   ");
+  EXPECT_TRUE(s.carried.r4520);
+  EXPECT_TRUE(s.carried.r5288);
+  EXPECT_EQ(cells(s.carried.L_RCOV_ZERO), (row{0}));
+  EXPECT_EQ(cells(s.carried.ISIT), (row{0, 1}));
+  EXPECT_EQ(s.carried.ISIT(1), 1);
+  EXPECT_EQ(cells(s.carried.ISIT_B), (row{491, 492}));
+  EXPECT_EQ(cells(s.carried.ISIT_C), (row{493, 494}));
   EXPECT_EQ(s.HETGR_CODE(2), 11);
   EXPECT_EQ(cells(s.HETG_N_OBS), (row{0, 4, 2}));
-  EXPECT_EQ(s.HETGR_NOBS(1, 1, 1), 5);
+  EXPECT_EQ(s.carried.HETGR_NOBS(1, 1, 1), 5);
   EXPECT_EQ(s.HETGR_COV_MAT(2, 1, 1), 20);
-  EXPECT_EQ(cells(s.HETGR_L_PR), (row{0, 1, 0}));
+  EXPECT_EQ(cells(s.carried.HETGR_L_PR), (row{0, 1, 0}));
   EXPECT_EQ(s.HETGR_RDET(1, 0), 2.25);
   EXPECT_EQ(s.HETGR_RDET(1, 1), 0.625);
   EXPECT_EQ(s.HETGR_RIIF(1, 1, 1, 1), 0.1);
   EXPECT_EQ(s.HETGR_RIIF(2, 1, 1, 1), 0.05);
-  EXPECT_EQ(cells(s.P_RATIO), (row{6.5}));
+  EXPECT_EQ(cells(s.carried.P_RATIO), (row{6.5}));
 
   const model_records& m = r.m;
   EXPECT_EQ(cells(m.NBEGREG), (row{0, 1}));
   EXPECT_EQ(cells(m.NBEGF), (row{4}));
   EXPECT_EQ(cells(m.NBEGRA), (row{7, 15}));
-  EXPECT_EQ(cells(m.NBEGRAT), (row{7, 8, 9, 10, 11, 12}));
-  EXPECT_EQ(m.NBEGRAT(3, 1), 9);
+  EXPECT_EQ(cells(m.carried.NBEGRAT), (row{7, 8, 9, 10, 11, 12}));
+  EXPECT_EQ(m.carried.NBEGRAT(3, 1), 9);
   EXPECT_EQ(m.SPRE(1), 1.5);
-  EXPECT_EQ(m.H2(1), 0.25);
-  EXPECT_EQ((row{1.0 * m.mi_58_1, m.mi_58_2, 1.0 * m.iv_50, 1.0 * m.n_real}), (row{581, 5.8, 6, 4}));
+  EXPECT_EQ(m.carried.H2(1), 0.25);
+  EXPECT_EQ((row{1.0 * m.carried.mi_58_1, m.carried.mi_58_2, 1.0 * m.iv_50, 1.0 * m.n_real}),
+            (row{581, 5.8, 6, 4}));
   EXPECT_TRUE(m.L_TD);
   EXPECT_FALSE(m.L_PTD);
-  EXPECT_EQ(m.TD_TYPE, "AB  ");
+  EXPECT_EQ(m.carried.TD_TYPE, "AB  ");
   EXPECT_EQ((row{1.0 * m.TD_FACTOR, 1.0 * m.PTD_INT, 1.0 * m.PTD_LIMIT, 1.0 * m.n_sol_cv}),
             (row{1, 605, 606, 2}));
   EXPECT_EQ(cells(m.SOL_CV_EQ_NO), (row{8, 9}));
@@ -332,7 +342,8 @@ TEST(write_modinf, names_the_first_thing_that_does_not_fit) {
   EXPECT_EQ(fault_of([](model_records& m) { m.NLEV.take(1, 2); }), "NLEV");
   EXPECT_EQ(fault_of([](model_records& m) { m.MODEL(1).REG_RCI.release(); }), "MODEL(:)%REG_RCI");
   EXPECT_EQ(fault_of([](model_records& m) { m.MODEL(1).REG_NAME.cells.pop_back(); }), "MODEL(:)%REG_NAME");
-  EXPECT_EQ(fault_of([](model_records& m) { m.residual().ISIT.take(2); }), "rmat(k)%isit"); // 1.. for 0..
+  EXPECT_EQ(fault_of([](model_records& m) { m.residual().carried.ISIT.take(2); }),
+            "rmat(k)%isit"); // 1.. for 0..
   EXPECT_EQ(fault_of([](model_records& m) { m.RMAT_rows.pop_back(); }), "RMAT");
   EXPECT_EQ(fault_of([](model_records& m) { m.MODEL_rows.clear(); }), "MODEL");
   EXPECT_EQ(fault_of([](model_records& m) { m.nt = 0; }), "nt");
@@ -361,11 +372,11 @@ TEST(QVAMRD, leaves_out_the_records_of_empty_lists) {
   small_model_form form{false, false, true};
   const reading r(framed(small_modinf(form)));
   EXPECT_EQ(r.ierr, 0);
-  EXPECT_EQ(r.m.NABGR.size(), 0);
-  EXPECT_EQ(r.m.MODEL(1).A_EF_RCI.size(), 0);
+  EXPECT_EQ(r.m.carried.NABGR.size(), 0);
+  EXPECT_EQ(r.m.MODEL(1).carried.A_EF_RCI.size(), 0);
   EXPECT_EQ(r.m.MODEL(1).REG_TYPE.size(), 0);
-  EXPECT_EQ(cells(r.m.MODEL(1).n_times), (row{0, 0, 0})); // stands in record 29
-  EXPECT_EQ(r.m.RMAT(1).PHG_LIST.size(), 0);
+  EXPECT_EQ(cells(r.m.MODEL(1).carried.n_times), (row{0, 0, 0})); // stands in record 29
+  EXPECT_EQ(r.m.RMAT(1).carried.PHG_LIST.size(), 0);
   EXPECT_EQ(r.m.n_sol_cv, -1);
   EXPECT_FALSE(r.m.SOL_CV_EQ_NO.allocated());
 }
@@ -388,7 +399,7 @@ TEST(QVAMRD, reads_the_residual_alone_when_there_is_no_factor) {
   EXPECT_EQ(r.ierr, 0);
   ASSERT_EQ(r.m.RMAT_rows.size(), 1U);
   EXPECT_TRUE(structure_is(r.m.RMAT(1), "GROUP"));
-  EXPECT_EQ(r.m.NBEGRAT.size(), 0);
+  EXPECT_EQ(r.m.carried.NBEGRAT.size(), 0);
   EXPECT_EQ(cells(r.m.SOL_CV_EQ_NO), (row{8, 9}));
 }
 
@@ -498,7 +509,7 @@ TEST(QVAMRD, keeps_zero_for_the_items_that_a_short_record_lacks) {
   EXPECT_EQ(r.ierr, 0);
   EXPECT_EQ(r.run.text(), short_text("9 - ios = ") + short_text("45 - ios = "));
   EXPECT_EQ(r.m.nfeq, 7);
-  EXPECT_EQ(r.m.mi_9_2, 0);
+  EXPECT_EQ(r.m.carried.mi_9_2, 0);
   EXPECT_EQ(cells(r.m.RMAT(1).COV_MAT), (row{4, 1, 1.5, 3}));
   EXPECT_EQ(cells(r.m.RMAT(1).P_COV_MAT), (row{8, 2, 0, 0}));
   EXPECT_EQ(r.m.RMAT(1).GIF(1, 1), 0.5);

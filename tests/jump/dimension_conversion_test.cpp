@@ -366,7 +366,7 @@ struct move_case : jump_case {
     zeph::jump_store& j = r->jump;
     j.jump_k = 1;
     j.jump_down = down;
-    j.new_model = j.small_model = j.large_model = r->frame.ntr;
+    j.new_model = j.small_model = j.large_model = r->state.ntr;
     j.new_model[0] = down ? dimension - 1 : dimension + 1;
     (down ? j.small_model : j.large_model)[0] = j.new_model[0];
     j.imax = j.large_model[0];

@@ -22,12 +22,12 @@ inline constexpr std::int32_t known_levels = 8;
 struct known_case : jump_case {
   known_case() : jump_case({{{"I", 2, known_levels}}, 2, 40, false, false, 1, 5, 7}) {
     start_moves(lines(6, 0, 1, 1000000));
-    for (std::int32_t g = 1; g < r->layout.ngroups; ++g) r->frame.gropd(g) = 0;
+    for (std::int32_t g = 1; g < r->layout.ngroups; ++g) r->state.gropd(g) = 0;
     for (std::int64_t e = 1; e <= m->NBEGRA(1); ++e) r->sampler.sol(e) = known_mean;
-    r->frame.matopd(2) = 0; // the residual matrix stays
-    r->frame.nburn = 1000000;
+    r->state.matopd(2) = 0; // the residual matrix stays
+    r->asked.nburn = 1000000;
   }
-  std::int32_t v() const { return r->frame.PDF(1); }
+  std::int32_t v() const { return r->asked.PDF(1); }
 
   // Means of the levels less the known mean, and their records.
   struct level_mean {
@@ -98,7 +98,7 @@ inline double exact_ratio(const known_case& c) {
   const mat<double>& G = c.r->jump.cov_new;
   const mat<double>& S = c.r->jump.prop_scale;
   const mat<double>& G0 = c.m->RMAT(1).COV_MAT;
-  const double v = c.v(), df = c.r->frame.prodf;
+  const double v = c.v(), df = c.r->asked.prodf;
   x = log_prior_2(G(1, 1), G(1, 2), G(2, 2), v, G0, v - 3.0) - log_prior_1(G(1, 1), v, (v - 2.0) * G0(1, 1));
   // the draw: order 2 given its first row, which alone has one degree of freedom less
   x -= log_prior_2(G(1, 1), G(1, 2), G(2, 2), df, S, 1.0) - log_prior_1(G(1, 1), df - 1.0, S(1, 1));
@@ -124,7 +124,7 @@ inline void hold_visits(int batches, int rounds, double largest_error) {
       c.r->jump.log_ratio = exact_ratio(c);
       decide_move(records);
       if (c.r->jump.accepted) take_move(records);
-      large += c.r->frame.ntr[0] == 2;
+      large += c.r->state.ntr[0] == 2;
       c.listing.str("");
     }
     if (batch < 0) continue;

@@ -149,7 +149,7 @@ TEST(propose_move, turns_at_the_ends_and_goes_either_way_between_them) {
       EXPECT_EQ(j.small_model[0], std::min(at, to));
       EXPECT_EQ(j.large_model[0], std::max(at, to));
       EXPECT_EQ(j.imax, std::max(at, to));
-      EXPECT_EQ(c.r->frame.ntr, (std::vector<std::int32_t>{at, 3}));
+      EXPECT_EQ(c.r->state.ntr, (std::vector<std::int32_t>{at, 3}));
     }
   }
   EXPECT_EQ(down[1], 0);
@@ -177,7 +177,7 @@ TEST(convert_dimension, scales_the_proposal_by_the_start_matrix) {
   jump_case c({{{"I", 3, 8}}, 3});
   c.start_moves(c.lines(6, 0, 1, 1));
   c.set_model({2});
-  c.r->frame.conv_coef = 0.5;
+  c.r->asked.conv_coef = 0.5;
   c.scan();
   jump_records records = jump_records_of(*c.r);
   do propose_move(records);
@@ -289,7 +289,7 @@ TEST(take_move, makes_the_new_model_the_one_in_force) {
     convert_dimension(records);
     take_move(records);
     const std::int32_t n = down ? 1 : 3;
-    EXPECT_EQ(c.r->frame.ntr, (std::vector<std::int32_t>{n, 3}));
+    EXPECT_EQ(c.r->state.ntr, (std::vector<std::int32_t>{n, 3}));
     EXPECT_EQ(c.r->layout.NGR(c.r->layout.ngroups, 2), n);
     dense_matrix G(n);
     for (std::int32_t i = 1; i <= n; ++i)
@@ -311,8 +311,8 @@ TEST(jump_rounds, tells_the_round_and_runs_from_burn_in_on) {
   c.start_moves(c.lines(6, 4, 3, 1));
   jump_records records = jump_records_of(*c.r);
   jump_rounds(records, c.r->files);
-  EXPECT_EQ(c.r->frame.iround, 8); // one past the last round
-  EXPECT_EQ(c.r->frame.nsamples, 3.0);
+  EXPECT_EQ(c.r->state.iround, 8); // one past the last round
+  EXPECT_EQ(c.r->counts.nsamples, 3.0);
   EXPECT_EQ(c.text().find("\nStarting round            5\n"), 0U);
   EXPECT_NE(c.text().find("\nStarting round            7\n"), std::string::npos);
   EXPECT_EQ(told_rounds(c.directory.read("zeinfo")).size(), 3U); // flushed: the file is still open
@@ -332,7 +332,7 @@ TEST(jump_rounds, ends_at_the_stop_signal_in_a_round_of_the_interval) {
   c.directory.write("STOP", "");
   jump_records records = jump_records_of(*c.r);
   jump_rounds(records, c.r->files);
-  EXPECT_EQ(c.r->frame.iround, 5);                               // 2 + 3
+  EXPECT_EQ(c.r->state.iround, 5);                               // 2 + 3
   EXPECT_EQ(told_rounds(c.directory.read("zeinfo")).size(), 3U); // the round was completed
   const std::string line = "Stop signal received. Processing ends graceously\n";
   EXPECT_NE(c.text().find(line + line + line), std::string::npos);
@@ -344,7 +344,7 @@ TEST(jump_rounds, takes_an_interval_of_0_as_1) {
   c.directory.write("STOP", "");
   jump_records records = jump_records_of(*c.r);
   jump_rounds(records, c.r->files);
-  EXPECT_EQ(c.r->frame.iround, 3);
+  EXPECT_EQ(c.r->state.iround, 3);
 }
 
 TEST(jump_rounds, moves_a_factor_of_two_rows_between_the_only_two_models) {
@@ -388,7 +388,7 @@ TEST(jump_rounds, are_the_same_with_either_scan_body) {
       jump_rounds(records, c->r->files);
     }
     ASSERT_EQ(fast.r->work.body, scan_body::fast);
-    EXPECT_EQ(plain.r->frame.ntr, fast.r->frame.ntr) << model.name;
+    EXPECT_EQ(plain.r->state.ntr, fast.r->state.ntr) << model.name;
     double apart = 0;
     for (std::int64_t e = 1; e <= plain.r->layout.neq; ++e)
       apart = std::max(apart, std::fabs(plain.r->sampler.sol(e) - fast.r->sampler.sol(e)));

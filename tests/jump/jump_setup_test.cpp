@@ -65,7 +65,7 @@ TEST(jump_setup, starts_with_one_row_of_each_factor) {
   c.r->sampler.PARVAR.fill(3.5);
   jump_records records = jump_records_of(*c.r);
   jump_setup(records, c.r->relations, 6);
-  EXPECT_EQ(c.r->frame.ntr, (std::vector<std::int32_t>{1, 1, 3}));
+  EXPECT_EQ(c.r->state.ntr, (std::vector<std::int32_t>{1, 1, 3}));
   EXPECT_EQ(c.r->sampler.GIF(1, 1, 1), 1.0 / 1.25); // COV_MAT(1,1)
   EXPECT_EQ(c.r->sampler.GIF(1, 1, 2), 1.0 / 1.25);
   EXPECT_EQ(c.m->RMAT(2).COV_MAT(1, 1), 1.25);
@@ -80,7 +80,7 @@ TEST(jump_setup, keeps_the_model_below_code_6) {
   c.start(c.lines(6, 0, 1, 1));
   jump_records records = jump_records_of(*c.r);
   jump_setup(records, c.r->relations, 5);
-  EXPECT_EQ(c.r->frame.ntr, (std::vector<std::int32_t>{3, 3}));
+  EXPECT_EQ(c.r->state.ntr, (std::vector<std::int32_t>{3, 3}));
 }
 
 TEST(jump_setup, stops_without_a_factor_of_two_rows) {

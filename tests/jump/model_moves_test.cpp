@@ -94,7 +94,7 @@ struct proposed_case : jump_case {
     zeph::jump_store& j = r->jump;
     j.jump_k = move.k;
     j.jump_down = move.down;
-    j.new_model = j.small_model = j.large_model = r->frame.ntr;
+    j.new_model = j.small_model = j.large_model = r->state.ntr;
     const auto at = static_cast<std::size_t>(move.k - 1);
     j.new_model[at] += move.down ? -1 : 1;
     (move.down ? j.small_model : j.large_model)[at] = j.new_model[at];
@@ -244,7 +244,7 @@ TEST_P(moved_model, finds_on_the_way_down_the_ratio_of_the_way_up) {
     const double up = c.r->jump.log_ratio;
     take_move(records);
     zeph::jump_store& j = c.r->jump;
-    j.large_model = c.r->frame.ntr;
+    j.large_model = c.r->state.ntr;
     j.new_model = j.small_model;
     j.jump_down = true;
     convert_dimension(records);

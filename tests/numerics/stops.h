@@ -4,7 +4,6 @@
 #include "listing/reporting.h"
 #include "listing/stops.h"
 
-
 #include <filesystem>
 #include <sstream>
 #include <string>

@@ -90,10 +90,10 @@ TEST(model_assembly, missing_traits_have_masks_and_patterns_the_complete_one_fir
   EXPECT_EQ(c.p.rows.integers[n - 1], (rows_i{1, 2, 3, 4, 5}));
   const zeph::structure_record& r = c.p.model.residual();
   EXPECT_EQ(r.n_pat, 3);
-  EXPECT_EQ(r.ISIT(1), 3);
-  EXPECT_EQ(r.ISIT(2), 2);
-  EXPECT_EQ(r.ISIT(3), 1);
-  EXPECT_EQ(r.ISIT_B(2), 3);
+  EXPECT_EQ(r.carried.ISIT(1), 3);
+  EXPECT_EQ(r.carried.ISIT(2), 2);
+  EXPECT_EQ(r.carried.ISIT(3), 1);
+  EXPECT_EQ(r.carried.ISIT_B(2), 3);
   // inverse of [[2,1],[1,2]] is [[2,-1],[-1,2]]/3, determinant 3; of a single trait 1/2, determinant 2
   EXPECT_DOUBLE_EQ(r.HETGR_RIIF(1, 1, 1, 1), 2.0 / 3.0);
   EXPECT_DOUBLE_EQ(r.HETGR_RIIF(1, 1, 2, 1), -1.0 / 3.0);
@@ -104,7 +104,7 @@ TEST(model_assembly, missing_traits_have_masks_and_patterns_the_complete_one_fir
   EXPECT_DOUBLE_EQ(r.HETGR_RDET(1, 1), std::log(3.0));
   EXPECT_DOUBLE_EQ(r.HETGR_RDET(1, 2), std::log(2.0));
   EXPECT_EQ(r.HETG_N_OBS(1), 5);
-  EXPECT_EQ(r.HETGR_NOBS(1, 1, 2), 1);
+  EXPECT_EQ(r.carried.HETGR_NOBS(1, 1, 2), 1);
   EXPECT_EQ(c.p.rows.reals[1][1], 0.0F); // a missing observation is written as 0
 }
 
@@ -142,7 +142,7 @@ TEST(model_assembly, regressions_come_first_and_nested_ones_name_a_class_effect_
   EXPECT_EQ(m.MODEL(1).REG_TYPE(1), 0);
   EXPECT_EQ(m.MODEL(2).REG_TYPE(1), 1);
   EXPECT_EQ(m.MODEL(2).REG_N_EF_INP(1), 2);
-  EXPECT_EQ(m.MODEL(2).REG_NAME_N(1), "a                 ");
+  EXPECT_EQ(m.MODEL(2).carried.REG_NAME_N(1), "a                 ");
   EXPECT_EQ(m.NLEV(2, 2), 3);
   EXPECT_EQ(m.MODEL(2).INTERCEPT(1), 1); // the mean: a class effect of one level
   EXPECT_EQ(m.MODEL(2).INTERCEPT(2), 0);
@@ -263,7 +263,7 @@ TEST(model_assembly, random_regression_is_a_contribution_and_a_regression_of_kin
   EXPECT_EQ(m.nregt, 1);
   const zeph::structure_record& g = m.RMAT(1);
   EXPECT_EQ(g.n_cont, 2);
-  EXPECT_EQ(g.n_reff, 1);
+  EXPECT_EQ(g.carried.n_reff, 1);
   EXPECT_EQ(g.INTERCEPT(1), 1);
   EXPECT_EQ(g.CONT_RR_EFF(1), 0);
   EXPECT_DOUBLE_EQ(g.CONT_COEFF(1), std::sqrt(0.5));
@@ -290,7 +290,7 @@ TEST(model_assembly, residual_groups_have_numbers_codes_and_matrices_of_their_ow
   EXPECT_EQ(r.HETGR_COV_MAT(1, 1, 1), 4.0);
   EXPECT_EQ(r.HETGR_COV_MAT(2, 1, 1), 8.0);
   EXPECT_DOUBLE_EQ(r.HETGR_RIIF(2, 1, 1, 1), 0.125);
-  EXPECT_EQ(r.HETGR_NAME, "g       ");
+  EXPECT_EQ(r.carried.HETGR_NAME, "g       ");
   EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(r.HETGR_RCI - 1)], (rows_i{2, 1, 1, 2}));
   EXPECT_TRUE(c.says("1 of 5 records have no residual group (g is missing) and are dropped")) << c.messages();
 }
@@ -309,8 +309,8 @@ TEST(model_assembly, residual_pairs_held_at_zero_stand_in_both_tables) {
   EXPECT_EQ(c.p.model.n_norcov, 1);
   EXPECT_EQ(c.p.model.NORCOV(1, 1), 2);
   EXPECT_EQ(c.p.model.NORCOV(1, 2), 1);
-  EXPECT_EQ(c.p.model.residual().L_RCOV_ZERO(1, 2), 1);
-  EXPECT_EQ(c.p.model.residual().L_RCOV_ZERO(2, 1), 1);
+  EXPECT_EQ(c.p.model.residual().carried.L_RCOV_ZERO(1, 2), 1);
+  EXPECT_EQ(c.p.model.residual().carried.L_RCOV_ZERO(2, 1), 1);
 }
 
 // y = 1, 3, 5, 7: variance 20/3. Half to the residual, a quarter to each of two factors; of the one with a
@@ -354,8 +354,8 @@ TEST(model_assembly, phantom_groups_are_the_last_levels_and_mark_the_factor) {
   EXPECT_EQ(g.r36 % 10, 6);
   EXPECT_EQ(g.n_phg, 2);
   EXPECT_EQ(c.p.model.NRALEV(1), 5);
-  EXPECT_EQ(g.PHG_LIST(2, 1), 4);
-  EXPECT_EQ(g.PHG_LIST(1, 2), -2);
+  EXPECT_EQ(g.carried.PHG_LIST(2, 1), 4);
+  EXPECT_EQ(g.carried.PHG_LIST(1, 2), -2);
   EXPECT_EQ(c.p.factors[0].code, (rows_i{1, 2, 3, -1, -2}));
   EXPECT_FALSE(g.r216);
 }

@@ -181,7 +181,7 @@ TEST(trait_values, the_largest_share_begins_in_component_one) {
   // covariances of w and y with z are held at zero
   EXPECT_EQ(m.n_norcov, 2);
   EXPECT_EQ(m.residual().COV_MAT(3, 3), 1.0);
-  EXPECT_TRUE(m.residual().L_RCOV_ZERO(3, 1));
+  EXPECT_TRUE(m.residual().carried.L_RCOV_ZERO(3, 1));
 }
 
 TEST(trait_values, a_shift_can_be_kept_by_its_name) {

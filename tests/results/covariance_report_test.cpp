@@ -1,5 +1,6 @@
 #include "results/covariance_report.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 using namespace results_test;
@@ -10,7 +11,7 @@ namespace {
 struct matrices : result_case {
   model_records m = dairy_model();
   sampler_store store;
-  run_frame frame;
+  zeph_test::chain_frame frame;
   explicit matrices(std::int32_t groups = 1) {
     m.residual().n_hetgr = groups;
     m.residual().HETGR_CODE.take(range(0, groups));
@@ -20,8 +21,8 @@ struct matrices : result_case {
     set(2, {12345678.5}, {1e-9});
     set(3, {10, 2, 3}, {2, 1, 0.125});
     m.residual().HETGR_CODE(1) = 7;
-    frame.analysis_type = 3;
-    frame.ntr = {2, 1, 2};
+    frame.asked.analysis_type = 3;
+    frame.state.ntr = {2, 1, 2};
   }
   void set(std::int32_t k, const std::vector<double>& means, const std::vector<double>& sds) {
     for (std::size_t e = 0; e < means.size(); ++e) {
@@ -30,7 +31,7 @@ struct matrices : result_case {
     }
   }
   std::string run() {
-    report_covariances(m, store, frame, report);
+    report_covariances(m, store, frame.state, report);
     return said();
   }
 };
@@ -125,7 +126,7 @@ TEST(covariance_report, model_vector_is_cut_at_five_entries) {
   matrices c;
   for (int k = 0; k < 4; ++k) c.m.RMAT_rows.emplace(c.m.RMAT_rows.begin());
   c.m.nramat = 6;
-  c.frame.ntr = {1, 2, 1, 1, 1, 1, 1};
+  c.frame.state.ntr = {1, 2, 1, 1, 1, 1, 1};
   for (mat<double>* x : {&c.store.PARPOSTMEAN, &c.store.PARVAR}) x->take(28, 7);
   c.run();
   // 3I3, 2G25.15, 2X are 61 columns
@@ -137,7 +138,7 @@ TEST(covariance_report, lines_hold_six_values_and_a_sixth_value_ends_its_line) {
   c.m = dairy_model();
   c.m.RMAT_rows.erase(c.m.RMAT_rows.begin() + 1);
   c.m.nramat = 1;
-  c.frame.ntr = {7, 1};
+  c.frame.state.ntr = {7, 1};
   for (mat<double>* x : {&c.store.PARPOSTMEAN, &c.store.PARVAR}) x->take(28, 2);
   for (std::int32_t e = 1; e <= 28; ++e) c.store.PARPOSTMEAN(e, 1) = e;
   const std::string text = c.run();

@@ -1,5 +1,6 @@
 #include "results/deviance.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 #include <cmath>
@@ -17,7 +18,7 @@ struct deviances : result_case {
   model_records m = dairy_model();
   design_store design;
   sampler_store store;
-  run_frame frame;
+  zeph_test::chain_frame frame;
   deviances() {
     structure_record& residual = m.residual();
     residual.n_hetgr = 2;
@@ -36,8 +37,8 @@ struct deviances : result_case {
       for (int j = 1; j <= 2; ++j) store.dic_ressum(j, i) = sums[i - 1][j - 1];
     store.dic_s.take(2);
     store.dic_m.take(2);
-    frame.analysis_type = 3;
-    frame.nsamples = 2;
+    frame.asked.analysis_type = 3;
+    frame.counts.nsamples = 2;
   }
 };
 
@@ -48,7 +49,7 @@ const double at_means[2] = {19.0 + std::log(2.0), 2.0 + 4 * std::log(2.0)};
 
 TEST(deviance, sums_become_means) {
   deviances c;
-  deviance_means(c.frame, c.store);
+  deviance_means(c.frame.counts, c.store);
   EXPECT_EQ(c.store.dic_ressum(1, 2), 3.0);
   EXPECT_EQ(c.store.PARPOSTMEAN(3, 3), 4.0);
   EXPECT_EQ(c.store.PARPOSTMEAN(2, 1), -1.5); // all columns
@@ -57,7 +58,7 @@ TEST(deviance, sums_become_means) {
 TEST(deviance, at_the_means_takes_the_variance_of_each_records_group) {
   deviances c;
   c.store.dic_m.fill(77.0);
-  deviance_means(c.frame, c.store);
+  deviance_means(c.frame.counts, c.store);
   deviance_at_means(c.m, c.design, c.store);
   EXPECT_DOUBLE_EQ(c.store.dic_m(1), at_means[0]);
   EXPECT_DOUBLE_EQ(c.store.dic_m(2), at_means[1]);
@@ -68,7 +69,7 @@ TEST(deviance, report_has_a_row_for_each_trait) {
   // mean deviances 20.69314718 + 1.5 and 4.77258872 + 0.25: pD 2.5, 0.25
   c.store.dic_s(1) = 2 * (at_means[0] + 2.5);
   c.store.dic_s(2) = 2 * (at_means[1] + 0.25);
-  report_deviance(c.m, c.design, c.frame, c.store, c.report);
+  report_deviance(c.m, c.design, c.frame.counts, c.store, c.report);
   // DIC = dic_m + 2 pD: 24.693147 and 5.2725887; T8, A10, 2G15.8
   EXPECT_EQ(c.said(), "\n"
                       "DIC per trait                            \n"
@@ -80,9 +81,9 @@ TEST(deviance, report_has_a_row_for_each_trait) {
 
 TEST(deviance, no_samples_give_what_the_arithmetic_gives) {
   deviances c;
-  c.frame.nsamples = 0;
+  c.frame.counts.nsamples = 0;
   c.store.PARPOSTMEAN.fill(0);
   c.store.dic_ressum.fill(0);
-  report_deviance(c.m, c.design, c.frame, c.store, c.report);
+  report_deviance(c.m, c.design, c.frame.counts, c.store, c.report);
   EXPECT_NE(c.said().find("         milk                NaN            NaN\n"), std::string::npos);
 }

@@ -1,5 +1,6 @@
 #include "results/deviation_output.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 using namespace results_test;
@@ -12,11 +13,11 @@ namespace {
 struct deviation_run : result_case {
   model_records m = dairy_model();
   deviation_store d;
-  run_frame frame;
+  zeph_test::chain_frame frame;
 
   deviation_run(std::int32_t analysis_type, std::int32_t model_kind, bool progeny) {
     write_dairy_codes(*this);
-    frame.analysis_type = analysis_type;
+    frame.asked.analysis_type = analysis_type;
     m.model_kind = model_kind;
     m.L_TD = true;
     m.L_PTD = progeny;
@@ -51,7 +52,7 @@ struct deviation_run : result_case {
   }
   std::string reported() {
     said();
-    report_deviations(m, d, frame, report);
+    report_deviations(m, d, frame.asked, report);
     return said();
   }
 };
@@ -244,7 +245,7 @@ TEST(report_deviations, finds_the_codes_of_its_factor) {
 TEST(report_deviations, stops_where_the_codes_end) {
   deviation_run c(3, 2, false);
   c.write_codes({{10, 5, 1}, {20, 7, 2}, {1, 6, 1}, {2, 6, 2}, {10, 4, 1}, {20, 3, 2}, {101, 2, 1, 13}});
-  EXPECT_EQ(exit_code_of([&] { report_deviations(c.m, c.d, c.frame, c.report); }), 16);
+  EXPECT_EQ(exit_code_of([&] { report_deviations(c.m, c.d, c.frame.asked, c.report); }), 16);
   EXPECT_TRUE(c.said().ends_with(
       "READ  CODE_TABLE - iostat =           -1\n\n\ni2 :            2\nnralev(k) :            3\n"));
 }
@@ -252,7 +253,7 @@ TEST(report_deviations, stops_where_the_codes_end) {
 TEST(report_deviations, stops_where_the_file_cannot_be_written) {
   deviation_run c(3, 2, false);
   c.make_full("gib.td_ptd");
-  EXPECT_EQ(exit_code_of([&] { report_deviations(c.m, c.d, c.frame, c.report); }), 16);
+  EXPECT_EQ(exit_code_of([&] { report_deviations(c.m, c.d, c.frame.asked, c.report); }), 16);
 }
 
 TEST(report_deviations, says_nothing_when_none_are_wanted) {

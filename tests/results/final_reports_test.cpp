@@ -1,6 +1,7 @@
 #include "results/final_reports.h"
 
 #include "samples/accumulators.h"
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 using namespace results_test;
@@ -18,27 +19,27 @@ struct run_end : result_case {
   deviation_store deviations;
   sampler_store store;
   random_sources sources{report};
-  run_frame frame;
+  zeph_test::chain_frame frame;
   sample_files files;
   explicit run_end(std::int32_t analysis_type) {
     write_dairy_codes(*this);
-    frame.analysis_type = analysis_type;
-    frame.iround = 10;
-    frame.ntr = {2, 1, 2};
+    frame.asked.analysis_type = analysis_type;
+    frame.state.iround = 10;
+    frame.state.ntr = {2, 1, 2};
     fill_quarters(store.sol);
     for (vec<double>* x : {&store.solpostmean, &store.pev, &store.sols}) x->take(dairy_neq);
     for (mat<double>* x : {&store.PARPOSTMEAN, &store.PARVAR, &store.pars}) x->take(3, 3);
   }
-  void open() { open_sample_files(m, layout, frame, files, report); }
+  void open() { open_sample_files(m, layout, frame.asked, files, report); }
   void samples(int n) {
     for (int i = 0; i < n; ++i) {
-      write_py(files, frame, 2.0, report);
-      accumulate_solutions(m, layout, store, frame);
+      write_py(files, frame.state, 2.0, report);
+      accumulate_solutions(m, layout, store, frame.counts);
     }
   }
   void finish() {
-    final_reports({m, layout, design, categories, mixtures, predictions, deviations, store, sources, frame,
-                   files, report});
+    final_reports({m, layout, design, categories, mixtures, predictions, deviations, store, sources,
+                   frame.asked, frame.state, frame.counts, files, report});
   }
 };
 
@@ -88,7 +89,7 @@ TEST(final_reports, sums_of_three_samples_give_fit_solutions_and_description_in_
   EXPECT_LT(fit, solutions);
   EXPECT_LT(solutions, description);
   EXPECT_NE(description, std::string::npos);
-  EXPECT_EQ(c.frame.nsamples, 0.0);
+  EXPECT_EQ(c.frame.counts.nsamples, 0.0);
 }
 
 TEST(final_reports, fewer_than_two_samples_write_no_solutions) {
@@ -125,13 +126,13 @@ struct sampler_end : run_end {
     zeph_test::fill_vec(design.IRESG_M, {1, 1});
     count_group_records(m, design);
     RMARIN(sources.marsaglia, 12, 34);
-    frame.isamp = 1;
+    frame.asked.isamp = 1;
   }
   void matrix_samples(int n) {
     for (int i = 0; i < n; ++i) {
-      accumulate_covariances(m, store, frame);
-      write_gib_samples(m, store, frame, files, report);
-      accumulate_deviance(m, store, frame);
+      accumulate_covariances(m, store, frame.state);
+      write_gib_samples(m, store, frame.state, files, report);
+      accumulate_deviance(m, store, frame.asked, frame.state);
     }
     samples(n);
   }
@@ -160,7 +161,6 @@ TEST(final_reports, sampler_reports_fit_deviance_matrices_solutions_in_this_orde
     EXPECT_TRUE(c.exists(file)) << file;
   EXPECT_FALSE(c.exists("ypredicted"));
   EXPECT_EQ(c.content("lastsol"), quarters_file()); // the last solutions are those of all samples
-  EXPECT_EQ(c.frame.P_ROUND, 9);                    // iround - 1
   EXPECT_EQ(c.store.pars(1, 1), 1.0);               // handed over
   EXPECT_EQ(c.store.PARVAR(1, 1), 0.0);
 }
@@ -197,7 +197,7 @@ TEST(final_reports, state_is_kept_whatever_the_number_of_samples) {
 
 TEST(final_reports, filled_predictions_are_written) {
   run_end c(1);
-  c.frame.nsamp_pred = 2;
+  c.frame.counts.nsamp_pred = 2;
   c.predictions.YPRED = {{1, 2, 0.0F, 3.0, 5.0}};
   c.open();
   c.finish();

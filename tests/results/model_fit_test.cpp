@@ -1,5 +1,6 @@
 #include "results/model_fit.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 #include <cmath>
@@ -112,16 +113,16 @@ namespace {
 struct fit_case : result_case {
   model_records m = dairy_model();
   equation_layout layout = dairy_layout();
-  run_frame frame;
+  zeph_test::chain_frame frame;
   sample_files files;
   fit_case() {
-    frame.analysis_type = 1;
-    frame.iround = 10;
-    frame.ntr = {2, 1, 2};
+    frame.asked.analysis_type = 1;
+    frame.state.iround = 10;
+    frame.state.ntr = {2, 1, 2};
   }
-  void open() { open_sample_files(m, layout, frame, files, report); }
+  void open() { open_sample_files(m, layout, frame.asked, files, report); }
   void rows(std::initializer_list<double> values) {
-    for (const double v : values) write_py(files, frame, v, report);
+    for (const double v : values) write_py(files, frame.state, v, report);
   }
 };
 
@@ -131,7 +132,7 @@ TEST(model_fit, listing_and_lpm_of_two_samples) {
   fit_case c;
   c.open();
   c.rows({2.0, 2.0});
-  report_model_fit(c.frame, c.files, c.report);
+  report_model_fit(c.frame.state, c.files, c.report);
   // labels of 41 columns end in column 50; the count's label ends in column 60
   EXPECT_EQ(c.said(), "\nModel fit statistics         \n\n"
                       "         Log Marginal Likelihood:p(y)                    -2.00000000\n"
@@ -145,7 +146,7 @@ TEST(model_fit, listing_and_lpm_of_two_samples) {
 TEST(model_fit, no_samples_are_printed_as_the_arithmetic_gives) {
   fit_case c;
   c.open();
-  report_model_fit(c.frame, c.files, c.report);
+  report_model_fit(c.frame.state, c.files, c.report);
   EXPECT_EQ(c.said(), "\nModel fit statistics         \n\n"
                       "         Log Marginal Likelihood:p(y)                            NaN\n"
                       "         Var(-log(p(y|theta))                             0.00000000\n"
@@ -159,11 +160,11 @@ TEST(model_fit, lpm_gains_a_row_for_each_model_and_py_starts_anew) {
   fit_case c;
   c.open();
   c.rows({2.0, 2.0});
-  report_model_fit(c.frame, c.files, c.report);
+  report_model_fit(c.frame.state, c.files, c.report);
   EXPECT_NE(c.content("py"), ""); // reading leaves the rows
-  c.frame.ntr = {1, 1, 2};
+  c.frame.state.ntr = {1, 1, 2};
   c.rows({8.0});
-  report_model_fit(c.frame, c.files, c.report);
+  report_model_fit(c.frame.state, c.files, c.report);
   EXPECT_EQ(c.content("py"), "          10           1           1           2                      8.0\n");
   EXPECT_EQ(c.content("lpm"), "           2           1           2           2                     -2.0"
                               "                      0.0                      2.0\n"
@@ -177,7 +178,7 @@ TEST(model_fit, lpm_that_cannot_be_written_stops_with_code_16) {
   c.open();
   c.rows({2.0});
   c.said();
-  EXPECT_EQ(exit_code_of([&] { report_model_fit(c.frame, c.files, c.report); }), 16);
+  EXPECT_EQ(exit_code_of([&] { report_model_fit(c.frame.state, c.files, c.report); }), 16);
   EXPECT_NE(c.said().find("\nERROR - lpm: no space left on the device\n\nZEPH terminates.\n"),
             std::string::npos);
 }

@@ -1,5 +1,6 @@
 #include "results/threshold_report.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 #include <cmath>
@@ -12,7 +13,7 @@ namespace {
 // Two ordered traits, 2 and 5, of four and of two categories; 4 samples.
 struct threshold_end : result_case {
   category_store categories;
-  run_frame frame;
+  zeph_test::chain_frame frame;
   threshold_end() {
     for (const std::int32_t n : {4, 2}) {
       category_record& c = categories.catstr.emplace_back();
@@ -20,8 +21,8 @@ struct threshold_end : result_case {
       c.ncat_t = n;
       for (vec<double>* v : {&c.thr, &c.thrpostm, &c.thrpostsd}) v->take(range(0, n));
     }
-    frame.analysis_type = 3;
-    frame.nsamples = 4;
+    frame.asked.analysis_type = 3;
+    frame.counts.nsamples = 4;
   }
 };
 
@@ -37,7 +38,7 @@ TEST(threshold_report, has_all_but_the_last_and_the_divisor_n) {
   c.categories.catstr[0].thrpostm(3) = c.categories.catstr[0].thrpostsd(3) = 4.0; // 1 in each
   c.categories.catstr[1].thrpostm(1) = 4.0;
   c.categories.catstr[1].thrpostsd(1) = 4.0 - 1e-12; // below the square of the mean by rounding
-  report_thresholds(c.categories, c.frame, c.report);
+  report_thresholds(c.categories, c.frame.asked, c.frame.counts, c.report);
   std::istringstream lines(c.said());
   std::string line;
   const auto numbers = [&] {
@@ -65,22 +66,22 @@ TEST(threshold_report, has_all_but_the_last_and_the_divisor_n) {
 
 TEST(threshold_report, of_no_samples_gives_what_the_arithmetic_gives) {
   threshold_end c;
-  c.frame.nsamples = 0;
-  report_thresholds(c.categories, c.frame, c.report);
+  c.frame.counts.nsamples = 0;
+  report_thresholds(c.categories, c.frame.asked, c.frame.counts, c.report);
   EXPECT_NE(c.said().find("                     NaN                      NaN\n"), std::string::npos);
 }
 
 TEST(threshold_report, says_nothing_of_the_solver) {
   threshold_end c;
-  c.frame.analysis_type = 0;
-  c.frame.nsamples = 0;
-  report_thresholds(c.categories, c.frame, c.report);
+  c.frame.asked.analysis_type = 0;
+  c.frame.counts.nsamples = 0;
+  report_thresholds(c.categories, c.frame.asked, c.frame.counts, c.report);
   EXPECT_EQ(c.said(), "");
 }
 
 TEST(threshold_report, says_nothing_without_ordered_traits) {
   threshold_end c;
-  report_thresholds({}, c.frame, c.report);
+  report_thresholds({}, c.frame.asked, c.frame.counts, c.report);
   EXPECT_EQ(c.said(), "");
 }
 

@@ -1,7 +1,7 @@
 // A counting allocator: a round of the sampler asks for no storage once the first
 // rounds have made its work areas, with or without a sample.
-#include "gibbs/scan/gibscan.h"
 #include "gibbs/residuals/trait_deviations.h"
+#include "gibbs/scan/gibscan.h"
 #include "runs/small_herd.h"
 #include "support/skip_reasons.h"
 
@@ -123,14 +123,14 @@ std::pair<long, long> requests_of_rounds(const herd_of_size& herd) {
   zeph::start_run(run);
   zeph::scan_records records = zeph::records_of(run);
   std::pair<long, long> out{-1, -1};
-  for (run.frame.iround = 101; run.frame.iround <= 120; ++run.frame.iround) {
+  for (run.state.iround = 101; run.state.iround <= 120; ++run.state.iround) {
     requests = 0;
-    counting = run.frame.iround == 115 || run.frame.iround == 120;
-    zeph::GIBSCAN(records, run.frame, run.files);
-    if (run.deviations.factor > 0) zeph::TD_PTD(records, run.frame, run.deviations);
+    counting = run.state.iround == 115 || run.state.iround == 120;
+    zeph::GIBSCAN(records, run.asked, run.state, run.counts, run.files);
+    if (run.deviations.factor > 0) zeph::TD_PTD(records, run.asked, run.state, run.deviations);
     counting = false;
-    if (run.frame.iround == 115) out.first = requests;
-    if (run.frame.iround == 120) out.second = requests;
+    if (run.state.iround == 115) out.first = requests;
+    if (run.state.iround == 120) out.second = requests;
   }
   return out;
 }

@@ -40,9 +40,9 @@ struct body_run {
   // False when the run stopped.
   bool round() {
     zeph::scan_records records = zeph::records_of(r);
-    ++r.frame.iround;
+    ++r.state.iround;
     try {
-      zeph::GIBSCAN(records, r.frame, r.files);
+      zeph::GIBSCAN(records, r.asked, r.state, r.counts, r.files);
     } catch (const zeph::run_stop&) {
       return false;
     }

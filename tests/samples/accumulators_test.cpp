@@ -1,5 +1,6 @@
 #include "samples/accumulators.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 #include <cmath>
@@ -13,15 +14,15 @@ struct sums {
   model_records m = dairy_model();
   equation_layout layout = dairy_layout();
   sampler_store store;
-  run_frame frame;
+  zeph_test::chain_frame frame;
   sums() {
-    frame.analysis_type = 1;
+    frame.asked.analysis_type = 1;
     for (vec<double>* x : {&store.sol, &store.solpostmean, &store.pev, &store.sols}) x->take(dairy_neq);
     for (mat<double>* x : {&store.PARPOSTMEAN, &store.PARVAR, &store.pars}) x->take(3, 3);
   }
   void sample(double x) {
     store.sol.fill(x);
-    accumulate_solutions(m, layout, store, frame);
+    accumulate_solutions(m, layout, store, frame.counts);
   }
 };
 
@@ -31,7 +32,7 @@ TEST(accumulators, a_sample_adds_solutions_and_their_squares) {
   sums c;
   c.sample(3.0);
   c.sample(-1.0);
-  EXPECT_EQ(c.frame.nsamples, 2.0);
+  EXPECT_EQ(c.frame.counts.nsamples, 2.0);
   for (int e = 1; e <= dairy_neq; ++e) {
     EXPECT_EQ(c.store.solpostmean(e), 2.0); // 3 - 1
     EXPECT_EQ(c.store.pev(e), 10.0);        // 9 + 1
@@ -43,7 +44,7 @@ TEST(accumulators, rows_left_out_by_a_smaller_model_count_as_zero) {
   c.sample(3.0); // full model
   c.layout = dairy_layout(1);
   c.sample(5.0); // row 2 of factor 1, equations 10, 12, 14, is out
-  EXPECT_EQ(c.frame.nsamples, 2.0);
+  EXPECT_EQ(c.frame.counts.nsamples, 2.0);
   for (int e = 1; e <= dairy_neq; ++e) {
     const bool out = e == 10 || e == 12 || e == 14;
     EXPECT_EQ(c.store.solpostmean(e), out ? 3.0 : 8.0) << e;
@@ -56,7 +57,7 @@ TEST(accumulators, what_stands_in_a_row_left_out_is_not_read) {
   c.layout = dairy_layout(0);
   c.store.sol.fill(1.0);
   c.store.sol(9) = c.store.sol(14) = std::nan("");
-  accumulate_solutions(c.m, c.layout, c.store, c.frame);
+  accumulate_solutions(c.m, c.layout, c.store, c.frame.counts);
   EXPECT_EQ(c.store.solpostmean(9), 0.0);
   EXPECT_EQ(c.store.solpostmean(14), 0.0);
   EXPECT_EQ(c.store.solpostmean(15), 1.0);
@@ -65,7 +66,7 @@ TEST(accumulators, what_stands_in_a_row_left_out_is_not_read) {
 TEST(accumulators, moments_are_mean_and_sample_variance) {
   sums c;
   for (const double x : {1.0, 2.0, 6.0}) c.sample(x);
-  solution_moments(c.frame, c.store);
+  solution_moments(c.frame.asked, c.frame.counts, c.store);
   // mean 3; variance ((-2)^2 + (-1)^2 + 3^2) / 2 = 7
   EXPECT_EQ(c.store.solpostmean(1), 3.0);
   EXPECT_DOUBLE_EQ(c.store.pev(16), 7.0);
@@ -74,14 +75,14 @@ TEST(accumulators, moments_are_mean_and_sample_variance) {
 TEST(accumulators, one_sample_has_variance_zero) {
   sums c;
   c.sample(4.0);
-  solution_moments(c.frame, c.store);
+  solution_moments(c.frame.asked, c.frame.counts, c.store);
   EXPECT_EQ(c.store.solpostmean(1), 4.0);
   EXPECT_EQ(c.store.pev(1), 0.0);
 }
 
 TEST(accumulators, no_samples_give_what_the_arithmetic_gives) {
   sums c;
-  solution_moments(c.frame, c.store);
+  solution_moments(c.frame.asked, c.frame.counts, c.store);
   EXPECT_TRUE(std::isnan(c.store.solpostmean(1))); // 0 / 0
   EXPECT_EQ(c.store.pev(1), 0.0);
 }
@@ -89,10 +90,10 @@ TEST(accumulators, no_samples_give_what_the_arithmetic_gives) {
 TEST(accumulators, solver_reports_its_last_solutions) {
   for (const std::int32_t type : {0, -3}) {
     sums c;
-    c.frame.analysis_type = type;
+    c.frame.asked.analysis_type = type;
     c.store.pev.fill(9.0);
     fill_quarters(c.store.sol);
-    solution_moments(c.frame, c.store);
+    solution_moments(c.frame.asked, c.frame.counts, c.store);
     for (int e = 1; e <= dairy_neq; ++e) EXPECT_EQ(c.store.solpostmean(e), e / 4.0);
     for (int e = 1; e <= dairy_neq; ++e) EXPECT_EQ(c.store.pev(e), 0.0);
   }
@@ -109,8 +110,8 @@ TEST(accumulators, hand_over_keeps_means_and_clears_sums) {
   }
   c.store.dic_s.take(2);
   c.store.dic_s.fill(1.0);
-  hand_over_sums(c.store, c.frame);
-  EXPECT_EQ(c.frame.nsamples, 0.0);
+  hand_over_sums(c.store, c.frame.counts);
+  EXPECT_EQ(c.frame.counts.nsamples, 0.0);
   EXPECT_EQ(c.store.sols(16), 4.0);
   EXPECT_EQ(c.store.pars(3, 3), 2.5);
   EXPECT_EQ(c.store.sol(1), 4.0); // the chain's state goes on
@@ -134,19 +135,19 @@ struct matrix_sums : sums {
     store.RCOV.take(2, 2, groups);
     store.dic_rrsum.take(2, groups);
     store.dic_s.take(2);
-    frame.analysis_type = 3;
-    frame.ntr = {2, 1, 2};
-    frame.isamp = 5;
-    frame.iround = 10;
+    frame.asked.analysis_type = 3;
+    frame.state.ntr = {2, 1, 2};
+    frame.asked.isamp = 5;
+    frame.state.iround = 10;
   }
   void draw(double x) {
     store.sscp.fill(x);
-    accumulate_covariances(m, store, frame);
-    frame.nsamples += 1;
+    accumulate_covariances(m, store, frame.state);
+    frame.counts.nsamples += 1;
   }
   void moments() {
-    for (double& x : store.PARPOSTMEAN) x /= frame.nsamples;
-    covariance_moments(m, frame, store);
+    for (double& x : store.PARPOSTMEAN) x /= frame.counts.nsamples;
+    covariance_moments(m, frame.asked, frame.state, frame.counts, store);
   }
 };
 
@@ -169,7 +170,7 @@ TEST(accumulators, a_draw_adds_the_leading_block_of_each_matrix) {
 
 TEST(accumulators, a_smaller_model_adds_its_rows_only) {
   matrix_sums c;
-  c.frame.ntr = {1, 1, 2};
+  c.frame.state.ntr = {1, 1, 2};
   c.draw(3.0);
   EXPECT_EQ(c.store.PARPOSTMEAN(1, 1), 3.0);
   EXPECT_EQ(c.store.PARPOSTMEAN(2, 1), 0.0);
@@ -188,12 +189,12 @@ TEST(accumulators, covariance_moments_are_standard_deviations) {
 
 TEST(accumulators, a_spread_at_or_below_1e_12_or_negative_is_no_deviation) {
   matrix_sums c;
-  c.frame.nsamples = 2;
+  c.frame.counts.nsamples = 2;
   c.store.PARPOSTMEAN.fill(1.0); // n mean^2 = 2
   c.store.PARVAR(1, 1) = 2.0 + 0.9e-12;
   c.store.PARVAR(2, 1) = 2.0 + 4e-12;
   c.store.PARVAR(3, 1) = 1.0; // rounding can leave it below
-  covariance_moments(c.m, c.frame, c.store);
+  covariance_moments(c.m, c.frame.asked, c.frame.state, c.frame.counts, c.store);
   EXPECT_EQ(c.store.PARVAR(1, 1), 0.0);
   EXPECT_NEAR(c.store.PARVAR(2, 1), 2e-6, 1e-9); // sqrt(4e-12 / 1)
   EXPECT_EQ(c.store.PARVAR(3, 1), 0.0);
@@ -222,9 +223,9 @@ TEST(accumulators, fewer_than_two_draws_have_no_deviation) {
 
 TEST(accumulators, solver_has_no_covariance_moments) {
   matrix_sums c;
-  c.frame.analysis_type = 0;
+  c.frame.asked.analysis_type = 0;
   c.store.PARVAR.fill(5.0);
-  covariance_moments(c.m, c.frame, c.store);
+  covariance_moments(c.m, c.frame.asked, c.frame.state, c.frame.counts, c.store);
   EXPECT_EQ(c.store.PARVAR(1, 1), 5.0);
 }
 
@@ -237,7 +238,7 @@ TEST(accumulators, deviance_of_a_sample_is_summed_over_groups) {
   c.store.dic_rrsum(1, 1) = 6.0, c.store.dic_rrsum(2, 1) = 8.0;
   c.store.dic_rrsum(1, 2) = 1.0, c.store.dic_rrsum(2, 2) = 7.0;
   c.store.dic_s(1) = 100.0;
-  accumulate_deviance(c.m, c.store, c.frame);
+  accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_DOUBLE_EQ(c.store.dic_s(1), 100.0 + 3 * std::log(2.0) + 3.0 - 5 * std::log(2.0) + 2.0);
   EXPECT_DOUBLE_EQ(c.store.dic_s(2), 3 * std::log(4.0) + 2.0 + 7.0);
 }
@@ -246,14 +247,14 @@ TEST(accumulators, deviance_is_summed_in_sample_rounds_of_types_below_5_only) {
   matrix_sums c;
   c.m.residual().HETG_N_OBS(1) = 3;
   c.store.RCOV.fill(2.0);
-  c.frame.iround = 11;
-  accumulate_deviance(c.m, c.store, c.frame);
-  c.frame.iround = 10;
-  c.frame.analysis_type = 5;
-  accumulate_deviance(c.m, c.store, c.frame);
+  c.frame.state.iround = 11;
+  accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
+  c.frame.state.iround = 10;
+  c.frame.asked.analysis_type = 5;
+  accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_EQ(c.store.dic_s(1), 0.0);
-  c.frame.analysis_type = 4;
-  accumulate_deviance(c.m, c.store, c.frame);
+  c.frame.asked.analysis_type = 4;
+  accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_DOUBLE_EQ(c.store.dic_s(1), 3 * std::log(2.0));
 }
 
@@ -262,7 +263,7 @@ TEST(accumulators, deviance_takes_the_place_0_of_a_model_without_groups) {
   c.m.residual().n_hetgr = 0;
   c.m.residual().HETG_N_OBS(0) = 4;
   c.store.RCOV.fill(2.0);
-  accumulate_deviance(c.m, c.store, c.frame);
+  accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_DOUBLE_EQ(c.store.dic_s(1), 4 * std::log(2.0));
 }
 
@@ -270,6 +271,6 @@ TEST(accumulators, deviance_of_a_variance_of_zero_is_not_finite) {
   matrix_sums c;
   c.m.residual().HETG_N_OBS(1) = 1;
   c.store.dic_rrsum(1, 1) = 1.0;
-  accumulate_deviance(c.m, c.store, c.frame);
+  accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_FALSE(std::isfinite(c.store.dic_s(1))); // log of 0
 }

@@ -1,6 +1,7 @@
 #include "samples/restart.h"
 
 #include "control/start_values.h"
+#include "support/chain_frame.h"
 #include "support/run_case.h"
 
 #include <cmath>
@@ -67,7 +68,8 @@ struct chain_state {
   design_store design;
   sampler_store store;
   random_sources sources{report};
-  run_frame frame;
+  zeph_test::chain_frame frame;
+  std::int64_t P_ROUND = 0;
   sequential_reader r_parm;
 
   explicit chain_state(const state_form& form = {}) {
@@ -85,12 +87,12 @@ struct chain_state {
     layout.ngroups = 6;
     QVAgib_ALLOC(m, store, report);
     allocate_equations(layout, store, report);
-    allocate_dispersion(m, layout, frame, store, report);
+    allocate_dispersion(m, layout, frame.state, store, report);
     EXPECT_EQ(ZEPHVAR_ALLOC(m, store, report), 0);
     MME_ALLOC(m, 4, design, report);
     design.nobs = 3;
     fill_design();
-    frame.seed_a = 12, frame.seed_b = 34;
+    frame.asked.seed_a = 12, frame.asked.seed_b = 34;
     voice.listing.str("");
   }
   // Records: equations (1 plain, 2 or 3 nested, a class effect, a random one).
@@ -128,11 +130,11 @@ struct chain_state {
     RANMAR(sources.marsaglia);
     ranmar_save(sources.marsaglia);
     for (int i = 0; i < 7; ++i) ranf(sources.combined);
-    frame.iround = 301;
+    frame.state.iround = 301;
   }
-  void write() { write_gparlast(m, design, store, sources, frame, report); }
+  void write() { write_gparlast(m, design, store, sources, frame.asked, frame.state, report); }
   void take(const std::string& file) const { directory.write("r_parm", file); }
-  void read_first() { read_r_parm(m, store, sources, frame, r_parm, report); }
+  void read_first() { P_ROUND = read_r_parm(m, store, sources, frame.asked, r_parm, report); }
   void read_second() { read_r_parm_latent(m, design, r_parm, report); }
   std::string said() {
     const std::string text = voice.text();
@@ -191,7 +193,6 @@ TEST(gparlast, holds_the_state_in_the_order_of_its_layout) {
   expected.push_back(framed(bytes<double>({0.0, 0.0, 0.0})));
   expected.push_back(framed(bytes<float>({21 / 8.0F, 22 / 8.0F, 23 / 8.0F})));
   expected.push_back(framed(bytes<std::int32_t>({2, 1, 2})));
-  EXPECT_EQ(c.frame.P_ROUND, 300);
   EXPECT_EQ(c.said(), "");
   EXPECT_EQ(joined(expected, expected.size()), c.directory.read("gparlast"));
 }
@@ -207,7 +208,7 @@ TEST(gparlast, has_observations_of_the_latent_kinds_3_4_and_5_only) {
 TEST(gparlast, of_a_run_without_rounds_has_both_sources_as_they_were_started) {
   chain_state c;
   RMARIN(c.sources.marsaglia, 12, 34);
-  c.frame.iround = 1;
+  c.frame.state.iround = 1;
   c.write();
   const std::vector<std::string> records = records_of(c.directory.read("gparlast"));
   EXPECT_EQ(records[0], framed(bytes<std::int32_t>({0})));
@@ -248,11 +249,11 @@ TEST(r_parm, written_and_read_back_gives_the_same_file) {
     c.take(file);
     c.read_first();
     EXPECT_EQ(c.said(), reading + from_round + same_seeds);
-    EXPECT_EQ(c.frame.P_ROUND, 300);
+    EXPECT_EQ(c.P_ROUND, 300);
     EXPECT_TRUE(c.r_parm.is_open());
     c.read_second();
     EXPECT_FALSE(c.r_parm.is_open());
-    c.frame.iround = 301;
+    c.frame.state.iround = 301;
     c.write();
     EXPECT_EQ(c.directory.read("gparlast"), file);
     // record g belongs to group g
@@ -296,7 +297,7 @@ TEST(r_parm, with_other_seeds_only_the_combined_source_starts_anew) {
   first.write();
   for (const auto& [a, b] : {std::pair{12, 35}, std::pair{13, 34}}) {
     chain_state second, fresh;
-    second.frame.seed_a = a, second.frame.seed_b = b;
+    second.frame.asked.seed_a = a, second.frame.asked.seed_b = b;
     second.take(first.directory.read("gparlast"));
     second.read_first();
     EXPECT_EQ(second.said(), reading + from_round + other_seeds);
@@ -530,7 +531,7 @@ namespace {
 struct old_solutions : chain_state {
   old_solutions() { layout.neq = 2; }
   void file(const std::string& text) const { directory.write("oldsol", text); }
-  void read() { read_oldsol(layout, frame, store, report); }
+  void read() { read_oldsol(layout, frame.asked, store, report); }
   std::string stop() {
     return expect_stop(16, voice, [&](reporting&) { read(); });
   }
@@ -554,7 +555,7 @@ TEST(oldsol, numbers_of_the_file_decide_the_places) {
 
 TEST(oldsol, is_announced_from_test_level_2_on) {
   old_solutions c;
-  c.frame.test_level = 2;
+  c.frame.asked.test_level = 2;
   c.file(size_2 + solution(1, 1) + solution(2, 1));
   c.read();
   EXPECT_EQ(c.said(),
@@ -566,7 +567,7 @@ TEST(oldsol, written_solutions_come_back) {
   first.fill_state();
   write_lastsol(first.layout, first.store, first.report);
   second.directory.write("oldsol", first.directory.read("lastsol"));
-  read_oldsol(second.layout, second.frame, second.store, second.report);
+  read_oldsol(second.layout, second.frame.asked, second.store, second.report);
   for (std::int32_t e = 1; e <= 13; ++e) EXPECT_EQ(second.store.sol(e), first.store.sol(e));
 }
 
@@ -621,7 +622,7 @@ TEST(restart, of_analysis_type_1_reads_the_solutions_only) {
   EXPECT_NE(c.text().find(count_row("No of old solutions read ..........................", 10)),
             std::string::npos);
   EXPECT_EQ(c.text().find("Reading parameters"), std::string::npos);
-  EXPECT_EQ(r.frame.P_ROUND, 0);
+  EXPECT_EQ(r.counts.P_ROUND, 0);
 }
 
 TEST(restart, of_analysis_type_3_begins_with_its_parameters) {

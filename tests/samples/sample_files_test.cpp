@@ -1,5 +1,6 @@
 #include "samples/sample_files.h"
 
+#include "support/chain_frame.h"
 #include "support/result_case.h"
 
 #include <limits>
@@ -14,15 +15,15 @@ struct sampling : result_case {
   equation_layout layout = dairy_layout();
   sampler_store store;
   design_store design;
-  run_frame frame;
+  zeph_test::chain_frame frame;
   sample_files files;
   sampling() {
     fill_quarters(store.sol);
-    frame.analysis_type = 1;
-    frame.iround = 40;
-    frame.ntr = {2, 1, 2};
+    frame.asked.analysis_type = 1;
+    frame.state.iround = 40;
+    frame.state.ntr = {2, 1, 2};
   }
-  void open() { open_sample_files(m, layout, frame, files, report); }
+  void open() { open_sample_files(m, layout, frame.asked, files, report); }
   void close() { close_sample_files(files, report); }
   void keep_residuals() {
     m.l_residuals = true;
@@ -45,7 +46,7 @@ const std::string write_rule = "the file can be opened and written";
 
 TEST(sample_files, analysis_0_opens_scr31_only) {
   sampling c;
-  c.frame.analysis_type = 0;
+  c.frame.asked.analysis_type = 0;
   c.m.n_sol_cv = -1;
   c.keep_residuals();
   c.open();
@@ -87,13 +88,13 @@ TEST(sample_files, opening_empties_files_of_an_earlier_run) {
 
 TEST(sample_files, py_row_holds_round_model_vector_and_likelihood_and_is_flushed) {
   sampling c;
-  c.frame.ntr = {2, 1, 2, 0, 0}; // entries behind the residual are not written
+  c.frame.state.ntr = {2, 1, 2, 0, 0}; // entries behind the residual are not written
   c.open();
-  write_py(c.files, c.frame, 12.5, c.report);
+  write_py(c.files, c.frame.state, 12.5, c.report);
   const std::string row = "          40           2           1           2                     12.5\n";
   EXPECT_EQ(c.content("py"), row); // while it is open
-  c.frame.iround = 45;
-  write_py(c.files, c.frame, std::numeric_limits<double>::quiet_NaN(), c.report);
+  c.frame.state.iround = 45;
+  write_py(c.files, c.frame.state, std::numeric_limits<double>::quiet_NaN(), c.report);
   EXPECT_EQ(c.content("py"),
             row + "          45           2           1           2                      NaN\n");
 }
@@ -101,11 +102,11 @@ TEST(sample_files, py_row_holds_round_model_vector_and_likelihood_and_is_flushed
 TEST(sample_files, first_row_of_a_next_model_replaces_py) {
   sampling c;
   c.open();
-  write_py(c.files, c.frame, 1.5, c.report);
+  write_py(c.files, c.frame.state, 1.5, c.report);
   c.files.py.close(); // as the fit statistics leave it
   EXPECT_NE(c.content("py"), "");
-  write_py(c.files, c.frame, 2.5, c.report);
-  write_py(c.files, c.frame, 3.5, c.report);
+  write_py(c.files, c.frame.state, 2.5, c.report);
+  write_py(c.files, c.frame.state, 3.5, c.report);
   EXPECT_EQ(c.content("py"), "          40           2           1           2                      2.5\n"
                              "          40           2           1           2                      3.5\n");
 }
@@ -115,10 +116,10 @@ TEST(sample_files, sol_samples_hold_all_solutions_for_selector_minus_1) {
   c.m.n_sol_cv = -1;
   c.open();
   EXPECT_EQ(c.content("sol.samples"), record_bytes().i(16).end().str()); // neq, before any sample
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
-  c.frame.iround = 50;
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
+  c.frame.state.iround = 50;
   c.store.sol.fill(-1.0);
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
   c.close();
   record_bytes expected;
   expected.i(16).end().i(40);
@@ -134,7 +135,7 @@ TEST(sample_files, chosen_equations_get_a_record_each_and_rows_on_the_listing) {
   c.m.n_sol_cv = 2;
   zeph_test::fill_vec(c.m.SOL_CV_EQ_NO, {7, 3});
   c.open();
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
   c.close();
   EXPECT_EQ(c.content("sol.samples"),
             record_bytes().i(16).end().i(40).i(7).r(1.75).end().i(40).i(3).r(0.75).end().str());
@@ -148,7 +149,7 @@ TEST(sample_files, rows_that_a_smaller_model_leaves_out_are_sampled_as_zero) {
   c.layout = dairy_layout(1); // row 2 of factor 1: equations 10, 12, 14
   c.m.n_sol_cv = -1;
   c.open();
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
   c.close();
   record_bytes expected;
   expected.i(16).end().i(40);
@@ -160,7 +161,8 @@ TEST(sample_files, rows_that_a_smaller_model_leaves_out_are_sampled_as_zero) {
   chosen.m.n_sol_cv = 2;
   zeph_test::fill_vec(chosen.m.SOL_CV_EQ_NO, {12, 13});
   chosen.open();
-  write_solution_samples(chosen.m, chosen.layout, chosen.store, chosen.frame, chosen.files, chosen.report);
+  write_solution_samples(chosen.m, chosen.layout, chosen.store, chosen.frame.state, chosen.files,
+                         chosen.report);
   chosen.close();
   EXPECT_EQ(chosen.content("sol.samples"),
             record_bytes().i(16).end().i(40).i(12).r(0.0).end().i(40).i(13).r(3.25).end().str());
@@ -169,7 +171,7 @@ TEST(sample_files, rows_that_a_smaller_model_leaves_out_are_sampled_as_zero) {
 TEST(sample_files, selector_0_writes_no_solutions) {
   sampling c;
   c.open();
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
   EXPECT_FALSE(c.exists("sol.samples"));
   EXPECT_EQ(c.said(), "");
 }
@@ -178,7 +180,7 @@ TEST(sample_files, res_samples_hold_round_position_and_residuals) {
   sampling c;
   c.keep_residuals();
   c.open();
-  write_residual_samples(c.m, c.design, c.frame, c.files, c.report);
+  write_residual_samples(c.m, c.design, c.frame.state, c.files, c.report);
   c.close();
   EXPECT_EQ(c.content("res.samples"),
             record_bytes().i(40).i(11).r(0.5).r(-0.25).end().i(40).i(9).r(3.0).r(0.0).end().str());
@@ -245,7 +247,7 @@ TEST(sample_files, shares_of_mixtures_that_cannot_be_written_stop_in_their_own_w
   ASSERT_TRUE(c.files.mix_pi.open(c.path("mix_pi")));
   vec<double> shares;
   shares.take(2);
-  EXPECT_EQ(exit_code_of([&] { write_mix_pi(c.files, c.frame, shares, c.report); }), 16);
+  EXPECT_EQ(exit_code_of([&] { write_mix_pi(c.files, c.frame.state, shares, c.report); }), 16);
   EXPECT_EQ(c.said(), "\nERROR in subroutine WR_MIXZ\n\nProgram terminates\n");
 }
 
@@ -253,7 +255,7 @@ TEST(sample_files, write_to_a_full_device_stops_with_code_16) {
   sampling py, sol, res;
   std::filesystem::create_symlink("/dev/full", py.path("py"));
   py.open();
-  EXPECT_EQ(exit_code_of([&] { write_py(py.files, py.frame, 1.0, py.report); }), 16);
+  EXPECT_EQ(exit_code_of([&] { write_py(py.files, py.frame.state, 1.0, py.report); }), 16);
   EXPECT_EQ(py.said(), "\nERROR - py: no space left on the device\n\nZEPH terminates.\n");
 
   sol.m.n_sol_cv = -1;
@@ -264,15 +266,16 @@ TEST(sample_files, write_to_a_full_device_stops_with_code_16) {
   res.keep_residuals();
   std::filesystem::create_symlink("/dev/full", res.path("res.samples"));
   res.open();
-  EXPECT_EQ(
-      exit_code_of([&] { write_residual_samples(res.m, res.design, res.frame, res.files, res.report); }), 16);
+  EXPECT_EQ(exit_code_of(
+                [&] { write_residual_samples(res.m, res.design, res.frame.state, res.files, res.report); }),
+            16);
   EXPECT_EQ(res.said(), "\nERROR - res.samples: no space left on the device\n\nZEPH terminates.\n");
 }
 
 namespace {
 
 void fill_draws(sampling& c, std::int32_t groups) {
-  c.frame.analysis_type = 3;
+  c.frame.asked.analysis_type = 3;
   c.m.residual().n_hetgr = groups;
   c.m.residual().HETGR_CODE.take(range(0, groups));
   c.store.G = groups;
@@ -298,7 +301,7 @@ TEST(sample_files, gib_samples_have_a_row_for_each_element_of_the_triangles) {
   sampling c;
   fill_draws(c, 1);
   c.open();
-  write_gib_samples(c.m, c.store, c.frame, c.files, c.report);
+  write_gib_samples(c.m, c.store, c.frame.state, c.files, c.report);
   EXPECT_EQ(c.content("gib.samples"), seven_rows); // flushed, the file is still open
   c.close();
   EXPECT_EQ(c.content("gib.samples"), seven_rows);
@@ -310,7 +313,7 @@ TEST(sample_files, gib_samples_have_a_block_for_each_residual_group) {
   c.m.residual().HETGR_CODE(2) = -3;
   c.store.sscp(1, 4) = 0.25, c.store.sscp(2, 4) = -0.125, c.store.sscp(3, 4) = 1e-99;
   c.open();
-  write_gib_samples(c.m, c.store, c.frame, c.files, c.report);
+  write_gib_samples(c.m, c.store, c.frame.state, c.files, c.report);
   EXPECT_EQ(c.content("gib.samples"), seven_rows + "      40   4   1   1   0.250000             -3\n"
                                                    "      40   4   2   1  -0.125000             -3\n"
                                                    "      40   4   2   2   0.100000E-98         -3\n");
@@ -319,9 +322,9 @@ TEST(sample_files, gib_samples_have_a_block_for_each_residual_group) {
 TEST(sample_files, gib_samples_of_a_smaller_model_have_its_rows) {
   sampling c;
   fill_draws(c, 1);
-  c.frame.ntr = {1, 1, 2};
+  c.frame.state.ntr = {1, 1, 2};
   c.open();
-  write_gib_samples(c.m, c.store, c.frame, c.files, c.report);
+  write_gib_samples(c.m, c.store, c.frame.state, c.files, c.report);
   const std::string text = c.content("gib.samples");
   EXPECT_EQ(text.substr(0, 94), "      40   1   1   1    123.456              0\n"
                                 "      40   2   1   1   0.100000E-02          0\n");
@@ -330,7 +333,7 @@ TEST(sample_files, gib_samples_of_a_smaller_model_have_its_rows) {
 TEST(sample_files, gib_samples_are_opened_from_type_3_on) {
   for (const std::int32_t type : {1, 2, 3, 4}) {
     sampling c;
-    c.frame.analysis_type = type;
+    c.frame.asked.analysis_type = type;
     c.open();
     EXPECT_EQ(c.exists("gib.samples"), type >= 3);
   }
@@ -342,14 +345,14 @@ TEST(sample_files, every_sample_reaches_its_file_at_once) {
   c.keep_residuals();
   c.m.n_sol_cv = -1;
   c.open();
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
-  write_residual_samples(c.m, c.design, c.frame, c.files, c.report);
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
+  write_residual_samples(c.m, c.design, c.frame.state, c.files, c.report);
   // neq, then round and 16 solutions; two records of round, position and two residuals
   EXPECT_EQ(c.content("sol.samples").size(), 12u + 8 + 4 + 16 * 8);
   EXPECT_EQ(c.content("res.samples").size(), 2u * (8 + 8 + 2 * 8));
   c.m.n_sol_cv = 2;
   zeph_test::fill_vec(c.m.SOL_CV_EQ_NO, {12, 13});
-  write_solution_samples(c.m, c.layout, c.store, c.frame, c.files, c.report);
+  write_solution_samples(c.m, c.layout, c.store, c.frame.state, c.files, c.report);
   EXPECT_EQ(c.content("sol.samples").size(), 12u + 8 + 4 + 16 * 8 + 2 * (8 + 16));
 }
 
@@ -361,7 +364,8 @@ TEST(sample_files, write_faults_of_gib_samples_stop_with_code_16) {
   EXPECT_EQ(exit_code_of([&] { blocked.open(); }), 16);
   EXPECT_EQ(blocked.said(), zeph_test::illegal_input_text("gib.samples", "write", "open", write_rule));
   full.open();
-  EXPECT_EQ(exit_code_of([&] { write_gib_samples(full.m, full.store, full.frame, full.files, full.report); }),
-            16);
+  EXPECT_EQ(
+      exit_code_of([&] { write_gib_samples(full.m, full.store, full.frame.state, full.files, full.report); }),
+      16);
   EXPECT_EQ(full.said(), "\nERROR - gib.samples: no space left on the device\n\nZEPH terminates.\n");
 }

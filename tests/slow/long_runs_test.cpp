@@ -167,17 +167,18 @@ struct checked_body {
   double drift = 0.0;
   zeph::residual_body body = {};
 
-  void enter_group(zeph::scan_records& s, const zeph::run_frame& f, std::int32_t g) {
-    body.enter_group(s, f, g);
+  void enter_group(zeph::scan_records& s, const zeph::directives& asked, const zeph::round_state& state,
+                   zeph::scan_stage stage, std::int32_t g) {
+    body.enter_group(s, asked, state, stage, g);
     drift = std::max(drift, drift_of(r, true));
   }
-  void solve_group(zeph::scan_records& s, zeph::run_frame& f, std::int32_t g, zeph::solver_sums& sums) const {
-    body.solve_group(s, f, g, sums);
+  void solve_group(zeph::scan_records& s, const zeph::directives& asked, zeph::round_state& state,
+                   zeph::chain_counts& counts, zeph::scan_stage stage, std::int32_t g,
+                   zeph::solver_sums& sums) const {
+    body.solve_group(s, asked, state, counts, stage, g, sums);
   }
   void restrict_group(zeph::scan_records& s, std::int32_t g) const { body.restrict_group(s, g); }
-  void leave_group(zeph::scan_records& s, const zeph::run_frame& f, std::int32_t g) const {
-    body.leave_group(s, f, g);
-  }
+  void leave_group(zeph::scan_records& s, std::int32_t g) const { body.leave_group(s, g); }
 };
 
 TEST_P(a_long_run, keeps_residuals_that_are_those_of_its_solutions) {
@@ -187,15 +188,15 @@ TEST_P(a_long_run, keeps_residuals_that_are_those_of_its_solutions) {
   zeph::start_run(r);
   zeph::scan_records records = zeph::records_of(r);
   double within = 0.0, between = 0.0;
-  for (r.frame.iround = 1; r.frame.iround <= rounds; ++r.frame.iround) {
-    zeph::GIBSCAN(records, r.frame, r.files);
-    if (r.frame.iround % 1000 != 0) continue;
+  for (r.state.iround = 1; r.state.iround <= rounds; ++r.state.iround) {
+    zeph::GIBSCAN(records, r.asked, r.state, r.counts, r.files);
+    if (r.state.iround % 1000 != 0) continue;
     ASSERT_EQ(r.work.body, zeph::scan_body::fast);
-    if (r.work.fast.valid_round == r.frame.iround + 1) between = std::max(between, drift_of(r, false));
+    if (r.work.fast.valid_round == r.state.iround + 1) between = std::max(between, drift_of(r, false));
     checked_body body{r};
     zeph::solver_sums sums;
-    body.body.begin_round(records, r.frame);
-    zeph::scan_groups(body, records, r.frame, sums);
+    body.body.begin_round(records, r.asked, r.state, zeph::scan_stage::all);
+    zeph::scan_groups(body, records, r.asked, r.state, r.counts, zeph::scan_stage::all, sums);
     within = std::max(within, body.drift);
   }
   EXPECT_LT(within, 1e-9);

@@ -130,16 +130,16 @@ struct jump_case {
   void set_model(const std::vector<std::int32_t>& dimensions) {
     jump_records records = jump_records_of(*r);
     for (std::int32_t k = 1; k <= m->nramat; ++k)
-      r->frame.ntr[static_cast<std::size_t>(k - 1)] = dimensions[static_cast<std::size_t>(k - 1)];
+      r->state.ntr[static_cast<std::size_t>(k - 1)] = dimensions[static_cast<std::size_t>(k - 1)];
     for (std::int32_t k = 1; k <= m->nramat; ++k) {
-      set_structure(records, r->frame.ntr, k);
+      set_structure(records, r->state.ntr, k);
       invert_start_matrix(records, k);
     }
   }
   void scan() {
     scan_records records = records_of(*r);
-    ++r->frame.iround;
-    GIBSCAN(records, r->frame, r->files);
+    ++r->state.iround;
+    GIBSCAN(records, r->asked, r->state, r->counts, r->files);
   }
   int go(const std::string& directives) {
     write(directives);

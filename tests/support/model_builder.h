@@ -94,21 +94,22 @@ inline void fill_trait(const described_trait& d, std::int32_t i, trait_record& t
   t.SEQ_RCI = d.sequence_place;
   t.n_ef = t.n_f = n_f;
   t.n_reg = n_reg;
-  for (vec<std::int32_t>* x : {&t.EF_INP, &t.EF_RCI, &t.REDUCE, &t.f_ef_inp, &t.f_ef_rci}) x->take(n_f);
+  for (vec<std::int32_t>* x : {&t.EF_INP, &t.carried.EF_RCI, &t.carried.REDUCE, &t.f_ef_inp, &t.f_ef_rci})
+    x->take(n_f);
   t.INTERCEPT.take(n_f);
-  t.F_INTERCEPT.take(n_f);
+  t.carried.F_INTERCEPT.take(n_f);
   t.F_EF_NAME.cells.assign(d.effects.size(), padded("effect", 8));
   for (std::int32_t j = 1; j <= n_f; ++j) {
     const class_effect& e = d.effects[static_cast<std::size_t>(j - 1)];
-    t.EF_RCI(j) = t.f_ef_rci(j) = e.place;
-    t.INTERCEPT(j) = t.F_INTERCEPT(j) = e.equations;
+    t.carried.EF_RCI(j) = t.f_ef_rci(j) = e.place;
+    t.INTERCEPT(j) = t.carried.F_INTERCEPT(j) = e.equations;
   }
-  for (vec<std::int32_t>* x : {&t.REG_TYPE, &t.REG_INP, &t.REG_RCI, &t.REG_N_INP, &t.REG_N_RCI,
-                               &t.REG_N_EF_INP, &t.REG_R_MATNO, &t.REG_N_LEVEL})
+  for (vec<std::int32_t>* x : {&t.REG_TYPE, &t.REG_INP, &t.REG_RCI, &t.carried.REG_N_INP, &t.REG_N_RCI,
+                               &t.REG_N_EF_INP, &t.REG_R_MATNO, &t.carried.REG_N_LEVEL})
     x->take(n_reg);
   t.REG_MIXTURE.take(n_reg);
   t.REG_NAME.cells.assign(d.regressions.size(), padded("reg", 8));
-  t.REG_NAME_N.cells.assign(d.regressions.size(), padded("", 18));
+  t.carried.REG_NAME_N.cells.assign(d.regressions.size(), padded("", 18));
   for (std::int32_t j = 1; j <= n_reg; ++j) {
     const regression& r = d.regressions[static_cast<std::size_t>(j - 1)];
     t.REG_TYPE(j) = r.type;
@@ -197,17 +198,18 @@ inline void fill_residual(const described_model& d, std::int32_t nt, structure_r
     for (std::int32_t j = 1; j <= nt; ++j)
       f.COV_MAT(i, j) = d.residual[static_cast<std::size_t>((i - 1) * nt + j - 1)];
   identity(f.P_COV_MAT, nt);
-  f.L_RCOV_ZERO.take(nt, nt);
-  for (vec<std::int32_t>* x : {&f.ISIT, &f.ISIT_B, &f.ISIT_C}) x->take(range(0, f.n_pat));
+  f.carried.L_RCOV_ZERO.take(nt, nt);
+  for (vec<std::int32_t>* x : {&f.carried.ISIT, &f.carried.ISIT_B, &f.carried.ISIT_C})
+    x->take(range(0, f.n_pat));
   f.HETGR_CODE.take(range(0, f.n_hetgr));
   f.HETG_N_OBS.take(range(0, f.n_hetgr));
-  f.HETGR_NOBS.take(range(0, f.n_hetgr), nt, nt);
-  f.HETGR_L_PR.take(range(0, f.n_hetgr));
+  f.carried.HETGR_NOBS.take(range(0, f.n_hetgr), nt, nt);
+  f.carried.HETGR_L_PR.take(range(0, f.n_hetgr));
   f.HETGR_COV_MAT.take(range(0, f.n_hetgr), nt, nt);
   f.HETGR_RDET.take(range(0, f.n_hetgr), range(0, f.n_pat));
   f.HETGR_RIIF.take(range(0, f.n_hetgr), range(0, f.n_pat), nt, nt);
   for (std::int32_t pattern = 0; pattern <= f.n_pat; ++pattern) {
-    f.ISIT(pattern) = pattern;
+    f.carried.ISIT(pattern) = pattern;
     const mat<double> inverse = observed_inverse(f.COV_MAT, pattern, nt);
     for (std::int32_t g = 0; g <= f.n_hetgr; ++g)
       for (std::int32_t i = 1; i <= nt; ++i)

@@ -13,9 +13,9 @@
 // factor 1 in the order 1, 3, 2.
 #pragma once
 
-#include "listing/reporting.h"
 #include "formats/sequential_file.h"
 #include "input/equation_layout.h"
+#include "listing/reporting.h"
 #include "support/check.h"
 #include "support/model_builder.h"
 #include "support/scratch_directory.h"

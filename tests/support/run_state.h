@@ -49,8 +49,8 @@ template <class Visit> void for_each_part(zeph::run& r, Visit visit) {
   array("ZD_M", d.ZD_M), array("Y_M", d.Y_M), array("WV_M", d.WV_M), array("ISIT_M", d.ISIT_M);
   array("M_M", d.M_M), array("IRESG_M", d.IRESG_M), array("ZEPH_RES", d.ZEPH_RES);
   array("E", r.work.fast.E);
-  if (!r.frame.ntr.empty()) array("ntr", r.frame.ntr);
-  value("iround", r.frame.iround), value("nsamples", r.frame.nsamples), value("P_ROUND", r.frame.P_ROUND);
+  if (!r.state.ntr.empty()) array("ntr", r.state.ntr);
+  value("iround", r.state.iround), value("nsamples", r.counts.nsamples), value("P_ROUND", r.counts.P_ROUND);
   array("prop_z", r.jump.prop_z), array("conv_sol", r.jump.conv_sol);
   zeph::marsaglia_source& m = r.sources.marsaglia;
   value("marsaglia TEST", m.TEST), value("marsaglia I97", m.I97), value("marsaglia C", m.C);

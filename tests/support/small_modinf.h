@@ -277,112 +277,123 @@ inline void fill_header_sizes(zeph::model_records& m, const small_model_form& fo
   m.qv_release = "5.6";
   m.run_stamp = {20, 11, 2026, 23, 14, 5};
   m.mi_text = {"gibbs.dir", "second", "third", "fourth", "fifth"};
-  m.mi_1_6 = 16;
+  m.carried.mi_1_6 = 16;
   m.l_residuals = true;
-  m.mi_1a_2 = 12;
+  m.carried.mi_1a_2 = 12;
   m.model_kind = 2, m.solver_code = 20, m.sol_layout = 1, m.test_level = 3;
-  m.mi_2_5 = 2.5F;
+  m.carried.mi_2_5 = 2.5F;
   m.data_dims = {41, 42, 6, 44};
-  m.mi_2_7 = 27;
-  m.mi_2_8 = true;
-  m.mme_elems = 31, m.mi_3_2 = 32, m.mi_3_3 = 33, m.mi_3_4 = 3.4, m.mi_3_5 = 35, m.mi_3_6 = 3.6;
-  m.nt = 1, m.mi_3b_2 = 302, m.mi_3b_3 = 303, m.ncat = 0, m.mi_3b_5 = 305;
-  m.mi_4_1 = 401, m.mi_4_2 = 402, m.mi_4_3 = 403;
-  m.n_abgr = form.optional_parts ? 2 : 0, m.mi_5_2 = 502;
-  m.mi_5a_3 = form.optional_parts ? 55 : 0, m.mi_5b_1 = 511, m.n_cure_seq = 9;
-  m.mnef = 1, m.mi_6_2 = 602, m.mi_6_3 = 603, m.mxreg = 2;
-  m.nramat = form.factor ? 1 : 0, m.mi_33_2 = 332;
-  m.nregt = 2, m.mi_7_2 = 702, m.nfreg = 1, m.mi_7_4 = 704;
-  m.mi_8_1 = 801, m.mi_8_2 = 802, m.nfeq = 7, m.mi_9_2 = 902, m.mi_11_3 = 1103;
-  m.mi_17a = true;
-  m.mi_58_1 = 581, m.mi_58_2 = 5.8, m.iv_50 = 6, m.n_real = 4;
-  m.L_TD = form.factor, m.TD_FACTOR = 1, m.TD_TYPE = "AB", m.PTD_INT = 605, m.PTD_LIMIT = 606;
+  m.carried.mi_2_7 = 27;
+  m.carried.mi_2_8 = true;
+  m.carried.mme_elems = 31, m.carried.mi_3_2 = 32, m.carried.mi_3_3 = 33, m.carried.mi_3_4 = 3.4,
+  m.carried.mi_3_5 = 35, m.carried.mi_3_6 = 3.6;
+  m.nt = 1, m.carried.mi_3b_2 = 302, m.carried.mi_3b_3 = 303, m.ncat = 0, m.carried.mi_3b_5 = 305;
+  m.carried.mi_4_1 = 401, m.carried.mi_4_2 = 402, m.carried.mi_4_3 = 403;
+  m.carried.n_abgr = form.optional_parts ? 2 : 0, m.carried.mi_5_2 = 502;
+  m.carried.mi_5a_3 = form.optional_parts ? 55 : 0, m.carried.mi_5b_1 = 511, m.n_cure_seq = 9;
+  m.mnef = 1, m.carried.mi_6_2 = 602, m.carried.mi_6_3 = 603, m.mxreg = 2;
+  m.nramat = form.factor ? 1 : 0, m.carried.mi_33_2 = 332;
+  m.nregt = 2, m.carried.mi_7_2 = 702, m.nfreg = 1, m.carried.mi_7_4 = 704;
+  m.carried.mi_8_1 = 801, m.carried.mi_8_2 = 802, m.nfeq = 7, m.carried.mi_9_2 = 902,
+  m.carried.mi_11_3 = 1103;
+  m.carried.mi_17a = true;
+  m.carried.mi_58_1 = 581, m.carried.mi_58_2 = 5.8, m.iv_50 = 6, m.n_real = 4;
+  m.L_TD = form.factor, m.TD_FACTOR = 1, m.carried.TD_TYPE = "AB", m.PTD_INT = 605, m.PTD_LIMIT = 606;
   m.n_sol_cv = form.optional_parts ? 2 : -1;
 }
 
 inline void fill_trait_scalars(zeph::trait_record& t, const small_model_form& form) {
   t.TRAIT_TYPE = 1, t.TRAIT_INP = 18, t.TRAIT_NAME = "milk", t.Y_RCI = 1, t.link2 = 185, t.link1 = 186;
-  t.m18_7 = 187, t.m18_8 = 188, t.m18_9 = 189, t.m18_10 = 1810, t.m18_11 = 1811, t.SEQ_RCI = 1812;
-  t.m18_13 = 1813, t.m18_14 = 1814, t.m18_15 = true;
-  t.WGT_INP = 191, t.WGT_FLAG = 1, t.WGT_NAME = "weight", t.WGT_RCI = 4, t.L_MIX_TRAIT = true;
-  t.MIX_EQ_TYPE = 1, t.m19_7 = 197, t.m19_8 = "carried", t.m19_9 = 199;
-  t.n_abs = form.optional_parts ? 2 : 0;
-  t.n_ef = 2, t.n_f = 1, t.n_r = 1, t.m21_4 = 214, t.n_reg = form.regressions ? 2 : 0, t.n_tms = 3;
-  t.m23_1 = 231, t.m23_2 = 232, t.m23_3 = 233, t.m23_4 = 234, t.m24_1 = 241, t.m24_2 = 242;
-  t.m33_1 = true, t.m33_2 = 33.5F, t.m33_3 = 333, t.m33_4 = 334;
-  t.m34 = {"one", "two", "three", "four", "five", "six", "seven"};
+  t.carried.m18_7 = 187, t.carried.m18_8 = 188, t.carried.m18_9 = 189, t.carried.m18_10 = 1810,
+  t.carried.m18_11 = 1811, t.SEQ_RCI = 1812;
+  t.carried.m18_13 = 1813, t.carried.m18_14 = 1814, t.carried.m18_15 = true;
+  t.carried.WGT_INP = 191, t.WGT_FLAG = 1, t.carried.WGT_NAME = "weight", t.WGT_RCI = 4, t.L_MIX_TRAIT = true;
+  t.MIX_EQ_TYPE = 1, t.carried.m19_7 = 197, t.carried.m19_8 = "carried", t.carried.m19_9 = 199;
+  t.carried.n_abs = form.optional_parts ? 2 : 0;
+  t.n_ef = 2, t.n_f = 1, t.n_r = 1, t.carried.m21_4 = 214, t.n_reg = form.regressions ? 2 : 0,
+  t.carried.n_tms = 3;
+  t.carried.m23_1 = 231, t.carried.m23_2 = 232, t.carried.m23_3 = 233, t.carried.m23_4 = 234,
+  t.carried.m24_1 = 241, t.carried.m24_2 = 242;
+  t.carried.m33_1 = true, t.carried.m33_2 = 33.5F, t.carried.m33_3 = 333, t.carried.m33_4 = 334;
+  t.carried.m34 = {"one", "two", "three", "four", "five", "six", "seven"};
   t.L_CENS = form.optional_parts;
-  if (t.L_CENS) t.CENS_INP = 341, t.CENS_RCI = 3, t.UPPER_INP = 343, t.UPPER_RCI = 2;
+  if (t.L_CENS) t.carried.CENS_INP = 341, t.CENS_RCI = 3, t.carried.UPPER_INP = 343, t.UPPER_RCI = 2;
 }
 
 inline void fill_trait_arrays(zeph::trait_record& t, const small_model_form& form) {
   if (form.optional_parts) {
-    fill(t.A_EF_INP, {251, 252}), fill(t.A_EF_RCI, {253, 254});
-    fill_texts(t.A_EF_NAME, {"herd", "barn"});
+    fill(t.carried.A_EF_INP, {251, 252}), fill(t.carried.A_EF_RCI, {253, 254});
+    fill_texts(t.carried.A_EF_NAME, {"herd", "barn"});
   }
-  fill(t.EF_INP, {261, 262}), fill(t.EF_RCI, {263, 264}), fill(t.REDUCE, {265, 266});
-  fill(t.INTERCEPT, {1, 0}), fill(t.F_INTERCEPT, {0}), fill(t.R_INTERCEPT, {1});
-  fill(t.EF_COEFF, {2.25F, 2.5F}), fill(t.F_EF_COEFF, {2.75F}), fill(t.R_EF_COEFF, {3.25F});
-  fill(t.MERGE_PREV, {1});
+  fill(t.EF_INP, {261, 262}), fill(t.carried.EF_RCI, {263, 264}), fill(t.carried.REDUCE, {265, 266});
+  fill(t.INTERCEPT, {1, 0}), fill(t.carried.F_INTERCEPT, {0}), fill(t.carried.R_INTERCEPT, {1});
+  fill(t.carried.EF_COEFF, {2.25F, 2.5F}), fill(t.carried.F_EF_COEFF, {2.75F}),
+      fill(t.carried.R_EF_COEFF, {3.25F});
+  fill(t.carried.MERGE_PREV, {1});
   fill(t.f_ef_inp, {271}), fill_texts(t.F_EF_NAME, {"sex"}), fill(t.f_ef_rci, {2});
-  fill(t.r_ef_inp, {281}), fill_texts(t.R_EF_NAME, {"animal"}), fill(t.r_ef_rci, {3});
-  fill(t.r_ef_matno, {form.factor ? 1 : 0}), fill(t.ass_rf, {321});
+  fill(t.r_ef_inp, {281}), fill_texts(t.carried.R_EF_NAME, {"animal"}), fill(t.r_ef_rci, {3});
+  fill(t.r_ef_matno, {form.factor ? 1 : 0}), fill(t.carried.ass_rf, {321});
   if (!form.regressions) return;
   fill(t.REG_TYPE, {0, 1}), fill(t.REG_INP, {291, 292}), fill(t.REG_MIXTURE, {0, 1});
   fill_texts(t.REG_NAME, {"age", "days"});
-  fill(t.REG_RCI, {2, 3}), fill(t.n_times, {293, 294, 295});
-  fill(t.REG_N_INP, {301, 302}), fill_texts(t.REG_NAME_N, {"", "sex of the animal"});
+  fill(t.REG_RCI, {2, 3}), fill(t.carried.n_times, {293, 294, 295});
+  fill(t.carried.REG_N_INP, {301, 302}), fill_texts(t.carried.REG_NAME_N, {"", "sex of the animal"});
   fill(t.REG_N_RCI, {305, 1}), fill(t.REG_N_EF_INP, {306, 1});
-  fill(t.REG_R_MATNO, {0, 1}), fill(t.REG_N_LEVEL, {311, 312});
+  fill(t.REG_R_MATNO, {0, 1}), fill(t.carried.REG_N_LEVEL, {311, 312});
 }
 
 inline void fill_factor_scalars(zeph::structure_record& r, const small_model_form& form) {
-  r.n_cont = 3, r.n_rc = 2, r.n_t = 2, r.n_rid = 2, r.n_reff = 2;
+  r.n_cont = 3, r.n_rc = 2, r.n_t = 2, r.n_rid = 2, r.carried.n_reff = 2;
   r.CV_STRUCT = "PED", r.r36 = 36, r.L_RAM = true, r.QTL_FACTOR = 37;
-  r.r48 = {5000000481, 482, 483}, r.r72 = {-721, 722};
+  r.carried.r48 = {5000000481, 482, 483}, r.carried.r72 = {-721, 722};
   r.n_phg = form.optional_parts ? 2 : 0;
-  r.r216 = true, r.r192 = 1.92, r.r236 = 236, r.r240 = "r240", r.r200 = 2.125, r.r232 = true;
-  r.r860 = 860, r.r864 = true, r.r2456 = true, r.r3304 = 1.25;
-  r.r4792 = true, r.r4872 = true;
+  r.r216 = true, r.carried.r192 = 1.92, r.carried.r236 = 236, r.carried.r240 = "r240", r.carried.r200 = 2.125,
+  r.carried.r232 = true;
+  r.carried.r860 = 860, r.carried.r864 = true, r.carried.r2456 = true, r.r3304 = 1.25;
+  r.carried.r4792 = true, r.carried.r4872 = true;
 }
 
 inline void fill_factor_arrays(zeph::structure_record& r, const small_model_form& form) {
-  if (form.optional_parts) fill(r.PHG_LIST, {3401, 3402, 3403, 3404});
+  if (form.optional_parts) fill(r.carried.PHG_LIST, {3401, 3402, 3403, 3404});
   fill(r.TRAIT_NO, {1, 1}), fill(r.TRAIT_INP, {363, 364});
   fill(r.CONT_POS, {1, 2, 1}), fill(r.CONT_RC, {1, 1, 2}), fill(r.CONT_T_NO, {1, 1, 1});
-  fill(r.CONT_LC, {0, 0, 1}), fill(r.CONT_T_INP, {3601, 3602, 3603});
-  fill(r.CONT_T_RCI, {3604, 3605, 3606}), fill(r.CONT_EFF, {3607, 3608, 3609});
-  fill(r.CONT_EFF_INP, {3610, 3611, 3612}), fill(r.CONT_EFF_RCI, {3, 4, 5});
-  fill(r.CONT_RR_INP, {3613, 3614, 3615}), fill(r.CONT_RR_RCI, {0, 3, 0});
-  fill_texts(r.CONT_ID_NO, {"id1", "id2", "id3"});
-  fill_texts(r.CONT_T_NAME, {"t1", "t2", "t3"});
-  fill_texts(r.CONT_RR_NAME, {"rr1", "rr2", "rr3"});
+  fill(r.CONT_LC, {0, 0, 1}), fill(r.carried.CONT_T_INP, {3601, 3602, 3603});
+  fill(r.carried.CONT_T_RCI, {3604, 3605, 3606}), fill(r.carried.CONT_EFF, {3607, 3608, 3609});
+  fill(r.carried.CONT_EFF_INP, {3610, 3611, 3612}), fill(r.CONT_EFF_RCI, {3, 4, 5});
+  fill(r.carried.CONT_RR_INP, {3613, 3614, 3615}), fill(r.CONT_RR_RCI, {0, 3, 0});
+  fill_texts(r.carried.CONT_ID_NO, {"id1", "id2", "id3"});
+  fill_texts(r.carried.CONT_T_NAME, {"t1", "t2", "t3"});
+  fill_texts(r.carried.CONT_RR_NAME, {"rr1", "rr2", "rr3"});
   fill(r.CONT_COEFF, {1.0, 0.5, 2.0}), fill(r.CONT_RR_EFF, {0, 1, 0});
-  fill(r.REDUCE, {371, 372}), fill(r.R_EFF, {373, 374}), fill(r.R_EFF_INP, {375, 376});
-  fill(r.TRAIT_BLK_SIZE, {377, 378}), fill(r.TRAIT_BLK_STAERT, {379, 380}), fill(r.N_RR, {381, 382});
-  fill(r.T_R_ID_RCI, {401, 402}), fill(r.RANDOM_ID_INP, {411, 412}), fill(r.INTERCEPT, {1, 0});
+  fill(r.carried.REDUCE, {371, 372}), fill(r.carried.R_EFF, {373, 374}),
+      fill(r.carried.R_EFF_INP, {375, 376});
+  fill(r.carried.TRAIT_BLK_SIZE, {377, 378}), fill(r.carried.TRAIT_BLK_STAERT, {379, 380}),
+      fill(r.carried.N_RR, {381, 382});
+  fill(r.carried.T_R_ID_RCI, {401, 402}), fill(r.carried.RANDOM_ID_INP, {411, 412}),
+      fill(r.INTERCEPT, {1, 0});
   fill(r.R_EFF_RCI, {3, 423}), fill(r.T_NO, {1, 2}), fill_texts(r.T_NAME, {"milk", "slope"});
   fill(r.COV_MAT, {4.0, 1.0, 1.5, 3.0}), fill(r.P_COV_MAT, {8.0, 2.0, 2.5, 6.0});
   fill(r.GIF, {0.5, 0.125, 0.25, 0.75});
-  fill(r.L_CV_REST, {1, 0, 0, 0}), fill(r.L_COR_REST, {0, 1, 0, 0});
-  fill(r.L_VRATIO_ELEM, {0, 1}), fill(r.P_RATIO, {5.5, 5.75});
+  fill(r.carried.L_CV_REST, {1, 0, 0, 0}), fill(r.carried.L_COR_REST, {0, 1, 0, 0});
+  fill(r.carried.L_VRATIO_ELEM, {0, 1}), fill(r.carried.P_RATIO, {5.5, 5.75});
 }
 
 inline void fill_residual_scalars(zeph::structure_record& r) {
-  r.n_rc = 1, r.n_t = 1, r.CV_STRUCT = "GROUP", r.r5288 = true;
-  r.n_pat = 1, r.HETGR_INP = 481, r.HETGR_RCI = 2, r.HETGR_NAME = "stage", r.n_hetgr = 2, r.r4520 = true;
-  r.r4796 = true;
+  r.n_rc = 1, r.n_t = 1, r.CV_STRUCT = "GROUP", r.carried.r5288 = true;
+  r.n_pat = 1, r.carried.HETGR_INP = 481, r.HETGR_RCI = 2, r.carried.HETGR_NAME = "stage", r.n_hetgr = 2,
+  r.carried.r4520 = true;
+  r.carried.r4796 = true;
 }
 
 inline void fill_residual_arrays(zeph::structure_record& r) {
   fill(r.TRAIT_NO, {1}), fill(r.TRAIT_INP, {18}), fill(r.T_NO, {1}), fill_texts(r.T_NAME, {"milk"});
   fill(r.COV_MAT, {10.0}), fill(r.P_COV_MAT, {20.0});
-  fill(r.ISIT, {0, 1}), fill(r.ISIT_B, {491, 492}), fill(r.ISIT_C, {493, 494});
-  fill(r.HETGR_CODE, {0, 7, 11}), fill(r.HETG_N_OBS, {0, 4, 2}), fill(r.HETGR_NOBS, {0, 5, 3});
-  fill(r.HETGR_COV_MAT, {0.0, 10.0, 20.0}), fill(r.HETGR_L_PR, {0, 1, 0});
+  fill(r.carried.ISIT, {0, 1}), fill(r.carried.ISIT_B, {491, 492}), fill(r.carried.ISIT_C, {493, 494});
+  fill(r.HETGR_CODE, {0, 7, 11}), fill(r.HETG_N_OBS, {0, 4, 2}), fill(r.carried.HETGR_NOBS, {0, 5, 3});
+  fill(r.HETGR_COV_MAT, {0.0, 10.0, 20.0}), fill(r.carried.HETGR_L_PR, {0, 1, 0});
   fill(r.HETGR_RDET, {0.0, 2.25, 3.0, 0.5, 0.625, 0.75});
   fill(r.HETGR_RIIF, {0.0, 0.2, 0.3, 0.0, 0.1, 0.05});
-  fill(r.L_COR_REST, {1}), fill(r.L_VRATIO_ELEM, {1}), fill(r.P_RATIO, {6.5});
+  fill(r.carried.L_COR_REST, {1}), fill(r.carried.L_VRATIO_ELEM, {1}), fill(r.carried.P_RATIO, {6.5});
 }
 
 inline zeph::model_records small_model(zeph::reporting& report, const small_model_form& form = {}) {
@@ -394,17 +405,17 @@ inline zeph::model_records small_model(zeph::reporting& report, const small_mode
   if (form.factor) fill_factor_scalars(m.RMAT(1), form);
   fill_residual_scalars(m.residual());
   zeph::allocate_modinf(m, report);
-  fill(m.TraitIdWithWeight, {7});
+  fill(m.carried.TraitIdWithWeight, {7});
   if (form.optional_parts) {
-    fill(m.NABGR, {51, 52}), fill(m.MN_ABGR, {53, 54});
+    fill(m.carried.NABGR, {51, 52}), fill(m.carried.MN_ABGR, {53, 54});
     fill(m.SOL_CV_EQ_NO, {8, 9});
   }
-  fill(m.NLEV, {3}), fill(m.NORCOV, {161, 162}), fill(m.SPRE, {1.5}), fill(m.H2, {0.25});
+  fill(m.NLEV, {3}), fill(m.NORCOV, {161, 162}), fill(m.SPRE, {1.5}), fill(m.carried.H2, {0.25});
   fill_trait_arrays(m.MODEL(1), form);
   if (form.factor) {
     fill(m.NRALEV, {4});
     fill_factor_arrays(m.RMAT(1), form);
-    fill(m.NBEGRA, {7, 15}), fill(m.NBEGRAT, {7, 8, 9, 10, 11, 12});
+    fill(m.NBEGRA, {7, 15}), fill(m.carried.NBEGRAT, {7, 8, 9, 10, 11, 12});
   } else {
     fill(m.NBEGRA, {7});
   }

@@ -14,10 +14,10 @@ namespace {
 
 // CURE_YHAT(:,pos) += fitted values of record irec, summed in 32 bits
 void add_fitted_row(const model_records& model, const equation_layout& layout, design_store& design,
-                    const sampler_store& sampler, const record_values& values, const run_frame& f,
+                    const sampler_store& sampler, const record_values& values, const directives& asked,
                     std::int32_t irec, std::int32_t pos) {
   float* row = design.CURE_YHAT.col(pos);
-  add_fitted(entries_of(design, layout, sampler, f.analysis_type), irec, row);
+  add_fitted(entries_of(design, layout, sampler, asked.analysis_type), irec, row);
   if (!values.weighted) return;
   for (std::int32_t t = 1; t <= model.nt; ++t) row[t - 1] *= design.WV_SQRT_M(t, irec);
 }
@@ -74,7 +74,7 @@ void draw_status(const model_records& model, design_store& design, combined_sour
 // What the record shows of each trait, and its residuals from the fitted row.
 void describe_cure_record(const model_records& model, const design_store& design,
                           const category_store& categories, record_values& values, latent_work& latent,
-                          const run_frame& f, std::int32_t irec, std::int32_t i, std::int32_t npos) {
+                          const directives& asked, std::int32_t irec, std::int32_t i, std::int32_t npos) {
   const std::int32_t nt = model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
@@ -86,7 +86,7 @@ void describe_cure_record(const model_records& model, const design_store& design
     values.fitted(t) = static_cast<double>(design.CURE_YHAT(t, i));
     values.res(t) = y - values.fitted(t);
     // as in take_record: nothing is imputed in type 0
-    if (f.analysis_type <= 0 && !trait_present(design.ISIT_M(irec), t, nt))
+    if (asked.analysis_type <= 0 && !trait_present(design.ISIT_M(irec), t, nt))
       values.res(t) = values.fitted(t) = 0.0;
   }
   std::int64_t c = 0;
@@ -97,8 +97,8 @@ void describe_cure_record(const model_records& model, const design_store& design
 // Y_M = fitted value + residual of the latent traits; a value above 0 counts in mix_pi. Where the sign is
 // known the stored one keeps it.
 void store_cure_record(const model_records& model, design_store& design, mixture_store& mixtures,
-                       record_values& values, const latent_work& latent, const run_frame& f,
-                       std::int32_t irec, std::int32_t i) {
+                       record_values& values, const latent_work& latent, const directives& asked,
+                       const round_state& state, std::int32_t irec, std::int32_t i) {
   const std::int32_t nt = model.nt;
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
@@ -111,18 +111,20 @@ void store_cure_record(const model_records& model, design_store& design, mixture
     else if (type == trait_categorical || type == trait_sequence)
       store_observation(design, values, irec, t, static_cast<float>(mean + res));
     const bool counted = type == trait_liability || type == trait_sequence || type == trait_cured;
-    if (counted && design.Y_M(t, irec) > 0.0F) count_member(mixtures, f, irec, t);
+    if (counted && design.Y_M(t, irec) > 0.0F) count_member(mixtures, asked, state, irec, t);
   }
 }
 
 // The sequence of records irec-npos+1..irec: what is known of it, the draws of its records in order, and
 // CURE_YHAT back to 0 for the next one.
-void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std::int32_t npos) {
+void close_sequence(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
+                    std::int32_t npos) {
   observe_status(r.model, r.design, irec, npos);
   draw_status(r.model, r.design, r.sources.combined, npos);
   for (std::int32_t i = 1; i <= npos; ++i) {
     const std::int32_t record = irec - npos + i;
-    describe_cure_record(r.model, r.design, r.categories, r.work.values, r.work.latent, f, record, i, npos);
+    describe_cure_record(r.model, r.design, r.categories, r.work.values, r.work.latent, asked, record, i,
+                         npos);
     liability_record x;
     x.mean = r.work.values.fitted.data();
     x.pos = r.work.latent.pos.data();
@@ -135,20 +137,20 @@ void close_sequence(scan_records& r, const run_frame& f, std::int32_t irec, std:
     x.isit = r.design.ISIT_M(record);
     x.h = r.design.IRESG_M(record);
     liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(), x);
-    store_cure_record(r.model, r.design, r.mixtures, r.work.values, r.work.latent, f, record, i);
+    store_cure_record(r.model, r.design, r.mixtures, r.work.values, r.work.latent, asked, state, record, i);
   }
   for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.col(i), r.model.nt, 0.0F);
 }
 
 } // namespace
 
-void bddrmc_cure(scan_records& r, const run_frame& f) {
+void bddrmc_cure(scan_records& r, const directives& asked, const round_state& state) {
   r.mixtures.MIXZ_LAST.fill(0);
   r.mixtures.mix_pi.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     const std::int32_t pos = std::abs(r.design.SEQ_M(irec));
-    add_fitted_row(r.model, r.layout, r.design, r.sampler, r.work.values, f, irec, pos);
-    if (r.design.SEQ_M(irec) < 0) close_sequence(r, f, irec, pos);
+    add_fitted_row(r.model, r.layout, r.design, r.sampler, r.work.values, asked, irec, pos);
+    if (r.design.SEQ_M(irec) < 0) close_sequence(r, asked, state, irec, pos);
   }
   for (std::int32_t t = 1; t <= r.model.nt; ++t) divide_by_observations(r.model, r.design, r.mixtures, t);
 }

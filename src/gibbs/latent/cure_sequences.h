@@ -5,7 +5,7 @@
 // held of it, CURE_Y(t) what the records show.
 #pragma once
 
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -16,6 +16,6 @@ struct scan_records;
 //   1 - d,  d = Q/(prod Phi + Q),  prod the product of Q over the positions of kind 7,
 // Phi and Q the lower and upper tail of the normal distribution at the fitted values; then the
 // liabilities of its records (liab_sample).
-void bddrmc_cure(scan_records& r, const run_frame& f);
+void bddrmc_cure(scan_records& r, const directives& asked, const round_state& state);
 
 } // namespace zeph

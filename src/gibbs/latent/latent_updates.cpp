@@ -30,9 +30,9 @@ bool censored_code(std::int32_t code) { return code == -1 || code == 1 || code =
 
 } // namespace
 
-void bddrmc_cat(scan_records& r, const run_frame& f) {
+void bddrmc_cat(scan_records& r, const directives& asked) {
   const std::int32_t nt = r.model.nt;
-  const record_entries entries = entries_of(r, f.analysis_type);
+  const record_entries entries = entries_of(r, asked.analysis_type);
   r.work.latent.cured.fill(0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
@@ -59,9 +59,9 @@ void bddrmc_cat(scan_records& r, const run_frame& f) {
   }
 }
 
-void bddrmc_cens(scan_records& r, const run_frame& f) {
+void bddrmc_cens(scan_records& r, const directives& asked) {
   const std::int32_t nt = r.model.nt;
-  const record_entries entries = entries_of(r, f.analysis_type);
+  const record_entries entries = entries_of(r, asked.analysis_type);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     bool any = false;
     for (std::int32_t t = 1; t <= nt; ++t) {
@@ -101,7 +101,8 @@ void find_extremes(const design_store& d, const category_store& categories, std:
 } // namespace
 
 void samp_thresholds(const design_store& design, category_store& categories, combined_source& source,
-                     reporting& report, const run_frame& f, sample_files& files) {
+                     reporting& report, const directives& asked, const round_state& state,
+                     sample_files& files) {
   std::int32_t c = 0;
   for (category_record& x : categories.catstr) find_extremes(design, categories, ++c, x);
   for (category_record& x : categories.catstr)
@@ -112,39 +113,41 @@ void samp_thresholds(const design_store& design, category_store& categories, com
     x.thr(1) = 0.0;
     x.thr(x.ncat_t - 1) = 1.0;
   }
-  if (!takes_sample(f)) return;
+  if (!takes_sample(asked, state)) return;
   for (category_record& x : categories.catstr)
     for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
       x.thrpostm(k) += x.thr(k);
       x.thrpostsd(k) += x.thr(k) * x.thr(k);
-      write_threshold(files, f, categories.catstr.front().trait, k, x.thr(k),
+      write_threshold(files, state, categories.catstr.front().trait, k, x.thr(k),
                       report); // kept: the first trait
     }
   flush_thresholds(files, report);
 }
 
-bool has_latent_traits(const model_records& m, const run_frame& f) {
+bool has_latent_traits(const model_records& m, const directives& asked) {
   for (const std::int32_t kind :
        {trait_categorical, trait_liability, trait_sequence, trait_cured, trait_mixture})
     if (m.has_type(kind)) return true;
-  return m.has_type(trait_censored) && !scans_in_two_stages(f);
+  return m.has_type(trait_censored) && !scans_in_two_stages(asked);
 }
 
-void update_latent_variables(scan_records& r, const run_frame& f, sample_files& files) {
+void update_latent_variables(scan_records& r, const directives& asked, const round_state& state,
+                             sample_files& files) {
   const model_records& m = r.model;
   const bool ordered = m.has_type(trait_categorical), binary = m.has_type(trait_liability);
   const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
   // kept: the form with covariables made from solutions leaves thresholds and censored values as they are
-  const bool two_stages = scans_in_two_stages(f);
+  const bool two_stages = scans_in_two_stages(asked);
   prepare_conditionals(r.model, r.sampler, r.work.latent);
-  if ((ordered || binary) && !sequence) bddrmc_cat(r, f);
-  if (ordered && !two_stages) samp_thresholds(r.design, r.categories, r.sources.combined, r.report, f, files);
-  if (sequence) bddrmc_cure(r, f);
-  if (m.has_type(trait_mixture)) bddrmc_mix(r, f);
-  if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, f);
+  if ((ordered || binary) && !sequence) bddrmc_cat(r, asked);
+  if (ordered && !two_stages)
+    samp_thresholds(r.design, r.categories, r.sources.combined, r.report, asked, state, files);
+  if (sequence) bddrmc_cure(r, asked, state);
+  if (m.has_type(trait_mixture)) bddrmc_mix(r, asked, state);
+  if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, asked);
   if (!sequence && !m.has_type(trait_mixture)) return;
-  if (!takes_sample(f)) return;
-  write_mix_pi(files, f, r.mixtures.mix_pi, r.report);
+  if (!takes_sample(asked, state)) return;
+  write_mix_pi(files, state, r.mixtures.mix_pi, r.report);
   for (std::int32_t t = 1; t <= m.nt; ++t) {
     const double share = r.mixtures.mix_pi(t);
     r.mixtures.mix_pi_sum(t) += share;

@@ -14,7 +14,7 @@
 #include "gibbs/residuals/record_values.h"
 #include "gibbs/residuals/residual_conditional.h"
 #include "input/category_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 #include "numerics/random_sources.h"
 

@@ -22,10 +22,11 @@ void divide_by_observations(const model_records& model, const design_store& desi
   share = n > 0 ? share / static_cast<double>(n) : 0.0;
 }
 
-void count_member(mixture_store& mixtures, const run_frame& f, std::int32_t irec, std::int32_t t) {
+void count_member(mixture_store& mixtures, const directives& asked, const round_state& state,
+                  std::int32_t irec, std::int32_t t) {
   mixtures.mix_pi(t) += 1;
   mixtures.MIXZ_LAST(t, irec) = 1;
-  if (is_sample_round(f)) ++mixtures.MIXZ_COUNT(t, irec);
+  if (is_sample_round(asked, state)) ++mixtures.MIXZ_COUNT(t, irec);
 }
 
 void start_mixing_proportions(const model_records& model, const design_store& design,

@@ -4,7 +4,7 @@
 
 #include "input/design_store.h"
 #include "input/mixture_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -14,7 +14,8 @@ void start_mixing_proportions(const model_records& model, const design_store& de
                               mixture_store& mixtures);
 
 // Counts record irec in component 1 of trait t; in sample rounds in MIXZ_COUNT too.
-void count_member(mixture_store& mixtures, const run_frame& f, std::int32_t irec, std::int32_t t);
+void count_member(mixture_store& mixtures, const directives& asked, const round_state& state,
+                  std::int32_t irec, std::int32_t t);
 
 // mix_pi(t) = count / records with trait t; 0 where there is none.
 void divide_by_observations(const model_records& model, const design_store& design, mixture_store& mixtures,

@@ -9,7 +9,7 @@
 #pragma once
 
 #include "gibbs/latent/liability_draws.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -30,7 +30,7 @@ void allocate_mixture_work(const model_records& m, mixture_work& work, reporting
 //   tau = p1/(p1 + p0), p1 = exp(-e1'R1^-1 e1/2) |R1|^-1/2 Phi, p0 alike with 1 - Phi,
 // then the liabilities of the record's traits of kind 5 are drawn. A tau that is no
 // number puts the record into component 0.
-void bddrmc_mix(scan_records& r, const run_frame& f);
+void bddrmc_mix(scan_records& r, const directives& asked, const round_state& state);
 
 // Liabilities of the traits of kind 5 of one record: each given the observed other
 // traits and those of kind 5 drawn before, on the side that z tells. On return

@@ -151,11 +151,11 @@ std::int32_t trait_at(const structure_record& residual, std::int32_t position) {
   return trait == 0 ? position : trait;
 }
 
-void fill_lists(const model_records& m, const run_frame& f, residual_lists& lists, reporting& report) {
+void fill_lists(const model_records& m, const directives& asked, residual_lists& lists, reporting& report) {
   lists = {};
   for (std::int32_t j = 1; j <= m.nt; ++j) {
     const std::int32_t trait = trait_at(m.residual(), j);
-    if (trait != j && f.analysis_type >= 3)
+    if (trait != j && asked.analysis_type >= 3)
       illegal_input(report, "MODINF", "RMAT%TRAIT_NO", {m.nramat + 1, j}, std::to_string(trait),
                     "the position itself in the residual");
     switch (m.MODEL(j).TRAIT_TYPE) {
@@ -173,7 +173,7 @@ void fill_lists(const model_records& m, const run_frame& f, residual_lists& list
       lists.ccu.push_back(j);
       break;
     default:
-      if (f.analysis_type >= 3)
+      if (asked.analysis_type >= 3)
         illegal_input(report, "MODINF", "TRAIT_TYPE", {j}, std::to_string(m.MODEL(j).TRAIT_TYPE),
                       "1, 2, 3, 4, 5, 7 or 8");
     }
@@ -184,10 +184,10 @@ void fill_lists(const model_records& m, const run_frame& f, residual_lists& list
 
 } // namespace
 
-void prepare_residual_draw(const model_records& m, const run_frame& f, constrained_work& w,
+void prepare_residual_draw(const model_records& m, const directives& asked, constrained_work& w,
                            matrix_draw_work& matrix_work, reporting& report) {
   constexpr std::string_view routine = "rinvwish_con";
-  fill_lists(m, f, w.lists, report);
+  fill_lists(m, asked, w.lists, report);
   const std::int64_t l = size_of(w.lists.lc), k = size_of(w.lists.cc), c = k + size_of(w.lists.ccu);
   if (c == 0) return;
   for (mat<double>* x : {&w.S, &w.A}) allocate(report, *x, "S", routine, m.nt, m.nt);

@@ -18,7 +18,7 @@
 #pragma once
 
 #include "input/model_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "numerics/matrix_draws.h"
 
 #include <vector>
@@ -47,7 +47,7 @@ struct constrained_work {
 
 // Sorts the traits into the lists and takes the work areas. From analysis type 3
 // on a trait of a type that has no list is illegal input of MODINF (code 16).
-void prepare_residual_draw(const model_records& m, const run_frame& f, constrained_work& work,
+void prepare_residual_draw(const model_records& m, const directives& asked, constrained_work& work,
                            matrix_draw_work& matrix_work, reporting& report);
 
 // W = one draw for the sums of squares work.S with inverse work.A (nt x nt, both

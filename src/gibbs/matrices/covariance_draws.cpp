@@ -19,7 +19,9 @@ namespace {
 constexpr int most_redraws = 1000; // of a residual matrix with covariances held at zero
 constexpr std::int64_t last_printed_round = 3;
 
-bool printed(const run_frame& f) { return f.iround <= last_printed_round && f.test_level >= 2; }
+bool printed(const directives& asked, const round_state& state) {
+  return state.iround <= last_printed_round && asked.test_level >= 2;
+}
 
 bool has_related_sum(const structure_record& s) {
   for (const std::string_view name : {"PED", "COR", "GREL", "DOM", "PGMIX"})
@@ -103,17 +105,18 @@ template <class Prior> void add_prior(double* sums, std::int32_t p, double weigh
 // One factor: S + (v - p - 1) G0 and q + v degrees of freedom, or S and q - p - 1 with a flat prior
 // (v the prior degrees of freedom, G0 the start matrix, p rows in the model, q levels).
 void sample_factor(const model_records& model, sampler_store& sampler, covariance_work& matrices,
-                   random_sources& sources, reporting& report, const run_frame& f, std::int32_t k) {
-  const std::int32_t p = f.ntr[static_cast<std::size_t>(k - 1)];
+                   random_sources& sources, reporting& report, const directives& asked,
+                   const round_state& state, std::int32_t k) {
+  const std::int32_t p = state.ntr[static_cast<std::size_t>(k - 1)];
   if (p <= 0) return;
   const structure_record& factor = model.RMAT(k);
-  if (printed(f))
+  if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = sampler.sscp.col(k);
-  std::int32_t df = f.DDF(k) - p - 1; // the flat prior
-  if (f.PDF(k) > p + 1) {
-    df = f.DDF(k) + f.PDF(k);
-    add_prior(sums, p, static_cast<double>(f.PDF(k) - p - 1),
+  std::int32_t df = asked.DDF(k) - p - 1; // the flat prior
+  if (asked.PDF(k) > p + 1) {
+    df = asked.DDF(k) + asked.PDF(k);
+    add_prior(sums, p, static_cast<double>(asked.PDF(k) - p - 1),
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
   inverse_wishart_store& iw = IW_STR_of(sampler, k, "sample_covariances", report);
@@ -123,24 +126,24 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
            matrices.draw);
   invert_drawn(report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
-  if (f.matopd(k))
+  if (state.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
       for (std::int32_t i = 1; i <= p; ++i) sampler.GIF(i, j, k) = iw.W_INV(i, j);
   sampler.IDET_RVAR(k) =
       std::sqrt(det_into(report, iw.W_INV.data(), iw.W_INV.extent(1), p, matrices.draw.L.data()));
-  if (printed(f)) print_inverse(report, iw.W_INV, p);
+  if (printed(asked, state)) print_inverse(report, iw.W_INV, p);
 }
 
 // Zero in sscp where a residual covariance is held at zero; printed for tests.
 void mask_residual_sums(const model_records& model, sampler_store& sampler, reporting& report,
-                        const run_frame& f) {
+                        const directives& asked) {
   const std::int32_t nt = model.nt;
   for (std::int32_t h = 1; h <= sampler.G; ++h) {
     double* sums = sampler.sscp.col(model.nramat + h);
     for (std::int32_t k = 1; k <= nt * (nt + 1) / 2; ++k)
       if (sampler.LNCOV(k)) sums[k - 1] = 0;
   }
-  if (f.test_level <= 1) return;
+  if (asked.test_level <= 1) return;
   say(report, "sscp for residuals");
   for (std::int32_t h = 1; h <= sampler.G; ++h) {
     const double* sums = sampler.sscp.col(model.nramat + h);
@@ -200,9 +203,10 @@ void draw_residual_matrix(const model_records& model, const sampler_store& sampl
 // One residual group, with the counts of its records; whether the prior is proper is judged by the number
 // of traits of the run.
 void sample_residual(const model_records& model, sampler_store& sampler, covariance_work& matrices,
-                     random_sources& sources, reporting& report, const run_frame& f, std::int32_t h) {
-  const std::int32_t nt = model.nt, p = f.ntr.back(), column = model.nramat + h;
-  const std::int32_t prior = f.PDF(model.nramat + 1);
+                     random_sources& sources, reporting& report, const directives& asked,
+                     const round_state& state, std::int32_t h) {
+  const std::int32_t nt = model.nt, p = state.ntr.back(), column = model.nramat + h;
+  const std::int32_t prior = asked.PDF(model.nramat + 1);
   const std::int32_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
   double* sums = sampler.sscp.col(column);
   const std::int32_t df = prior > nt + 1 ? records + prior : records - nt - 1;
@@ -215,14 +219,14 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   draw_residual_matrix(model, sampler, matrices, sources, report, iw, h, df);
   invert_drawn(report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
-  if (f.matopd(model.nramat + 1)) {
+  if (state.matopd(model.nramat + 1)) {
     std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.slice(h));
     std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.slice(h));
   }
   const double d = det_into(report, iw.W_INV.data(), nt, nt, matrices.draw.L.data());
   sampler.IDET_RVAR(column) = std::sqrt(d);
   sampler.LVDET(column) -= std::log(d);
-  if (printed(f)) print_inverse(report, iw.W_INV, nt);
+  if (printed(asked, state)) print_inverse(report, iw.W_INV, nt);
 }
 
 } // namespace
@@ -260,19 +264,20 @@ void add_factor_squares(const model_records& model, const relationship_store& re
 }
 
 void sscp_random(const model_records& model, const relationship_store& relations, sampler_store& sampler,
-                 covariance_work& matrices, residual_form& fast, reporting& report, const run_frame& f) {
+                 covariance_work& matrices, residual_form& fast, reporting& report,
+                 const round_state& state) {
   for (std::int32_t k = 1; k <= model.nramat; ++k)
     add_factor_squares(model, relations, sampler, matrices, fast, report, k,
-                       f.ntr[static_cast<std::size_t>(k - 1)]);
+                       state.ntr[static_cast<std::size_t>(k - 1)]);
 }
 
-void sample_covariances(scan_records& r, const run_frame& f) {
+void sample_covariances(scan_records& r, const directives& asked, const round_state& state) {
   r.sampler.LVDET.fill(0.0);
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
-    sample_factor(r.model, r.sampler, r.work.matrices, r.sources, r.report, f, k);
-  if (r.model.n_norcov > 0) mask_residual_sums(r.model, r.sampler, r.report, f);
+    sample_factor(r.model, r.sampler, r.work.matrices, r.sources, r.report, asked, state, k);
+  if (r.model.n_norcov > 0) mask_residual_sums(r.model, r.sampler, r.report, asked);
   for (std::int32_t h = 1; h <= r.sampler.G; ++h)
-    sample_residual(r.model, r.sampler, r.work.matrices, r.sources, r.report, f, h);
+    sample_residual(r.model, r.sampler, r.work.matrices, r.sources, r.report, asked, state, h);
 }
 
 } // namespace zeph

@@ -9,7 +9,7 @@
 
 #include "gibbs/matrices/constrained_wishart.h"
 #include "input/relationships.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 #include "numerics/random_sources.h"
 
@@ -30,7 +30,7 @@ void allocate_covariance_work(const model_records& m, covariance_work& work, rep
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its
 // second list. A structure without a sum is told and stops with code 16.
 void sscp_random(const model_records& model, const relationship_store& relations, sampler_store& sampler,
-                 covariance_work& matrices, residual_form& fast, reporting& report, const run_frame& f);
+                 covariance_work& matrices, residual_form& fast, reporting& report, const round_state& state);
 // The same for one factor and its rows 1..p.
 void add_factor_squares(const model_records& model, const relationship_store& relations,
                         sampler_store& sampler, covariance_work& matrices, residual_form& fast,
@@ -42,6 +42,6 @@ void add_factor_squares(const model_records& model, const relationship_store& re
 // flat when its degrees of freedom are at most order + 1. Residual covariances
 // that are held at zero are zero in the sums and in the new matrix, which is drawn
 // again until it is positive definite.
-void sample_covariances(scan_records& r, const run_frame& f);
+void sample_covariances(scan_records& r, const directives& asked, const round_state& state);
 
 } // namespace zeph

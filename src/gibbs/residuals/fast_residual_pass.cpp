@@ -191,8 +191,8 @@ bool add_density(const sampler_store& sampler, missing_draws& draws, const resid
 
 // lik record by record, by the residuals in E
 void score_each(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
-                record_values& values, missing_draws& draws, const run_frame& f, double& lik) {
-  const record_entries entries = entries_of(design, layout, sampler, f.analysis_type);
+                record_values& values, missing_draws& draws, const directives& asked, double& lik) {
+  const record_entries entries = entries_of(design, layout, sampler, asked.analysis_type);
   lik = 0;
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec) {
     take_record(entries, values, irec);
@@ -202,7 +202,7 @@ void score_each(const equation_layout& layout, const design_store& design, const
 
 // lik from the sums of products; record by record where a density may be 0 in 64 bits
 void find_density(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
-                  record_values& values, missing_draws& draws, residual_form& fast, const run_frame& f,
+                  record_values& values, missing_draws& draws, residual_form& fast, const directives& asked,
                   double& lik) {
   const std::int64_t masks = static_cast<std::int64_t>(fast.masks.size());
   if (fast.counts_move) count_masks(design, fast);
@@ -212,12 +212,12 @@ void find_density(const equation_layout& layout, const design_store& design, con
     for (std::int64_t m = 0; m < masks; ++m)
       if (fast.counts(m + 1, h) > 0)
         near = add_density(sampler, draws, fast, m, h, fast.counts(m + 1, h), lik) && near;
-  if (!near) score_each(layout, design, sampler, values, draws, f, lik);
+  if (!near) score_each(layout, design, sampler, values, draws, asked, lik);
 }
 
 // True when neither observations nor coefficients change before the next round.
-bool residuals_stay(const model_records& model, const run_frame& f) {
-  if (f.analysis_type > 4) return false;
+bool residuals_stay(const model_records& model, const directives& asked) {
+  if (asked.analysis_type > 4) return false;
   for (std::int32_t t = 1; t <= model.nt; ++t)
     if (model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
   return true;
@@ -225,10 +225,10 @@ bool residuals_stay(const model_records& model, const run_frame& f) {
 
 } // namespace
 
-void fast_residual_pass(scan_records& r, const run_frame& f, double& lik) {
+void fast_residual_pass(scan_records& r, const directives& asked, const round_state& state, double& lik) {
   residual_form& form = r.work.fast;
-  if (!form.by_masks) return Bddrmc_sscp(r, f, lik);
-  const bool weights = r.model.has_weights(), sampled = is_sample_round(f);
+  if (!form.by_masks) return Bddrmc_sscp(r, asked, state, lik);
+  const bool weights = r.model.has_weights(), sampled = is_sample_round(asked, state);
   const std::int64_t nobs = r.design.nobs;
   const bool single = r.model.nt == 1 && form.masks.size() == 1 && form.masks[0].missing.empty() &&
                       r.sampler.G == 1 && !weights && !sampled;
@@ -239,7 +239,7 @@ void fast_residual_pass(scan_records& r, const run_frame& f, double& lik) {
   if (sampled) r.sampler.dic_rrsum.fill(0.0);
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
-    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f, lo, hi);
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo, hi);
     if (single) {
       take_single(form, lo, hi);
       continue;
@@ -260,9 +260,9 @@ void fast_residual_pass(scan_records& r, const run_frame& f, double& lik) {
       break;
     }
   }
-  if (f.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast);
-  find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, f, lik);
-  form.valid_round = residuals_stay(r.model, f) ? f.iround + 1 : -1;
+  if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast);
+  find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, asked, lik);
+  form.valid_round = residuals_stay(r.model, asked) ? state.iround + 1 : -1;
 }
 
 } // namespace zeph

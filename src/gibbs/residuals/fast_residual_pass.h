@@ -4,7 +4,7 @@
 #pragma once
 
 #include "gibbs/scan/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -18,6 +18,6 @@ namespace zeph {
 // 64 bits, the records are scored one by one instead. E holds the residuals with
 // which the next round begins; valid_round tells so when nothing changes them in
 // between.
-void fast_residual_pass(scan_records& r, const run_frame& f, double& lik);
+void fast_residual_pass(scan_records& r, const directives& asked, const round_state& state, double& lik);
 
 } // namespace zeph

@@ -98,18 +98,18 @@ void start_missing_traits(scan_records& r) {
   }
 }
 
-void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik) {
+void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& state, double& lik) {
   design_store& d = r.design;
   const std::int32_t nt = r.model.nt;
-  const bool sampled = is_sample_round(f);
+  const bool sampled = is_sample_round(asked, state);
   lik = 0;
   if (sampled) r.sampler.dic_rrsum.fill(0.0);
-  const record_entries entries = entries_of(r, f.analysis_type);
+  const record_entries entries = entries_of(r, asked.analysis_type);
   values_from_entries(r.work.values);
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
     const std::int32_t g = d.IRESG_M(irec);
-    if (f.analysis_type > 1) add_products(r.model, r.sampler, r.work.values, g);
+    if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.values, g);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
                    r.sampler.RCOV.slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);

@@ -4,7 +4,7 @@
 
 #include "gibbs/residuals/record_values.h"
 #include "gibbs/residuals/residual_conditional.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "numerics/matrix_draws.h"
 #include "numerics/random_sources.h"
 
@@ -49,6 +49,6 @@ void start_missing_traits(scan_records& r);
 // group, pairs of LNCOV left out, before the missing residuals are drawn; these
 // go into Y_M as they are, without the fitted value. In sample rounds residuals and
 // their squares are summed by trait and kept for the sample files.
-void Bddrmc_sscp(scan_records& r, const run_frame& f, double& lik);
+void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& state, double& lik);
 
 } // namespace zeph

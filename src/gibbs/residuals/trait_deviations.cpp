@@ -28,14 +28,14 @@ double solution(const model_records& model, const sampler_store& sampler, const 
 // TD(level) += residuals of the traits present, W(level) += A R^-1 A
 void add_record(const model_records& model, const equation_layout& layout, const design_store& design,
                 const sampler_store& sampler, residual_inverses& inverses, record_values& values,
-                const run_frame& f, deviation_store& d, std::int32_t irec, bool weights) {
+                const directives& asked, deviation_store& d, std::int32_t irec, bool weights) {
   const std::int32_t level = design.G_TD_LEVEL(irec), nt = model.nt;
   if (level <= 0) return;
-  take_record(entries_of(design, layout, sampler, f.analysis_type), values, irec);
-  make_swept_riff(model, design, sampler, inverses, irec, f.analysis_type, weights);
+  take_record(entries_of(design, layout, sampler, asked.analysis_type), values, irec);
+  make_swept_riff(model, design, sampler, inverses, irec, asked.analysis_type, weights);
   d.A.fill(0.0); // A(t): coefficients of the factor in the record for trait t
   for (std::int32_t j = 1; j <= design.M_M(irec); ++j)
-    if (design.XD7_M(j, irec) == d.factor && entry_active(design, layout, irec, j, f.analysis_type))
+    if (design.XD7_M(j, irec) == d.factor && entry_active(design, layout, irec, j, asked.analysis_type))
       d.A(design.XD2_M(j, irec)) += 1.0;
   for (std::int32_t t = 1; t <= nt; ++t)
     if (trait_present(design.ISIT_M(irec), t, nt)) d.TD(t, level) += values.res(t);
@@ -134,9 +134,9 @@ void finish_progeny(deviation_store& d, std::int32_t nt) {
   }
 }
 
-void write_progeny(const model_records& model, reporting& report, const run_frame& f,
+void write_progeny(const model_records& model, reporting& report, const round_state& state,
                    const deviation_store& d) {
-  const std::string name = "PTD" + std::to_string(f.iround);
+  const std::string name = "PTD" + std::to_string(state.iround);
   whole_file whole(path_of(report, name));
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
@@ -154,13 +154,14 @@ void write_progeny(const model_records& model, reporting& report, const run_fram
 
 } // namespace
 
-void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d) {
+void TD_PTD(scan_records& r, const directives& asked, const round_state& state, deviation_store& d) {
   const bool weights = r.model.has_weights();
   values_from_entries(r.work.values);
   d.TD.fill(0.0);
   d.W.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)
-    add_record(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.values, f, d, irec, weights);
+    add_record(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.values, asked, d, irec,
+               weights);
   finish_own(r.model, r.sampler, d);
   ++d.calls;
   if (!d.progeny) return;
@@ -168,7 +169,7 @@ void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d) {
   d.W_PTD.fill(0.0);
   pass_to_parents(r.model, r.relations, r.sampler, d);
   finish_progeny(d, r.model.nt);
-  if (r.model.PTD_INT > 0 && f.iround % r.model.PTD_INT == 0) write_progeny(r.model, r.report, f, d);
+  if (r.model.PTD_INT > 0 && state.iround % r.model.PTD_INT == 0) write_progeny(r.model, r.report, state, d);
 }
 
 } // namespace zeph

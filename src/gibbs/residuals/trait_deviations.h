@@ -13,7 +13,7 @@
 
 #include "gibbs/scan/scan_records.h"
 #include "input/deviation_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -25,6 +25,6 @@ namespace zeph {
 // level, N_PTD by trait, PTD by trait, for the levels with more than PTD_LIMIT
 // progeny in some trait.
 // sol, Y_M and the residual matrices are read and not changed.
-void TD_PTD(scan_records& r, const run_frame& f, deviation_store& d);
+void TD_PTD(scan_records& r, const directives& asked, const round_state& state, deviation_store& d);
 
 } // namespace zeph

@@ -29,11 +29,11 @@ void border_block(level_work& work, const double* block, const double* rhs, std:
   std::fill_n(work.swept.data(), n + 1, logical{0});
 }
 
-void say_dependency(reporting& report, const run_frame& f, std::int32_t g, std::int32_t l, std::int32_t k,
-                    double pivot) {
+void say_dependency(reporting& report, const round_state& state, std::int32_t g, std::int32_t l,
+                    std::int32_t k, double pivot) {
   say(report, free_row()
                   .text("Round ")
-                  .i(f.iround)
+                  .i(state.iround)
                   .text(" Linear dependency in group= ")
                   .i(g)
                   .text("Level= ")
@@ -46,7 +46,7 @@ void say_dependency(reporting& report, const run_frame& f, std::int32_t g, std::
 }
 
 // The whole block as it was and as it was swept, two lines an element; each pair counts as one line.
-void say_block(const level_work& work, reporting& report, const run_frame& f, const double* block,
+void say_block(const level_work& work, reporting& report, scan_stage stage, const double* block,
                std::int32_t g, std::int32_t l, std::int32_t n) {
   say(report, free_row().text("Error in diagonal block").i(g).i(l).str());
   std::int32_t element = 0;
@@ -59,33 +59,33 @@ void say_block(const level_work& work, reporting& report, const run_frame& f, co
       if (report.nlines <= largest_listing) continue;
       say(report);
       // kept: the two forms of the scan spell it differently
-      say(report,
-          f.stage == scan_stage::all ? "More then 1000 lines printed" : "More than 1000 lines printed");
+      say(report, stage == scan_stage::all ? "More then 1000 lines printed" : "More than 1000 lines printed");
       say(report, "Program terminates");
       stop_run(report, exit_diagnosed);
     }
 }
 
 // bordered = (C^-1 x; x' .), C x = b, by sweeps on the n equations of level l of group g. A small
-// pivot is reported with the block and counted in f.ist.
+// pivot is reported with the block and counted in state.ist.
 void sweep_block(const equation_layout& layout, const sampler_store& sampler, level_work& work,
-                 reporting& report, run_frame& f, std::int32_t g, std::int32_t l, std::int32_t n) {
+                 reporting& report, round_state& state, scan_stage stage, std::int32_t g, std::int32_t l,
+                 std::int32_t n) {
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
   const double* block = layout.DI_of(g).col(l);
   border_block(work, block, sampler.RHS.data() + e0, n);
   double* parm = work.bordered.data();
-  f.ist = 0;
+  state.ist = 0;
   for (std::int32_t k = 1; k <= n; ++k) {
     double pivot = 0;
     int info = 0;
     sweep(k, parm, n + 1, sweep_tolerance, work.swept.data(), pivot, info);
     if (pivot > dependency_pivot) continue;
-    say_dependency(report, f, g, l, k, pivot);
-    ++f.ist;
+    say_dependency(report, state, g, l, k, pivot);
+    ++state.ist;
   }
-  if (f.ist == 0) return;
+  if (state.ist == 0) return;
   std::copy_n(parm, n * (n + 1) / 2, work.swept_block.data());
-  say_block(work, report, f, block, g, l, n);
+  say_block(work, report, stage, block, g, l, n);
 }
 
 // c = the packed block, lower triangle, leading dimension n
@@ -183,10 +183,10 @@ void subtract_links(const model_records& model, const relationship_store& relati
 }
 
 void solve_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
-                 run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums) {
+                 round_state& state, scan_stage stage, std::int32_t g, std::int32_t l, solver_sums& sums) {
   const std::int32_t n = layout.NGR(g, 2);
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
-  sweep_block(layout, sampler, work, report, f, g, l, n);
+  sweep_block(layout, sampler, work, report, state, stage, g, l, n);
   const double* parm = work.bordered.data();
   const std::int32_t packed = n * (n + 1) / 2;
   double* sol = sampler.sol.data() + e0;
@@ -199,7 +199,7 @@ void solve_level(const equation_layout& layout, sampler_store& sampler, level_wo
 }
 
 void sample_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
-                  run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
+                  chain_counts& counts, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
   const std::int32_t n = layout.NGR(g, 2);
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
   double *c = work.C.data(), *mean = work.mean.data(), *z = work.z.data(), *w = work.w.data();
@@ -214,7 +214,7 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
   solve_transposed(c, n, z, w); // w = L'^-1 z, of covariance C^-1
   if (g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty() &&
       breaks_distance_rule(work.distances, mean, w)) {
-    ++f.nlabel;
+    ++counts.nlabel;
     std::int64_t redraws = 0;
     do {
       judge_redraws(work, report, ++redraws, mean, n,
@@ -227,11 +227,11 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
 }
 
 void sample_level_swept(const equation_layout& layout, sampler_store& sampler, level_work& work,
-                        marsaglia_source& marsaglia, reporting& report, run_frame& f, std::int32_t g,
-                        std::int32_t l) {
+                        marsaglia_source& marsaglia, reporting& report, round_state& state,
+                        chain_counts& counts, scan_stage stage, std::int32_t g, std::int32_t l) {
   const std::int32_t n = layout.NGR(g, 2);
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
-  sweep_block(layout, sampler, work, report, f, g, l, n);
+  sweep_block(layout, sampler, work, report, state, stage, g, l, n);
   double *parm = work.bordered.data(), *c = work.C.data(), *mean = work.mean.data();
   double *x = work.x.data(), *z = work.z.data();
   const double* inverse = parm;
@@ -242,10 +242,10 @@ void sample_level_swept(const equation_layout& layout, sampler_store& sampler, l
   ranmar_genmn(marsaglia, parm, x, z);
   const bool ruled = g == 1 && layout.group(g).kind == group_kind::plain_regressions;
   if (ruled && distance_too_small(work.distances, x)) {
-    if (f.stage == scan_stage::sources)
-      ++f.nlabel;
+    if (stage == scan_stage::sources)
+      ++counts.nlabel;
     else
-      say(report, free_row().text("Resampling of mixture distances - Round: ").i(f.iround).str());
+      say(report, free_row().text("Resampling of mixture distances - Round: ").i(state.iround).str());
     std::int64_t redraws = 0;
     do {
       judge_redraws(work, report, ++redraws, mean, n, [&](std::int32_t e) { return c[e + e * n]; });
@@ -263,31 +263,33 @@ void say_group_start(reporting& report, std::int32_t g) {
   say(report, free_row().text("Starting on group").i(g).str());
 }
 
-void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) {
+void scan_levels(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+                 scan_stage stage, std::int32_t g, solver_sums& sums) {
   const equation_group& group = r.layout.group(g);
   const bool random = group.kind == group_kind::random_factor;
   const bool linked = random && !structure_is(r.model.RMAT(group.number), "I");
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
-  const bool updated = f.gropd(g) != 0;
+  const bool updated = state.gropd(g) != 0;
   if (n == 0) return;
-  if (f.analysis_type < 2 || !updated) {
+  if (asked.analysis_type < 2 || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
-      if (updated) solve_level(r.layout, r.sampler, r.work.levels, r.report, f, g, l, sums);
+      if (updated) solve_level(r.layout, r.sampler, r.work.levels, r.report, state, stage, g, l, sums);
     }
     return;
   }
-  if (f.stage != scan_stage::all) {
+  if (stage != scan_stage::all) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
-      sample_level_swept(r.layout, r.sampler, r.work.levels, r.sources.marsaglia, r.report, f, g, l);
+      sample_level_swept(r.layout, r.sampler, r.work.levels, r.sources.marsaglia, r.report, state, counts,
+                         stage, g, l);
     }
     return;
   }
   ranmar_draws draws(r.sources.marsaglia); // started: tested once, not at each draw
   for (std::int32_t l = 1; l <= levels; ++l) {
     if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
-    sample_level(r.layout, r.sampler, r.work.levels, r.report, f, draws, g, l);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, counts, draws, g, l);
   }
 }
 

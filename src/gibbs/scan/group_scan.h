@@ -5,7 +5,7 @@
 #include "input/design_store.h"
 #include "input/equation_layout.h"
 #include "input/relationships.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 #include "numerics/matrix_draws.h"
 #include "numerics/random_sources.h"
@@ -53,28 +53,28 @@ void subtract_links(const model_records& model, const relationship_store& relati
 // Solves level l of group g for given right-hand sides by sweeping the bordered
 // block and moves its solutions, with over-relaxation omega. A pivot at or below
 // dependency_pivot is told on the listing with the whole block and counted in
-// f.ist; beyond largest_listing lines the run stops with code 16.
+// state.ist; beyond largest_listing lines the run stops with code 16.
 void solve_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
-                 run_frame& f, std::int32_t g, std::int32_t l, solver_sums& sums);
+                 round_state& state, scan_stage stage, std::int32_t g, std::int32_t l, solver_sums& sums);
 
 // The same draw as the two stages of a scan make it: the bordered block is swept as
 // by solve_level, with its prints; sol = C^-1 RHS + U' z, U the upper factor of
-// C^-1. A mixture distance below 1e-12 is drawn again; f.nlabel grows by one when
+// C^-1. A mixture distance below 1e-12 is drawn again; counts.nlabel grows by one when
 // that happens among the sources, otherwise the listing tells it.
 void sample_level_swept(const equation_layout& layout, sampler_store& sampler, level_work& work,
-                        marsaglia_source& marsaglia, reporting& report, run_frame& f, std::int32_t g,
-                        std::int32_t l);
+                        marsaglia_source& marsaglia, reporting& report, round_state& state,
+                        chain_counts& counts, scan_stage stage, std::int32_t g, std::int32_t l);
 
 // Draws level l of group g from its conditional distribution: mean C^-1 RHS,
 // covariance C^-1, C = L L' the diagonal block. The n standard normals z come in
 // the order of the equations; sol = C^-1 RHS + L'^-1 z. A block that can't be
 // factored or solved is told with its group, and the run stops with code 27. The
 // plain regressions of group 1 are drawn again, with new normals, while a mixture
-// distance among them is below 1e-12; f.nlabel grows by one when that happens. There
+// distance among them is below 1e-12; counts.nlabel grows by one when that happens. There
 // is no limit; but where it can be shown after 1,000,000 draws, or as many more, that
 // none will ever do, or where the file STOP is there then, the run stops with code 16.
 void sample_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
-                  run_frame& f, ranmar_draws& draws, std::int32_t g, std::int32_t l);
+                  chain_counts& counts, ranmar_draws& draws, std::int32_t g, std::int32_t l);
 
 // "Group: " g, the routine's words, info; ends the run with code 27.
 [[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info);
@@ -87,6 +87,7 @@ void say_group_start(reporting& report, std::int32_t g);
 // The levels of group g in order: links, then the step that the analysis type
 // asks for (below 2 the solver, else a draw), unless the group is not to be
 // updated.
-void scan_levels(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums);
+void scan_levels(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+                 scan_stage stage, std::int32_t g, solver_sums& sums);
 
 } // namespace zeph

@@ -293,8 +293,8 @@ double multiplier_of(const sampler_store& sampler, const block_term& term) {
 }
 
 // The second list of a reduced animal model is summed elsewhere.
-bool squared_in_walk(const model_records& model, const run_frame& f, const equation_group& group) {
-  if (f.analysis_type <= 2 || group.kind != group_kind::random_factor) return false;
+bool squared_in_walk(const model_records& model, const directives& asked, const equation_group& group) {
+  if (asked.analysis_type <= 2 || group.kind != group_kind::random_factor) return false;
   return !(structure_is(model.RMAT(group.number), "PED") && model.RMAT(group.number).L_RAM);
 }
 
@@ -322,7 +322,7 @@ void level_block(const sampler_store& sampler, const group_form& form, std::int3
         multiplier_of(sampler, form.terms[k]) * form.sums.col(static_cast<std::int64_t>(k) + 1)[row];
 }
 
-void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change) {
+void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change) {
   residual_form& fast = r.work.fast;
   group_form& form = fast.groups[static_cast<std::size_t>(g - 1)];
   const equation_group& group = r.layout.group(g);
@@ -359,7 +359,7 @@ void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change
     break;
   }
   if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
-  if (!squared_in_walk(r.model, f, group)) return;
+  if (!squared_in_walk(r.model, asked, group)) return;
   std::copy_n(square.data(), n * (n + 1) / 2, fast.square.col(group.number));
   fast.square_done(group.number) = 1;
 }

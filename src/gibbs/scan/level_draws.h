@@ -5,7 +5,7 @@
 #pragma once
 
 #include "gibbs/scan/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -21,6 +21,6 @@ void level_block(const sampler_store& sampler, const group_form& form, std::int3
 // z of the Marsaglia source, as many as there are equations, in their order. The
 // factor is that of the unblocked routine of LAPACK (dpotf2, lower), operations in
 // the same order. A block that can't be factored is told, as by sample_level.
-void draw_levels(scan_records& r, run_frame& f, std::int32_t g, bool keep_change);
+void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change);
 
 } // namespace zeph

@@ -88,26 +88,27 @@ void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_typ
       add_prior_precision(r.model, r.layout, r.relations, r.sampler, k, ntr[static_cast<std::size_t>(k - 1)]);
 }
 
-void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g) {
+void BDDRMC_GS(scan_records& r, const directives& asked, const round_state& state, scan_stage stage,
+               std::int32_t g) {
   const design_store& d = r.design;
   const bool weights = r.model.has_weights();
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
-    const bool printed = f.test_level > 1 && f.iround < 6 && irec < 11;
+    const bool printed = asked.test_level > 1 && state.iround < 6 && irec < 11;
     const std::int32_t m = d.M_M(irec);
     bool concerned = printed; // the record has an entry of the group
     for (std::int32_t i = 1; i <= m && !concerned; ++i) concerned = d.XD3_M(i, irec) == g;
     if (!concerned) continue;
-    make_stage_riff(r.model, r.design, r.sampler, r.work.inverses, f.stage, irec, f.analysis_type, weights);
+    make_stage_riff(r.model, r.design, r.sampler, r.work.inverses, stage, irec, asked.analysis_type, weights);
     if (printed)
       BDDRMC_XD_PRINT(r.model, r.design, r.sampler, r.work.inverses, r.report, "BDDRMC_GS", irec, 3);
     for (std::int32_t i = 1; i <= m; ++i) {
-      if (d.XD3_M(i, irec) != g || !entry_active(r.design, r.layout, irec, i, f.analysis_type)) continue;
+      if (d.XD3_M(i, irec) != g || !entry_active(r.design, r.layout, irec, i, asked.analysis_type)) continue;
       double rhs =
           r.sampler.RHS(d.XD1_M(i, irec)); // rhs -= z_i' R^-1 z_j sol_j, j of other levels and groups
       for (std::int32_t j = 1; j <= m; ++j) {
         const bool same_level = d.XD3_M(j, irec) == g && d.XD4_M(j, irec) == d.XD4_M(i, irec);
         if (same_level || d.XD1_M(j, irec) <= 0 ||
-            !entry_active(r.design, r.layout, irec, j, f.analysis_type))
+            !entry_active(r.design, r.layout, irec, j, asked.analysis_type))
           continue;
         rhs -= r.sampler.sol(d.XD1_M(j, irec)) * record_product(d, r.work.inverses.riff, irec, i, j);
       }

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "gibbs/scan/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -16,13 +16,15 @@ namespace zeph {
 // model (ntr(r) rows). A call with round 0 keeps the blocks without the precision in CDI.
 void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
                  const std::vector<std::int32_t>& ntr, scan_stage stage = scan_stage::all);
-inline void bddrmc_init(scan_records& r, const run_frame& f) {
-  bddrmc_init(r, f.iround, f.analysis_type, f.ntr, f.stage);
+inline void bddrmc_init(scan_records& r, const directives& asked, const round_state& state,
+                        scan_stage stage) {
+  bddrmc_init(r, state.iround, asked.analysis_type, state.ntr, stage);
 }
 
 // Takes out of the right-hand sides of group g the part of every equation that
 // does not share both group and level, with sol as it stands.
-void BDDRMC_GS(scan_records& r, const run_frame& f, std::int32_t g);
+void BDDRMC_GS(scan_records& r, const directives& asked, const round_state& state, scan_stage stage,
+               std::int32_t g);
 
 // Prints one record for testing, with the columns that nxd = 2..7 names. With
 // any other nxd only the message routine is called and the run goes on.
@@ -31,15 +33,24 @@ void BDDRMC_XD_PRINT(const model_records& model, const design_store& design, con
                      std::int32_t irec, std::int32_t nxd);
 
 struct record_pass {
-  void begin_round(scan_records& r, const run_frame& f) const { bddrmc_init(r, f); }
-  void enter_group(scan_records& r, const run_frame& f, std::int32_t g) const { BDDRMC_GS(r, f, g); }
-  void solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {
-    scan_levels(r, f, g, sums);
+  void begin_round(scan_records& r, const directives& asked, const round_state& state,
+                   scan_stage stage) const {
+    bddrmc_init(r, asked, state, stage);
+  }
+  void enter_group(scan_records& r, const directives& asked, const round_state& state, scan_stage stage,
+                   std::int32_t g) const {
+    BDDRMC_GS(r, asked, state, stage, g);
+  }
+  void solve_group(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+                   scan_stage stage, std::int32_t g, solver_sums& sums) const {
+    scan_levels(r, asked, state, counts, stage, g, sums);
   }
   void restrict_group(scan_records& r, std::int32_t) const { restrict_solutions(r.sampler); }
-  void leave_group(scan_records&, const run_frame&, std::int32_t) const {}
-  void residual_pass(scan_records& r, const run_frame& f, double& lik) const { Bddrmc_sscp(r, f, lik); }
-  void ready_values(scan_records& r, const run_frame&) const { values_from_entries(r.work.values); }
+  void leave_group(scan_records&, std::int32_t) const {}
+  void residual_pass(scan_records& r, const directives& asked, const round_state& state, double& lik) const {
+    Bddrmc_sscp(r, asked, state, lik);
+  }
+  void ready_values(scan_records& r, const directives&) const { values_from_entries(r.work.values); }
 };
 
 } // namespace zeph

@@ -10,7 +10,7 @@
 
 #include "gibbs/residuals/residual_conditional.h"
 #include "input/design_store.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "input/sampler_store.h"
 
 namespace zeph {

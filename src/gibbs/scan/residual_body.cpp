@@ -153,19 +153,20 @@ const design_slot* lone_class(const group_form& group, std::int32_t places) {
 
 const double* residual_inverse(const design_store& design, const sampler_store& sampler,
                                const residual_inverses& inverses, const residual_form& fast,
-                               const run_frame& f, std::int64_t irec) {
+                               const directives& asked, scan_stage stage, std::int64_t irec) {
   const std::int32_t h = design.IRESG_M(irec);
-  if (f.analysis_type <= 0 && f.stage == scan_stage::sources)
+  if (asked.analysis_type <= 0 && stage == scan_stage::sources)
     return &fast.swept_inverse(1, 1, fast.mask_of(irec) + 1, h);
-  return f.analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h) : sampler.RCOVI.slice(h);
+  return asked.analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h)
+                                  : sampler.RCOVI.slice(h);
 }
 
 // W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
 // of the inverse are passed over: e of a missing trait may be no number.
 void weigh_alike(const model_records& model, const design_store& design, const sampler_store& sampler,
-                 const residual_inverses& inverses, residual_form& fast, const run_frame& f, std::int32_t t,
-                 std::int64_t lo, std::int64_t hi) {
-  const double* inverse = residual_inverse(design, sampler, inverses, fast, f, 1);
+                 const residual_inverses& inverses, residual_form& fast, const directives& asked,
+                 scan_stage stage, std::int32_t t, std::int64_t lo, std::int64_t hi) {
+  const double* inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, 1);
   const std::int64_t n = hi - lo;
   double* w = fast.W.col(t); // w = sum over u of (R^-1)_tu e_u
   std::fill_n(w, n, 0.0);
@@ -179,12 +180,12 @@ void weigh_alike(const model_records& model, const design_store& design, const s
 
 // The same where groups, patterns or weights give each record its own inverse.
 void weigh_each(const model_records& model, const design_store& design, const sampler_store& sampler,
-                const residual_inverses& inverses, residual_form& fast, const run_frame& f, std::int32_t t,
-                bool weights, std::int64_t lo, std::int64_t hi) {
+                const residual_inverses& inverses, residual_form& fast, const directives& asked,
+                scan_stage stage, std::int32_t t, bool weights, std::int64_t lo, std::int64_t hi) {
   const std::int32_t nt = model.nt;
   double* w = fast.W.col(t);
   for (std::int64_t i = lo; i < hi; ++i) {
-    const double* inverse = residual_inverse(design, sampler, inverses, fast, f, i + 1) + (t - 1);
+    const double* inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, i + 1) + (t - 1);
     const float* root = design.WV_SQRT_M.col(i + 1);
     // w_i = w_t c_tt e_t + w_t^1/2 sum over u of c_tu w_u^1/2 e_u, weights where the model has them
     double others = 0.0, own = 0.0;
@@ -207,7 +208,7 @@ void weigh_each(const model_records& model, const design_store& design, const sa
 // (0: none) into RHS, in one walk over blocks of records.
 void walk_records(const model_records& model, const equation_layout& layout, const design_store& design,
                   sampler_store& sampler, const residual_inverses& inverses, residual_form& fast,
-                  const run_frame& f, std::int32_t g) {
+                  const directives& asked, scan_stage stage, std::int32_t g) {
   const bool weights = model.has_weights();
   const std::int64_t nobs = design.nobs;
   const std::int32_t left = fast.pending;
@@ -237,9 +238,9 @@ void walk_records(const model_records& model, const equation_layout& layout, con
     if (!plain_scale)
       for (const std::int32_t t : entered->traits) {
         if (fast.one_matrix)
-          weigh_alike(model, design, sampler, inverses, fast, f, t, lo, hi);
+          weigh_alike(model, design, sampler, inverses, fast, asked, stage, t, lo, hi);
         else
-          weigh_each(model, design, sampler, inverses, fast, f, t, weights, lo, hi);
+          weigh_each(model, design, sampler, inverses, fast, asked, stage, t, weights, lo, hi);
       }
     for (const design_slot& slot : entered->slots) {
       if (!active(slot, layout.NGR(g, 2))) continue;
@@ -252,7 +253,7 @@ void walk_records(const model_records& model, const equation_layout& layout, con
     for (std::int64_t q = 0; q < n_partial_sums - 1; ++q)
       for (std::int64_t i = 0; i < extent; ++i) sums[i] += fast.partial.data()[q * apart + i];
   if (g > 0 && plain_scale) { // one trait, one matrix: Z'e times R^-1
-    const double c = residual_inverse(design, sampler, inverses, fast, f, 1)[0];
+    const double c = residual_inverse(design, sampler, inverses, fast, asked, stage, 1)[0];
     for (std::int64_t i = 0; i < extent; ++i) sums[i] *= c;
   }
 }
@@ -292,9 +293,10 @@ std::int64_t record_of(const design_slot& slot, std::int64_t k) {
 // Element (t,u) of the weighted residual inverse of record irec (from 1).
 double weighted_inverse(const model_records& model, const design_store& design, const sampler_store& sampler,
                         const residual_inverses& inverses, const record_values& values,
-                        const residual_form& fast, const run_frame& f, std::int64_t irec, std::int32_t t,
-                        std::int32_t u) {
-  const double c = residual_inverse(design, sampler, inverses, fast, f, irec)[(t - 1) + (u - 1) * model.nt];
+                        const residual_form& fast, const directives& asked, scan_stage stage,
+                        std::int64_t irec, std::int32_t t, std::int32_t u) {
+  const double c =
+      residual_inverse(design, sampler, inverses, fast, asked, stage, irec)[(t - 1) + (u - 1) * model.nt];
   if (!values.weighted) return c;
   if (t == u) return c * static_cast<double>(design.WV_M(t, irec));
   return c * static_cast<double>(design.WV_SQRT_M(t, irec)) * static_cast<double>(design.WV_SQRT_M(u, irec));
@@ -303,13 +305,14 @@ double weighted_inverse(const model_records& model, const design_store& design, 
 // Adds the products of two slots (or of one with itself) to the blocks of the levels in which they meet.
 void add_slot_products(const model_records& model, const design_store& design, const sampler_store& sampler,
                        const residual_inverses& inverses, const record_values& values,
-                       const residual_form& fast, const run_frame& f, const equation_group& group,
-                       const design_slot& a, const design_slot& b, mat<double>& DI) {
+                       const residual_form& fast, const directives& asked, scan_stage stage,
+                       const equation_group& group, const design_slot& a, const design_slot& b,
+                       mat<double>& DI) {
   const std::int64_t n = a.row.size(), m = b.row.size();
   const bool same = &a == &b, alike = fast.one_matrix;
   const std::int32_t element = ihmij(a.place, b.place, 0) - 1;
   const double c1 = alike && design.nobs > 0 ? weighted_inverse(model, design, sampler, inverses, values,
-                                                                fast, f, 1, a.trait, b.trait)
+                                                                fast, asked, stage, 1, a.trait, b.trait)
                                              : 0.0;
   const std::int32_t *row_a = a.row.data(), *row_b = b.row.data();
   double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
@@ -325,8 +328,8 @@ void add_slot_products(const model_records& model, const design_store& design, c
       double z = (a.ones ? 1.0 : a.z.data()[k]) * (b.ones ? 1.0 : b.z.data()[l]);
       if (!same && row_a[k] == row_b[l]) z *= 2.0; // one equation twice: the cross term is twice in z z'
       z *= alike ? c1
-                 : weighted_inverse(model, design, sampler, inverses, values, fast, f, rec + 1, a.trait,
-                                    b.trait);
+                 : weighted_inverse(model, design, sampler, inverses, values, fast, asked, stage, rec + 1,
+                                    a.trait, b.trait);
       if (one_level)
         sum += z;
       else
@@ -338,7 +341,7 @@ void add_slot_products(const model_records& model, const design_store& design, c
 }
 
 // DI(g) = D of all levels, summed over the records.
-void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
+void sum_blocks(scan_records& r, const directives& asked, scan_stage stage, std::int32_t g) {
   mat<double>& DI = r.layout.DI_of(g);
   DI.fill(0.0);
   const std::vector<design_slot>& slots = form_of(r.work.fast, g).slots;
@@ -346,8 +349,8 @@ void sum_blocks(scan_records& r, const run_frame& f, std::int32_t g) {
     if (!active(slots[i], r.layout.NGR(g, 2))) continue;
     for (std::size_t k = 0; k <= i; ++k)
       if (active(slots[k], r.layout.NGR(g, 2)))
-        add_slot_products(r.model, r.design, r.sampler, r.work.inverses, r.work.values, r.work.fast, f,
-                          r.layout.group(g), slots[i], slots[k], DI);
+        add_slot_products(r.model, r.design, r.sampler, r.work.inverses, r.work.values, r.work.fast, asked,
+                          stage, r.layout.group(g), slots[i], slots[k], DI);
   }
 }
 
@@ -407,14 +410,15 @@ std::int32_t last_group(const equation_layout& layout) {
 // Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
 // against y - Z b made anew; a difference beyond rounding ends the process.
 void check_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
-                     const sampler_store& sampler, residual_form& fast, const run_frame& f) {
+                     const sampler_store& sampler, residual_form& fast, const directives& asked,
+                     const round_state& state) {
   constexpr std::int64_t rounds_between = 100;
   constexpr double most_drift = 1e-9;
-  if (f.iround % rounds_between != 0) return;
+  if (state.iround % rounds_between != 0) return;
   mat<double>& E = fast.E;
   const std::vector<double> kept(E.begin(), E.end());
   for (std::int64_t lo = 0; lo < design.nobs; lo += records_of_block)
-    fresh_residuals(model, layout, design, sampler, fast, f, lo,
+    fresh_residuals(model, layout, design, sampler, fast, asked, lo,
                     std::min(lo + records_of_block, std::int64_t{design.nobs}));
   double drift = 0.0, scale = 1.0; // largest difference, largest residual (at least 1)
   for (std::size_t i = 0; i < kept.size(); ++i) {
@@ -422,14 +426,14 @@ void check_residuals(const model_records& model, const equation_layout& layout, 
     scale = std::max(scale, std::fabs(kept[i]));
   }
   if (drift > most_drift * scale) {
-    fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, f.iround);
+    fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, state.iround);
     std::abort();
   }
   std::apart(kept.begin(), kept.end(), E.begin());
 }
 #else
 void check_residuals(const model_records&, const equation_layout&, const design_store&, const sampler_store&,
-                     residual_form&, const run_frame&) {}
+                     residual_form&, const directives&, const round_state&) {}
 #endif
 
 bool mixture_rule_holds(const equation_layout& layout, const level_work& work, std::int32_t g) {
@@ -438,26 +442,26 @@ bool mixture_rule_holds(const equation_layout& layout, const level_work& work, s
 
 } // namespace
 
-scan_body body_of(scan_records& r, const run_frame& f) {
+scan_body body_of(scan_records& r, const directives& asked) {
   scan_body& body = r.work.body;
   if (body == scan_body::unchosen)
-    body = f.test_level <= 1 && build_residual_form(r, f) ? scan_body::fast : scan_body::plain;
+    body = asked.test_level <= 1 && build_residual_form(r, asked) ? scan_body::fast : scan_body::plain;
   return body;
 }
 
 void fresh_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
-                     const sampler_store& sampler, residual_form& fast, const run_frame& f, std::int64_t lo,
-                     std::int64_t hi) {
+                     const sampler_store& sampler, residual_form& fast, const directives& asked,
+                     std::int64_t lo, std::int64_t hi) {
   const std::int32_t nt = model.nt;
   const float* y = design.Y_M.data();
   for (std::int32_t t = 1; t <= nt; ++t) {
     double* e = fast.E.col(t);
-    if (f.analysis_type > 0 && nt == 1)
+    if (asked.analysis_type > 0 && nt == 1)
       for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
     else
       for (std::int64_t i = lo; i < hi; ++i) {
         e[i] = static_cast<double>(y[i * nt + t - 1]);
-        if (f.analysis_type <= 0 && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+        if (asked.analysis_type <= 0 && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
       }
     class_columns columns; // up to four columns of classes in one walk over e
     for (std::int32_t g = 1; g <= layout.ngroups; ++g)
@@ -470,48 +474,52 @@ void fresh_residuals(const model_records& model, const equation_layout& layout, 
   }
 }
 
-void residual_body::begin_round(scan_records& r, const run_frame& f) const {
+void residual_body::begin_round(scan_records& r, const directives& asked, const round_state& state,
+                                scan_stage stage) const {
   residual_form& form = r.work.fast;
   form.square_done.fill(0);
-  if (f.stage == scan_stage::others) {
+  if (stage == scan_stage::others) {
     // E holds the round's residuals but for the last group's change
-    walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, f, 0);
+    walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, 0);
     move_changing_coefficients(r.layout, r.design, r.sampler, r.work.fast);
   } else {
     read_changing_coefficients(r.design, r.work.fast);
     form.pending = 0;
-    if (form.valid_round != f.iround)
+    if (form.valid_round != state.iround)
       for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-        fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f, lo,
+        fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
                         std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
   }
   form.valid_round = -1;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
-    if (form_of(r.work.fast, g).changing && in_stage(r.design, f.stage, g)) sum_blocks(r, f, g);
+    if (form_of(r.work.fast, g).changing && in_stage(r.design, stage, g)) sum_blocks(r, asked, stage, g);
 }
 
-void residual_body::enter_group(scan_records& r, const run_frame& f, std::int32_t g) const {
+void residual_body::enter_group(scan_records& r, const directives& asked, const round_state& state,
+                                scan_stage stage, std::int32_t g) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   std::fill_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, 0.0);
-  walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, f, g);
-  check_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f);
+  walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, g);
+  check_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, state);
 }
 
-void residual_body::solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const {
+void residual_body::solve_group(scan_records& r, const directives& asked, round_state& state,
+                                chain_counts& counts, scan_stage stage, std::int32_t g,
+                                solver_sums& sums) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
-  if (f.stage == scan_stage::all && f.analysis_type >= 2 && f.gropd(g) != 0 &&
+  if (stage == scan_stage::all && asked.analysis_type >= 2 && state.gropd(g) != 0 &&
       r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
     // the residual pass that follows makes the residuals anew from the solutions
-    draw_levels(r, f, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
+    draw_levels(r, asked, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
     return;
   }
   const double* sol = r.sampler.sol.data() + r.layout.group(g).base;
   double* change = r.work.fast.change.data();
   std::copy_n(sol, extent, change);
   complete_blocks(r.model, r.layout, r.relations, r.sampler, r.work.fast, g);
-  scan_levels(r, f, g, sums);
+  scan_levels(r, asked, state, counts, stage, g, sums);
   for (std::int64_t i = 0; i < extent; ++i) change[i] = sol[i] - change[i];
 }
 
@@ -530,20 +538,21 @@ void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
   }
 }
 
-void residual_body::leave_group(scan_records& r, const run_frame&, std::int32_t g) const {
+void residual_body::leave_group(scan_records& r, std::int32_t g) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent > 0 && r.layout.NGR(g, 2) > 0) r.work.fast.pending = g;
 }
 
-void residual_body::residual_pass(scan_records& r, const run_frame& f, double& lik) const {
-  fast_residual_pass(r, f, lik);
+void residual_body::residual_pass(scan_records& r, const directives& asked, const round_state& state,
+                                  double& lik) const {
+  fast_residual_pass(r, asked, state, lik);
 }
 
-void residual_body::ready_values(scan_records& r, const run_frame& f) const {
+void residual_body::ready_values(scan_records& r, const directives& asked) const {
   values_from_residuals(r.work.values, r.work.fast.E);
-  if (f.analysis_type > 0 && r.work.fast.by_masks) return; // the residual pass has left them there
+  if (asked.analysis_type > 0 && r.work.fast.by_masks) return; // the residual pass has left them there
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, f, lo,
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
                     std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
 }
 

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "gibbs/scan/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -14,26 +14,29 @@ namespace zeph {
 //  - above test level 1, whose prints show whole right-hand sides, diagonal
 //    blocks and records as the plain body reads them;
 //  - designs that can't be stored as columns (build_residual_form).
-scan_body body_of(scan_records& r, const run_frame& f);
+scan_body body_of(scan_records& r, const directives& asked);
 
 struct residual_body {
   // Residuals of all records as they stand, the round's sums for diagonal blocks.
-  void begin_round(scan_records& r, const run_frame& f) const;
+  void begin_round(scan_records& r, const directives& asked, const round_state& state,
+                   scan_stage stage) const;
   // RHS of group g: what its records give, the level's own part included.
-  void enter_group(scan_records& r, const run_frame& f, std::int32_t g) const;
+  void enter_group(scan_records& r, const directives& asked, const round_state& state, scan_stage stage,
+                   std::int32_t g) const;
   // The levels in order, as scan_levels; levels of small order are drawn in line.
-  void solve_group(scan_records& r, run_frame& f, std::int32_t g, solver_sums& sums) const;
+  void solve_group(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
+                   scan_stage stage, std::int32_t g, solver_sums& sums) const;
   void restrict_group(scan_records& r, std::int32_t g) const;
-  void leave_group(scan_records& r, const run_frame& f, std::int32_t g) const;
-  void residual_pass(scan_records& r, const run_frame& f, double& lik) const;
+  void leave_group(scan_records& r, std::int32_t g) const;
+  void residual_pass(scan_records& r, const directives& asked, const round_state& state, double& lik) const;
   // E holds y - Z b of all records; the values of a record come from there.
-  void ready_values(scan_records& r, const run_frame& f) const;
+  void ready_values(scan_records& r, const directives& asked) const;
 };
 
 // E(rec,t) = y - Z b for the records lo+1..hi with sol as it stands. Missing traits:
 // 0 when analysis_type is 0 or less, else what stands in Y_M.
 void fresh_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
-                     const sampler_store& sampler, residual_form& fast, const run_frame& f, std::int64_t lo,
-                     std::int64_t hi);
+                     const sampler_store& sampler, residual_form& fast, const directives& asked,
+                     std::int64_t lo, std::int64_t hi);
 
 } // namespace zeph

@@ -42,11 +42,11 @@ bool ranges_are_disjoint(const equation_layout& layout) {
 // True when every entry's equation is the one that its group, level and place
 // name, so that columns of levels can stand for the rows of entries.
 bool entries_are_regular(const model_records& model, const equation_layout& layout,
-                         const design_store& design, const run_frame& f) {
+                         const design_store& design, const directives& asked) {
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
     for (std::int32_t e = 1; e <= design.M_M(irec); ++e) {
       if (!takes_part(design, e, irec)) {
-        if (f.analysis_type <= 0) return false;
+        if (asked.analysis_type <= 0) return false;
         continue;
       }
       const std::int32_t g = design.XD3_M(e, irec), level = design.XD4_M(e, irec),
@@ -115,7 +115,7 @@ struct slot_size {
 
 // First walk over the entries: finds the slots of each group and counts their elements.
 void size_slots(const model_records& model, const equation_layout& layout, const design_store& design,
-                residual_form& fast, reporting& report, const run_frame& f, slot_finder& finder,
+                residual_form& fast, reporting& report, const directives& asked, slot_finder& finder,
                 std::vector<std::vector<slot_size>>& sizes) {
   allocate_rows(report, sizes, "slot%size", routine, layout.ngroups);
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
@@ -126,7 +126,7 @@ void size_slots(const model_records& model, const equation_layout& layout, const
       std::vector<slot_size>& counts = sizes[static_cast<std::size_t>(design.XD3_M(e, irec) - 1)];
       while (counts.size() < group.slots.size()) append_row(report, counts, "slot%size", routine);
       ++counts[static_cast<std::size_t>(&slot - group.slots.data())].count;
-      if (coefficient_changes(layout, design, f, irec, e)) slot.changing = group.changing = true;
+      if (coefficient_changes(layout, design, asked, irec, e)) slot.changing = group.changing = true;
       if (slot.changing || design.ZD_M(e, irec) != 1.0) slot.ones = false;
     }
 }
@@ -197,10 +197,10 @@ void order_slots(residual_form& form) {
 }
 
 void build_slots(const model_records& model, const equation_layout& layout, const design_store& design,
-                 residual_form& fast, reporting& report, const run_frame& f) {
+                 residual_form& fast, reporting& report, const directives& asked) {
   slot_finder finder(layout, model.nt, report);
   std::vector<std::vector<slot_size>> sizes;
-  size_slots(model, layout, design, fast, report, f, finder, sizes);
+  size_slots(model, layout, design, fast, report, asked, finder, sizes);
   allocate_slots(design, fast, report, sizes);
   fill_slots(model, layout, design, fast, finder, sizes);
   mark_blocks(fast, design.nobs);
@@ -214,19 +214,19 @@ void build_slots(const model_records& model, const equation_layout& layout, cons
 // whole and its term bears no traits.
 template <class Take>
 void for_each_product(const model_records& model, const design_store& design, const sampler_store& sampler,
-                      residual_inverses& inverses, const residual_form& fast, const run_frame& f,
+                      residual_inverses& inverses, const residual_form& fast, const directives& asked,
                       Take&& take) {
   const bool weights = model.has_weights();
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec) {
     bool of_sources = false; // riff is that of the sources of covariables
-    if (fast.constant_R) make_riff(model, design, sampler, inverses, irec, f.analysis_type, weights);
+    if (fast.constant_R) make_riff(model, design, sampler, inverses, irec, asked.analysis_type, weights);
     for (std::int32_t i = 1; i <= design.M_M(irec); ++i) {
       if (!takes_part(design, i, irec)) continue;
-      if (fast.constant_R && scans_in_two_stages(f) &&
+      if (fast.constant_R && scans_in_two_stages(asked) &&
           design.covariates.feeds(design.XD3_M(i, irec)) != of_sources) {
         of_sources = !of_sources;
-        of_sources ? make_swept_riff(model, design, sampler, inverses, irec, f.analysis_type, weights)
-                   : make_riff(model, design, sampler, inverses, irec, f.analysis_type, weights);
+        of_sources ? make_swept_riff(model, design, sampler, inverses, irec, asked.analysis_type, weights)
+                   : make_riff(model, design, sampler, inverses, irec, asked.analysis_type, weights);
       }
       for (std::int32_t k = 1; k <= i; ++k) {
         if (design.XD3_M(k, irec) != design.XD3_M(i, irec) || design.XD4_M(k, irec) != design.XD4_M(i, irec))
@@ -266,9 +266,9 @@ std::int64_t term_index(const std::vector<block_term>& terms, const block_term& 
 
 // Sums of coefficient products by level for each distinct term of a group; where they would take more room
 // than allowed, or coefficients change, the group sums D over its records in each round.
-void build_terms(scan_records& r, const run_frame& f) {
+void build_terms(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
-  for_each_product(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, f,
+  for_each_product(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, asked,
                    [&](std::int32_t g, std::int32_t, const block_term& term, double) {
                      group_form& group = form_of(form, g);
                      if (!group.changing && term_index(group.terms, term) < 0)
@@ -288,7 +288,7 @@ void build_terms(scan_records& r, const run_frame& f) {
               [](const block_term& a, const block_term& b) { return a.element < b.element; });
     allocate(r.report, group.sums, "sums", routine, levels, terms);
   }
-  for_each_product(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, f,
+  for_each_product(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, asked,
                    [&](std::int32_t g, std::int32_t level, const block_term& term, double product) {
                      group_form& group = form_of(form, g);
                      if (!group.changing) group.sums(level, term_index(group.terms, term) + 1) += product;
@@ -369,8 +369,8 @@ void keep_classes(const model_records& model, const equation_layout& layout,
 // Levels that share all sums and their diagonal element, for groups small enough to be drawn in line.
 void build_classes(const model_records& model, const equation_layout& layout,
                    const relationship_store& relations, residual_form& fast, reporting& report,
-                   const run_frame& f) {
-  if (f.analysis_type < 2) return;
+                   const directives& asked) {
+  if (asked.analysis_type < 2) return;
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     group_form& group = form_of(fast, g);
     if (group.changing || layout.NGR(g, 1) < few_levels || layout.group(g).stride > largest_unrolled_order)
@@ -387,12 +387,12 @@ void build_classes(const model_records& model, const equation_layout& layout,
 
 // Links of level l: those to levels before it, then those to levels after it, each in the order of the file.
 void build_links(const model_records& model, const relationship_store& relations, residual_form& fast,
-                 reporting& report, const run_frame& f) {
+                 reporting& report, const directives& asked) {
   allocate_rows(report, fast.links, "links", routine, model.nramat);
-  for (std::int32_t k = 1; k <= model.nramat && f.analysis_type >= 2; ++k) {
+  for (std::int32_t k = 1; k <= model.nramat && asked.analysis_type >= 2; ++k) {
     if (structure_is(model.RMAT(k), "I")) continue;
     // a smaller model may bring a level's block down to the orders that are written out
-    if (f.analysis_type < 5 && model.RMAT(k).n_rc > largest_unrolled_order) continue;
+    if (asked.analysis_type < 5 && model.RMAT(k).n_rc > largest_unrolled_order) continue;
     const relationship_rows& rows = relations.of(k);
     link_form& links = fast.links[static_cast<std::size_t>(k - 1)];
     const std::int64_t levels = rows.diag.size();
@@ -468,9 +468,9 @@ void allocate_work(const model_records& model, const equation_layout& layout, co
 
 // True when R^-1 is one matrix for all records: no weights, and one group (in the solver one pattern too).
 bool shares_one_matrix(const model_records& model, const design_store& design, const sampler_store& sampler,
-                       const run_frame& f) {
+                       const directives& asked) {
   if (model.has_weights()) return false;
-  if (f.analysis_type > 0) return sampler.G == 1;
+  if (asked.analysis_type > 0) return sampler.G == 1;
   for (std::int32_t irec = 2; irec <= design.nobs; ++irec)
     if (design.C_ISIT_M(irec) != design.C_ISIT_M(1) || design.IRESG_M(irec) != design.IRESG_M(1) ||
         design.ISIT_M(irec) != design.ISIT_M(1))
@@ -497,31 +497,32 @@ void count_masks(const design_store& design, residual_form& form) {
     ++form.counts(form.mask_of(irec) + 1, design.IRESG_M(irec));
 }
 
-bool coefficient_changes(const equation_layout& layout, const design_store& design, const run_frame& f,
+bool coefficient_changes(const equation_layout& layout, const design_store& design, const directives& asked,
                          std::int32_t irec, std::int32_t e) {
   if (design.XD6_M(e, irec) > 0) return true;
-  if (!scans_in_two_stages(f)) return false;
+  if (!scans_in_two_stages(asked)) return false;
   const group_kind kind = layout.group(design.XD3_M(e, irec)).kind;
   if (kind != group_kind::plain_regressions && kind != group_kind::nested_regression) return false;
   return is_turned(design.covariates, design.XD1_M(e, irec));
 }
 
-bool build_residual_form(scan_records& r, const run_frame& f) {
+bool build_residual_form(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
   form = residual_form{};
-  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r.model, r.layout, r.design, f)) return false;
-  form.constant_R = f.analysis_type < 3;
-  form.one_matrix = shares_one_matrix(r.model, r.design, r.sampler, f);
+  if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r.model, r.layout, r.design, asked))
+    return false;
+  form.constant_R = asked.analysis_type < 3;
+  form.one_matrix = shares_one_matrix(r.model, r.design, r.sampler, asked);
   allocate_rows(r.report, form.groups, "groups", routine, r.layout.ngroups);
   // mixtures move records between residual groups
   if (r.sampler.G > 1 && r.model.has_type(trait_mixture))
     for (group_form& group : form.groups) group.changing = true;
-  build_slots(r.model, r.layout, r.design, r.work.fast, r.report, f);
-  build_terms(r, f);
-  build_classes(r.model, r.layout, r.relations, r.work.fast, r.report, f);
-  build_links(r.model, r.relations, r.work.fast, r.report, f);
+  build_slots(r.model, r.layout, r.design, r.work.fast, r.report, asked);
+  build_terms(r, asked);
+  build_classes(r.model, r.layout, r.relations, r.work.fast, r.report, asked);
+  build_links(r.model, r.relations, r.work.fast, r.report, asked);
   build_masks(r.model, r.design, r.sampler, r.work.fast, r.report);
-  if (f.analysis_type <= 0 && scans_in_two_stages(f)) {
+  if (asked.analysis_type <= 0 && scans_in_two_stages(asked)) {
     if (!form.by_masks) return false;
     invert_masks(r.model, r.sampler, r.work.inverses, r.work.fast, r.report);
   }

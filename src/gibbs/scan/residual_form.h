@@ -12,7 +12,7 @@
 
 #include "input/design_store.h"
 #include "input/equation_layout.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 #include "numerics/arrays.h"
 #include "numerics/matrix_draws.h"
 
@@ -119,14 +119,14 @@ struct residual_form {
 // Builds the form for the run's design. False when the records can't be stored as
 // columns (equations outside their group's numbering, groups that share equations):
 // the plain body has to run.
-bool build_residual_form(scan_records& r, const run_frame& f);
+bool build_residual_form(scan_records& r, const directives& asked);
 
 // Counts the records of each mask and residual group.
 void count_masks(const design_store& design, residual_form& form);
 
 // True when the coefficient of entry e of record irec can change in the run:
 // mixture coefficients and covariables made from solutions.
-bool coefficient_changes(const equation_layout& layout, const design_store& design, const run_frame& f,
+bool coefficient_changes(const equation_layout& layout, const design_store& design, const directives& asked,
                          std::int32_t irec, std::int32_t e);
 
 } // namespace zeph

@@ -20,14 +20,16 @@ inline bool in_stage(const design_store& design, scan_stage stage, std::int32_t 
 }
 
 // All groups of the stage in order.
-template <class Body> void scan_groups(Body& body, scan_records& r, run_frame& f, solver_sums& sums) {
+template <class Body>
+void scan_groups(Body& body, scan_records& r, const directives& asked, round_state& state,
+                 chain_counts& counts, scan_stage stage, solver_sums& sums) {
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
-    if (!in_stage(r.design, f.stage, g)) continue;
-    if (f.test_level > 1) say_group_start(r.report, g);
-    body.enter_group(r, f, g);
-    body.solve_group(r, f, g, sums);
+    if (!in_stage(r.design, stage, g)) continue;
+    if (asked.test_level > 1) say_group_start(r.report, g);
+    body.enter_group(r, asked, state, stage, g);
+    body.solve_group(r, asked, state, counts, stage, g, sums);
     body.restrict_group(r, g);
-    body.leave_group(r, f, g);
+    body.leave_group(r, g);
   }
 }
 

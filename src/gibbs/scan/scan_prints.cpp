@@ -38,13 +38,13 @@ void print_blocks(const equation_layout& layout, reporting& report) {
 } // namespace
 
 void print_equations(const equation_layout& layout, const sampler_store& sampler, reporting& report,
-                     const run_frame& f) {
-  if (f.iround == 1) print_first_blocks(layout, report);
-  say(report, free_row().text("Current rhs and sol (max. 50), round=").i(f.iround).str());
+                     const round_state& state) {
+  if (state.iround == 1) print_first_blocks(layout, report);
+  say(report, free_row().text("Current rhs and sol (max. 50), round=").i(state.iround).str());
   for (std::int32_t e = 1; e <= std::min(layout.neq, most_printed); ++e)
     say(report, free_row().i(e).r8(sampler.RHS(e)).r8(sampler.sol(e)).str());
   print_blocks(layout, report);
-  if (f.iround == 1) print_first_blocks(layout, report);
+  if (state.iround == 1) print_first_blocks(layout, report);
 }
 
 } // namespace zeph

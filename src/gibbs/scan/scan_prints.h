@@ -2,7 +2,7 @@
 #pragma once
 
 #include "gibbs/scan/scan_records.h"
-#include "input/run_frame.h"
+#include "input/run_records.h"
 
 namespace zeph {
 
@@ -10,6 +10,6 @@ namespace zeph {
 // solutions (50 at most), the diagonal blocks of each group (50 levels at
 // most), and in round 1 the first block of each group, before and after them.
 void print_equations(const equation_layout& layout, const sampler_store& sampler, reporting& report,
-                     const run_frame& f);
+                     const round_state& state);
 
 } // namespace zeph

@@ -58,9 +58,9 @@ struct latent_pass_case : scan_case {
     categories.catstr.push_back(std::move(x));
     SETALL(sources.combined, 1234, 98765);
     SETALL(own.combined, 1234, 98765);
-    f.analysis_type = 3;
-    f.iround = 1;
-    f.isamp = 1;
+    f.asked.analysis_type = 3;
+    f.state.iround = 1;
+    f.asked.isamp = 1;
     scan_records r = records();
     prepare_conditionals(r.model, r.sampler, r.work.latent);
   }
@@ -133,7 +133,7 @@ TEST(bddrmc_cat, draws_the_listed_traits_of_each_record_in_order_and_stores_kind
   }
   EXPECT_GE(drawn_for_the_others, 2);
   scan_records r = c.records();
-  bddrmc_cat(r, c.f);
+  bddrmc_cat(r, c.f.asked);
   expect_values(c.design.Y_M, wanted);
   c.expect_sources_alike();
 }
@@ -150,7 +150,7 @@ TEST(bddrmc_cens, draws_the_censored_values_alone_by_their_codes) {
     wanted(1, i) = static_cast<float>(c.s.sol(1) + res[0]);
   }
   scan_records r = c.records();
-  bddrmc_cens(r, c.f);
+  bddrmc_cens(r, c.f.asked);
   expect_values(c.design.Y_M, wanted);
   c.expect_sources_alike();
 }
@@ -159,9 +159,9 @@ TEST(samp_thresholds, of_three_categories_are_fixed_without_a_draw) {
   latent_pass_case c;
   c.categories.catstr[0].ncat_t = 3;
   c.categories.catobs.fill(1);
-  c.f.analysis_type = 0;
+  c.f.asked.analysis_type = 0;
   scan_records r = c.records();
-  samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f, c.files);
+  samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f.asked, c.f.state, c.files);
   EXPECT_EQ(c.categories.catstr[0].thr(1), 0.0);
   EXPECT_EQ(c.categories.catstr[0].thr(2), 1.0);
   c.expect_sources_alike();
@@ -184,12 +184,12 @@ TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_all_types_above
       c.categories.catobs(1, i) = i;
       c.design.Y_M(2, i) = 0.25F * static_cast<float>(i); // threshold 2 between 0.5 and 0.75
     }
-    c.f.analysis_type = type;
-    c.f.nburn = 4, c.f.isamp = 2;
+    c.f.asked.analysis_type = type;
+    c.f.asked.nburn = 4, c.f.asked.isamp = 2;
     ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
     scan_records r = c.records();
-    for (c.f.iround = 4; c.f.iround <= 7; ++c.f.iround)
-      samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f, c.files);
+    for (c.f.state.iround = 4; c.f.state.iround <= 7; ++c.f.state.iround)
+      samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f.asked, c.f.state, c.files);
     const double sum = c.categories.catstr[0].thrpostm(2), squares = c.categories.catstr[0].thrpostsd(2);
     std::istringstream file(c.directory.read("threshold"));
     if (type == 0) {
@@ -218,24 +218,25 @@ TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_all_types_above
 TEST(update_latent_variables, takes_categories_thresholds_and_censored_values_in_this_order) {
   latent_pass_case one, other;
   scan_records r = one.records(), q = other.records();
-  one.f.iround = other.f.iround = 0; // no sample
+  one.f.state.iround = other.f.state.iround = 0; // no sample
   values_from_entries(r.work.values);
-  update_latent_variables(r, one.f, one.files);
-  bddrmc_cat(q, other.f);
-  samp_thresholds(q.design, q.categories, q.sources.combined, q.report, other.f, other.files);
-  bddrmc_cens(q, other.f);
+  update_latent_variables(r, one.f.asked, one.f.state, one.files);
+  bddrmc_cat(q, other.f.asked);
+  samp_thresholds(q.design, q.categories, q.sources.combined, q.report, other.f.asked, other.f.state,
+                  other.files);
+  bddrmc_cens(q, other.f.asked);
   EXPECT_TRUE(std::equal(one.design.Y_M.begin(), one.design.Y_M.end(), other.design.Y_M.begin()));
   EXPECT_EQ(one.categories.catstr[0].thr(2), other.categories.catstr[0].thr(2));
 }
 
 TEST(update_latent_variables, leaves_thresholds_and_censored_values_to_the_form_of_one_stage) {
   latent_pass_case one, other;
-  one.f.nfeto = 1;
-  one.f.iround = 0;
+  one.f.asked.nfeto = 1;
+  one.f.state.iround = 0;
   scan_records r = one.records(), q = other.records();
   values_from_entries(r.work.values);
-  update_latent_variables(r, one.f, one.files);
-  bddrmc_cat(q, other.f);
+  update_latent_variables(r, one.f.asked, one.f.state, one.files);
+  bddrmc_cat(q, other.f.asked);
   EXPECT_TRUE(std::equal(one.design.Y_M.begin(), one.design.Y_M.end(), other.design.Y_M.begin()));
   EXPECT_EQ(one.categories.catstr[0].thr(2), 0.4);
 }
@@ -249,18 +250,19 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
     for (std::int32_t i = 1; i <= c.count; ++i)
       if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
     allocate_mixtures(c.m, c.mixtures, c.run.report);
-    c.f.analysis_type = 1;
-    c.f.nburn = 0;
+    c.f.asked.analysis_type = 1;
+    c.f.asked.nburn = 0;
     ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
     ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
   }
   scan_records r = cases[0].records(), q = cases[1].records();
   values_from_entries(r.work.values);
-  update_latent_variables(r, cases[0].f, cases[0].files);
-  bddrmc_cat(q, cases[1].f);
-  samp_thresholds(q.design, q.categories, q.sources.combined, q.report, cases[1].f, cases[1].files);
-  bddrmc_mix(q, cases[1].f);
-  bddrmc_cens(q, cases[1].f);
+  update_latent_variables(r, cases[0].f.asked, cases[0].f.state, cases[0].files);
+  bddrmc_cat(q, cases[1].f.asked);
+  samp_thresholds(q.design, q.categories, q.sources.combined, q.report, cases[1].f.asked, cases[1].f.state,
+                  cases[1].files);
+  bddrmc_mix(q, cases[1].f.asked, cases[1].f.state);
+  bddrmc_cens(q, cases[1].f.asked);
   EXPECT_TRUE(
       std::equal(cases[0].design.Y_M.begin(), cases[0].design.Y_M.end(), cases[1].design.Y_M.begin()));
   EXPECT_TRUE(
@@ -274,9 +276,9 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
   ASSERT_TRUE(file >> round >> written);
   EXPECT_EQ(round, 1.0);
   EXPECT_NEAR(written, share, 1e-15);
-  cases[0].f.nburn = 5; // not a sample round
+  cases[0].f.asked.nburn = 5; // not a sample round
   values_from_entries(r.work.values);
-  update_latent_variables(r, cases[0].f, cases[0].files);
+  update_latent_variables(r, cases[0].f.asked, cases[0].f.state, cases[0].files);
   EXPECT_EQ(cases[0].mixtures.mix_pi_sum(1), share);
 }
 
@@ -289,13 +291,13 @@ TEST(update_latent_variables, take_no_note_of_the_places_of_missing_traits_in_ty
     for (std::int32_t i = 1; i <= c.count; ++i)
       if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
     allocate_mixtures(c.m, c.mixtures, c.run.report);
-    c.f.analysis_type = 0;
+    c.f.asked.analysis_type = 0;
     for (std::int32_t i = 1; i <= c.count; ++i)
       for (std::int32_t t = 1; t <= 4; ++t)
         if (!trait_present(c.design.ISIT_M(i), t, 4)) c.design.Y_M(t, i) = &c == cases ? 0.0F : 37.5F;
     scan_records r = c.records();
     values_from_entries(r.work.values);
-    update_latent_variables(r, c.f, c.files);
+    update_latent_variables(r, c.f.asked, c.f.state, c.files);
   }
   int drawn = 0;
   for (std::int32_t i = 1; i <= cases[0].count; ++i)
@@ -318,10 +320,10 @@ TEST(update_latent_variables, keep_no_sums_of_mixtures_in_type_0) {
   ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
   scan_records r = c.records();
   double shares = 0;
-  c.f.analysis_type = 0;
-  for (c.f.iround = 1; c.f.iround <= 5; ++c.f.iround) {
+  c.f.asked.analysis_type = 0;
+  for (c.f.state.iround = 1; c.f.state.iround <= 5; ++c.f.state.iround) {
     values_from_entries(r.work.values);
-    update_latent_variables(r, c.f, c.files);
+    update_latent_variables(r, c.f.asked, c.f.state, c.files);
     shares += c.mixtures.mix_pi(1);
     EXPECT_EQ(c.mixtures.mix_pi_sum(1), 0.0);
     EXPECT_EQ(c.mixtures.mix_pi_ss(1), 0.0);

@@ -224,9 +224,9 @@ TEST(samp_thresholds, draws_between_the_neighbours_liabilities_and_holds_the_out
   scan_records r = c.records();
   double sum = 0, squares = 0;
   constexpr int n = 20000;
-  c.f.analysis_type = 0; // nothing is written
+  c.f.asked.analysis_type = 0; // nothing is written
   for (int i = 0; i < n; ++i) {
-    samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f, c.files);
+    samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f.asked, c.f.state, c.files);
     const vec<double>& thr = c.categories.catstr[0].thr;
     ASSERT_EQ(thr(1), 0.0);
     ASSERT_EQ(thr(3), 1.0);

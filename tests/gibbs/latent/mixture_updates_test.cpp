@@ -58,9 +58,9 @@ struct mixed_case : scan_case {
       design.Y_M(1, i) = 1.25F;
       design.Y_M(2, i) = 0.3125F;
     }
-    f.analysis_type = 2;
-    f.iround = 1;
-    f.isamp = 1;
+    f.asked.analysis_type = 2;
+    f.state.iround = 1;
+    f.asked.isamp = 1;
   }
   // Posterior probability of component 1 of a record, written out.
   double tau(std::int32_t groups) const {
@@ -82,7 +82,7 @@ TEST(bddrmc_mix, puts_records_into_components_by_their_exact_probability) {
     constexpr std::int32_t n = 40000;
     mixed_case c(n, groups);
     scan_records r = c.records();
-    bddrmc_mix(r, c.f);
+    bddrmc_mix(r, c.f.asked, c.f.state);
     const double tau = c.tau(groups);
     double members = 0;
     for (std::int32_t i = 1; i <= n; ++i) {
@@ -112,7 +112,7 @@ TEST(bddrmc_mix, draws_liabilities_from_their_truncated_law) {
   constexpr std::int32_t n = 40000;
   mixed_case c(n, 1);
   scan_records r = c.records();
-  bddrmc_mix(r, c.f);
+  bddrmc_mix(r, c.f.asked, c.f.state);
   const double mean = -0.2 + 0.5 / 2.0 * (1.25 - 0.4), sd = std::sqrt(1.0 - 0.25 / 2.0);
   const double below = cdf(-mean / sd);
   std::vector<double> side[2];
@@ -125,9 +125,9 @@ TEST(bddrmc_mix, draws_liabilities_from_their_truncated_law) {
 
 TEST(bddrmc_mix, counts_only_in_sample_rounds) {
   mixed_case c(50, 1);
-  c.f.nburn = 5;
+  c.f.asked.nburn = 5;
   scan_records r = c.records();
-  bddrmc_mix(r, c.f);
+  bddrmc_mix(r, c.f.asked, c.f.state);
   for (std::int32_t i = 1; i <= 50; ++i) {
     EXPECT_EQ(c.mixtures.MIXZ_COUNT(1, i), 0);
     EXPECT_EQ(c.mixtures.TAU_STAT[1].SUM(i), 0.0);
@@ -142,7 +142,7 @@ TEST(bddrmc_mix, puts_a_far_outlier_into_component_0) {
     c.design.ZD_M(1, i) = 1.0;
   }
   scan_records r = c.records();
-  bddrmc_mix(r, c.f);
+  bddrmc_mix(r, c.f.asked, c.f.state);
   for (std::int32_t i = 1; i <= 3; ++i) {
     EXPECT_EQ(c.design.ZD_M(1, i), 0.0);
     EXPECT_LE(c.design.Y_M(2, i), 0.0F);
@@ -154,7 +154,7 @@ TEST(bddrmc_mix, gives_an_indicator_but_no_liability_to_a_record_without_the_tra
   mixed_case c(400, 1);
   for (std::int32_t i = 1; i <= 400; ++i) c.observe(i, 2); // trait 1 alone
   scan_records r = c.records();
-  bddrmc_mix(r, c.f);
+  bddrmc_mix(r, c.f.asked, c.f.state);
   std::int32_t members = 0;
   for (std::int32_t i = 1; i <= 400; ++i) {
     EXPECT_EQ(c.design.Y_M(2, i), static_cast<float>(0.3125 + 0.2)); // its residual
@@ -166,10 +166,10 @@ TEST(bddrmc_mix, gives_an_indicator_but_no_liability_to_a_record_without_the_tra
 
 TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) {
   mixed_case c(12, 1);
-  c.f.test_level = 1;
+  c.f.asked.test_level = 1;
   scan_records r = c.records();
   c.said();
-  bddrmc_mix(r, c.f);
+  bddrmc_mix(r, c.f.asked, c.f.state);
   const std::string text = c.said();
   std::size_t rows = 0;
   for (std::size_t at = text.find("tau,a1: "); at != std::string::npos; at = text.find("tau,a1: ", at + 1))
@@ -178,8 +178,8 @@ TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) 
   EXPECT_NE(text.find("l_mix_z: "), std::string::npos);
   EXPECT_NE(text.find("Round,mix_pi: " + I(1)), std::string::npos);
   EXPECT_EQ(text.find("bddrmc_mix - round:"), std::string::npos);
-  c.f.test_level = 2;
-  bddrmc_mix(r, c.f);
+  c.f.asked.test_level = 2;
+  bddrmc_mix(r, c.f.asked, c.f.state);
   const std::string more = c.said();
   const auto count = [&more](const std::string& words) {
     int n = 0;
@@ -190,8 +190,8 @@ TEST(bddrmc_mix, prints_what_it_drew_for_the_first_records_of_the_first_rounds) 
   EXPECT_EQ(count("BDDRMC_MIX   OBS=  "), 10);
   EXPECT_EQ(count("Group    level Eq/level Eq type  Contribution"), 10);
   EXPECT_EQ(count("Computing residuals for liabilities\n"), 3);
-  c.f.iround = 4;
-  bddrmc_mix(r, c.f);
+  c.f.state.iround = 4;
+  bddrmc_mix(r, c.f.asked, c.f.state);
   EXPECT_EQ(c.said().find("tau"), std::string::npos);
 }
 
@@ -233,14 +233,14 @@ TEST(sample_level, keeps_mixture_distances_positive) {
   constexpr int n = 20000;
   for (int i = 0; i < n; ++i) {
     c.s.RHS(1) = -1.0; // mean -1, variance 1
-    sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f, draws, 1, 1);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f.counts, draws, 1, 1);
     ASSERT_GE(c.s.sol(1), 1e-12);
     sum += c.s.sol(1);
   }
   const double tail = cdf(-1.0), mean = -1.0 + pdf(1.0) / tail;
   const double variance = 1.0 + pdf(1.0) / tail - (pdf(1.0) / tail) * (pdf(1.0) / tail);
   laws::expect_sum(sum, n, mean, variance, "positive part of a normal");
-  EXPECT_NEAR(static_cast<double>(c.f.nlabel), n * cdf(1.0), 4 * std::sqrt(n * tail * (1 - tail)));
+  EXPECT_NEAR(static_cast<double>(c.f.counts.nlabel), n * cdf(1.0), 4 * std::sqrt(n * tail * (1 - tail)));
 }
 
 TEST(sample_level, draws_a_mixture_distance_as_often_as_it_takes) {
@@ -250,9 +250,9 @@ TEST(sample_level, draws_a_mixture_distance_as_often_as_it_takes) {
   c.s.RHS(1) = -5.0; // one draw in 3.5 million is positive
   scan_records r = c.records();
   ranmar_draws draws(c.sources.marsaglia);
-  sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f, draws, 1, 1);
+  sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f.counts, draws, 1, 1);
   EXPECT_GE(c.s.sol(1), 1e-12);
-  EXPECT_EQ(c.f.nlabel, 1);
+  EXPECT_EQ(c.f.counts.nlabel, 1);
 }
 
 void expect_vain_draws(mixed_case& c, double mean) {
@@ -263,7 +263,7 @@ void expect_vain_draws(mixed_case& c, double mean) {
     scan_records r{c.m,          c.layout,   c.design, c.relations, c.s,
                    c.categories, c.mixtures, c.work,   c.sources,   report};
     ranmar_draws draws(c.sources.marsaglia);
-    sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f, draws, 1, 1);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, c.f.counts, draws, 1, 1);
   });
   EXPECT_NE(
       text.find("ERROR - Computation impossible in GIBSCAN: no positive mixture distance in     1000000"),
@@ -315,9 +315,9 @@ struct sequence_case : scan_case {
     }
     scan_records r = records();
     prepare_conditionals(r.model, r.sampler, r.work.latent);
-    f.analysis_type = 2;
-    f.iround = 1;
-    f.isamp = 1;
+    f.asked.analysis_type = 2;
+    f.state.iround = 1;
+    f.asked.isamp = 1;
   }
 };
 
@@ -325,7 +325,7 @@ TEST(bddrmc_cure, draws_who_can_fail_by_the_probability_of_a_sequence_without_ev
   constexpr std::int32_t subjects = 20000, length = 3;
   sequence_case c(subjects, length);
   scan_records r = c.records();
-  bddrmc_cure(r, c.f);
+  bddrmc_cure(r, c.f.asked, c.f.state);
   const double none = std::pow(cdf(0.5), length), able = cdf(0.25);
   const double p = none * able / (none * able + 1.0 - able);
   double failing = 0;
@@ -347,7 +347,7 @@ TEST(bddrmc_cure, draws_the_status_of_cured_subjects_free_and_of_others_by_what_
   sequence_case c(subjects, 2);
   c.design.CURE_Y[0](2) = 1; // the first subject has an event
   scan_records r = c.records();
-  bddrmc_cure(r, c.f);
+  bddrmc_cure(r, c.f.asked, c.f.state);
   EXPECT_EQ(c.mixtures.MIXZ_LAST(2, 2), 1);
   EXPECT_LT(c.design.Y_M(1, 1), 0.0F);
   EXPECT_GT(c.design.Y_M(1, 2), 0.0F);
@@ -363,7 +363,7 @@ TEST(bddrmc_cure, counts_positive_values_over_the_observed_records) {
   sequence_case c(2, 2);
   c.design.CURE_Y[0](2) = c.design.CURE_Y[0](4) = 1;
   scan_records r = c.records();
-  bddrmc_cure(r, c.f);
+  bddrmc_cure(r, c.f.asked, c.f.state);
   EXPECT_EQ(c.mixtures.mix_pi(1), 0.5); // 2 of 4
   EXPECT_EQ(c.mixtures.mix_pi(2), 1.0); // 2 of 2
   EXPECT_EQ(c.mixtures.MIXZ_COUNT(1, 2), 1);
@@ -379,7 +379,7 @@ TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
   c.s.sol(1) = 1.0, c.s.sol(2) = std::ldexp(1.0, -24) + std::ldexp(1.0, -50);
   c.design.XD2_M(2, 2) = 1; // both effects in trait 1 of record 2
   scan_records r = c.records();
-  bddrmc_cure(r, c.f);
+  bddrmc_cure(r, c.f.asked, c.f.state);
   EXPECT_EQ(c.design.CURE_YHAT(1, 1), 1.0F);
   EXPECT_EQ(c.design.CURE_YHAT(1, 2), 1.0F + std::ldexp(1.0F, -23));
 }
@@ -387,13 +387,13 @@ TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
 // What stands in the place of a missing trait has no effect, also where nothing is imputed.
 TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
   sequence_case c(50, 3);
-  c.f.analysis_type = 0;
+  c.f.asked.analysis_type = 0;
   for (std::int32_t i = 1; i <= 150; ++i)
     if (i % 3 != 0) c.design.Y_M(2, i) = std::numeric_limits<float>::quiet_NaN();
   scan_records r = c.records();
   r.sampler.RCOV(1, 2, 1) = r.sampler.RCOV(2, 1, 1) = 0.5;
   prepare_conditionals(r.model, r.sampler, r.work.latent);
-  bddrmc_cure(r, c.f);
+  bddrmc_cure(r, c.f.asked, c.f.state);
   for (std::int32_t i = 1; i <= 150; ++i) EXPECT_TRUE(std::isfinite(c.design.Y_M(1, i))) << i;
 }
 
@@ -433,9 +433,9 @@ struct two_indicators_case : scan_case {
         design.Y_M(t, i) = 0.25F * static_cast<float>((i * 5 + t * 3) % 9 - 4);
       }
     }
-    f.analysis_type = 2;
-    f.iround = 1;
-    f.isamp = 1;
+    f.asked.analysis_type = 2;
+    f.state.iround = 1;
+    f.asked.isamp = 1;
   }
   static double quadratic(const dense_matrix& Q, const double* e) {
     double sum = 0;
@@ -493,7 +493,7 @@ TEST(bddrmc_mix, draws_for_each_indicator_a_uniform_and_all_liabilities_and_grou
     second += z[1];
   }
   scan_records r = c.records();
-  bddrmc_mix(r, c.f);
+  bddrmc_mix(r, c.f.asked, c.f.state);
   for (std::int32_t i = 1; i <= c.count; ++i) {
     const auto at = static_cast<std::size_t>(i - 1);
     EXPECT_NEAR(c.design.Y_M(2, i), Y[at][0], 2e-6F) << i;

@@ -5,6 +5,7 @@
 
 #include "numerics/cholesky_family.h"
 #include "numerics/packed_matrix.h"
+#include "support/chain_frame.h"
 #include "support/check.h"
 #include "support/dense_matrix.h"
 
@@ -27,8 +28,8 @@ struct draw_case {
     for (const std::int32_t t : given.lc) m.MODEL(t).TRAIT_TYPE = trait_gaussian;
     for (const std::int32_t t : given.cc) m.MODEL(t).TRAIT_TYPE = trait_liability;
     for (const std::int32_t t : given.ccu) m.MODEL(t).TRAIT_TYPE = trait_mixture;
-    f.analysis_type = 3;
-    prepare_residual_draw(m, f, work, matrix_work, run.report);
+    f.asked.analysis_type = 3;
+    prepare_residual_draw(m, f.asked, work, matrix_work, run.report);
     W.take(nt, nt);
     R.take(nt, nt);
     SCALE.take(nt);
@@ -53,7 +54,7 @@ struct draw_case {
   }
   heard_run run;
   model_records m;
-  run_frame f;
+  zeph_test::chain_frame f;
   std::int32_t nt;
   constrained_work work;
   matrix_draw_work matrix_work;
@@ -301,14 +302,15 @@ TEST(prepare_residual_draw, refuses_a_trait_without_list_from_type_3_on) {
   m.MODEL_rows.resize(1);
   m.RMAT_rows.resize(1);
   m.MODEL(1).TRAIT_TYPE = 6;
-  run_frame f;
+  zeph_test::chain_frame f;
   constrained_work work;
   matrix_draw_work matrix_work;
   heard_run run;
-  f.analysis_type = 2;
-  prepare_residual_draw(m, f, work, matrix_work, run.report);
-  f.analysis_type = 3;
-  expect_stop(16, run, [&](reporting& report) { prepare_residual_draw(m, f, work, matrix_work, report); });
+  f.asked.analysis_type = 2;
+  prepare_residual_draw(m, f.asked, work, matrix_work, run.report);
+  f.asked.analysis_type = 3;
+  expect_stop(16, run,
+              [&](reporting& report) { prepare_residual_draw(m, f.asked, work, matrix_work, report); });
   EXPECT_NE(run.text().find("Illegal input in MODINF: TRAIT_TYPE(1) = 6"), std::string::npos);
 }
 

@@ -33,8 +33,8 @@ struct covariance_case : scan_case {
     heard_run quiet;
     mark_zero_covariances(m, s, quiet.report);
     EXPECT_EQ(ZEPHVAR_ALLOC(m, s, quiet.report), 0);
-    fill_vec(f.PDF, {0, 0, 0});
-    fill_vec(f.DDF, {4, 3, 0});
+    fill_vec(f.asked.PDF, {0, 0, 0});
+    fill_vec(f.asked.DDF, {4, 3, 0});
     number_sequence x(5);
     for (double& u : s.sol) u = x.between(-2, 2);
     SETALL(sources.combined, 12345, 67890);
@@ -53,11 +53,11 @@ struct covariance_case : scan_case {
   }
   void sum_squares() {
     scan_records all = records();
-    sscp_random(all.model, all.relations, all.sampler, all.work.matrices, all.work.fast, all.report, f);
+    sscp_random(all.model, all.relations, all.sampler, all.work.matrices, all.work.fast, all.report, f.state);
   }
   void draw() {
     scan_records all = records();
-    sample_covariances(all, f);
+    sample_covariances(all, f.asked, f.state);
   }
   // Sums of matrix k, packed, rows after rows.
   void set_sums(std::int32_t k, std::initializer_list<double> values) {
@@ -71,7 +71,7 @@ struct covariance_case : scan_case {
       for (std::int32_t i = 1; i <= m.nt; ++i)
         for (std::int32_t j = 1; j <= i; ++j) *sums++ = i == j ? 6.0 + i : 1.0 / (i + j);
     }
-    f.DDF(1) = 40, f.DDF(2) = 30;
+    f.asked.DDF(1) = 40, f.asked.DDF(2) = 30;
     for (std::int32_t h = 0; h <= m.residual().n_hetgr; ++h) m.residual().HETG_N_OBS(h) = 50 + h;
   }
 };
@@ -128,8 +128,8 @@ TEST(sscp_random, takes_the_second_list_of_a_reduced_animal_model) {
 
 TEST(sscp_random, leaves_rows_beyond_the_current_model_out) {
   covariance_case c;
-  c.f.ntr[0] = 1;
-  c.f.ntr[1] = 0;
+  c.f.state.ntr[0] = 1;
+  c.f.state.ntr[1] = 0;
   c.sum_squares();
   EXPECT_NEAR(c.s.sscp(1, 1), quadratic(c, full(four_level_inverse()), 1, 1), 1e-14);
   EXPECT_EQ(c.s.sscp(2, 1), 0.0);
@@ -194,7 +194,7 @@ TEST(sample_covariances, of_a_factor_with_a_flat_prior_are_inverse_wishart_of_th
 
 TEST(sample_covariances, of_a_factor_with_a_proper_prior_have_the_start_matrix_as_prior_mean) {
   covariance_case c;
-  c.f.PDF(1) = 10;
+  c.f.asked.PDF(1) = 10;
   c.m.RMAT(1).COV_MAT(1, 1) = 0.5;
   c.m.RMAT(1).COV_MAT(2, 1) = c.m.RMAT(1).COV_MAT(1, 2) = 0.1;
   // sums + (10 - 3) COV_MAT
@@ -203,9 +203,9 @@ TEST(sample_covariances, of_a_factor_with_a_proper_prior_have_the_start_matrix_a
 
 TEST(sample_covariances, take_prior_degrees_of_freedom_of_order_plus_1_as_flat) {
   covariance_case flat, bound, above;
-  bound.f.PDF(1) = 3;
-  bound.f.PDF(3) = 3;
-  above.f.PDF(1) = 4;
+  bound.f.asked.PDF(1) = 3;
+  bound.f.asked.PDF(3) = 3;
+  above.f.asked.PDF(1) = 4;
   for (covariance_case* c : {&flat, &bound, &above}) {
     c->plain_sums();
     c->draw();
@@ -216,7 +216,7 @@ TEST(sample_covariances, take_prior_degrees_of_freedom_of_order_plus_1_as_flat) 
 
 TEST(sample_covariances, of_residual_groups_use_their_records_and_their_own_priors) {
   covariance_case c("PED", false, 2);
-  c.f.PDF(3) = 9;
+  c.f.asked.PDF(3) = 9;
   const dense_matrix one(2, {2.0, 0.5, 0.5, 1.0}), two(2, {3.0, -0.75, -0.75, 1.5});
   for (std::int32_t i = 1; i <= 2; ++i)
     for (std::int32_t j = 1; j <= 2; ++j) {
@@ -307,8 +307,8 @@ TEST(sample_covariances, draw_from_the_combined_source_factors_first_then_residu
 TEST(sample_covariances, keep_the_old_matrix_active_where_the_flag_is_clear) {
   covariance_case c;
   c.plain_sums();
-  c.f.matopd(1) = 0;
-  c.f.matopd(3) = 0;
+  c.f.state.matopd(1) = 0;
+  c.f.state.matopd(3) = 0;
   const double gif = c.s.GIF(1, 1, 1), rcov = c.s.RCOV(1, 1, 1), rcovi = c.s.RCOVI(1, 1, 1);
   c.draw();
   EXPECT_EQ(c.s.GIF(1, 1, 1), gif);
@@ -323,7 +323,7 @@ TEST(sample_covariances, skip_a_factor_without_rows_in_the_model) {
   covariance_case with, without;
   with.plain_sums();
   without.plain_sums();
-  without.f.ntr[0] = 0;
+  without.f.state.ntr[0] = 0;
   const double gif = without.s.GIF(1, 1, 1);
   without.draw();
   EXPECT_EQ(without.s.GIF(1, 1, 1), gif);
@@ -343,7 +343,7 @@ TEST(sample_covariances, skip_a_factor_without_rows_in_the_model) {
 TEST(sample_covariances, use_the_leading_block_of_a_smaller_model) {
   covariance_case c;
   c.plain_sums();
-  c.f.ntr[0] = 1;
+  c.f.state.ntr[0] = 1;
   const double gif = c.s.GIF(2, 2, 1), cross = c.s.GIF(2, 1, 1);
   c.draw();
   EXPECT_NEAR(c.s.GIF(1, 1, 1), 1.0 / c.s.sscp(1, 1), 1e-13);
@@ -357,7 +357,7 @@ TEST(sample_covariances, use_the_leading_block_of_a_smaller_model) {
 
 struct masked_case : covariance_case {
   masked_case() : covariance_case("PED", false, 1, 3) {
-    fill_vec(f.PDF, {0, 0, 0});
+    fill_vec(f.asked.PDF, {0, 0, 0});
     m.n_norcov = 2;
     s.LNCOV(ihmij(2, 1, 3)) = 1;
     s.LNCOV(ihmij(3, 2, 3)) = 1;
@@ -398,7 +398,7 @@ TEST(sample_covariances, know_nothing_of_masked_sums_but_take_the_prior_of_maske
   // the prior of the pair counts
   masked_case with, without;
   for (masked_case* c : {&with, &without}) {
-    c->f.PDF(3) = 10;
+    c->f.asked.PDF(3) = 10;
     c->plain_sums();
   }
   for (std::int32_t h = 0; h <= 1; ++h)
@@ -419,7 +419,7 @@ TEST(sample_covariances, stop_when_no_matrix_with_those_zeros_is_found) {
   c.plain_sums();
   // traits 1 and 2 both all but equal to trait 3: with cov(1,2) = 0 never positive definite
   c.m.residual().HETG_N_OBS.fill(100000);
-  c.f.PDF(3) = 5;
+  c.f.asked.PDF(3) = 5;
   for (std::int32_t h = 0; h <= 1; ++h)
     for (std::int32_t i = 1; i <= 3; ++i)
       for (std::int32_t j = 1; j <= 3; ++j) c.m.residual().HETGR_COV_MAT(h, i, j) = i == j ? 100.0 : 99.0;
@@ -435,8 +435,8 @@ TEST(sample_covariances, stop_when_no_matrix_with_those_zeros_is_found) {
 
 TEST(sample_covariances, print_at_test_level_2_in_the_first_three_rounds) {
   covariance_case c;
-  c.f.test_level = 2;
-  c.f.iround = 3;
+  c.f.asked.test_level = 2;
+  c.f.state.iround = 3;
   c.plain_sums();
   c.draw();
   const std::string text = c.said();
@@ -451,12 +451,12 @@ TEST(sample_covariances, print_at_test_level_2_in_the_first_three_rounds) {
   EXPECT_EQ(all[7], "Inverse of new sampled co-variance matrix");
   EXPECT_EQ(std::strtod(all[2].c_str(), nullptr), c.s.GIF(1, 1, 1));
   EXPECT_EQ(std::strtod(all[9].c_str() + 25, nullptr), c.s.RCOVI(2, 2, 1));
-  c.f.iround = 4;
+  c.f.state.iround = 4;
   c.plain_sums();
   c.draw();
   EXPECT_EQ(c.said(), "");
-  c.f.iround = 1;
-  c.f.test_level = 1;
+  c.f.state.iround = 1;
+  c.f.asked.test_level = 1;
   c.plain_sums();
   c.draw();
   EXPECT_EQ(c.said(), "");
@@ -465,8 +465,8 @@ TEST(sample_covariances, print_at_test_level_2_in_the_first_three_rounds) {
 TEST(sample_covariances, print_the_masked_sums_above_test_level_1_in_every_round) {
   masked_case c;
   c.strong_sums();
-  c.f.iround = 1000;
-  c.f.test_level = 2;
+  c.f.state.iround = 1000;
+  c.f.asked.test_level = 2;
   c.draw();
   const std::string text = c.said();
   EXPECT_EQ(text.substr(0, text.find('\n')), "sscp for residuals");
@@ -504,8 +504,8 @@ TEST(sample_covariances, stop_when_degrees_of_freedom_are_below_the_order) {
   covariance_case enough, few;
   enough.plain_sums();
   few.plain_sums();
-  enough.f.DDF(1) = 5; // 5 - 2 - 1 = 2
-  few.f.DDF(1) = 4;
+  enough.f.asked.DDF(1) = 5; // 5 - 2 - 1 = 2
+  few.f.asked.DDF(1) = 4;
   enough.draw();
   EXPECT_EQ(enough.said(), "");
   EXPECT_EQ(expect_stop(16, few.run, [&](reporting&) { few.draw(); }),

@@ -8,7 +8,7 @@ namespace {
 
 using namespace zeph_test;
 
-record_entries entries(const scan_case& c) { return {c.design, c.layout, c.s.sol, c.f.analysis_type}; }
+record_entries entries(const scan_case& c) { return {c.design, c.layout, c.s.sol, c.f.asked.analysis_type}; }
 
 // y - Z b of a record, not weighted, from the full design.
 double residual(const scan_case& c, std::int32_t r, std::int32_t t) {
@@ -24,7 +24,7 @@ struct value_case : two_trait_case {
       : two_trait_case(12, true, missing, false) {
     number_sequence x(31);
     for (double& value : s.sol) value = x.between(-1, 1);
-    f.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_type;
     E.take(12, 2);
     for (std::int32_t r = 1; r <= 12; ++r)
       for (std::int32_t t = 1; t <= 2; ++t) E(r, t) = residual(*this, r, t);
@@ -75,7 +75,7 @@ TEST(take_record, leaves_rows_beyond_the_current_model_out) {
   for (two_trait_case* x : {&c, &less}) {
     number_sequence numbers(31);
     for (double& value : x->s.sol) value = numbers.between(-1, 1);
-    x->f.analysis_type = 1;
+    x->f.asked.analysis_type = 1;
   }
   c.layout.NGR(5, 2) = 1;
   for (std::int32_t l = 1; l <= 4; ++l) less.s.sol(less.equation(5, l, 2)) = 0.0;

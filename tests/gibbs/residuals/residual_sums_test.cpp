@@ -41,11 +41,11 @@ void some_solutions(scan_case& c) {
 }
 
 double sums(scan_case& c, std::int64_t round) {
-  c.f.analysis_type = 1;
-  c.f.iround = round;
+  c.f.asked.analysis_type = 1;
+  c.f.state.iround = round;
   scan_records records = c.records();
   double lik = 99;
-  Bddrmc_sscp(records, c.f, lik);
+  Bddrmc_sscp(records, c.f.asked, c.f.state, lik);
   return lik;
 }
 
@@ -122,8 +122,8 @@ TEST(sample_missing, leaves_the_conditional_moments_of_a_missing_trait) {
 TEST(Bddrmc_sscp, sums_residuals_by_record_and_squares_by_group_in_sample_rounds_only) {
   two_trait_case c(20, true, false, true);
   some_solutions(c);
-  c.f.nburn = 4;
-  c.f.isamp = 3;
+  c.f.asked.nburn = 4;
+  c.f.asked.isamp = 3;
   for (std::int64_t round = 1; round <= 6; ++round) sums(c, round);
   for (const double value : c.s.dic_ressum) EXPECT_EQ(value, 0.0);
   sums(c, 7);
@@ -154,7 +154,7 @@ TEST(Bddrmc_sscp, keeps_the_residuals_of_a_sample_when_asked) {
   c.m.l_residuals = true;
   c.m.model_kind = 2;
   c.design.ZEPH_RES.take(2, 4);
-  c.f.isamp = 2;
+  c.f.asked.isamp = 2;
   sums(c, 1);
   for (const double value : c.design.ZEPH_RES) EXPECT_EQ(value, 0.0);
   sums(c, 2);

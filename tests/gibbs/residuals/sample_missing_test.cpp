@@ -155,9 +155,9 @@ TEST(Bddrmc_sscp, sums_products_before_it_draws_and_stores_what_it_draws_without
   two_trait_case c(12, true, true, true);
   heard_run quiet;
   mark_zero_covariances(c.m, c.s, quiet.report);
-  c.f.analysis_type = 3;
-  c.f.iround = 1;
-  c.f.nburn = 5;
+  c.f.asked.analysis_type = 3;
+  c.f.state.iround = 1;
+  c.f.asked.nburn = 5;
   number_sequence x(31);
   for (double& value : c.s.sol) value = x.between(-1, 1);
   RMARIN(c.sources.marsaglia, 7, 8);
@@ -176,7 +176,7 @@ TEST(Bddrmc_sscp, sums_products_before_it_draws_and_stores_what_it_draws_without
   }
   scan_records all = c.records();
   double lik = 0;
-  Bddrmc_sscp(all, c.f, lik);
+  Bddrmc_sscp(all, c.f.asked, c.f.state, lik);
   for (std::int32_t h = 1; h <= 2; ++h)
     for (std::int32_t i = 1, k = 1; i <= 2; ++i)
       for (std::int32_t j = 1; j <= i; ++j, ++k)
@@ -194,14 +194,14 @@ TEST(Bddrmc_sscp, leaves_pairs_held_at_zero_out_of_the_sums) {
   for (two_trait_case* c : {&free, &held}) {
     heard_run quiet;
     mark_zero_covariances(c->m, c->s, quiet.report);
-    c->f.analysis_type = 3;
-    c->f.nburn = 5;
+    c->f.asked.analysis_type = 3;
+    c->f.asked.nburn = 5;
   }
   held.s.LNCOV(2) = 1;
   scan_records one = free.records(), other = held.records();
   double lik = 0;
-  Bddrmc_sscp(one, free.f, lik);
-  Bddrmc_sscp(other, held.f, lik);
+  Bddrmc_sscp(one, free.f.asked, free.f.state, lik);
+  Bddrmc_sscp(other, held.f.asked, held.f.state, lik);
   EXPECT_NE(free.s.sscp(2, 3), 0.0);
   EXPECT_EQ(held.s.sscp(2, 3), 0.0);
   EXPECT_EQ(free.s.sscp(1, 3), held.s.sscp(1, 3));
@@ -210,11 +210,11 @@ TEST(Bddrmc_sscp, leaves_pairs_held_at_zero_out_of_the_sums) {
 
 TEST(Bddrmc_sscp, makes_no_products_for_the_solver_with_sums) {
   two_trait_case c(10, false, false, false);
-  c.f.analysis_type = 1;
-  c.f.nburn = 5;
+  c.f.asked.analysis_type = 1;
+  c.f.asked.nburn = 5;
   scan_records all = c.records();
   double lik = 0;
-  Bddrmc_sscp(all, c.f, lik);
+  Bddrmc_sscp(all, c.f.asked, c.f.state, lik);
   for (const double sum : c.s.sscp) EXPECT_EQ(sum, 0.0);
 }
 

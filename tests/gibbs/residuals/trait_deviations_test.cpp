@@ -55,8 +55,8 @@ struct deviation_case : scan_case {
     for (std::int32_t i = 1; i <= levels; ++i) diagonal.push_back({i, i, 1.0});
     write_elements(directory / "AINV1", diagonal);
     start(8);
-    f.analysis_type = analysis_type;
-    f.iround = 40;
+    f.asked.analysis_type = analysis_type;
+    f.state.iround = 40;
     m.L_TD = m.L_PTD = true;
     m.TD_FACTOR = 1;
     design.G_TD_LEVEL.take(records);
@@ -118,7 +118,7 @@ struct deviation_case : scan_case {
   }
   void compute() {
     scan_records r = records();
-    TD_PTD(r, f, deviations);
+    TD_PTD(r, f.asked, f.state, deviations);
   }
 };
 
@@ -149,7 +149,7 @@ struct dense_deviations {
   }
   void add_record(std::int32_t r) {
     const std::size_t i = static_cast<std::size_t>(r - 1), a = static_cast<std::size_t>(c.animal[i]);
-    const dense_matrix inverse = dense_equations::residual_inverse(c, r, c.f.analysis_type);
+    const dense_matrix inverse = dense_equations::residual_inverse(c, r, c.f.asked.analysis_type);
     const double coefficients = c.second[i] > 0 ? 2.0 : 1.0;
     for (std::int32_t t = 1; t <= c.l.nt; ++t) {
       if (!c.present(r, t)) continue;
@@ -293,10 +293,10 @@ TEST(TD_PTD, writes_levels_with_more_progeny_than_the_limit_at_the_interval) {
   deviation_case c({2, false, false}, 3);
   c.m.PTD_INT = 20;
   c.m.PTD_LIMIT = 2;
-  c.f.iround = 39;
+  c.f.state.iround = 39;
   c.compute();
   EXPECT_FALSE(c.directory.has("PTD39"));
-  c.f.iround = 40;
+  c.f.state.iround = 40;
   c.compute();
   std::string expected;
   for (std::int32_t level = 1; level <= levels; ++level) {
@@ -308,7 +308,7 @@ TEST(TD_PTD, writes_levels_with_more_progeny_than_the_limit_at_the_interval) {
   }
   ASSERT_FALSE(expected.empty());
   EXPECT_EQ(c.directory.read("PTD40"), expected);
-  c.f.iround = 1234560; // seven digits
+  c.f.state.iround = 1234560; // seven digits
   c.compute();
   EXPECT_TRUE(c.directory.has("PTD1234560"));
 }

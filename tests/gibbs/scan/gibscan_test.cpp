@@ -63,10 +63,10 @@ struct weaning_case : scan_case {
   }
 
   void round(std::int64_t number, std::int32_t analysis_type = 0) {
-    f.iround = number;
-    f.analysis_type = analysis_type;
+    f.state.iround = number;
+    f.asked.analysis_type = analysis_type;
     scan_records all = records();
-    GIBSCAN(all, f, files);
+    GIBSCAN(all, f.asked, f.state, f.counts, files);
   }
 };
 
@@ -121,21 +121,20 @@ TEST(GIBSCAN, converges_to_the_published_solutions_and_sets_the_mark) {
   do {
     c.round(++number);
     ASSERT_LT(number, 1000);
-  } while (c.f.ist != GS_CONVERGED);
+  } while (c.f.state.ist != GS_CONVERGED);
   // solutions of the book's equations to 16 digits
   const double solutions[10] = {4.358502329854957,     3.4044300059066783,   0.09844457570387843,
                                 -0.018770099100875903, -0.04108420292708659, -0.008663122661941913,
                                 -0.18573209949465452,  0.17687208768129992,  -0.249458554833632,
                                 0.18261468793069413};
   for (std::int32_t e = 1; e <= 10; ++e) EXPECT_NEAR(c.s.sol(e), solutions[e - 1], 2e-7); // data are 32-bit
-  EXPECT_EQ(c.f.dens, 0.0);
 }
 
 TEST(GIBSCAN, prints_round_and_relative_change_in_the_solver_and_infinity_does_not_stop_it) {
   weaning_case c;
   c.round(1);
   EXPECT_EQ(c.said(), "Round=" + I(1) + "  Cd= " + R8("Infinity") + "\n");
-  EXPECT_EQ(c.f.ist, 0);
+  EXPECT_EQ(c.f.state.ist, 0);
   const std::vector<double> before(c.s.sol.begin(), c.s.sol.end());
   c.round(2);
   double ssd = 0, ssq = 0;
@@ -154,7 +153,7 @@ TEST(GIBSCAN, takes_a_change_that_is_no_number_as_no_convergence) {
   c.design.Y_M.fill(0.0F); // all solutions stay 0
   c.round(1);
   EXPECT_EQ(c.said(), "Round=" + I(1) + "  Cd= " + R8("NaN") + "\n");
-  EXPECT_EQ(c.f.ist, 0);
+  EXPECT_EQ(c.f.state.ist, 0);
 }
 
 TEST(GIBSCAN, relaxes_from_round_101_on) {
@@ -162,7 +161,7 @@ TEST(GIBSCAN, relaxes_from_round_101_on) {
     weaning_case plain, relaxed;
     for (weaning_case* c : {&plain, &relaxed})
       for (std::int32_t e = 1; e <= 10; ++e) c->s.sol(e) = 0.5 * e;
-    plain.f.nburn = relaxed.f.nburn = 1000; // no sample rounds
+    plain.f.asked.nburn = relaxed.f.asked.nburn = 1000; // no sample rounds
     plain.round(100, analysis_type);
     relaxed.round(101, analysis_type);
     for (std::int32_t e = 1; e <= 2; ++e) { // the first group: both see the same solutions
@@ -177,7 +176,7 @@ TEST(GIBSCAN, judges_convergence_by_the_change_before_relaxation) {
   weaning_case plain, relaxed;
   for (weaning_case* c : {&plain, &relaxed}) {
     for (std::int32_t e = 1; e <= 10; ++e) c->s.sol(e) = 0.5 * e;
-    c->f.gropd(2) = 0;
+    c->f.state.gropd(2) = 0;
   }
   plain.round(100);
   relaxed.round(101);
@@ -188,7 +187,7 @@ TEST(GIBSCAN, judges_convergence_by_the_change_before_relaxation) {
 
 TEST(GIBSCAN, rewrites_the_status_file) {
   weaning_case c;
-  c.f.nburn = 30, c.f.nround = 2147483647;
+  c.f.asked.nburn = 30, c.f.asked.nround = 2147483647;
   c.round(1);
   c.round(17);
   EXPECT_EQ(c.directory.read("status"),
@@ -197,9 +196,9 @@ TEST(GIBSCAN, rewrites_the_status_file) {
 
 TEST(GIBSCAN, writes_py_and_sums_samples_in_the_sample_rounds_of_type_1) {
   weaning_case c;
-  c.f.analysis_type = 1;
-  c.f.nburn = 2, c.f.isamp = 2;
-  open_sample_files(c.m, c.layout, c.f, c.files, c.run.report);
+  c.f.asked.analysis_type = 1;
+  c.f.asked.nburn = 2, c.f.asked.isamp = 2;
+  open_sample_files(c.m, c.layout, c.f.asked, c.files, c.run.report);
   std::string expected;
   double sum = 0, squares = 0, samples = 0;
   std::vector<double> liks;
@@ -210,15 +209,15 @@ TEST(GIBSCAN, writes_py_and_sums_samples_in_the_sample_rounds_of_type_1) {
     sum += c.s.sol(3);
     squares += c.s.sol(3) * c.s.sol(3);
     double lik = 0;
-    run_frame apart;
-    apart.analysis_type = 1;
-    apart.nburn = 1000;
-    apart.iround = number;
+    zeph_test::chain_frame apart;
+    apart.asked.analysis_type = 1;
+    apart.asked.nburn = 1000;
+    apart.state.iround = number;
     scan_records all = c.records();
-    Bddrmc_sscp(all, apart, lik);
+    Bddrmc_sscp(all, apart.asked, apart.state, lik);
     liks.push_back(lik);
   }
-  EXPECT_EQ(c.f.nsamples, samples);
+  EXPECT_EQ(c.f.counts.nsamples, samples);
   EXPECT_EQ(c.s.solpostmean(3), sum);
   EXPECT_EQ(c.s.pev(3), squares);
   const std::string py = c.directory.read("py"); // flushed row by row
@@ -233,9 +232,9 @@ TEST(GIBSCAN, writes_py_and_sums_samples_in_the_sample_rounds_of_type_1) {
 
 TEST(GIBSCAN, never_sets_the_mark_in_type_1) {
   weaning_case c;
-  c.f.nburn = 1000;
+  c.f.asked.nburn = 1000;
   for (std::int64_t number = 1; number <= 150; ++number) c.round(number, 1);
-  EXPECT_EQ(c.f.ist, 0);
+  EXPECT_EQ(c.f.state.ist, 0);
 }
 
 TEST(GIBSCAN, returns_the_problems_of_the_last_block) {
@@ -243,11 +242,11 @@ TEST(GIBSCAN, returns_the_problems_of_the_last_block) {
   last.s.GIF.fill(0.0);   // animals without records hang on nothing
   last.design.M_M(5) = 1; // animal 8 has no record
   last.round(1, 1);
-  EXPECT_EQ(last.f.ist, 1);
+  EXPECT_EQ(last.f.state.ist, 1);
   weaning_case earlier;
   earlier.s.GIF.fill(0.0);
   earlier.round(1, 1); // animals 1 to 3 fail, 8 does not
-  EXPECT_EQ(earlier.f.ist, 0);
+  EXPECT_EQ(earlier.f.state.ist, 0);
   const std::string text = earlier.said();
   EXPECT_NE(text.find("Linear dependency in group= " + I(2) + " Level= " + I(3)), std::string::npos);
   EXPECT_EQ(earlier.run.report.nlines, 3);
@@ -263,7 +262,7 @@ TEST(GIBSCAN, stops_when_its_dependency_prints_pass_1000_lines) {
 
 TEST(GIBSCAN, prints_the_equations_before_the_groups_at_test_level_3) {
   weaning_case c;
-  c.f.test_level = 3;
+  c.f.asked.test_level = 3;
   c.round(1);
   const std::string text = c.said();
   const std::size_t blocks = text.find("First diagonal block in each group\n");
@@ -271,7 +270,7 @@ TEST(GIBSCAN, prints_the_equations_before_the_groups_at_test_level_3) {
   ASSERT_NE(groups, std::string::npos);
   EXPECT_EQ(blocks, 0U);
   EXPECT_GT(text.find("Starting on group" + I(2) + "\n"), groups);
-  c.f.test_level = 2;
+  c.f.asked.test_level = 2;
   c.round(2);
   const std::string less = c.said();
   EXPECT_EQ(less.find("Current rhs"), std::string::npos);

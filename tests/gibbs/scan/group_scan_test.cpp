@@ -46,14 +46,14 @@ void dense_round(const scan_case& c, const dense_equations& full, dense_vector& 
 }
 
 void scan(scan_case& c, std::int32_t analysis_type, std::int64_t iround, double omega) {
-  c.f.analysis_type = analysis_type;
-  c.f.iround = iround;
+  c.f.asked.analysis_type = analysis_type;
+  c.f.state.iround = iround;
   scan_records records = c.records();
   solver_sums sums;
   sums.omega = omega;
   record_pass body;
-  body.begin_round(records, c.f);
-  scan_groups(body, records, c.f, sums);
+  body.begin_round(records, c.f.asked, c.f.state, scan_stage::all);
+  scan_groups(body, records, c.f.asked, c.f.state, c.f.counts, scan_stage::all, sums);
 }
 
 void expect_solutions(const scan_case& c, const dense_vector& x, double bound) {
@@ -116,7 +116,7 @@ TEST(scan_groups, keeps_the_solutions_of_a_group_that_is_not_updated_but_adjusts
   const dense_equations full(c, 0);
   dense_vector x(c.layout.neq);
   for (std::int32_t e = 1; e <= c.layout.neq; ++e) x(e) = c.s.sol(e) = 0.1 * e;
-  c.f.gropd(5) = 0;
+  c.f.state.gropd(5) = 0;
   scan(c, 0, 1, 0.0);
   dense_round(c, full, x, 0.0, {}, 5);
   expect_solutions(c, x, 1e-12);
@@ -137,7 +137,7 @@ TEST(scan_groups, keeps_the_solutions_of_a_group_that_is_not_updated_but_adjusts
 TEST(scan_groups, works_on_the_leading_rows_of_a_factor_in_a_smaller_model) {
   two_trait_case c(40, false, false, false);
   c.layout.NGR(5, 2) = 1;
-  c.f.ntr[0] = 1;
+  c.f.state.ntr[0] = 1;
   for (std::int32_t l = 1; l <= 4; ++l) c.s.sol(c.equation(5, l, 2)) = 99.0; // neither read nor changed
   scan(c, 1, 1, 0.0);
   dense_vector x(c.layout.neq);
@@ -149,7 +149,7 @@ TEST(scan_groups, works_on_the_leading_rows_of_a_factor_in_a_smaller_model) {
 TEST(scan_groups, leaves_a_factor_out_that_is_not_in_the_model) {
   two_trait_case c(40, false, false, false);
   c.layout.NGR(6, 2) = 0;
-  c.f.ntr[1] = 0;
+  c.f.state.ntr[1] = 0;
   scan(c, 1, 1, 0.0);
   dense_vector x(c.layout.neq);
   dense_round(c, dense_equations(c, 1), x, 0.0);
@@ -176,11 +176,11 @@ TEST(scan_groups, converges_to_the_solution_of_the_full_equations) {
 
 TEST(scan_groups, names_each_group_at_test_level_2) {
   two_trait_case c(1, false, false, false);
-  c.f.test_level = 1;
-  c.f.gropd.fill(0);
+  c.f.asked.test_level = 1;
+  c.f.state.gropd.fill(0);
   scan(c, 0, 6, 0.0);
   EXPECT_EQ(c.said(), "");
-  c.f.test_level = 2;
+  c.f.asked.test_level = 2;
   scan(c, 0, 6, 0.0);
   std::string expected;
   for (std::int32_t g = 1; g <= 6; ++g) expected += "Starting on group" + I(g) + "\n";
@@ -217,13 +217,14 @@ TEST(solve_level, solves_one_block_and_sums_squared_changes_and_old_solutions) {
   scan_records records = c.records();
   solver_sums sums;
   sums.ssd = 10.0, sums.ssq = 20.0, sums.omega = 0.25;
-  c.f.ist = 3;
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 5, 2, sums);
+  c.f.state.ist = 3;
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 5, 2, sums);
   EXPECT_NEAR(c.s.sol(11), 1.0 + 0.25 * 0.5, 1e-15);
   EXPECT_NEAR(c.s.sol(12), 2.0 - 0.25 * 1.0, 1e-15);
   EXPECT_NEAR(sums.ssd, 10.0 + 0.25 + 1.0, 1e-14); // of the block's solution, before relaxation
   EXPECT_NEAR(sums.ssq, 20.0 + 0.25 + 9.0, 1e-14);
-  EXPECT_EQ(c.f.ist, 0);
+  EXPECT_EQ(c.f.state.ist, 0);
   EXPECT_EQ(c.said(), "");
 }
 
@@ -232,11 +233,12 @@ TEST(solve_level, tells_a_dependency_with_its_block_and_leaves_the_row_unswept) 
   double* block = c.layout.DI_of(5).col(3);
   block[0] = 2.0, block[1] = 2.0, block[2] = 2.0; // the second row hangs on the first
   c.s.RHS(13) = 6.0, c.s.RHS(14) = 6.0;
-  c.f.iround = 12;
+  c.f.state.iround = 12;
   c.run.report.nlines = 40;
   scan_records records = c.records();
   solver_sums sums;
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 5, 3, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 5, 3, sums);
   // swept on row 1 alone: 1/2, coefficient 2/2, residual 0
   EXPECT_EQ(c.said(), "Round " + I(12) + "  Linear dependency in group= " + I(5) + " Level= " + I(3) +
                           " Equation= " + I(2) + " Diagonal= " + R8("0.0") + "\nError in diagonal block" +
@@ -245,7 +247,7 @@ TEST(solve_level, tells_a_dependency_with_its_block_and_leaves_the_row_unswept) 
                           I(1) + R8("2.0") + R8("1.0") + "\nj,j1,k,l : " + I(2) + I(2) + I(5) + I(3) + "\n" +
                           I(2) + I(2) + R8("2.0") + R8("0.0") + "\n");
   EXPECT_EQ(c.run.report.nlines, 43); // three pairs
-  EXPECT_EQ(c.f.ist, 1);
+  EXPECT_EQ(c.f.state.ist, 1);
   EXPECT_EQ(c.s.sol(13), 3.0);
   EXPECT_EQ(c.s.sol(14), 0.0); // the residual of its right-hand side
 }
@@ -256,8 +258,9 @@ TEST(solve_level, counts_a_negative_pivot_as_a_problem_though_it_is_swept) {
   c.s.RHS(17) = 2.0;
   scan_records records = c.records();
   solver_sums sums;
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1, sums);
-  EXPECT_EQ(c.f.ist, 1);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 6, 1, sums);
+  EXPECT_EQ(c.f.state.ist, 1);
   EXPECT_EQ(c.s.sol(17), -0.5);
   EXPECT_NE(c.said().find("Diagonal= " + R8("-4.0") + "\n"), std::string::npos);
 }
@@ -267,12 +270,14 @@ TEST(solve_level, counts_problems_of_its_own_block_only) {
   c.layout.DI_of(6)(1, 2) = 1.0;
   scan_records records = c.records();
   solver_sums sums;
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1,
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 6, 1,
               sums); // a block of zeros
-  EXPECT_EQ(c.f.ist, 1);
+  EXPECT_EQ(c.f.state.ist, 1);
   c.said();
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 2, sums);
-  EXPECT_EQ(c.f.ist, 0);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 6, 2, sums);
+  EXPECT_EQ(c.f.state.ist, 0);
   EXPECT_EQ(c.said(), "");
 }
 
@@ -282,11 +287,13 @@ TEST(solve_level, tells_a_pivot_between_the_limits_without_sweeping_it) {
   solver_sums sums;
   c.layout.DI_of(6)(1, 1) = 2e-18; // below the sweep's tolerance, above the limit of the message
   c.s.RHS(17) = 5.0;
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 6, 1, sums);
   EXPECT_EQ(c.said(), "");
   EXPECT_EQ(c.s.sol(17), 5.0); // unswept: the border as it was
   c.layout.DI_of(6)(1, 1) = 1e-18;
-  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 6, 1, sums);
+  solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+              scan_stage::all, 6, 1, sums);
   EXPECT_NE(c.said().find("Linear dependency"), std::string::npos);
 }
 
@@ -295,9 +302,10 @@ TEST(solve_level, stops_beyond_1000_lines_after_the_pair) {
   c.run.report.nlines = 999;
   scan_records records = c.records();
   solver_sums sums;
-  c.f.iround = 1;
+  c.f.state.iround = 1;
   const std::string text = expect_stop(16, c.run, [&](reporting&) {
-    solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f, 5, 1, sums);
+    solve_level(records.layout, records.sampler, records.work.levels, records.report, c.f.state,
+                scan_stage::all, 5, 1, sums);
   });
   // pair 1 makes 1000 lines and is let pass, pair 2 is the one too many
   const std::string end = "j,j1,k,l : " + I(2) + I(1) + I(5) + I(2) + "\n" + I(2) + I(1) + R8("0.0") +

@@ -12,10 +12,10 @@ namespace {
 using namespace zeph_test;
 
 void init(scan_case& c, std::int32_t analysis_type, std::int64_t iround = 1) {
-  c.f.analysis_type = analysis_type;
-  c.f.iround = iround;
+  c.f.asked.analysis_type = analysis_type;
+  c.f.state.iround = iround;
   scan_records records = c.records();
-  bddrmc_init(records, c.f);
+  bddrmc_init(records, c.f.asked, c.f.state, scan_stage::all);
 }
 
 // RHS and the diagonal blocks are those of the full matrices, inactive rows apart.
@@ -146,7 +146,7 @@ TEST(bddrmc_init, takes_the_active_inverse_not_the_prior_one) {
 TEST(bddrmc_init, leaves_rows_beyond_the_current_model_out) {
   two_trait_case c(20, false, false, false);
   c.layout.NGR(5, 2) = 1;
-  c.f.ntr[0] = 1;
+  c.f.state.ntr[0] = 1;
   init(c, 1);
   expect_equations(c, dense_equations(c, 1));
   for (std::int32_t l = 1; l <= 4; ++l) EXPECT_EQ(c.s.RHS(c.equation(5, l, 2)), 0.0);
@@ -155,7 +155,7 @@ TEST(bddrmc_init, leaves_rows_beyond_the_current_model_out) {
 TEST(bddrmc_init, adds_no_precision_to_a_factor_without_traits_in_the_model) {
   two_trait_case c(20, false, false, false);
   c.layout.NGR(6, 2) = 0;
-  c.f.ntr[1] = 0;
+  c.f.state.ntr[1] = 0;
   init(c, 1);
   expect_equations(c, dense_equations(c, 1));
   for (const double element : c.layout.DI_of(6)) EXPECT_EQ(element, 0.0);
@@ -187,7 +187,7 @@ void expect_adjusted(two_trait_case& c, std::int32_t g, std::int32_t analysis_ty
   number_sequence x(23);
   for (double& value : c.s.sol) value = x.between(-2, 2);
   scan_records records = c.records();
-  BDDRMC_GS(records, c.f, g);
+  BDDRMC_GS(records, c.f.asked, c.f.state, scan_stage::all, g);
   const dense_equations full(c, analysis_type);
   for (std::int32_t h = 1; h <= c.layout.ngroups; ++h)
     for (std::int32_t l = 1; l <= c.layout.NGR(h, 1); ++l)
@@ -221,7 +221,7 @@ TEST(BDDRMC_GS, passes_rows_beyond_the_current_model_as_both_partners) {
   for (std::int32_t g = 1; g <= 6; ++g) {
     two_trait_case c(25, false, false, false);
     c.layout.NGR(5, 2) = 1;
-    c.f.ntr[0] = 1;
+    c.f.state.ntr[0] = 1;
     expect_adjusted(c, g, 1);
   }
 }
@@ -236,7 +236,7 @@ TEST(BDDRMC_GS, passes_a_coefficient_with_equation_number_0) {
   less.design.ZD_M(1, 1) = 0.0;
   for (two_trait_case* one : {&c, &less}) {
     scan_records records = one->records();
-    BDDRMC_GS(records, one->f, 3);
+    BDDRMC_GS(records, one->f.asked, one->f.state, scan_stage::all, 3);
   }
   EXPECT_EQ(c.s.RHS(5), less.s.RHS(5));
   EXPECT_EQ(c.s.RHS(6), less.s.RHS(6));
@@ -252,7 +252,7 @@ TEST(BDDRMC_GS, passes_a_coefficient_without_trait_above_type_0) {
   less.design.ZD_M(1, 1) = 0.0;
   for (two_trait_case* one : {&c, &less}) {
     scan_records records = one->records();
-    BDDRMC_GS(records, one->f, 3);
+    BDDRMC_GS(records, one->f.asked, one->f.state, scan_stage::all, 3);
   }
   EXPECT_EQ(c.s.RHS(5), less.s.RHS(5));
 }
@@ -267,9 +267,9 @@ TEST(BDDRMC_GS, prints_the_first_ten_records_in_rounds_below_6_at_test_level_2) 
   two_trait_case c(14, false, false, false);
   const auto prints = [&](std::int32_t test_level, std::int64_t round) {
     init(c, 0, round);
-    c.f.test_level = test_level;
+    c.f.asked.test_level = test_level;
     scan_records records = c.records();
-    BDDRMC_GS(records, c.f, 2);
+    BDDRMC_GS(records, c.f.asked, c.f.state, scan_stage::all, 2);
     return occurrences(c.said(), "\nBDDRMC_GS   OBS=  ");
   };
   EXPECT_EQ(prints(1, 1), 0U);

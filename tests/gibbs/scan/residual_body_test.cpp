@@ -29,25 +29,25 @@ struct body_case : two_trait_case {
     heard_run quiet;
     mark_zero_covariances(m, s, quiet.report);
     EXPECT_EQ(ZEPHVAR_ALLOC(m, s, quiet.report), 0);
-    fill_vec(f.PDF, {9, 8, 9});
-    fill_vec(f.DDF, {4, 3, 0});
+    fill_vec(f.asked.PDF, {9, 8, 9});
+    fill_vec(f.asked.DDF, {4, 3, 0});
     count_group_records(m, design);
     number_sequence x(5);
     for (double& u : s.sol) u = x.between(-2, 2);
     SETALL(sources.combined, 12345, 67890);
     RMARIN(sources.marsaglia, 1802, 9373);
-    f.analysis_type = analysis_type;
-    f.isamp = 1000;
-    f.nburn = 1000;
+    f.asked.analysis_type = analysis_type;
+    f.asked.isamp = 1000;
+    f.asked.nburn = 1000;
     if (make) make(*this);
     scan_records r = records();
     if (analysis_type > 0) start_missing_traits(r);
     if (plain) work.body = scan_body::plain;
   }
   void round() {
-    ++f.iround;
+    ++f.state.iround;
     scan_records r = records();
-    GIBSCAN(r, f, files);
+    GIBSCAN(r, f.asked, f.state, f.counts, files);
   }
 };
 
@@ -113,9 +113,9 @@ TEST(residual_body, takes_restrictions_of_every_group_as_each_group_ends) {
 TEST(residual_body, follows_a_smaller_model) {
   for (std::int32_t type = 1; type <= 3; ++type) {
     expect_same_rounds({true, true, false}, type,
-                       [](two_trait_case& c) { c.layout.NGR(5, 2) = c.f.ntr[0] = 1; });
+                       [](two_trait_case& c) { c.layout.NGR(5, 2) = c.f.state.ntr[0] = 1; });
     expect_same_rounds({true, true, false}, type,
-                       [](two_trait_case& c) { c.layout.NGR(6, 2) = c.f.ntr[1] = 0; });
+                       [](two_trait_case& c) { c.layout.NGR(6, 2) = c.f.state.ntr[1] = 0; });
   }
 }
 
@@ -123,7 +123,7 @@ TEST(residual_body, follows_a_model_that_changes_between_rounds) {
   body_case plain({true, true, false}, 5, {}, true), fast({true, true, false}, 5, {}, false);
   for (int round = 1; round <= 6; ++round) {
     for (body_case* c : {&plain, &fast}) {
-      c->layout.NGR(5, 2) = c->f.ntr[0] = 1 + round % 2;
+      c->layout.NGR(5, 2) = c->f.state.ntr[0] = 1 + round % 2;
       c->s.sol(10) = 0.1 * round; // a move of the model changes solutions between scans
       c->round();
     }
@@ -134,7 +134,7 @@ TEST(residual_body, follows_a_model_that_changes_between_rounds) {
 TEST(residual_body, keeps_groups_that_are_not_to_be_updated) {
   for (std::int32_t type = 0; type <= 3; ++type)
     expect_same_rounds({false, true, false}, type,
-                       [](two_trait_case& c) { c.f.gropd(3) = c.f.gropd(5) = 0; });
+                       [](two_trait_case& c) { c.f.state.gropd(3) = c.f.state.gropd(5) = 0; });
 }
 
 TEST(residual_body, takes_entries_without_trait_as_absent_above_type_0) {
@@ -191,9 +191,9 @@ TEST(residual_body, names_its_slots_terms_and_masks_when_they_can_not_be_stored)
     scan_records r = c.records();
     std::string text;
     if (fail_at == 0)
-      build_residual_form(r, c.f);
+      build_residual_form(r, c.f.asked);
     else
-      text = expect_stop(16, c.run, [&](reporting&) { build_residual_form(r, c.f); });
+      text = expect_stop(16, c.run, [&](reporting&) { build_residual_form(r, c.f.asked); });
     calls = c.run.report.door.calls;
     return text;
   };
@@ -214,12 +214,12 @@ TEST(residual_body, names_its_slots_terms_and_masks_when_they_can_not_be_stored)
 TEST(residual_body, gives_way_to_the_plain_body_at_test_level_2) {
   for (const std::int32_t level : {1, 2}) {
     body_case c({false, false, false}, 1, {}, false);
-    c.f.test_level = level;
+    c.f.asked.test_level = level;
     scan_records r = c.records();
     const scan_body chosen = level == 2 ? scan_body::plain : scan_body::fast;
-    EXPECT_EQ(body_of(r, c.f), chosen);
-    c.f.test_level = 3 - level; // the choice is that of the run: asked once
-    EXPECT_EQ(body_of(r, c.f), chosen);
+    EXPECT_EQ(body_of(r, c.f.asked), chosen);
+    c.f.asked.test_level = 3 - level; // the choice is that of the run: asked once
+    EXPECT_EQ(body_of(r, c.f.asked), chosen);
   }
 }
 
@@ -227,11 +227,11 @@ TEST(residual_body, gives_way_where_entries_do_not_follow_the_numbering_of_their
   body_case c(
       {false, false, false}, 1, [](two_trait_case& d) { d.design.XD1_M(1, 1) = 2; }, false);
   scan_records r = c.records();
-  EXPECT_EQ(body_of(r, c.f), scan_body::plain);
+  EXPECT_EQ(body_of(r, c.f.asked), scan_body::plain);
   body_case untraited(
       {false, false, false}, 0, [](two_trait_case& d) { d.design.XD2_M(1, 1) = 0; }, false);
   scan_records q = untraited.records();
-  EXPECT_EQ(body_of(q, untraited.f), scan_body::plain);
+  EXPECT_EQ(body_of(q, untraited.f.asked), scan_body::plain);
 }
 
 #ifdef ZEPH_DEBUG_VIEWS
@@ -241,12 +241,12 @@ TEST(residual_body_death, a_residual_that_drifted_ends_the_process) {
   for (const double drift : {1e-14, 1e-3}) {
     body_case c({true, true, true}, 3, {}, false);
     for (int round = 1; round < 100; ++round) c.round();
-    c.f.iround = 100;
+    c.f.state.iround = 100;
     scan_records r = c.records();
     residual_body body;
-    body.begin_round(r, c.f);
+    body.begin_round(r, c.f.asked, c.f.state, scan_stage::all);
     c.work.fast.E(7, 1) += drift;
-    const auto enter = [&] { body.enter_group(r, c.f, 1); };
+    const auto enter = [&] { body.enter_group(r, c.f.asked, c.f.state, scan_stage::all, 1); };
     if (drift > 1e-9)
       EXPECT_DEATH(enter(), "residuals drifted by .* in round 100");
     else
@@ -266,11 +266,11 @@ TEST(fast_residual_pass, scores_records_one_by_one_when_a_density_may_be_0) {
         body_case& c = i == 0 ? plain : fast;
         scan_records r = c.records();
         c.s.sscp.fill(0.0);
-        EXPECT_EQ(body_of(r, c.f) == scan_body::fast, i == 1);
+        EXPECT_EQ(body_of(r, c.f.asked) == scan_body::fast, i == 1);
         if (i == 0)
-          Bddrmc_sscp(r, c.f, lik[0]);
+          Bddrmc_sscp(r, c.f.asked, c.f.state, lik[0]);
         else
-          fast_residual_pass(r, c.f, lik[1]);
+          fast_residual_pass(r, c.f.asked, c.f.state, lik[1]);
       }
       if (std::isinf(lik[0]))
         EXPECT_EQ(lik[0], lik[1]);
@@ -296,9 +296,9 @@ TEST(fast_residual_pass, scores_and_imputes_beside_a_trait_of_next_to_no_varianc
   scan_records r = plain.records(), q = fast.records();
   plain.s.sscp.fill(0.0);
   fast.s.sscp.fill(0.0);
-  Bddrmc_sscp(r, plain.f, lik[0]);
-  EXPECT_EQ(body_of(q, fast.f), scan_body::fast);
-  fast_residual_pass(q, fast.f, lik[1]);
+  Bddrmc_sscp(r, plain.f.asked, plain.f.state, lik[0]);
+  EXPECT_EQ(body_of(q, fast.f.asked), scan_body::fast);
+  fast_residual_pass(q, fast.f.asked, fast.f.state, lik[1]);
   EXPECT_NEAR(lik[0], lik[1], 1e-6 * lik[0]);
   for (std::int64_t i = 0; i < plain.design.Y_M.size(); ++i) {
     const auto y = static_cast<double>(plain.design.Y_M.data()[i]);

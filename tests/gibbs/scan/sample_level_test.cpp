@@ -46,7 +46,7 @@ struct level_case : scan_case {
   void draw(std::int32_t l) {
     scan_records all = records();
     ranmar_draws draws(sources.marsaglia);
-    sample_level(all.layout, all.sampler, all.work.levels, all.report, f, draws, 1, l);
+    sample_level(all.layout, all.sampler, all.work.levels, all.report, f.counts, draws, 1, l);
   }
   std::vector<dense_matrix> blocks;
 };
@@ -130,10 +130,10 @@ TEST(sample_level, stops_with_the_group_when_a_block_is_not_positive_definite) {
 
 TEST(scan_levels, draws_n_normals_per_level_in_order_of_levels) {
   level_case whole(2, 4), parts(2, 4);
-  whole.f.analysis_type = 2;
+  whole.f.asked.analysis_type = 2;
   scan_records all = whole.records();
   solver_sums sums;
-  scan_levels(all, whole.f, 1, sums);
+  scan_levels(all, whole.f.asked, whole.f.state, whole.f.counts, scan_stage::all, 1, sums);
   for (std::int32_t l = 1; l <= 4; ++l) parts.draw(l);
   for (std::int32_t e = 1; e <= 8; ++e) EXPECT_EQ(whole.s.sol(e), parts.s.sol(e));
   EXPECT_EQ(RANMAR(whole.sources.marsaglia), RANMAR(parts.sources.marsaglia));
@@ -142,13 +142,13 @@ TEST(scan_levels, draws_n_normals_per_level_in_order_of_levels) {
 
 TEST(scan_levels, draws_nothing_for_a_group_that_is_not_updated) {
   level_case c(2, 4);
-  c.f.analysis_type = 3;
-  c.f.gropd(1) = 0;
+  c.f.asked.analysis_type = 3;
+  c.f.state.gropd(1) = 0;
   c.s.sol.fill(0.75);
   marsaglia_source same = c.sources.marsaglia;
   scan_records all = c.records();
   solver_sums sums;
-  scan_levels(all, c.f, 1, sums);
+  scan_levels(all, c.f.asked, c.f.state, c.f.counts, scan_stage::all, 1, sums);
   for (const double u : c.s.sol) EXPECT_EQ(u, 0.75);
   EXPECT_EQ(RANMAR(c.sources.marsaglia), RANMAR(same));
 }
@@ -163,13 +163,13 @@ TEST(GIBSCAN, draws_for_all_groups_in_order_before_the_missing_traits) {
   // 19 equations and two missing values, one stream
   two_trait_case c(8, false, true, false);
   no_zero_covariances(c);
-  c.f.analysis_type = 2;
-  c.f.iround = 1;
-  c.f.nburn = 10;
+  c.f.asked.analysis_type = 2;
+  c.f.state.iround = 1;
+  c.f.asked.nburn = 10;
   RMARIN(c.sources.marsaglia, 1802, 9373);
   marsaglia_source same = c.sources.marsaglia;
   scan_records all = c.records();
-  GIBSCAN(all, c.f, c.files);
+  GIBSCAN(all, c.f.asked, c.f.state, c.f.counts, c.files);
   for (int k = 0; k < 19 + 2; ++k) ranmar_snorm(same);
   EXPECT_EQ(RANMAR(c.sources.marsaglia), RANMAR(same));
 }
@@ -178,15 +178,15 @@ TEST(GIBSCAN, does_not_relax_samples) {
   two_trait_case early(8, false, false, false), late(8, false, false, false);
   for (two_trait_case* c : {&early, &late}) {
     no_zero_covariances(*c);
-    c->f.analysis_type = 2;
-    c->f.nburn = 1000;
+    c->f.asked.analysis_type = 2;
+    c->f.asked.nburn = 1000;
     RMARIN(c->sources.marsaglia, 5, 6);
   }
-  early.f.iround = 1;
-  late.f.iround = 101;
+  early.f.state.iround = 1;
+  late.f.state.iround = 101;
   scan_records one = early.records(), other = late.records();
-  GIBSCAN(one, early.f, early.files);
-  GIBSCAN(other, late.f, late.files);
+  GIBSCAN(one, early.f.asked, early.f.state, early.f.counts, early.files);
+  GIBSCAN(other, late.f.asked, late.f.state, late.f.counts, late.files);
   for (std::int32_t e = 1; e <= 19; ++e) EXPECT_EQ(early.s.sol(e), late.s.sol(e));
 }
 

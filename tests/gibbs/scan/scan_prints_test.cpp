@@ -25,8 +25,8 @@ struct printed_equations : scan_case {
       for (std::int32_t p = 1; p <= 3; ++p) layout.DI_of(2)(p, l) = 10.0 * l + p;
   }
   std::string print(std::int64_t round) {
-    f.iround = round;
-    print_equations(records().layout, records().sampler, records().report, f);
+    f.state.iround = round;
+    print_equations(records().layout, records().sampler, records().report, f.state);
     return said();
   }
 };

@@ -70,7 +70,8 @@ TEST(two_stage_scan, is_the_same_by_both_bodies_with_restrictions_and_kept_group
       const std::int32_t restricted[] = {2, 6, 11}; // a turned regression, a source, another group
       std::copy(restricted, restricted + 3, c.s.IREST.begin());
     });
-    expect_same_rounds({true, true, true}, type, [](staged_case& c) { c.f.gropd(3) = c.f.gropd(1) = 0; });
+    expect_same_rounds({true, true, true}, type,
+                       [](staged_case& c) { c.f.state.gropd(3) = c.f.state.gropd(1) = 0; });
   }
 }
 
@@ -154,8 +155,8 @@ TEST(two_stage_scan, converges_to_the_equations_with_the_found_covariables) {
       staged_case c(o, 0, 80);
       c.follow_the_model();
       if (plain) c.work.body = scan_body::plain;
-      while (c.f.ist != GS_CONVERGED && c.f.iround < 20000) c.round();
-      ASSERT_EQ(c.f.ist, GS_CONVERGED);
+      while (c.f.state.ist != GS_CONVERGED && c.f.state.iround < 20000) c.round();
+      ASSERT_EQ(c.f.state.ist, GS_CONVERGED);
       for (std::int32_t r = 1; r <= c.design.nobs; ++r)
         for (std::int32_t e = 1; e <= c.design.M_M(r); ++e)
           if (c.design.XD2_M(e, r) == 2 && c.design.XD3_M(e, r) <= 2)
@@ -186,7 +187,7 @@ TEST(two_stage_scan, sums_the_change_over_both_stages) {
 
 TEST(two_stage_scan, does_not_refresh_in_round_0) {
   staged_case c({}, 2);
-  c.f.iround = -1;
+  c.f.state.iround = -1;
   const std::vector<double> before(c.design.ZD_M.begin(), c.design.ZD_M.end());
   c.round();
   EXPECT_TRUE(std::equal(before.begin(), before.end(), c.design.ZD_M.begin()));
@@ -203,7 +204,7 @@ TEST(two_stage_scan, is_left_to_the_plain_form_from_analysis_type_5_on) {
 
 TEST(two_stage_scan, names_the_groups_of_both_stages_and_prints_before_the_second) {
   staged_case c({}, 1);
-  c.f.test_level = 3;
+  c.f.asked.test_level = 3;
   c.round();
   const std::string text = c.said();
   std::size_t at = 0;
@@ -225,7 +226,6 @@ struct swept_case : scan_case {
   explicit swept_case(std::int32_t n) : scan_case(described(n)) {
     start(1);
     RMARIN(sources.marsaglia, 1802, 9373);
-    f.stage = scan_stage::others;
     number_sequence x(9);
     for (double& b : s.RHS) b = x.between(-4, 4);
     C = dense_matrix(n);
@@ -250,7 +250,8 @@ struct swept_case : scan_case {
   }
   void draw() {
     scan_records all = records();
-    sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, f, 1, 1);
+    sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, f.state,
+                       f.counts, scan_stage::others, 1, 1);
   }
   dense_matrix C;
 };
@@ -311,46 +312,45 @@ struct distance_case : scan_case {
     d.integers = 4, d.reals = 3, d.records = 1;
     return d;
   }
-  explicit distance_case(scan_stage stage) : scan_case(described()) {
+  distance_case() : scan_case(described()) {
     start(2);
     RMARIN(sources.marsaglia, 1802, 9373);
-    f.stage = stage;
-    f.iround = 7;
+    f.state.iround = 7;
     work.levels.distances = {1};
     layout.DI_of(1).col(1)[0] = 1.0;
   }
 };
 
 TEST(sample_level_swept, stops_where_no_normal_makes_a_mixture_distance_positive) {
-  distance_case c(scan_stage::sources);
+  distance_case c;
   c.s.RHS(1) = -5.31; // the largest normal is 5.29
   const std::string text = expect_stop(16, c.run, [&](reporting&) {
     scan_records all = c.records();
-    sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, c.f, 1,
-                       1);
+    sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, c.f.state,
+                       c.f.counts, scan_stage::sources, 1, 1);
   });
   EXPECT_NE(text.find("no positive mixture distance"), std::string::npos) << text;
 }
 
 TEST(sample_level_swept, draws_a_mixture_distance_again_until_it_is_positive) {
   for (const scan_stage stage : {scan_stage::sources, scan_stage::others}) {
-    distance_case c(stage);
+    distance_case c;
     c.s.RHS(1) = -1.5; // far below 0
     scan_records all = c.records();
     int again = 0;
     for (int k = 0; k < 20; ++k) {
-      sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report, c.f, 1,
-                         1);
+      sample_level_swept(all.layout, all.sampler, all.work.levels, all.sources.marsaglia, all.report,
+                         c.f.state, c.f.counts, stage, 1, 1);
       EXPECT_GE(c.s.sol(1), 1e-12);
       const std::string text = c.said();
       EXPECT_TRUE(text.empty() || text == "Resampling of mixture distances - Round: " + I(7) + "\n") << text;
       again += text.empty() ? 0 : 1;
     }
     if (stage == scan_stage::sources) {
-      EXPECT_GT(c.f.nlabel, 10);
+      EXPECT_GT(c.f.counts.nlabel, 10);
       EXPECT_EQ(again, 0);
     } else {
-      EXPECT_EQ(c.f.nlabel, 0);
+      EXPECT_EQ(c.f.counts.nlabel, 0);
       EXPECT_GT(again, 10);
     }
   }

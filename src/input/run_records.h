@@ -1,4 +1,5 @@
-// The driver's own values, shared with the final reports and the jump layer.
+// The driver's plain records: what the directive file asks for, where the chain
+// is, what has been counted.
 #pragma once
 
 #include "input/model_records.h"
@@ -24,7 +25,8 @@ struct fetocv_entry {
 // scanned in two stages: first the groups that they come from, then the others.
 enum class scan_stage : std::int32_t { all, sources, others };
 
-struct run_frame {
+// What the directive file asks for: constant once it has been read.
+struct directives {
   std::int32_t analysis_type =
       0;                       // 0 solver, 1 solver with sums, 2 solutions, 3 and 4 full sampler, 5.. models
   std::int32_t test_level = 0; // level of test information printed
@@ -39,35 +41,44 @@ struct run_frame {
   std::vector<fetocv_entry> FETOCV;
   std::int32_t stdef = 0; // standardize option of those covariates
   std::int32_t irest_flag = 0;
+  bool restart = false; // the work directory has both r_parm and oldsol
+};
 
-  std::int64_t iround = 0;                // current round; after a full loop last round + 1
-  std::int64_t P_ROUND = 0;               // round from which sampling counts
-  double nsamples = 0;                    // samples taken so far
-  std::int32_t npred = 0, nsamp_pred = 0; // records to predict; samples in the predictions
-  double dens = 0;
-  bool restart = false; // r_parm and oldsol both stand in the work directory
-  bool stop_seen = false;
+// Where the chain is.
+struct round_state {
+  std::int64_t iround = 0; // current round; after a full loop last round + 1
   std::int32_t ist = 0;    // status of the scan
-  std::int32_t nlabel = 0; // label switches of mixtures
   std::vector<std::int32_t>
-      ntr; // the current model: entry k-1 is the dimension of factor k, then the residual
-  scan_stage stage = scan_stage::all;
+      ntr;             // the current model: entry k-1 is the dimension of factor k, then the residual
   vec<logical> gropd;  // ngroups: the group's solutions are updated
   vec<logical> matopd; // nramat+G+1: the drawn matrix becomes active
 };
 
+// What has been counted along the chain.
+struct chain_counts {
+  std::int64_t P_ROUND = 0;    // sampling follows this round: the last of burn-in, or of a chain continued
+  double nsamples = 0;         // samples taken so far
+  std::int32_t nsamp_pred = 0; // samples in the predictions
+  std::int32_t nlabel = 0;     // label switches of mixtures
+  bool stop_seen = false;      // a file STOP ended burn-in
+};
+
 // True when rounds have two stages: solutions of class effects are used as
 // covariables, and the run keeps to one model.
-inline bool scans_in_two_stages(const run_frame& f) { return f.nfeto > 0 && f.analysis_type < 5; }
+inline bool scans_in_two_stages(const directives& asked) {
+  return asked.nfeto > 0 && asked.analysis_type < 5;
+}
 
 // True in the rounds of which samples are taken.
-inline bool is_sample_round(const run_frame& f) {
-  const std::int64_t since = f.iround - f.nburn;
-  return since > 0 && since % (f.isamp > 1 ? f.isamp : 1) == 0;
+inline bool is_sample_round(const directives& asked, const round_state& state) {
+  const std::int64_t since = state.iround - asked.nburn;
+  return since > 0 && since % (asked.isamp > 1 ? asked.isamp : 1) == 0;
 }
 
 // True when the state of the round enters the sums and the sample files: in sample
 // rounds of all types but the plain solver.
-inline bool takes_sample(const run_frame& f) { return f.analysis_type > 0 && is_sample_round(f); }
+inline bool takes_sample(const directives& asked, const round_state& state) {
+  return asked.analysis_type > 0 && is_sample_round(asked, state);
+}
 
 } // namespace zeph
