@@ -3,7 +3,7 @@
 // work directory named by ZEPH_BENCH_DIR. Each checks its result, so that a fast
 // wrong answer fails.
 #include "control/run_driver.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "input/data_loading.h"
 #include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
@@ -42,7 +42,7 @@ struct started_run {
 void run_rounds(benchmark::State& state, bool plain) {
   started_run s;
   if (!s.started) return state.SkipWithError(s.listing.str().c_str());
-  if (plain) s.r.work.fast.state = zeph::form_state::refused;
+  if (plain) s.r.work.body = zeph::scan_body::plain;
   zeph::scan_records records = zeph::records_of(s.r);
   for (int warm = 0; warm < 2; ++warm) {
     ++s.r.state.iround;

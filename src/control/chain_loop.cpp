@@ -1,8 +1,8 @@
 #include "control/chain_loop.h"
 
 #include "formats/free_format.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/trait_deviations.h"
+#include "gibbs/residuals/trait_deviations.h"
+#include "gibbs/scan/gibscan.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"

@@ -1,7 +1,7 @@
 #include "control/model_chains.h"
 
 #include "formats/free_format.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
 #include "listing/listing_rows.h"
@@ -39,8 +39,8 @@ void set_dimension(run& r, jump_records& records, std::int32_t k, std::int32_t d
 } // namespace
 
 void report_run(run& r) {
-  final_reports(r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations, r.sampler,
-                r.sources, r.asked, r.state, r.counts, r.files, r.report);
+  final_reports({r.model, r.layout, r.design, r.categories, r.mixtures, r.predictions, r.deviations,
+                 r.sampler, r.sources, r.asked, r.state, r.counts, r.files, r.report});
 }
 
 bool next_model(run& r) {

@@ -2,7 +2,7 @@
 // record. Two runs can stand side by side.
 #pragma once
 
-#include "gibbs/scan_records.h"
+#include "gibbs/scan/scan_records.h"
 #include "input/design_store.h"
 #include "input/deviation_store.h"
 #include "input/equation_layout.h"
@@ -34,7 +34,7 @@ struct run {
   mixture_store mixtures;
   deviation_store deviations;
   random_sources sources{report};
-  scan_work work;
+  round_work work;
   sample_files files;
   jump_store jump;
   prediction_store predictions;

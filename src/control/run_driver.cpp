@@ -6,8 +6,8 @@
 #include "control/predictions.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
-#include "gibbs/mixture_updates.h"
-#include "gibbs/residual_sums.h"
+#include "gibbs/latent/mixing_proportions.h"
+#include "gibbs/residuals/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/class_effect_covariates.h"
 #include "input/code_table.h"
@@ -179,12 +179,12 @@ void start_run(run& r) {
   start_chain_values(r);
   load_data(r);
   check_codes(r.model, r.report); // the reports of the end read it
-  allocate_scan_work(r.model, r.layout, r.design, r.work, r.report);
-  prepare_residual_draw(r.model, r.asked, r.work.constrained, r.work.matrix_work, r.report);
+  allocate_round_work(r.model, r.layout, r.work, r.report);
+  prepare_residual_draw(r.model, r.asked, r.work.matrices.constrained, r.work.matrices.draw, r.report);
   start_latent_values(r);
   restart_latent_values(r);
   scan_records records = records_of(r);
-  start_mixing_proportions(records);
+  start_mixing_proportions(records.model, records.design, records.mixtures);
   open_sample_files(r.model, r.layout, r.asked, r.files, r.report);
   if (r.asked.analysis_type >= 2) reserve_state(r.model, r.design, r.sampler, r.files.state, r.report);
   check_result_files(r.model, r.deviations, r.mixtures, r.asked, r.report);

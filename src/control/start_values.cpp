@@ -2,9 +2,9 @@
 
 #include "formats/column_format.h"
 #include "formats/free_format.h"
+#include "gibbs/residuals/residual_conditional.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
-#include "numerics/packed_matrix.h"
 
 #include <algorithm>
 #include <cmath>
@@ -44,20 +44,15 @@ void start_residual_matrix(const model_records& m, sampler_store& s, std::int32_
 
 // Sweeps RCOV(:,:,g): its inverse into RCOVI, LVDET = -sum of log pivots,
 // IDET_RVAR = 1 / root of the product of pivots. False when a pivot fails.
-bool invert_residual_matrix(const model_records& m, sampler_store& s, std::int32_t g, reporting& report) {
+bool invert_residual_matrix(const model_records& m, sampler_store& s, std::int32_t g,
+                            residual_conditional& swept, reporting& report) {
   const std::int32_t nt = m.nt, f = m.nramat + g;
-  std::vector<double> parm(static_cast<std::size_t>(nt * (nt + 1) / 2));
-  std::vector<logical> swept(static_cast<std::size_t>(nt));
-  for (std::int32_t i = 1; i <= nt; ++i)
-    for (std::int32_t j = 1; j <= i; ++j)
-      parm[static_cast<std::size_t>(ihmij(i, j, nt) - 1)] = s.RCOV(i, j, g);
+  set_matrix(swept, s.RCOV.slice(g));
   double product = 1.0;
   bool definite = true;
   s.LVDET(f) = 0;
   for (std::int32_t i = 1; i <= nt; ++i) {
-    double pivot = 0;
-    int info = 0;
-    sweep(i, parm.data(), nt, 1e-12, swept.data(), pivot, info);
+    const double pivot = sweep_trait(swept, i);
     if (!(pivot > pivot_limit)) {
       say(report, free_row().text("Residual co-variance matrix not P.D. in group").i(g).str());
       definite = false;
@@ -68,8 +63,7 @@ bool invert_residual_matrix(const model_records& m, sampler_store& s, std::int32
   }
   s.IDET_RVAR(f) = 1.0 / std::sqrt(product);
   for (std::int32_t i = 1; i <= nt; ++i)
-    for (std::int32_t j = 1; j <= nt; ++j)
-      s.RCOVI(i, j, g) = parm[static_cast<std::size_t>(ihmij(i, j, nt) - 1)];
+    for (std::int32_t j = 1; j <= nt; ++j) s.RCOVI(i, j, g) = swept.P(ihmij(i, j, nt));
   return definite;
 }
 
@@ -186,9 +180,11 @@ void start_from_priors(const model_records& m, const directives& asked, sampler_
   const bool own = has_group_priors(m);
   const bool stored = !own && stored_inverse_holds(m);
   bool definite = true;
+  residual_conditional swept;
+  allocate_conditional(report, swept, m.nt, "ZEPH2");
   for (std::int32_t g = 1; g <= s.G; ++g) {
     start_residual_matrix(m, s, g, own);
-    definite = invert_residual_matrix(m, s, g, report) && definite;
+    definite = invert_residual_matrix(m, s, g, swept, report) && definite;
     if (stored) take_stored_inverse(m, s, g);
   }
   if (!definite) zeph_terminates(report);

@@ -39,6 +39,15 @@ struct data_record {
   std::int32_t entries = 0;   // of the row in build
 };
 
+// What a record is loaded with.
+struct loading {
+  const model_records& m;
+  const equation_layout& layout;
+  design_store& design;
+  data_record& in;
+  reporting& report;
+};
+
 std::string range_text(std::int64_t low, std::int64_t high) {
   return std::to_string(low) + ".." + std::to_string(high);
 }
@@ -188,96 +197,92 @@ void add_entry(const row_entry& e, const equation_layout& layout, data_record& i
   design.ZD(in.entries) = e.z;
 }
 
-void add_regressions(const model_records& m, const equation_layout& layout, data_record& in,
-                     design_store& design, reporting& report) {
-  for (std::int32_t i = 1; i <= m.nt; ++i) {
-    if (!trait_present(in.mask, i, m.nt)) continue;
-    const trait_record& trait = m.MODEL(i);
+void add_regressions(const loading& x) {
+  for (std::int32_t i = 1; i <= x.m.nt; ++i) {
+    if (!trait_present(x.in.mask, i, x.m.nt)) continue;
+    const trait_record& trait = x.m.MODEL(i);
     for (std::int32_t j = 1; j <= trait.n_reg; ++j) {
       const std::int32_t kind = trait.REG_TYPE(j);
       if (kind != 0 && kind != 1) continue;
       row_entry e;
       e.trait = i;
-      e.group = in.freg_grp(i, j);
+      e.group = x.in.freg_grp(i, j);
       e.level = 1;
       if (kind == 1) {
-        e.level = in.IINP(trait.REG_N_RCI(j));
-        check_range(report, "level of nested regression", {in.r, i, j}, e.level, 1,
-                    m.NLEV(i, trait.REG_N_EF_INP(j)));
+        e.level = x.in.IINP(trait.REG_N_RCI(j));
+        check_range(x.report, "level of nested regression", {x.in.r, i, j}, e.level, 1,
+                    x.m.NLEV(i, trait.REG_N_EF_INP(j)));
       }
-      e.equation = m.NBEGREG(i, j) + e.level;
+      e.equation = x.m.NBEGREG(i, j) + e.level;
       e.place = kind == 0 ? e.equation : 1; // plain regressions are equations 1, 2, .. of their group
       if (trait.REG_MIXTURE(j)) e.type = trait.MIX_EQ_TYPE;
-      const float x = in.RINP(trait.REG_RCI(j));
-      check_finite(report, "covariable", {in.r, i, j}, x);
-      e.z = x;
-      add_entry(e, layout, in, design, report);
+      const float value = x.in.RINP(trait.REG_RCI(j));
+      check_finite(x.report, "covariable", {x.in.r, i, j}, value);
+      e.z = value;
+      add_entry(e, x.layout, x.in, x.design, x.report);
     }
   }
 }
 
 // Raises `group` for each effect with equations, used in this record or not.
-void add_fixed_effects(const model_records& m, const equation_layout& layout, data_record& in,
-                       design_store& design, std::int32_t& group, reporting& report) {
-  for (std::int32_t i = 1; i <= m.nt; ++i) {
-    const trait_record& trait = m.MODEL(i);
+void add_fixed_effects(const loading& x, std::int32_t& group) {
+  for (std::int32_t i = 1; i <= x.m.nt; ++i) {
+    const trait_record& trait = x.m.MODEL(i);
     for (std::int32_t j = 1; j <= trait.n_f; ++j) {
       if (!trait.INTERCEPT(j)) continue;
       ++group;
-      const std::int32_t level = in.IINP(trait.f_ef_rci(j));
-      if (level <= 0 || !trait_present(in.mask, i, m.nt)) continue;
-      check_range(report, "level of fixed effect", {in.r, i, j}, level, 1, m.NLEV(i, j));
+      const std::int32_t level = x.in.IINP(trait.f_ef_rci(j));
+      if (level <= 0 || !trait_present(x.in.mask, i, x.m.nt)) continue;
+      check_range(x.report, "level of fixed effect", {x.in.r, i, j}, level, 1, x.m.NLEV(i, j));
       row_entry e;
-      e.equation = std::int64_t{m.NBEGF(i, j)} + level;
+      e.equation = std::int64_t{x.m.NBEGF(i, j)} + level;
       e.trait = i;
       e.group = group;
       e.level = level;
       e.place = 1;
       e.z = 1.0;
-      add_entry(e, layout, in, design, report);
+      add_entry(e, x.layout, x.in, x.design, x.report);
     }
   }
 }
 
 // Contribution c of factor k, for a record that has a level of it.
-void add_contribution(const model_records& m, const equation_layout& layout, std::int32_t k, std::int32_t c,
-                      std::int32_t level, std::int32_t group, data_record& in, design_store& design,
-                      reporting& report) {
-  const structure_record& f = m.RMAT(k);
-  check_range(report, "level of random factor", {in.r, k, c}, level, 1, m.NRALEV(k));
-  const std::int64_t first = m.NBEGRA(k), order = f.n_rc;
+void add_contribution(const loading& x, std::int32_t k, std::int32_t c, std::int32_t level,
+                      std::int32_t group) {
+  const structure_record& f = x.m.RMAT(k);
+  check_range(x.report, "level of random factor", {x.in.r, k, c}, level, 1, x.m.NRALEV(k));
+  const std::int64_t first = x.m.NBEGRA(k), order = f.n_rc;
   row_entry e;
   e.trait = f.CONT_T_NO(c);
   e.group = group;
   e.equation = f.CONT_RC(c) + ((std::int64_t{level} - 1) * order + first + f.CONT_POS(c)) - 1;
-  check_range(report, "equation of random factor", {in.r, k, c}, e.equation, first + 1,
-              first + order * m.NRALEV(k));
+  check_range(x.report, "equation of random factor", {x.in.r, k, c}, e.equation, first + 1,
+              first + order * x.m.NRALEV(k));
   e.level = (e.equation - first - 1) / order + 1;
   e.place = (e.equation - first - 1) % order + 1;
   e.factor = k;
   e.z = f.CONT_COEFF(c);
   if (f.CONT_RR_EFF(c)) {
-    const trait_record& trait = m.MODEL(e.trait);
-    const float x = in.RINP(f.CONT_RR_RCI(c));
-    check_finite(report, "covariable of random factor", {in.r, k, c}, x);
+    const trait_record& trait = x.m.MODEL(e.trait);
+    const float value = x.in.RINP(f.CONT_RR_RCI(c));
+    check_finite(x.report, "covariable of random factor", {x.in.r, k, c}, value);
     if (trait.L_MIX_TRAIT)
       e.type = trait.MIX_EQ_TYPE;
-    else if (x == 0.0F)
+    else if (value == 0.0F)
       return; // a missing covariable
-    e.z = static_cast<double>(x) * f.CONT_COEFF(c);
+    e.z = static_cast<double>(value) * f.CONT_COEFF(c);
   }
-  add_entry(e, layout, in, design, report);
+  add_entry(e, x.layout, x.in, x.design, x.report);
 }
 
-void add_random_factors(const model_records& m, const equation_layout& layout, data_record& in,
-                        design_store& design, std::int32_t group, reporting& report) {
-  for (std::int32_t k = 1; k <= m.nramat; ++k) {
-    const structure_record& f = m.RMAT(k);
+void add_random_factors(const loading& x, std::int32_t group) {
+  for (std::int32_t k = 1; k <= x.m.nramat; ++k) {
+    const structure_record& f = x.m.RMAT(k);
     ++group;
     for (std::int32_t c = 1; c <= f.n_cont; ++c) {
-      const std::int32_t level = in.IINP(f.CONT_EFF_RCI(c));
-      if (level != 0 && trait_present(in.mask, f.CONT_T_NO(c), m.nt))
-        add_contribution(m, layout, k, c, level, group, in, design, report);
+      const std::int32_t level = x.in.IINP(f.CONT_EFF_RCI(c));
+      if (level != 0 && trait_present(x.in.mask, f.CONT_T_NO(c), x.m.nt))
+        add_contribution(x, k, c, level, group);
     }
   }
 }
@@ -305,19 +310,18 @@ void store_row(data_record& in, design_store& design) {
   design.M_M(r) = in.entries;
 }
 
-void load_record(const model_records& m, const equation_layout& layout, data_record& in, design_store& design,
-                 reporting& report) {
-  store_head(m, in, design, report);
-  store_observations(m, in, design, report);
-  store_weights(m, in, design, report);
+void load_record(const loading& x) {
+  store_head(x.m, x.in, x.design, x.report);
+  store_observations(x.m, x.in, x.design, x.report);
+  store_weights(x.m, x.in, x.design, x.report);
 
-  in.entries = 0;
-  std::int32_t group = (layout.n_reg0 > 0 ? 1 : 0) + layout.n_reg1;
-  add_regressions(m, layout, in, design, report);
-  add_fixed_effects(m, layout, in, design, group, report);
-  add_random_factors(m, layout, in, design, group, report);
-  store_row(in, design);
-  keep_covariates(in.r, in.IINP, in.RINP, design, report);
+  x.in.entries = 0;
+  std::int32_t group = (x.layout.n_reg0 > 0 ? 1 : 0) + x.layout.n_reg1;
+  add_regressions(x);
+  add_fixed_effects(x, group);
+  add_random_factors(x, group);
+  store_row(x.in, x.design);
+  keep_covariates(x.in.r, x.in.IINP, x.in.RINP, x.design, x.report);
 }
 
 // The next record of both files: 0, or the code of the first read that failed.
@@ -331,16 +335,15 @@ int read_record(sequential_reader& integers, sequential_reader& reals, data_reco
 
 // Reads all records; those beyond the model's number are counted, not stored.
 // `code` leaves with the code of the read that found no first record, or 0.
-std::int64_t load_records(const model_records& m, const equation_layout& layout, data_record& in,
-                          design_store& design, int& code, reporting& report) {
+std::int64_t load_records(const loading& x, int& code) {
   sequential_reader integers, reals;
-  integers.open(path_of(report, integers_file));
-  reals.open(path_of(report, reals_file));
+  integers.open(path_of(x.report, integers_file));
+  reals.open(path_of(x.report, reals_file));
   std::int64_t IREC = 0;
-  code = read_record(integers, reals, in);
-  for (int now = code; now == 0; now = read_record(integers, reals, in)) {
-    in.r = ++IREC;
-    if (IREC <= m.nobs()) load_record(m, layout, in, design, report);
+  code = read_record(integers, reals, x.in);
+  for (int now = code; now == 0; now = read_record(integers, reals, x.in)) {
+    x.in.r = ++IREC;
+    if (IREC <= x.m.nobs()) load_record(x);
   }
   return IREC;
 }
@@ -384,7 +387,7 @@ int READTOMEM(const model_records& m, const equation_layout& layout, design_stor
     allocate_work(m, entries, in, report);
     number_regression_groups(m, layout, in);
     MME_ALLOC(m, entries, design, report);
-    IREC = load_records(m, layout, in, design, code, report);
+    IREC = load_records({m, layout, design, in, report}, code);
   }
   design.nobs = static_cast<std::int32_t>(std::min<std::int64_t>(IREC, m.nobs()));
   if (code != 0) {

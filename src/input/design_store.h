@@ -51,6 +51,11 @@ inline bool trait_present(std::int32_t mask, std::int32_t t, std::int32_t nt) {
   return (mask >> (nt - t)) & 1;
 }
 
+inline std::int32_t trait_bit(std::int32_t t, std::int32_t nt) { return std::int32_t{1} << (nt - t); }
+inline std::int32_t all_traits(std::int32_t nt) {
+  return static_cast<std::int32_t>((std::int64_t{1} << nt) - 1);
+}
+
 // Creates the stores of `m` entries and `nobs` records; failures are reported
 // under "MME_ALLOC" and the array's name.
 void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design, reporting& report);

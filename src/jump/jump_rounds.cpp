@@ -1,8 +1,8 @@
 #include "jump/jump_rounds.h"
 
 #include "formats/free_format.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/record_pass.h"
+#include "gibbs/scan/gibscan.h"
+#include "gibbs/scan/record_pass.h"
 #include "jump/jump_setup.h"
 #include "jump/model_moves.h"
 #include "listing/listing_rows.h"

@@ -8,7 +8,7 @@
 #pragma once
 
 #include "formats/text_file.h"
-#include "gibbs/scan_records.h"
+#include "gibbs/scan/scan_records.h"
 #include "input/run_records.h"
 #include "jump/dimension_conversion.h"
 #include "samples/sample_files.h"

@@ -1,10 +1,9 @@
 #include "jump/model_moves.h"
 
 #include "formats/free_format.h"
-#include "gibbs/covariance_draws.h"
-#include "gibbs/record_product.h"
-#include "gibbs/residual_body.h"
-#include "gibbs/residual_sums.h"
+#include "gibbs/matrices/covariance_draws.h"
+#include "gibbs/scan/record_product.h"
+#include "gibbs/scan/residual_body.h"
 #include "jump/jump_densities.h"
 #include "jump/jump_setup.h"
 #include "listing/listing_rows.h"
@@ -21,20 +20,22 @@ constexpr double least_pivot = 1.0E-12;
 
 // ---- residuals ----
 
-// e' riff e, e in work.res
-double quadratic_form(const scan_work& work, std::int32_t nt) {
+// e' riff e, e the residuals of the record
+double quadratic_form(const round_work& work, std::int32_t nt) {
   double sum = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
-    for (std::int32_t u = 1; u <= nt; ++u) sum += work.res(t) * work.riff(t, u) * work.res(u);
+    for (std::int32_t u = 1; u <= nt; ++u)
+      sum += work.values.res(t) * work.inverses.riff(t, u) * work.values.res(u);
   return sum;
 }
 
 double sum_by_records(scan_records& r, const directives& asked) {
   const bool weights = r.model.has_weights();
   double ssq = 0;
+  values_from_entries(r.work.values);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    record_residuals(r, asked, irec, false);
-    make_riff(r, irec, asked.analysis_type, weights);
+    read_record(entries_of(r, asked.analysis_type), r.work.values, irec); // riff holds the weights
+    make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, asked.analysis_type, weights);
     ssq += quadratic_form(r.work, r.model.nt);
   }
   return ssq;
@@ -52,13 +53,14 @@ double product_sum(const double* a, const double* b, std::int64_t n) {
 
 // The same by the columns of the fast scan body, a block of records at a time.
 double sum_by_columns(scan_records& r, const directives& asked) {
-  const residual_form& form = r.work.fast;
+  residual_form& form = r.work.fast;
   const std::int32_t nt = r.model.nt;
+  values_from_residuals(r.work.values, form.E);
   const bool weights = r.model.has_weights();
   double ssq = 0;
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, std::int64_t{r.design.nobs});
-    fresh_residuals(r, asked, lo, hi);
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo, hi);
     if (form.one_matrix) { // R^-1 is that of all records
       for (std::int32_t t = 1; t <= nt; ++t)
         for (std::int32_t u = 1; u <= t; ++u) {
@@ -68,16 +70,17 @@ double sum_by_columns(scan_records& r, const directives& asked) {
       continue;
     }
     for (std::int64_t i = lo; i < hi; ++i) {
-      for (std::int32_t t = 1; t <= nt; ++t) r.work.res(t) = form.E.col(t)[i];
-      make_riff(r, static_cast<std::int32_t>(i + 1), asked.analysis_type, weights);
+      const auto irec = static_cast<std::int32_t>(i + 1);
+      read_record(entries_of(r, asked.analysis_type), r.work.values, irec);
+      make_riff(r.model, r.design, r.sampler, r.work.inverses, irec, asked.analysis_type, weights);
       ssq += quadratic_form(r.work, nt);
     }
   }
   return ssq;
 }
 
-bool columns_hold(const scan_records& r) {
-  for (const group_form& group : r.work.fast.groups)
+bool columns_hold(const residual_form& form) {
+  for (const group_form& group : form.groups)
     for (const design_slot& slot : group.slots)
       if (slot.changing) return false;
   return true;
@@ -113,19 +116,20 @@ struct model_side {
 // The factor's part: rows 1..n of cov_new swept, against the sums of squares of sol.
 void weigh_solutions(jump_records& r, std::int32_t n, model_side& side) {
   const std::int32_t k = r.jump.jump_k;
-  double* packed = r.scan.work.PARM.data();
+  double* packed = r.scan.work.levels.bordered.data();
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= i; ++j) packed[ihmij(i, j, n) - 1] = r.jump.cov_new(i, j);
-  std::fill_n(r.scan.work.LOGI.data(), n, logical{0});
+  std::fill_n(r.scan.work.levels.swept.data(), n, logical{0});
   for (std::int32_t i = 1; i <= n; ++i) {
     double pivot = 0;
     int info = 0;
-    sweep(i, packed, n, least_pivot, r.scan.work.LOGI.data(), pivot, info);
+    sweep(i, packed, n, least_pivot, r.scan.work.levels.swept.data(), pivot, info);
     side.logdet += std::log(pivot);
   }
   double* sums = r.scan.sampler.sscp.col(k);
   std::fill_n(sums, r.scan.sampler.sscp.extent(1), 0.0);
-  add_factor_squares(r.scan, k, n);
+  add_factor_squares(r.scan.model, r.scan.relations, r.scan.sampler, r.scan.work.matrices, r.scan.work.fast,
+                     r.scan.report, k, n);
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= n; ++j) {
       const std::int32_t at = ihmij(i, j, n) - 1;
@@ -230,7 +234,7 @@ void residual_pass(jump_records& r, double& fit, double& ssq) {
   fit = 0;
   for (std::int32_t irec = 1; irec <= scan.design.nobs; ++irec)
     fit += scan.sampler.LVDET(r.model.nramat + scan.design.IRESG_M(irec));
-  const bool fast = fast_body_serves(scan, r.asked) && columns_hold(scan);
+  const bool fast = body_of(scan, r.asked) == scan_body::fast && columns_hold(scan.work.fast);
   ssq = fast ? sum_by_columns(scan, r.asked) : sum_by_records(scan, r.asked);
 }
 

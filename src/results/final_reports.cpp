@@ -19,15 +19,14 @@ namespace zeph {
 namespace {
 
 // Solutions with their codes, the sample files, the binary solutions.
-void report_solutions(const model_records& m, const equation_layout& layout, sampler_store& store,
-                      const deviation_store& deviations, const directives& asked, const chain_counts& counts,
-                      const sample_files& files, reporting& report) {
-  if (static_cast<std::int64_t>(counts.nsamples) > 0) say(report);
-  const std::int32_t option = asked.analysis_type < 2 ? 1 : 4;
-  SOLWRITE(option, m, store.IREST, store.n_IREST, store.solpostmean, store.pev, "gibsol", report);
-  describe_sample_files(m, files, report);
-  report_deviations(m, deviations, asked, report);
-  write_solpostmean(layout, store, report);
+void report_solutions(const final_records& r) {
+  if (static_cast<std::int64_t>(r.counts.nsamples) > 0) say(r.report);
+  const std::int32_t option = r.asked.analysis_type < 2 ? 1 : 4;
+  SOLWRITE(option, r.model, r.sampler.IREST, r.sampler.n_IREST, r.sampler.solpostmean, r.sampler.pev,
+           "gibsol", r.report);
+  describe_sample_files(r.model, r.files, r.report);
+  report_deviations(r.model, r.deviations, r.asked, r.report);
+  write_solpostmean(r.layout, r.sampler, r.report);
 }
 
 } // namespace
@@ -49,37 +48,34 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
   if (!written || !out.close() || !whole.publish()) write_fault(report, name, "write");
 }
 
-void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
-                   category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
-                   const deviation_store& deviations, sampler_store& store, random_sources& sources,
-                   const directives& asked, const round_state& state, chain_counts& counts,
-                   sample_files& files, reporting& report) {
-  const bool samples_matrices = asked.analysis_type > 2;
-  if (asked.analysis_type > 0) report_model_fit(state, files, report);
-  if (samples_matrices) report_deviance(m, design, counts, store, report);
+void final_reports(const final_records& r) {
+  const bool samples_matrices = r.asked.analysis_type > 2;
+  if (r.asked.analysis_type > 0) report_model_fit(r.state, r.files, r.report);
+  if (samples_matrices) report_deviance(r.model, r.design, r.counts, r.sampler, r.report);
 
-  solution_moments(asked, counts, store);
-  covariance_moments(m, asked, state, counts, store);
-  report_thresholds(categories, asked, counts, report);
+  solution_moments(r.asked, r.counts, r.sampler);
+  covariance_moments(r.model, r.asked, r.state, r.counts, r.sampler);
+  report_thresholds(r.categories, r.asked, r.counts, r.report);
 
-  if (samples_matrices && static_cast<std::int64_t>(counts.nsamples) >= 1)
-    report_covariances(m, store, state, report);
-  report_mixing_proportions(m, mixtures, asked, counts, report);
-  report_predictions(counts, predictions, report);
+  if (samples_matrices && static_cast<std::int64_t>(r.counts.nsamples) >= 1)
+    report_covariances(r.model, r.sampler, r.state, r.report);
+  report_mixing_proportions(r.model, r.mixtures, r.asked, r.counts, r.report);
+  report_predictions(r.counts, r.predictions, r.report);
   std::int32_t failed = 0; // icode of the file of memberships that could not be made
-  if (counts.nsamples > 1 || asked.analysis_type <= 0) {
-    report_solutions(m, layout, store, deviations, asked, counts, files, report);
-    write_taupostmean(m, mixtures, counts, design.nobs, report);
-    failed = write_memberships(m, design, mixtures, asked, state, counts, report);
+  if (r.counts.nsamples > 1 || r.asked.analysis_type <= 0) {
+    report_solutions(r);
+    write_taupostmean(r.model, r.mixtures, r.counts, r.design.nobs, r.report);
+    failed = write_memberships(r.model, r.design, r.mixtures, r.asked, r.state, r.counts, r.report);
   }
 
-  if (asked.analysis_type >= 2) write_lastsol(layout, store, files.state, report);
-  if (samples_matrices) write_gparlast(m, design, store, sources, asked, state, files.state, report);
+  if (r.asked.analysis_type >= 2) write_lastsol(r.layout, r.sampler, r.files.state, r.report);
+  if (samples_matrices)
+    write_gparlast(r.model, r.design, r.sampler, r.sources, r.asked, r.state, r.files.state, r.report);
 
-  if (failed != 0) stop_memberships(failed, report);
-  hand_over_sums(store, counts);
-  clear_mixture_sums(mixtures);
-  clear_threshold_sums(categories);
+  if (failed != 0) stop_memberships(failed, r.report);
+  hand_over_sums(r.sampler, r.counts);
+  clear_mixture_sums(r.mixtures);
+  clear_threshold_sums(r.categories);
 }
 
 } // namespace zeph

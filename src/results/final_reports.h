@@ -11,6 +11,24 @@
 
 namespace zeph {
 
+// What the reports of the end read, and the sums that they turn into means.
+struct final_records {
+  const model_records& model;
+  const equation_layout& layout;
+  const design_store& design;
+  category_store& categories;
+  mixture_store& mixtures;
+  const prediction_store& predictions;
+  const deviation_store& deviations;
+  sampler_store& sampler;
+  random_sources& sources;
+  const directives& asked;
+  const round_state& state;
+  chain_counts& counts;
+  sample_files& files;
+  reporting& report;
+};
+
 // In this order, n being nsamples:
 //  - fit statistics on the listing and in lpm (analysis_type > 0)
 //  - DIC of each trait (analysis_type > 2)
@@ -26,11 +44,7 @@ namespace zeph {
 //  - hand-over: the sums are zeroed, the means kept in `sols` and `pars`
 // Files that can't be written stop with code 16; those of the memberships after
 // the state of the chain has been saved.
-void final_reports(const model_records& m, const equation_layout& layout, const design_store& design,
-                   category_store& categories, mixture_store& mixtures, const prediction_store& predictions,
-                   const deviation_store& deviations, sampler_store& store, random_sources& sources,
-                   const directives& asked, const round_state& state, chain_counts& counts,
-                   sample_files& files, reporting& report);
+void final_reports(const final_records& r);
 
 // solpostmean: one record neq, then per equation a record of its number and
 // solpostmean (real*8).

@@ -2,7 +2,7 @@
 
 #include "control/chain_loop.h"
 #include "formats/sequential_file.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "support/run_case.h"
 
 #include <map>

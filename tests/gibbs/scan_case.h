@@ -11,8 +11,8 @@
 #pragma once
 
 #include "control/start_values.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/scan_records.h"
+#include "gibbs/scan/gibscan.h"
+#include "gibbs/scan/scan_records.h"
 #include "support/chain_frame.h"
 #include "support/check.h"
 #include "support/dense_matrix.h"
@@ -55,7 +55,7 @@ struct scan_case {
       for (std::int32_t t = 1; t <= m.nt; ++t) weigh(r, t, 1.0F);
     }
     read_relationships(m, relations, quiet.report);
-    allocate_scan_work(m, layout, design, work, quiet.report);
+    allocate_round_work(m, layout, work, quiet.report);
   }
 
   void observe(std::int32_t r, std::int32_t mask) { design.ISIT_M(r) = design.C_ISIT_M(r) = mask; }
@@ -97,7 +97,7 @@ struct scan_case {
   sampler_store s;
   category_store categories;
   mixture_store mixtures;
-  scan_work work;
+  round_work work;
   random_sources sources{run.report};
   zeph_test::chain_frame f;
   sample_files files;

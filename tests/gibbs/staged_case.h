@@ -9,8 +9,8 @@
 // Each level of a group stands once in a record.
 #pragma once
 
+#include "gibbs/scan_case.h"
 #include "input/class_effect_covariates.h"
-#include "scan_case.h"
 
 namespace zeph_test {
 

@@ -383,11 +383,11 @@ TEST(jump_rounds, are_the_same_with_either_scan_body) {
     jump_case plain(model.options), fast(model.options);
     for (jump_case* c : {&plain, &fast}) {
       c->start_moves(c->lines(6, 0, 40, 2));
-      if (c == &plain) c->r->work.fast.state = form_state::refused;
+      if (c == &plain) c->r->work.body = scan_body::plain;
       jump_records records = jump_records_of(*c->r);
       jump_rounds(records, c->r->files);
     }
-    ASSERT_EQ(fast.r->work.fast.state, form_state::ready);
+    ASSERT_EQ(fast.r->work.body, scan_body::fast);
     EXPECT_EQ(plain.r->state.ntr, fast.r->state.ntr) << model.name;
     double apart = 0;
     for (std::int64_t e = 1; e <= plain.r->layout.neq; ++e)
@@ -403,11 +403,11 @@ TEST(scan_bodies, agree_in_every_smaller_model_of_a_large_pedigree_factor) {
     jump_case plain(options), fast(options);
     for (jump_case* c : {&plain, &fast}) {
       c->start_moves(c->lines(6, 0, 9, 1));
-      if (c == &plain) c->r->work.fast.state = form_state::refused;
+      if (c == &plain) c->r->work.body = scan_body::plain;
       c->set_model({dimension});
       for (int round = 1; round <= 5; ++round) c->scan();
     }
-    ASSERT_EQ(fast.r->work.fast.state, form_state::ready);
+    ASSERT_EQ(fast.r->work.body, scan_body::fast);
     for (std::int64_t e = 1; e <= plain.r->layout.neq; ++e)
       EXPECT_NEAR(plain.r->sampler.sol(e), fast.r->sampler.sol(e), 1e-8) << dimension;
     for (std::int64_t i = 0; i < plain.r->sampler.sscp.size(); ++i)

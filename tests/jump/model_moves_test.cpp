@@ -87,7 +87,7 @@ struct proposed_case : jump_case {
   proposed_case(const jump_options& options, const wanted_move& move, bool plain = false)
       : jump_case(options) {
     start_moves(lines(6, 0, 9, 1));
-    if (plain) r->work.fast.state = form_state::refused;
+    if (plain) r->work.body = scan_body::plain;
     std::vector<std::int32_t> model;
     for (std::int32_t k = 1; k <= m->nramat; ++k) model.push_back(k == move.k ? move.from : m->RMAT(k).n_rc);
     set_model(model);

@@ -38,8 +38,8 @@ struct run_end : result_case {
     }
   }
   void finish() {
-    final_reports(m, layout, design, categories, mixtures, predictions, deviations, store, sources,
-                  frame.asked, frame.state, frame.counts, files, report);
+    final_reports({m, layout, design, categories, mixtures, predictions, deviations, store, sources,
+                   frame.asked, frame.state, frame.counts, files, report});
   }
 };
 

@@ -69,7 +69,7 @@ TEST(latent_posterior, of_a_mixture_of_two_components) {
     tau.push_back(run.r.mixtures.MIXZ_LAST(1, between + 1));
     ASSERT_GE(distance.back(), 1e-12);
   }
-  EXPECT_TRUE(run.r.work.fast.state == zeph::form_state::ready);
+  EXPECT_TRUE(run.r.work.body == zeph::scan_body::fast);
   double mass = 0, mean_b = 0, mean_d = 0, mean_a = 0, mean_share = 0, mean_tau = 0;
   const std::vector<double>& y = mixed_observations();
   for (double x = -1; x <= 3; x += 0.05)

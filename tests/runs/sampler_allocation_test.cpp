@@ -1,7 +1,7 @@
 // A counting allocator: a round of the sampler asks for no storage once the first
 // rounds have made its work areas, with or without a sample.
-#include "gibbs/gibscan.h"
-#include "gibbs/trait_deviations.h"
+#include "gibbs/residuals/trait_deviations.h"
+#include "gibbs/scan/gibscan.h"
 #include "runs/small_herd.h"
 #include "support/skip_reasons.h"
 

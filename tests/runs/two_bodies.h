@@ -3,7 +3,7 @@
 #pragma once
 
 #include "control/run_driver.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "listing/stops.h"
 #include "support/scratch_directory.h"
 
@@ -35,7 +35,7 @@ struct body_run {
       zeph::start_run(r);
       started = true;
     } catch (const zeph::run_stop&) {}
-    if (plain) r.work.fast.state = zeph::form_state::refused;
+    if (plain) r.work.body = zeph::scan_body::plain;
   }
   // False when the run stopped.
   bool round() {
@@ -113,7 +113,7 @@ inline bodies_apart compare_bodies(const scratch_directory& prepared, const std:
   out.densities = p.size();
   for (std::size_t i = 0; i < std::min(p.size(), q.size()); ++i)
     if (p[i] != q[i]) out.lik = std::max(out.lik, share_apart(&p[i], &q[i], 1)); // two infinities are alike
-  out.fast = fast.r.work.fast.state == zeph::form_state::ready;
+  out.fast = fast.r.work.body == zeph::scan_body::fast;
   return out;
 }
 

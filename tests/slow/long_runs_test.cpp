@@ -1,8 +1,9 @@
 // Twenty thousand rounds: the program's memory and handles stay, its listing stays
 // short, and the residuals that the fast body carries along stay those of the solutions.
 #include "faults/child_program.h"
-#include "gibbs/gibscan.h"
-#include "gibbs/residual_body.h"
+#include "gibbs/scan/gibscan.h"
+#include "gibbs/scan/residual_body.h"
+#include "gibbs/scan/scan_groups.h"
 #include "slow/simulated_kinds.h"
 
 #include <chrono>
@@ -190,7 +191,7 @@ TEST_P(a_long_run, keeps_residuals_that_are_those_of_its_solutions) {
   for (r.state.iround = 1; r.state.iround <= rounds; ++r.state.iround) {
     zeph::GIBSCAN(records, r.asked, r.state, r.counts, r.files);
     if (r.state.iround % 1000 != 0) continue;
-    ASSERT_EQ(r.work.fast.state, zeph::form_state::ready);
+    ASSERT_EQ(r.work.body, zeph::scan_body::fast);
     if (r.work.fast.valid_round == r.state.iround + 1) between = std::max(between, drift_of(r, false));
     checked_body body{r};
     zeph::solver_sums sums;

@@ -4,7 +4,7 @@
 
 #include "control/model_chains.h"
 #include "control/run_driver.h"
-#include "gibbs/gibscan.h"
+#include "gibbs/scan/gibscan.h"
 #include "input/modinf_items.h"
 #include "input/modinf_writer.h"
 #include "jump/jump_setup.h"

@@ -1,0 +1,50 @@
+#include "gibbs/residuals/record_values.h"
+
+namespace zeph {
+namespace {
+
+bool imputed_or_present(const record_entries& x, std::int32_t irec, std::int32_t t, std::int32_t nt) {
+  return x.analysis_type > 0 || trait_present(x.design.ISIT_M(irec), t, nt);
+}
+
+} // namespace
+
+void allocate_record_values(const model_records& m, record_values& v, reporting& report) {
+  v.weighted = m.has_weights();
+  allocate(report, v.fitted, "fitted", "liab_sample", m.nt);
+  allocate(report, v.res, "res", "Bddrmc_sscp", m.nt);
+}
+
+void read_record(const record_entries& x, record_values& v, std::int32_t irec) {
+  const auto nt = static_cast<std::int32_t>(v.res.size());
+  const float* y = x.design.Y_M.col(irec);
+  if (v.kept == nullptr) { // fitted = Z b
+    v.fitted.fill(0.0);
+    add_fitted(x, irec, v.fitted.data());
+    for (std::int32_t t = 1; t <= nt; ++t) v.res(t) = static_cast<double>(y[t - 1]) - v.fitted(t);
+  } else { // fitted = y - e
+    for (std::int32_t t = 1; t <= nt; ++t) {
+      v.res(t) = (*v.kept)(irec, t);
+      v.fitted(t) = static_cast<double>(y[t - 1]) - v.res(t);
+    }
+  }
+  for (std::int32_t t = 1; t <= nt; ++t)
+    if (!imputed_or_present(x, irec, t, nt)) v.res(t) = v.fitted(t) = 0.0;
+}
+
+void take_record(const record_entries& x, record_values& v, std::int32_t irec) {
+  read_record(x, v, irec);
+  if (!v.weighted) return;
+  const float* root = x.design.WV_SQRT_M.col(irec);
+  for (double& res : v.res) res *= static_cast<double>(*root++);
+}
+
+void store_coefficient(design_store& d, const record_entries& x, record_values& v, std::int32_t irec,
+                       std::int32_t e, double z) {
+  double& stored = d.ZD_M(e, irec);
+  if (v.kept != nullptr && entry_active(x, irec, e)) // e -= (z - z_old) b
+    (*v.kept)(irec, x.design.XD2_M(e, irec)) -= (z - stored) * x.sol(x.design.XD1_M(e, irec));
+  stored = z;
+}
+
+} // namespace zeph

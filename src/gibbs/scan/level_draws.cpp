@@ -1,0 +1,367 @@
+#include "gibbs/scan/level_draws.h"
+
+#include "formats/free_format.h"
+#include "gibbs/scan/group_scan.h"
+#include "numerics/normal_draws.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace zeph {
+namespace {
+
+constexpr std::int64_t batch_levels = 128;       // levels that are prepared at a time
+constexpr std::int64_t equations_near = 1 << 16; // solutions of fewer equations stay in the near caches
+
+// What the walk over the levels of one group reads and writes; levels from 0.
+struct level_walk {
+  std::int64_t levels = 0;
+  std::int64_t stride = 0;
+  double *rhs = nullptr, *sol = nullptr; // level l at l stride
+  double* change = nullptr;              // the same; null: not wanted
+  const group_form* form = nullptr;
+  const link_form* links = nullptr;    // null: none
+  const double* diag = nullptr;        // of the relationship inverse; null: 1 throughout
+  const double* data_blocks = nullptr; // changing groups: D of level l at l packed_stride
+  std::int64_t packed_stride = 0;
+  const double* multipliers = nullptr; // of the terms
+  bool random = false;
+  double G[largest_unrolled_order][largest_unrolled_order] = {}; // inverse of the factor's matrix
+};
+
+// One batch: by element, then by level of the batch.
+template <int n> struct level_batch {
+  static constexpr int packed = n * (n + 1) / 2;
+  double z[batch_levels * n];
+  double x[n][batch_levels];      // RHS + D sol, before the links
+  double L[packed][batch_levels]; // factor, its diagonal inverted
+  double least[batch_levels];     // smallest pivot
+};
+
+constexpr int packed_of(int n) { return n * (n + 1) / 2; }
+
+// block(k) = D of levels from..from+count-1
+template <int n>
+void sum_terms(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels]) {
+  if (w.data_blocks != nullptr) {
+    for (int k = 0; k < packed_of(n); ++k)
+      for (std::int64_t l = 0; l < count; ++l) block[k][l] = w.data_blocks[(from + l) * w.packed_stride + k];
+    return;
+  }
+  for (int k = 0; k < packed_of(n); ++k) std::fill_n(block[k], count, 0.0);
+  const std::vector<block_term>& terms = w.form->terms;
+  for (std::size_t k = 0; k < terms.size() && terms[k].element < packed_of(n); ++k) {
+    const double m = w.multipliers[k];
+    const double* sums = w.form->sums.col(static_cast<std::int64_t>(k) + 1) + from;
+    double* to = block[terms[k].element];
+    for (std::int64_t l = 0; l < count; ++l) to[l] += m * sums[l];
+  }
+}
+
+// block = L with L L' = block + G a(l,l), row by row, levels side by side; its diagonal is inverted,
+// so that the draws multiply. a null: 1. least: smallest pivot of each level, before its root.
+template <int n>
+void factor(const level_walk& w, const double* a, std::int64_t count, double (*block)[batch_levels],
+            double* least) {
+  if (w.random)
+    for (int i = 0, k = 0; i < n; ++i)
+      for (int j = 0; j <= i; ++j, ++k) {
+        const double g = w.G[i][j];
+        if (a != nullptr)
+          for (std::int64_t l = 0; l < count; ++l) block[k][l] += g * a[l];
+        else
+          for (std::int64_t l = 0; l < count; ++l) block[k][l] += g;
+      }
+  for (int j = 0; j < n; ++j) {              // column j of L
+    double* pivot = block[packed_of(j) + j]; // c_jj - sum over k < j of l_jk^2
+    for (int k = 0; k < j; ++k) {
+      const double* row = block[packed_of(j) + k];
+      for (std::int64_t l = 0; l < count; ++l) pivot[l] -= row[l] * row[l];
+    }
+    if (j == 0)
+      std::copy_n(pivot, count, least);
+    else // a pivot that is no number stays
+      for (std::int64_t l = 0; l < count; ++l) least[l] = least[l] < pivot[l] ? least[l] : pivot[l];
+    for (std::int64_t l = 0; l < count; ++l) pivot[l] = 1.0 / std::sqrt(pivot[l]);
+    for (int i = j + 1; i < n; ++i) { // l_ij = (c_ij - sum over k < j of l_ik l_jk) / l_jj
+      double* x = block[packed_of(i) + j];
+      for (int k = 0; k < j; ++k) {
+        const double *row = block[packed_of(j) + k], *other = block[packed_of(i) + k];
+        for (std::int64_t l = 0; l < count; ++l) x[l] -= other[l] * row[l];
+      }
+      for (std::int64_t l = 0; l < count; ++l) x[l] *= pivot[l];
+    }
+  }
+}
+
+// x = RHS + D sol of the levels of a batch, D by element and level
+template <int n>
+void add_own(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels],
+             double (*x)[batch_levels]) {
+  const double *rhs = w.rhs + from * w.stride, *u = w.sol + from * w.stride;
+  for (int i = 0; i < n; ++i) {
+    for (std::int64_t l = 0; l < count; ++l) x[i][l] = rhs[l * w.stride + i];
+    for (int j = 0; j < n; ++j) {
+      const double* d = block[i > j ? packed_of(i) + j : packed_of(j) + i];
+      for (std::int64_t l = 0; l < count; ++l) x[i][l] += d[l] * u[l * w.stride + j];
+    }
+  }
+}
+
+// The row at which the factor of a level failed, found again for the message.
+template <int n> int failed_row(const level_walk& w, std::int64_t level) {
+  level_batch<n> b;
+  sum_terms<n>(w, level, 1, b.L);
+  for (int order = 1; order <= n; ++order) {
+    sum_terms<n>(w, level, 1, b.L);
+    factor<n>(w, w.diag != nullptr ? w.diag + level : nullptr, 1, b.L, b.least);
+    if (!std::isfinite(b.L[packed_of(order - 1) + order - 1][0])) return order;
+  }
+  return n;
+}
+
+// What the classes of levels share: for class c n(n+1)/2 elements of D, as many
+// of L and the diagonal element of the relationship inverse.
+template <int n> constexpr std::int64_t class_size() { return 2 * packed_of(n) + 1; }
+
+template <int n> std::int64_t factor_classes(level_walk& w, group_form& form) {
+  double block[packed_of(n)][batch_levels], L[packed_of(n)][batch_levels], least[batch_levels];
+  const std::int64_t classes = form.class_diag.size();
+  for (std::int64_t from = 0; from < classes; from += batch_levels) {
+    const std::int64_t count = std::min(batch_levels, classes - from);
+    sum_terms<n>(w, from, count, block);
+    for (int k = 0; k < packed_of(n); ++k) std::copy_n(block[k], count, L[k]);
+    factor<n>(w, form.class_diag.data() + from, count, L, least);
+    for (std::int64_t c = 0; c < count; ++c) {
+      double* to = form.class_data.data() + (from + c) * class_size<n>();
+      for (int k = 0; k < packed_of(n); ++k) {
+        to[k] = block[k][c];
+        to[packed_of(n) + k] = L[k][c];
+      }
+      to[2 * packed_of(n)] = form.class_diag.data()[from + c];
+      if (!(least[c] > 0.0)) return from + c;
+    }
+  }
+  return -1;
+}
+
+void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
+  const std::int32_t* col = w.links->col.data();
+  for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(w.sol + col[node] * w.stride);
+}
+
+// The draws of one batch in the order of the levels, for level l of n equations, u its solutions:
+//   x = RHS + D u             D the data's block of the level: its own part is in the residuals
+//   s = sum of a(l,c) u(c)    over the related levels c, those before l with their new solutions
+//   x = x - G s               what the prior gives the level, G the inverse of the factor's matrix
+//   RHS = x                   as the level is drawn
+//   x = L^-1 x                L L' = D + G a(l,l)
+//   x = L'^-1 (x + z)         mean C^-1 RHS plus L'^-1 z
+//   change = x - u, u = x
+// square += x a(l,l) x' + x earlier' + earlier x', earlier = sum over c < l of a(l,c) u(c): over all
+// levels U' A^-1 U. node: first link of the batch, moved on. linked: the factor has relationship
+// links; classed: levels share blocks by class; full: the stride is n.
+template <int n, bool linked, bool classed, bool full>
+void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from, std::int64_t count,
+                std::int64_t& node, double* square) {
+  const std::int64_t stride = full ? n : w.stride;
+  double *const sol = w.sol, *rhs = w.rhs + from * stride;
+  double* change = w.change != nullptr ? w.change + from * stride : nullptr;
+  const std::int32_t* classes = classed ? w.form->level_class.data() + from : nullptr;
+  const double* class_data = classed ? w.form->class_data.data() : nullptr;
+  const double* diag = w.diag != nullptr ? w.diag + from : nullptr;
+  const std::int32_t *before = nullptr, *after = nullptr, *col = nullptr;
+  const double* val = nullptr;
+  if constexpr (linked) {
+    before = w.links->before.data() + from;
+    after = w.links->after.data() + from;
+    col = w.links->col.data() + node;
+    val = w.links->val.data() + node;
+  }
+  double G[n][n], sums[packed_of(n)]; // copies that no store through a pointer can change
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) G[i][j] = w.G[i][j];
+  for (int k = 0; k < packed_of(n); ++k) sums[k] = square[k];
+  const double* z = b.z;
+  double* u = sol + from * stride;
+  for (std::int64_t l = 0; l < count; ++l, z += n, u += stride, rhs += stride) {
+    double x[n], L[packed_of(n)], earlier[n] = {}, a;
+    if constexpr (classed) {
+      const double* data = class_data + classes[l] * class_size<n>();
+      for (int i = 0; i < n; ++i) x[i] = rhs[i];
+      for (int i = 0; i < n; ++i) // x = RHS + D u
+        for (int j = 0; j < n; ++j) x[i] += data[i > j ? packed_of(i) + j : packed_of(j) + i] * u[j];
+      for (int k = 0; k < packed_of(n); ++k) L[k] = data[packed_of(n) + k];
+      a = data[2 * packed_of(n)]; // a(l,l)
+    } else {
+      for (int i = 0; i < n; ++i) x[i] = b.x[i][l]; // RHS + D u, by add_own
+      for (int k = 0; k < packed_of(n); ++k) L[k] = b.L[k][l];
+      a = diag != nullptr ? diag[l] : 1.0;
+    }
+    if constexpr (linked) {
+      double s[n] = {}; // s = sum over c < l of a(l,c) u(c), then over c > l too
+      for (const double* end = val + before[l]; val != end; ++val, ++col)
+        for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
+      for (int j = 0; j < n; ++j) earlier[j] = s[j];
+      for (const double* end = val + after[l]; val != end; ++val, ++col)
+        for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
+      for (int i = 0; i < n; ++i) { // x -= G s
+        double link = 0;
+        for (int j = 0; j < n; ++j) link += G[i][j] * s[j];
+        x[i] -= link;
+      }
+    }
+    for (int i = 0; i < n; ++i) rhs[i] = x[i];
+    for (int i = 0; i < n; ++i) { // x = L^-1 x, the diagonal of L inverted
+      for (int j = 0; j < i; ++j) x[i] -= L[packed_of(i) + j] * x[j];
+      x[i] *= L[packed_of(i) + i];
+    }
+    for (int i = n - 1; i >= 0; --i) { // x = L'^-1 (x + z)
+      x[i] += z[i];
+      for (int j = i + 1; j < n; ++j) x[i] -= L[packed_of(j) + i] * x[j];
+      x[i] *= L[packed_of(i) + i];
+    }
+    if (change != nullptr)
+      for (int i = 0; i < n; ++i) change[l * stride + i] = x[i] - u[i];
+    for (int i = 0; i < n; ++i) u[i] = x[i];
+    // the levels after l meet l in their `earlier`: each off-diagonal element once, both ways
+    for (int i = 0, k = 0; i < n; ++i)
+      for (int j = 0; j <= i; ++j, ++k) {
+        sums[k] += a * x[i] * x[j];
+        if constexpr (linked) sums[k] += x[i] * earlier[j] + earlier[i] * x[j];
+      }
+  }
+  if constexpr (linked) node = val - w.links->val.data();
+  for (int k = 0; k < packed_of(n); ++k) square[k] = sums[k];
+}
+
+// Returns -1, or the level whose block can't be factored.
+template <int n, bool linked, bool classed, bool full>
+std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* square) {
+  level_batch<n> b;
+  std::int64_t node = 0, fetched = 0;
+  const bool far = linked && w.levels * w.stride > equations_near; // related solutions are fetched ahead
+  for (std::int64_t from = 0; from < w.levels; from += batch_levels) {
+    const std::int64_t count = std::min(batch_levels, w.levels - from);
+    if (far) {
+      std::int64_t last = std::max(fetched, node);
+      for (std::int64_t l = from; l < from + count; ++l)
+        last += w.links->before.data()[l] + w.links->after.data()[l];
+      fetch_related(w, node, last);
+    }
+    ranmar_snorms(marsaglia, b.z, count * n);
+    if constexpr (!classed) {
+      sum_terms<n>(w, from, count, b.L);
+      add_own<n>(w, from, count, b.L, b.x);
+      factor<n>(w, w.diag != nullptr ? w.diag + from : nullptr, count, b.L, b.least);
+      for (std::int64_t l = 0; l < count; ++l)
+        if (!(b.least[l] > 0.0)) return from + l;
+    }
+    draw_batch<n, linked, classed, full>(w, b, from, count, node, square);
+  }
+  return -1;
+}
+
+template <int n, bool linked, bool classed>
+std::int64_t draw_strided(marsaglia_source& marsaglia, const level_walk& w, double* square) {
+  return w.stride == n ? draw_all<n, linked, classed, true>(marsaglia, w, square)
+                       : draw_all<n, linked, classed, false>(marsaglia, w, square);
+}
+
+template <int n>
+int draw_order(marsaglia_source& marsaglia, level_walk& w, group_form& form, double* square) {
+  const bool classed = form.level_class.allocated();
+  std::int64_t failed = -1;
+  if (classed) {
+    failed = factor_classes<n>(w, form);
+    if (failed >= 0) {
+      w.diag = form.class_diag.data();
+      return failed_row<n>(w, failed);
+    }
+    failed = w.links != nullptr ? draw_strided<n, true, true>(marsaglia, w, square)
+                                : draw_strided<n, false, true>(marsaglia, w, square);
+  } else {
+    failed = w.links != nullptr ? draw_strided<n, true, false>(marsaglia, w, square)
+                                : draw_strided<n, false, false>(marsaglia, w, square);
+  }
+  return failed >= 0 ? failed_row<n>(w, failed) : 0;
+}
+
+double multiplier_of(const sampler_store& sampler, const block_term& term) {
+  return term.ti == 0 ? 1.0 : sampler.RCOVI(term.ti, term.tj, term.h);
+}
+
+// The second list of a reduced animal model is summed elsewhere.
+bool squared_in_walk(const model_records& model, const directives& asked, const equation_group& group) {
+  if (asked.analysis_type <= 2 || group.kind != group_kind::random_factor) return false;
+  return !(structure_is(model.RMAT(group.number), "PED") && model.RMAT(group.number).L_RAM);
+}
+
+void describe_factor(const model_records& model, const relationship_store& relations,
+                     const sampler_store& sampler, const residual_form& fast, std::int32_t n,
+                     const equation_group& group, level_walk& w) {
+  w.random = true;
+  if (!structure_is(model.RMAT(group.number), "I")) {
+    w.links = &fast.links[static_cast<std::size_t>(group.number - 1)];
+    w.diag = relations.of(group.number).diag.data();
+  }
+  for (std::int32_t i = 0; i < n; ++i)
+    for (std::int32_t j = 0; j < n; ++j) w.G[i][j] = sampler.GIF(i + 1, j + 1, group.number);
+}
+
+} // namespace
+
+void level_block(const sampler_store& sampler, const group_form& form, std::int32_t n, std::int32_t l,
+                 double* block) {
+  const std::int64_t packed = std::int64_t{n} * (n + 1) / 2;
+  const std::int64_t row = form.level_class.allocated() ? form.level_class(l) : std::int64_t{l} - 1;
+  std::fill_n(block, packed, 0.0);
+  for (std::size_t k = 0; k < form.terms.size() && form.terms[k].element < packed; ++k)
+    block[form.terms[k].element] +=
+        multiplier_of(sampler, form.terms[k]) * form.sums.col(static_cast<std::int64_t>(k) + 1)[row];
+}
+
+void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change) {
+  residual_form& fast = r.work.fast;
+  group_form& form = fast.groups[static_cast<std::size_t>(g - 1)];
+  const equation_group& group = r.layout.group(g);
+  const std::int32_t n = r.layout.NGR(g, 2);
+  level_walk w;
+  w.levels = r.layout.NGR(g, 1);
+  w.stride = group.stride;
+  w.rhs = r.sampler.RHS.data() + group.base;
+  w.sol = r.sampler.sol.data() + group.base;
+  w.change = keep_change ? fast.change.data() : nullptr;
+  w.form = &form;
+  if (form.changing) w.data_blocks = r.layout.DI_of(g).data();
+  w.packed_stride = r.layout.DI_of(g).extent(1);
+  double* multipliers = fast.multipliers.data();
+  for (std::size_t k = 0; k < form.terms.size(); ++k)
+    multipliers[k] = multiplier_of(r.sampler, form.terms[k]);
+  w.multipliers = multipliers;
+  if (group.kind == group_kind::random_factor)
+    describe_factor(r.model, r.relations, r.sampler, r.work.fast, n, group, w);
+  std::array<double, packed_of(largest_unrolled_order)> square{};
+  int info = 0;
+  switch (n) {
+  case 1:
+    info = draw_order<1>(r.sources.marsaglia, w, form, square.data());
+    break;
+  case 2:
+    info = draw_order<2>(r.sources.marsaglia, w, form, square.data());
+    break;
+  case 3:
+    info = draw_order<3>(r.sources.marsaglia, w, form, square.data());
+    break;
+  default:
+    info = draw_order<4>(r.sources.marsaglia, w, form, square.data());
+    break;
+  }
+  if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
+  if (!squared_in_walk(r.model, asked, group)) return;
+  std::copy_n(square.data(), n * (n + 1) / 2, fast.square.col(group.number));
+  fast.square_done(group.number) = 1;
+}
+
+} // namespace zeph

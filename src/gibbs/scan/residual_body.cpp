@@ -1,0 +1,559 @@
+#include "gibbs/scan/residual_body.h"
+
+#include "gibbs/residuals/fast_residual_pass.h"
+#include "gibbs/scan/level_draws.h"
+#include "gibbs/scan/scan_groups.h"
+#include "numerics/packed_matrix.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <vector>
+
+namespace zeph {
+namespace {
+
+group_form& form_of(residual_form& fast, std::int32_t g) {
+  return fast.groups[static_cast<std::size_t>(g - 1)];
+}
+const group_form& form_of(const residual_form& fast, std::int32_t g) {
+  return fast.groups[static_cast<std::size_t>(g - 1)];
+}
+
+bool active(const design_slot& slot, std::int32_t places) { return slot.place <= places; }
+
+// e -= Z x over the elements of one slot that lie in records lo..hi of block b
+void subtract_slot(const design_slot& slot, const double* x, double* e, std::int64_t lo, std::int64_t hi) {
+  if (slot.every_record) {
+    const std::int32_t* row = slot.row.data();
+    if (slot.ones) {
+      for (std::int64_t i = lo; i < hi; ++i) e[i] -= x[row[i]];
+    } else {
+      const double* z = slot.z.data();
+      for (std::int64_t i = lo; i < hi; ++i) e[i] -= z[i] * x[row[i]];
+    }
+    return;
+  }
+  const std::int64_t block = lo / records_of_block;
+  const std::int64_t from = slot.first(block + 1), to = slot.first(block + 2);
+  const std::int32_t *row = slot.row.data(), *rec = slot.rec.data();
+  if (slot.ones) {
+    for (std::int64_t k = from; k < to; ++k) e[rec[k]] -= x[row[k]];
+  } else {
+    const double* z = slot.z.data();
+    for (std::int64_t k = from; k < to; ++k) e[rec[k]] -= z[k] * x[row[k]];
+  }
+}
+
+// sums += Z' w over the elements of one slot in records lo..hi; w(0) is record lo. Record i adds to
+// partial sum i mod 4: sums itself, or `partial`, whose three rows are `apart` elements long
+// (apart = 0: no partial sums). walk_records adds them up.
+void add_slot(const design_slot& slot, const double* w, double* sums, double* partial, std::int64_t apart,
+              std::int64_t lo, std::int64_t hi) {
+  const std::int32_t* row = slot.row.data();
+  const double* z = slot.ones ? nullptr : slot.z.data();
+  if (slot.every_record) {
+    std::int64_t i = lo;
+    if (apart > 0) {
+      double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
+      for (; i + 4 <= hi; i += 4) {
+        const double* v = w + (i - lo);
+        sums[row[i]] += z ? z[i] * v[0] : v[0];
+        s1[row[i + 1]] += z ? z[i + 1] * v[1] : v[1];
+        s2[row[i + 2]] += z ? z[i + 2] * v[2] : v[2];
+        s3[row[i + 3]] += z ? z[i + 3] * v[3] : v[3];
+      }
+    }
+    if (z) {
+      for (; i < hi; ++i) sums[row[i]] += z[i] * w[i - lo];
+    } else {
+      for (; i < hi; ++i) sums[row[i]] += w[i - lo];
+    }
+    return;
+  }
+  const std::int64_t block = lo / records_of_block;
+  std::int64_t k = slot.first(block + 1);
+  const std::int64_t to = slot.first(block + 2);
+  const std::int32_t* rec = slot.rec.data();
+  w -= lo;
+  if (apart > 0) {
+    double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
+    for (; k + 4 <= to; k += 4) {
+      sums[row[k]] += z ? z[k] * w[rec[k]] : w[rec[k]];
+      s1[row[k + 1]] += z ? z[k + 1] * w[rec[k + 1]] : w[rec[k + 1]];
+      s2[row[k + 2]] += z ? z[k + 2] * w[rec[k + 2]] : w[rec[k + 2]];
+      s3[row[k + 3]] += z ? z[k + 3] * w[rec[k + 3]] : w[rec[k + 3]];
+    }
+  }
+  if (z) {
+    for (; k < to; ++k) sums[row[k]] += z[k] * w[rec[k]];
+  } else {
+    for (; k < to; ++k) sums[row[k]] += w[rec[k]];
+  }
+}
+
+// Columns of classes that every record has, taken out of the residuals together.
+struct class_columns {
+  static constexpr int most = 4;
+  const std::int32_t* row[most];
+  const double* x[most];
+  int n = 0;
+
+  bool add(const design_slot& slot, const double* solutions) {
+    if (n == most || !slot.every_record || !slot.ones) return false;
+    row[n] = slot.row.data();
+    x[n++] = solutions;
+    return true;
+  }
+  void subtract(double* e, std::int64_t lo, std::int64_t hi) const {
+    int k = 0;
+    for (; k + 2 <= n; k += 2) {
+      const std::int32_t *r1 = row[k], *r2 = row[k + 1];
+      const double *x1 = x[k], *x2 = x[k + 1];
+      for (std::int64_t i = lo; i < hi; ++i) e[i] = e[i] - x1[r1[i]] - x2[r2[i]];
+    }
+    if (k == n) return;
+    const std::int32_t* r1 = row[k];
+    const double* x1 = x[k];
+    for (std::int64_t i = lo; i < hi; ++i) e[i] -= x1[r1[i]];
+  }
+};
+
+// e -= Z_left x and sums += Z_entered' e for two columns of classes in one walk: the residuals of a
+// record are touched once between two groups. Partial sums as in add_slot.
+void pass_on(const std::int32_t* left, const double* x, const std::int32_t* entered, double* e, double* sums,
+             double* partial, std::int64_t apart, std::int64_t lo, std::int64_t hi) {
+  std::int64_t i = lo;
+  if (apart > 0) {
+    double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
+    for (; i + 4 <= hi; i += 4) {
+      const double e0 = e[i] - x[left[i]], e1 = e[i + 1] - x[left[i + 1]];
+      const double e2 = e[i + 2] - x[left[i + 2]], e3 = e[i + 3] - x[left[i + 3]];
+      e[i] = e0, e[i + 1] = e1, e[i + 2] = e2, e[i + 3] = e3;
+      sums[entered[i]] += e0;
+      s1[entered[i + 1]] += e1;
+      s2[entered[i + 2]] += e2;
+      s3[entered[i + 3]] += e3;
+    }
+  }
+  for (; i < hi; ++i) {
+    const double rest = e[i] - x[left[i]];
+    e[i] = rest;
+    sums[entered[i]] += rest;
+  }
+}
+
+// The one column of a group, when it is of classes that every record has.
+const design_slot* lone_class(const group_form& group, std::int32_t places) {
+  if (group.slots.size() != 1 || !active(group.slots[0], places)) return nullptr;
+  return group.slots[0].every_record && group.slots[0].ones ? &group.slots[0] : nullptr;
+}
+
+const double* residual_inverse(const design_store& design, const sampler_store& sampler,
+                               const residual_inverses& inverses, const residual_form& fast,
+                               const directives& asked, scan_stage stage, std::int64_t irec) {
+  const std::int32_t h = design.IRESG_M(irec);
+  if (asked.analysis_type <= 0 && stage == scan_stage::sources)
+    return &fast.swept_inverse(1, 1, fast.mask_of(irec) + 1, h);
+  return asked.analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h)
+                                  : sampler.RCOVI.slice(h);
+}
+
+// W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
+// of the inverse are passed over: e of a missing trait may be no number.
+void weigh_alike(const model_records& model, const design_store& design, const sampler_store& sampler,
+                 const residual_inverses& inverses, residual_form& fast, const directives& asked,
+                 scan_stage stage, std::int32_t t, std::int64_t lo, std::int64_t hi) {
+  const double* inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, 1);
+  const std::int64_t n = hi - lo;
+  double* w = fast.W.col(t); // w = sum over u of (R^-1)_tu e_u
+  std::fill_n(w, n, 0.0);
+  for (std::int32_t u = 1; u <= model.nt; ++u) {
+    const double c = inverse[(t - 1) + (u - 1) * model.nt];
+    if (c == 0.0) continue;
+    const double* e = fast.E.col(u) + lo;
+    for (std::int64_t i = 0; i < n; ++i) w[i] += c * e[i];
+  }
+}
+
+// The same where groups, patterns or weights give each record its own inverse.
+void weigh_each(const model_records& model, const design_store& design, const sampler_store& sampler,
+                const residual_inverses& inverses, residual_form& fast, const directives& asked,
+                scan_stage stage, std::int32_t t, bool weights, std::int64_t lo, std::int64_t hi) {
+  const std::int32_t nt = model.nt;
+  double* w = fast.W.col(t);
+  for (std::int64_t i = lo; i < hi; ++i) {
+    const double* inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, i + 1) + (t - 1);
+    const float* root = design.WV_SQRT_M.col(i + 1);
+    // w_i = w_t c_tt e_t + w_t^1/2 sum over u of c_tu w_u^1/2 e_u, weights where the model has them
+    double others = 0.0, own = 0.0;
+    for (std::int32_t u = 1; u <= nt; ++u) {
+      const double c = inverse[std::int64_t{u - 1} * nt];
+      if (c == 0.0) continue;
+      const double e = fast.E.col(u)[i];
+      if (u == t)
+        own = c * e;
+      else
+        others += weights ? c * static_cast<double>(root[u - 1]) * e : c * e;
+    }
+    w[i - lo] =
+        weights ? static_cast<double>(design.WV_M(t, i + 1)) * own + static_cast<double>(root[t - 1]) * others
+                : own + others;
+  }
+}
+
+// Brings the change of the group left last into E and sums Z' R^-1 e of group g
+// (0: none) into RHS, in one walk over blocks of records.
+void walk_records(const model_records& model, const equation_layout& layout, const design_store& design,
+                  sampler_store& sampler, const residual_inverses& inverses, residual_form& fast,
+                  const directives& asked, scan_stage stage, std::int32_t g) {
+  const bool weights = model.has_weights();
+  const std::int64_t nobs = design.nobs;
+  const std::int32_t left = fast.pending;
+  const group_form* entered = g > 0 ? &form_of(fast, g) : nullptr;
+  double* sums = g > 0 ? sampler.RHS.data() + layout.group(g).base : nullptr;
+  const std::int64_t extent = g > 0 ? std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride : 0;
+  const std::int64_t apart = extent <= most_partial ? extent : 0;
+  if (apart > 0) std::fill_n(fast.partial.data(), (n_partial_sums - 1) * apart, 0.0);
+  const bool plain_scale = fast.one_matrix && model.nt == 1;
+  const design_slot *from = nullptr, *to = nullptr;
+  if (plain_scale && left > 0 && g > 0) {
+    from = lone_class(form_of(fast, left), layout.NGR(left, 2));
+    to = lone_class(*entered, layout.NGR(g, 2));
+  }
+  for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
+    const std::int64_t hi = std::min(lo + records_of_block, nobs);
+    if (from != nullptr && to != nullptr) {
+      pass_on(from->row.data(), fast.change.data(), to->row.data(), fast.E.data(), sums, fast.partial.data(),
+              apart, lo, hi);
+      continue;
+    }
+    if (left > 0)
+      for (const design_slot& slot : form_of(fast, left).slots)
+        if (active(slot, layout.NGR(left, 2)))
+          subtract_slot(slot, fast.change.data(), fast.E.col(slot.trait), lo, hi);
+    if (entered == nullptr) continue;
+    if (!plain_scale)
+      for (const std::int32_t t : entered->traits) {
+        if (fast.one_matrix)
+          weigh_alike(model, design, sampler, inverses, fast, asked, stage, t, lo, hi);
+        else
+          weigh_each(model, design, sampler, inverses, fast, asked, stage, t, weights, lo, hi);
+      }
+    for (const design_slot& slot : entered->slots) {
+      if (!active(slot, layout.NGR(g, 2))) continue;
+      const double* w = plain_scale ? fast.E.col(slot.trait) + lo : fast.W.col(slot.trait);
+      add_slot(slot, w, sums, fast.partial.data(), apart, lo, hi);
+    }
+  }
+  fast.pending = 0;
+  if (apart > 0) // sums += partial sums 2 to 4
+    for (std::int64_t q = 0; q < n_partial_sums - 1; ++q)
+      for (std::int64_t i = 0; i < extent; ++i) sums[i] += fast.partial.data()[q * apart + i];
+  if (g > 0 && plain_scale) { // one trait, one matrix: Z'e times R^-1
+    const double c = residual_inverse(design, sampler, inverses, fast, asked, stage, 1)[0];
+    for (std::int64_t i = 0; i < extent; ++i) sums[i] *= c;
+  }
+}
+
+void read_changing_coefficients(const design_store& design, residual_form& fast) {
+  for (group_form& group : fast.groups)
+    for (design_slot& slot : group.slots) {
+      if (!slot.changing) continue;
+      for (std::int64_t k = 1; k <= slot.row.size(); ++k)
+        slot.z(k) = design.ZD_M(slot.entry(k), slot.every_record ? k : slot.rec(k) + 1);
+    }
+}
+
+// The same while E holds the residuals with the old coefficients: E -= (new - old) sol.
+void move_changing_coefficients(const equation_layout& layout, const design_store& design,
+                                const sampler_store& sampler, residual_form& fast) {
+  for (std::int32_t g = 1; g <= layout.ngroups; ++g)
+    for (design_slot& slot : form_of(fast, g).slots) {
+      if (!slot.changing) continue;
+      const bool taken = active(slot, layout.NGR(g, 2));
+      const double* x = sampler.sol.data() + layout.group(g).base;
+      double* e = fast.E.col(slot.trait);
+      for (std::int64_t k = 1; k <= slot.row.size(); ++k) {
+        const std::int64_t rec = slot.every_record ? k : slot.rec(k) + 1;
+        const double z = design.ZD_M(slot.entry(k), rec);
+        if (taken) e[rec - 1] -= (z - slot.z(k)) * x[slot.row(k)];
+        slot.z(k) = z;
+      }
+    }
+}
+
+// Record of element k (from 0) of a slot, from 0.
+std::int64_t record_of(const design_slot& slot, std::int64_t k) {
+  return slot.every_record ? k : slot.rec.data()[k];
+}
+
+// Element (t,u) of the weighted residual inverse of record irec (from 1).
+double weighted_inverse(const model_records& model, const design_store& design, const sampler_store& sampler,
+                        const residual_inverses& inverses, const record_values& values,
+                        const residual_form& fast, const directives& asked, scan_stage stage,
+                        std::int64_t irec, std::int32_t t, std::int32_t u) {
+  const double c =
+      residual_inverse(design, sampler, inverses, fast, asked, stage, irec)[(t - 1) + (u - 1) * model.nt];
+  if (!values.weighted) return c;
+  if (t == u) return c * static_cast<double>(design.WV_M(t, irec));
+  return c * static_cast<double>(design.WV_SQRT_M(t, irec)) * static_cast<double>(design.WV_SQRT_M(u, irec));
+}
+
+// Adds the products of two slots (or of one with itself) to the blocks of the levels in which they meet.
+void add_slot_products(const model_records& model, const design_store& design, const sampler_store& sampler,
+                       const residual_inverses& inverses, const record_values& values,
+                       const residual_form& fast, const directives& asked, scan_stage stage,
+                       const equation_group& group, const design_slot& a, const design_slot& b,
+                       mat<double>& DI) {
+  const std::int64_t n = a.row.size(), m = b.row.size();
+  const bool same = &a == &b, alike = fast.one_matrix;
+  const std::int32_t element = ihmij(a.place, b.place, 0) - 1;
+  const double c1 = alike && design.nobs > 0 ? weighted_inverse(model, design, sampler, inverses, values,
+                                                                fast, asked, stage, 1, a.trait, b.trait)
+                                             : 0.0;
+  const std::int32_t *row_a = a.row.data(), *row_b = b.row.data();
+  double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
+  double sum = 0.0;
+  for (std::int64_t k = 0, l = 0; k < n && l < m;) {
+    const std::int64_t rec = record_of(a, k), other = record_of(b, l); // both ascending: a merge
+    if (rec != other) {
+      ++(rec < other ? k : l);
+      continue;
+    }
+    const std::int64_t level = one_level ? 0 : row_a[k] / group.stride;
+    if (one_level || level == row_b[l] / group.stride) {
+      double z = (a.ones ? 1.0 : a.z.data()[k]) * (b.ones ? 1.0 : b.z.data()[l]);
+      if (!same && row_a[k] == row_b[l]) z *= 2.0; // one equation twice: the cross term is twice in z z'
+      z *= alike ? c1
+                 : weighted_inverse(model, design, sampler, inverses, values, fast, asked, stage, rec + 1,
+                                    a.trait, b.trait);
+      if (one_level)
+        sum += z;
+      else
+        DI.col(level + 1)[element] += z;
+    }
+    ++k, ++l;
+  }
+  if (one_level) *one_level += sum;
+}
+
+// DI(g) = D of all levels, summed over the records.
+void sum_blocks(scan_records& r, const directives& asked, scan_stage stage, std::int32_t g) {
+  mat<double>& DI = r.layout.DI_of(g);
+  DI.fill(0.0);
+  const std::vector<design_slot>& slots = form_of(r.work.fast, g).slots;
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    if (!active(slots[i], r.layout.NGR(g, 2))) continue;
+    for (std::size_t k = 0; k <= i; ++k)
+      if (active(slots[k], r.layout.NGR(g, 2)))
+        add_slot_products(r.model, r.design, r.sampler, r.work.inverses, r.work.values, r.work.fast, asked,
+                          stage, r.layout.group(g), slots[i], slots[k], DI);
+  }
+}
+
+// DI(g) = D of all levels, RHS += D sol, then DI += GIF a(l,l).
+void complete_blocks(const model_records& model, equation_layout& layout, const relationship_store& relations,
+                     sampler_store& sampler, const residual_form& fast, std::int32_t g) {
+  const group_form& form = form_of(fast, g);
+  const equation_group& group = layout.group(g);
+  const std::int32_t levels = layout.NGR(g, 1), n = layout.NGR(g, 2);
+  const bool random = group.kind == group_kind::random_factor;
+  const bool identity = random && structure_is(model.RMAT(group.number), "I");
+  for (std::int32_t l = 1; l <= levels; ++l) {
+    double* block = layout.DI_of(g).col(l);
+    if (!form.changing) level_block(sampler, form, n, l, block);
+    const std::int64_t e0 = group.base + (l - 1) * group.stride;
+    double* rhs = sampler.RHS.data() + e0;
+    const double* sol = sampler.sol.data() + e0;
+    const double* element = block;
+    for (std::int32_t i = 0; i < n; ++i) // rhs += D sol, D packed
+      for (std::int32_t j = 0; j <= i; ++j, ++element) {
+        rhs[i] += *element * sol[j];
+        if (j < i) rhs[j] += *element * sol[i];
+      }
+    if (!random) continue;
+    const double a = identity ? 1.0 : relations.of(group.number).diag(l);
+    double* filled = block; // block += G^-1 a(l,l)
+    for (std::int32_t i = 1; i <= n; ++i)
+      for (std::int32_t j = 1; j <= i; ++j) *filled++ += sampler.GIF(i, j, group.number) * a;
+  }
+}
+
+// Equation `equation` of another group goes to 0: its records' residuals take its
+// part back.
+void restrict_elsewhere(const equation_layout& layout, residual_form& fast, std::int32_t equation,
+                        double sol) {
+  for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
+    const std::int64_t row = equation - std::int64_t{1} - layout.group(g).base;
+    if (row < 0 || row >= std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride) continue;
+    for (const design_slot& slot : form_of(fast, g).slots) {
+      if (!active(slot, layout.NGR(g, 2))) continue;
+      double* e = fast.E.col(slot.trait);
+      for (std::int64_t k = 0; k < slot.row.size(); ++k)
+        if (slot.row.data()[k] == row)
+          e[slot.every_record ? k : slot.rec.data()[k]] += (slot.ones ? 1.0 : slot.z.data()[k]) * sol;
+    }
+  }
+}
+
+// The last group with equations.
+std::int32_t last_group(const equation_layout& layout) {
+  std::int32_t g = layout.ngroups;
+  while (g > 1 && (layout.NGR(g, 1) == 0 || layout.NGR(g, 2) == 0)) --g;
+  return g;
+}
+
+#ifdef ZEPH_DEBUG_VIEWS
+// Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
+// against y - Z b made anew; a difference beyond rounding ends the process.
+void check_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
+                     const sampler_store& sampler, residual_form& fast, const directives& asked,
+                     const round_state& state) {
+  constexpr std::int64_t rounds_between = 100;
+  constexpr double most_drift = 1e-9;
+  if (state.iround % rounds_between != 0) return;
+  mat<double>& E = fast.E;
+  const std::vector<double> kept(E.begin(), E.end());
+  for (std::int64_t lo = 0; lo < design.nobs; lo += records_of_block)
+    fresh_residuals(model, layout, design, sampler, fast, asked, lo,
+                    std::min(lo + records_of_block, std::int64_t{design.nobs}));
+  double drift = 0.0, scale = 1.0; // largest difference, largest residual (at least 1)
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    drift = std::max(drift, std::fabs(kept[i] - E.data()[i]));
+    scale = std::max(scale, std::fabs(kept[i]));
+  }
+  if (drift > most_drift * scale) {
+    fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, state.iround);
+    std::abort();
+  }
+  std::apart(kept.begin(), kept.end(), E.begin());
+}
+#else
+void check_residuals(const model_records&, const equation_layout&, const design_store&, const sampler_store&,
+                     residual_form&, const directives&, const round_state&) {}
+#endif
+
+bool mixture_rule_holds(const equation_layout& layout, const level_work& work, std::int32_t g) {
+  return g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty();
+}
+
+} // namespace
+
+scan_body body_of(scan_records& r, const directives& asked) {
+  scan_body& body = r.work.body;
+  if (body == scan_body::unchosen)
+    body = asked.test_level <= 1 && build_residual_form(r, asked) ? scan_body::fast : scan_body::plain;
+  return body;
+}
+
+void fresh_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
+                     const sampler_store& sampler, residual_form& fast, const directives& asked,
+                     std::int64_t lo, std::int64_t hi) {
+  const std::int32_t nt = model.nt;
+  const float* y = design.Y_M.data();
+  for (std::int32_t t = 1; t <= nt; ++t) {
+    double* e = fast.E.col(t);
+    if (asked.analysis_type > 0 && nt == 1)
+      for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
+    else
+      for (std::int64_t i = lo; i < hi; ++i) {
+        e[i] = static_cast<double>(y[i * nt + t - 1]);
+        if (asked.analysis_type <= 0 && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+      }
+    class_columns columns; // up to four columns of classes in one walk over e
+    for (std::int32_t g = 1; g <= layout.ngroups; ++g)
+      for (const design_slot& slot : form_of(fast, g).slots) {
+        if (slot.trait != t || !active(slot, layout.NGR(g, 2))) continue;
+        const double* x = sampler.sol.data() + layout.group(g).base;
+        if (!columns.add(slot, x)) subtract_slot(slot, x, e, lo, hi);
+      }
+    columns.subtract(e, lo, hi);
+  }
+}
+
+void residual_body::begin_round(scan_records& r, const directives& asked, const round_state& state,
+                                scan_stage stage) const {
+  residual_form& form = r.work.fast;
+  form.square_done.fill(0);
+  if (stage == scan_stage::others) {
+    // E holds the round's residuals but for the last group's change
+    walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, 0);
+    move_changing_coefficients(r.layout, r.design, r.sampler, r.work.fast);
+  } else {
+    read_changing_coefficients(r.design, r.work.fast);
+    form.pending = 0;
+    if (form.valid_round != state.iround)
+      for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+        fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
+                        std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+  }
+  form.valid_round = -1;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
+    if (form_of(r.work.fast, g).changing && in_stage(r.design, stage, g)) sum_blocks(r, asked, stage, g);
+}
+
+void residual_body::enter_group(scan_records& r, const directives& asked, const round_state& state,
+                                scan_stage stage, std::int32_t g) const {
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
+  std::fill_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, 0.0);
+  walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, g);
+  check_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, state);
+}
+
+void residual_body::solve_group(scan_records& r, const directives& asked, round_state& state,
+                                chain_counts& counts, scan_stage stage, std::int32_t g,
+                                solver_sums& sums) const {
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
+  if (stage == scan_stage::all && asked.analysis_type >= 2 && state.gropd(g) != 0 &&
+      r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
+    // the residual pass that follows makes the residuals anew from the solutions
+    draw_levels(r, asked, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
+    return;
+  }
+  const double* sol = r.sampler.sol.data() + r.layout.group(g).base;
+  double* change = r.work.fast.change.data();
+  std::copy_n(sol, extent, change);
+  complete_blocks(r.model, r.layout, r.relations, r.sampler, r.work.fast, g);
+  scan_levels(r, asked, state, counts, stage, g, sums);
+  for (std::int64_t i = 0; i < extent; ++i) change[i] = sol[i] - change[i];
+}
+
+void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
+  const std::int64_t base = r.layout.group(g).base;
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  for (std::int32_t k = 1; k <= r.sampler.n_IREST; ++k) {
+    const std::int64_t e = r.sampler.IREST(k) - std::int64_t{1} - base;
+    double& sol = r.sampler.sol(r.sampler.IREST(k));
+    if (e >= 0 && e < extent && r.layout.NGR(g, 2) > 0) {
+      r.work.fast.change(e + 1) -= sol;
+    } else if (sol != 0.0) {
+      restrict_elsewhere(r.layout, r.work.fast, r.sampler.IREST(k), sol);
+    }
+    sol = 0;
+  }
+}
+
+void residual_body::leave_group(scan_records& r, std::int32_t g) const {
+  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  if (extent > 0 && r.layout.NGR(g, 2) > 0) r.work.fast.pending = g;
+}
+
+void residual_body::residual_pass(scan_records& r, const directives& asked, const round_state& state,
+                                  double& lik) const {
+  fast_residual_pass(r, asked, state, lik);
+}
+
+void residual_body::ready_values(scan_records& r, const directives& asked) const {
+  values_from_residuals(r.work.values, r.work.fast.E);
+  if (asked.analysis_type > 0 && r.work.fast.by_masks) return; // the residual pass has left them there
+  for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
+                    std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+}
+
+} // namespace zeph

@@ -1,0 +1,36 @@
+// The walk over the groups of a round, and what a body of the scan offers it:
+//   begin_round     head of a pass over the groups: what all groups need of the records
+//   enter_group     RHS of group g = what its levels get from the records, with sol as it is
+//   solve_group     its levels in order, links taken out, solved or drawn
+//   restrict_group  restricted equations go to 0
+//   leave_group     the group's solutions have changed
+//   residual_pass   after the groups: residuals, their products, missing traits, density (Bddrmc_sscp)
+//   ready_values    says where the values of a record come from in the passes over latent traits
+// Two bodies do so: record_pass, which says what a round means, and residual_body. Draws, their
+// order and what is written are the same; numbers agree to rounding.
+#pragma once
+
+#include "gibbs/scan/scan_records.h"
+
+namespace zeph {
+
+// True when group g belongs to the stage that the scan is in.
+inline bool in_stage(const design_store& design, scan_stage stage, std::int32_t g) {
+  return stage == scan_stage::all || design.covariates.feeds(g) == (stage == scan_stage::sources);
+}
+
+// All groups of the stage in order.
+template <class Body>
+void scan_groups(Body& body, scan_records& r, const directives& asked, round_state& state,
+                 chain_counts& counts, scan_stage stage, solver_sums& sums) {
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    if (!in_stage(r.design, stage, g)) continue;
+    if (asked.test_level > 1) say_group_start(r.report, g);
+    body.enter_group(r, asked, state, stage, g);
+    body.solve_group(r, asked, state, counts, stage, g, sums);
+    body.restrict_group(r, g);
+    body.leave_group(r, g);
+  }
+}
+
+} // namespace zeph
