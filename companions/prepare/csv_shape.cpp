@@ -165,7 +165,7 @@ void refuse_ragged_rows(const ragged_rows& ragged, std::string_view content, std
   if (!cause.empty())
     m.text += ":\n" + cause;
   else if (widest->first > names && widest->second.first.front() == m.at.line)
-    m.hint = "a value that holds the separator stands in quotes";
+    m.hint = "put quotes around a value that contains the separator";
 }
 
 } // namespace zeph::prepare

@@ -147,7 +147,7 @@ TEST(csv_columns, the_first_line_with_too_many_values_hints_at_the_separator) {
   message_log log;
   table_of("id,x\n1,2,5\n3,4\n3\n", log);
   ASSERT_EQ(log.entries.size(), 2U);
-  EXPECT_EQ(log.entries[0].hint, "a value that holds the separator stands in quotes");
+  EXPECT_EQ(log.entries[0].hint, "put quotes around a value that contains the separator");
   EXPECT_EQ(log.entries[1].hint, "");
 }
 
