@@ -26,6 +26,7 @@ double* setup_of(const model_records& model, residual_form& fast, std::int64_t m
 // R of group h swept on the present traits of the mask: the block of these holds R_oo^-1.
 void sweep_present(const sampler_store& sampler, missing_draws& draws, const mask_form& mask,
                    std::int32_t h) {
+  // without a border: one sweep of R serves all records of the mask and group
   set_matrix(draws.given, sampler.RCOV.slice(h));
   for (const std::int32_t t : mask.present) sweep_trait(draws.given, t);
 }
@@ -39,6 +40,7 @@ void prepare_conditional(const model_records& model, const sampler_store& sample
   const residual_conditional& given = draws.given;
   double* coefficient = coefficients_of(fast, index, h);
   for (std::int64_t i = 0; i < m; ++i) {
+    // row t of R_mo R_oo^-1, and of R_mm - R_mo R_oo^-1 R_om
     const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
     for (const std::int32_t u : mask.present) *coefficient++ = coefficient_given(given, t, u);
     draws.mean(i + 1) = 0;
@@ -59,9 +61,9 @@ void draw_conditional(const model_records& model, const sampler_store& sampler, 
   const mask_form& mask = fast.masks[static_cast<std::size_t>(index)];
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
   const double* coefficient = coefficients_of(fast, index, h);
-  const double* setup =
-      setup_of(model, fast, index, h) + 1 + m; // the factor, row j begins m - j behind row j-1
-  for (std::int64_t i = 0; i < m; ++i) {       // x_i = mean_i - sum over j <= i of l_ij z_j
+  // the factor U (U'U the covariance) by rows: row j begins m - j elements after row j-1
+  const double* setup = setup_of(model, fast, index, h) + 1 + m;
+  for (std::int64_t i = 0; i < m; ++i) { // x_i = mean_i - sum over j <= i of u_ji z_j
     double mean = 0;
     for (const std::int32_t u : mask.present) mean += *coefficient++ * res[u - 1];
     double x = 0;
@@ -110,15 +112,18 @@ void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, 
     const std::int64_t index = form.mask_of.data()[i];
     const std::int32_t h = r.design.IRESG_M.data()[i];
     for (std::int32_t t = 0; t < nt; ++t) {
+      // e weighted by w^1/2; its products are summed before the missing ones are drawn
       res[t] = E[i + t * nobs];
       if (weights) res[t] *= static_cast<double>(r.design.WV_SQRT_M(t + 1, i + 1));
       largest[t] = std::max(largest[t], std::fabs(res[t]));
     }
+    // products(:,mask,h) += e e', packed
     double* product = form.products.data() + (index + (h - 1) * masks) * packed;
     for (std::int32_t j = 0; j < nt; ++j)
       for (std::int32_t k = 0; k <= j; ++k) *product++ += res[j] * res[k];
     const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
     if (!mask.missing.empty()) {
+      // z: the next normals of the block, one for each missing trait, traits ascending
       draw_conditional(r.model, r.sampler, r.work.missing, r.work.fast, r.report, index, h, res, z);
       z += mask.missing.size();
       store_drawn(r.design, r.work.values, mask, i, res);
@@ -155,6 +160,7 @@ void draw_normals(residual_form& fast, marsaglia_source& marsaglia, std::int64_t
   if (n > 0) ranmar_snorms(marsaglia, fast.normals.data(), n);
 }
 
+// sscp(:,nramat+h) += products of all masks of group h, pairs of LNCOV left out.
 void add_products(const model_records& model, sampler_store& sampler, const residual_form& fast) {
   const std::int64_t packed = fast.products.extent(1), masks = fast.products.extent(2);
   for (std::int32_t h = 1; h <= sampler.G; ++h)
@@ -175,11 +181,14 @@ bool add_density(const sampler_store& sampler, missing_draws& draws, const resid
   const double* S = &fast.products(1, index + 1, h);
   // tr(R_oo^-1 S_oo) over the records of the mask, and a bound of |z|: sum over t of |e_t| (R_oo^-1)_tt^1/2,
   // e_t the largest residual of the trait
+  // record by record -log p would be the sum over t of z_t^2/2 + log(2 pi)/2, z_t the t-th residual given
+  // those before it, standardised; the sum of z_t^2 is e_o'R_oo^-1 e_o
   double quadratic = 0, bound = 0;
   for (const std::int32_t t : mask.present) {
     if (swept.swept(t) == 0) return false;
     for (const std::int32_t u : mask.present) {
       const std::int32_t k = ihmij(t, u, 0);
+      // tr(R_oo^-1 S_oo): P holds R_oo^-1 in the swept rows
       quadratic += swept.P(k) * S[k - 1];
     }
     bound += std::sqrt(swept.P(ihmij(t, t, 0))) * fast.largest(t);
@@ -230,8 +239,10 @@ void fast_residual_pass(scan_records& r, const directives& asked, const round_st
   if (!form.by_masks) return Bddrmc_sscp(r, asked, state, lik);
   const bool weights = r.model.has_weights(), sampled = is_sample_round(asked, state);
   const std::int64_t nobs = r.design.nobs;
+  // one trait, all present, no sums of a sample: products are squares and there is nothing to draw
   const bool single = r.model.nt == 1 && form.masks.size() == 1 && form.masks[0].missing.empty() &&
                       r.sampler.G == 1 && !weights && !sampled;
+  // E from scratch, block by block, with all solutions of the round; the sums follow while it is near
   values_from_residuals(r.work.values, form.E);
   form.products.fill(0.0);
   form.prepared.fill(0);
@@ -262,6 +273,7 @@ void fast_residual_pass(scan_records& r, const directives& asked, const round_st
   }
   if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast);
   find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, asked, lik);
+  // all traits Gaussian, no moves between models: y and Z are the same in the next round
   form.valid_round = residuals_stay(r.model, asked) ? state.iround + 1 : -1;
 }
 

@@ -16,7 +16,7 @@ namespace zeph {
 // R_oo the residual matrix of the observed traits, S_oo their products, n the
 // observations. Where a residual may be so far out that its density is 0 in
 // 64 bits, the records are scored one by one instead. E holds the residuals with
-// which the next round begins; valid_round tells so when nothing changes them in
+// which the next round begins; valid_round says so when nothing changes them in
 // between.
 void fast_residual_pass(scan_records& r, const directives& asked, const round_state& state, double& lik);
 

@@ -3,6 +3,7 @@
 namespace zeph {
 namespace {
 
+// With sampling every trait has a value in Y_M, observed or imputed; the solver has the observed ones only.
 bool imputed_or_present(const record_entries& x, std::int32_t irec, std::int32_t t, std::int32_t nt) {
   return x.analysis_type > 0 || trait_present(x.design.ISIT_M(irec), t, nt);
 }
@@ -28,6 +29,7 @@ void read_record(const record_entries& x, record_values& v, std::int32_t irec) {
       v.fitted(t) = static_cast<double>(y[t - 1]) - v.res(t);
     }
   }
+  // missing in the solver: residual and fitted value 0, whatever Y_M holds
   for (std::int32_t t = 1; t <= nt; ++t)
     if (!imputed_or_present(x, irec, t, nt)) v.res(t) = v.fitted(t) = 0.0;
 }
@@ -35,6 +37,7 @@ void read_record(const record_entries& x, record_values& v, std::int32_t irec) {
 void take_record(const record_entries& x, record_values& v, std::int32_t irec) {
   read_record(x, v, irec);
   if (!v.weighted) return;
+  // res(t) = w_t^1/2 e(t); the fitted values stay without weights
   const float* root = x.design.WV_SQRT_M.col(irec);
   for (double& res : v.res) res *= static_cast<double>(*root++);
 }

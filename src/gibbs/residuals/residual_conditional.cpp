@@ -27,6 +27,8 @@ void set_border(residual_conditional& c, const double* e, std::int32_t mask) {
   const std::int32_t nt = c.nt;
   c.order = nt + 1;
   double* border = c.P.data() + nt * (nt + 1) / 2; // row nt+1 of P
+  // P(nt+1,t) = e_t of the given traits, 0 of those to be drawn: the border of an unswept row then ends as
+  // minus its conditional mean
   for (std::int32_t t = 1; t <= nt; ++t) border[t - 1] = trait_present(mask, t, nt) ? e[t - 1] : 0.0;
   border[nt] = 0;
 }
@@ -39,6 +41,7 @@ double sweep_trait(residual_conditional& c, std::int32_t t) {
 }
 
 void sweep_mask(residual_conditional& c, std::int32_t mask) {
+  // in trait order; the result does not depend on it but for rounding
   for (std::int32_t t = 1; t <= c.nt; ++t)
     if (trait_present(mask, t, c.nt)) sweep_trait(c, t);
 }

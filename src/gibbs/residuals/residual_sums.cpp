@@ -29,17 +29,20 @@ void add_products(const model_records& model, sampler_store& sampler, const reco
                   std::int32_t g) {
   const vec<double>& res = values.res;
   const std::int32_t nt = model.nt;
+  // sscp(k,nramat+g) += e_i e_j, k = ihmij(i,j), missing traits with the value imputed last
   double* sums = sampler.sscp.col(model.nramat + g);
   for (std::int32_t i = 1, k = 1; i <= nt; ++i)
     for (std::int32_t j = 1; j <= i; ++j, ++k)
       if (!sampler.LNCOV(k)) sums[k - 1] += res(i) * res(j);
 }
 
+// Y_M = the imputed residual itself, without the fitted value: the equations of the next round read it so.
 void store_missing(design_store& d, std::int32_t irec, std::int32_t nt, const vec<double>& res) {
   for (std::int32_t t = 1; t <= nt; ++t)
     if (!trait_present(d.ISIT_M(irec), t, nt)) d.Y_M(t, irec) = static_cast<float>(res(t));
 }
 
+// All traits observed.
 bool complete(std::int32_t isit, std::int32_t nt) {
   for (std::int32_t t = 1; t <= nt; ++t)
     if (!trait_present(isit, t, nt)) return false;
@@ -51,6 +54,7 @@ bool complete(std::int32_t isit, std::int32_t nt) {
 void allocate_missing_draws(const model_records& m, missing_draws& work, reporting& report) {
   constexpr std::string_view routine = "Bddrmc_sscp";
   allocate_conditional(report, work.given, m.nt, routine);
+  // kept: IW1 has room for the traits present, which nothing reads
   allocate(report, work.IW1, "IW1", routine, m.nt);
   allocate(report, work.traits, "IW2", routine, m.nt);
   allocate(report, work.mean, "MEAN", routine, m.nt);
@@ -65,6 +69,8 @@ void score_record(residual_conditional& conditional, const vec<double>& res, std
                   const double* R, double& lik) {
   set_matrix(conditional, R);
   set_border(conditional, res.data(), isit);
+  // p(e_o) factor by factor: z_t given the observed traits before t, then t is swept for those after it.
+  // kept: lik lacks the sum of log s.d.; a density of 0 in 64 bits makes it infinite
   for (std::int32_t t = 1; t <= conditional.nt; ++t) {
     if (!trait_present(isit, t, conditional.nt)) continue;
     // z = (e_t - mean) / s.d., both given the observed traits before t
@@ -90,6 +96,7 @@ void start_missing_traits(scan_records& r) {
   const std::int32_t nt = r.model.nt;
   double lik = 0;
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    // e = 0 in all traits: the missing ones are drawn around 0; lik is not used
     if (complete(d.ISIT_M(irec), nt)) continue;
     r.work.values.res.fill(0.0);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),

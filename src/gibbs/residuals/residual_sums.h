@@ -16,7 +16,7 @@ struct scan_records;
 struct missing_draws {
   residual_conditional given; // R of a group swept on the observed traits, bordered by a record's residuals
   vec<std::int32_t> traits;   // nt: the missing traits
-  vec<std::int32_t> IW1;      // nt; kept: room for the traits present, which no step reads
+  vec<std::int32_t> IW1;      // nt; kept: room for the traits present, which nothing reads
   vec<double> mean, x, z;     // nt: minus the conditional means, one draw, standard normals
   vec<double> covariance;     // nt^2, leading dimension m
   vec<double> setup;          // gmn_size(nt): set-up of the draw

@@ -15,12 +15,14 @@
 namespace zeph {
 namespace {
 
+// kept: 2/3 as a 32-bit number
 constexpr double weight_of_one_parent = static_cast<double>(0.6666666865348816F); // 2/3
 
 // Solution of trait t in a level of the factor; 0 for level 0 and for traits without a row.
 double solution(const model_records& model, const sampler_store& sampler, const deviation_store& d,
                 std::int32_t level, std::int32_t t) {
   if (level == 0 || d.row(t) == 0) return 0.0;
+  // equations of the factor: NBEGRA + (level-1) n_rc + row
   const std::int64_t order = model.RMAT(d.factor).n_rc;
   return sampler.sol(model.NBEGRA(d.factor) + (level - 1) * order + d.row(t));
 }
@@ -94,6 +96,7 @@ bool invert_block(deviation_store& d, std::int32_t n, std::int32_t ld) {
   bool diagonal = true;
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t i = 1; i <= n; ++i) diagonal = diagonal && (i == j || d.block(i, j) == 0.0);
+  // a diagonal block is inverted element by element, any other by LU
   if (!diagonal) {
     int info = 0;
     LA_GESV(n, d.block.data(), ld, d.inverse.data(), ld, info);
@@ -157,6 +160,7 @@ void write_progeny(const model_records& model, reporting& report, const round_st
 void TD_PTD(scan_records& r, const directives& asked, const round_state& state, deviation_store& d) {
   const bool weights = r.model.has_weights();
   values_from_entries(r.work.values);
+  // TD and W of all levels, one record after the other; the sums over calls S_TD .. SS_PTD stay
   d.TD.fill(0.0);
   d.W.fill(0.0);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)

@@ -16,9 +16,11 @@
 namespace zeph {
 namespace {
 
+// kept: 1e-10 as a 32-bit number, of the relative change of all solutions
 constexpr double convergence_limit = static_cast<double>(1e-10F);
 constexpr std::int64_t first_relaxed_round = 101;
 
+// The line of `status`: round, rounds of the run, dimensions of the model in force.
 void write_position(reporting& report, const directives& asked, const round_state& state, free_row& row) {
   row.clear()
       .text("Current round is")
@@ -42,7 +44,9 @@ void take_sample(scan_records& r, const directives& asked, const round_state& st
   write_residual_samples(r.model, r.design, state, files, r.report);
 }
 
-// After the groups: residual sums, new (co)variance matrices, latent values, the sample of the round.
+// After the groups, in this order: residuals e, lik = -log p(y | b, R) and the draws of missing traits
+// (Marsaglia source); U'A^-1 U of the factors and new matrices (combined source); latent values (combined
+// source); the sample of the round. sscp holds the sums before the matrices are drawn, the matrices after.
 template <class Body>
 void post_scan(const Body& body, scan_records& r, const directives& asked, const round_state& state,
                chain_counts& counts, sample_files& files) {
@@ -65,6 +69,8 @@ void post_scan(const Body& body, scan_records& r, const directives& asked, const
   if (sampled) take_sample(r, asked, state, counts, files);
 }
 
+// One pass over the groups in one stage; in two where solutions serve as covariables: the groups that
+// the solutions come from, then, with the coefficients ZD computed from these solutions, the others.
 template <class Body>
 void round_with(const Body& body, scan_records& r, const directives& asked, round_state& state,
                 chain_counts& counts, solver_sums& sums, sample_files& files) {
@@ -83,6 +89,7 @@ void round_with(const Body& body, scan_records& r, const directives& asked, roun
 
 // "Round=" and the relative change; the mark of convergence when it is small.
 void judge_convergence(reporting& report, round_state& state, const solver_sums& sums) {
+  // without any solution so far (ssq = 0) cd is no number and the chain continues
   const double cd = std::sqrt(sums.ssd / sums.ssq);
   say(report, free_row().text("Round=").i(state.iround).text(" Cd= ").r8(cd).str());
   if (cd < convergence_limit) state.ist = GS_CONVERGED;
@@ -94,6 +101,7 @@ void GIBSCAN(scan_records& r, const directives& asked, round_state& state, chain
              sample_files& files) {
   write_position(r.report, asked, state, files.row);
   solver_sums sums;
+  // rounds 1..100 are plain Gauss-Seidel; from then on sol = found + omega (found - before)
   sums.omega = state.iround < first_relaxed_round ? 0.0 : relaxation;
   state.ist = 0;
   if (body_of(r, asked) == scan_body::fast)

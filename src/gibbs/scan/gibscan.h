@@ -9,7 +9,7 @@ namespace zeph {
 
 // One pass over all groups of equations and the steps after it. Where solutions
 // serve as covariables (asked.nfeto > 0, below analysis type 5) the pass has two
-// stages: the groups that they come from; then, with the coefficients made anew
+// stages: the groups that they come from; then, with the coefficients computed
 // from them, the others. Rewrites the file `status`; state.iround and asked.analysis_type
 // say what the pass is. On return state.ist is 0, a count of problems of the last
 // block, or GS_CONVERGED, which only analysis type 0 sets: when sqrt(ssd/ssq) is

@@ -75,6 +75,7 @@ void sweep_block(const equation_layout& layout, const sampler_store& sampler, le
   border_block(work, block, sampler.RHS.data() + e0, n);
   double* parm = work.bordered.data();
   state.ist = 0;
+  // n sweeps: (C b; b' 0) becomes (C^-1 x; x' -b'x), packed
   for (std::int32_t k = 1; k <= n; ++k) {
     double pivot = 0;
     int info = 0;
@@ -106,6 +107,8 @@ void solve_transposed(const double* L, std::int32_t n, const double* z, double* 
 // Element (x,x) of the inverse of L L', x from 0; y is work of n.
 double inverse_element(const double* L, std::int32_t n, std::int32_t x, double* y) {
   double sum = 0;
+  // y = L^-1 i_x, i_x column x of the identity: y_i = (delta_ix - sum over j < i of l_ij y_j) / l_ii;
+  // (C^-1)_xx = y'y
   for (std::int32_t i = x; i < n; ++i) {
     double dot = i == x ? -1.0 : 0.0;
     for (std::int32_t j = x; j < i; ++j) dot += L[i + j * n] * y[j];
@@ -123,6 +126,8 @@ void judge_redraws(const level_work& work, reporting& report, std::int64_t redra
                    std::int32_t n, Variance&& variance) {
   if (redraws % redraws_between_looks != 0) return;
   bool vain = file_exists(report, "STOP");
+  // w_e is a sum of n normals with coefficients of squared length (C^-1)_ee: by Cauchy and Schwarz
+  // |w_e| <= ((C^-1)_ee n)^1/2 max |z|, so that a distance beyond that bound can never be reached
   for (const std::int32_t e : work.distances)
     vain = vain || mean[e - 1] + largest_snorm * std::sqrt(n * variance(e - 1)) < least_distance;
   if (!vain) return;
@@ -142,6 +147,8 @@ void allocate_level_work(const model_records& m, const equation_layout& layout, 
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) n = std::max(n, layout.NGR(g, 2));
   const std::int64_t order = std::int64_t{n} + 1, packed = order * (order + 1) / 2;
   work.nmax = n;
+  // packed: the triangle of order n + 1, block and border. The two names of an array are those that the
+  // message prints when its storage fails.
   allocate(report, work.bordered, "PARM", "ZEPH2", packed);
   allocate(report, work.swept, "LOGI", "ZEPH2", order);
   allocate(report, work.swept_block, "PARMS", "GIBSCAN", packed);
@@ -170,6 +177,7 @@ void subtract_links(const model_records& model, const relationship_store& relati
   std::fill_n(sums, p, 0.0);
   const double* sol = sampler.sol.data() + base;
   for (std::int64_t node = first; node < last; ++node) {
+    // c = rows.col(node): its solution is new when c < l, of the last round when c > l
     const double a = rows.val(node);
     const double* other = sol + (rows.col(node) - 1) * stride;
     for (std::int32_t j = 0; j < p; ++j) sums[j] += a * other[j];
@@ -191,6 +199,7 @@ void solve_level(const equation_layout& layout, sampler_store& sampler, level_wo
   const std::int32_t packed = n * (n + 1) / 2;
   double* sol = sampler.sol.data() + e0;
   for (std::int32_t i = 0; i < n; ++i) {
+    // found: element i of C^-1 RHS, in the border after the sweeps
     const double before = sol[i], found = parm[packed + i];
     sums.ssd += (before - found) * (before - found);
     sums.ssq += before * before;
@@ -210,8 +219,10 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
   if (info != 0) stop_at_block(report, g, " 1 potrf info= ", info);
   DPOTRS(n, 1, c, n, mean, n, info);
   if (info != 0) stop_at_block(report, g, " 1 potrs info= ", info);
+  // n normals a level, in the order of its equations
   for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
   solve_transposed(c, n, z, w); // w = L'^-1 z, of covariance C^-1
+  // a mixture distance below least_distance: all n normals again, until none is
   if (g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty() &&
       breaks_distance_rule(work.distances, mean, w)) {
     ++counts.nlabel;
@@ -234,11 +245,13 @@ void sample_level_swept(const equation_layout& layout, sampler_store& sampler, l
   sweep_block(layout, sampler, work, report, state, stage, g, l, n);
   double *parm = work.bordered.data(), *c = work.C.data(), *mean = work.mean.data();
   double *x = work.x.data(), *z = work.z.data();
+  // C^-1 in full and C^-1 RHS from the swept block; parm becomes the set-up of the draw: mean, U, U'U = C^-1
   const double* inverse = parm;
   for (std::int32_t i = 0; i < n; ++i)
     for (std::int32_t j = 0; j <= i; ++j) c[i + j * n] = c[j + i * n] = *inverse++;
   std::copy_n(inverse, n, mean);
   ranmar_setgmn(report, mean, c, n, n, parm, work.draw);
+  // x = C^-1 RHS + U'z, n normals of the Marsaglia source
   ranmar_genmn(marsaglia, parm, x, z);
   const bool ruled = g == 1 && layout.group(g).kind == group_kind::plain_regressions;
   if (ruled && distance_too_small(work.distances, x)) {
@@ -271,6 +284,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
   const bool updated = state.gropd(g) != 0;
   if (n == 0) return;
+  // the solver; or a group that keeps its solutions, whose right-hand sides still lose the links
   if (asked.analysis_type < 2 || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
@@ -278,6 +292,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
     }
     return;
   }
+  // either stage of a scan in two: the swept form of the draw
   if (stage != scan_stage::all) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);

@@ -46,21 +46,21 @@ inline constexpr std::int32_t largest_listing = 1000; // lines of diagnostic pri
 
 // Takes the links of level l of factor k out of its right-hand sides:
 //   RHS(l) -= GIF sum over c of a(l,c) sol(c),  c the related levels other than l,
-// with sol as it stands; p traits of the factor are in the model.
+// with sol as it is now; p traits of the factor are in the model.
 void subtract_links(const model_records& model, const relationship_store& relations, sampler_store& sampler,
                     level_work& work, std::int32_t k, std::int32_t l, std::int32_t p);
 
 // Solves level l of group g for given right-hand sides by sweeping the bordered
 // block and moves its solutions, with over-relaxation omega. A pivot at or below
-// dependency_pivot is told on the listing with the whole block and counted in
+// dependency_pivot is reported on the listing with the whole block and counted in
 // state.ist; beyond largest_listing lines the run stops with code 16.
 void solve_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
                  round_state& state, scan_stage stage, std::int32_t g, std::int32_t l, solver_sums& sums);
 
-// The same draw as the two stages of a scan make it: the bordered block is swept as
+// The same draw in either stage of a scan in two: the bordered block is swept as
 // by solve_level, with its prints; sol = C^-1 RHS + U' z, U the upper factor of
 // C^-1. A mixture distance below 1e-12 is drawn again; counts.nlabel grows by one when
-// that happens among the sources, otherwise the listing tells it.
+// that happens among the sources, otherwise the listing reports it.
 void sample_level_swept(const equation_layout& layout, sampler_store& sampler, level_work& work,
                         marsaglia_source& marsaglia, reporting& report, round_state& state,
                         chain_counts& counts, scan_stage stage, std::int32_t g, std::int32_t l);
@@ -68,7 +68,7 @@ void sample_level_swept(const equation_layout& layout, sampler_store& sampler, l
 // Draws level l of group g from its conditional distribution: mean C^-1 RHS,
 // covariance C^-1, C = L L' the diagonal block. The n standard normals z come in
 // the order of the equations; sol = C^-1 RHS + L'^-1 z. A block that can't be
-// factored or solved is told with its group, and the run stops with code 27. The
+// factored or solved is reported with its group, and the run stops with code 27. The
 // plain regressions of group 1 are drawn again, with new normals, while a mixture
 // distance among them is below 1e-12; counts.nlabel grows by one when that happens. There
 // is no limit; but where it can be shown after 1,000,000 draws, or as many more, that

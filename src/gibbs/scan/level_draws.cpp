@@ -44,11 +44,14 @@ constexpr int packed_of(int n) { return n * (n + 1) / 2; }
 // block(k) = D of levels from..from+count-1
 template <int n>
 void sum_terms(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels]) {
+  // a changing group: D of each level was summed over its records at the head of the round
   if (w.data_blocks != nullptr) {
     for (int k = 0; k < packed_of(n); ++k)
       for (std::int64_t l = 0; l < count; ++l) block[k][l] = w.data_blocks[(from + l) * w.packed_stride + k];
     return;
   }
+  // D_l = sum over terms of R^-1(ti,tj) S_term(l): sums of coefficient products by level, which stay,
+  // times the element of the residual inverse of this round
   for (int k = 0; k < packed_of(n); ++k) std::fill_n(block[k], count, 0.0);
   const std::vector<block_term>& terms = w.form->terms;
   for (std::size_t k = 0; k < terms.size() && terms[k].element < packed_of(n); ++k) {
@@ -100,6 +103,7 @@ template <int n>
 void add_own(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels],
              double (*x)[batch_levels]) {
   const double *rhs = w.rhs + from * w.stride, *u = w.sol + from * w.stride;
+  // D is symmetric and packed: element (i,j) is (max, min)
   for (int i = 0; i < n; ++i) {
     for (std::int64_t l = 0; l < count; ++l) x[i][l] = rhs[l * w.stride + i];
     for (int j = 0; j < n; ++j) {
@@ -113,6 +117,7 @@ void add_own(const level_walk& w, std::int64_t from, std::int64_t count, double 
 template <int n> int failed_row(const level_walk& w, std::int64_t level) {
   level_batch<n> b;
   sum_terms<n>(w, level, 1, b.L);
+  // factored from scratch for each order: the first diagonal element that is no number is the row
   for (int order = 1; order <= n; ++order) {
     sum_terms<n>(w, level, 1, b.L);
     factor<n>(w, w.diag != nullptr ? w.diag + level : nullptr, 1, b.L, b.least);
@@ -130,6 +135,7 @@ template <int n> std::int64_t factor_classes(level_walk& w, group_form& form) {
   const std::int64_t classes = form.class_diag.size();
   for (std::int64_t from = 0; from < classes; from += batch_levels) {
     const std::int64_t count = std::min(batch_levels, classes - from);
+    // the terms of classes are stored as those of levels: row c for class c
     sum_terms<n>(w, from, count, block);
     for (int k = 0; k < packed_of(n); ++k) std::copy_n(block[k], count, L[k]);
     factor<n>(w, form.class_diag.data() + from, count, L, least);
@@ -140,6 +146,7 @@ template <int n> std::int64_t factor_classes(level_walk& w, group_form& form) {
         to[packed_of(n) + k] = L[k][c];
       }
       to[2 * packed_of(n)] = form.class_diag.data()[from + c];
+      // also true of a pivot that is no number
       if (!(least[c] > 0.0)) return from + c;
     }
   }
@@ -241,7 +248,8 @@ template <int n, bool linked, bool classed, bool full>
 std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* square) {
   level_batch<n> b;
   std::int64_t node = 0, fetched = 0;
-  const bool far = linked && w.levels * w.stride > equations_near; // related solutions are fetched ahead
+  // the solutions that a batch links to are scattered: they are fetched while its blocks are prepared
+  const bool far = linked && w.levels * w.stride > equations_near;
   for (std::int64_t from = 0; from < w.levels; from += batch_levels) {
     const std::int64_t count = std::min(batch_levels, w.levels - from);
     if (far) {
@@ -250,6 +258,7 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
         last += w.links->before.data()[l] + w.links->after.data()[l];
       fetch_related(w, node, last);
     }
+    // n normals a level in the order of levels and equations, as sample_level takes them one by one
     ranmar_snorms(marsaglia, b.z, count * n);
     if constexpr (!classed) {
       sum_terms<n>(w, from, count, b.L);
@@ -263,12 +272,15 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
   return -1;
 }
 
+// full: levels without gaps, so that the stride is known to the compiler
 template <int n, bool linked, bool classed>
 std::int64_t draw_strided(marsaglia_source& marsaglia, const level_walk& w, double* square) {
   return w.stride == n ? draw_all<n, linked, classed, true>(marsaglia, w, square)
                        : draw_all<n, linked, classed, false>(marsaglia, w, square);
 }
 
+// 0, or the row at which the first failing block could not be factored. A failure among the classes
+// is found before any draw, one among the levels after the draws of the batches before it.
 template <int n>
 int draw_order(marsaglia_source& marsaglia, level_walk& w, group_form& form, double* square) {
   const bool classed = form.level_class.allocated();
@@ -288,6 +300,7 @@ int draw_order(marsaglia_source& marsaglia, level_walk& w, group_form& form, dou
   return failed >= 0 ? failed_row<n>(w, failed) : 0;
 }
 
+// Element (ti,tj) of the residual inverse of group h; 1 where the products already hold it.
 double multiplier_of(const sampler_store& sampler, const block_term& term) {
   return term.ti == 0 ? 1.0 : sampler.RCOVI(term.ti, term.tj, term.h);
 }
@@ -332,6 +345,7 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
   w.stride = group.stride;
   w.rhs = r.sampler.RHS.data() + group.base;
   w.sol = r.sampler.sol.data() + group.base;
+  // null at the last group: the residuals are then computed from scratch from all solutions
   w.change = keep_change ? fast.change.data() : nullptr;
   w.form = &form;
   if (form.changing) w.data_blocks = r.layout.DI_of(g).data();
@@ -344,6 +358,7 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
     describe_factor(r.model, r.relations, r.sampler, r.work.fast, n, group, w);
   std::array<double, packed_of(largest_unrolled_order)> square{};
   int info = 0;
+  // orders known to the compiler: the loops over the equations of a level are unrolled
   switch (n) {
   case 1:
     info = draw_order<1>(r.sources.marsaglia, w, form, square.data());
@@ -359,6 +374,7 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
     break;
   }
   if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
+  // U'A^-1 U came out of the walk: the draw of the matrix need not sum it again
   if (!squared_in_walk(r.model, asked, group)) return;
   std::copy_n(square.data(), n * (n + 1) / 2, fast.square.col(group.number));
   fast.square_done(group.number) = 1;

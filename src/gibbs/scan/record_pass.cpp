@@ -12,7 +12,7 @@ namespace zeph {
 namespace {
 
 // RHS(XD1(i)) += sum over t of y(t) ZDRII(i,t). Elements that are 0 are passed
-// over: what stands in the place of a missing trait may be no number.
+// over: Y_M of a missing trait may be no number.
 void add_right_hand_side(const model_records& model, const design_store& design, sampler_store& sampler,
                          const residual_inverses& inverses, std::int32_t irec, std::int32_t i) {
   const std::int32_t nt = model.nt, trait = design.XD2_M(i, irec);
@@ -56,6 +56,7 @@ void add_prior_precision(const model_records& model, equation_layout& layout,
   }
 }
 
+// A row of the record print: entry, the first nxd columns XD1.., coefficient, solution.
 std::string coefficient_row(const design_store& design, const sampler_store& sampler, std::int32_t irec,
                             std::int32_t nxd, std::int32_t e) {
   const std::array<const mat<std::int32_t>*, 7> columns = {&design.XD1_M, &design.XD2_M, &design.XD3_M,
@@ -71,6 +72,7 @@ std::string coefficient_row(const design_store& design, const sampler_store& sam
 
 void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
                  const std::vector<std::int32_t>& ntr, scan_stage stage) {
+  // RHS = Z'R^-1 y and DI = block diagonal of Z'R^-1 Z, one record after the other
   r.sampler.RHS.fill(0.0);
   for (mat<double>& block : r.layout.DI) block.fill(0.0);
   const bool weights = r.model.has_weights();
@@ -79,6 +81,7 @@ void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_typ
     make_stage_riff(r.model, r.design, r.sampler, r.work.inverses, stage, irec, analysis_type, weights);
     add_record(r.model, r.layout, r.design, r.sampler, r.work.inverses, analysis_type, irec);
   }
+  // CDI: the data's part of the blocks alone, before the prior precision comes in
   if (iround == 0)
     for (std::size_t g = 0; g < r.layout.DI.size(); ++g)
       std::copy(r.layout.DI[g].begin(), r.layout.DI[g].end(), r.layout.CDI[g].begin());
@@ -93,6 +96,7 @@ void BDDRMC_GS(scan_records& r, const directives& asked, const round_state& stat
   const design_store& d = r.design;
   const bool weights = r.model.has_weights();
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
+    // the first ten records in the first five rounds
     const bool printed = asked.test_level > 1 && state.iround < 6 && irec < 11;
     const std::int32_t m = d.M_M(irec);
     bool concerned = printed; // the record has an entry of the group
@@ -103,8 +107,9 @@ void BDDRMC_GS(scan_records& r, const directives& asked, const round_state& stat
       BDDRMC_XD_PRINT(r.model, r.design, r.sampler, r.work.inverses, r.report, "BDDRMC_GS", irec, 3);
     for (std::int32_t i = 1; i <= m; ++i) {
       if (d.XD3_M(i, irec) != g || !entry_active(r.design, r.layout, irec, i, asked.analysis_type)) continue;
-      double rhs =
-          r.sampler.RHS(d.XD1_M(i, irec)); // rhs -= z_i' R^-1 z_j sol_j, j of other levels and groups
+      // RHS_i -= z_i' R^-1 z_j sol_j over the entries j of other levels and groups, entry by entry: the
+      // order of the terms is part of what the plain body means
+      double rhs = r.sampler.RHS(d.XD1_M(i, irec));
       for (std::int32_t j = 1; j <= m; ++j) {
         const bool same_level = d.XD3_M(j, irec) == g && d.XD4_M(j, irec) == d.XD4_M(i, irec);
         if (same_level || d.XD1_M(j, irec) <= 0 ||
@@ -125,6 +130,7 @@ void BDDRMC_XD_PRINT(const model_records& model, const design_store& design, con
     log_message(report, "ERROR BDDRMC_XD_PRINT must be calle with", "2 <= nxd <= 7", "");
     return;
   }
+  // nxd = 2..7: one column of the design more each time
   constexpr std::array<std::string_view, 6> headers = {
       "   No   Equation Trait  Contribution         Solutions",
       "   No   Equation Trait Group  Contribution         Solutions",
@@ -133,6 +139,7 @@ void BDDRMC_XD_PRINT(const model_records& model, const design_store& design, con
       "   No   Equation Trait Group    level Eq/level Eq type  Contribution         Solutions",
       "   No   Equation Trait Group    level Eq/level Eq type  R eff. Contribution         Solutions"};
   const std::int32_t nt = model.nt;
+  // record, mask of its traits, residual group; then y, R^-1 of the record and its weights
   say(report);
   say(report, free_row()
                   .text(name)

@@ -22,12 +22,12 @@ inline void bddrmc_init(scan_records& r, const directives& asked, const round_st
 }
 
 // Takes out of the right-hand sides of group g the part of every equation that
-// does not share both group and level, with sol as it stands.
+// does not share both group and level, with sol as it is now.
 void BDDRMC_GS(scan_records& r, const directives& asked, const round_state& state, scan_stage stage,
                std::int32_t g);
 
 // Prints one record for testing, with the columns that nxd = 2..7 names. With
-// any other nxd only the message routine is called and the run goes on.
+// any other nxd only the message routine is called and the run continues.
 void BDDRMC_XD_PRINT(const model_records& model, const design_store& design, const sampler_store& sampler,
                      const residual_inverses& inverses, reporting& report, std::string_view name,
                      std::int32_t irec, std::int32_t nxd);

@@ -34,7 +34,9 @@ void allocate_residual_inverses(const model_records& m, residual_inverses& work,
   for (std::int32_t g = 1; g <= groups; ++g)
     for (std::int32_t p = 0; p <= residual.n_pat; ++p)
       for (std::int32_t j = 1; j <= nt; ++j)
+        // after the sweeps the rows of the mask hold R_oo^-1; the others hold what is left given them
         for (std::int32_t i = 1; i <= nt; ++i)
+          // pattern p and group g last: the nt x nt matrix that a record needs is contiguous
           work.by_pattern(i, j, p, g) = residual.HETGR_RIIF(m.hetgr_index(g), p, i, j);
 }
 
@@ -42,6 +44,8 @@ void make_riff(const model_records& model, const design_store& design, const sam
                residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type, bool weights) {
   mat<double>& riff = inverses.riff;
   const std::int32_t g = design.IRESG_M(irec);
+  // solver: R_oo^-1 of the record's pattern, 0 in missing traits; with sampling every missing trait
+  // holds an imputed residual, so that the full R^-1 of the group applies
   const double* source =
       analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), g) : sampler.RCOVI.slice(g);
   std::copy_n(source, riff.size(), riff.data());

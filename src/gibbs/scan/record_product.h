@@ -5,7 +5,7 @@
 // residual inverse R^-1 = riff:
 //   ZDRII(i,t) = riff(t_i,t) ZD(i)
 //   ZMATLOW(i,k) = ZDRII(i,t_k) ZD(k), i >= k, doubled when i and k > i meet in
-//   one equation: the cross term then stands twice in z z'.
+//   one equation: the cross term then occurs twice in z z'.
 #pragma once
 
 #include "gibbs/residuals/residual_conditional.h"

@@ -22,10 +22,12 @@ const group_form& form_of(const residual_form& fast, std::int32_t g) {
   return fast.groups[static_cast<std::size_t>(g - 1)];
 }
 
+// Rows of a level beyond NGR(g,2) belong to traits that the model in force leaves out.
 bool active(const design_slot& slot, std::int32_t places) { return slot.place <= places; }
 
 // e -= Z x over the elements of one slot that lie in records lo..hi of block b
 void subtract_slot(const design_slot& slot, const double* x, double* e, std::int64_t lo, std::int64_t hi) {
+  // element i of the slot is record i: no list of records to read
   if (slot.every_record) {
     const std::int32_t* row = slot.row.data();
     if (slot.ones) {
@@ -36,6 +38,7 @@ void subtract_slot(const design_slot& slot, const double* x, double* e, std::int
     }
     return;
   }
+  // first(b+1) .. first(b+2)-1: the elements in records of block b
   const std::int64_t block = lo / records_of_block;
   const std::int64_t from = slot.first(block + 1), to = slot.first(block + 2);
   const std::int32_t *row = slot.row.data(), *rec = slot.rec.data();
@@ -57,6 +60,7 @@ void add_slot(const design_slot& slot, const double* w, double* sums, double* pa
   if (slot.every_record) {
     std::int64_t i = lo;
     if (apart > 0) {
+      // four neighbours add to four arrays, so that no addition waits for the one before it
       double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
       for (; i + 4 <= hi; i += 4) {
         const double* v = w + (i - lo);
@@ -107,6 +111,7 @@ struct class_columns {
     x[n++] = solutions;
     return true;
   }
+  // e_i -= x1(r1_i) + x2(r2_i): two columns in one walk, each residual loaded and stored once
   void subtract(double* e, std::int64_t lo, std::int64_t hi) const {
     int k = 0;
     for (; k + 2 <= n; k += 2) {
@@ -129,6 +134,7 @@ void pass_on(const std::int32_t* left, const double* x, const std::int32_t* ente
   if (apart > 0) {
     double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
     for (; i + 4 <= hi; i += 4) {
+      // e = e - Z_left x of four records, then each into the partial sum of its remainder
       const double e0 = e[i] - x[left[i]], e1 = e[i + 1] - x[left[i + 1]];
       const double e2 = e[i + 2] - x[left[i + 2]], e3 = e[i + 3] - x[left[i + 3]];
       e[i] = e0, e[i + 1] = e1, e[i + 2] = e2, e[i + 3] = e3;
@@ -145,12 +151,14 @@ void pass_on(const std::int32_t* left, const double* x, const std::int32_t* ente
   }
 }
 
-// The one column of a group, when it is of classes that every record has.
+// The one column of a group, when it is of classes that every record has; else null.
 const design_slot* lone_class(const group_form& group, std::int32_t places) {
   if (group.slots.size() != 1 || !active(group.slots[0], places)) return nullptr;
   return group.slots[0].every_record && group.slots[0].ones ? &group.slots[0] : nullptr;
 }
 
+// R^-1 of record irec (from 1), nt x nt, without weights: in the solver that of the record's pattern (the
+// swept one among the sources of covariables), with sampling that of its residual group.
 const double* residual_inverse(const design_store& design, const sampler_store& sampler,
                                const residual_inverses& inverses, const residual_form& fast,
                                const directives& asked, scan_stage stage, std::int64_t irec) {
@@ -217,12 +225,16 @@ void walk_records(const model_records& model, const equation_layout& layout, con
   const std::int64_t extent = g > 0 ? std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride : 0;
   const std::int64_t apart = extent <= most_partial ? extent : 0;
   if (apart > 0) std::fill_n(fast.partial.data(), (n_partial_sums - 1) * apart, 0.0);
+  // One trait and one matrix: R^-1 is a number, and RHS = R^-1 (Z'e) is scaled after the sums. With one
+  // column of classes on either side, leaving and entering are one walk over the residuals.
   const bool plain_scale = fast.one_matrix && model.nt == 1;
   const design_slot *from = nullptr, *to = nullptr;
   if (plain_scale && left > 0 && g > 0) {
     from = lone_class(form_of(fast, left), layout.NGR(left, 2));
     to = lone_class(*entered, layout.NGR(g, 2));
   }
+  // a block of records at a time, so that its residuals stay in the near caches: e -= Z_left change, then
+  // W = R^-1 e, then RHS += Z_entered' W
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
     if (from != nullptr && to != nullptr) {
@@ -258,6 +270,7 @@ void walk_records(const model_records& model, const equation_layout& layout, con
   }
 }
 
+// z of the changing slots from ZD_M: mixture indicators and covariables made from solutions.
 void read_changing_coefficients(const design_store& design, residual_form& fast) {
   for (group_form& group : fast.groups)
     for (design_slot& slot : group.slots) {
@@ -278,6 +291,7 @@ void move_changing_coefficients(const equation_layout& layout, const design_stor
       double* e = fast.E.col(slot.trait);
       for (std::int64_t k = 1; k <= slot.row.size(); ++k) {
         const std::int64_t rec = slot.every_record ? k : slot.rec(k) + 1;
+        // e = y - z_old b becomes y - z b
         const double z = design.ZD_M(slot.entry(k), rec);
         if (taken) e[rec - 1] -= (z - slot.z(k)) * x[slot.row(k)];
         slot.z(k) = z;
@@ -310,11 +324,13 @@ void add_slot_products(const model_records& model, const design_store& design, c
                        mat<double>& DI) {
   const std::int64_t n = a.row.size(), m = b.row.size();
   const bool same = &a == &b, alike = fast.one_matrix;
+  // element (place of a, place of b) of the packed block, from 0
   const std::int32_t element = ihmij(a.place, b.place, 0) - 1;
   const double c1 = alike && design.nobs > 0 ? weighted_inverse(model, design, sampler, inverses, values,
                                                                 fast, asked, stage, 1, a.trait, b.trait)
                                              : 0.0;
   const std::int32_t *row_a = a.row.data(), *row_b = b.row.data();
+  // a group of one level sums in a register
   double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
   double sum = 0.0;
   for (std::int64_t k = 0, l = 0; k < n && l < m;) {
@@ -342,6 +358,7 @@ void add_slot_products(const model_records& model, const design_store& design, c
 
 // DI(g) = D of all levels, summed over the records.
 void sum_blocks(scan_records& r, const directives& asked, scan_stage stage, std::int32_t g) {
+  // each pair of slots once, a slot with itself included: D is symmetric and stored packed
   mat<double>& DI = r.layout.DI_of(g);
   DI.fill(0.0);
   const std::vector<design_slot>& slots = form_of(r.work.fast, g).slots;
@@ -365,6 +382,7 @@ void complete_blocks(const model_records& model, equation_layout& layout, const 
   for (std::int32_t l = 1; l <= levels; ++l) {
     double* block = layout.DI_of(g).col(l);
     if (!form.changing) level_block(sampler, form, n, l, block);
+    // e lacks the level's own part too: Z_l'R^-1 e + D_l b_l is its right-hand side
     const std::int64_t e0 = group.base + (l - 1) * group.stride;
     double* rhs = sampler.RHS.data() + e0;
     const double* sol = sampler.sol.data() + e0;
@@ -389,6 +407,7 @@ void restrict_elsewhere(const equation_layout& layout, residual_form& fast, std:
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     const std::int64_t row = equation - std::int64_t{1} - layout.group(g).base;
     if (row < 0 || row >= std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride) continue;
+    // e += z sol of every record that has the equation
     for (const design_slot& slot : form_of(fast, g).slots) {
       if (!active(slot, layout.NGR(g, 2))) continue;
       double* e = fast.E.col(slot.trait);
@@ -408,7 +427,7 @@ std::int32_t last_group(const equation_layout& layout) {
 
 #ifdef ZEPH_DEBUG_VIEWS
 // Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
-// against y - Z b made anew; a difference beyond rounding ends the process.
+// against y - Z b computed from scratch; a difference beyond rounding ends the process.
 void check_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
                      const sampler_store& sampler, residual_form& fast, const directives& asked,
                      const round_state& state) {
@@ -429,13 +448,15 @@ void check_residuals(const model_records& model, const equation_layout& layout, 
     fmt::print(stderr, "residuals drifted by {} in round {}\n", drift, state.iround);
     std::abort();
   }
-  std::apart(kept.begin(), kept.end(), E.begin());
+  std::copy(kept.begin(), kept.end(), E.begin());
 }
 #else
 void check_residuals(const model_records&, const equation_layout&, const design_store&, const sampler_store&,
                      residual_form&, const directives&, const round_state&) {}
 #endif
 
+// Group 1 when its regressions are mixture distances, which sample_level draws again while they break
+// their rule.
 bool mixture_rule_holds(const equation_layout& layout, const level_work& work, std::int32_t g) {
   return g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty();
 }
@@ -445,6 +466,7 @@ bool mixture_rule_holds(const equation_layout& layout, const level_work& work, s
 scan_body body_of(scan_records& r, const directives& asked) {
   scan_body& body = r.work.body;
   if (body == scan_body::unchosen)
+    // the choice is made once a run: both bodies give the same chain, up to rounding
     body = asked.test_level <= 1 && build_residual_form(r, asked) ? scan_body::fast : scan_body::plain;
   return body;
 }
@@ -456,6 +478,7 @@ void fresh_residuals(const model_records& model, const equation_layout& layout, 
   const float* y = design.Y_M.data();
   for (std::int32_t t = 1; t <= nt; ++t) {
     double* e = fast.E.col(t);
+    // with sampling Y_M of a missing trait is its imputed residual; the solver leaves it out, e = 0
     if (asked.analysis_type > 0 && nt == 1)
       for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
     else
@@ -483,6 +506,7 @@ void residual_body::begin_round(scan_records& r, const directives& asked, const 
     walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, 0);
     move_changing_coefficients(r.layout, r.design, r.sampler, r.work.fast);
   } else {
+    // E still holds when neither y nor coefficients have changed since the last residual pass
     read_changing_coefficients(r.design, r.work.fast);
     form.pending = 0;
     if (form.valid_round != state.iround)
@@ -490,6 +514,7 @@ void residual_body::begin_round(scan_records& r, const directives& asked, const 
         fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
                         std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
   }
+  // from the first change of a group on E holds only within the round
   form.valid_round = -1;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)
     if (form_of(r.work.fast, g).changing && in_stage(r.design, stage, g)) sum_blocks(r, asked, stage, g);
@@ -511,10 +536,11 @@ void residual_body::solve_group(scan_records& r, const directives& asked, round_
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   if (stage == scan_stage::all && asked.analysis_type >= 2 && state.gropd(g) != 0 &&
       r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
-    // the residual pass that follows makes the residuals anew from the solutions
+    // the residual pass that follows computes the residuals from scratch from the solutions
     draw_levels(r, asked, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
     return;
   }
+  // larger blocks, the solver, and draws that may be repeated: change = new less old solutions
   const double* sol = r.sampler.sol.data() + r.layout.group(g).base;
   double* change = r.work.fast.change.data();
   std::copy_n(sol, extent, change);
@@ -529,6 +555,7 @@ void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
   for (std::int32_t k = 1; k <= r.sampler.n_IREST; ++k) {
     const std::int64_t e = r.sampler.IREST(k) - std::int64_t{1} - base;
     double& sol = r.sampler.sol(r.sampler.IREST(k));
+    // in the group being left: its change is -old; in another: E takes the part back at once
     if (e >= 0 && e < extent && r.layout.NGR(g, 2) > 0) {
       r.work.fast.change(e + 1) -= sol;
     } else if (sol != 0.0) {

@@ -17,7 +17,7 @@ namespace zeph {
 scan_body body_of(scan_records& r, const directives& asked);
 
 struct residual_body {
-  // Residuals of all records as they stand, the round's sums for diagonal blocks.
+  // Brings E up to date with the solutions, and sums the round's diagonal blocks where they change.
   void begin_round(scan_records& r, const directives& asked, const round_state& state,
                    scan_stage stage) const;
   // RHS of group g: what its records give, the level's own part included.
@@ -33,8 +33,8 @@ struct residual_body {
   void ready_values(scan_records& r, const directives& asked) const;
 };
 
-// E(rec,t) = y - Z b for the records lo+1..hi with sol as it stands. Missing traits:
-// 0 when analysis_type is 0 or less, else what stands in Y_M.
+// E(rec,t) = y - Z b for the records lo+1..hi with sol as it is now. For missing traits y is
+// what Y_M holds; when analysis_type is 0 or less their residual is 0.
 void fresh_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
                      const sampler_store& sampler, residual_form& fast, const directives& asked,
                      std::int64_t lo, std::int64_t hi);

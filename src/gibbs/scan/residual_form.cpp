@@ -28,6 +28,7 @@ std::int64_t extent_of(const equation_layout& layout, std::int32_t g) {
 // An entry that takes part in some model of the run.
 bool takes_part(const design_store& d, std::int32_t e, std::int32_t irec) { return d.XD2_M(e, irec) > 0; }
 
+// Two groups that share equations would each miss the other's changes in E.
 bool ranges_are_disjoint(const equation_layout& layout) {
   std::vector<std::pair<std::int64_t, std::int64_t>> ranges;
   for (std::int32_t g = 1; g <= layout.ngroups; ++g)
@@ -88,9 +89,11 @@ struct slot_finder {
                     std::int32_t e) {
     const auto g = static_cast<std::size_t>(d.XD3_M(e, irec) - 1);
     const auto kind = static_cast<std::size_t>((d.XD5_M(e, irec) - 1) * nt + d.XD2_M(e, irec) - 1);
+    // several entries of one trait and place in a record: a chain of slots, the k-th entry in the k-th slot
     std::int64_t* link = &heads[g][kind];
     while (*link >= 0 && places[g][static_cast<std::size_t>(*link)].last == irec)
       link = &places[g][static_cast<std::size_t>(*link)].next;
+    // the chain ends before a slot that this record has not used: one more
     if (*link < 0) {
       *link = static_cast<std::int64_t>(form.slots.size());
       const std::int64_t made = *link;
@@ -126,6 +129,7 @@ void size_slots(const model_records& model, const equation_layout& layout, const
       std::vector<slot_size>& counts = sizes[static_cast<std::size_t>(design.XD3_M(e, irec) - 1)];
       while (counts.size() < group.slots.size()) append_row(report, counts, "slot%size", routine);
       ++counts[static_cast<std::size_t>(&slot - group.slots.data())].count;
+      // z is stored where it is not 1 throughout, or may come to differ from 1
       if (coefficient_changes(layout, design, asked, irec, e)) slot.changing = group.changing = true;
       if (slot.changing || design.ZD_M(e, irec) != 1.0) slot.ones = false;
     }
@@ -139,6 +143,7 @@ void allocate_slots(const design_store& design, residual_form& fast, reporting& 
   for (std::size_t g = 0; g < fast.groups.size(); ++g)
     for (std::size_t s = 0; s < fast.groups[g].slots.size(); ++s) {
       design_slot& slot = fast.groups[g].slots[s];
+      // count = nobs: at most one element a record, hence element i is record i
       const std::int64_t count = sizes[g][s].count;
       slot.every_record = count == nobs;
       allocate(report, slot.row, "slot%row", routine, count);
@@ -165,6 +170,7 @@ void fill_slots(const model_records& model, const equation_layout& layout, const
       const std::int64_t k =
           ++sizes[static_cast<std::size_t>(g - 1)][static_cast<std::size_t>(&slot - group.slots.data())]
                 .count;
+      // equation of the group, from 0: (level-1) stride + place-1
       slot.row(k) = static_cast<std::int32_t>(design.XD1_M(e, irec) - 1 - layout.group(g).base);
       if (!slot.ones) slot.z(k) = design.ZD_M(e, irec);
       if (slot.changing) slot.entry(k) = e;
@@ -232,12 +238,14 @@ void for_each_product(const model_records& model, const design_store& design, co
         if (design.XD3_M(k, irec) != design.XD3_M(i, irec) || design.XD4_M(k, irec) != design.XD4_M(i, irec))
           continue;
         if (!takes_part(design, k, irec)) continue;
+        // element (place_i, place_k) of the level's packed block
         block_term term;
         term.element = ihmij(design.XD5_M(i, irec), design.XD5_M(k, irec), 0) - 1;
         double product;
         if (fast.constant_R) {
           product = record_product(design, inverses.riff, irec, i, k);
         } else {
+          // R changes in the run: the product without R^-1, whose element (ti,tj) of group h comes in each round
           term.ti = std::max(design.XD2_M(i, irec), design.XD2_M(k, irec));
           term.tj = std::min(design.XD2_M(i, irec), design.XD2_M(k, irec));
           term.h = design.IRESG_M(irec);
@@ -268,18 +276,20 @@ std::int64_t term_index(const std::vector<block_term>& terms, const block_term& 
 // than allowed, or coefficients change, the group sums D over its records in each round.
 void build_terms(scan_records& r, const directives& asked) {
   residual_form& form = r.work.fast;
+  // first the distinct terms of each group, to size the sums
   for_each_product(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, asked,
                    [&](std::int32_t g, std::int32_t, const block_term& term, double) {
                      group_form& group = form_of(form, g);
                      if (!group.changing && term_index(group.terms, term) < 0)
                        append_row(r.report, group.terms, "terms", routine, term);
                    });
+  // bytes: about what the records themselves take, 36 an entry, and some more
   std::int64_t room = term_allowance + std::int64_t{36} * r.design.m * r.design.nobs;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
     group_form& group = form_of(form, g);
     const std::int64_t terms = static_cast<std::int64_t>(group.terms.size()), levels = r.layout.NGR(g, 1);
     if (group.changing || terms * levels * 8 > room) {
-      group.changing = true; // many groups of records: cheaper summed anew than kept
+      group.changing = true; // many groups of records: cheaper summed again than kept
       group.terms.clear();
       continue;
     }
@@ -297,6 +307,7 @@ void build_terms(scan_records& r, const directives& asked) {
 
 // ---- levels that are alike ----
 
+// One step of a multiplicative hash, 2^64 over the golden ratio; equal bits give equal hashes.
 std::uint64_t mixed(std::uint64_t h, double x) {
   h ^= std::bit_cast<std::uint64_t>(x);
   h *= 0x9E3779B97F4A7C15U;
@@ -327,6 +338,7 @@ std::vector<std::int32_t> find_classes(const model_records& model, const equatio
   allocate(report, group.level_class, "level_class", routine, levels);
   for (std::int32_t l = 1; l <= levels; ++l) {
     const double diag = diagonal_of(model, layout, relations, g, l);
+    // a level by its diagonal element of the relationship inverse and all its sums, compared bit by bit
     std::uint64_t h = mixed(0, diag);
     for (std::int64_t k = 1; k <= terms; ++k) h = mixed(h, group.sums(l, k));
     std::size_t at = static_cast<std::size_t>(h) & wrap; // open addressing, one step at a time
@@ -338,6 +350,7 @@ std::vector<std::int32_t> find_classes(const model_records& model, const equatio
       if (alike) break;
     }
     if (table[at] < 0) {
+      // too many classes for their blocks to pay: give up
       if (static_cast<std::int64_t>(first.size() + 1) * levels_of_class > levels) return {};
       table[at] = static_cast<std::int32_t>(first.size());
       append_row(report, first, "class_level", routine, l);
@@ -402,10 +415,10 @@ void build_links(const model_records& model, const relationship_store& relations
     allocate(report, links.val, "links%val", routine, rows.val.size());
     std::int64_t at = 0;
     for (std::int64_t l = 1; l <= levels; ++l)
-      for (const bool behind : {false, true})
+      for (const bool later : {false, true}) // two walks over the row: levels before l, then after l
         for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node) {
-          if ((rows.col(node) > l) != behind) continue;
-          ++(behind ? links.after : links.before)(l);
+          if ((rows.col(node) > l) != later) continue;
+          ++(later ? links.after : links.before)(l);
           links.col(++at) = rows.col(node) - 1;
           links.val(at) = rows.val(node);
         }
@@ -424,6 +437,7 @@ void build_masks(const model_records& model, const design_store& design, const s
     const std::int32_t mask = design.ISIT_M(irec);
     auto at = std::lower_bound(known.begin(), known.end(), std::pair{mask, std::int32_t{-1}});
     if (at == known.end() || at->first != mask) {
+      // too much room for sums by mask: by_masks stays false
       if (static_cast<std::int64_t>(known.size() + 1) * packed * G > most_products) return;
       const auto index = at - known.begin();
       make_room(report, known, "masks", routine);
@@ -438,6 +452,7 @@ void build_masks(const model_records& model, const design_store& design, const s
   }
   const std::int64_t masks = static_cast<std::int64_t>(fast.masks.size());
   allocate(report, fast.products, "products", routine, packed, masks, G);
+  // per mask and group: nt^2 coefficients and the set-up of the draw of its missing traits
   allocate(report, fast.conditional, "conditional", routine, nt * nt + gmn_size(model.nt), masks, G);
   allocate(report, fast.counts, "counts", routine, masks, G);
   allocate(report, fast.prepared, "prepared", routine, masks * G);
@@ -471,6 +486,7 @@ bool shares_one_matrix(const model_records& model, const design_store& design, c
                        const directives& asked) {
   if (model.has_weights()) return false;
   if (asked.analysis_type > 0) return sampler.G == 1;
+  // solver: R_oo^-1 depends on the pattern of the record and on its group
   for (std::int32_t irec = 2; irec <= design.nobs; ++irec)
     if (design.C_ISIT_M(irec) != design.C_ISIT_M(1) || design.IRESG_M(irec) != design.IRESG_M(1) ||
         design.ISIT_M(irec) != design.ISIT_M(1))
@@ -494,6 +510,7 @@ void invert_masks(const model_records& model, const sampler_store& sampler, resi
 void count_masks(const design_store& design, residual_form& form) {
   form.counts.fill(0);
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
+    // mixtures move records between groups: counted again each round then
     ++form.counts(form.mask_of(irec) + 1, design.IRESG_M(irec));
 }
 
@@ -502,6 +519,7 @@ bool coefficient_changes(const equation_layout& layout, const design_store& desi
   if (design.XD6_M(e, irec) > 0) return true;
   if (!scans_in_two_stages(asked)) return false;
   const group_kind kind = layout.group(design.XD3_M(e, irec)).kind;
+  // only regressions on solutions change: their coefficient is that of the data times a solution
   if (kind != group_kind::plain_regressions && kind != group_kind::nested_regression) return false;
   return is_turned(design.covariates, design.XD1_M(e, irec));
 }
@@ -514,9 +532,10 @@ bool build_residual_form(scan_records& r, const directives& asked) {
   form.constant_R = asked.analysis_type < 3;
   form.one_matrix = shares_one_matrix(r.model, r.design, r.sampler, asked);
   allocate_rows(r.report, form.groups, "groups", routine, r.layout.ngroups);
-  // mixtures move records between residual groups
+  // mixtures move records between residual groups: sums by group would have to follow each move
   if (r.sampler.G > 1 && r.model.has_type(trait_mixture))
     for (group_form& group : form.groups) group.changing = true;
+  // in this order: columns of the design, sums of products, levels that are alike, links, masks
   build_slots(r.model, r.layout, r.design, r.work.fast, r.report, asked);
   build_terms(r, asked);
   build_classes(r.model, r.layout, r.relations, r.work.fast, r.report, asked);

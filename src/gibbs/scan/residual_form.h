@@ -3,7 +3,7 @@
 // all records, and the sums of coefficient products that the diagonal blocks
 // are made from.
 //
-// With e = y - Z b the residuals as they stand when group g is entered, the
+// With e = y - Z b the residuals as they are when group g is entered, the
 // right-hand sides of its level l are, for the rows Z_l of the level,
 //   RHS_l = Z_l' R^-1 e + D_l b_l,   D_l = Z_l' R^-1 Z_l,
 // since e lacks the level's own part too. It equals Z' R^-1 y less the parts of
@@ -27,7 +27,7 @@ struct scan_records;
 // At most one element a record; elements in record order.
 struct design_slot {
   std::int32_t trait = 0, place = 0; // from 1
-  bool every_record = false;         // element r belongs to record r; otherwise rec tells
+  bool every_record = false;         // element r belongs to record r; otherwise rec
   bool ones = true;                  // all coefficients are 1; otherwise z holds them
   bool changing = false;             // coefficients are read again from ZD_M in each round
   vec<std::int32_t> row;             // equation of the group, from 0: (level-1) stride + place - 1
@@ -58,7 +58,7 @@ struct group_form {
 
 // The relationship rows of a factor for the walk over its levels, in the order of
 // the levels: first the links to levels before the row's own, then to those
-// behind it. So the sum of squares comes out of the walk:
+// after it. So the sum of squares comes out of the walk:
 //   u' A^-1 u = sum over l of a(l,l) u_l^2 + 2 u_l sum over c < l of a(l,c) u_c.
 struct link_form {
   vec<std::int32_t> before, after; // levels: numbers of links
@@ -91,7 +91,7 @@ struct residual_form {
   mat<double> E;                  // nobs x nt: residuals, not weighted
   vec<double> change;             // largest group: new less old solutions of the group left last
   std::int32_t pending = 0;       // that group, while its change is not yet in E; 0: none
-  std::int64_t valid_round = -1;  // round at whose head E holds as it stands; -1: none
+  std::int64_t valid_round = -1;  // round at whose head E still holds; -1: none
   mat<double> W;                  // records_of_block x nt: R^-1 e of a block of records
   vec<double> weighed;            // nt: weighted residuals of one record
   vec<double> partial;            // partial sums of small groups

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::int32_t most_printed = 50;
 
+// Element by element, rows i, j, value: the lower triangle of level 1 of each group.
 void print_first_blocks(const equation_layout& layout, reporting& report) {
   say(report, "First diagonal block in each group");
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
@@ -21,6 +22,7 @@ void print_first_blocks(const equation_layout& layout, reporting& report) {
   }
 }
 
+// A row a level: group, level, packed block; at most 50 levels a group.
 void print_blocks(const equation_layout& layout, reporting& report) {
   say(report, "Current diagonal blocks");
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
