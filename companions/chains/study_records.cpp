@@ -1,7 +1,7 @@
 #include "chains/study_records.h"
 
 #include "formats/byte_file.h"
-#include "prepare/toml_parser.h"
+#include "shared/toml_parser.h"
 
 #include <array>
 #include <fmt/format.h>

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "chains/directive_text.h"
-#include "chains/sha256.h"
 #include "chains/study_records.h"
+#include "shared/sha256.h"
 
 #include <cstdint>
 #include <string>

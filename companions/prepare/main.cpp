@@ -1,12 +1,12 @@
 // zeph-prepare: a model description, CSV data and a pedigree become a work directory of ZEPH.
 // Exit codes: 0 done; 1 a fault in the description or the data, nothing is written; 2 command line or files.
 #include "formats/byte_file.h"
-#include "prepare/messages.h"
-#include "prepare/model_assembly.h"
-#include "prepare/model_description.h"
-#include "prepare/readable_file.h"
-#include "prepare/summary.h"
-#include "prepare/work_directory.h"
+#include "prepare/description/model_description.h"
+#include "prepare/messages/messages.h"
+#include "prepare/model/model_assembly.h"
+#include "prepare/output/summary.h"
+#include "prepare/output/work_directory.h"
+#include "prepare/tables/readable_file.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

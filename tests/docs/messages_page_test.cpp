@@ -43,7 +43,7 @@ const std::vector<program>& programs() {
 
 // Sources whose texts are no messages.
 constexpr std::array<std::string_view, 1> report_sources = {
-    "companions/prepare/summary.cpp", // the summary of a preparation
+    "companions/prepare/output/summary.cpp", // the summary of a preparation
 };
 
 // Beginnings of literals that are no messages.
@@ -66,17 +66,17 @@ constexpr std::array<other_text, 24> other_texts = {{
     {"companions/prepare/main.cpp", "Makes a work directory for ZEPH"},
     {"companions/watch/main.cpp", "Shows where running chains"},
     // names of kinds of repeated faults, of which ten are shown
-    {"companions/prepare/covariable_values.cpp", "outside range "},
-    {"companions/prepare/factor_levels.cpp", "no level in "},
-    {"companions/prepare/given_matrix.cpp", "two values "},
-    {"companions/prepare/pedigree.cpp", "different parents "},
-    {"companions/prepare/pedigree.cpp", "equal lines "},
-    {"companions/prepare/pedigree.cpp", "group line "},
-    {"companions/prepare/pedigree.cpp", "no animal "},
-    {"companions/prepare/pedigree.cpp", "not in pedigree "},
-    {"companions/prepare/pedigree.cpp", "sire and dam "},
-    {"companions/prepare/pedigree_inverse.cpp", "no variance "},
-    {"companions/prepare/trait_values.cpp", "values of "},
+    {"companions/prepare/parts/covariable_values.cpp", "outside range "},
+    {"companions/prepare/parts/factor_levels.cpp", "no level in "},
+    {"companions/prepare/parts/given_matrix.cpp", "two values "},
+    {"companions/prepare/parts/pedigree.cpp", "different parents "},
+    {"companions/prepare/parts/pedigree.cpp", "equal lines "},
+    {"companions/prepare/parts/pedigree.cpp", "group line "},
+    {"companions/prepare/parts/pedigree.cpp", "no animal "},
+    {"companions/prepare/parts/pedigree.cpp", "not in pedigree "},
+    {"companions/prepare/parts/pedigree.cpp", "sire and dam "},
+    {"companions/prepare/parts/pedigree_inverse.cpp", "no variance "},
+    {"companions/prepare/records/trait_values.cpp", "values of "},
 }};
 
 std::string content(const fs::path& file) {

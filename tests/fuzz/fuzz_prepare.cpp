@@ -4,11 +4,11 @@
 #include "control/chain_loop.h"
 #include "control/run_driver.h"
 #include "listing/stops.h"
-#include "prepare/messages.h"
-#include "prepare/model_assembly.h"
-#include "prepare/model_description.h"
-#include "prepare/summary.h"
-#include "prepare/work_directory.h"
+#include "prepare/description/model_description.h"
+#include "prepare/messages/messages.h"
+#include "prepare/model/model_assembly.h"
+#include "prepare/output/summary.h"
+#include "prepare/output/work_directory.h"
 #include "support/places.h"
 
 #include <algorithm>

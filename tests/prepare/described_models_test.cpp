@@ -1,7 +1,7 @@
 // Whole descriptions as a user writes them, on data made here: a univariate animal model, two traits with a
 // maternal effect, and a random regression with residual groups.
 #include "control/run_driver.h"
-#include "prepare/work_directory.h"
+#include "prepare/output/work_directory.h"
 #include "support/prepared_case.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // The examples of the repository, from their description through the whole program to their answers.
 #include "control/run_driver.h"
-#include "prepare/csv_columns.h"
-#include "prepare/work_directory.h"
+#include "prepare/output/work_directory.h"
+#include "prepare/tables/csv_columns.h"
 #include "support/places.h"
 #include "support/prepared_case.h"
 

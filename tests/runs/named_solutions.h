@@ -9,9 +9,9 @@
 #include "runs/csv_table.h"
 #include "runs/whole_run.h"
 
-#include "prepare/model_assembly.h"
-#include "prepare/model_description.h"
-#include "prepare/work_directory.h"
+#include "prepare/description/model_description.h"
+#include "prepare/model/model_assembly.h"
+#include "prepare/output/work_directory.h"
 
 #include <map>
 #include <nlohmann/json.hpp>

@@ -1,9 +1,9 @@
 // A description and its files in a scratch directory, prepared in memory.
 #pragma once
 
-#include "prepare/messages.h"
-#include "prepare/model_assembly.h"
-#include "prepare/model_description.h"
+#include "prepare/description/model_description.h"
+#include "prepare/messages/messages.h"
+#include "prepare/model/model_assembly.h"
 #include "support/scratch_directory.h"
 
 #include <map>

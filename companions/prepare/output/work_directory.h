@@ -1,0 +1,40 @@
+// Writes the work directory: the files that ZEPH reads, and those that tell what stands in them.
+#pragma once
+
+#include "prepare/model/model_assembly.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace zeph::prepare {
+
+struct directory_result {
+  bool ok = false;
+  std::string fault;                // what could not be written
+  bool mixed = false;               // after a fault: some files are new, others those of before
+  std::vector<std::string> files;   // written, without the directory
+  std::vector<std::string> removed; // of a former preparation
+};
+
+// MODINF, RCDATA_I, RCDATA_R, CODE_TABLE, the directive file, one relationship file per factor that has one,
+// PEDFILEk for a pedigree, and beside them codes_*.csv, prepare.txt (the text given) and names.json.
+//
+// CODE_TABLE has one record per level, the class effects by trait, then the factors. Integers: 2 (class) or 3
+// (factor), code, number of records, level, trait or factor, and for a class its number in the trait; a
+// factor's record has 13, with the codes of sire and dam in places 8 and 9.
+// PEDFILEk has the pairs (sire, dam) of up to 100000 levels in each record.
+//
+// The directory is made when it does not exist. Files of the same names are replaced; those that names.json
+// of a former preparation lists and this one does not write are removed; all others stay. The new files get
+// their names when all of them are written: where one can't be, the former ones stay as they were. The model
+// must be complete.
+directory_result write_work_directory(const model_description& d, const prepared_model& p,
+                                      const std::filesystem::path& directory, const std::string& listing);
+
+// Files in the directory that ZEPH would act on though this preparation did not make them: STOP ends the run,
+// oldsol and r_parm continue an old chain, mixz_prob and mixz_last of a mixture are not written over,
+// ytopredict asks for predictions. A line each.
+std::vector<std::string> disturbing_files(const std::filesystem::path& directory);
+
+} // namespace zeph::prepare

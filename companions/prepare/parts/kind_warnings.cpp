@@ -1,0 +1,131 @@
+#include "prepare/parts/kind_warnings.h"
+
+#include "prepare/messages/messages.h"
+#include "prepare/tables/level_codes.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace zeph::prepare {
+
+namespace {
+
+constexpr std::size_t names_shown = 10;
+
+bool has_categories(trait_kind kind) {
+  return kind == trait_kind::ordered || kind == trait_kind::binary || kind == trait_kind::sequence;
+}
+
+// Levels of a class effect that have the first category alone, or the last one alone.
+std::vector<std::string> levels_of_one_category(const prepared_model& p, std::size_t t, const class_effect& c,
+                                                double first, double last) {
+  std::vector<char> other_than_first(c.code.size(), 0), other_than_last(c.code.size(), 0);
+  for (const std::uint32_t r : p.records.records) {
+    if (p.records.present[t][r] == 0 || c.level[r] == 0) continue;
+    const auto l = static_cast<std::size_t>(c.level[r] - 1);
+    const double y = p.data.traits[t].y[r];
+    if (y != first) other_than_first[l] = 1;
+    if (y != last) other_than_last[l] = 1;
+  }
+  std::vector<std::string> out;
+  for (std::size_t l = 0; l < c.code.size(); ++l)
+    if (other_than_first[l] == 0 || other_than_last[l] == 0)
+      out.push_back(level_name(c.name, shown(c.identification[l])));
+  return out;
+}
+
+void warn_of_one_category(const model_description& d, const prepared_model& p, std::size_t t,
+                          message_log& log) {
+  if (!has_categories(d.traits[t].kind.value)) return;
+  const bool ordered = d.traits[t].kind.value == trait_kind::ordered;
+  const double first = ordered ? 1.0 : 0.0;
+  const double last = first + static_cast<double>(p.data.traits[t].categories.size()) - 1.0;
+  for (const class_effect& c : p.fixed[t].classes) {
+    if (!c.intercept) continue;
+    const std::vector<std::string> levels = levels_of_one_category(p, t, c, first, last);
+    if (!levels.empty())
+      add_warning(
+          log, {p.data.table.file, 0, 0},
+          fmt::format("{} has one outer category only in {}: the solution there has no posterior and\n"
+                      "drifts away; make the effect random, or join levels",
+                      d.traits[t].name, joined(levels, names_shown)));
+  }
+}
+
+// Number of records of a mixed trait by first membership, and the means of its values.
+struct component_start {
+  double n = 0.0, mean = 0.0;
+};
+
+component_start component_of(const prepared_model& p, std::size_t t, std::size_t indicator, double member) {
+  component_start out;
+  for (const std::uint32_t r : p.records.records) {
+    if (p.records.present[t][r] == 0 || p.data.traits[indicator].y[r] != member) continue;
+    out.n += 1.0;
+    out.mean += p.data.traits[t].y[r];
+  }
+  if (out.n > 0.0) out.mean /= out.n;
+  return out;
+}
+
+void check_components(const model_description& d, const prepared_model& p, std::size_t t, message_log& log) {
+  if (d.traits[t].indicator < 0) return;
+  const auto indicator = static_cast<std::size_t>(d.traits[t].indicator);
+  const component_start zero = component_of(p, t, indicator, 0.0), one = component_of(p, t, indicator, 1.0);
+  if (zero.n == 0.0 || one.n == 0.0) {
+    add_error(log, {p.data.table.file, 0, 0},
+              fmt::format("no record of {} begins in component {} of {}", d.traits[t].name,
+                          one.n == 0.0 ? 1 : 0, d.traits[indicator].name));
+    return;
+  }
+  if (one.mean <= zero.mean)
+    add_warning(
+        log, {p.data.table.file, 0, 0},
+        fmt::format("component 1 of {} begins with mean {:.5g} of {}, component 0 with {:.5g}: the shift "
+                    "is held above zero,\nso exchange the memberships, or change the sign of {}",
+                    d.traits[indicator].name, one.mean, d.traits[t].name, zero.mean, d.traits[t].name));
+}
+
+void warn_of_small_components(const model_description& d, message_log& log) {
+  const std::int32_t order = static_cast<std::int32_t>(d.traits.size());
+  if (d.residual.indicator < 0 || d.run.analysis.value < analysis_type::gibbs) return;
+  if (d.residual.prior_df.value > order + 1) return;
+  add_warning(
+      log, {},
+      fmt::format("residual matrices by component and a flat prior: the run stops when a component has "
+                  "fewer than {} records\nin some round; [residual] prior_df = {} or more is safer",
+                  2 * order + 1, order + 2));
+}
+
+void warn_of_sequences(const model_description& d, const prepared_model& p, message_log& log) {
+  const record_sequences& s = p.records.sequences;
+  if (s.position.empty() || s.n_with_event < s.n_subjects) return;
+  for (const trait_section& t : d.traits)
+    if (t.kind.value == trait_kind::sequence)
+      add_warning(log, {p.data.table.file, 0, 0},
+                  fmt::format("all sequences of {} end with an event: the data say nothing about {}", t.name,
+                              d.traits[static_cast<std::size_t>(t.partner)].name));
+}
+
+void note_ordered(const model_description& d, message_log& log) {
+  for (const trait_section& t : d.traits)
+    if (t.kind.value == trait_kind::ordered) {
+      add_note(log, {}, "with an ordered trait the chain can't be continued; choose its length now");
+      return;
+    }
+}
+
+} // namespace
+
+void warn_of_kinds(const model_description& d, const prepared_model& p, message_log& log) {
+  for (std::size_t t = 0; t < d.traits.size(); ++t) {
+    warn_of_one_category(d, p, t, log);
+    check_components(d, p, t, log);
+  }
+  warn_of_small_components(d, log);
+  warn_of_sequences(d, p, log);
+  note_ordered(d, log);
+}
+
+} // namespace zeph::prepare

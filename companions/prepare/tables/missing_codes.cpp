@@ -1,0 +1,35 @@
+#include "prepare/tables/missing_codes.h"
+
+#include "prepare/messages/messages.h"
+#include "prepare/tables/missing_words.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace zeph::prepare {
+
+std::vector<double> missing_numbers(const csv_layout& layout) {
+  std::vector<double> out;
+  double value = 0.0;
+  for (const std::string& code : layout.missing)
+    if (number_in(code, '.', value) || number_in(code, layout.decimal, value)) out.push_back(value);
+  return out;
+}
+
+bool is_missing_number(const csv_columns& table, std::size_t c, std::size_t r) {
+  if (is_missing(table, c, r)) return true;
+  double value = 0.0;
+  if (!number_in(table.cell(c, r), table.layout.decimal, value)) return false;
+  const std::vector<double> codes = missing_numbers(table.layout);
+  return std::ranges::find(codes, value) != codes.end();
+}
+
+std::string missing_hint(const csv_columns& table, std::string_view cell) {
+  if (!is_word_for_nothing(cell)) return {};
+  std::string codes;
+  for (const std::string& code : table.layout.missing) codes += fmt::format("\"{}\", ", code);
+  return fmt::format("if it means that there is no value: [data] missing = [{}\"{}\"]", codes, shown(cell));
+}
+
+} // namespace zeph::prepare
