@@ -8,7 +8,7 @@ namespace zeph {
 
 // Runs the rounds. A file STOP in the work directory ends the chain after a
 // burn-in round or after the next sample round; counts.stop_seen is set in burn-in,
-// and no sampling follows. A converged solver ends the loop that it stands in.
+// and no sampling follows. A converged solver ends the loop of burn-in or sampling that it is in.
 // state.iround is afterwards the round left, or one past the last round.
 void run_chain(run& r);
 

@@ -10,14 +10,14 @@ namespace zeph {
 void report_run(run& r);
 
 // The next model of the enumeration, the last factor turning fastest, dimensions 1..n_rc.
-// Each factor looked at is told on the listing, "i" from the last one down, "j" for those
-// that start at 1 again. False behind the last model: the vector stays. GIF of each
+// Each factor looked at is reported on the listing, "i" from the last one down, "j" for those
+// that start at 1 again. False after the last model: the vector stays. GIF of each
 // factor becomes the inverse of the start matrix's leading block.
 bool next_model(run& r);
 
 // For each model of the enumeration: "Current model" with the model vector, nburn+nround
-// rounds without a stop test, the final reports. Solutions and residual matrices go
-// on from model to model; sums of samples begin anew. On a restart too it begins with
+// rounds without a stop test, the final reports. Solutions and residual matrices carry
+// over from model to model; sums of samples start from zero. A restart too begins with
 // round 1 of the first model.
 void run_models(run& r);
 

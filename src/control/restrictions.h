@@ -8,7 +8,7 @@
 namespace zeph {
 
 // Makes the list IREST and prints it. Above analysis type 2 restrictions don't
-// work: that is told and the list stays empty. The first effect of a trait is
+// work: the listing says so and the list stays empty. The first effect of a trait is
 // spared, except for the traits of a pedigree factor with phantom parent groups
 // that are not restricted themselves.
 void impose_restrictions(const model_records& m, const directives& asked, sampler_store& s,

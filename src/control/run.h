@@ -1,5 +1,5 @@
 // One run: all its state, owned in one place and handed to routines record by
-// record. Two runs can stand side by side.
+// record. Two runs can exist side by side.
 #pragma once
 
 #include "gibbs/scan/scan_records.h"

@@ -121,7 +121,7 @@ void lay_out_equations(run& r) {
 void start_chain_values(run& r) {
   allocate_dispersion(r.model, r.layout, r.state, r.sampler, r.report);
   if (ZEPHVAR_ALLOC(r.model, r.sampler, r.report) != 0) {
-    // the run goes on; what needs the stores will stop
+    // the run continues; what needs the stores will stop
     say(r.report);
     say(r.report, "ERROR allocating memory");
     say(r.report);

@@ -148,6 +148,7 @@ void allocate_dispersion(const model_records& m, const equation_layout& layout, 
   const std::int64_t packed = std::int64_t{s.nf} * (s.nf + 1) / 2, columns = std::int64_t{m.nramat} + G;
   say_count(report, "No of groups for residual variance ................", G);
   allocate(report, s.RCOV, "RCOV", "ZEPH2", nt, nt, G);
+  // kept: W_RCOV, SRCOV and SRCOVI are allocated in their place, and nothing reads them
   allocate(report, s.W_RCOV, "W_RCOV", "ZEPH2", nt, nt);
   allocate(report, s.RCOVI, "RCOVI", "ZEPH2", nt, nt, G);
   allocate(report, s.IDET_RVAR, "IDET_RVAR", "ZEPH2", columns);

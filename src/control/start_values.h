@@ -21,7 +21,7 @@ void allocate_dispersion(const model_records& m, const equation_layout& layout, 
 
 // Start values from the priors: GDET and GIF of each factor, RCOV, RCOVI,
 // IDET_RVAR and LVDET of each residual group. A residual matrix that is not
-// positive definite is told for each group, then the run stops with code 16.
+// positive definite is reported for each group, then the run stops with code 16.
 void start_from_priors(const model_records& m, const directives& asked, sampler_store& s, reporting& report);
 
 // Prior matrices and residual start matrices on the listing.

@@ -39,7 +39,7 @@ private:
   bool failed_ = false;
 };
 
-// What readers tell of a file that can't be read on, apart from its end: the
+// The code that readers give when reading fails other than by the end of the file: the
 // system's number of an input or output error.
 inline constexpr int read_fault_code = 5;
 

@@ -37,8 +37,8 @@ void add_non_finite(std::string& out, double x, int w) {
 // The digits of a number, in place unless somebody asks for very many.
 class digit_text {
 public:
-  // x >= 0 with exactly d decimals or, as d.ddde+xx, d digits behind the point; room
-  // for `more` characters behind it.
+  // x >= 0 with exactly d decimals or, as d.ddde+xx, d digits after the point; room
+  // for `more` characters after them.
   digit_text(double x, std::chars_format form, int d, int more) {
     constexpr int largest_head = 330; // digits of the largest 64-bit number, point and exponent
     const auto size = static_cast<std::size_t>(largest_head + d + more);
@@ -86,7 +86,7 @@ void add_F(std::string& out, double x, int w, int d) {
 // "0." and the digits of D.DDDDe+XX, then the exponent e, in the place of the digits.
 void make_exponent_form(digit_text& text, std::size_t letter, int e) {
   char* const c = text.first();
-  char* at = c + letter; // behind the last digit
+  char* at = c + letter; // after the last digit
   const char head = c[0];
   if (letter > 1)
     std::copy_backward(c + 2, at, at + 1); // the point gives its place up

@@ -21,7 +21,7 @@ namespace zeph {
 // I: m = 0 and 1 are the same; 0 is "0".
 std::string format_I(int64_t x, int w, int m = 1);
 
-// F: d = 0 ends in a point. Below 1 one zero stands before the point, dropped
+// F: d = 0 ends in a point. Below 1 there is one zero before the point, dropped
 // when only that makes it fit (and a digit is left). Minus for any x < 0, also
 // when all digits shown are 0; -0.0 is written as 0.0. Non-finite: NaN,
 // Infinity, -Infinity right-justified, cut to Inf, -Inf where it does not fit.
@@ -38,7 +38,7 @@ std::string format_F(double x, int w, int d);
 std::string format_G(double x, int w, int d);
 
 // One line under construction. Items go in at the current column and overwrite
-// what stands there; columns never filled are blanks. The calls chain:
+// what is there; columns never filled are blanks. The calls chain:
 //   column_line().X(1).T(1).A("Sampling interval", 60).I(isamp, 11).str()
 class column_line {
 public:

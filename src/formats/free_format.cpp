@@ -15,7 +15,7 @@ constexpr std::size_t longest_token = 4096;
 bool is_separator(int c) { return c == ' ' || c == '\t' || c == ',' || c == '\r' || c == '\n'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// The text behind a plus sign; a minus stays for the caller.
+// The text after a plus sign; a minus stays for the caller.
 std::string_view without_plus(std::string_view x) { return x.starts_with('+') ? x.substr(1) : x; }
 
 bool equal_in_any_case(std::string_view x, std::string_view lower) {
@@ -24,7 +24,7 @@ bool equal_in_any_case(std::string_view x, std::string_view lower) {
   });
 }
 
-// NaN and the infinities, behind the sign.
+// NaN and the infinities, after the sign.
 bool named_value(std::string_view x, double& value) {
   if (equal_in_any_case(x, "nan")) {
     value = std::numeric_limits<double>::quiet_NaN();
@@ -49,7 +49,7 @@ bool plain_value(std::string& text, std::string_view x, double& value) {
 }
 
 // Takes the count off n*v. False when the count is not a number above 0 or
-// nothing stands behind the star. A count beyond 64 bits counts as the largest.
+// nothing follows the star. A count beyond 64 bits counts as the largest.
 bool split_repeat(std::string& token, int64_t& count) {
   const std::size_t star = token.find('*');
   count = 1;
@@ -64,7 +64,7 @@ bool split_repeat(std::string& token, int64_t& count) {
   return count > 0;
 }
 
-// %.<digits>G of x, with ".0" behind what would look like an integer; kept in `place`.
+// %.<digits>G of x, with ".0" after what would look like an integer; kept in `place`.
 std::string_view general_real(double x, int digits, char (&place)[64]) {
   if (std::isnan(x)) return "NaN";
   if (std::isinf(x)) return x > 0 ? "Infinity" : "-Infinity";

@@ -24,22 +24,22 @@
 
 namespace zeph {
 
-static_assert(std::endian::native == std::endian::little, "records are viewed as they stand in the file");
+static_assert(std::endian::native == std::endian::little, "records are viewed as they are in the file");
 
 // Reads records one by one. The record is viewed in the read buffer: nothing
 // is allocated per record, and the buffer grows only for a record that is
 // longer than any before it and that the file is known to hold.
 class sequential_reader {
 public:
-  // What `code` tells beside 0; the same numbers as the listing's "ios".
+  // Values of `code` other than 0; the same numbers as the listing's "ios".
   static constexpr int end_of_file = -1;  // end of the file, or a broken frame
   static constexpr int short_record = 67; // the record ended before its items did
   static constexpr int read_fault = read_fault_code;
 
-  // False when the file can't be opened. Stands before the first record.
+  // False when the file can't be opened. The first record comes next.
   bool open(const std::string& path);
   bool is_open() const { return source_.is_open(); }
-  void rewind(); // stands before the first record again
+  void rewind(); // the first record comes next again
   void close();
 
   // Loads the next record: 0, or -1 at the end of the file or at a broken

@@ -1,6 +1,6 @@
 // Files that are written whole: each is written under a name beside its own and
 // gets its own name when it is complete, so that no reader finds half a file and a
-// failure leaves the former file as it was. Where the name already stands for
+// failure leaves the former file as it was. Where the name already belongs to
 // something other than a plain file (a link, a device), it is written in place.
 #pragma once
 
@@ -18,8 +18,8 @@ public:
 
   // Full name to open for writing.
   const std::string& path() const { return path_; }
-  // Gives the closed file its own name. False when it can't have it: what stood
-  // there stays, and the new file is taken away.
+  // Gives the closed file its own name. False when it can't have it: what was
+  // there stays, and the new file is removed.
   bool publish();
 
 private:

@@ -23,8 +23,8 @@ struct category_store {
   mat<std::int32_t> catobs;            // categorical traits x nobs: category, or -1 where missing
 };
 
-// Stands for the outer limits, and for thresholds that are not finite, where one
-// of them bounds a draw.
+// kept: the outer limits are this finite number, and so is a threshold that is not finite where it
+// bounds a draw. Liabilities beyond it, and the start of their extremes by category, know no other.
 inline constexpr double outer_limit = 999999.0;
 
 // Threshold k of a trait as a bound.

@@ -17,7 +17,7 @@ namespace zeph {
 // Standard deviations below it count as this: 1.0E-20 as a 32-bit number.
 inline constexpr double least_deviation = static_cast<double>(1.0E-20F);
 
-// Tells the user's list (asked.FETOCV, asked.stdef) on the listing, finds each effect and
+// Prints the user's list (asked.FETOCV, asked.stdef) on the listing, finds each effect and
 // the regressions it feeds, and takes the stores of design.covariates. Effect e of
 // a trait is the one with input number EF_INP(e): a "fixed" effect with equations,
 // or a random effect, which goes before; of a random one the solutions are those
@@ -34,8 +34,8 @@ void FETOCV(const model_records& m, const equation_layout& layout, const directi
 void keep_covariates(std::int64_t r, const vec<std::int32_t>& IINP, const vec<float>& RINP,
                      design_store& design, reporting& report);
 
-// Makes all such coefficients ZD_M anew from the solutions sol. Where two sources
-// feed one regression the later one stands. Standard deviation with divisor
+// Computes all such coefficients ZD_M from the solutions sol. Where two sources
+// feed one regression the later one counts. Standard deviation with divisor
 // levels - 1, 0 for one level; sol is not changed.
 void refresh_covariates(const vec<double>& sol, design_store& design);
 

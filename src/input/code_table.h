@@ -1,4 +1,4 @@
-// The walk of CODE_TABLE, which tells the user's code of each level. One record
+// The walk of CODE_TABLE, which gives the user's code of each level. One record
 // per level, in the order of the effects: for each trait its "fixed" class
 // effects, all of them, with NLEV(i,j) records; then for each random factor
 // NRALEV(k) records. A record has at least six integers; of these
@@ -29,7 +29,7 @@ struct code_table {
   std::int64_t record = 0; // records taken since the start of the walk
 };
 
-// Begins the walk: opens the file when it isn't open, and stands before the
+// Begins the walk: opens the file when it isn't open, and goes back to the
 // first record. A file that can't be opened fails at the first record.
 void rewind_codes(code_table& table, const reporting& report);
 

@@ -25,7 +25,7 @@ constexpr float latent_scale = 0.2F;
 constexpr float latent_shift = -0.1F;
 
 // Bounds of censored observations that are open to one side.
-constexpr float below_all = -999999.0F;
+constexpr float below_all = -999999.0F; // kept: the open bounds of censored values are these finite numbers
 constexpr float above_all = 999999.0F;
 
 // The record in hand and the work area of its row.
@@ -157,7 +157,7 @@ void store_observations(const model_records& m, data_record& in, design_store& d
     }
     if (trait.TRAIT_TYPE == trait_censored) store_bounds(m, i, present, in, design, report);
   }
-  const std::int32_t first = m.MODEL(1).Y_RCI; // observations stand side by side in trait order
+  const std::int32_t first = m.MODEL(1).Y_RCI; // observations are side by side, in trait order
   for (std::int32_t i = 1; i <= m.nt; ++i) design.Y_M(i, r) = in.RINP(first + i - 1);
 }
 

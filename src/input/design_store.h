@@ -1,6 +1,6 @@
 // The design of all records in memory: for each record the equations that it
 // touches with their coefficients, its observations, weights, mask and groups.
-// Rectangular, entry index fastest; M_M(r) tells how many entries are in use.
+// Rectangular, entry index fastest; M_M(r) entries of record r are in use.
 #pragma once
 
 #include "input/covariate_store.h"
@@ -61,7 +61,7 @@ inline std::int32_t all_traits(std::int32_t nt) {
 void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design, reporting& report);
 
 // Counts the records of each residual group by IRESG_M into HETG_N_OBS of the
-// residual; where the model has fewer groups, in the place that stands for them.
+// residual; where the model has fewer groups, in the one place that serves all groups.
 void count_group_records(model_records& model, const design_store& design);
 
 } // namespace zeph

@@ -7,9 +7,9 @@ namespace zeph {
 
 // Reads MODINF of the work directory from start to end into `m`, allocating as
 // it goes; `m` is fresh. The stamp of the run goes to `report` too. Returns 0,
-// or 1 after a wrong version or an unexpected end of file (both told on the
+// or 1 after a wrong version or an unexpected end of file (both reported on the
 // listing). A record too short for its items gives a line with its label and
-// the code, and the reading goes on. Sizes are checked before each allocation;
+// the code, and reading continues. Sizes are checked before each allocation;
 // an illegal one, or storage that can't be had, stops with code 16.
 int QVAMRD(model_records& m, reporting& report);
 

@@ -8,7 +8,7 @@
 namespace zeph {
 
 // Writes `m` as the file `path`, in the layout that QVAMRD reads. All sizes are
-// set and legal, and every array has the axes that the sizes tell
+// set and legal, and every array has the axes that the sizes give
 // (`allocate_modinf` makes them so); an array without elements may be left
 // unallocated. Texts are blank padded, longer ones cut. What QVAMRD has read
 // whole comes out with the same bytes.

@@ -3,7 +3,7 @@
 //
 // A row's walk gives the level itself with its diagonal element first, then the
 // off-diagonal elements, the last one read first. Each off-diagonal element of
-// the file stands under both of its levels; one that stands twice adds.
+// the file is in the rows of both its levels; one given twice is summed.
 #pragma once
 
 #include "input/design_store.h"

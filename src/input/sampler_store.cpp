@@ -66,6 +66,7 @@ void QVAgib_ALLOC(const model_records& m, sampler_store& s, reporting& report) {
   allocate(report, s.GIF, "GIF", routine, s.nf, s.nf, m.nramat);
   allocate(report, s.GDET, "GDET", routine, m.nramat);
   allocate(report, s.RDET, "RDET", routine, (std::int64_t{1} << m.nt) - 1); // one per non-empty set of traits
+  // kept: COVSAMPM under the name of a routine of its own; nothing reads it
   allocate(report, s.COVSAMPM, "COVSAMPM", "SAMPMRES", m.nt, m.nt);
 }
 

@@ -24,12 +24,13 @@ struct sampler_store {
   vec<double> sols;        // neq: mean solutions of the model before
 
   cube<double> GIF;         // nf x nf x nramat: active inverse of each factor's matrix
-  vec<double> GDET;         // nramat
-  vec<double> RDET;         // 2^nt - 1
+  vec<double> GDET;         // nramat: of the model file, printed and saved
+  vec<double> RDET;         // 2^nt - 1; kept: 0 throughout, part of the saved state
   cube<double> RCOV, RCOVI; // nt x nt x G: residual matrices and inverses
+  // kept: SRCOV and SRCOVI (nt x nt x G), W_RCOV and COVSAMPM (nt x nt) are allocated under their
+  // names, which a failure reports; nothing reads them
   cube<double> SRCOV, SRCOVI;
-  mat<double> W_RCOV;    // nt x nt
-  mat<double> COVSAMPM;  // nt x nt: work of the residual sampling
+  mat<double> W_RCOV, COVSAMPM;
   vec<double> IDET_RVAR; // nramat+G: root of the determinant of the active inverse
   vec<double> LVDET;     // nramat+G
   mat<double> sscp;      // packed nf(nf+1)/2 x nramat+G: sums of squares, after a draw the new matrix

@@ -1,5 +1,5 @@
 // The inverse Wishart distribution of the new rows and columns of a covariance
-// matrix, given the block of the rows that stand already. The given rows are
+// matrix, given the block of the rows that exist already. The given rows are
 // 1..m, the new ones m+1..n; r = n - m. Inside, the new rows come first.
 //
 // With V the given block, X_rr and X_rm the others, L the inverse of the scale with

@@ -41,26 +41,26 @@ struct conversion_terms {
 // Draws rows m+1..n of cov (n x n, leading dimension ld) given its leading block from the
 // inverse Wishart distribution (df, scale) of the whole. From the combined source: one
 // `wishart_draw` of order n - m, then one `mvn_draw` of (n - m) m. A block without
-// inverse is told ("T3inv", "LittleT1", "Lambda11" "not p.d."; "npd matrix
-// sampled"), stop, code 16; df below n - m stops as told by wishart_draw.
+// inverse is reported ("T3inv", "LittleT1", "Lambda11" "not p.d."; "npd matrix
+// sampled"), stop, code 16; df below n - m stops as in wishart_draw.
 void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& work, std::int32_t n,
                std::int32_t m, double* cov, std::int64_t ld, std::int32_t df, const double* scale,
                std::int64_t lds);
 
-// For identity factors; jump.large_model, jump.cov_new and jump.jump_down tell the move.
+// For identity factors; jump.large_model, jump.cov_new and jump.jump_down describe the move.
 // sol(l,n) is normal given sol(l,1..m) with row n of the matrix:
 //   up:   z of `ranmar_kr_normals`, a number a level; sol(l,n) = b' sol(l,1..m) + cstd z
 //   down: z = (sol(l,n) - b' sol(l,1..m)) / cstd, sol stays
 // prop_z = z, conv_sol = the converted solutions (pup, pdn), jacobian grows. Data
-// blocks come from CDI. A matrix with a pivot below 1e-12 is told, stop, code 16.
+// blocks come from CDI. A matrix with a pivot below 1e-12 is reported, stop, code 16.
 void samppegm(jump_records& r, std::int32_t k);
 
-// For pedigree factors; jump.new_model tells the move. Up: trait m of each level in
+// For pedigree factors; jump.new_model describes the move. Up: trait m of each level in
 // the order of the generations, c_l sd z + half the sum of the known parents' values,
 // c_l^2 = 1 - (known parents)/4, sd the conditional standard deviation of row m; then
 // the regression on the level's other traits is added. Down: the same solved for z. z, conv_sol
 // = sol, and jacobian = sum of ln(c_l sd) are those of the large model's last row. A
-// proposed dimension 1 (m < 2) is told, stop, code 16: kept, a pedigree
+// proposed dimension 1 (m < 2) is reported, stop, code 16; kept: a pedigree
 // factor that has grown can't go back to one trait.
 void sampanim(jump_records& r, std::int32_t k);
 
@@ -69,7 +69,7 @@ void sampanim(jump_records& r, std::int32_t k);
 // With w = (u, elast + cstd z):
 //   complete: out = pn' w, pn = [D (D + ginv)^-1, 0; -b'/cstd, 1/cstd], D the data block
 //   simple:   out = w, when pn has not full rank, or the ratio test fails
-// jacobian += ln cstd, complete: + ln det pn. level is told with a singular pn, once a move.
+// jacobian += ln cstd, complete: + ln det pn. level is reported with a singular pn, once a move.
 void pup(reporting& report, conversion_work& work, std::int32_t level, const double* block,
          const conversion_terms& t, double elast, double z, const double* u, double* out, double& jacobian);
 

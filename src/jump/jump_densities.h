@@ -25,7 +25,7 @@ double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X
 
 // Density of the last row and column of X given its leading block, both orders with
 // v degrees of freedom: iwdens(n, v) - iwdens(n-1, v) of the leading blocks. v = 0,
-// and v below n: 0. X not positive definite: told on the listing, 0. S not positive
+// and v below n: 0. X not positive definite: reported on the listing, 0. S not positive
 // definite: "CWisdens: Scale matrix n.p.d.", stop, code 16. Constants have the
 // digits of 32-bit numbers.
 double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,

@@ -29,7 +29,7 @@ struct jump_store {
   mat<double> cov_new;         // leading imax x imax: the factor's matrix in the large model
   mat<double> prop_scale;      // leading imax x imax: scale of the proposal of its last row
   vec<double> conv_vec;        // imax: 1, the last one conv_coef
-  vec<double> prop_z;          // per level: the standard normal behind its new solution
+  vec<double> prop_z;          // per level: the standard normal of its new solution
   vec<double> conv_sol;        // the factor's part of the other model's `sol`, n_rc places a level
   double jacobian = 0;         // log Jacobian of the conversion of the solutions
   double log_ratio = 0;        // log acceptance ratio: small to large from model_move, then of the move

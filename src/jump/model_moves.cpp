@@ -137,7 +137,7 @@ void weigh_solutions(jump_records& r, std::int32_t n, model_side& side) {
     }
 }
 
-// One side of the move. swapped: its solutions are those of conv_sol. Sums of squares are told
+// One side of the move. swapped: its solutions are those of conv_sol. Sums of squares are printed
 // before and after the exchange; the pass is not repeated when it moved nothing.
 model_side look_at_model(jump_records& r, const std::vector<std::int32_t>& model, bool swapped,
                          std::string_view before, std::string_view after) {

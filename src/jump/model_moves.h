@@ -14,10 +14,10 @@ double rminus(reporting& report, std::int32_t m, std::int32_t low, std::int32_t 
 // Exchanges the first model(k) places of each level of factor k between sol and conv_sol.
 void swap_solutions(jump_records& r, std::int32_t k, const std::vector<std::int32_t>& model);
 
-// Over all records, with the rows that the layout has as active and sol as it stands:
+// Over all records, with the rows that the layout has as active and the present sol:
 //   ssq = sum of e' R^-1 e, e = y - Z sol, R^-1 the weighted inverse of the record's group
 //   fit = sum of ln |R|
-// A missing trait's residual is what stands in Y_M.
+// A missing trait's residual is what Y_M holds.
 void residual_pass(jump_records& r, double& fit, double& ssq);
 
 // log_ratio of the move from the small to the large model, of factor jump_k, imax rows in the

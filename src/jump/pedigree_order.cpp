@@ -19,7 +19,7 @@ struct link {
   double val;
 };
 
-// Places descending; what stands of one element in several parts becomes their sum.
+// Places descending; the parts of an element that is there in several become their sum.
 void sort_and_add_up(std::vector<link>& row) {
   std::stable_sort(row.begin(), row.end(), [](const link& a, const link& b) { return a.place > b.place; });
   std::size_t n = 0;

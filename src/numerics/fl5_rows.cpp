@@ -60,7 +60,7 @@ constexpr bool of_tail(std::int32_t v) { return (v >> fl5_cells::bits) % 32 == 0
 // The same from v[0] in the tail: accepted at once or by a sequence of two more, or
 // rejected by v[2], and then accepted at once. 0 for the uniform 1/2.
 inline std::int32_t in_tail(const std::int32_t* v, double& z) {
-  // f has `lead` zeros before its first bit; the bits behind that one are a uniform
+  // f has `lead` zeros before its first bit; the bits after that one are a uniform
   const std::int32_t f = fl5_place_of(v[0]);
   const int lead = std::countl_zero(static_cast<std::uint32_t>(f | 1)) - 14;
   const double A = tails.A[lead], D = tails.D[lead];

@@ -1,7 +1,7 @@
 // The routines of LAPACK that the run uses, as typed calls. Matrices are
 // column-major; a pointer points at element (1,1), ld is a leading dimension.
 // info is that of LAPACK: 0, -i for an illegal i-th argument of the routine
-// called, i > 0 as told below. Nothing here prints or stops.
+// called, i > 0 as described below. Nothing here prints or stops.
 #pragma once
 
 namespace zeph {

@@ -78,7 +78,7 @@ void ranmar_genmn(marsaglia_source& source, const double* parm, double* x, doubl
   ranmar_snorms(source, work, p);
   const double* mean = parm + 1;
   for (std::int64_t i = 0; i < p; ++i) {
-    const double* factor = mean + p + i; // (j,i): row j begins p - j elements behind row j-1
+    const double* factor = mean + p + i; // (j,i): row j begins p - j elements after row j-1
     double sum = 0.0;
     for (std::int64_t j = 0; j <= i; ++j) {
       sum += *factor * work[j];

@@ -17,7 +17,7 @@ inline void reduce(double* __restrict aj, const double* __restrict b, std::int64
   for (std::int64_t i = 0; i < count; ++i) aj[i] -= b[i] * bj / d;
 }
 
-// Rows and columns in front of k: the factors of column i stand in row k.
+// Rows and columns before k: the factors of column i are in row k.
 void reduce_front_columns(int k, double* a, int n, double d, const logical* swept) {
   const double* ak = row(a, k);
   for (int j = 1; j < k; ++j) {
@@ -27,7 +27,7 @@ void reduce_front_columns(int k, double* a, int n, double d, const logical* swep
   for (int j = k + 1; j <= n; ++j) reduce(row(a, j), ak, k - 1, row(a, j)[k - 1], d);
 }
 
-// Columns behind k: their factors stand in column k, and are brought together
+// Columns after k: their factors are in column k, and are brought together
 // with their signs for a strip of columns at a time.
 void reduce_back_columns(int k, double* a, int n, double d, const logical* swept) {
   constexpr int strip = 32;

@@ -2,7 +2,7 @@
 // (1,1), (2,1), (2,2), (3,1), ..., n(n+1)/2 elements, counted from 1. A pointer
 // to such a matrix points at element (1,1); element p is a[p-1].
 //
-// Nothing here prints or stops: `info` tells, the caller decides.
+// Nothing here prints or stops: `info` says what happened, the caller decides.
 #pragma once
 
 #include "numerics/arrays.h"
@@ -28,7 +28,7 @@ inline std::int64_t ihmij64(std::int64_t i, std::int64_t j, std::int64_t /*n*/) 
 inline constexpr double small_pivot = static_cast<double>(1.0E-9F);
 
 // Symmetric sweep of the packed matrix a of order n on pivot k = 1..n, in place.
-// pivot: d = a(k,k) as it stood before. swept(1..n): a flag per row, zeroed by
+// pivot: d = a(k,k) before the sweep. swept(1..n): a flag per row, zeroed by
 // the caller before the first sweep; the flag of k is set.
 // info  0: swept.
 //      -1: |d| < tol: a and the flags are as they were.
@@ -37,10 +37,10 @@ inline constexpr double small_pivot = static_cast<double>(1.0E-9F);
 // From zeroed flags, with S the rows swept so far, each once, in any order:
 // - the block of S holds the inverse of that block of the matrix given;
 // - the block of the other rows holds the residual (co)variances given S;
-// - row t behind all of S holds the regression coefficients on S, positive:
+// - row t after all of S holds the regression coefficients on S, positive:
 //   a bordered matrix (block, border, 0) swept on its block holds in the border
 //   the solution of block x = border. (An element of an unswept row t with a
-//   swept column behind t is the coefficient negated.)
+//   swept column after t is the coefficient negated.)
 // - the pivots multiply to the determinant of the block.
 // A further sweep on the last pivot undoes it, up to its flag.
 //

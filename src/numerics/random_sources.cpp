@@ -49,7 +49,7 @@ four four_at(const std::int32_t* x) {
   return values;
 }
 
-// The block behind its head: U and uni, zeros included. True when there are any.
+// The block after its head: U and uni, zeros included. True when there are any.
 bool make_block(marsaglia_source& s) {
   constexpr auto step = static_cast<std::int32_t>(std::int64_t{lanes} * CD % CM);
   std::int32_t first[lanes];
@@ -145,7 +145,7 @@ void ranmar_fill(marsaglia_source& source, double* x, std::int64_t n) {
 marsaglia_state ranmar_state(const marsaglia_source& source) {
   marsaglia_state state;
   if (!source.TEST) return state;
-  // U(n) stands one place below U(n-1); I97 is the place of the oldest number
+  // U(n) is one place below U(n-1); I97 is the place of the oldest number
   state.I97 = place_after(source.I97, source.used);
   state.J97 = place_after(state.I97, 64);
   const std::int32_t* last = source.U.data() + 96 + source.used;

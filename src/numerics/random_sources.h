@@ -1,5 +1,5 @@
 // The two sources of random numbers of a run. They share nothing, and each draw
-// of the program is tied to one of them, so that a chain is told by its seeds.
+// of the program is tied to one of them, so that a chain is determined by its seeds.
 //
 // Marsaglia source: universal generator of 64-bit uniforms with 24 random bits;
 //   draws of the scan and of the jump layer. G. Marsaglia, A. Zaman and
@@ -42,7 +42,7 @@ struct marsaglia_state {
 //   U(n) = U(n-97) - U(n-33) mod 2^24, C(n) = C(n-1) - CD mod CM,
 //   uni(n) = U(n) - C(n) mod 2^24
 // A number depends on numbers at least 33 before it, so that a block is made by
-// vectors. Where the chain stands is told by `used`; ranmar_state gives the state
+// vectors. `used` is the place in the block; ranmar_state gives the state
 // that as many single draws would have left. Only the routines below look inside.
 struct marsaglia_source {
   explicit marsaglia_source(reporting& run_report) : report(&run_report) {}
@@ -108,7 +108,7 @@ bool ranmar_number(double x, double limit = 1.0);
 // and CM those of the source, I97 in 1..97 and J97 64 below or 33 above it?
 bool ranmar_possible(const marsaglia_state& state);
 
-// Goes on from a state. One that is not possible, or not started, leaves the
+// Continues from a state. One that is not possible, or not started, leaves the
 // source unstarted.
 void ranmar_restore(marsaglia_source& source, const marsaglia_state& state);
 
@@ -119,9 +119,9 @@ void ranmar_save(marsaglia_source& source);
 // False when the writer has failed.
 bool ranmar_write(const marsaglia_source& source, sequential_writer& file);
 
-// The next record of `file` into the saved state, from which the source goes on:
+// The next record of `file` into the saved state, from which the source continues:
 // 0, or the code of the read, when part of the saved state may have been filled and
-// the source goes on as before. The reader of a restart checks that the state is possible.
+// the source continues as before. The reader of a restart checks that the state is possible.
 int ranmar_read(marsaglia_source& source, sequential_reader& file);
 
 // ---- Combined source ----

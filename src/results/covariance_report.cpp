@@ -49,9 +49,9 @@ void say_heading(std::int32_t d, reporting& report) {
   }
 }
 
-// 1X, I5, 2X, 12(T9, 6F16.7, /): row r of the lower triangle. The slash behind
+// 1X, I5, 2X, 12(T9, 6F16.7, /): row r of the lower triangle. The slash after
 // the sixth value ends a line, so a row of 6, 12, .. values has an empty line
-// behind it. `values`: packed triangle.
+// after it. `values`: packed triangle.
 void say_row(std::int32_t r, const double*& values, reporting& report) {
   column_line line;
   line.X(1).I(r, 5).X(2);
@@ -76,7 +76,7 @@ void say_triangle(std::string_view title, const double* values, std::int32_t d, 
 
 void write_rows(const reported_matrix& x, const sampler_store& store, const round_state& state,
                 row_file& gparout, row_file& PAROUT) {
-  constexpr std::size_t vector_entries = 5; // of the model vector, zeros behind its end
+  constexpr std::size_t vector_entries = 5; // of the model vector, zeros beyond its end
   const double *mean = store.PARPOSTMEAN.col(x.k), *sd = store.PARVAR.col(x.k);
   for (std::int32_t r = 1; r <= x.d; ++r)
     for (std::int32_t c = 1; c <= r; ++c) {

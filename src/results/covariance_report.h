@@ -1,5 +1,5 @@
 // Posterior means and standard deviations of all (co)variances: on the listing,
-// and by rows in two text files, written anew for each model:
+// and by rows in two text files, written from scratch for each model:
 //
 // gparout  3I3, 2G25.15, 2X, 5I4   matrix, row, column, mean, standard deviation,
 //                                  first five entries of the model vector

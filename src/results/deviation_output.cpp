@@ -17,9 +17,9 @@
 namespace zeph {
 namespace {
 
-constexpr double largest_variance = 999999995904.0; // 1.0E12 as a 32-bit number
+constexpr double largest_variance = 999999995904.0; // kept: the largest that is shown, 1.0E12 in 32 bits
 constexpr int listed_rows = 250;
-constexpr int last_heading_line = 68; // the heading begins a new page behind this line
+constexpr int last_heading_line = 68; // the heading begins a new page after this line
 
 // What a row shows of one deviation.
 struct shown_value {

@@ -4,7 +4,7 @@
 // deviation, progeny with records, PTD, its standard deviation, in the format
 //   1X, I12, I5, I7, 4X, 2G15.6, I5, 4X, 2G15.6
 // Without posterior sums (model_kind other than 2) the standard deviations are
-// left out, G15.6 in place of 2G15.6; without PTD the row ends behind TD.
+// left out, G15.6 in place of 2G15.6; without PTD the row ends after TD.
 #pragma once
 
 #include "input/deviation_store.h"
@@ -18,7 +18,7 @@ namespace zeph {
 // standard deviations (0 for less than two calls); otherwise those of the last
 // call. With sol_layout = 1 all are multiplied by SPRE of the trait. A trait of a
 // level without records, and without progeny when PTD is wanted, has no row.
-// Each line counts in the line counter; behind line 68 the heading begins a new
+// Each line counts in the line counter; after line 68 the heading begins a new
 // page. Nothing when no deviations are wanted. A CODE_TABLE that can't be read and
 // a write that fails stop with code 16.
 void report_deviations(const model_records& m, const deviation_store& d, const directives& asked,

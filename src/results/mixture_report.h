@@ -1,4 +1,4 @@
-// What a chain tells of mixtures and cure sequences: proportions, and the
+// What a chain reports of mixtures and cure sequences: proportions, and the
 // membership of each record.
 #pragma once
 
@@ -23,9 +23,9 @@ void write_taupostmean(const model_records& m, const mixture_store& mixtures, co
 // Rows of membership in free format, a row per record of RCDATA_I: its first
 // integer, then per trait the share of the sample rounds in component 1, in 32
 // bits. icode 1: mixz_prob, headed by nobs, round, nburn, isamp; 2: mixz_last, whose
-// rows go on with the last membership and the stored values of the traits. Both
-// files must be new when they are first made; the next model of a run makes them
-// anew. Any other icode is told on the listing. Returns 0, or 1 after a failure.
+// rows continue with the last membership and the stored values of the traits. Both
+// files must be new when they are first made; the next model of a run writes them
+// again. Any other icode is reported on the listing. Returns 0, or 1 after a failure.
 int WR_MIXZ(const model_records& m, const design_store& design, mixture_store& mixtures,
             const directives& asked, const chain_counts& counts, std::int32_t icode, std::int64_t round,
             reporting& report);
@@ -37,7 +37,7 @@ std::int32_t write_memberships(const model_records& m, const design_store& desig
                                const directives& asked, const round_state& state, const chain_counts& counts,
                                reporting& report);
 
-// Tells the failure of `icode` on the listing and stops with code 16.
+// Reports the failure of `icode` on the listing and stops with code 16.
 [[noreturn]] void stop_memberships(std::int32_t icode, reporting& report);
 
 } // namespace zeph

@@ -12,7 +12,7 @@
 namespace zeph {
 namespace {
 
-// The value v of the next row; false behind the last row. Round and model
+// The value v of the next row; false after the last row. Round and model
 // vector are passed over as reals, so that no round is too large.
 bool next_row(free_reader& py, std::int32_t n_vector, std::int64_t row, double& v, reporting& report) {
   py.begin_read();
@@ -31,6 +31,7 @@ fit_statistics fit_of_py(std::int32_t n_vector, reporting& report) {
   if (!py.open(path_of(report, "py"))) write_fault(report, "py", "open");
   fit_statistics fit;
   double v = 0;
+  // kept: the largest of no values is the lowest finite number
   fit.m = -std::numeric_limits<double>::max();
   for (; next_row(py, n_vector, fit.nsamp_py + 1, v, report); ++fit.nsamp_py)
     if (v > fit.m) fit.m = v;

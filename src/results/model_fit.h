@@ -17,13 +17,13 @@ struct fit_statistics {
 };
 
 // Reads `py` of the work directory twice: first for the count and m, then for
-// the sums. A row is 1 + n_vector integers and v; the values count as they stand
+// the sums. A row is 1 + n_vector integers and v; the values count as they are
 // in the file, non-finite ones too. A text that is no number is illegal input.
 fit_statistics fit_of_py(std::int32_t n_vector, reporting& report);
 
 // Closes py, prints the statistics on the listing and adds a row to lpm: model
 // vector, nsamp_py, L, V, A. py is left closed with its rows; the next write_py
-// begins it anew. No rows give what the arithmetic gives (NaN).
+// starts it again. No rows give what the arithmetic gives (NaN).
 void report_model_fit(const round_state& state, sample_files& files, reporting& report);
 
 } // namespace zeph

@@ -16,7 +16,7 @@ namespace {
 // the name is a link or a device, what it leads to. Pipes, and links to nothing, are left alone.
 bool can_be_written(const std::string& path) {
   namespace fs = std::filesystem;
-  const whole_file whole(path); // takes the file beside it away again
+  const whole_file whole(path); // removes the file beside it again
   byte_sink probe;
   if (whole.path() != path) return probe.open(whole.path(), open_mode::in_place) && probe.close();
   std::error_code none;
@@ -28,7 +28,7 @@ bool can_be_written(const std::string& path) {
 // True when the run can take so many samples that the solutions are reported.
 bool reports_solutions(const directives& asked) {
   if (asked.analysis_type <= 0) return true;
-  const std::int32_t samples = asked.nround / std::max(asked.isamp, 1); // one more when a chain goes on
+  const std::int32_t samples = asked.nround / std::max(asked.isamp, 1); // one more when a chain is continued
   return samples + (asked.restart ? 1 : 0) > 1;
 }
 

@@ -20,10 +20,10 @@ namespace {
 // 1.0E-13 as a 32-bit number: what is smaller counts as 0.
 constexpr double negligible = static_cast<double>(1.0E-13F);
 constexpr int block_rows = 250;     // rows of a block on the listing
-constexpr int last_block_line = 68; // a block begins a new page behind this line
-constexpr int last_row_line = 77;   // a row of a random factor does behind this one
+constexpr int last_block_line = 68; // a block begins a new page after this line
+constexpr int last_row_line = 77;   // a row of a random factor does after this one
 
-enum class second_column { none, as_it_stands, zero, root };
+enum class second_column { none, as_it_is, zero, root };
 
 struct unit_form {
   bool listing;
@@ -31,12 +31,12 @@ struct unit_form {
   second_column second;
 };
 // By the unit digit of the option.
-constexpr std::array<unit_form, 7> unit_forms = {{{false, 2, second_column::as_it_stands},
+constexpr std::array<unit_form, 7> unit_forms = {{{false, 2, second_column::as_it_is},
                                                   {true, 1, second_column::none},
-                                                  {true, 2, second_column::as_it_stands},
+                                                  {true, 2, second_column::as_it_is},
                                                   {false, 2, second_column::zero},
                                                   {true, 2, second_column::root},
-                                                  {true, 2, second_column::as_it_stands},
+                                                  {true, 2, second_column::as_it_is},
                                                   {true, 2, second_column::zero}}};
 
 struct writer_state {
@@ -62,7 +62,7 @@ void list(writer_state& w, std::string_view text = "") {
   ++w.report.nlines;
 }
 
-void turn_page_behind(writer_state& w, int line) {
+void turn_page_after(writer_state& w, int line) {
   if (w.form.listing && w.report.nlines > line) banner(w.report);
 }
 
@@ -107,7 +107,7 @@ double without_dust(vec<double>& x, std::int64_t e) {
 // rout of equation e, which belongs to trait t.
 row_values values_of(writer_state& w, std::int64_t e, std::int32_t t) {
   row_values rout{without_dust(w.first, e), 0.0};
-  if (w.form.second == second_column::as_it_stands) rout[1] = without_dust(w.second, e);
+  if (w.form.second == second_column::as_it_is) rout[1] = without_dust(w.second, e);
   if (w.form.second == second_column::root) rout[1] = w.second(e) < 0 ? 0.0 : std::sqrt(w.second(e));
   if (w.m.sol_layout == 1) {
     rout[0] *= w.m.SPRE(t);
@@ -139,7 +139,7 @@ void write_regressions(writer_state& w) {
   bool any = false;
   for (std::int32_t t = 1; t <= w.m.nt; ++t) any = any || w.m.MODEL(t).n_reg > 0;
   if (!any) return;
-  turn_page_behind(w, last_block_line);
+  turn_page_after(w, last_block_line);
   if (w.form.listing) {
     list(w, "  Regression coefficients");
     list(w);
@@ -153,7 +153,7 @@ void write_regressions(writer_state& w) {
 
 void write_fixed_effect(writer_state& w, std::int32_t t, std::int32_t j) {
   const trait_record& trait = w.m.MODEL(t);
-  turn_page_behind(w, last_block_line);
+  turn_page_after(w, last_block_line);
   if (w.form.listing) {
     list(w);
     list(w, free_row().text("  First 250 equations for Trait: ").text(trait.TRAIT_NAME).str());
@@ -201,7 +201,7 @@ void list_factor_heading(writer_state& w, std::int32_t k) {
 
 void write_random_factor(writer_state& w, std::int32_t k) {
   const structure_record& factor = w.m.RMAT(k);
-  turn_page_behind(w, last_block_line);
+  turn_page_after(w, last_block_line);
   if (w.form.listing) list_factor_heading(w, k);
   const std::int32_t levels = w.m.NRALEV(k);
   int listed = 0;
@@ -213,7 +213,7 @@ void write_random_factor(writer_state& w, std::int32_t k) {
       const row_values rout = row <= factor.n_rc ? values_of(w, e, factor.TRAIT_NO(t)) : row_values{};
       write_row(w, {3, factor.TRAIT_NO(t), t, k, code.code, code.nobs, code.level}, rout);
       if (!w.form.listing || ++listed > block_rows) continue;
-      turn_page_behind(w, last_row_line);
+      turn_page_after(w, last_row_line);
       w.line.clear().X(1).I(code.code, 14).I(code.nobs, 7).I(t, 5).X(4).A(factor.T_NAME(t), 8).I(e, 9);
       list_row(w, rout);
     }

@@ -12,7 +12,7 @@
 // 6     0            0                      observations   observations
 // 7     0            0                      level          level
 //
-// The option's tens digit: 0 and 1 write the file anew; with 2 it is left alone
+// The option's tens digit: 0 and 1 write the file from scratch; with 2 it is left alone
 // (only genomic effects would follow, which the model file doesn't have); from
 // 3 on illegal. Its unit digit:
 //
@@ -34,15 +34,15 @@ namespace zeph {
 
 // Writes `file` of the work directory from first (the solutions, neq) and second
 // (neq). An element below 9.9999998245167e-14 in size becomes 0, in the vector
-// too; so do elements of a second vector that is written as it stands. With
+// too; so do elements of a second vector that is written as it is. With
 // sol_layout = 1 solutions and roots are multiplied by SPRE of their trait.
 // IREST(1..n_IREST) are the restricted equations.
 //
-// Returns 0, or 1 after a unit digit above 6 or a negative option (told on the
+// Returns 0, or 1 after a unit digit above 6 or a negative option (reported on the
 // listing, nothing written). Stops with code 16: illegal tens digit, CODE_TABLE
 // that can't be read, a write that fails. The line counter of the listing turns
-// the pages: banner before a block behind line 68, and before a row of a random
-// factor behind line 77.
+// the pages: banner before a block after line 68, and before a row of a random
+// factor after line 77.
 int SOLWRITE(std::int32_t option, const model_records& m, const vec<std::int32_t>& IREST,
              std::int32_t n_IREST, vec<double>& first, vec<double>& second, std::string_view file,
              reporting& report);

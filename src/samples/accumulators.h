@@ -44,7 +44,7 @@ void covariance_moments(const model_records& m, const directives& asked, const r
                         const chain_counts& counts, sampler_store& store);
 
 // Hand-over to the next model: sols = solpostmean, pars = PARPOSTMEAN; then all
-// sums of samples and their count are zero. `sol` and `RCOV` go on as they are.
+// sums of samples and their count are zero. `sol` and `RCOV` stay as they are.
 void hand_over_sums(sampler_store& store, chain_counts& counts);
 
 } // namespace zeph

@@ -149,7 +149,7 @@ void check_marsaglia(const marsaglia_state& state, reporting& report) {
   wrong("J97", std::to_string(state.J97), "I97-64 or I97+33");
 }
 
-// The pair at which the combined source stands.
+// The current pair of the combined source, within its moduli.
 void check_pair(const std::int32_t (&current)[2], reporting& report) {
   constexpr std::int32_t most[2] = {combined_source::m1 - 1, combined_source::m2 - 1};
   for (int i = 0; i < 2; ++i)

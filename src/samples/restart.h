@@ -1,6 +1,6 @@
 // Continuation of a chain by a later run. A run leaves its last state in
 // `lastsol` and `gparlast`; the user copies them to `oldsol` and `r_parm`, and
-// a run that finds both goes on from there. Binary records:
+// a run that finds both continues from there. Binary records:
 //
 // lastsol / oldsol: neq; then per equation its number and `sol`
 //
@@ -48,8 +48,8 @@ void write_gparlast(const model_records& m, const design_store& design, const sa
 
 // Opens r_parm and reads its first part: P_ROUND, which is returned, both sources, all matrices, the
 // SCALE vectors (record g into IW_STR(nramat+g), though each holds those of group
-// 1). With the seeds of the part before the combined source goes on where it
-// stopped, otherwise it starts from seed_a, seed_b; the Marsaglia source goes on
+// 1). With the seeds of the part before the combined source continues where it
+// stopped, otherwise it starts from seed_a, seed_b; the Marsaglia source continues
 // in both cases. Prints what it does. Stops with code 16: a read that fails,
 // after the lines that name the thing; values that no chain can have (illegal
 // input); a model with a trait of type 3.

@@ -99,6 +99,7 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
       files.has_res_samples = true;
     }
   }
+  // kept: scr31 is made in every run and stays empty
   open_checked(files.scr31, "scr31", report);
   if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
     open_checked(files.mix_pi, "mix_pi", report);

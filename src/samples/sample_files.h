@@ -14,7 +14,7 @@
 // mix_pi       text      round, mixing proportion of each trait, in free format
 // threshold    text      round, number of the first ordered trait, k, threshold k; in
 //                        free format, a row for each threshold of each trait
-// scr31        records   scratch space of the covariance sampling
+// scr31        records   kept: opened in every run, written by none of its parts
 //
 // All are flushed at the end of their sample, so that a run that is killed keeps
 // whole samples. A file that can't be opened or written stops the run: write_fault, code 16.
@@ -33,12 +33,12 @@ namespace zeph {
 struct sample_files {
   text_writer gib_samples, py, lpm, mix_pi, threshold;
   sequential_writer sol_samples, res_samples, scr31;
-  sequential_writer state;      // lastsol, gparlast: its storage is taken before the chain
+  sequential_writer state;      // lastsol, gparlast: allocated before the chain
   std::int32_t n_vector = 0;    // entries of the model vector in a row: nramat+1
   bool has_sol_samples = false; // opened in this run
   bool has_res_samples = false;
   free_row row;     // the rows of a round are made in these,
-  column_line line; // so that a round takes no storage
+  column_line line; // so that a round allocates nothing
 };
 
 // Opens, in this order: with analysis_type >= 3 gib.samples; with analysis_type > 0 py, lpm, sol.samples

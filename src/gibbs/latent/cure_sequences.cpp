@@ -19,6 +19,7 @@ void add_fitted_row(const model_records& model, const equation_layout& layout, d
   float* row = design.CURE_YHAT.col(pos);
   add_fitted(entries_of(design, layout, sampler, asked.analysis_type), irec, row);
   if (!values.weighted) return;
+  // weighted fitted values: w_t^1/2 (Z b)_t, a product of 32-bit numbers
   for (std::int32_t t = 1; t <= model.nt; ++t) row[t - 1] *= design.WV_SQRT_M(t, irec);
 }
 
@@ -32,6 +33,7 @@ void observe_status(const model_records& model, design_store& design, std::int32
   for (std::int32_t t = 1; t <= model.nt; ++t) {
     const trait_record& trait = model.MODEL(t);
     if (trait.TRAIT_TYPE == trait_sequence) {
+      // the sequence is records irec-npos+1..irec; one failure marks all its positions
       bool any = false;
       for (std::int32_t i = irec - npos + 1; i <= irec; ++i)
         any = any || design.CURE_Y[static_cast<std::size_t>(t - 1)](i) != 0;
@@ -57,12 +59,14 @@ void draw_status(const model_records& model, design_store& design, combined_sour
                  std::int32_t npos) {
   for (std::int32_t t = 1; t <= model.nt; ++t) {
     const trait_record& trait = model.MODEL(t);
+    // link1: the trait of kind 7 that belongs to t; where it has failed the subject can fail
     if (trait.TRAIT_TYPE != trait_cured || design.LOG_Z(trait.link1, npos) != 0) continue;
     double prod = 1.0;
     for (std::int32_t i = 1; i <= npos; ++i)
       prod *= upper_tail(static_cast<double>(design.CURE_YHAT(trait.link1, i)));
     double Phi = 0, Q = 0, density = 0;
     normal_tail(static_cast<double>(design.CURE_YHAT(t, npos)), Phi, Q, density);
+    // a subject that can fail survives all positions with probability prod, one that cannot with 1
     const double d = Q / (prod * Phi + Q);
     const double a1 = uniform_range(source);
     if (!(a1 <= 1.0 - d)) continue;
@@ -79,6 +83,8 @@ void describe_cure_record(const model_records& model, const design_store& design
   for (std::int32_t t = 1; t <= nt; ++t) {
     const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
     const double y = static_cast<double>(design.Y_M(t, irec));
+    // the sign of the stored liability remembers a binary observation; kind 7 has it in CURE_Y, kind 8 the
+    // status of its last position
     latent.pos(t) = y > 0.0 && (type != trait_censored || trait_present(design.ISIT_M(irec), t, nt));
     if (type == trait_sequence) latent.pos(t) = design.CURE_Y[static_cast<std::size_t>(t - 1)](irec) != 0;
     if (type == trait_cured) latent.pos(t) = design.LOG_Z(t, npos);
@@ -104,6 +110,7 @@ void store_cure_record(const model_records& model, design_store& design, mixture
     const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
     if (!trait_present(design.ISIT_M(irec), t, nt)) continue;
     const double mean = values.fitted(t), res = values.res(t);
+    // drawn on one side of 0, so that a rounded value must not cross it
     const bool one_sided =
         type == trait_liability || type == trait_cured || (type == trait_sequence && design.LOG_Z(t, i) != 0);
     if (one_sided)
@@ -147,6 +154,7 @@ void close_sequence(scan_records& r, const directives& asked, const round_state&
 void bddrmc_cure(scan_records& r, const directives& asked, const round_state& state) {
   r.mixtures.MIXZ_LAST.fill(0);
   r.mixtures.mix_pi.fill(0.0);
+  // |SEQ_M| is the position in the sequence; a negative one closes it
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     const std::int32_t pos = std::abs(r.design.SEQ_M(irec));
     add_fitted_row(r.model, r.layout, r.design, r.sampler, r.work.values, asked, irec, pos);

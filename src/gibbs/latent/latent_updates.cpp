@@ -9,7 +9,7 @@
 namespace zeph {
 namespace {
 
-// What liab_sample is told of record irec, from the work areas.
+// What is known of record irec, for liab_sample: fitted values, signs, categories, bounds.
 liability_record described(const design_store& design, const record_values& values, const latent_work& latent,
                            std::int32_t irec) {
   liability_record x;
@@ -26,10 +26,13 @@ liability_record described(const design_store& design, const record_values& valu
   return x;
 }
 
+// Codes of CENS_M: -1 left, 1 right, 2 interval; Y_MMIN and Y_MMAX bound the value.
 bool censored_code(std::int32_t code) { return code == -1 || code == 1 || code == 2; }
 
 } // namespace
 
+// One walk: e = y - Z b of the record, then each latent trait given the others, then y = Z b + e. The
+// sign of the liability before says which side a binary trait is drawn on.
 void bddrmc_cat(scan_records& r, const directives& asked) {
   const std::int32_t nt = r.model.nt;
   const record_entries entries = entries_of(r, asked.analysis_type);
@@ -59,6 +62,7 @@ void bddrmc_cat(scan_records& r, const directives& asked) {
   }
 }
 
+// kept: a censored trait is drawn in bddrmc_cat too where its value is positive; here it is stored
 void bddrmc_cens(scan_records& r, const directives& asked) {
   const std::int32_t nt = r.model.nt;
   const record_entries entries = entries_of(r, asked.analysis_type);
@@ -107,6 +111,7 @@ void samp_thresholds(const design_store& design, category_store& categories, com
   for (category_record& x : categories.catstr) find_extremes(design, categories, ++c, x);
   for (category_record& x : categories.catstr)
     for (std::int32_t k = 2; k <= x.ncat_t - 2; ++k)
+      // given the liabilities thr(k) is uniform between the largest of category k and the smallest of k+1
       x.thr(k) = uniform_range(source, x.maxu(k), x.minu(k + 1));
   // the two outer thresholds fix location and scale of the liability
   for (category_record& x : categories.catstr) {
@@ -118,8 +123,8 @@ void samp_thresholds(const design_store& design, category_store& categories, com
     for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
       x.thrpostm(k) += x.thr(k);
       x.thrpostsd(k) += x.thr(k) * x.thr(k);
-      write_threshold(files, state, categories.catstr.front().trait, k, x.thr(k),
-                      report); // kept: the first trait
+      // kept: every row names the first ordered trait; readers go by the order of the rows
+      write_threshold(files, state, categories.catstr.front().trait, k, x.thr(k), report);
     }
   flush_thresholds(files, report);
 }
@@ -138,6 +143,8 @@ void update_latent_variables(scan_records& r, const directives& asked, const rou
   const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
   // kept: the form with covariables made from solutions leaves thresholds and censored values as they are
   const bool two_stages = scans_in_two_stages(asked);
+  // in this order: liabilities, thresholds from them, sequences, mixtures, censored values; all from the
+  // combined source
   prepare_conditionals(r.model, r.sampler, r.work.latent);
   if ((ordered || binary) && !sequence) bddrmc_cat(r, asked);
   if (ordered && !two_stages)

@@ -20,7 +20,7 @@ void update_latent_variables(scan_records& r, const directives& asked, const rou
 
 // Liabilities of ordered and binary traits, record by record; from the combined
 // source one draw per latent trait that is observed, and per censored trait whose
-// value is positive, whose draw only serves the traits behind it.
+// value is positive, whose draw only serves the traits after it.
 void bddrmc_cat(scan_records& r, const directives& asked);
 
 // Values of censored observations (codes -1, 1, 2), record by record.

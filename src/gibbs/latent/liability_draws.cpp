@@ -9,14 +9,16 @@
 namespace zeph {
 namespace {
 
-constexpr double far_below = -99999.0; // stands for minus infinity
-constexpr float nearest = 1e-10F;      // size of a binary liability that would else change its sign
+// kept: minus infinity of a binary liability is this number; a fitted value beyond it stops the draw
+constexpr double far_below = -99999.0;
+constexpr float nearest = 1e-10F; // size of a binary liability that would otherwise change its sign
 
 // Coefficients of the other traits in the mean of t, and its variance given them.
 void sweep_others(const model_records& model, const sampler_store& sampler, latent_work& latent,
                   std::int32_t h, std::int32_t t) {
   residual_conditional& given = latent.given;
   const std::int32_t nt = model.nt;
+  // swept on all traits but t: row t holds its coefficients on the others, its diagonal its variance
   set_matrix(given, sampler.RCOV.slice(h));
   sweep_mask(given, all_traits(nt) & ~trait_bit(t, nt));
   for (std::int32_t i = 1; i <= nt; ++i)
@@ -76,6 +78,7 @@ void liab_sample(const model_records& model, const category_store& categories, c
   for (std::int32_t t = 1; t <= model.nt; ++t) {
     const std::int32_t type = model.MODEL(t).TRAIT_TYPE;
     const bool observed = trait_present(x.isit, t, model.nt), pos = x.pos[t - 1] != 0;
+    // m, v: mean and variance of e_t given the other residuals, those drawn before t with their new values
     const bool drawn = type == trait_censored
                            ? pos
                            : observed && (type == trait_categorical || type == trait_liability ||
@@ -83,6 +86,7 @@ void liab_sample(const model_records& model, const category_store& categories, c
     if (!drawn || (x.censored_only && type != trait_censored)) continue;
     const double m = conditional_mean(model, latent, res, t, x.h), v = latent.variance(t, x.h);
     const double e = x.mean[t - 1];
+    // truncated so that y = e_fit + e_t stays in the interval of the observation; e below is the fitted value
     if (type == trait_censored)
       res[t - 1] = between(source, static_cast<double>(x.low[t - 1]) - e,
                            static_cast<double>(x.high[t - 1]) - e, m, v);
@@ -96,6 +100,7 @@ void liab_sample(const model_records& model, const category_store& categories, c
 }
 
 float stored_liability(double mean, double res, bool positive) {
+  // rounding to 32 bits may end at 0 or beyond: then the nearest number that keeps the sign
   const float y = static_cast<float>(mean + res);
   if (positive) return y > 0.0F ? y : nearest;
   return y < 0.0F ? y : -nearest;

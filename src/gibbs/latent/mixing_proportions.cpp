@@ -15,6 +15,7 @@ std::int64_t observations_of(const model_records& model, const design_store& des
 
 } // namespace
 
+// mix_pi(t): a count during the pass, a proportion after it.
 void divide_by_observations(const model_records& model, const design_store& design, mixture_store& mixtures,
                             std::int32_t t) {
   const std::int64_t n = observations_of(model, design, t);
@@ -32,6 +33,7 @@ void count_member(mixture_store& mixtures, const directives& asked, const round_
 void start_mixing_proportions(const model_records& model, const design_store& design,
                               mixture_store& mixtures) {
   if (!mixtures.mix_pi.allocated()) return;
+  // at the start entries are counted, not records: a record with two coefficients counts twice
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
     for (std::int32_t j = 1; j <= design.M_M(irec); ++j)
       if (design.XD6_M(j, irec) > 0 && design.ZD_M(j, irec) > start_on && design.XD2_M(j, irec) > 0)

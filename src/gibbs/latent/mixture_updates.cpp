@@ -17,8 +17,8 @@ namespace zeph {
 namespace {
 
 constexpr double coefficient_on = static_cast<double>(1e-5F); // below: the mixture coefficient is off
-constexpr double lowest = -9999999.0;                         // stands for minus infinity
-constexpr double lowest_bound = -9999990.0;                   // of minus the fitted value
+constexpr double lowest = -9999999.0;       // kept: minus infinity of a mixture liability is this number
+constexpr double lowest_bound = -9999990.0; // kept: minus the fitted value is held above `lowest`
 
 bool prints(const directives& asked, const round_state& state, std::int32_t irec) {
   return asked.test_level > 0 && irec < 11 && state.iround < 4;
@@ -37,6 +37,7 @@ double quadratic_form(const double* Q, const double* e, std::int32_t nt) {
 void split_residuals(const equation_layout& layout, const design_store& design, const sampler_store& sampler,
                      const record_values& values, mixture_work& mixture, const directives& asked,
                      std::int32_t irec) {
+  // e = y - x0'b0 - z s with z the present indicator: e1 = e - (1 - z) s, e0 = e + z s
   std::copy(values.res.begin(), values.res.end(), mixture.e1.begin());
   std::copy(values.res.begin(), values.res.end(), mixture.e0.begin());
   for (std::int32_t j = 1; j <= design.M_M(irec); ++j) {
@@ -68,6 +69,7 @@ void switch_coefficients(const equation_layout& layout, design_store& design, co
 double draw_tau(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,
                 std::int32_t t, double& a1) {
   const std::int32_t nt = r.model.nt, first = r.model.nramat + 1;
+  // one residual group: both components share R1; two: component 1 has group 2
   const std::int32_t second = r.sampler.G < 2 ? 1 : 2;
   double Phi = 0, Q = 0, density = 0;
   normal_tail(r.work.values.fitted(t), Phi, Q, density);
@@ -82,6 +84,7 @@ double draw_tau(scan_records& r, const directives& asked, const round_state& sta
     sums.SUM(irec) += tau;
     sums.SS(irec) += tau * tau;
   }
+  // one uniform a record and trait, drawn even where tau is 0, 1 or no number
   a1 = uniform_range(r.sources.combined);
   if (prints(asked, state, irec)) say(r.report, free_row().text("tau,a1: ").r8(tau).r8(a1).str());
   return tau;
@@ -100,6 +103,7 @@ void update_indicator(scan_records& r, const directives& asked, const round_stat
     for (const logical flag : r.work.mixture.l_mix_z) row.l(flag != 0);
     say(r.report, row.str());
   }
+  // kept: the liabilities of all traits of kind 5 are drawn after each indicator, those with z of before too
   liab_sample_mix(r.model, r.sampler, r.work.mixture, r.sources.combined, r.work.values.res.data(),
                   r.work.values.fitted.data(), r.work.mixture.z.data(), r.design.ISIT_M(irec),
                   r.design.IRESG_M(irec));
@@ -191,6 +195,7 @@ void liab_sample_mix(const model_records& model, const sampler_store& sampler, m
     if (listed(t)) mask &= ~trait_bit(t, nt);
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (!listed(t)) continue;
+    // P(nt+1,t) of an unswept row with border 0 is minus the mean of e_t given the traits of the mask
     set_matrix(given, sampler.RCOV.slice(h));
     set_border(given, res, mask);
     sweep_mask(given, mask);

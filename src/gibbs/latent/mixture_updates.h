@@ -33,7 +33,7 @@ void allocate_mixture_work(const model_records& m, mixture_work& work, reporting
 void bddrmc_mix(scan_records& r, const directives& asked, const round_state& state);
 
 // Liabilities of the traits of kind 5 of one record: each given the observed other
-// traits and those of kind 5 drawn before, on the side that z tells. On return
+// traits and those of kind 5 drawn before, on the side given by z. On return
 // res(t) of those traits is the liability itself.
 void liab_sample_mix(const model_records& model, const sampler_store& sampler, mixture_work& mixture,
                      combined_source& source, double* res, const double* mean, const logical* z,

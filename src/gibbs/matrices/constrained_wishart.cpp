@@ -24,6 +24,7 @@ void take_part(const mat<double>& x, const positions& rows, const positions& col
     for (std::int32_t i = 1; i <= size_of(rows); ++i) out(i, j) = x(at(rows, i), at(columns, j));
 }
 
+// inverse = x^-1 of the constrained block; a singular one ends the run with code 16.
 void invert(reporting& report, const mat<double>& x, mat<double>& inverse) {
   double logdet = 0;
   int info = 0;
@@ -54,6 +55,7 @@ void draw_free(reporting& report, random_sources& sources, constrained_work& w, 
     }
   const std::int32_t n = l * c;
   ginverse_into(report, w.H.data(), n, n, w.V.data(), n, w.L1.data(), w.L2.data());
+  // l c normals, the elements of T2 column by column
   mvn_draw(report, sources.combined, w.x.data(), w.mean.data(), w.V.data(), n, n, matrix_work);
   for (std::int32_t i = 1; i <= l; ++i)
     for (std::int32_t a = 1; a <= c; ++a) w.T2(a, i) = w.x((i - 1) * c + a);
@@ -93,6 +95,7 @@ void step_correlations(reporting& report, random_sources& sources, constrained_w
     const float chi_square = 2.0F * sgamma(sources.combined, static_cast<float>(nu) / 2.0F, sources.gamma);
     w.d(i) = std::sqrt(static_cast<double>(chi_square) / w.S_CC(i, i));
   }
+  // per step: k gamma deviates (above), one inverse Wishart matrix, one uniform
   rinvwish(report, sources, w.Z.data(), k, w.S_KK_inverse.data(), k, k, nu, matrix_work);
   for (std::int32_t i = 1; i <= k; ++i)
     for (std::int32_t j = 1; j <= k; ++j)
@@ -106,6 +109,8 @@ void step_correlations(reporting& report, random_sources& sources, constrained_w
   for (std::int32_t i = 1; i <= k; ++i) SCALE(at(cc, i)) = std::sqrt(w.Z(i, i));
 }
 
+// P of the cc block: one trait has correlation 1; from two on, five steps of a Metropolis chain from the
+// current correlations, whose stationary distribution is the full conditional.
 void draw_correlations(reporting& report, random_sources& sources, constrained_work& w, const double* R,
                        std::int32_t nu, vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const std::int32_t k = size_of(w.lists.cc);
@@ -122,6 +127,7 @@ void draw_correlations(reporting& report, random_sources& sources, constrained_w
 
 // W_CC = P, W_Cl = P T2, W_ll = T1 + T2' P T2
 void join_parts(constrained_work& w, const positions& C, mat<double>& W) {
+  // R from its parts: with T2 = P^-1 R_Cl the blocks are R_Cl = P T2 and R_ll = T1 + R_lC P^-1 R_Cl
   const positions& lc = w.lists.lc;
   const std::int32_t c = size_of(C), l = size_of(lc), k = size_of(w.lists.cc);
   for (std::int32_t a = 1; a <= c; ++a)
@@ -145,7 +151,7 @@ void join_parts(constrained_work& w, const positions& C, mat<double>& W) {
     }
 }
 
-// Trait at a position of the residual matrix; 0 stands for the position itself.
+// Trait at a position of the residual matrix; 0 in the list means the position itself.
 std::int32_t trait_at(const structure_record& residual, std::int32_t position) {
   const std::int32_t trait = position <= residual.TRAIT_NO.size() ? residual.TRAIT_NO(position) : 0;
   return trait == 0 ? position : trait;
@@ -158,6 +164,7 @@ void fill_lists(const model_records& m, const directives& asked, residual_lists&
     if (trait != j && asked.analysis_type >= 3)
       illegal_input(report, "MODINF", "RMAT%TRAIT_NO", {m.nramat + 1, j}, std::to_string(trait),
                     "the position itself in the residual");
+    // free variance, variance 1 with free correlations, variance 1 without correlations
     switch (m.MODEL(j).TRAIT_TYPE) {
     case trait_gaussian:
     case trait_censored:
@@ -208,11 +215,13 @@ void rinvwish_con(reporting& report, random_sources& sources, constrained_work& 
                   std::int32_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const std::int32_t l = size_of(w.lists.lc), u = size_of(w.lists.ccu);
   const positions& C = w.lists.C;
+  // no variance is fixed: an inverse Wishart matrix
   if (C.empty()) {
     rinvwish(report, sources, W.data(), W.extent(1), w.A.data(), w.A.extent(1),
              static_cast<std::int32_t>(W.extent(1)), df, matrix_work);
     return;
   }
+  // order of the draws: T1, T2, P; the combined source serves all three
   take_part(w.S, C, C, w.S_CC);
   invert(report, w.S_CC, w.S_CC_inverse);
   if (l > 0) draw_free(report, sources, w, C, df, matrix_work);

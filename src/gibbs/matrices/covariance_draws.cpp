@@ -17,6 +17,7 @@ namespace zeph {
 namespace {
 
 constexpr int most_redraws = 1000; // of a residual matrix with covariances held at zero
+// rounds 1..3 are printed from test level 2 on
 constexpr std::int64_t last_printed_round = 3;
 
 bool printed(const directives& asked, const round_state& state) {
@@ -42,6 +43,8 @@ void related_sum(const double* u, const relationship_rows& rows, std::int32_t st
   const std::int64_t levels = rows.diag.size();
   for (std::int64_t l = 1; l <= levels; ++l) {
     const double* own = u + (l - 1) * stride;
+    // t = sum over c of a(l,c) u_c, the diagonal first; then sums += u_l t'. Each off-diagonal element is in
+    // the list of both its levels, so that all elements of A^-1 are taken.
     for (std::int32_t j = 0; j < p; ++j) t[j] = rows.diag(l) * own[j];
     for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node) {
       const double* other = u + (rows.col(node) - std::int64_t{1}) * stride;
@@ -120,12 +123,14 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
   inverse_wishart_store& iw = IW_STR_of(sampler, k, "sample_covariances", report);
+  // S in full, its inverse the scale: W^-1 is Wishart (df, S^-1), W inverse Wishart; then G^-1 = W^-1
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
   make_scale(report, iw, p, "random effect", k);
   rinvwish(report, sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), p, df,
            matrices.draw);
   invert_drawn(report, iw, p, "random effect", k);
   pack(iw.W.data(), iw.W.extent(1), p, sums);
+  // a matrix that is not to be updated is drawn and reported, and the scan keeps its old inverse
   if (state.matopd(k))
     for (std::int32_t j = 1; j <= p; ++j)
       for (std::int32_t i = 1; i <= p; ++i) sampler.GIF(i, j, k) = iw.W_INV(i, j);
@@ -188,6 +193,7 @@ void draw_residual_matrix(const model_records& model, const sampler_store& sampl
     std::copy(iw.W.begin(), iw.W.end(), constrained.S.begin());
     std::copy(iw.sscp_f.begin(), iw.sscp_f.end(), constrained.A.begin());
   }
+  // every attempt takes its own draws of the combined source
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
     if (restricted)
       rinvwish_con(report, sources, constrained, sampler.RCOV.slice(h), df, iw.W, iw.SCALE, matrices.draw);
@@ -209,6 +215,8 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   const std::int32_t prior = asked.PDF(model.nramat + 1);
   const std::int32_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
   double* sums = sampler.sscp.col(column);
+  // S + (v - nt - 1) R0 and n + v degrees of freedom, or S and n - nt - 1 with a flat prior.
+  // kept: nt and not p, the order in the model in force, decides which
   const std::int32_t df = prior > nt + 1 ? records + prior : records - nt - 1;
   if (p >= 1 && prior > p + 1)
     add_prior(sums, nt, static_cast<double>(prior - nt - 1),
@@ -223,6 +231,7 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
     std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.slice(h));
     std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.slice(h));
   }
+  // LVDET = ln |R| = -ln |R^-1|
   const double d = det_into(report, iw.W_INV.data(), nt, nt, matrices.draw.L.data());
   sampler.IDET_RVAR(column) = std::sqrt(d);
   sampler.LVDET(column) -= std::log(d);
@@ -243,6 +252,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
                         reporting& report, std::int32_t k, std::int32_t p) {
   const structure_record& factor = model.RMAT(k);
   const double* u = sampler.sol.data() + model.NBEGRA(k);
+  // S = U'A^-1 U, U the levels' solutions in p columns; packed, lower triangle by rows
   double* sums = sampler.sscp.col(k);
   const bool identity = structure_is(factor, "I");
   if (!identity && !has_related_sum(factor)) {
@@ -250,6 +260,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
     say(report, free_row().text("For random factor ").i(k).str());
     stop_run(report, exit_diagnosed);
   }
+  // the fast body has summed U'A^-1 U in its walk over the levels
   if (fast.square_done.allocated() && fast.square_done(k)) {
     const double* walked = fast.square.col(k);
     for (std::int32_t i = 0; i < p * (p + 1) / 2; ++i) sums[i] += walked[i];

@@ -28,7 +28,7 @@ void allocate_covariance_work(const model_records& m, covariance_work& work, rep
 
 // Adds to sscp(:,k) the sums of squares of each factor k over its relationship,
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its
-// second list. A structure without a sum is told and stops with code 16.
+// second list. A structure without a sum is reported and stops with code 16.
 void sscp_random(const model_records& model, const relationship_store& relations, sampler_store& sampler,
                  covariance_work& matrices, residual_form& fast, reporting& report, const round_state& state);
 // The same for one factor and its rows 1..p.

@@ -20,7 +20,7 @@ void level_block(const sampler_store& sampler, const group_form& form, std::int3
 //   sol_l = L'^-1 (L^-1 (RHS_l + D sol_l - links) + z),
 // z of the Marsaglia source, as many as there are equations, in their order. The
 // factor is that of the unblocked routine of LAPACK (dpotf2, lower), operations in
-// the same order. A block that can't be factored is told, as by sample_level.
+// the same order. A block that can't be factored is reported, as by sample_level.
 void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change);
 
 } // namespace zeph

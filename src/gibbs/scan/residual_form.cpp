@@ -41,7 +41,7 @@ bool ranges_are_disjoint(const equation_layout& layout) {
 }
 
 // True when every entry's equation is the one that its group, level and place
-// name, so that columns of levels can stand for the rows of entries.
+// name, so that columns of levels can take the place of rows of entries.
 bool entries_are_regular(const model_records& model, const equation_layout& layout,
                          const design_store& design, const directives& asked) {
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
@@ -245,7 +245,7 @@ void for_each_product(const model_records& model, const design_store& design, co
         if (fast.constant_R) {
           product = record_product(design, inverses.riff, irec, i, k);
         } else {
-          // R changes in the run: the product without R^-1, whose element (ti,tj) of group h comes in each round
+          // R changes in the run: the product without R^-1, of which element (ti,tj) of group h comes later
           term.ti = std::max(design.XD2_M(i, irec), design.XD2_M(k, irec));
           term.tj = std::min(design.XD2_M(i, irec), design.XD2_M(k, irec));
           term.h = design.IRESG_M(irec);
