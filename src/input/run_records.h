@@ -25,6 +25,21 @@ struct fetocv_entry {
 // scanned in two stages: first the groups that they come from, then the others.
 enum class scan_stage : std::int32_t { all, sources, others };
 
+// Prior weights of the models with 1..q rows of random factor k, q the order of its matrix.
+struct row_weights {
+  std::int32_t factor = 0;
+  std::vector<double> weights; // [rows-1], all above 0
+};
+
+// What the optional file `sampler` asks for beyond the plain sampler.
+struct sampler_words {
+  bool exact = false;                 // each step draws from its full conditional distribution
+  bool state = false;                 // the whole state of the chain is saved
+  std::int32_t state_minutes = 10;    // between two saves; 0: at the end only
+  std::vector<row_weights> row_prior; // factors ascending
+  std::int32_t density_points = 0;    // of a record with three and more latent values; 0: no density
+};
+
 // What the directive file asks for: constant once it has been read.
 struct directives {
   std::int32_t analysis_type =
@@ -42,6 +57,7 @@ struct directives {
   std::int32_t stdef = 0; // standardize option of those covariates
   std::int32_t irest_flag = 0;
   bool restart = false; // the work directory has both r_parm and oldsol
+  sampler_words sampler;
 };
 
 // Where the chain is.
