@@ -2,8 +2,10 @@
 
 #include "control/chain_loop.h"
 #include "control/directives.h"
+#include "control/exact_sampler.h"
 #include "control/model_chains.h"
 #include "control/predictions.h"
+#include "control/sampler_file.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
 #include "gibbs/latent/mixing_proportions.h"
@@ -101,6 +103,7 @@ void lay_out_equations(run& r) {
   open_directives(r.model, lines, r.report);
   read_directives(r.model, r.asked, r.sources, lines, r.report);
   if (r.asked.analysis_type < 0) r.asked.analysis_type = 0;
+  read_sampler_file(r.model, r.asked, r.report);
   count_equations(r.model, r.layout, r.report);
   if (r.asked.test_level == 1) print_sizes(r.model, r.layout, r.report);
   check_model_indices(r.model, r.layout, r.report);
@@ -181,8 +184,10 @@ void start_run(run& r) {
   check_codes(r.model, r.report); // the reports of the end read it
   allocate_round_work(r.model, r.layout, r.work, r.report);
   prepare_residual_draw(r.model, r.asked, r.work.matrices.constrained, r.work.matrices.draw, r.report);
+  begin_exact_sampler(r);
   start_latent_values(r);
   restart_latent_values(r);
+  find_exact_forms(r);
   scan_records records = records_of(r);
   start_mixing_proportions(records.model, records.design, records.mixtures);
   open_sample_files(r.model, r.layout, r.asked, r.files, r.report);

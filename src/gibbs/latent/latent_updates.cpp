@@ -1,6 +1,7 @@
 #include "gibbs/latent/latent_updates.h"
 
 #include "gibbs/latent/cure_sequences.h"
+#include "gibbs/latent/latent_sweep.h"
 #include "gibbs/latent/liability_draws.h"
 #include "gibbs/latent/mixture_updates.h"
 
@@ -102,6 +103,20 @@ void find_extremes(const design_store& d, const category_store& categories, std:
   }
 }
 
+// In sample rounds of all types above 0: sums of the thresholds and their rows in `threshold`.
+void keep_thresholds(category_store& categories, reporting& report, const directives& asked,
+                     const round_state& state, sample_files& files) {
+  if (!takes_sample(asked, state)) return;
+  for (category_record& x : categories.catstr)
+    for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
+      x.thrpostm(k) += x.thr(k);
+      x.thrpostsd(k) += x.thr(k) * x.thr(k);
+      // kept: every row names the first ordered trait; readers go by the order of the rows
+      write_threshold(files, state, categories.catstr.front().trait, k, x.thr(k), report);
+    }
+  flush_thresholds(files, report);
+}
+
 } // namespace
 
 void samp_thresholds(const design_store& design, category_store& categories, combined_source& source,
@@ -118,15 +133,7 @@ void samp_thresholds(const design_store& design, category_store& categories, com
     x.thr(1) = 0.0;
     x.thr(x.ncat_t - 1) = 1.0;
   }
-  if (!takes_sample(asked, state)) return;
-  for (category_record& x : categories.catstr)
-    for (std::int32_t k = 1; k <= x.ncat_t - 1; ++k) {
-      x.thrpostm(k) += x.thr(k);
-      x.thrpostsd(k) += x.thr(k) * x.thr(k);
-      // kept: every row names the first ordered trait; readers go by the order of the rows
-      write_threshold(files, state, categories.catstr.front().trait, k, x.thr(k), report);
-    }
-  flush_thresholds(files, report);
+  keep_thresholds(categories, report, asked, state, files);
 }
 
 bool has_latent_traits(const model_records& m, const directives& asked) {
@@ -145,13 +152,21 @@ void update_latent_variables(scan_records& r, const directives& asked, const rou
   const bool two_stages = scans_in_two_stages(asked);
   // in this order: liabilities, thresholds from them, sequences, mixtures, censored values; all from the
   // combined source
-  prepare_conditionals(r.model, r.sampler, r.work.latent);
-  if ((ordered || binary) && !sequence) bddrmc_cat(r, asked);
-  if (ordered && !two_stages)
-    samp_thresholds(r.design, r.categories, r.sources.combined, r.report, asked, state, files);
-  if (sequence) bddrmc_cure(r, asked, state);
-  if (m.has_type(trait_mixture)) bddrmc_mix(r, asked, state);
-  if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, asked);
+  if (asked.sampler.exact) {
+    sweep_latent_values(r, asked, state);
+    if (ordered) {
+      draw_thresholds(r.design, r.categories, r.sources.combined);
+      keep_thresholds(r.categories, r.report, asked, state, files);
+    }
+  } else {
+    prepare_conditionals(r.model, r.sampler, r.work.latent);
+    if ((ordered || binary) && !sequence) bddrmc_cat(r, asked);
+    if (ordered && !two_stages)
+      samp_thresholds(r.design, r.categories, r.sources.combined, r.report, asked, state, files);
+    if (sequence) bddrmc_cure(r, asked, state);
+    if (m.has_type(trait_mixture)) bddrmc_mix(r, asked, state);
+    if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, asked);
+  }
   if (!sequence && !m.has_type(trait_mixture)) return;
   if (!takes_sample(asked, state)) return;
   write_mix_pi(files, state, r.mixtures.mix_pi, r.report);

@@ -189,15 +189,13 @@ void fill_lists(const model_records& m, const directives& asked, residual_lists&
   lists.C.insert(lists.C.end(), lists.ccu.begin(), lists.ccu.end());
 }
 
-} // namespace
-
-void prepare_residual_draw(const model_records& m, const directives& asked, constrained_work& w,
-                           matrix_draw_work& matrix_work, reporting& report) {
+// Work areas for matrices of this order with the lists of w.
+void fit_constrained_work(constrained_work& w, std::int64_t order, matrix_draw_work& matrix_work,
+                          reporting& report) {
   constexpr std::string_view routine = "rinvwish_con";
-  fill_lists(m, asked, w.lists, report);
   const std::int64_t l = size_of(w.lists.lc), k = size_of(w.lists.cc), c = k + size_of(w.lists.ccu);
   if (c == 0) return;
-  for (mat<double>* x : {&w.S, &w.A}) allocate(report, *x, "S", routine, m.nt, m.nt);
+  for (mat<double>* x : {&w.S, &w.A}) allocate(report, *x, "S", routine, order, order);
   for (mat<double>* x : {&w.S_CC, &w.S_CC_inverse, &w.P_C}) allocate(report, *x, "S_CC", routine, c, c);
   for (mat<double>* x : {&w.T1, &w.Q, &w.A_ll}) allocate(report, *x, "T1", routine, l, l);
   allocate(report, w.T2, "T2", routine, c, l);
@@ -209,6 +207,35 @@ void prepare_residual_draw(const model_records& m, const directives& asked, cons
     allocate(report, *x, "P", routine, k, k);
   for (vec<double>* x : {&w.d, &w.scale_new}) allocate(report, *x, "d", routine, k);
   fit_matrix_work(report, matrix_work, static_cast<std::int32_t>(std::max({n, l, k})));
+}
+
+// The lists of the traits of a part, as positions in it.
+void keep_positions(const std::vector<std::int32_t>& traits, positions& list) {
+  positions kept;
+  for (std::size_t i = 0; i < traits.size(); ++i)
+    if (std::find(list.begin(), list.end(), traits[i]) != list.end())
+      kept.push_back(static_cast<std::int32_t>(i) + 1);
+  list = std::move(kept);
+}
+
+} // namespace
+
+void prepare_residual_draw(const model_records& m, const directives& asked, constrained_work& w,
+                           matrix_draw_work& matrix_work, reporting& report) {
+  fill_lists(m, asked, w.lists, report);
+  fit_constrained_work(w, m.nt, matrix_work, report);
+}
+
+void prepare_part_draw(const model_records& m, const directives& asked,
+                       const std::vector<std::int32_t>& traits, constrained_work& w,
+                       matrix_draw_work& matrix_work, reporting& report) {
+  fill_lists(m, asked, w.lists, report);
+  keep_positions(traits, w.lists.lc);
+  keep_positions(traits, w.lists.cc);
+  keep_positions(traits, w.lists.ccu);
+  w.lists.C = w.lists.cc;
+  w.lists.C.insert(w.lists.C.end(), w.lists.ccu.begin(), w.lists.ccu.end());
+  fit_constrained_work(w, static_cast<std::int64_t>(traits.size()), matrix_work, report);
 }
 
 void rinvwish_con(reporting& report, random_sources& sources, constrained_work& w, const double* R,

@@ -50,6 +50,11 @@ struct constrained_work {
 void prepare_residual_draw(const model_records& m, const directives& asked, constrained_work& work,
                            matrix_draw_work& matrix_work, reporting& report);
 
+// The same for the matrix of these traits alone (ascending, from 1): the lists are positions among them.
+void prepare_part_draw(const model_records& m, const directives& asked,
+                       const std::vector<std::int32_t>& traits, constrained_work& work,
+                       matrix_draw_work& matrix_work, reporting& report);
+
 // W = one draw for the sums of squares work.S with inverse work.A (nt x nt, both
 // triangles), df degrees of freedom; R: the current matrix. From the combined
 // source, in this order: with lc the draw of T1, then of T2; with two and more of

@@ -223,8 +223,13 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
               [&](std::int32_t i, std::int32_t j) { return residual_prior(model, h, i, j); });
   inverse_wishart_store& iw = IW_STR_of(sampler, column, "sample_covariances", report);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
-  make_scale(report, iw, nt, "residual group", h);
-  draw_residual_matrix(model, sampler, matrices, sources, report, iw, h, df);
+  if (!matrices.parts.parts.empty()) {
+    draw_residual_parts(report, sources, matrices.parts, sampler.RCOV.slice(h), records, prior, iw.W,
+                        matrices.draw);
+  } else {
+    make_scale(report, iw, nt, "residual group", h);
+    draw_residual_matrix(model, sampler, matrices, sources, report, iw, h, df);
+  }
   invert_drawn(report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
   if (state.matopd(model.nramat + 1)) {
@@ -286,7 +291,7 @@ void sample_covariances(scan_records& r, const directives& asked, const round_st
   r.sampler.LVDET.fill(0.0);
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
     sample_factor(r.model, r.sampler, r.work.matrices, r.sources, r.report, asked, state, k);
-  if (r.model.n_norcov > 0) mask_residual_sums(r.model, r.sampler, r.report, asked);
+  if (r.model.n_norcov > 0 && !asked.sampler.exact) mask_residual_sums(r.model, r.sampler, r.report, asked);
   for (std::int32_t h = 1; h <= r.sampler.G; ++h)
     sample_residual(r.model, r.sampler, r.work.matrices, r.sources, r.report, asked, state, h);
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "gibbs/matrices/constrained_wishart.h"
+#include "gibbs/matrices/residual_parts.h"
 #include "input/relationships.h"
 #include "input/run_records.h"
 #include "input/sampler_store.h"
@@ -20,6 +21,7 @@ struct scan_records;
 
 struct covariance_work {
   constrained_work constrained; // of residual matrices with fixed variances
+  residual_parts parts;         // of the exact sampler, when covariances are held at zero
   matrix_draw_work draw;
   vec<double> t; // largest order of a factor: sum of relationship element times solution
 };

@@ -95,10 +95,16 @@ void keep_sampled(const model_records& model, design_store& design, sampler_stor
   }
 }
 
+// product += e e', packed, lower triangle by rows
+inline void add_square(const double* e, std::int32_t nt, double* product) {
+  for (std::int32_t j = 0; j < nt; ++j)
+    for (std::int32_t k = 0; k <= j; ++k) *product++ += e[j] * e[k];
+}
+
 // Records lo+1..hi: products, largest sizes, draws. order: traits when known to
 // the compiler, else 0.
 template <int order>
-void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, std::int64_t hi) {
+void take_records(scan_records& r, bool exact, bool weights, bool sampled, std::int64_t lo, std::int64_t hi) {
   residual_form& form = r.work.fast;
   const std::int32_t nt = order > 0 ? order : r.model.nt;
   const double* E = form.E.data();
@@ -112,15 +118,14 @@ void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, 
     const std::int64_t index = form.mask_of.data()[i];
     const std::int32_t h = r.design.IRESG_M.data()[i];
     for (std::int32_t t = 0; t < nt; ++t) {
-      // e weighted by w^1/2; its products are summed before the missing ones are drawn
+      // e weighted by w^1/2
       res[t] = E[i + t * nobs];
       if (weights) res[t] *= static_cast<double>(r.design.WV_SQRT_M(t + 1, i + 1));
       largest[t] = std::max(largest[t], std::fabs(res[t]));
     }
-    // products(:,mask,h) += e e', packed
+    // products(:,mask,h) += e e', packed: before the missing ones are drawn, in the exact sampler after it
     double* product = form.products.data() + (index + (h - 1) * masks) * packed;
-    for (std::int32_t j = 0; j < nt; ++j)
-      for (std::int32_t k = 0; k <= j; ++k) *product++ += res[j] * res[k];
+    if (!exact) add_square(res, nt, product);
     const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
     if (!mask.missing.empty()) {
       // z: the next normals of the block, one for each missing trait, traits ascending
@@ -128,6 +133,7 @@ void take_records(scan_records& r, bool weights, bool sampled, std::int64_t lo, 
       z += mask.missing.size();
       store_drawn(r.design, r.work.values, mask, i, res);
     }
+    if (exact) add_square(res, nt, product);
     if (sampled) keep_sampled(r.model, r.design, r.sampler, i, h, res);
   }
 }
@@ -160,12 +166,13 @@ void draw_normals(residual_form& fast, marsaglia_source& marsaglia, std::int64_t
   if (n > 0) ranmar_snorms(marsaglia, fast.normals.data(), n);
 }
 
-// sscp(:,nramat+h) += products of all masks of group h, pairs of LNCOV left out.
-void add_products(const model_records& model, sampler_store& sampler, const residual_form& fast) {
+// sscp(:,nramat+h) += products of all masks of group h; pairs of LNCOV are left out where the matrix is
+// drawn without them, not in the exact sampler.
+void add_products(const model_records& model, sampler_store& sampler, const residual_form& fast, bool exact) {
   const std::int64_t packed = fast.products.extent(1), masks = fast.products.extent(2);
   for (std::int32_t h = 1; h <= sampler.G; ++h)
     for (std::int64_t k = 1; k <= packed; ++k) {
-      if (sampler.LNCOV(k)) continue;
+      if (!exact && sampler.LNCOV(k)) continue;
       double& sum = sampler.sscp(k, model.nramat + h);
       for (std::int64_t m = 1; m <= masks; ++m) sum += fast.products(k, m, h);
     }
@@ -238,6 +245,7 @@ void fast_residual_pass(scan_records& r, const directives& asked, const round_st
   residual_form& form = r.work.fast;
   if (!form.by_masks) return Bddrmc_sscp(r, asked, state, lik);
   const bool weights = r.model.has_weights(), sampled = is_sample_round(asked, state);
+  const bool exact = asked.sampler.exact;
   const std::int64_t nobs = r.design.nobs;
   // one trait, all present, no sums of a sample: products are squares and there is nothing to draw
   const bool single = r.model.nt == 1 && form.masks.size() == 1 && form.masks[0].missing.empty() &&
@@ -258,20 +266,20 @@ void fast_residual_pass(scan_records& r, const directives& asked, const round_st
     draw_normals(r.work.fast, r.sources.marsaglia, lo, hi);
     switch (r.model.nt) {
     case 1:
-      take_records<1>(r, weights, sampled, lo, hi);
+      take_records<1>(r, exact, weights, sampled, lo, hi);
       break;
     case 2:
-      take_records<2>(r, weights, sampled, lo, hi);
+      take_records<2>(r, exact, weights, sampled, lo, hi);
       break;
     case 3:
-      take_records<3>(r, weights, sampled, lo, hi);
+      take_records<3>(r, exact, weights, sampled, lo, hi);
       break;
     default:
-      take_records<0>(r, weights, sampled, lo, hi);
+      take_records<0>(r, exact, weights, sampled, lo, hi);
       break;
     }
   }
-  if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast);
+  if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast, exact);
   find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, asked, lik);
   // all traits Gaussian, no moves between models: y and Z are the same in the next round
   form.valid_round = residuals_stay(r.model, asked) ? state.iround + 1 : -1;

@@ -26,14 +26,14 @@ void draw_missing(missing_draws& draws, marsaglia_source& marsaglia, reporting& 
 }
 
 void add_products(const model_records& model, sampler_store& sampler, const record_values& values,
-                  std::int32_t g) {
+                  std::int32_t g, bool all_pairs) {
   const vec<double>& res = values.res;
   const std::int32_t nt = model.nt;
   // sscp(k,nramat+g) += e_i e_j, k = ihmij(i,j), missing traits with the value imputed last
   double* sums = sampler.sscp.col(model.nramat + g);
   for (std::int32_t i = 1, k = 1; i <= nt; ++i)
     for (std::int32_t j = 1; j <= i; ++j, ++k)
-      if (!sampler.LNCOV(k)) sums[k - 1] += res(i) * res(j);
+      if (all_pairs || !sampler.LNCOV(k)) sums[k - 1] += res(i) * res(j);
 }
 
 // Y_M = the imputed residual itself, without the fitted value: the equations of the next round read it so.
@@ -116,10 +116,12 @@ void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& st
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
     const std::int32_t g = d.IRESG_M(irec);
-    if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.values, g);
+    const bool exact = asked.sampler.exact; // sums of the residuals that the next round has
+    if (asked.analysis_type > 1 && !exact) add_products(r.model, r.sampler, r.work.values, g, false);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
                    r.sampler.RCOV.slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);
+    if (asked.analysis_type > 1 && exact) add_products(r.model, r.sampler, r.work.values, g, true);
     if (!sampled) continue;
     for (std::int32_t t = 1; t <= nt; ++t) {
       const double e = r.work.values.res(t);

@@ -276,6 +276,30 @@ void say_group_start(reporting& report, std::int32_t g) {
   say(report, free_row().text("Starting on group").i(g).str());
 }
 
+namespace {
+
+// RHS of level l less what the earlier levels that it meets in a record have changed since the group was
+// entered with the solutions `entered`.
+void subtract_meetings(scan_records& r, const group_meetings& met, std::int32_t g, std::int32_t l) {
+  const equation_group& group = r.layout.group(g);
+  const double *sol = r.sampler.sol.data() + group.base, *entered = r.work.levels.entered.data();
+  double* rhs = r.sampler.RHS.data() + group.base + (l - 1) * group.stride;
+  const std::int64_t from = met.first(l), to = met.first(l + 1);
+  for (std::int64_t k = from; k < to; ++k) {
+    if (met.moving.empty()) {
+      const level_link& link = met.links[static_cast<std::size_t>(k)];
+      rhs[link.place] -=
+          met.inverse[static_cast<std::size_t>(link.element)] * link.v * (sol[link.row] - entered[link.row]);
+    } else {
+      const moving_link& link = met.moving[static_cast<std::size_t>(k)];
+      rhs[link.place] -= moving_value(link, r.design, r.sampler, r.work.values.weighted) *
+                         (sol[link.row] - entered[link.row]);
+    }
+  }
+}
+
+} // namespace
+
 void scan_levels(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
                  scan_stage stage, std::int32_t g, solver_sums& sums) {
   const equation_group& group = r.layout.group(g);
@@ -284,10 +308,18 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
   const bool updated = state.gropd(g) != 0;
   if (n == 0) return;
+  const group_meetings* met = meetings_of(r.work.meetings, g, r.sampler, r.work.inverses, asked);
+  if (met != nullptr)
+    std::copy_n(r.sampler.sol.data() + group.base, levels * group.stride, r.work.levels.entered.data());
+  // what level l owes to the levels before it and to its relatives
+  const auto complete_rhs = [&](std::int32_t l) {
+    if (met != nullptr) subtract_meetings(r, *met, g, l);
+    if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+  };
   // the solver; or a group that keeps its solutions, whose right-hand sides still lose the links
   if (asked.analysis_type < 2 || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
-      if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+      complete_rhs(l);
       if (updated) solve_level(r.layout, r.sampler, r.work.levels, r.report, state, stage, g, l, sums);
     }
     return;
@@ -295,7 +327,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
   // either stage of a scan in two: the swept form of the draw
   if (stage != scan_stage::all) {
     for (std::int32_t l = 1; l <= levels; ++l) {
-      if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+      complete_rhs(l);
       sample_level_swept(r.layout, r.sampler, r.work.levels, r.sources.marsaglia, r.report, state, counts,
                          stage, g, l);
     }
@@ -303,7 +335,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
   }
   ranmar_draws draws(r.sources.marsaglia); // started: tested once, not at each draw
   for (std::int32_t l = 1; l <= levels; ++l) {
-    if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
+    complete_rhs(l);
     sample_level(r.layout, r.sampler, r.work.levels, r.report, counts, draws, g, l);
   }
 }

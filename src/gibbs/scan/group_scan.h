@@ -32,6 +32,7 @@ struct level_work {
   vec<double> mean, z, w;              // nmax + 1: C^-1 b, standard normals, L'^-1 z
   vec<double> x;                       // nmax + 1: one draw
   matrix_draw_work draw;               // of multivariate draws
+  vec<double> entered;                 // of the group in hand, when its levels meet: solutions at its entry
   std::vector<std::int32_t> distances; // equations of mixture distances in group 1, 1-based
 };
 

@@ -25,7 +25,11 @@ struct level_walk {
   const double* diag = nullptr;        // of the relationship inverse; null: 1 throughout
   const double* data_blocks = nullptr; // changing groups: D of level l at l packed_stride
   std::int64_t packed_stride = 0;
-  const double* multipliers = nullptr; // of the terms
+  const double* multipliers = nullptr;      // of the terms
+  const group_meetings* meetings = nullptr; // levels that meet in a record; null: none
+  const design_store* design = nullptr;     // with them, for coefficients that move
+  const sampler_store* sampler = nullptr;
+  bool weighted = false;
   bool random = false;
   double G[largest_unrolled_order][largest_unrolled_order] = {}; // inverse of the factor's matrix
 };
@@ -158,8 +162,26 @@ void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
   for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(w.sol + col[node] * w.stride);
 }
 
+// x(place) -= R^-1(t,t') z_i z_k change(k) for the levels before level l (from 0) that it meets in a record
+template <int n> void take_meetings(const level_walk& w, std::int64_t l, double* x) {
+  const group_meetings& met = *w.meetings;
+  const std::int64_t from = met.first.data()[l], to = met.first.data()[l + 1];
+  for (std::int64_t k = from; k < to; ++k) {
+    if (met.moving.empty()) {
+      const level_link& link = met.links[static_cast<std::size_t>(k)];
+      if (link.place < n)
+        x[link.place] -= met.inverse[static_cast<std::size_t>(link.element)] * link.v * w.change[link.row];
+    } else {
+      const moving_link& link = met.moving[static_cast<std::size_t>(k)];
+      if (link.place < n)
+        x[link.place] -= moving_value(link, *w.design, *w.sampler, w.weighted) * w.change[link.row];
+    }
+  }
+}
+
 // The draws of one batch in the order of the levels, for level l of n equations, u its solutions:
 //   x = RHS + D u             D the data's block of the level: its own part is in the residuals
+//   x -= R^-1 z z' change     of earlier levels that meet l in a record
 //   s = sum of a(l,c) u(c)    over the related levels c, those before l with their new solutions
 //   x = x - G s               what the prior gives the level, G the inverse of the factor's matrix
 //   RHS = x                   as the level is drawn
@@ -168,8 +190,9 @@ void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
 //   change = x - u, u = x
 // square += x a(l,l) x' + x earlier' + earlier x', earlier = sum over c < l of a(l,c) u(c): over all
 // levels U' A^-1 U. node: first link of the batch, moved on. linked: the factor has relationship
-// links; classed: levels share blocks by class; full: the stride is n.
-template <int n, bool linked, bool classed, bool full>
+// links; classed: levels share blocks by class; full: the stride is n;
+// met: levels meet in records.
+template <int n, bool linked, bool classed, bool full, bool met>
 void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from, std::int64_t count,
                 std::int64_t& node, double* square) {
   const std::int64_t stride = full ? n : w.stride;
@@ -206,6 +229,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
       for (int k = 0; k < packed_of(n); ++k) L[k] = b.L[k][l];
       a = diag != nullptr ? diag[l] : 1.0;
     }
+    if constexpr (met) take_meetings<n>(w, from + l, x);
     if constexpr (linked) {
       double s[n] = {}; // s = sum over c < l of a(l,c) u(c), then over c > l too
       for (const double* end = val + before[l]; val != end; ++val, ++col)
@@ -244,7 +268,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
 }
 
 // Returns -1, or the level whose block can't be factored.
-template <int n, bool linked, bool classed, bool full>
+template <int n, bool linked, bool classed, bool full, bool met>
 std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* square) {
   level_batch<n> b;
   std::int64_t node = 0, fetched = 0;
@@ -267,7 +291,7 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
       for (std::int64_t l = 0; l < count; ++l)
         if (!(b.least[l] > 0.0)) return from + l;
     }
-    draw_batch<n, linked, classed, full>(w, b, from, count, node, square);
+    draw_batch<n, linked, classed, full, met>(w, b, from, count, node, square);
   }
   return -1;
 }
@@ -275,8 +299,9 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
 // full: levels without gaps, so that the stride is known to the compiler
 template <int n, bool linked, bool classed>
 std::int64_t draw_strided(marsaglia_source& marsaglia, const level_walk& w, double* square) {
-  return w.stride == n ? draw_all<n, linked, classed, true>(marsaglia, w, square)
-                       : draw_all<n, linked, classed, false>(marsaglia, w, square);
+  if (w.meetings != nullptr) return draw_all<n, linked, classed, false, true>(marsaglia, w, square);
+  return w.stride == n ? draw_all<n, linked, classed, true, false>(marsaglia, w, square)
+                       : draw_all<n, linked, classed, false, false>(marsaglia, w, square);
 }
 
 // 0, or the row at which the first failing block could not be factored. A failure among the classes
@@ -350,6 +375,14 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
   w.form = &form;
   if (form.changing) w.data_blocks = r.layout.DI_of(g).data();
   w.packed_stride = r.layout.DI_of(g).extent(1);
+  w.meetings = meetings_of(r.work.meetings, g, r.sampler, r.work.inverses, asked);
+  if (w.meetings != nullptr) { // rows that the model in force leaves out do not change
+    w.change = fast.change.data();
+    std::fill_n(w.change, w.levels * w.stride, 0.0);
+    w.design = &r.design;
+    w.sampler = &r.sampler;
+    w.weighted = r.work.values.weighted;
+  }
   double* multipliers = fast.multipliers.data();
   for (std::size_t k = 0; k < form.terms.size(); ++k)
     multipliers[k] = multiplier_of(r.sampler, form.terms[k]);

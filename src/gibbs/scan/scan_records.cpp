@@ -10,6 +10,7 @@ void allocate_round_work(const model_records& m, const equation_layout& layout, 
   allocate_missing_draws(m, work.missing, report);
   allocate_latent_work(m, work.latent, report);
   allocate_mixture_work(m, work.mixture, report);
+  allocate_sweep_work(m, work.sweep, report);
   allocate_covariance_work(m, work.matrices, report);
 }
 

@@ -1,12 +1,14 @@
 // The records of a run that a round works on, and the work records of its units.
 #pragma once
 
+#include "gibbs/latent/latent_sweep.h"
 #include "gibbs/latent/liability_draws.h"
 #include "gibbs/latent/mixture_updates.h"
 #include "gibbs/matrices/covariance_draws.h"
 #include "gibbs/residuals/record_values.h"
 #include "gibbs/residuals/residual_sums.h"
 #include "gibbs/scan/group_scan.h"
+#include "gibbs/scan/level_meetings.h"
 #include "gibbs/scan/record_product.h"
 #include "gibbs/scan/residual_form.h"
 #include "input/mixture_store.h"
@@ -21,6 +23,8 @@ struct round_work {
   missing_draws missing;
   latent_work latent;
   mixture_work mixture;
+  sweep_work sweep;        // of the exact sampler
+  level_meetings meetings; // of the exact sampler
   covariance_work matrices;
   scan_body body = scan_body::unchosen;
   residual_form fast; // of the fast body

@@ -1,0 +1,79 @@
+#include "numerics/truncated_normals.h"
+
+#include "numerics/normal_draws.h"
+
+#include <algorithm>
+#include <boost/math/special_functions/erf.hpp>
+#include <cmath>
+#include <limits>
+
+namespace zeph {
+namespace {
+
+constexpr double root_half = 0.70710678118654752440;
+constexpr double root_two = 1.41421356237309504880;
+constexpr double half_log_two_pi = 0.91893853320467274178;
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double far_out = 37.0;   // beyond: tail probabilities are no normal numbers of 64 bits
+constexpr double far_bound = 40.0; // stands in for an infinite bound where its tail is 0
+constexpr double likely = 1e-4;    // least probability of an interval that is drawn by the plain routine
+
+double upper_tail(double x) { return 0.5 * std::erfc(x * root_half); }
+
+// log Q(x) for large x, by the asymptotic series
+//   Q(x) = phi(x)/x (1 - 1/x^2 + 3/x^4 - 15/x^6 + ..)
+double log_upper_far(double x) {
+  const double s = 1.0 / (x * x);
+  return -0.5 * x * x - half_log_two_pi - std::log(x) + std::log1p(s * (-1.0 + s * (3.0 - 15.0 * s)));
+}
+
+// Standard normal between a > 37 and b: a plus an exponential variable with rate a, cut at b, is taken
+// with probability exp(-(x - a)^2/2). A uniform here is in (0,1].
+double far_draw(combined_source& source, double a, double b) {
+  const double mass = -std::expm1(-a * (b - a)); // 1 where b is infinite
+  for (;;) {
+    const double beyond = -std::log1p(-(1.0 - uniform_range(source)) * mass) / a;
+    if (std::log(uniform_range(source)) <= -0.5 * beyond * beyond) return a + beyond;
+  }
+}
+
+// Standard normal between a and b, the interval not in the lower half: a + b >= 0.
+double upper_draw(combined_source& source, double a, double b) {
+  if (a > far_out) return far_draw(source, a, b);
+  const double qa = upper_tail(a), qb = b < infinity ? upper_tail(b) : 0.0;
+  const double q = std::max(qb + (qa - qb) * uniform_range(source), std::numeric_limits<double>::min());
+  return root_two * boost::math::erfc_inv(2.0 * q);
+}
+
+} // namespace
+
+double log_normal_lower(double x) {
+  if (x > -far_out) return x > 5.0 ? std::log1p(-upper_tail(x)) : std::log(upper_tail(-x));
+  return x == -infinity ? -infinity : log_upper_far(-x);
+}
+
+double log_normal_between(double a, double b) {
+  if (!(a < b)) return -infinity;
+  if (a + b < 0.0) return log_normal_between(-b, -a);
+  // log(Q(a) - Q(b)) in the upper half
+  const double la = log_normal_lower(-a), lb = b < infinity ? log_normal_lower(-b) : -infinity;
+  return la + std::log1p(-std::exp(lb - la));
+}
+
+double truncated_normal(combined_source& source, double a, double b, double mean, double var) {
+  const double sd = std::sqrt(var);
+  const double lo = (a - mean) / sd, hi = (b - mean) / sd;
+  const double probability = lo > 0.0 ? upper_tail(lo) - upper_tail(hi) : upper_tail(-hi) - upper_tail(-lo);
+  double x = 0;
+  if (probability >= likely) {
+    const double least = std::max(a, mean - far_bound * sd), most = std::min(b, mean + far_bound * sd);
+    x = GEN_TRUNC_NORMAL(source, least, most, mean, var);
+  } else if (lo + hi >= 0.0) {
+    x = mean + sd * upper_draw(source, lo, hi);
+  } else {
+    x = mean - sd * upper_draw(source, -hi, -lo);
+  }
+  return std::clamp(x, a, b); // rounding may leave the interval
+}
+
+} // namespace zeph
