@@ -94,6 +94,7 @@ void refuse_phantom_groups(const model_records& m, const directives& asked, repo
 
 // A seed of three or four digits from a generator started by the clock.
 std::int32_t clock_seed(std::int32_t seed, std::minstd_rand& simple) {
+  // kept: any seed above 10000 is divided down to four digits
   while (seed <= 999) seed = static_cast<std::int32_t>(simple() & 0x7fffffff);
   while (seed > 10000) seed /= 10;
   return seed;
@@ -148,6 +149,7 @@ void read_first_lines(const model_records& m, directives& asked, random_sources&
   say_count(report, "Level of test information printed .................", asked.test_level);
   refuse_phantom_groups(m, asked, report);
   if (read_integers(lines, {&asked.seed_a, &asked.seed_b}) != 0) fail_numbered_line(report, 2);
+  // the combined source is started by its seeds here, the Marsaglia source once the data are loaded
   set_seeds(asked, sources.combined, report);
   if (read_integers(lines, {&asked.nburn, &asked.nround, &asked.isamp}) != 0) fail_numbered_line(report, 3);
   echo_rounds(asked, report);
@@ -310,6 +312,8 @@ std::string directive_file_name(const model_records& m, const reporting& report)
   std::vector<std::string> candidates;
   for (const std::string& text : m.mi_text)
     if (std::string name = without_blanks(text); !name.empty()) candidates.push_back(std::move(name));
+  // MODINF holds several texts: the file is the first whose first line is two integers, else the first that
+  // opens
   if (candidates.empty()) return "DUMMY";
   if (candidates.size() == 1) return candidates.front();
   for (const std::string& name : candidates)
