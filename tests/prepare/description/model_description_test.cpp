@@ -701,7 +701,7 @@ model.toml:4:11: error: [data] missing must be a list of texts, not true or fals
 model.toml:5:11: error: unknown [data] decimal ";"; known: ., ,
 model.toml:7:12: error: [factor.a] pedigree must be a file name or a table { file = .. }, not a whole number
 model.toml:8:9: error: [factor.a] start must be a number, not a text
-model.toml:9:12: error: [factor.a] prior_df = 1.5: the files hold a whole number, the nearest are 1 and 2
+model.toml:9:12: error: [factor.a] prior_df = 1.5: the item is a whole number; the nearest are 1 and 2
 model.toml:10:9: error: [factor.a] order must be a list of texts, not a whole number
 model.toml:12:11: error: [trait.y] formula must be a text, not a whole number
 model.toml:13:10: error: [trait.y] weight must be a text, not a whole number
@@ -865,6 +865,47 @@ TEST(model_description, a_prior_df_that_acts_as_flat_is_warned_of) {
   EXPECT_EQ(told(read(small("[residual]\nprior_df = 2\n"))),
             "model.toml:7:12: warning: [residual] prior_df = 2 with order 1 is taken as flat; give 3 or "
             "more, or 0\n");
+}
+
+// A proper prior of order q has q + 2 degrees of freedom or more; 0 is flat.
+TEST(model_description, a_prior_df_with_a_fraction_names_the_nearest_legal_values_of_its_order) {
+  const auto residual = [](const std::string& df) { // order 1
+    return told(read(small("[residual]\nprior_df = " + df + "\n")));
+  };
+  const auto genetic = [](const std::string& df) { // order 3
+    std::string text = MATERNAL;
+    text.replace(text.find("prior_df = 6"), 12, "prior_df = " + df);
+    return told(read(text));
+  };
+  const std::string whole = ": the item is a whole number; ";
+  const std::string of_residual = "model.toml:7:12: error: [residual] prior_df = ",
+                    of_genetic = "model.toml:12:12: error: [factor.genetic] prior_df = ";
+  EXPECT_EQ(residual("3.5"), of_residual + "3.5" + whole + "the nearest are 3 and 4\n");
+  EXPECT_EQ(genetic("5.25"), of_genetic + "5.25" + whole + "the nearest are 5 and 6\n");
+  for (const std::string df : {"0.5", "1.5", "2.5"})
+    EXPECT_EQ(residual(df), of_residual + df + whole + "with order 1 the nearest are 0 (flat) and 3\n");
+  for (const std::string df : {"2.5", "4.75"})
+    EXPECT_EQ(genetic(df), of_genetic + df + whole + "with order 3 the nearest are 0 (flat) and 5\n");
+  EXPECT_EQ(residual("3.0"), "");
+}
+
+// The rows of a factor that no formula uses are not known.
+TEST(model_description, a_prior_df_with_a_fraction_and_no_order_names_its_neighbours) {
+  const result r = read(small("[factor.b]\nprior_df = 1.5\n"));
+  ASSERT_FALSE(r.log.entries.empty());
+  EXPECT_EQ(
+      message_text(r.log.entries.back()),
+      "model.toml:7:12: error: [factor.b] prior_df = 1.5: the item is a whole number; the nearest are 1 "
+      "and 2\n   prior_df = 1.5\n              ^ 0 is flat, and so is all up to the order of the matrix "
+      "+ 1\n");
+}
+
+// The one error has no warning of a flat prior beside it.
+TEST(model_description, a_prior_df_with_a_fraction_is_one_message_in_an_analysis_over_models) {
+  const result r =
+      read(small("[covariable.x]\n[run]\nanalysis = \"models\"\n", "1 + (x|a)", "prior_df = 2.5\n"));
+  EXPECT_EQ(told(r), "model.toml:4:12: error: [factor.a] prior_df = 2.5: the item is a whole number; with "
+                     "order 2 the nearest are 0 (flat) and 4\n");
 }
 
 TEST(model_description, zero_pairs_must_name_two_traits_and_be_zero_in_the_start) {
