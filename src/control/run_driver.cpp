@@ -6,7 +6,7 @@
 #include "control/predictions.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
-#include "gibbs/latent/mixing_proportions.h"
+#include "gibbs/latent/latent_updates.h"
 #include "gibbs/residuals/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/class_effect_covariates.h"
