@@ -267,7 +267,7 @@ TEST(directive_file_name, of_several_is_the_first_that_begins_with_two_integers)
   EXPECT_EQ(directive_file_name(c.m, c.run.report), "DUMMY");
 }
 
-TEST(directives, stand_in_the_work_directory_or_under_a_full_path) {
+TEST(directives, are_in_the_work_directory_or_under_a_full_path) {
   directive_case c;
   scratch_directory elsewhere;
   elsewhere.write("lines", "2 0\n1 2\n0 1 1\n" + good_df);

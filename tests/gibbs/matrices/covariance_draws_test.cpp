@@ -387,7 +387,7 @@ TEST(sample_covariances, have_zero_and_a_positive_definite_matrix_where_covarian
 }
 
 TEST(sample_covariances, know_nothing_of_masked_sums_but_take_the_prior_of_masked_pairs) {
-  // cleared sums: what stood there plays no part
+  // cleared sums: what was there plays no part
   masked_case one, other;
   one.strong_sums();
   other.strong_sums();
