@@ -357,8 +357,8 @@ std::int64_t load_records(const loading& x, int& code) {
 
 void allocate_work(const model_records& m, std::int32_t entries, data_record& in, reporting& report) {
   allocate(report, in.freg_grp, "freg_grp", "READTOMXD", m.nt, m.mxreg);
-  allocate(report, in.IINP, "iinp", "READTOMXD", m.iv_50);
-  allocate(report, in.RINP, "rinp", "READTOMXD", m.n_real);
+  allocate(report, in.IINP, "iinp", "QVAgib_ALLOC", m.iv_50);
+  allocate(report, in.RINP, "rinp", "QVAgib_ALLOC", m.n_real);
   allocate(report, in.keys, "keys", "READTOMXD", entries);
 }
 

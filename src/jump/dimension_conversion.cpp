@@ -54,7 +54,7 @@ std::string labelled(std::string_view label, const double* x, std::int64_t ld, s
 
 // T = inverse of a Wishart matrix (df, L11).
 void draw_little(reporting& report, random_sources& sources, matrix_draw_work& work, conditional_wishart& c,
-                 std::int32_t df) {
+                 std::int64_t df) {
   mat<double> X;
   allocate(report, X, "X", "sciwhinag", c.r, c.r);
   // X Wishart (df, L11): its inverse is inverse Wishart (df, L11^-1)
@@ -273,7 +273,7 @@ void fit_conversion_work(reporting& report, conversion_work& work, std::int32_t 
 }
 
 void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& work, std::int32_t n,
-               std::int32_t m, double* cov, std::int64_t ld, std::int32_t df, const double* scale,
+               std::int32_t m, double* cov, std::int64_t ld, std::int64_t df, const double* scale,
                std::int64_t lds) {
   conditional_wishart c;
   describe_conditional(report, c, n, m, cov, ld, scale, lds);

@@ -73,9 +73,10 @@ double normal_logdens(double x, double var, double mean) {
   return -0.5 * std::log(two_pi * var) - 0.5 * (x - mean) * (x - mean) / var;
 }
 
-double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,
+double iwdens(reporting& report, std::int32_t n, std::int64_t v, const double* X, std::int64_t ldx,
               const double* S, std::int64_t lds) {
   if (v == 0) return 0;
+  const double df = static_cast<double>(v);
   mat<double> inverse;
   allocate(report, inverse, "inverse", "iwdens", n, n);
   double logdet_S = 0, logdet_X = 0;
@@ -91,17 +92,18 @@ double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X
   double t = 0;
   for (std::int32_t j = 0; j < n; ++j)
     for (std::int32_t i = 0; i < n; ++i) t += inverse(i + 1, j + 1) * S[i + j * lds];
-  double c = -(static_cast<double>(n) * (n - 1) / 4.0) * log_pi - half_log_two * v * n;
-  for (std::int32_t i = v; i > v - n; --i) c -= log_gamma(i / 2.0);
-  return -0.5 * ((v + n + 1) * logdet_X + t) + c + 0.5 * v * logdet_S;
+  double c = -(static_cast<double>(n) * (n - 1) / 4.0) * log_pi - half_log_two * df * n;
+  for (std::int32_t i = 0; i < n; ++i) c -= log_gamma((df - i) / 2.0);
+  return -0.5 * ((df + n + 1) * logdet_X + t) + c + 0.5 * df * logdet_S;
 }
 
-double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,
+double CWisdens(reporting& report, std::int32_t n, std::int64_t v, const double* X, std::int64_t ldx,
                 const double* S, std::int64_t lds) {
   if (v == 0) return 0;
   // kept: formally the difference of two inverse Wishart densities, of order n and n-1, both with v degrees
   // of freedom, by the last pivots of X and S and the traces of both orders
-  const double a = (v + 1 - n) / 2.0;
+  const double df = static_cast<double>(v);
+  const double a = (df + 1 - n) / 2.0;
   if (a <= 0) return 0;
   packed_copy x(X, ldx, n);
   double log_p = 0, pivot = 0;
@@ -125,8 +127,8 @@ double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double*
     say(report, "CWisdens: Scale matrix n.p.d.");
     stop_run(report, exit_diagnosed);
   }
-  return -log_gamma(a) - ((v + n + 1) / 2.0) * std::log(last) - half_log_two_short * v -
-         half_log_pi_short * (n - 1) + 0.5 * (t1 - t2 - log_p + v * std::log(pivot));
+  return -log_gamma(a) - ((df + n + 1) / 2.0) * std::log(last) - half_log_two_short * df -
+         half_log_pi_short * (n - 1) + 0.5 * (t1 - t2 - log_p + df * std::log(pivot));
 }
 
 double mvn_last_logdens(const double* x, std::int32_t n, const double* mean, const double* V, int& info) {
@@ -140,7 +142,7 @@ double mvn_last_logdens(const double* x, std::int32_t n, const double* mean, con
 }
 
 double g0kainv(reporting& report, std::int32_t m_large, std::int32_t m_small, const double* X,
-               std::int64_t ldx, std::int32_t v, const double* S, std::int64_t lds) {
+               std::int64_t ldx, std::int64_t v, const double* S, std::int64_t lds) {
   constexpr std::string_view name = "g0kainv";
   conditional_wishart c;
   describe_conditional(report, c, m_large, m_small, X, ldx, S, lds);

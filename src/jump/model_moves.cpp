@@ -182,7 +182,8 @@ double proposal_logdens(const jump_records& r) {
 void assemble_ratio(jump_records& r, const model_side& large, const model_side& small) {
   jump_store& jump = r.jump;
   reporting& report = r.scan.report;
-  const std::int32_t k = jump.jump_k, n = jump.imax, df = n + r.asked.prodf;
+  const std::int32_t k = jump.jump_k, n = jump.imax;
+  const std::int64_t df = std::int64_t{n} + r.asked.prodf;
   const std::int32_t m_l = jump.large_model[static_cast<std::size_t>(k - 1)];
   const std::int32_t m_s = jump.small_model[static_cast<std::size_t>(k - 1)];
   const double *cov = jump.cov_new.data(), *scale = jump.prop_scale.data();

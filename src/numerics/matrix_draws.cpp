@@ -25,7 +25,7 @@ double* lower_factor(reporting& report, const double* a, std::int64_t lda, std::
 }
 
 // T of Bartlett, order n, its strict upper triangle unset
-double* bartlett_factor(random_sources& sources, std::int32_t n, std::int32_t df, matrix_draw_work& work) {
+double* bartlett_factor(random_sources& sources, std::int32_t n, std::int64_t df, matrix_draw_work& work) {
   double* t = work.T.data();
   for (std::int32_t i = 1; i <= n; ++i) {
     // T(i,i)^2 chi-square with df - i + 1, then the normals to its left
@@ -105,13 +105,13 @@ void mvn_draw(reporting& report, combined_source& source, double* x, const doubl
   }
 }
 
-void wishart_df_check(reporting& report, std::int32_t df, std::int32_t n) {
+void wishart_df_check(reporting& report, std::int64_t df, std::int32_t n) {
   if (df >= n) return;
   computation_impossible(report, "wishart_draw", fmt::format("df = {} below order {}", df, n));
 }
 
 void wishart_draw(reporting& report, random_sources& sources, double* w, std::int64_t ldw,
-                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int32_t df,
+                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int64_t df,
                   matrix_draw_work& work) {
   wishart_df_check(report, df, n);
   fit_matrix_work(report, work, n);
@@ -133,7 +133,7 @@ void wishart_draw(reporting& report, random_sources& sources, double* w, std::in
 }
 
 void rinvwish(reporting& report, random_sources& sources, double* w, std::int64_t ldw, const double* S,
-              std::int64_t lds, std::int32_t n, std::int32_t df, matrix_draw_work& work) {
+              std::int64_t lds, std::int32_t n, std::int64_t df, matrix_draw_work& work) {
   wishart_draw(report, sources, w, ldw, S, lds, n, df, work);
   // W^-1 in the place of W
   ginverse_into(report, w, ldw, n, w, ldw, work.L.data(), work.T.data());

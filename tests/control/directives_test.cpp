@@ -341,6 +341,16 @@ TEST(directives, stop_when_a_factor_is_missing_in_the_degrees_of_freedom) {
                 free_integer(2) + free_integer(3) + "\n\nZEPH terminates.\n");
 }
 
+TEST(directives, refuse_prior_degrees_of_freedom_above_2_000_000_000) {
+  directive_case largest;
+  largest.read("2 0\n1 2\n0 1 1\n1 2000000000\n2 0\n3 2000000000\n");
+  EXPECT_EQ(largest.f.asked.PDF(3), 2000000000);
+  directive_case c;
+  EXPECT_EQ(c.stop("2 0\n1 2\n0 1 1\n1 0\n2 2000000001\n3 0\n"),
+            first_echo(2, 0) + seeds_echo(1, 2) + rounds_echo(0, 1, 1) +
+                illegal_input_text("dir", "PDF(2)", "2000000001", "at most 2000000000"));
+}
+
 const std::string start2 = "2 0\n1 2\n0 1 1\n" + good_df;
 const std::string echo2 = first_echo(2, 0) + seeds_echo(1, 2) + rounds_echo(0, 1, 1);
 const std::string var_echo =

@@ -664,8 +664,8 @@ TEST(READTOMEM, stops_at_each_failed_allocation_under_its_name) {
     relationship_store relations;
     READTOMEM(m, layout, design, relations, frame.report);
   });
-  std::vector<std::string> expected = {"freg_grp in READTOMXD", "iinp in READTOMXD", "rinp in READTOMXD",
-                                       "keys in READTOMXD"};
+  std::vector<std::string> expected = {"freg_grp in READTOMXD", "iinp in QVAgib_ALLOC",
+                                       "rinp in QVAgib_ALLOC", "keys in READTOMXD"};
   for (const char* name : {"XD", "XD1_M", "XD2_M", "XD3_M", "XD4_M", "XD5_M", "XD6_M", "XD7_M", "ZD", "ZD_M",
                            "Y_M", "WV_M", "WV_SQRT_M", "ISIT_M", "C_ISIT_M", "M_M", "IRESG_M"})
     expected.push_back(std::string(name) + " in MME_ALLOC");
