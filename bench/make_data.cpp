@@ -295,7 +295,7 @@ int main(int argc, char** argv) {
   app.add_option("--generations", s.generations, "generations")->check(CLI::Range(1, 50));
   app.add_option("--herds", s.herds, "levels of herd-year")->check(CLI::Range(1, 10000000));
   app.add_option("--sires", s.sires, "sires of a generation, with --matings")->check(CLI::Range(1, 1000000));
-  app.add_option("--matings", s.matings, "pairs of a generation that have progeny; 0: drawn anew for each")
+  app.add_option("--matings", s.matings, "pairs of a generation that have progeny; 0: every progeny its own")
       ->check(CLI::Range(0, 100000000));
   app.add_flag("!--classes-only", s.age, "no covariable in the model");
   app.add_option("--class-effects", s.class_effects, "further class effects of 50 levels each")

@@ -41,6 +41,7 @@ void burn_in(run& r, scan_records& records) {
       say_converged(r.report);
       break;
     }
+    // kept: "graceously" here, "graciously" below
     if (!stop_asked(r.report)) continue;
     counts.stop_seen = true;
     say_three_times(r.report, "Stop signal received. Processing ends graceously");
@@ -54,6 +55,7 @@ void sample(run& r, scan_records& records) {
   round_state& state = r.state;
   chain_counts& counts = r.counts;
   counts.nlabel = 0;
+  // round numbers continue after the burn-in, or after the run that is continued
   const std::int64_t last = counts.P_ROUND + asked.nround;
   for (state.iround = counts.P_ROUND + 1; state.iround <= last; ++state.iround) {
     GIBSCAN(records, asked, state, counts, r.files);

@@ -94,6 +94,7 @@ void refuse_phantom_groups(const model_records& m, const directives& asked, repo
 
 // A seed of three or four digits from a generator started by the clock.
 std::int32_t clock_seed(std::int32_t seed, std::minstd_rand& simple) {
+  // kept: any seed above 10000 is divided down to four digits
   while (seed <= 999) seed = static_cast<std::int32_t>(simple() & 0x7fffffff);
   while (seed > 10000) seed /= 10;
   return seed;
@@ -148,6 +149,7 @@ void read_first_lines(const model_records& m, directives& asked, random_sources&
   say_count(report, "Level of test information printed .................", asked.test_level);
   refuse_phantom_groups(m, asked, report);
   if (read_integers(lines, {&asked.seed_a, &asked.seed_b}) != 0) fail_numbered_line(report, 2);
+  // the combined source is started by its seeds here, the Marsaglia source once the data are loaded
   set_seeds(asked, sources.combined, report);
   if (read_integers(lines, {&asked.nburn, &asked.nround, &asked.isamp}) != 0) fail_numbered_line(report, 3);
   echo_rounds(asked, report);
@@ -177,6 +179,9 @@ void echo_df(const directives& asked, std::int32_t k, std::int32_t dimension, re
   say(report, indent + "Prior df = " + format_I(asked.PDF(k), 2) + " <= dim + 1 -> Flat prior assumed");
 }
 
+// A larger prior is a slip of the keyboard: the draw would be its start matrix.
+constexpr std::int32_t largest_prior_df = 2000000000;
+
 void read_df(const model_records& m, directives& asked, free_reader& lines, reporting& report) {
   allocate(report, asked.PDF, "PDF", "ZEPH", m.nramat + 1);
   allocate(report, asked.DDF, "DDF", "ZEPH", m.nramat + 1);
@@ -198,6 +203,9 @@ void read_df(const model_records& m, directives& asked, free_reader& lines, repo
       say(report, free_row().text("Missing prior df for ").i(k).i(number).str());
       zeph_terminates(report);
     }
+    if (asked.PDF(k) > largest_prior_df)
+      illegal_input(report, directive_file_name(m, report), "PDF", {k}, std::to_string(asked.PDF(k)),
+                    fmt::format("at most {}", largest_prior_df));
     if (asked.analysis_type >= 3) echo_df(asked, k, m.RMAT(k).n_rc, report);
   }
 }
@@ -310,6 +318,8 @@ std::string directive_file_name(const model_records& m, const reporting& report)
   std::vector<std::string> candidates;
   for (const std::string& text : m.mi_text)
     if (std::string name = without_blanks(text); !name.empty()) candidates.push_back(std::move(name));
+  // MODINF holds several texts: the file is the first whose first line is two integers, else the first that
+  // opens
   if (candidates.empty()) return "DUMMY";
   if (candidates.size() == 1) return candidates.front();
   for (const std::string& name : candidates)

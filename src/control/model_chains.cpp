@@ -46,6 +46,7 @@ void report_run(run& r) {
 bool next_model(run& r) {
   jump_records records = jump_records_of(r);
   std::int32_t i = r.model.nramat;
+  // an odometer: the last factor below its full dimension takes one row more, those after it go back to one
   for (; i >= 1; --i) {
     say_number(r.report, "i", i);
     const std::int32_t dimension = r.state.ntr[static_cast<std::size_t>(i - 1)];
@@ -58,6 +59,7 @@ bool next_model(run& r) {
     say_number(r.report, "j", j);
     set_dimension(r, records, j, 1);
   }
+  // each model starts from the start matrices; solutions and residual matrices stay
   for (std::int32_t k = 1; k <= r.model.nramat; ++k) invert_start_matrix(records, k);
   return true;
 }

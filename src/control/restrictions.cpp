@@ -30,6 +30,8 @@ std::vector<restricted_equation> last_levels(const model_records& m) {
   std::vector<restricted_equation> list;
   const std::int32_t marked = group_factor(m);
   for (std::int32_t i = 1; i <= m.nt; ++i) {
+    // the last level of every effect but the trait's first, which carries the mean; of the first one too
+    // where phantom parent groups do so
     bool spared = marked != 0 && has_trait(m.RMAT(marked), i);
     for (std::int32_t j = 1; j <= m.MODEL(i).n_f; ++j) {
       if (!m.MODEL(i).INTERCEPT(j) || m.NLEV(i, j) < 1) continue;

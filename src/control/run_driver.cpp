@@ -8,7 +8,7 @@
 #include "control/sampler_file.h"
 #include "control/start_values.h"
 #include "formats/free_format.h"
-#include "gibbs/latent/mixing_proportions.h"
+#include "gibbs/latent/latent_updates.h"
 #include "gibbs/residuals/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/class_effect_covariates.h"
@@ -37,7 +37,7 @@ void stop_opening(reporting& report) {
   zeph_terminates(report);
 }
 
-// Steps 1 to 5: input files, model, banner, status.
+// The input files are there, MODINF is read; banner and first line of `status`.
 void read_model(run& r) {
   if (check_input_files(r.report) != 0) stop_opening(r.report);
   if (QVAMRD(r.model, r.report) != 0) stop_opening(r.report);
@@ -46,7 +46,7 @@ void read_model(run& r) {
   write_status(r.report, "Program QVAgib initializing");
 }
 
-// Step 6: both restart files, or none.
+// A restart needs both r_parm and oldsol; one of them alone ends the run.
 void look_for_restart(run& r) {
   const bool parameters = file_exists(r.report, "r_parm"), solutions = file_exists(r.report, "oldsol");
   r.asked.restart = parameters && solutions;
@@ -58,7 +58,7 @@ void look_for_restart(run& r) {
   zeph_terminates(r.report);
 }
 
-// Step 8: stores of mixtures, and the count of categorical traits.
+// Stores of mixtures, and the count of categorical traits.
 void look_at_traits(run& r) {
   std::int32_t categorical = 0;
   for (std::int32_t i = 1; i <= r.model.nt; ++i)
@@ -97,7 +97,8 @@ void print_structures(const model_records& m, reporting& report) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) say(report, free_row().i(k).i(m.RMAT(k).n_rc).str());
 }
 
-// Steps 9 to 16, and 7 once the pairs are checked: directive lines, layout of the equations.
+// Directive lines, then the layout of the equations: counts, checks of the model against them, stores,
+// groups. Residual covariances at zero come after the checks, which test their pairs of traits.
 void lay_out_equations(run& r) {
   free_reader lines;
   open_directives(r.model, lines, r.report);
@@ -120,11 +121,11 @@ void lay_out_equations(run& r) {
   if (more) read_restriction_directive(r.model, r.asked, r.sampler, lines, r.report);
 }
 
-// Steps 17 to 22: stores of the chain and its start values.
+// Stores of the chain, and its start values: those of the priors, or of the run that is continued.
 void start_chain_values(run& r) {
   allocate_dispersion(r.model, r.layout, r.state, r.sampler, r.report);
   if (ZEPHVAR_ALLOC(r.model, r.sampler, r.report) != 0) {
-    // the run continues; what needs the stores will stop
+    // kept: the words of an end, and the run continues; what needs the stores will stop
     say(r.report);
     say(r.report, "ERROR allocating memory");
     say(r.report);
@@ -142,7 +143,7 @@ void start_chain_values(run& r) {
   if (r.asked.restart) read_oldsol(r.layout, r.asked, r.sampler, r.report);
 }
 
-// Step 23.
+// Data and relationships; then records by residual group and by level of the trait deviations.
 void load_data(run& r) {
   const int status = READTOMEM(r.model, r.layout, r.design, r.relations, r.report);
   if (status == 1) say(r.report, "Data not found");
@@ -151,7 +152,8 @@ void load_data(run& r) {
   count_level_records(r.model, r.design, r.deviations);
 }
 
-// Steps 24 to 26: latent traits, random source, start values of missing traits.
+// Liabilities and thresholds (combined source), start of the Marsaglia source, which a restart has from its
+// file, then start values of missing traits, one normal each.
 void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
@@ -162,7 +164,7 @@ void start_latent_values(run& r) {
   start_missing_traits(records);
 }
 
-// Step 26: the part of a restart that belongs to the data.
+// The part of a restart that belongs to the data: latent values, mixture coefficients, residual groups.
 void restart_latent_values(run& r) {
   if (r.r_parm.is_open()) {
     read_r_parm_latent(r.model, r.design, r.r_parm, r.report);
@@ -200,6 +202,7 @@ void start_run(run& r) {
 
 void run_driver(run& r) {
   start_run(r);
+  // below 5 one model; 5 all models one after the other; above, a chain that moves between them
   if (r.asked.analysis_type < 5) {
     run_chain(r);
     report_run(r);
@@ -220,6 +223,7 @@ int exit_code_of_run(run& r) {
   try {
     run_driver(r);
     r.report.listing->flush();
+    // a listing that could not be written to its end changes the exit code
     return r.report.listing->good() ? 0 : exit_diagnosed;
   } catch (const run_stop& stop) {
     return stop.exit_code;

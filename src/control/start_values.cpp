@@ -36,6 +36,7 @@ void start_factors(const model_records& m, sampler_store& s) {
   }
 }
 
+// RCOV(:,:,g): the group's own start matrix, or that of the residual.
 void start_residual_matrix(const model_records& m, sampler_store& s, std::int32_t g, bool own) {
   for (std::int32_t j = 1; j <= m.nt; ++j)
     for (std::int32_t i = 1; i <= m.nt; ++i)
@@ -52,6 +53,7 @@ bool invert_residual_matrix(const model_records& m, sampler_store& s, std::int32
   bool definite = true;
   s.LVDET(f) = 0;
   for (std::int32_t i = 1; i <= nt; ++i) {
+    // pivots: the variance of each trait given those before it; their product is |R|
     const double pivot = sweep_trait(swept, i);
     if (!(pivot > pivot_limit)) {
       say(report, free_row().text("Residual co-variance matrix not P.D. in group").i(g).str());
@@ -75,6 +77,7 @@ bool stored_inverse_holds(const model_records& m) {
     for (std::int32_t j = 1; j <= m.nt; ++j) {
       double product = 0;
       for (std::int32_t k = 1; k <= m.nt; ++k)
+        // |(R^-1 R)_ij - delta_ij| at most inverse_error
         product += residual.HETGR_RIIF(1, 1, i, k) * residual.COV_MAT(k, j);
       if (!(std::fabs(product - (i == j ? 1.0 : 0.0)) <= inverse_error)) return false;
     }
@@ -145,6 +148,7 @@ void allocate_dispersion(const model_records& m, const equation_layout& layout, 
                          sampler_store& s, reporting& report) {
   const std::int32_t nt = m.nt, G = m.n_groups_residual();
   s.G = G;
+  // columns of sscp, PARPOSTMEAN, PARVAR: factors, then residual groups; rows: packed, order nf
   const std::int64_t packed = std::int64_t{s.nf} * (s.nf + 1) / 2, columns = std::int64_t{m.nramat} + G;
   say_count(report, "No of groups for residual variance ................", G);
   allocate(report, s.RCOV, "RCOV", "ZEPH2", nt, nt, G);
@@ -165,6 +169,7 @@ void allocate_dispersion(const model_records& m, const equation_layout& layout, 
   allocate(report, s.dic_s, "dic%dic_s", "ZEPH2", nt);
   allocate(report, s.dic_m, "dic%dic_m", "ZEPH2", nt);
   allocate(report, s.dic_rrsum, "dic%rrsum", "ZEPH2", nt, G);
+  // every group and every matrix is updated; the one place beyond the matrices is not
   state.gropd.fill(1);
   state.matopd.fill(1);
   state.matopd(columns + 1) = 0;
@@ -179,6 +184,7 @@ void start_from_priors(const model_records& m, const directives& asked, sampler_
     print_residual_inverses(m, report);
   }
   const bool own = has_group_priors(m);
+  // RCOVI is the inverse that the file holds, to its last bit, where that is one
   const bool stored = !own && stored_inverse_holds(m);
   bool definite = true;
   residual_conditional swept;

@@ -50,6 +50,7 @@ int64_t byte_source::read(char* to, int64_t n) {
   while (fd_ >= 0 && done < n) {
     const auto ask = static_cast<std::size_t>(std::min(n - done, largest_call));
     const ssize_t got = ::read(fd_, to + done, ask);
+    // a call cut short by a signal is repeated; a short read is not the end
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) failed_ = true;
     if (got <= 0) break;
@@ -84,6 +85,7 @@ bool byte_sink::write(const char* from, int64_t n) {
     const auto ask = static_cast<std::size_t>(std::min(n - done, largest_call));
     const ssize_t put = ::write(fd_, from + done, ask);
     if (put < 0 && errno == EINTR) continue;
+    // writing nothing without an error would loop forever
     if (put == 0) errno = EIO;
     if (put <= 0) return false;
     done += put;

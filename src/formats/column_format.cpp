@@ -66,6 +66,7 @@ void add_I(std::string& out, int64_t x, int w, int m) {
   const char* const end = std::to_chars(text, text + sizeof text, x).ptr;
   const char* const first = text + (x < 0 ? 1 : 0);
   const std::string_view digits(first, static_cast<std::size_t>(end - first)), sign = x < 0 ? "-" : "";
+  // at least m digits
   const int zeros = std::max(m - static_cast<int>(digits.size()), 0);
   const int spare = w - zeros - static_cast<int>(digits.size() + sign.size());
   if (spare < 0) return add_columns(out, w, '*');
@@ -112,6 +113,7 @@ void add_G(std::string& out, double x, int w, int d) {
     add_F(out, x, w - 4, decimals);
     add_columns(out, 4, ' ');
   };
+  // 0 <= e <= d, x = 0.d1d2.. 10^e: F of w-4 columns with d-e decimals and four blanks; else the E form
   if (x == 0) return as_F(d - 1);
 
   // scientific: D.DDDDe+XX with d digits, the first not 0, so e = XX + 1
@@ -147,6 +149,7 @@ std::string format_G(double x, int w, int d) {
 }
 
 column_line& column_line::write(std::string_view item) {
+  // columns passed over by X and T are blanks; an item overwrites what is in its columns
   if (line_.size() < at_) line_.resize(at_, ' ');
   line_.replace(at_, std::min(item.size(), line_.size() - at_), item);
   at_ += item.size();

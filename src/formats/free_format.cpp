@@ -44,6 +44,7 @@ bool plain_value(std::string& text, std::string_view x, double& value) {
   }
   const auto [end, status] = std::from_chars(x.data(), x.data() + x.size(), value);
   if (status == std::errc::invalid_argument || end != x.data() + x.size()) return false;
+  // too small becomes the nearest number, too large is refused
   if (status == std::errc::result_out_of_range) value = std::strtod(x.data(), nullptr);
   return std::isfinite(value);
 }

@@ -50,6 +50,7 @@ int sequential_reader::fail(bool broken) {
 
 bool sequential_reader::have(int64_t n) {
   if (limit_ - frame_ >= n) return true;
+  // the rest of the buffer to its front, then as much of the file as there is room
   std::memmove(buffer_.data(), buffer_.data() + frame_, static_cast<std::size_t>(limit_ - frame_));
   limit_ -= frame_;
   frame_ = 0;
@@ -69,6 +70,7 @@ bool sequential_reader::have(int64_t n) {
 }
 
 int sequential_reader::next_slow() {
+  // a frame is length, bytes, length; a length that the file cannot hold, or two that differ, end the file
   const int64_t left = limit_ - frame_ + unread_;
   if (left == 0) return fail(false);
   if (left < frame_bytes || !have(frame_bytes)) return fail(true);
@@ -206,6 +208,7 @@ bool sequential_writer::end() {
 }
 
 bool sequential_writer::flush() {
+  // a record under construction stays in the buffer
   const auto ended = start_ >= 0 ? start_ : static_cast<int64_t>(buffer_.size());
   if (ok_ && ended > 0) {
     ok_ = sink_.write(buffer_.data(), ended);

@@ -60,6 +60,7 @@ bool rewrite_line(const std::string& path, std::string_view text) {
   }
   const auto length = static_cast<int64_t>(text.size()) + 1;
   byte_sink file;
+  // a line of the same length is overwritten in place, without a new file
   if (size_of_file(path) == length)
     return file.open(path, open_mode::in_place) && file.write(line, length) && file.close();
   whole_file whole(path);

@@ -33,6 +33,7 @@ void find_categories(const model_records& m, const design_store& design, categor
                      std::int32_t c) {
   category_record& record = categories.catstr[static_cast<std::size_t>(c - 1)];
   for (std::int32_t r = 1; r <= design.nobs; ++r) {
+    // the highest code found is the number of categories
     const bool present = trait_present(design.ISIT_M(r), record.trait, m.nt);
     categories.catobs(c, r) = present ? code_of(design.Y_M(record.trait, r)) : -1;
     record.ncat_t = std::max(record.ncat_t, categories.catobs(c, r));
@@ -85,6 +86,7 @@ void count_categories(const model_records& m, const design_store& design, catego
     failed = failed || count == 0;
     below += count;
     if (g == n) break;
+    // start threshold k: Phi^-1 of the share of records in categories up to k
     double p = static_cast<double>(below) / static_cast<double>(total);
     record.thr(g) = NORMAL_INVCDF(report, p);
   }
@@ -96,6 +98,7 @@ double scale_thresholds(category_record& record) {
   const std::int32_t n = record.ncat_t;
   record.thr(0) = -outer_limit;
   record.thr(n) = outer_limit;
+  // thr -> (thr - thr(1)) / (thr(n-1) - thr(1)): the outer two at 0 and 1; the liabilities' s.d. is then s
   const double a = record.thr(1), s = 1.0 / (record.thr(n - 1) - a);
   for (std::int32_t k = 0; k <= n; ++k) record.thr(k) = (record.thr(k) - a) * s;
   record.thr(1) = 0.0;
@@ -109,6 +112,7 @@ void start_liabilities(design_store& design, const category_store& categories, s
   for (std::int32_t r = 1; r <= design.nobs; ++r) {
     const std::int32_t g = categories.catobs(c, r);
     if (g < 1) continue;
+    // one uniform a record, records ascending, within the record's category
     const double low = threshold_bound(record, g - 1), high = threshold_bound(record, g);
     const double x = GEN_TRUNC_NORMAL(source, low, high, start_mean, variance);
     design.Y_M(record.trait, r) = static_cast<float>(std::clamp(x, low, high));

@@ -110,6 +110,7 @@ void place_random(const user_list& list, std::int64_t i, class_effect_source& x)
     if (factor.CONT_T_NO(c) != x.trait || factor.CONT_EFF_RCI(c) != x.ef_rci) continue;
     x.levels = m.NRALEV(k);
     x.step = factor.n_rc;
+    // equation of level l: NBEGRA + (l-1) n_rc + row, row = CONT_POS + CONT_RC - 1
     x.first = std::int64_t{m.NBEGRA(k)} + factor.CONT_POS(c) + factor.CONT_RC(c) - 1;
     x.group = find_group(list.layout, group_kind::random_factor, 0, k);
     if (factor.CONT_POS(c) + factor.CONT_RC(c) - 1 <= factor.n_rc) return;
@@ -279,6 +280,7 @@ void centre(const vec<double>& sol, class_effect_source& x) {
     x.HCSOL(l) = solution(l) - x.mef;
     squares += x.HCSOL(l) * x.HCSOL(l);
   }
+  // s.d. with divisor levels - 1; never below least_deviation, since the coefficients are divided by it
   x.sd = x.levels > 1 ? std::sqrt(squares / (x.levels - 1)) : 0.0;
   x.sd = std::max(x.sd, least_deviation);
 }
@@ -323,6 +325,7 @@ void keep_covariates(std::int64_t r, const vec<std::int32_t>& IINP, const vec<fl
         if (!std::isfinite(base))
           illegal_input(report, "RCDATA_R", "associated covariable", {r, t.trait, t.regression},
                         std::isnan(base) ? "NaN" : (base > 0 ? "Infinity" : "-Infinity"), "a finite number");
+        // where the coefficient is in the record, and the covariable that it multiplies
         x.entry(c, r) = e;
         x.base(c, r) = base;
       }
@@ -340,6 +343,8 @@ void refresh_covariates(const vec<double>& sol, design_store& design) {
       for (std::int64_t c = 1; c <= n; ++c) {
         const std::int32_t e = x.entry(c, r);
         if (e == 0) continue;
+        // z = covariable times the centred solution of the record's level, over the s.d. where asked for; 0
+        // without a level
         double z = level > 0 ? static_cast<double>(x.base(c, r)) * x.HCSOL(level) : 0.0;
         if (scaled) z /= x.sd;
         design.ZD_M(e, r) = z;

@@ -86,6 +86,7 @@ void store_sequence(const model_records& m, const data_record& in, design_store&
   std::int32_t position = 0;
   for (std::int32_t i = 1; i <= m.nt; ++i)
     if (m.MODEL(i).TRAIT_TYPE == trait_sequence) position = in.IINP(m.MODEL(i).SEQ_RCI);
+  // after a negative position a sequence begins at 1, after a positive one it continues
   const std::int32_t before = in.r > 1 ? design.SEQ_M(in.r - 1) : -1;
   const std::int64_t expected = before > 0 ? std::int64_t{before} + 1 : 1;
   if (std::abs(std::int64_t{position}) != expected || expected > m.n_cure_seq)
@@ -126,6 +127,7 @@ void store_bounds(const model_records& m, std::int32_t i, bool present, const da
   const trait_record& trait = m.MODEL(i);
   const float y = in.RINP(trait.Y_RCI);
   const std::int32_t code = in.IINP(trait.CENS_RCI);
+  // an observed value is bounded by itself, a censored one on its open side by a far number
   float low = y, high = y;
   if (code == -1) low = below_all;
   if (code == 1) high = above_all;
@@ -213,6 +215,7 @@ void add_regressions(const loading& x) {
         check_range(x.report, "level of nested regression", {x.in.r, i, j}, e.level, 1,
                     x.m.NLEV(i, trait.REG_N_EF_INP(j)));
       }
+      // NBEG.. are numbers of equations before the block: level l is equation NBEG + l
       e.equation = x.m.NBEGREG(i, j) + e.level;
       e.place = kind == 0 ? e.equation : 1; // plain regressions are equations 1, 2, .. of their group
       if (trait.REG_MIXTURE(j)) e.type = trait.MIX_EQ_TYPE;
@@ -255,6 +258,8 @@ void add_contribution(const loading& x, std::int32_t k, std::int32_t c, std::int
   row_entry e;
   e.trait = f.CONT_T_NO(c);
   e.group = group;
+  // (level-1) n_rc + NBEGRA + row, row = CONT_POS + CONT_RC - 1; level and place are taken back from it,
+  // since with CONT_LC the row names another level
   e.equation = f.CONT_RC(c) + ((std::int64_t{level} - 1) * order + first + f.CONT_POS(c)) - 1;
   check_range(x.report, "equation of random factor", {x.in.r, k, c}, e.equation, first + 1,
               first + order * x.m.NRALEV(k));
@@ -291,6 +296,7 @@ void add_random_factors(const loading& x, std::int32_t group) {
 // entries of one equation keep the order in which they were built.
 void store_row(data_record& in, design_store& design) {
   for (std::int32_t e = 1; e <= in.entries; ++e)
+    // equation in the upper half, place in the lower: sorting keeps entries of one equation in order
     in.keys(e) = static_cast<std::uint64_t>(design.XD(1, e)) << 32 | static_cast<std::uint64_t>(e);
   std::sort(in.keys.data(), in.keys.data() + in.entries);
 
@@ -311,6 +317,7 @@ void store_row(data_record& in, design_store& design) {
 }
 
 void load_record(const loading& x) {
+  // masks and groups, observations and their bounds, weights; then the row of equations, sorted
   store_head(x.m, x.in, x.design, x.report);
   store_observations(x.m, x.in, x.design, x.report);
   store_weights(x.m, x.in, x.design, x.report);
@@ -350,8 +357,8 @@ std::int64_t load_records(const loading& x, int& code) {
 
 void allocate_work(const model_records& m, std::int32_t entries, data_record& in, reporting& report) {
   allocate(report, in.freg_grp, "freg_grp", "READTOMXD", m.nt, m.mxreg);
-  allocate(report, in.IINP, "iinp", "READTOMXD", m.iv_50);
-  allocate(report, in.RINP, "rinp", "READTOMXD", m.n_real);
+  allocate(report, in.IINP, "iinp", "QVAgib_ALLOC", m.iv_50);
+  allocate(report, in.RINP, "rinp", "QVAgib_ALLOC", m.n_real);
   allocate(report, in.keys, "keys", "READTOMXD", entries);
 }
 
@@ -389,6 +396,7 @@ int READTOMEM(const model_records& m, const equation_layout& layout, design_stor
     MME_ALLOC(m, entries, design, report);
     IREC = load_records({m, layout, design, in, report}, code);
   }
+  // fewer or more records than the model says is an error after the counts are printed
   design.nobs = static_cast<std::int32_t>(std::min<std::int64_t>(IREC, m.nobs()));
   if (code != 0) {
     say(report);

@@ -23,6 +23,7 @@ void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design,
   const std::int32_t nt = model.nt, nobs = model.nobs();
   design.m = m;
 
+  // m: entries of the largest record; a record's entries are a column
   allocate(report, design.XD, "XD", routine, 7, m);
   allocate(report, design.XD1_M, "XD1_M", routine, m, nobs);
   allocate(report, design.XD2_M, "XD2_M", routine, m, nobs);
@@ -57,6 +58,7 @@ void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design,
 void count_group_records(model_records& model, const design_store& design) {
   vec<std::int32_t>& count = model.residual().HETG_N_OBS;
   count.fill(0);
+  // N_h, by which the residual matrix of the group is drawn
   for (std::int32_t r = 1; r <= design.nobs; ++r) ++count(model.hetgr_index(design.IRESG_M(r)));
 }
 

@@ -5,6 +5,7 @@
 namespace zeph {
 namespace {
 
+// Row of trait t in a level of the factor; t itself where the file names no traits; 0: none.
 std::int32_t row_of_trait(const structure_record& f, std::int32_t t) {
   const std::int32_t rows = std::min(f.n_t, f.n_rc);
   for (std::int32_t j = 1; j <= rows; ++j)
@@ -64,6 +65,7 @@ void count_progeny(const model_records& m, const relationship_store& relations, 
   d.N_PTD.fill(0);
   for (std::int32_t level = 1; level <= d.levels; ++level)
     for (std::int32_t p = 1; p <= 2; ++p) {
+      // known parents only: a negative one is a group of parents, 0 is unknown
       const std::int32_t parent = relations.pedmat(p, level);
       if (parent <= 0) continue;
       for (std::int32_t t = 1; t <= m.nt; ++t)

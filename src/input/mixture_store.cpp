@@ -7,6 +7,7 @@ bool is_indicator(const trait_record& t) {
   return t.TRAIT_TYPE == trait_mixture || t.TRAIT_TYPE == trait_sequence || t.TRAIT_TYPE == trait_cured;
 }
 
+// MIX_EQ_TYPE of a trait with mixture regressions: the indicator that has the covariable's input number.
 void name_indicators(model_records& m) {
   for (trait_record& trait : m.MODEL_rows) {
     if (!trait.L_MIX_TRAIT) continue;

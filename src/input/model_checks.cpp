@@ -49,6 +49,7 @@ struct checks {
 };
 
 void check_observation_places(const checks& c) {
+  // Y_M is read as nt reals from the place of trait 1 on
   const std::int64_t first = c.m.MODEL(1).Y_RCI;
   for (std::int32_t i = 1; i <= c.m.nt; ++i) {
     const std::int32_t place = c.m.MODEL(i).Y_RCI;
@@ -96,6 +97,7 @@ void check_trait_effects(const checks& c, std::int32_t i) {
 // Rows of the traits in the matrix of structure k, and its numbers.
 void check_structure(const checks& c, std::int32_t k) {
   const structure_record& r = c.m.RMAT(k);
+  // row nramat+1 is the residual, which has no solutions and no inverse to check
   const bool factor = k <= c.m.nramat;
   // the solution writer takes scales by trait number
   const std::int32_t first_trait = factor && c.m.sol_layout == 1 ? 1 : 0;
@@ -182,6 +184,7 @@ void add_range(const checks& c, std::vector<equation_range>& ranges, const equat
 std::int64_t check_plain_regressions(const checks& c) {
   std::int64_t n_reg0 = 0;
   for (const trait_record& t : c.m.MODEL_rows) n_reg0 += std::count(t.REG_TYPE.begin(), t.REG_TYPE.end(), 0);
+  // a permutation of 0..n_reg0-1
   std::vector<bool> taken(static_cast<std::size_t>(n_reg0));
   for (std::int32_t i = 1; i <= c.m.nt; ++i)
     for (std::int32_t j = 1; j <= c.m.MODEL(i).n_reg; ++j) {
@@ -222,6 +225,7 @@ void check_disjoint(const checks& c, std::vector<equation_range> ranges) {
     const std::string rule = fmt::format("no equation of another group, such as {}", last);
     if (r.first < last && r.j > 0) c.refuse(r.table, {r.i, r.j}, r.first, rule);
     if (r.first < last) c.refuse(r.table, {r.i}, r.first, rule);
+    // ascending by first equation: each range begins where the one before has ended, or later
     last = r.first + r.count;
   }
 }

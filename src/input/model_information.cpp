@@ -37,6 +37,7 @@ struct modinf_source {
 
   template <class... Items> bool record(std::string_view label, Items&&... items) {
     if (file == nullptr) return true;
+    // kept: a record too short for its items is reported with its label, and reading continues
     if (file->next() == 0) (take(items), ...);
     if (file->code() == end_of_file) {
       say(report, "  Unexpected end of file on model information");

@@ -27,6 +27,7 @@ struct modinf_sink {
   }
   template <class T, int N, class... A>
   bool array(const zeph::array<T, N>& x, std::string_view variable, std::string_view, A... axes) {
+    // each axis with its lower bound; an array without elements fits whatever its axes
     const axis wanted[N] = {axis(axes)...};
     std::int64_t count = 1;
     bool same = true;

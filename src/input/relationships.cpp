@@ -75,6 +75,7 @@ std::int64_t count_elements(sequential_reader& file, std::string_view name, rela
 // Counts become ends: start(r) is one beyond the last place of row r.
 std::int64_t counts_to_ends(relationship_rows& rows) {
   std::int64_t next = 1;
+  // start(r) = 1 + elements of rows 1..r, and so one beyond row r; filling moves it back to the row's first
   for (std::int64_t& cell : rows.start) {
     next += cell;
     cell = next;
@@ -92,6 +93,7 @@ void place_elements(sequential_reader& file, std::string_view name, std::int64_t
     check_read(code, name, report);
     if (code != 0) return;
     if (e.i == e.j) continue;
+    // each off-diagonal element in the rows of both its levels
     const std::int64_t in_j = --rows.start(e.j), in_i = --rows.start(e.i);
     rows.col(in_j) = e.i;
     rows.val(in_j) = e.v;
@@ -242,6 +244,7 @@ std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporti
 }
 
 void PEDFILE(const model_records& m, relationship_store& relations, reporting& report) {
+  // sire and dam of 100,000 levels a record, the rest in the last one
   constexpr std::int32_t levels_a_record = 100000;
   const std::int32_t k = relations.pedigree_factor = find_pedigree(m, report);
   if (k == 0) {

@@ -51,6 +51,7 @@ void describe_conditional(reporting& report, conditional_wishart& c, std::int32_
   allocate(report, c.B, "B", routine, m, c.r);
   allocate(report, c.Q, "Q", routine, m, m);
   allocate(report, c.VQ, "VQ", routine, m, m);
+  // order of the parts: row i <= m of X is row r + i here, row m + i is row i
   const auto rotated = [&](std::int32_t i) { return i <= m ? i + c.r : i - m; };
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t i = 1; i <= n; ++i) c.scale(rotated(i), rotated(j)) = S[(i - 1) + (j - 1) * lds];
@@ -64,15 +65,18 @@ void describe_conditional(reporting& report, conditional_wishart& c, std::int32_
 void find_moments(conditional_wishart& c) {
   const std::int32_t m = c.m, r = c.r;
   mat<double>&B = c.B, &Q = c.Q, &VQ = c.VQ;
+  // B = -L21 L11^-1, m x r
   B.fill(0.0);
   for (std::int32_t i = 1; i <= r; ++i)
     for (std::int32_t a = 1; a <= m; ++a)
       for (std::int32_t j = 1; j <= r; ++j) B(a, i) -= c.L(r + a, j) * c.L11i(j, i);
+  // Q = L22 - L21 L11^-1 L21', m x m
   for (std::int32_t b = 1; b <= m; ++b)
     for (std::int32_t a = 1; a <= m; ++a) {
       Q(a, b) = c.L(r + a, r + b); // L22 + B L21'
       for (std::int32_t i = 1; i <= r; ++i) Q(a, b) += B(a, i) * c.L(r + b, i);
     }
+  // xy = x y, x m x m, y m x columns
   const auto product = [m](const mat<double>& x, const mat<double>& y, std::int32_t columns,
                            mat<double>& xy) {
     xy.fill(0.0);
@@ -80,6 +84,7 @@ void find_moments(conditional_wishart& c) {
       for (std::int32_t k = 1; k <= m; ++k)
         for (std::int32_t i = 1; i <= m; ++i) xy(i, j) += x(i, k) * y(k, j);
   };
+  // mean of the cross block V B, its covariance T (x) V Q V
   product(c.V, B, r, c.VB);
   product(c.V, Q, m, VQ);
   product(VQ, c.V, m, c.VQV);
@@ -89,6 +94,7 @@ void describe_cross_block(conditional_wishart& c) {
   const std::int32_t m = c.m;
   for (std::int32_t i = 1; i <= c.r; ++i)
     for (std::int32_t a = 1; a <= m; ++a) {
+      // element (i,a) of the cross block is number (i-1) m + a: row after row
       c.mean((i - 1) * m + a) = c.VB(a, i);
       for (std::int32_t j = 1; j <= c.r; ++j)
         for (std::int32_t b = 1; b <= m; ++b)

@@ -54,9 +54,10 @@ std::string labelled(std::string_view label, const double* x, std::int64_t ld, s
 
 // T = inverse of a Wishart matrix (df, L11).
 void draw_little(reporting& report, random_sources& sources, matrix_draw_work& work, conditional_wishart& c,
-                 std::int32_t df) {
+                 std::int64_t df) {
   mat<double> X;
   allocate(report, X, "X", "sciwhinag", c.r, c.r);
+  // X Wishart (df, L11): its inverse is inverse Wishart (df, L11^-1)
   wishart_draw(report, sources, X.data(), c.r, c.L.data(), c.n, c.r, df, work);
   invert_or_stop(report, "LittleT1", X, c.r, c.T);
 }
@@ -98,6 +99,7 @@ std::int32_t rank_so_far(mat<double>& a, std::int32_t n, double& root) {
   std::int32_t rank = 0;
   root = 1.0;
   for (std::int32_t i = 1; i <= n; ++i) {
+    // d = a_ii - sum over k < i of l_ik^2
     double d = a(i, i);
     for (std::int32_t k = 1; k < i; ++k) d -= a(i, k) * a(i, k);
     if (std::fabs(d) < pivot_zero) {
@@ -123,6 +125,7 @@ void make_conversion(reporting& report, conversion_work& work, const double* blo
   const std::int32_t p = t.n - 1;
   for (std::int32_t i = 1; i <= p; ++i)
     for (std::int32_t j = 1; j <= p; ++j) {
+      // M = D + ginv, p x p, both packed; D is the data block of the large model, whose leading part is used
       const std::int32_t at = ihmij(i, j, t.n) - 1;
       work.M(i, j) = block[at] + t.ginv[at];
     }
@@ -136,6 +139,7 @@ void make_conversion(reporting& report, conversion_work& work, const double* blo
   }
   for (std::int32_t j = 1; j <= p; ++j) {
     for (std::int32_t i = 1; i <= p; ++i) {
+      // pn(1:p,1:p) = D M^-1; last row (-b'/cstd, 1/cstd), last column 0 above it
       double c = 0;
       for (std::int32_t k = 1; k <= p; ++k) c += block[ihmij(i, k, t.n) - 1] * work.Minv(k, j);
       work.pn(i, j) = c;
@@ -151,6 +155,7 @@ bool conversion_is_complete(reporting& report, conversion_work& work, std::int32
                             std::string_view where, double& root) {
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t i = 1; i <= n; ++i) work.pn_lost(i, j) = work.pn(i, j);
+  // its factor destroys pn_lost; root: product of the diagonal, so that ln det pn is taken as 2 ln root
   const std::int32_t rank = rank_so_far(work.pn_lost, n, root);
   if (rank < n && !work.singular_told) {
     const std::string text = "Complete conversion singular in " + std::string(where) + ":idim,irank";
@@ -187,6 +192,7 @@ conversion_terms sweep_matrix(reporting& report, conversion_work& work, const ma
     sweep(i, packed, n, least_pivot, work.swept.data(), pivot, info);
     return pivot;
   };
+  // rows 1..n-1 swept: their block is ginv, row n holds b and the conditional variance
   for (std::int32_t i = 1; i < n; ++i)
     if (!(sweep_row(i) >= least_pivot)) definite = false;
   std::copy_n(packed, n * (n - 1) / 2, work.ginv.data());
@@ -217,6 +223,7 @@ struct parent_sum {
 
 template <class Value>
 parent_sum parents_of(const mat<std::int32_t>& pedmat, std::int32_t level, Value value) {
+  // a negative parent is a group of parents; its number is a level too
   parent_sum of;
   for (std::int32_t x = 1; x <= 2; ++x) {
     const std::int32_t parent = std::abs(pedmat(x, level));
@@ -227,6 +234,8 @@ parent_sum parents_of(const mat<std::int32_t>& pedmat, std::int32_t level, Value
   return of;
 }
 
+// Root of the share of the variance that known parents leave: 1, 3/4, 1/2, as 32-bit roots. Inbreeding of
+// the parents is not counted.
 double segregation(std::int32_t known) { return known == 0 ? 1.0 : known == 1 ? one_parent : two_parents; }
 
 // work(n,j), j < n: coefficients of row n of the packed matrix; its conditional standard deviation.
@@ -264,7 +273,7 @@ void fit_conversion_work(reporting& report, conversion_work& work, std::int32_t 
 }
 
 void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& work, std::int32_t n,
-               std::int32_t m, double* cov, std::int64_t ld, std::int32_t df, const double* scale,
+               std::int32_t m, double* cov, std::int64_t ld, std::int64_t df, const double* scale,
                std::int64_t lds) {
   conditional_wishart c;
   describe_conditional(report, c, n, m, cov, ld, scale, lds);
@@ -290,6 +299,7 @@ void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& wor
 
 void pup(reporting& report, conversion_work& work, std::int32_t level, const double* block,
          const conversion_terms& t, double elast, double z, const double* u, double* out, double& jacobian) {
+  // w = (u, u_n), u_n = b'u + cstd z: d u_n / d z = cstd
   make_conversion(report, work, block, t, "pup");
   double* w = work.w.data();
   std::copy_n(u, t.n - 1, w);
@@ -301,12 +311,14 @@ void pup(reporting& report, conversion_work& work, std::int32_t level, const dou
     return;
   }
   convert(work, t.n, w, out);
+  // kept: twice the log of the product of the factor's diagonal, as if pn were symmetric
   jacobian += std::log(root * root);
 }
 
 void pdn(reporting& report, conversion_work& work, std::int32_t level, const double* block,
          const conversion_terms& t, const double* u, double* out, double& jacobian) {
   double root = 1.0;
+  // a level with next to no data takes the simple conversion
   if (!(block[0] < least_data)) {
     make_conversion(report, work, block, t, "pdn");
     if (conversion_is_complete(report, work, level, t.n, "pdn", root)) {
@@ -333,6 +345,7 @@ void samppegm(jump_records& r, std::int32_t k) {
   double* u = r.scan.sampler.sol.data() + r.model.NBEGRA(k);
   double* out = jump.conv_sol.data();
   for (std::int32_t l = 1; l <= levels; ++l, u += stride, out += stride) {
+    // down: z of the present u_n; up: u_n from a new z. One z a level, drawn together before the walk.
     const double elast = conditional_mean(t, u);
     if (jump.jump_down) {
       jump.prop_z(l) = (u[n - 1] - elast) / t.cstd;
@@ -376,6 +389,8 @@ void sampanim(jump_records& r, std::int32_t k) {
     }
   } else {
     for (const std::int32_t level : jump.settled) {
+      // up, generation by generation: u_n(l) = half the parents' sum + c_l sd z, the parents' values without
+      // their regression, which all levels get afterwards
       const parent_sum parents = parents_of(pedmat, level, [&](std::int32_t p) { return row(p)[n - 1]; });
       const double scale = segregation(parents.known) * sd;
       ranmar_kr_normals(r.scan.sources.marsaglia, &jump.prop_z(level), 1);

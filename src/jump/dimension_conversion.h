@@ -44,7 +44,7 @@ struct conversion_terms {
 // inverse is reported ("T3inv", "LittleT1", "Lambda11" "not p.d."; "npd matrix
 // sampled"), stop, code 16; df below n - m stops as in wishart_draw.
 void sciwhinag(reporting& report, random_sources& sources, matrix_draw_work& work, std::int32_t n,
-               std::int32_t m, double* cov, std::int64_t ld, std::int32_t df, const double* scale,
+               std::int32_t m, double* cov, std::int64_t ld, std::int64_t df, const double* scale,
                std::int64_t lds);
 
 // For identity factors; jump.large_model, jump.cov_new and jump.jump_down describe the move.

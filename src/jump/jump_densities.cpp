@@ -15,6 +15,7 @@ namespace {
 constexpr double log_pi = 1.1447298858494002;
 constexpr double half_log_two = 0.34657359027997264;
 constexpr double two_pi = 6.283185307179586;
+// kept: constants of the conditional density have the digits of 32-bit numbers
 constexpr double half_log_two_short = 0.3465735912322998; // as a 32-bit number
 constexpr double half_log_pi_short = 0.5723649429247001;
 constexpr double pivot_limit = 9.999999960041972E-12; // 1.0E-11 as a 32-bit number
@@ -62,6 +63,7 @@ void say_leading(reporting& report, std::string_view label, const double* x, std
 double log_gamma(double a) {
   constexpr double c[6] = {76.18009173, -86.50532033, 24.01409822, -1.231739516, 0.00120858003, -5.36382E-6};
   const double x = a - 1.0;
+  // Lanczos: Gamma(x+1) = (x+5.5)^(x+.5) e^-(x+5.5) root(2 pi) (1 + sum of c_i/(x+i)), x = a - 1
   double series = 1.0;
   for (int i = 0; i < 6; ++i) series += c[i] / (x + (i + 1));
   return (a - 0.5) * std::log(a + 4.5) - (a + 4.5) + std::log(2.50662827465 * series);
@@ -71,9 +73,10 @@ double normal_logdens(double x, double var, double mean) {
   return -0.5 * std::log(two_pi * var) - 0.5 * (x - mean) * (x - mean) / var;
 }
 
-double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,
+double iwdens(reporting& report, std::int32_t n, std::int64_t v, const double* X, std::int64_t ldx,
               const double* S, std::int64_t lds) {
   if (v == 0) return 0;
+  const double df = static_cast<double>(v);
   mat<double> inverse;
   allocate(report, inverse, "inverse", "iwdens", n, n);
   double logdet_S = 0, logdet_X = 0;
@@ -85,18 +88,22 @@ double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X
   }
   inverse_logdet(X, ldx, inverse.data(), n, n, logdet_X, info);
   if (info != 0) return 0;
+  // t = tr(X^-1 S); c = -ln of 2^(vn/2) Gamma_n(v/2), Gamma_n by its n factors
   double t = 0;
   for (std::int32_t j = 0; j < n; ++j)
     for (std::int32_t i = 0; i < n; ++i) t += inverse(i + 1, j + 1) * S[i + j * lds];
-  double c = -(static_cast<double>(n) * (n - 1) / 4.0) * log_pi - half_log_two * v * n;
-  for (std::int32_t i = v; i > v - n; --i) c -= log_gamma(i / 2.0);
-  return -0.5 * ((v + n + 1) * logdet_X + t) + c + 0.5 * v * logdet_S;
+  double c = -(static_cast<double>(n) * (n - 1) / 4.0) * log_pi - half_log_two * df * n;
+  for (std::int32_t i = 0; i < n; ++i) c -= log_gamma((df - i) / 2.0);
+  return -0.5 * ((df + n + 1) * logdet_X + t) + c + 0.5 * df * logdet_S;
 }
 
-double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,
+double CWisdens(reporting& report, std::int32_t n, std::int64_t v, const double* X, std::int64_t ldx,
                 const double* S, std::int64_t lds) {
   if (v == 0) return 0;
-  const double a = (v + 1 - n) / 2.0;
+  // kept: formally the difference of two inverse Wishart densities, of order n and n-1, both with v degrees
+  // of freedom, by the last pivots of X and S and the traces of both orders
+  const double df = static_cast<double>(v);
+  const double a = (df + 1 - n) / 2.0;
   if (a <= 0) return 0;
   packed_copy x(X, ldx, n);
   double log_p = 0, pivot = 0;
@@ -105,6 +112,7 @@ double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double*
     definite = x.sweep_row(k, pivot) && definite;
     log_p += std::log(pivot);
   }
+  // t1, t2: tr(X^-1 S) of order n-1 and n; log_p: ln of the determinant of order n-1
   const double t1 = x.sum_with(S, lds, n - 1);
   definite = x.sweep_row(n, pivot) && definite;
   const double last = pivot;
@@ -119,8 +127,8 @@ double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double*
     say(report, "CWisdens: Scale matrix n.p.d.");
     stop_run(report, exit_diagnosed);
   }
-  return -log_gamma(a) - ((v + n + 1) / 2.0) * std::log(last) - half_log_two_short * v -
-         half_log_pi_short * (n - 1) + 0.5 * (t1 - t2 - log_p + v * std::log(pivot));
+  return -log_gamma(a) - ((df + n + 1) / 2.0) * std::log(last) - half_log_two_short * df -
+         half_log_pi_short * (n - 1) + 0.5 * (t1 - t2 - log_p + df * std::log(pivot));
 }
 
 double mvn_last_logdens(const double* x, std::int32_t n, const double* mean, const double* V, int& info) {
@@ -128,12 +136,13 @@ double mvn_last_logdens(const double* x, std::int32_t n, const double* mean, con
   double logdet = 0;
   inverse_logdet(V, n, inverse.data(), n, n, logdet, info);
   if (info != 0) return 0;
+  // kept: only the last component enters the quadratic form
   const double d = x[n - 1] - mean[n - 1];
   return -0.5 * (n * std::log(two_pi) + logdet) - 0.5 * d * d * inverse.back();
 }
 
 double g0kainv(reporting& report, std::int32_t m_large, std::int32_t m_small, const double* X,
-               std::int64_t ldx, std::int32_t v, const double* S, std::int64_t lds) {
+               std::int64_t ldx, std::int64_t v, const double* S, std::int64_t lds) {
   constexpr std::string_view name = "g0kainv";
   conditional_wishart c;
   describe_conditional(report, c, m_large, m_small, X, ldx, S, lds);
@@ -144,6 +153,7 @@ double g0kainv(reporting& report, std::int32_t m_large, std::int32_t m_small, co
   const auto element = [&](std::int32_t i, std::int32_t j) { return X[(i - 1) + (j - 1) * ldx]; };
   for (std::int32_t i = 1; i <= r; ++i)
     for (std::int32_t a = 1; a <= m; ++a) c.x((i - 1) * m + a) = element(m + i, a);
+  // T = X_rr - X_rm V^-1 X_rm'
   for (std::int32_t i = 1; i <= r; ++i)
     for (std::int32_t j = 1; j <= r; ++j) {
       c.T(i, j) = element(m + i, m + j);
@@ -154,6 +164,7 @@ double g0kainv(reporting& report, std::int32_t m_large, std::int32_t m_small, co
   describe_cross_block(c);
   int info = 0;
   const double cross = mvn_last_logdens(c.x.data(), r * m, c.mean.data(), c.cov.data(), info);
+  // the covariance has no inverse: print it and stop
   if (info != 0) invert_or_stop(report, name, c.cov, r * m, c.cov);
   return iwdens(report, r, v, c.T.data(), r, c.L11i.data(), r) + cross;
 }

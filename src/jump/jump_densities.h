@@ -20,7 +20,7 @@ double normal_logdens(double x, double var, double mean);
 //   |S|^(v/2) |X|^(-(v+n+1)/2) exp(-tr(X^-1 S)/2) / (2^(vn/2) Gamma_n(v/2)).
 // v = 0: 0, a flat density. S without inverse: "Scale matrix n.p.d.", stop, code
 // 16. X without inverse: 0.
-double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,
+double iwdens(reporting& report, std::int32_t n, std::int64_t v, const double* X, std::int64_t ldx,
               const double* S, std::int64_t lds);
 
 // Density of the last row and column of X given its leading block, both orders with
@@ -28,7 +28,7 @@ double iwdens(reporting& report, std::int32_t n, std::int32_t v, const double* X
 // and v below n: 0. X not positive definite: reported on the listing, 0. S not positive
 // definite: "CWisdens: Scale matrix n.p.d.", stop, code 16. Constants have the
 // digits of 32-bit numbers.
-double CWisdens(reporting& report, std::int32_t n, std::int32_t v, const double* X, std::int64_t ldx,
+double CWisdens(reporting& report, std::int32_t n, std::int64_t v, const double* X, std::int64_t ldx,
                 const double* S, std::int64_t lds);
 
 // -(n ln 2 pi + ln det V)/2 - d(n)^2 Vinv(n,n)/2, d = x - mean: for n = 1 the normal
@@ -41,6 +41,6 @@ double mvn_last_logdens(const double* x, std::int32_t n, const double* mean, con
 // conditional matrix of the new rows plus mvn_last_logdens of the cross block. A
 // block without inverse: "g0kainv not p.d." with matrix and inverse, stop, code 16.
 double g0kainv(reporting& report, std::int32_t m_large, std::int32_t m_small, const double* X,
-               std::int64_t ldx, std::int32_t v, const double* S, std::int64_t lds);
+               std::int64_t ldx, std::int64_t v, const double* S, std::int64_t lds);
 
 } // namespace zeph

@@ -67,11 +67,13 @@ bool stop_asked(jump_records& r) {
 void propose_move(jump_records& r) {
   jump_store& jump = r.jump;
   marsaglia_source& source = r.scan.sources.marsaglia;
+  // uniform over the factors; one with a single row is drawn again
   do {
     jump.jump_k = static_cast<std::int32_t>(std::ceil(RANMAR(source) * r.model.nramat));
   } while (r.model.RMAT(jump.jump_k).n_rc == 1);
   const auto at = static_cast<std::size_t>(jump.jump_k - 1);
   const std::int32_t dimension = r.state.ntr[at], high = r.model.RMAT(jump.jump_k).n_rc;
+  // p_down of a factor at its smallest dimension is 0, at its largest 1: a uniform is drawn all the same
   jump.p_up = rplus(r.scan.report, dimension, 1, high);
   jump.p_down = rminus(r.scan.report, dimension, 1, high);
   jump.jump_down = RANMAR(source) <= jump.p_down;
@@ -85,12 +87,15 @@ void propose_move(jump_records& r) {
 
 void recompute_data_blocks(jump_records& r) {
   say(r.scan.report, "diagonals recomputed");
+  // the line is printed in either case
   if (r.jump.blocks_stay && r.jump.blocks_made) return;
+  // made once: with all rows of each factor, of which smaller models read the leading blocks
   std::vector<std::int32_t> model = r.jump.large_model;
   if (r.jump.blocks_stay)
     for (std::int32_t k = 1; k <= r.model.nramat; ++k)
       model[static_cast<std::size_t>(k - 1)] = r.model.RMAT(k).n_rc;
   set_structure(r, model, r.jump.jump_k);
+  // round 0 and type 0: CDI without the prior precision, by the inverses of the model file
   bddrmc_init(r.scan, 0, 0, model);
   set_structure(r, r.state.ntr, r.jump.jump_k);
   r.jump.blocks_made = true;
@@ -108,6 +113,7 @@ void convert_dimension(jump_records& r) {
               jump.prop_scale.extent(1));
   const double* sol = r.scan.sampler.sol.data() + r.model.NBEGRA(k);
   jump.jacobian = 0;
+  // z, conv_sol and jacobian of the factor's levels; conv_sol begins as a copy of its solutions
   jump.prop_z.fill(0.0);
   std::copy_n(sol, std::int64_t{r.model.NRALEV(k)} * factor.n_rc, jump.conv_sol.data());
   if (structure_is(factor, "I"))
@@ -120,6 +126,7 @@ void convert_dimension(jump_records& r) {
 
 void decide_move(jump_records& r) {
   jump_store& jump = r.jump;
+  // model_move gives small to large; the way down is its inverse
   if (jump.jump_down) jump.log_ratio = -jump.log_ratio;
   jump.log_u = std::log(RANMAR(r.scan.sources.marsaglia));
   jump.log_alpha = jump.log_ratio < 0 ? jump.log_ratio : 0.0;
@@ -131,11 +138,13 @@ void take_move(jump_records& r) {
   const std::int32_t k = jump.jump_k, n = jump.new_model[static_cast<std::size_t>(k - 1)];
   if (!jump.jump_down) {
     double* packed = r.scan.sampler.sscp.col(k);
+    // up: the proposed matrix is the sample of the round
     for (std::int32_t i = 1; i <= n; ++i)
       for (std::int32_t j = 1; j <= i; ++j) *packed++ = jump.cov_new(i, j);
   }
   double logdet = 0;
   int info = 0;
+  // prop_scale is free again: the inverse of the new matrix on its way to GIF
   inverse_logdet(jump.cov_new, jump.prop_scale, n, logdet, info);
   for (std::int32_t j = 1; j <= n; ++j)
     for (std::int32_t i = 1; i <= n; ++i) r.scan.sampler.GIF(i, j, k) = jump.prop_scale(i, j);

@@ -42,6 +42,7 @@ void allocate_moves(jump_records& r) {
   std::int64_t levels = 0, solutions = 0;
   for (std::int32_t k = 1; k <= r.model.nramat; ++k) {
     if (r.model.RMAT(k).n_rc < 2) continue;
+    // over the factors that can move: largest order, levels, and solutions
     order = std::max(order, r.model.RMAT(k).n_rc);
     levels = std::max(levels, std::int64_t{r.model.NRALEV(k)});
     solutions = std::max(solutions, std::int64_t{r.model.NRALEV(k)} * r.model.RMAT(k).n_rc);
@@ -64,6 +65,7 @@ void find_log_determinants(jump_records& r) {
   const std::int32_t k = relations.pedigree_factor;
   if (k == 0 || r.model.RMAT(k).n_rc < 2) return;
   const std::string number = std::to_string(k);
+  // ln |A| = -ln |A^-1|, from the elements of the inverse in the file, parents before progeny
   r.jump.settled = settle_levels(relations.pedmat, r.model.NRALEV(k), "PEDFILE" + number, report);
   r.jump.log_det_A(k) = log_det_relationship(relations.of(k), r.jump.settled, "AINV" + number, report);
 }
@@ -90,6 +92,7 @@ void set_structure(model_records& m, equation_layout& layout, const std::vector<
     std::int32_t c = 0;
     for (std::int32_t j = 1; j <= t.n_reg; ++j) {
       if (t.REG_TYPE(j) < first_random_code || t.REG_R_MATNO(j) != k) continue;
+      // row 1 is active always: the c-th random regression of the factor is row c+1
       const bool active = c < model[static_cast<std::size_t>(k - 1)] - 1;
       t.REG_TYPE(j) = active ? active_code : inactive_code;
       if (active) ++c;

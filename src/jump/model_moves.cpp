@@ -64,6 +64,7 @@ double sum_by_columns(scan_records& r, const directives& asked) {
     if (form.one_matrix) { // R^-1 is that of all records
       for (std::int32_t t = 1; t <= nt; ++t)
         for (std::int32_t u = 1; u <= t; ++u) {
+          // ssq += r^tu e_t'e_u, off-diagonal elements twice
           const double sum = product_sum(form.E.col(t) + lo, form.E.col(u) + lo, hi - lo);
           ssq += (t == u ? 1.0 : 2.0) * r.sampler.RCOVI(t, u, 1) * sum;
         }
@@ -79,6 +80,7 @@ double sum_by_columns(scan_records& r, const directives& asked) {
   return ssq;
 }
 
+// Coefficients that change in a round are not those of the columns.
 bool columns_hold(const residual_form& form) {
   for (const group_form& group : form.groups)
     for (const design_slot& slot : group.slots)
@@ -128,11 +130,13 @@ void weigh_solutions(jump_records& r, std::int32_t n, model_side& side) {
   }
   double* sums = r.scan.sampler.sscp.col(k);
   std::fill_n(sums, r.scan.sampler.sscp.extent(1), 0.0);
+  // S = U'A^-1 U with the solutions of this side; sscp is put back at the end of the move
   add_factor_squares(r.scan.model, r.scan.relations, r.scan.sampler, r.scan.work.matrices, r.scan.work.fast,
                      r.scan.report, k, n);
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= n; ++j) {
       const std::int32_t at = ihmij(i, j, n) - 1;
+      // tr(G^-1 S), over the full square
       side.quadratic += sums[at] * packed[at];
     }
 }
@@ -178,7 +182,8 @@ double proposal_logdens(const jump_records& r) {
 void assemble_ratio(jump_records& r, const model_side& large, const model_side& small) {
   jump_store& jump = r.jump;
   reporting& report = r.scan.report;
-  const std::int32_t k = jump.jump_k, n = jump.imax, df = n + r.asked.prodf;
+  const std::int32_t k = jump.jump_k, n = jump.imax;
+  const std::int64_t df = std::int64_t{n} + r.asked.prodf;
   const std::int32_t m_l = jump.large_model[static_cast<std::size_t>(k - 1)];
   const std::int32_t m_s = jump.small_model[static_cast<std::size_t>(k - 1)];
   const double *cov = jump.cov_new.data(), *scale = jump.prop_scale.data();
@@ -186,12 +191,16 @@ void assemble_ratio(jump_records& r, const model_side& large, const model_side& 
   const double A = CWisdens(report, n, r.asked.PDF(k), cov, ld, scale, ld);
   const double B = g0kainv(report, m_l, m_s, cov, ld, df, scale, ld);
   const double C = CWisdens(report, n, df, cov, ld, scale, ld);
-  for (const std::int32_t order : {n, n - 1}) iwdens(report, order, df, cov, ld, scale, ld); // may stop
+  // kept: both densities are computed for their tests alone
+  for (const std::int32_t order : {n, n - 1}) iwdens(report, order, df, cov, ld, scale, ld);
+  // p(U) of both models; Q: density of the z that the large model has more
   const double D_l = solution_logdens(r, m_l, large), D_s = solution_logdens(r, m_s, small);
   const double Q = proposal_logdens(r);
   const std::int32_t high = r.model.RMAT(k).n_rc;
   const double up = std::log(rplus(report, m_s, 1, high)), down = std::log(rminus(report, m_l, 1, high));
   const double data = 0.5 * (small.fit - large.fit - large.ssq + small.ssq);
+  // small to large: moves, Jacobian, solutions, matrix (A prior, C proposal), z, data
+  // kept: the probability of the proposed direction has the sign of the reverse one; B is only printed
   jump.log_ratio = up - down + jump.jacobian + (D_l - D_s) + (A - C) - Q + data;
 
   const std::int64_t i = r.state.iround;
@@ -233,6 +242,7 @@ void residual_pass(jump_records& r, double& fit, double& ssq) {
   scan_records& scan = r.scan;
   fit = 0;
   for (std::int32_t irec = 1; irec <= scan.design.nobs; ++irec)
+    // ln |R| of the record's group
     fit += scan.sampler.LVDET(r.model.nramat + scan.design.IRESG_M(irec));
   const bool fast = body_of(scan, r.asked) == scan_body::fast && columns_hold(scan.work.fast);
   ssq = fast ? sum_by_columns(scan, r.asked) : sum_by_records(scan, r.asked);
@@ -242,6 +252,7 @@ void model_move(jump_records& r) {
   jump_store& jump = r.jump;
   mat<double>& sscp = r.scan.sampler.sscp;
   std::copy(sscp.begin(), sscp.end(), jump.saved_sscp.begin());
+  // the model in force has its solutions in sol; the other side is looked at with those of conv_sol
   const model_side large = look_at_model(r, jump.large_model, !jump.jump_down, told_move(r),
                                          "Residual ssq for large model ..............");
   const model_side small =

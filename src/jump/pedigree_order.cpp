@@ -82,6 +82,7 @@ std::vector<std::int32_t> settle_levels(const mat<std::int32_t>& pedmat, std::in
       settled.push_back(level);
       done[static_cast<std::size_t>(level)] = 1;
     }
+    // a walk that settles nobody: a level is its own ancestor
     if (later.size() == waiting.size())
       illegal_input(report, name, "level", {}, fmt::format("{}", later.front()),
                     "no level among its own ancestors");
@@ -96,6 +97,8 @@ double log_det_relationship(const relationship_rows& rows, const std::vector<std
   std::vector<double> diag(settled.size());
   for (std::size_t x = 0; x < settled.size(); ++x) diag[x] = rows.diag(settled[x]);
   double sum = 0;
+  // Gaussian elimination of the youngest level first: with d its pivot and a its links to older levels the
+  // rest loses a a'/d. In a pedigree the links that this makes are cancelled by its own elements.
   for (std::size_t x = settled.size(); x-- > 0;) {
     const double pivot = diag[x];
     if (!(pivot > 0))

@@ -19,6 +19,7 @@ void append_log(const reporting& report, const std::vector<std::string>& lines) 
 void log_message(reporting& report, std::string_view message, std::string_view second, std::string_view third,
                  bool has_code, std::int32_t code) {
   const std::string name = short_program_name(report);
+  // kept: without a code none of the three texts is written, only that the program starts
   if (!has_code) {
     append_log(report, {name + ": Starting"});
     return;
@@ -28,6 +29,7 @@ void log_message(reporting& report, std::string_view message, std::string_view s
     append_log(report, {name + ": Finished with exit code 0"});
     return;
   }
+  // the fatal kind: no code, no closing remark on the listing, exit code 127
   constexpr std::int32_t fatal_kind = 100000000;
   const bool fatal = code == fatal_kind;
   std::vector<std::string> lines = {""};

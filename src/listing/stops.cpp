@@ -43,6 +43,7 @@ void illegal_input(reporting& report, std::string_view file, std::string_view it
 }
 
 void write_fault(reporting& report, std::string_view file, std::string_view what) {
+  // the failed call has left its number; nothing between it and here may change it
   if (errno == ENOSPC || errno == EDQUOT) {
     say(report);
     say(report, fmt::format("ERROR - {}: no space left on the device", file));
@@ -63,6 +64,7 @@ void computation_impossible(reporting& report, std::string_view routine, std::st
 
 void QVA_LOG(reporting& report, std::int32_t flag) {
   text_reader directives;
+  // kept: QVA1 is the name under which the input stage ends
   if (flag != 0 && directives.open(path_of(report, "QVA_LOG"))) {
     banner(report);
     say_lines(report, {"", "ERROR(S) found in model directives / prior (co)variance", "", "",

@@ -17,6 +17,7 @@ bool file_exists(const reporting& report, std::string_view file) {
   return std::filesystem::exists(path_of(report, file), none);
 }
 
+// Names those of the four input files that are missing; 1 when there is any.
 int check_input_files(reporting& report) {
   int status = 0;
   for (const std::string_view name : {"RCDATA_I", "RCDATA_R", "MODINF", "CODE_TABLE"}) {

@@ -31,6 +31,7 @@ int semidefinite_factor(reporting& report, double* a, std::int64_t lda, int n) {
     double* diagonal = a + i + i * lda;
     double sum = 0.0;
     for (int k = 0; k < i; ++k) sum += a[i + k * lda] * a[i + k * lda];
+    // d = a_ii - sum over k < i of l_ik^2, then l_ri = (a_ri - sum over k < i of l_rk l_ik) / l_ii
     const double d = *diagonal - sum;
     if (std::fabs(d) < pivot_zero) {
       for (int r = i; r < n; ++r) a[r + i * lda] = 0.0;
@@ -64,6 +65,7 @@ void spofa(double* a, std::int64_t lda, int n, int& info) {
   for (int j = 0; j < n; ++j) {
     double* aj = a + j * lda; // column j+1
     double s = 0.0;
+    // column j: u_kj = (a_kj - sum over i < k of u_ik u_ij) / u_kk, u_jj = (a_jj - sum of u_kj^2)^1/2
     for (int k = 0; k < j; ++k) {
       const double* ak = a + k * lda;
       double dot = 0.0;
@@ -103,6 +105,7 @@ void ginverse_into(reporting& report, const double* a, std::int64_t lda, int n, 
     const double pivot = l[i + i * n];
     const bool inverts = std::fabs(pivot) > pivot_zero;
     for (std::int64_t j = 0; j < i; ++j) {
+      // m_ij = -(sum over k = j..i-1 of l_ik m_kj) / l_ii
       double sum = 0.0;
       if (inverts)
         for (std::int64_t k = j; k < i; ++k) sum += l[i + k * n] * m[k + j * n];
@@ -130,6 +133,7 @@ double det_into(reporting& report, const double* a, std::int64_t lda, int n, dou
   for (std::int64_t j = 0; j < n; ++j)
     for (std::int64_t i = j; i < n; ++i) l[i + j * n] = a[i + j * lda];
   semidefinite_factor(report, l, n, n);
+  // |A| = product of l_ii^2 over the pivots that are not zero
   double product = 1.0;
   for (std::int64_t i = 0; i < n; ++i)
     if (std::fabs(l[i + i * n]) > pivot_zero) product *= l[i + i * n];

@@ -104,11 +104,13 @@ struct open_uniforms {
 // Each uniform as the first of a deviate z[p]
 void begin_everywhere(const std::int32_t* v, std::int32_t m, double* z, open_uniforms& open) {
   for (std::size_t p = 0; p < static_cast<std::size_t>(m); ++p) {
+    // z is right where v[p] is above the threshold of its interval; the others are listed as open
     const fl5_cell& cell = fl5_cell_of(v[p]);
     open.p[open.n] = static_cast<std::uint8_t>(p);
     open.n += cell.limit >= static_cast<std::uint32_t>(v[p]);
     z[p] = cell.A + (fl5_place_of(v[p]) - cell.T) * cell.H;
   }
+  // open ones in centre intervals first, those of the tail after them: two loops without branches
   std::uint8_t tail[longest];
   std::size_t n_tail = 0;
   for (std::size_t k = 0; k < open.n; ++k) {
@@ -141,6 +143,8 @@ std::int32_t settle(const std::int32_t* v, std::int32_t& m, std::int32_t ready, 
       next = p + any;
       continue;
     }
+    // begins[p..p+7] = 1, 0 for the uniforms that the deviate takes more, then 1: one store without a branch;
+    // a deviate that does not begin stores into a place beyond the marks
     const std::uint64_t mask = ones << 8 * taken | 1; // 1, then taken - 1 times 0, then 1
     std::memcpy(begins + (begun ? p : longest + marsaglia_source::block), &mask, sizeof mask);
     next = begun ? p + taken : next;

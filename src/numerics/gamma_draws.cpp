@@ -20,7 +20,7 @@ template <int n> float series(const float (&c)[n], float x) {
   return sum;
 }
 
-// Step 1 of GD
+// GD: what depends on the shape alone, s^2 = a - 1/2 and d of the squeeze test.
 void set_shape(gamma_cache& k, float a) {
   k.aa = a;
   k.s2 = a - 0.5F;
@@ -28,7 +28,7 @@ void set_shape(gamma_cache& k, float a) {
   k.d = table::sqrt32 - 12.0F * k.s;
 }
 
-// Step 4 of GD
+// GD: q0 and the double exponential hat, centre b, scale si and height c, by three ranges of the shape.
 void set_hat(gamma_cache& k, float a) {
   k.aaa = a;
   const float r = 1.0F / a;
@@ -48,14 +48,14 @@ void set_hat(gamma_cache& k, float a) {
   }
 }
 
-// The quotient of steps 6 and 10: log of target over normal density at t
+// q(t), log of target over normal density at t; by a series for small |t|
 float quotient(const gamma_cache& k, float t) {
   const float v = t / (k.s + k.s);
   if (std::fabs(v) <= 0.25F) return k.q0 + 0.5F * t * t * series(table::A, v) * v;
   return k.q0 - k.s * t + 0.25F * t * t + (k.s2 + k.s2) * std::log(1.0F + v);
 }
 
-// Step 11: t, drawn with the exponential e and the uniform u in (-1,1), lies under
+// Double exponential rejection: t, drawn with the exponential e and the uniform u in (-1,1), is under
 // the hat. For large q the two exponentials are joined, as the first overflows.
 bool under_hat(const gamma_cache& k, float t, float e, float u) {
   const float q = quotient(k, t);
@@ -72,6 +72,7 @@ bool under_hat(const gamma_cache& k, float t, float e, float u) {
 float gamma_gd(combined_source& source, float a, gamma_cache& k) {
   if (a != k.aa) set_shape(k, a);
   float t = snorm(source);
+  // a normal deviate t: x = (s + t/2)^2; taken at once for t >= 0, then by the squeeze, then by the quotient
   float x = k.s + 0.5F * t;
   if (t >= 0.0F) return x * x;
   float u = ranf(source);
@@ -93,6 +94,7 @@ float gamma_gd(combined_source& source, float a, gamma_cache& k) {
 float gamma_gs(combined_source& source, float a) {
   const float b = 1.0F + table::gs_factor * a;
   for (;;) {
+    // p below 1: x = p^(1/a), accepted with exp(-x); else x = -log((b-p)/a), accepted with x^(a-1)
     const float p = b * ranf(source);
     if (p < 1.0F) {
       const float x = std::exp(std::log(p) / a);
@@ -110,9 +112,11 @@ float sexpo(combined_source& source) {
   constexpr auto& Q = exponential_tables::Q;
   float a = 0.0F;
   float u = ranf(source);
+  // leading zero bits of u: each adds log 2
   for (u = u + u; u < 1.0F; u = u + u) a = a + Q[0];
   u = u - 1.0F;
   if (u <= Q[0]) return a + u;
+  // the smallest of as many uniforms as the sums Q(i) of (log 2)^k/k!, k = 1..i, ask for
   float umin = ranf(source);
   int i = 1;
   do { // ends by Q(8): u is at most 1 - 2^-23

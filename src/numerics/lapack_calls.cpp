@@ -22,6 +22,7 @@ void DPOTRS(int n, int nrhs, const double* a, int lda, double* b, int ldb, int& 
 }
 
 void LA_GESV(int n, int nrhs, double* a, int lda, double* b, int ldb, int& info) {
+  // row exchanges of orders of trait size are on the stack, so that nothing is allocated
   constexpr int on_stack = 64;
   constexpr int no_room = -100;
   int few[on_stack];

@@ -25,9 +25,10 @@ double* lower_factor(reporting& report, const double* a, std::int64_t lda, std::
 }
 
 // T of Bartlett, order n, its strict upper triangle unset
-double* bartlett_factor(random_sources& sources, std::int32_t n, std::int32_t df, matrix_draw_work& work) {
+double* bartlett_factor(random_sources& sources, std::int32_t n, std::int64_t df, matrix_draw_work& work) {
   double* t = work.T.data();
   for (std::int32_t i = 1; i <= n; ++i) {
+    // T(i,i)^2 chi-square with df - i + 1, then the normals to its left
     const float shape = static_cast<float>(df - i + 1) / 2.0F;
     const float chi_square = 2.0F * sgamma(sources.combined, shape, sources.gamma);
     double* row = t + (i - 1); // element j: row[(j-1) n]
@@ -68,6 +69,7 @@ void ranmar_setgmn(reporting& report, const double* mean, const double* cov, std
   }
   *parm++ = static_cast<double>(p);
   for (std::int64_t i = 0; i < p; ++i) *parm++ = mean[i];
+  // after p and the means: U row by row, row i from its diagonal on
   for (std::int64_t i = 0; i < p; ++i)
     for (std::int64_t j = i; j < p; ++j) *parm++ = u[i + j * p];
 }
@@ -96,19 +98,20 @@ void mvn_draw(reporting& report, combined_source& source, double* x, const doubl
   double* z = work.z.data();
   for (std::int64_t i = 0; i < n; ++i) z[i] = static_cast<double>(snorm(source));
   for (std::int64_t i = 0; i < n; ++i) {
+    // x_i = mean_i + sum over j <= i of l_ij z_j
     double sum = 0.0;
     for (std::int64_t j = 0; j <= i; ++j) sum += l[i + j * n] * z[j];
     x[i] = mean[i] + sum;
   }
 }
 
-void wishart_df_check(reporting& report, std::int32_t df, std::int32_t n) {
+void wishart_df_check(reporting& report, std::int64_t df, std::int32_t n) {
   if (df >= n) return;
   computation_impossible(report, "wishart_draw", fmt::format("df = {} below order {}", df, n));
 }
 
 void wishart_draw(reporting& report, random_sources& sources, double* w, std::int64_t ldw,
-                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int32_t df,
+                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int64_t df,
                   matrix_draw_work& work) {
   wishart_df_check(report, df, n);
   fit_matrix_work(report, work, n);
@@ -130,8 +133,9 @@ void wishart_draw(reporting& report, random_sources& sources, double* w, std::in
 }
 
 void rinvwish(reporting& report, random_sources& sources, double* w, std::int64_t ldw, const double* S,
-              std::int64_t lds, std::int32_t n, std::int32_t df, matrix_draw_work& work) {
+              std::int64_t lds, std::int32_t n, std::int64_t df, matrix_draw_work& work) {
   wishart_draw(report, sources, w, ldw, S, lds, n, df, work);
+  // W^-1 in the place of W
   ginverse_into(report, w, ldw, n, w, ldw, work.L.data(), work.T.data());
 }
 

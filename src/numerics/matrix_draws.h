@@ -49,7 +49,7 @@ void mvn_draw(reporting& report, combined_source& source, double* x, const doubl
 
 // Stops unless a Wishart matrix of order n has df >= n degrees of freedom:
 // "Computation impossible in wishart_draw: df = .. below order ..", code 16.
-void wishart_df_check(reporting& report, std::int32_t df, std::int32_t n);
+void wishart_df_check(reporting& report, std::int64_t df, std::int32_t n);
 
 // w = L T T' L' of order n, L = `chol_of`(scale): a Wishart matrix, mean df scale.
 // T is lower triangular (M. S. Bartlett, Proceedings of the Royal Society of
@@ -58,12 +58,12 @@ void wishart_df_check(reporting& report, std::int32_t df, std::int32_t n);
 // deviate and its double are 32-bit numbers, widened before the root.
 // df < n stops before anything is drawn.
 void wishart_draw(reporting& report, random_sources& sources, double* w, std::int64_t ldw,
-                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int32_t df,
+                  const double* scale, std::int64_t ldscale, std::int32_t n, std::int64_t df,
                   matrix_draw_work& work);
 
 // w = `ginverse_of`(`wishart_draw`(S, df)): an inverse Wishart matrix. S is the
 // inverse of the sums of squares; with df > n+1 the mean is S^-1 / (df - n - 1).
 void rinvwish(reporting& report, random_sources& sources, double* w, std::int64_t ldw, const double* S,
-              std::int64_t lds, std::int32_t n, std::int32_t df, matrix_draw_work& work);
+              std::int64_t lds, std::int32_t n, std::int64_t df, matrix_draw_work& work);
 
 } // namespace zeph

@@ -41,6 +41,7 @@ double g(double t) { return density_0 * std::exp(0.5 * t * t) - chord * (A - std
 double tail_point(marsaglia_source& draws, double u1) {
   for (;;) {
     const double u2 = RANMAR(draws), u3 = RANMAR(draws);
+    // t = A^2 - 2 ln u3 is the square of a deviate beyond A, accepted with probability A / t^1/2
     const double t = A2 - 2.0 * std::log(u3);
     if (u2 * u2 < A2 / t) return u1 < tail_sign ? std::sqrt(t) : -std::sqrt(t);
   }
@@ -48,6 +49,7 @@ double tail_point(marsaglia_source& draws, double u1) {
 
 double deviate(marsaglia_source& draws) {
   const double u1 = RANMAR(draws);
+  // the triangle: a sum of two uniforms, most of the density
   if (u1 < triangle) return A * (triangle_u1 * u1 + RANMAR(draws) - 1.0);
   if (u1 >= tail) return tail_point(draws, u1);
   double u2, u3, t;
@@ -100,6 +102,7 @@ double GEN_TRUNC_NORMAL(combined_source& source, double a, double b, double mean
     stop_run(report, exit_diagnosed);
   }
   const double sd = std::sqrt(var);
+  // p uniform between Phi of both bounds; x = mean + sd Phi^-1(p)
   const double pa = NORMALCDF(report, a, mean, sd);
   const double pb = NORMALCDF(report, b, mean, sd);
   double p = pa + (pb - pa) * static_cast<double>(ranf(source));

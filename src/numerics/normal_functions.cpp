@@ -36,6 +36,7 @@ void normal_tail(double x, double& lower, double& upper, double& pdf) {
     upper = x > 0.0 ? 0.0 : 1.0;
     return;
   }
+  // tail = e^(-v^2/2) N(v)/D(v), or the density over v+1/(v+2/(v+3/(v+4/(v+0.65))))
   const double e = std::exp(-v * v / 2.0);
   pdf = e / root_two_pi;
   const double tail = v < fraction_from ? e * polynomial(N, v) / polynomial(D, v)
@@ -99,6 +100,7 @@ double inverse_tail(double p) {
   for (int step = 1; step <= table::maxit; ++step) {
     double lower, upper;
     cumnor(x, lower, upper);
+    // Newton: x - (Phi(x) - p) / phi(x); without convergence the start value is the result
     const double dx = (lower - p) / (table::r2pi * std::exp(table::nhalf * x * x));
     x -= dx;
     if (std::fabs(dx / x) < table::eps) return x;
@@ -116,6 +118,7 @@ double inverse_tail(double p) {
 void cumnor(double x, double& lower, double& upper) {
   const double y = std::fabs(x);
   if (y <= cody::thrsh) {
+    // near 0: Phi = 1/2 + x A(x^2)/B(x^2)
     const double part = quotient(cody::A, cody::B, y > cody::eps ? x * x : 0.0, x);
     lower = 0.5 + part;
     upper = 0.5 - part;

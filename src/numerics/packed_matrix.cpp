@@ -45,6 +45,7 @@ void reduce_back_columns(int k, double* a, int n, double d, const logical* swept
   }
 }
 
+// matrices up to this order are on the stack: inverses of trait size allocate nothing
 constexpr std::int64_t order_on_stack = 20; // the largest number of traits
 
 } // namespace
@@ -59,6 +60,8 @@ void sweep(int k, double* a, int n, double tol, logical* swept, double& pivot, i
     return;
   }
   if (std::fabs(d) < small_pivot) info = -2;
+  // a_ij -= a_ik a_kj / d for i, j other than k; then row and column k over d, with the sign of the
+  // elements that the other triangle would hold; a_kk = 1/d
   reduce_front_columns(k, a, n, d, swept);
   reduce_back_columns(k, a, n, d, swept);
   for (int x = 1; x < k; ++x) ak[x - 1] = -ak[x - 1] / d;
@@ -93,6 +96,7 @@ void inverse_logdet(const double* a, std::int64_t lda, double* ainv, std::int64_
     double d;
     int status;
     sweep(k, p, n, inverse_tolerance, swept, d, status);
+    // the pivots multiply to |a|: logdet is the sum of their logs
     if (inverse_tolerance > d) info = 1; // remembered: logdet grows no more
     if (info == 0) logdet += std::log(d);
   }

@@ -20,6 +20,7 @@ constexpr std::int32_t CD = marsaglia_source::CD, CM = marsaglia_source::CM;
 
 // C after r more steps
 std::int32_t stepped(std::int32_t c, std::int64_t r) {
+  // C(n+r) = C(n) - r CD mod CM, kept in 0..CM-1
   const std::int64_t rest = (c - r * CD) % CM;
   return static_cast<std::int32_t>(rest < 0 ? rest + CM : rest);
 }
@@ -51,6 +52,7 @@ four four_at(const std::int32_t* x) {
 
 // The block after its head: U and uni, zeros included. True when there are any.
 bool make_block(marsaglia_source& s) {
+  // 16 numbers side by side: C of lane l is CD l further, and each lane moves by 16 CD a turn
   constexpr auto step = static_cast<std::int32_t>(std::int64_t{lanes} * CD % CM);
   std::int32_t first[lanes];
   for (std::int32_t l = 0, C = s.C; l < lanes; ++l) {
@@ -62,6 +64,7 @@ bool make_block(marsaglia_source& s) {
   std::int32_t *u = s.U.data() + 97, *uni = s.uni.data() + 1;
   for (int n = 0; n < marsaglia_source::block; n += lanes)
     for (int g = 0; g < groups; ++g, u += 4, uni += 4) {
+      // U(n) = U(n-97) - U(n-33) mod 2^24; the mask takes the remainder of a negative number too
       const four x = (four_at(u - 97) - four_at(u - 33)) & (one - 1);
       const four drawn = (x - c[g]) & (one - 1);
       std::memcpy(u, &x, sizeof x);
@@ -81,6 +84,7 @@ void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
     say(*source.report, " The second seed must have a value between 0 and 30081");
     stop_run(*source.report, exit_diagnosed);
   }
+  // four small seeds: a lagged product (i,j,k) and a congruential sequence l give the bits of U(1..97)
   std::int32_t i = ij / 177 % 177 + 2;
   std::int32_t j = ij % 177 + 2;
   std::int32_t k = kl / 169 % 178 + 1;
@@ -89,6 +93,7 @@ void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl) {
   for (double& u : state.U) {
     double s = 0.0, t = 0.5;
     for (int bit = 1; bit <= 24; ++bit) {
+      // 24 bits of each U, the highest first
       const std::int32_t m = i * j % 179 * k % 179;
       i = j;
       j = k;
@@ -263,6 +268,7 @@ std::int32_t MLTMOD(reporting& report, std::int32_t a, std::int32_t s, std::int3
   }
   // a = (h2 32768 + h1) 32768 + h0 with h2 = 0 or 1
   constexpr std::int32_t base = 32768;
+  // a s mod m from the three digits of a, each product below 2^31 by Schrage's method
   const std::int32_t h0 = a % base, h2 = a / base / base, h1 = a / base % base;
   std::int32_t p = h2 != 0 ? times_base(s, m) : 0;
   if (h1 != 0) p = add_product(p, h1, s, m);
@@ -311,6 +317,7 @@ void SETALL(combined_source& source, std::int32_t s1, std::int32_t s2) {
   const std::int32_t held = source.curntg;
   for (std::int32_t g = 1; g <= virtual_generators; ++g) {
     SETCGN(source, g);
+    // the seeds of generator g are 2^50 draws beyond those of g - 1
     if (g > 1) {
       s1 = MLTMOD(*source.report, source.a1vw, s1, source.m1);
       s2 = MLTMOD(*source.report, source.a2vw, s2, source.m2);

@@ -56,6 +56,7 @@ void say_row(std::int32_t r, const double*& values, reporting& report) {
   column_line line;
   line.X(1).I(r, 5).X(2);
   for (std::int32_t c = 1; c <= r; ++c) {
+    // six values a line, the first from column 9
     if (c % values_of_a_line == 1) line.T(9);
     line.F(*values++, 16, 7);
     if (c % values_of_a_line != 0) continue;
@@ -81,6 +82,7 @@ void write_rows(const reported_matrix& x, const sampler_store& store, const roun
   for (std::int32_t r = 1; r <= x.d; ++r)
     for (std::int32_t c = 1; c <= r; ++c) {
       column_line both, means;
+      // both files by rows of the lower triangle; means and deviations are packed alike
       both.I(x.k, 3).I(r, 3).I(c, 3).G(*mean, 25, 15).G(*sd++, 25, 15).X(2);
       for (std::size_t i = 0; i < vector_entries; ++i) both.I(i < state.ntr.size() ? state.ntr[i] : 0, 4);
       gparout.line(both.str());

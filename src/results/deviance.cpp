@@ -25,6 +25,7 @@ void deviance_at_means(const model_records& m, const design_store& design, sampl
   store.dic_m.fill(0);
   for (std::int32_t i = 1; i <= design.nobs; ++i)
     for (std::int32_t j = 1; j <= m.nt; ++j) {
+      // D(means) = sum over i of e_ij^2 / r_j + sum over g of N_g ln r_j, e and r_j means over the samples
       const double e = store.dic_ressum(j, i);
       store.dic_m(j) += e * e / mean_variance(m, store, j, design.IRESG_M(i));
     }
@@ -42,6 +43,7 @@ void report_deviance(const model_records& m, const design_store& design, const c
   say(report);
   say(report, "Trait       DIC            pD            ");
   for (std::int32_t j = 1; j <= m.nt; ++j) {
+    // DIC = 2 mean(D) - D(means) and pD = mean(D) - D(means)
     const double mean = store.dic_s(j) / counts.nsamples;
     const double DIC = 2 * store.dic_s(j) / counts.nsamples - store.dic_m(j), pD = mean - store.dic_m(j);
     say(report, column_line().T(8).A(m.MODEL(j).TRAIT_NAME, 10).G(DIC, 15, 8).G(pD, 15, 8).str());

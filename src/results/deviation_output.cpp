@@ -65,6 +65,7 @@ void list_heading(const output_form& form, std::int32_t factor, reporting& repor
 shown_value of_sums(double s, double ss, double n) {
   shown_value x;
   if (n < 1) return x;
+  // s.d. = (|ss - s^2/n| / (n-1))^1/2, the size taken since rounding may make the sum negative
   x.mean = s / n;
   if (n > 1) x.deviation = std::sqrt(std::min(std::fabs(ss - s * s / n) / (n - 1), largest_variance));
   return x;

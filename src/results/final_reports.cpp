@@ -53,6 +53,7 @@ void final_reports(const final_records& r) {
   if (r.asked.analysis_type > 0) report_model_fit(r.state, r.files, r.report);
   if (samples_matrices) report_deviance(r.model, r.design, r.counts, r.sampler, r.report);
 
+  // from here on the sums over samples are means and variances
   solution_moments(r.asked, r.counts, r.sampler);
   covariance_moments(r.model, r.asked, r.state, r.counts, r.sampler);
   report_thresholds(r.categories, r.asked, r.counts, r.report);
@@ -68,6 +69,7 @@ void final_reports(const final_records& r) {
     failed = write_memberships(r.model, r.design, r.mixtures, r.asked, r.state, r.counts, r.report);
   }
 
+  // the state of the chain is saved for any number of samples, and before a failed report ends the run
   if (r.asked.analysis_type >= 2) write_lastsol(r.layout, r.sampler, r.files.state, r.report);
   if (samples_matrices)
     write_gparlast(r.model, r.design, r.sampler, r.sources, r.asked, r.state, r.files.state, r.report);

@@ -18,6 +18,7 @@ namespace {
 constexpr double never_left = 1e-12; // |sum of tau - n| of a record that was in component 1 throughout
 
 double deviation(double sum, double squares, double n) {
+  // s.d. = ((ss - s^2/n) / (n-1))^1/2, 0 where rounding leaves less
   const double d = (squares - sum * sum / n) / (n - 1.0);
   return d < 0.0 ? 0.0 : std::sqrt(d); // NaN stays NaN
 }
@@ -30,6 +31,7 @@ std::int64_t last_round(const directives& asked, const round_state& state, const
 float share(std::int32_t count, const directives& asked, const chain_counts& counts, std::int64_t round) {
   const std::int64_t rounds = round - counts.P_ROUND;
   if (rounds <= 0) return 0.0F;
+  // share = count times interval over rounds, in 32 bits: the sample rounds among them
   return static_cast<float>(count) * static_cast<float>(std::max(asked.isamp, 1)) /
          static_cast<float>(rounds);
 }

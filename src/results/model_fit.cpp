@@ -38,11 +38,13 @@ fit_statistics fit_of_py(std::int32_t n_vector, reporting& report) {
 
   py.rewind();
   for (std::int64_t row = 1; row <= fit.nsamp_py && next_row(py, n_vector, row, v, report); ++row) {
+    // S = sum of exp(v - m), m the largest v, so that no term overflows
     fit.S += std::exp(v - fit.m);
     fit.Q += v * v;
     fit.T += v;
   }
   const auto n = static_cast<double>(fit.nsamp_py);
+  // kept: the sign of the logarithm; the harmonic mean of the densities has -log(S/n) - m
   fit.L = std::log(fit.S / n) - fit.m;
   fit.V = fit.nsamp_py < 2 ? 0.0 : (fit.Q - fit.T * fit.T / n) / (n - 1);
   fit.A = fit.T / n;

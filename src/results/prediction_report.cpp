@@ -24,6 +24,7 @@ void report_predictions(const chain_counts& counts, const prediction_store& pred
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   for (const prediction& y : predictions.YPRED) {
+    // s, q: sum and sum of squares of the p predicted values
     const double sd = std::sqrt((y.q - y.s * y.s / p) / (p - 1)), mean = y.s / p;
     column_line row;
     row.X(1).I(y.record, 8).I(y.trait, 8).F(static_cast<double>(y.value), 18, 7).F(mean, 18, 7).F(sd, 18, 7);

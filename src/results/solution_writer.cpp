@@ -120,6 +120,7 @@ row_values values_of(writer_state& w, std::int64_t e, std::int32_t t) {
 
 void write_regression(writer_state& w, std::int32_t t, std::int32_t r, int& listed) {
   const trait_record& trait = w.m.MODEL(t);
+  // a plain regression is one equation, a nested one an equation a level of its effect
   const bool nested = trait.REG_TYPE(r) == 1;
   const std::int32_t effect = nested ? trait.REG_N_EF_INP(r) : 0;
   const std::int32_t levels = nested ? w.m.NLEV(t, effect) : 1;
@@ -163,6 +164,7 @@ void write_fixed_effect(writer_state& w, std::int32_t t, std::int32_t j) {
   }
   const std::int32_t levels = w.m.NLEV(t, j);
   for (std::int32_t i = 1; i <= levels; ++i) {
+    // CODE_TABLE is walked in step with the blocks: one record a level
     const code_record code = next_code(w.codes, i, levels, w.report);
     const std::int64_t e = std::int64_t{w.m.NBEGF(t, j)} + code.level;
     const row_values rout = trait.INTERCEPT(j) ? values_of(w, e, t) : row_values{};
@@ -208,6 +210,7 @@ void write_random_factor(writer_state& w, std::int32_t k) {
   for (std::int32_t i = 1; i <= levels; ++i) {
     const code_record code = next_code(w.codes, i, levels, w.report);
     for (std::int32_t t = 1; t <= factor.n_t; ++t) {
+      // kept: a row beyond n_rc, which the factor does not have, is written with zeros
       const std::int32_t row = factor.T_NO(t) > 0 ? factor.T_NO(t) : t;
       const std::int64_t e = w.m.NBEGRA(k) + (code.level - std::int64_t{1}) * factor.n_rc + row;
       const row_values rout = row <= factor.n_rc ? values_of(w, e, factor.TRAIT_NO(t)) : row_values{};

@@ -15,6 +15,7 @@ void report_thresholds(const category_store& categories, const directives& asked
     say(report, free_row().text("       Trait").i(c.trait).str());
     for (std::int32_t k = 1; k <= c.ncat_t - 1; ++k) {
       const double s = c.thrpostm(k), n = counts.nsamples;
+      // kept: divisor N, not N - 1
       const double d = c.thrpostsd(k) - s * s / n;
       say(report, free_row().i(k).r8(s / n).r8(d < 0 ? 0.0 : std::sqrt(d / n)).str());
     }

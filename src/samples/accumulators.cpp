@@ -48,6 +48,7 @@ bool inactive_equation(const equation_layout& layout, std::int64_t e) {
 void accumulate_solutions(const model_records&, const equation_layout& layout, sampler_store& store,
                           chain_counts& counts) {
   counts.nsamples += 1;
+  // rows that the model in force leaves out have no sample in this round; the divisor is the same for all
   const bool smaller = smaller_model(layout);
   for (std::int64_t e = 1; e <= layout.neq; ++e) {
     if (smaller && inactive_equation(layout, e)) continue;
@@ -74,6 +75,7 @@ void accumulate_deviance(const model_records& m, sampler_store& store, const dir
   for (std::int32_t g = 1; g <= store.G; ++g) {
     const double N = m.residual().HETG_N_OBS(m.hetgr_index(g));
     for (std::int32_t j = 1; j <= m.nt; ++j) {
+      // D_j += N_g ln r_jj + sum of e_j^2 / r_jj over the records of group g
       const double r = store.RCOV(j, j, g);
       store.dic_s(j) = store.dic_s(j) + N * std::log(r) + store.dic_rrsum(j, g) / r;
     }
@@ -91,6 +93,7 @@ void covariance_moments(const model_records& m, const directives& asked, const r
   for (std::int64_t c = 1; c <= m.nramat + store.G; ++c) {
     const std::int64_t elements = packed_elements(m, state, c);
     for (std::int64_t e = 1; e <= elements; ++e) {
+      // PARPOSTMEAN is a mean by now (deviance_means), PARVAR still a sum of squares
       const double mean = store.PARPOSTMEAN(e, c), D = store.PARVAR(e, c) - n * mean * mean;
       store.PARVAR(e, c) = D <= smallest_spread ? 0.0 : std::sqrt(D / (n - 1)); // NaN stays NaN
     }
@@ -106,6 +109,7 @@ void solution_moments(const directives& asked, const chain_counts& counts, sampl
   const double n = counts.nsamples;
   const bool variances = static_cast<std::int64_t>(n) > 1;
   for (std::int64_t e = 1; e <= store.solpostmean.size(); ++e) {
+    // pev = (ss - s^2/n) / (n-1), a variance; solpostmean = s/n
     const double sum = store.solpostmean(e);
     store.pev(e) = variances ? (store.pev(e) - sum * sum / n) / (n - 1) : 0.0;
     store.solpostmean(e) = sum / n;

@@ -57,6 +57,7 @@ std::int32_t entry_of(const model_records& m, const design_store& d, std::int32_
   const trait_record& trait = m.MODEL(j);
   const std::int32_t kind = trait.REG_TYPE(x);
   if (kind != 0 && kind != 1) return 0; // random regressions have equations of their factor only
+  // a plain regression is one equation, a nested one an equation a level of its effect
   const std::int32_t first = m.NBEGREG(j, x) + 1;
   const std::int32_t last = kind == 0 ? first : m.NBEGREG(j, x) + m.NLEV(j, trait.REG_N_EF_INP(x));
   for (std::int32_t e = 1; e <= d.M_M(i); ++e)
@@ -255,6 +256,7 @@ void write_gparlast(const model_records& m, const design_store& design, const sa
   constexpr std::string_view name = "gparlast";
   whole_file whole(path_of(report, name));
   if (!out.open(whole.path())) write_fault(report, name, "open");
+  // seeds of the run, current pair of the combined source, state of the Marsaglia source, then matrices
   const auto round = static_cast<std::int32_t>(state.iround - 1); // the last round run
   std::int32_t cg1 = 0, cg2 = 0;
   combined_default_start(sources.combined);
@@ -287,6 +289,7 @@ std::int64_t read_r_parm(const model_records& m, sampler_store& store, random_so
 
   read_sources(sources, asked, r_parm, report);
   read_matrices(m, store, r_parm, report);
+  // kept: record g goes to group g, though each holds the vector of group 1
   for (std::int32_t g = 1; g <= m.residual().n_hetgr; ++g) {
     vec<double>& SCALE = IW_STR_of(store, m.nramat + g, "ZEPH", report).SCALE;
     if (take_record(r_parm, SCALE.data(), SCALE.size()) != 0) fail_parameters(report, "");

@@ -121,6 +121,7 @@ void write_gib_samples(const model_records& m, const sampler_store& store, const
   bool written = true;
   for (std::int32_t k = 1; k <= m.nramat + store.G; ++k) {
     const bool residual = k > m.nramat;
+    // the order in the model in force; packed elements run on without gaps
     const std::int32_t d = state.ntr[static_cast<std::size_t>(residual ? m.nramat : k - 1)];
     const std::int32_t code = residual ? m.residual().HETGR_CODE(m.hetgr_index(k - m.nramat)) : 0;
     const double* element = store.sscp.col(k); // lower triangle by rows
@@ -138,6 +139,7 @@ void write_solution_samples(const model_records& m, const equation_layout& layou
   if (m.n_sol_cv == 0) return;
   sequential_writer& file = files.sol_samples;
   const auto round = static_cast<std::int32_t>(state.iround);
+  // -1 asks for the whole vector, a positive number for that many equations
   if (m.n_sol_cv < 0) {
     file.begin();
     file.put(round);

@@ -43,7 +43,7 @@ TEST(next_segment, is_the_whole_chain_at_first) {
   EXPECT_TRUE(r.counts);
 }
 
-TEST(next_segment, goes_on_behind_a_full_count) {
+TEST(next_segment, continues_after_a_full_count) {
   study s = plan();
   const segment_record one = next_segment(s, 1, {});
   s.chains[0].last = 1600;

@@ -67,7 +67,7 @@ TEST(make_segment, does_not_touch_one_that_lives_or_has_results) {
   EXPECT_FALSE(b.make());
 }
 
-TEST(make_segment, leaves_nothing_behind_when_it_fails) {
+TEST(make_segment, leaves_nothing_when_it_fails) {
   bare_study b;
   std::filesystem::remove(b.place / "work/zeph.dir");
   EXPECT_FALSE(b.make());
@@ -77,10 +77,10 @@ TEST(make_segment, leaves_nothing_behind_when_it_fails) {
   EXPECT_TRUE(std::filesystem::is_empty(b.place / "runs/chain1"));
 }
 
-// A limit of the size of files stands for a full disk.
+// A limit of the size of files acts as a full disk.
 const std::string full_disk = "trap '' XFSZ; ulimit -f 0; ";
 
-TEST(a_full_disk, is_told_before_anything_runs) {
+TEST(a_full_disk, is_reported_before_anything_runs) {
   const study_case c;
   c.prepare();
   said_by_program said = shell("cd " + c.place.path() + " && { " + full_disk + programs() +
@@ -95,7 +95,7 @@ TEST(a_full_disk, is_told_before_anything_runs) {
   EXPECT_FALSE(c.has("runs2/chain1/seg1"));
 }
 
-TEST(a_batch_file_that_cannot_be_written, is_told) {
+TEST(a_batch_file_that_cannot_be_written, is_reported) {
   const study_case c;
   c.prepare();
   ASSERT_EQ(c.chains("run work --chains 1 --into runs").exit_code, 0);
@@ -106,7 +106,7 @@ TEST(a_batch_file_that_cannot_be_written, is_told) {
 }
 
 // A directory in the place of STOP; the node that runs the chain is not this one.
-TEST(stop, tells_where_it_cannot_write) {
+TEST(stop, reports_where_it_cannot_write) {
   const study_case c;
   c.prepare();
   ASSERT_EQ(c.chains("run work --chains 1 --into runs").exit_code, 0);

@@ -1,4 +1,4 @@
-// Every message by which zeph-chains refuses or tells a failure.
+// Every message by which zeph-chains refuses or reports a failure.
 #include "chains/study_case.h"
 
 #include <gtest/gtest.h>
@@ -110,7 +110,7 @@ TEST(run, says_that_saved_states_in_the_work_directory_are_not_used) {
   EXPECT_TRUE(says(said, "oldsol and r_parm of work are not used: the chains begin anew\n"));
 }
 
-TEST(run, tells_a_chain_that_ZEPH_ends_with_an_error) {
+TEST(run, reports_a_chain_that_ZEPH_ends_with_an_error) {
   const study_case c;
   c.prepare();
   c.place.remove("work/AINV1");
@@ -121,7 +121,7 @@ TEST(run, tells_a_chain_that_ZEPH_ends_with_an_error) {
   EXPECT_TRUE(refused(c, "continue runs", "chain 1, segment 1 ended with exit code 16: ZEPH terminates.\n"));
 }
 
-TEST(run, tells_a_program_that_does_not_start) {
+TEST(run, reports_a_program_that_does_not_start) {
   const study_case c;
   c.prepare();
   std::filesystem::create_directory(c.place / "bin");
@@ -175,7 +175,7 @@ TEST(continue_, refuses_inputs_that_are_not_those_of_the_chains) {
   EXPECT_FALSE(c.has("runs/chain1/seg2"));
 }
 
-TEST(continue_, refuses_states_that_do_not_fit_and_tells_them_all) {
+TEST(continue_, refuses_states_that_do_not_fit_and_reports_them_all) {
   const finished_study c;
   const std::string state = c.file("runs/chain1/seg1/gparlast"), sol = c.file("runs/chain2/seg1/lastsol");
   c.place.write("runs/chain1/seg1/gparlast", c.file("runs/chain2/seg1/gparlast"));
@@ -234,7 +234,7 @@ TEST(continue_, says_that_ZEPH_is_another_one) {
   EXPECT_TRUE(says(other, "bin/ZEPH is not the one that ran before\n"));
 }
 
-TEST(continue_, says_which_latent_values_are_drawn_anew) {
+TEST(continue_, says_which_latent_values_are_drawn_again) {
   const finished_study c(
       {20, 40, 2, "[11, 12]", "gibbs",
        "[factor.animal]\npedigree = \"pedigree.csv\"\nstart = 0.5\nprior_df = 8\n[trait.y1]\n"
@@ -244,7 +244,7 @@ TEST(continue_, says_which_latent_values_are_drawn_anew) {
   EXPECT_TRUE(says(said, "Values of censored and sequence traits are not saved: they are drawn anew"));
 }
 
-TEST(continue_, goes_on_with_a_binary_trait) {
+TEST(continue_, continues_with_a_binary_trait) {
   const finished_study c({20, 40, 2, "[11, 12]", "gibbs", scored("binary")});
   const said_by_program said = c.chains("continue runs --rounds 40");
   EXPECT_EQ(said.exit_code, 0) << said.text;
@@ -276,8 +276,8 @@ TEST(advance, refuses_chains_that_are_not_there_and_states_that_do_not_fit) {
               "runs/../work/AINV1 has changed since the chains began\n"));
 }
 
-// Files in the places of directories: what can't be written is told.
-TEST(directories_that_cannot_be_made, are_told) {
+// Files in the places of directories: what can't be written is reported.
+TEST(directories_that_cannot_be_made, are_reported) {
   const study_case c;
   c.prepare();
   ASSERT_EQ(c.chains("run work --chains 2 --into runs").exit_code, 0);

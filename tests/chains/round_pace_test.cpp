@@ -25,7 +25,7 @@ TEST(rounds_per_second, is_that_of_the_last_minute) {
   EXPECT_LE(pace.looks.size(), 62U);
 }
 
-TEST(rounds_per_second, is_zero_while_nothing_moves_and_begins_anew_when_rounds_do) {
+TEST(rounds_per_second, is_zero_while_nothing_moves_and_begins_again_when_rounds_do) {
   round_pace pace;
   note_round(pace, 1, 50);
   note_round(pace, 2, 50);

@@ -133,7 +133,7 @@ TEST(chains_in_two_segments, equal_unbroken_ones_when_the_burnin_is_a_multiple_o
   }
 }
 
-// Interrupts a run of four chains in its sampling rounds, then lets it go on to its end. Returns how many
+// Interrupts a run of four chains in its sampling rounds, then lets it continue to its end. Returns how many
 // were stopped: a chain may have been at its end already.
 int run_interrupted(const study_case& c, int signal) {
   background_program chains({programs() + "zeph-chains", "run", c.place / "work", "--chains", "4", "--jobs",
@@ -247,7 +247,7 @@ TEST(stop, ends_running_chains_and_keeps_the_others_from_starting) {
       says(c.chains("status runs"), "A stop was asked for; `zeph-chains continue runs` takes it back\n"));
 }
 
-TEST(stop, tells_a_chain_whose_directory_takes_no_file) {
+TEST(stop, reports_a_chain_whose_directory_takes_no_file) {
   const study_case c;
   c.prepare({20, endless, 2000000}); // a sample in some minutes
   background_program chains(
@@ -284,7 +284,7 @@ TEST(zeph_chains_killed, loses_nothing_and_the_next_call_says_what_it_finds) {
   EXPECT_FALSE(c.has("runs/chain1/seg2"));
 }
 
-TEST(ZEPH_killed, keeps_its_samples_and_is_told_with_a_way_on) {
+TEST(ZEPH_killed, keeps_its_samples_and_is_reported_with_a_way_on) {
   const study_case c;
   c.prepare({20, 20000, 10});
   ASSERT_EQ(c.chains("run work --chains 2 --jobs 2 --into runs").exit_code, 0);

@@ -13,7 +13,7 @@ TEST(seeds_of_chain, begin_with_the_given_pair) {
 }
 
 // 7919 and 6007 more a chain, around 1..31328 and 1..30081
-TEST(seeds_of_chain, go_on_by_fixed_steps_around_the_ranges) {
+TEST(seeds_of_chain, continue_by_fixed_steps_around_the_ranges) {
   EXPECT_EQ(seeds_of_chain({11, 12}, 2), (seed_pair{7930, 6019}));
   EXPECT_EQ(seeds_of_chain({31328, 30081}, 2), (seed_pair{7919, 6007}));
   EXPECT_EQ(seeds_of_chain({11, 12}, 5), (seed_pair{11 + 4 * 7919 - 31328, 12 + 4 * 6007}));

@@ -39,7 +39,7 @@ struct segment_case {
   scratch_directory place;
 };
 
-TEST(look_at_segment, tells_a_segment_that_never_began) {
+TEST(look_at_segment, reports_a_segment_that_never_began) {
   const segment_case c;
   EXPECT_EQ(c.look().phase, segment_phase::not_begun);
   c.process(c.gone());
@@ -48,7 +48,7 @@ TEST(look_at_segment, tells_a_segment_that_never_began) {
   EXPECT_EQ(c.look().round, 100);
 }
 
-TEST(look_at_segment, tells_a_process_that_lives_and_the_round_of_its_status) {
+TEST(look_at_segment, reports_a_process_that_lives_and_the_round_of_its_status) {
   const segment_case c;
   c.begun();
   c.process(record_of_process(getpid(), ""));
@@ -88,7 +88,7 @@ TEST(look_at_segment, leaves_open_what_runs_on_another_host_or_without_a_process
   EXPECT_EQ(c.look().text(), "runs on node7 as far as is known (last sign of life 6 min ago)");
 }
 
-TEST(look_at_segment, tells_a_full_count_from_a_stop_by_the_saved_round) {
+TEST(look_at_segment, separates_a_full_count_from_a_stop_by_the_saved_round) {
   const segment_case c;
   c.begun();
   c.place.write("exit", "0\n");
@@ -118,7 +118,7 @@ TEST(look_at_segment, reads_the_end_of_a_run_without_saved_state_from_listing_an
   EXPECT_EQ(c.look().round, 120);
 }
 
-TEST(look_at_segment, tells_failures_with_the_last_words_and_kills_by_signals) {
+TEST(look_at_segment, reports_failures_with_the_last_words_and_kills_by_signals) {
   const segment_case c;
   c.begun();
   c.place.write("exit", "16\n");

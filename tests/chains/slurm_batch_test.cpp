@@ -39,7 +39,7 @@ TEST(split_options, refuses_open_quotations_and_options_that_are_ours) {
   EXPECT_EQ(words_of("-A account -D dir").size(), 4U);
 }
 
-// A study whose sbatch keeps its words, and a folder of programs that stand in Slurm's places.
+// A study whose sbatch keeps its words, and a folder of programs that take Slurm's places.
 struct slurm_case : study_case {
   slurm_case() {
     std::filesystem::create_directory(place / "fake");
@@ -92,7 +92,7 @@ TEST(run_with_slurm, submits_arrays_of_which_each_waits_for_the_one_before) {
   EXPECT_EQ(shell("sh -n " + (c.place / "runs/slurm/start1.sh")).exit_code, 0);
 }
 
-TEST(run_with_slurm, tells_a_refusal_of_sbatch_and_its_absence) {
+TEST(run_with_slurm, reports_a_refusal_of_sbatch_and_its_absence) {
   const slurm_case c;
   c.prepare();
   c.program("sbatch", "echo 'sbatch: error: invalid partition specified: long' >&2; exit 1");
@@ -124,7 +124,7 @@ TEST(the_batch_file, runs_its_chain_to_the_end_and_does_nothing_more_then) {
   EXPECT_FALSE(c.has("runs/chain2/seg2"));
 }
 
-TEST(the_batch_file, ends_its_segment_at_the_signal_and_goes_on_at_the_next_start) {
+TEST(the_batch_file, ends_its_segment_at_the_signal_and_continues_at_the_next_start) {
   const slurm_case c;
   c.prepare({100, 60000, 50});
   ASSERT_EQ(c.with_slurm("run work --into runs --chains 2 --slurm ''").exit_code, 0);
@@ -173,7 +173,7 @@ TEST(the_batch_file, does_not_begin_after_a_stop_and_stop_takes_waiting_tasks_fr
   EXPECT_TRUE(c.has("runs/chain1/seg1/gib.samples"));
 }
 
-TEST(continue_with_slurm, refuses_while_jobs_are_in_the_queue_and_goes_here_when_told) {
+TEST(continue_with_slurm, refuses_while_jobs_are_in_the_queue_and_goes_here_when_asked) {
   const slurm_case c;
   c.prepare();
   ASSERT_EQ(c.with_slurm("run work --into runs --chains 2 --slurm ''").exit_code, 0);

@@ -1,5 +1,5 @@
 // Studies of a small model in a scratch directory: ten animals, two traits, complete records, so that a chain
-// that goes on equals the unbroken one. The programs are those of the build.
+// that is continued equals the unbroken one. The programs are those of the build.
 #pragma once
 
 #include "support/places.h"
@@ -172,7 +172,7 @@ struct study_case {
   scratch_directory place;
 };
 
-// A row of gib.samples: the number of its round, and the rest of the row as it stands.
+// A row of gib.samples: the number of its round, and the rest of the row as it is.
 struct sample_row {
   long round = 0;
   std::string rest;
@@ -187,7 +187,7 @@ inline std::vector<sample_row> sample_rows(const std::string& text, long shift =
   return rows;
 }
 
-// The number behind `key = ` in segment.toml.
+// The number after `key = ` in segment.toml.
 inline long number_of(const std::string& toml, const std::string& key) {
   const std::size_t at = toml.find("\n" + key + " = ");
   return at == std::string::npos ? -1 : std::stol(toml.substr(at + key.size() + 4));

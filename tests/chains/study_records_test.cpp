@@ -57,7 +57,7 @@ TEST(chains_toml, is_read_back_as_it_was_written) {
   EXPECT_EQ(back.first_sampled(), 1001);
 }
 
-TEST(chains_toml, tells_every_key_that_is_missing) {
+TEST(chains_toml, reports_every_key_that_is_missing) {
   const scratch_directory place;
   std::string fault;
   ASSERT_TRUE(write_study(place.path(), example(), fault));
@@ -78,7 +78,7 @@ TEST(chains_toml, tells_every_key_that_is_missing) {
   }
 }
 
-TEST(chains_toml, tells_values_of_another_kind_tables_that_lack_and_text_that_is_no_TOML) {
+TEST(chains_toml, reports_values_of_another_kind_tables_that_lack_and_text_that_is_no_TOML) {
   const scratch_directory place;
   std::string fault;
   ASSERT_TRUE(write_study(place.path(), example(), fault));
@@ -108,7 +108,7 @@ TEST(chains_toml, tells_values_of_another_kind_tables_that_lack_and_text_that_is
             place.path() + " holds no chains: chains.toml is missing; `zeph-chains run WORK` begins them");
 }
 
-TEST(segment_toml, is_read_back_as_it_was_written_and_tells_damage) {
+TEST(segment_toml, is_read_back_as_it_was_written_and_reports_damage) {
   const scratch_directory place;
   const segment_record r{2, 3, {11, 12}, 0, 5000, 10, 40001, 2, false};
   segment_record back;
@@ -127,7 +127,7 @@ TEST(segment_toml, is_read_back_as_it_was_written_and_tells_damage) {
   EXPECT_NE(fault.find("key \"segment\" is missing or damaged"), std::string::npos) << fault;
 }
 
-TEST(records, that_cannot_be_written_are_told_with_their_file) {
+TEST(records, that_cannot_be_written_are_reported_with_their_file) {
   const scratch_directory place;
   std::string fault;
   EXPECT_FALSE(write_study(place / "absent", example(), fault));

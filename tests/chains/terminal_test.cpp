@@ -53,7 +53,7 @@ TEST(run_whose_terminal_is_closed, stops_its_chains) {
   EXPECT_EQ(c.file("runs/chain1/seg1/exit"), "0\n");
 }
 
-TEST(run_under_nohup, goes_on_when_the_terminal_is_closed) {
+TEST(run_under_nohup, continues_when_the_terminal_is_closed) {
   const study_case c;
   c.prepare({20, endless, 100});
   background_program chains({"/usr/bin/nohup", programs() + "zeph-chains", "run", c.place / "work",

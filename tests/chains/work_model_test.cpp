@@ -35,7 +35,7 @@ TEST(read_work_model, finds_directives_and_equations) {
   EXPECT_EQ(m.neq, 1 + 2 + 1 - 1 + 2 * 10); // means, sexes (one of which is left out), breeding values
 }
 
-TEST(read_work_model, tells_what_is_missing) {
+TEST(read_work_model, reports_what_is_missing) {
   const study_case c;
   c.prepare();
   for (const std::string name : {"MODINF", "RCDATA_I", "RCDATA_R", "CODE_TABLE"}) {
@@ -137,7 +137,7 @@ TEST(state_faults, finds_none_in_what_ZEPH_saves) {
 
 using lines = std::vector<std::string>;
 
-TEST(state_faults, tells_a_file_that_is_missing_or_cut) {
+TEST(state_faults, reports_a_file_that_is_missing_or_cut) {
   const finished_run r({});
   const std::string sol = r.file("work/lastsol"), par = r.file("work/gparlast");
   EXPECT_EQ(r.faults_with("lastsol", ""), lines{r.path("lastsol") + " is damaged"});
@@ -157,7 +157,7 @@ TEST(state_faults, tells_a_file_that_is_missing_or_cut) {
   EXPECT_EQ(r.faults(), (lines{r.path("lastsol") + " is missing", r.path("gparlast") + " is missing"}));
 }
 
-TEST(state_faults, tells_a_state_of_other_seeds_and_of_another_model) {
+TEST(state_faults, reports_a_state_of_other_seeds_and_of_another_model) {
   const finished_run r({}), other(binary_chain);
   EXPECT_EQ(r.faults({11, 13}),
             lines{r.path("gparlast") + " was left by a chain with seeds 11 12, this one has 11 13"});

@@ -23,7 +23,7 @@ struct chain_case : run_case {
     start(directives);
     run_chain(*r);
   }
-  // The rounds that told their change, in order.
+  // The rounds that reported their change, in order.
   std::vector<std::int64_t> rounds() const {
     std::vector<std::int64_t> list;
     const std::string all = text();
@@ -128,7 +128,7 @@ TEST(run_chain, honours_STOP_at_the_next_sample_round) {
 TEST(run_chain, counts_the_interval_from_the_end_of_burn_in) {
   chain_case c;
   c.start(run_case::lines(1, 3, 20, 5));
-  c.r->asked.restart = true; // past burn-in: the chain goes on behind round 3
+  c.r->asked.restart = true; // past burn-in: the chain continues after round 3
   c.r->counts.P_ROUND = 3;
   c.directory.write("STOP", "");
   run_chain(*c.r);
@@ -136,7 +136,7 @@ TEST(run_chain, counts_the_interval_from_the_end_of_burn_in) {
   EXPECT_EQ(c.r->state.iround, 8); // 3 + 5
 }
 
-TEST(run_chain, skips_burn_in_on_a_restart_and_goes_on_behind_the_stored_round) {
+TEST(run_chain, skips_burn_in_on_a_restart_and_continues_after_the_stored_round) {
   chain_case c;
   c.start(run_case::lines(0, 0, 3, 2));
   c.r->asked.restart = true;
@@ -182,19 +182,19 @@ TEST(run_chain, leaves_the_sampling_loop_when_the_solver_has_converged) {
   for (std::int32_t e = 1; e <= 10; ++e) EXPECT_NEAR(c.r->sampler.sol(e), example_solutions[e - 1], 2e-7);
 }
 
-TEST(run_chain, goes_on_to_sampling_after_convergence_in_burn_in) {
+TEST(run_chain, continues_to_sampling_after_convergence_in_burn_in) {
   chain_case c;
   c.chain(run_case::lines(0, 5000, 3, 1));
   const std::string text = c.text();
   const std::size_t first = text.find(converged);
   ASSERT_NE(first, std::string::npos);
-  // the sampling rounds start behind the burn-in that was asked for
+  // the sampling rounds start after the burn-in that was asked for
   EXPECT_EQ(text.substr(first + converged.size(), 18), "Round=" + integer(5001));
   EXPECT_EQ(c.r->counts.P_ROUND, 5000);
   EXPECT_FALSE(c.r->counts.stop_seen);
 }
 
-TEST(run_chain, tells_every_hundredth_sampling_round_at_test_levels_above_0) {
+TEST(run_chain, reports_every_hundredth_sampling_round_at_test_levels_above_0) {
   chain_case quiet;
   quiet.chain(run_case::lines(1, 100, 250, 1));
   EXPECT_EQ(quiet.text(), "");
@@ -203,7 +203,7 @@ TEST(run_chain, tells_every_hundredth_sampling_round_at_test_levels_above_0) {
   EXPECT_EQ(c.text(), "Gibbs:iround" + integer(200) + "\nGibbs:iround" + integer(300) + "\n");
 }
 
-TEST(run_chain, tells_the_round_before_it_stops) {
+TEST(run_chain, reports_the_round_before_it_stops) {
   chain_case c;
   c.directory.write("STOP", "");
   c.chain(run_case::lines(1, 0, 250, 100, 1));

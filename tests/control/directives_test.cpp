@@ -267,7 +267,7 @@ TEST(directive_file_name, of_several_is_the_first_that_begins_with_two_integers)
   EXPECT_EQ(directive_file_name(c.m, c.run.report), "DUMMY");
 }
 
-TEST(directives, stand_in_the_work_directory_or_under_a_full_path) {
+TEST(directives, are_in_the_work_directory_or_under_a_full_path) {
   directive_case c;
   scratch_directory elsewhere;
   elsewhere.write("lines", "2 0\n1 2\n0 1 1\n" + good_df);
@@ -339,6 +339,16 @@ TEST(directives, stop_when_a_factor_is_missing_in_the_degrees_of_freedom) {
   EXPECT_EQ(c.stop("2 0\n1 2\n0 1 1\n1 0\n3 0\n"),
             first_echo(2, 0) + seeds_echo(1, 2) + rounds_echo(0, 1, 1) + "Missing prior df for " +
                 free_integer(2) + free_integer(3) + "\n\nZEPH terminates.\n");
+}
+
+TEST(directives, refuse_prior_degrees_of_freedom_above_2_000_000_000) {
+  directive_case largest;
+  largest.read("2 0\n1 2\n0 1 1\n1 2000000000\n2 0\n3 2000000000\n");
+  EXPECT_EQ(largest.f.asked.PDF(3), 2000000000);
+  directive_case c;
+  EXPECT_EQ(c.stop("2 0\n1 2\n0 1 1\n1 0\n2 2000000001\n3 0\n"),
+            first_echo(2, 0) + seeds_echo(1, 2) + rounds_echo(0, 1, 1) +
+                illegal_input_text("dir", "PDF(2)", "2000000001", "at most 2000000000"));
 }
 
 const std::string start2 = "2 0\n1 2\n0 1 1\n" + good_df;

@@ -28,7 +28,7 @@ std::vector<std::vector<double>> rows_of(const std::string& text) {
   return rows;
 }
 
-TEST(next_model, turns_like_an_odometer_and_tells_the_factors_it_looks_at) {
+TEST(next_model, turns_like_an_odometer_and_reports_the_factors_it_looks_at) {
   jump_case c(orders_2_and_3());
   c.start_moves(c.lines(5, 0, 1, 1));
   std::vector<std::vector<std::int32_t>> visited = {c.r->state.ntr};
@@ -87,7 +87,7 @@ TEST(run_models, pays_no_heed_to_the_stop_signal) {
   EXPECT_FALSE(c.says("Stop signal"));
 }
 
-// What goes on from model to model: solutions, residual matrices, observations, both sources.
+// What carries over from model to model: solutions, residual matrices, observations, both sources.
 bool goes_on(const std::string& name) {
   for (const std::string begin : {"sol", "RCOV", "Y_M", "SCALE", "marsaglia", "saved", "ig1", "ig2", "lg1",
                                   "lg2", "cg1", "cg2", "curntg", "qrgn"})
@@ -173,7 +173,7 @@ TEST(run_jump_chain, leaves_zeinfo_with_its_word_when_there_are_no_rounds) {
 TEST(run_jump_chain, counts_rows_that_a_sample_does_not_have_as_0) {
   jump_case c({{{"I", 2, 12}}, 2});
   ASSERT_EQ(c.go(c.lines(6, 0, 40, 1)), 0);
-  // rows of gib.samples: element (2,2) of factor 1 stands in those of the large model
+  // rows of gib.samples: element (2,2) of factor 1 is in those of the large model
   std::size_t large = 0;
   for (const auto& row : rows_of(c.directory.read("py"))) large += row[1] == 2.0;
   std::size_t drawn = 0;

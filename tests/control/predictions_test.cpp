@@ -57,7 +57,7 @@ TEST(predictions, empty_file_asks_for_none) {
   EXPECT_TRUE(c.predictions.YPRED.empty());
 }
 
-TEST(predictions, illegal_pairs_are_all_told_before_the_stop) {
+TEST(predictions, illegal_pairs_are_all_reported_before_the_stop) {
   asked c("1 0\n5 2\n0 1\n6 1\n1 3\n");
   EXPECT_EQ(c.stop(), counted(5) + "Illegal record to be predicted           1           0\n"
                                    "Illegal record to be predicted           0           1\n"

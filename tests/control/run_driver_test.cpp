@@ -62,7 +62,7 @@ TEST(run_driver, keeps_samples_of_solutions_and_residuals_when_asked) {
   c.m->l_residuals = true;
   c.m->model_kind = 2;
   EXPECT_EQ(c.go(run_case::lines(1, 3, 20, 2)), 0);
-  // a record has 4 bytes before and 4 behind it; 10 samples of 10 equations, of 5 records
+  // a record has 4 bytes before and 4 after it; 10 samples of 10 equations, of 5 records
   EXPECT_EQ(c.directory.read("sol.samples").size(), 8U + 4U + 10U * (8U + 4U + 10U * 8U));
   EXPECT_EQ(c.directory.read("res.samples").size(), 10U * 5U * (8U + 4U + 4U + 8U));
   run_case solver; // the solver takes no samples
@@ -89,7 +89,7 @@ TEST(run_driver, takes_an_analysis_type_below_0_as_0) {
   EXPECT_NE(c.text().find("Round="), std::string::npos);
 }
 
-TEST(run_driver, goes_on_to_the_reports_after_STOP_in_burn_in) {
+TEST(run_driver, continues_to_the_reports_after_STOP_in_burn_in) {
   run_case c;
   c.directory.write("STOP", "");
   EXPECT_EQ(c.go(run_case::lines(1, 5, 20, 2)), 0);
@@ -165,7 +165,7 @@ TEST(run_driver, stops_at_a_model_of_another_version) {
   run_case c;
   c.write(run_case::lines(0, 0, 1, 1));
   std::string bytes = c.directory.read("MODINF");
-  bytes[4] = '5'; // behind the length of the first record
+  bytes[4] = '5'; // after the length of the first record
   c.directory.write("MODINF", bytes);
   EXPECT_EQ(c.go(), 16);
   EXPECT_EQ(c.text().find("The file with model information (MODINF) "), 2U);
@@ -285,7 +285,7 @@ TEST(run_driver, ends_with_code_2_at_two_pedigrees_for_deviations_of_progeny) {
   }
 }
 
-// A directory of the file's name, or of that beside it, stands for any fault of opening.
+// A directory of the file's name, or of that beside it, serves for any fault of opening.
 TEST(run_driver, finds_result_files_that_can_not_be_made_before_the_first_round) {
   for (const char* name : {"gparout", "PAROUT", "gparlast", "lastsol", "gibsol", "solpostmean"})
     for (const char* ending : {"", ".part"}) {
@@ -311,7 +311,7 @@ TEST(run_driver, leaves_results_of_a_former_run_as_they_were_until_its_own_are_w
   EXPECT_FALSE(c.directory.has("gibsol.part"));
 }
 
-// The list is told and looked up between its own lines and that of the restrictions.
+// The list is printed and looked up between its own lines and that of the restrictions.
 TEST(run_driver, finds_class_effect_covariates_before_restrictions) {
   run_case c;
   EXPECT_EQ(c.go(run_case::lines(0, 0, 1, 1, 0, "10\n1.0\n1.0\n0\n1\n1 9 1\n1 1\n0\n1\n")), 16);
@@ -349,7 +349,7 @@ TEST(run_driver, reports_each_allocation_that_fails) {
     const int code = exit_code_of_run(r);
     const std::string text = listing.str(), log = c.directory.read("ZEPH.log");
     if (text.find("\n\nERROR allocating memory\n\nZEPH terminates.\n") != std::string::npos) {
-      EXPECT_EQ(code, 0) << n; // stores that this run does not need: told, and it goes on
+      EXPECT_EQ(code, 0) << n; // stores that this run does not need: reported, and it continues
       continue;
     }
     EXPECT_EQ(code, 16) << n;
@@ -360,7 +360,7 @@ TEST(run_driver, reports_each_allocation_that_fails) {
   }
 }
 
-// Two runs that stand side by side, round by round, and the same two alone.
+// Two runs side by side, round by round, and the same two alone.
 TEST(start_run, keeps_two_runs_apart) {
   const auto other = [](run_case& c) {
     c.d.residual = {10.0};
@@ -405,7 +405,7 @@ TEST(start_run, keeps_two_runs_apart) {
   EXPECT_EQ(second.directory.read("py"), py);
 }
 
-TEST(exit_code_of_run, tells_a_listing_that_can_not_be_written) {
+TEST(exit_code_of_run, reports_a_listing_that_can_not_be_written) {
   run_case c;
   c.write(run_case::lines(0, 0, 1, 1));
   std::ostream nowhere(nullptr);

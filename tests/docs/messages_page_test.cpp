@@ -1,6 +1,6 @@
 // docs/messages.md against the sources. Every text of a program that holds two
-// words or more must stand on the page, and every text of the page in the
-// sources of its program. On the page three dots stand for a value.
+// words or more must be on the page, and every text of the page in the
+// sources of its program. On the page three dots take the place of a value.
 #include "docs/source_literals.h"
 #include "support/places.h"
 
@@ -95,7 +95,7 @@ bool is_no_message(const std::string& file, const text_literal& literal) {
   });
 }
 
-// The calls of an R source that tell something; none: all of it does.
+// The calls of an R source that print something; none: all of it does.
 std::vector<std::string> doors_of(const std::string& file) {
   for (const std::string_view whole : {"R/verdict.R", "R/join_segments.R"})
     if (file.ends_with(whole)) return {};
@@ -145,7 +145,7 @@ std::string first_cell(std::string_view row) {
   return cell;
 }
 
-// The tables below the heading of a program, each with the rows that tell texts.
+// The tables below the heading of a program, each with the rows that quote texts.
 std::vector<std::vector<page_row>> tables_of(const program& p) {
   std::vector<std::vector<page_row>> tables;
   std::ifstream page(fs::path(source_folder()) / "docs" / "messages.md");
@@ -167,7 +167,7 @@ bool holds(const std::vector<std::string>& pieces, const std::string& piece) {
                      [&](const std::string& text) { return text.find(piece) != std::string::npos; });
 }
 
-TEST(messages_page, every_text_of_a_program_stands_on_the_page) {
+TEST(messages_page, every_text_of_a_program_is_on_the_page) {
   for (const program& p : programs()) {
     std::vector<std::string> told;
     for (const std::vector<page_row>& rows : tables_of(p))
@@ -181,7 +181,7 @@ TEST(messages_page, every_text_of_a_program_stands_on_the_page) {
   }
 }
 
-TEST(messages_page, every_text_of_the_page_stands_in_the_sources) {
+TEST(messages_page, every_text_of_the_page_is_in_the_sources) {
   for (const program& p : programs()) {
     std::vector<std::string> pieces;
     for (const told_text& text : texts_of(p))
@@ -195,7 +195,7 @@ TEST(messages_page, every_text_of_the_page_stands_in_the_sources) {
   }
 }
 
-TEST(messages_page, rows_of_a_table_stand_in_the_order_of_their_letters) {
+TEST(messages_page, rows_of_a_table_are_in_the_order_of_their_letters) {
   const auto letters = [](const page_row& row) {
     std::string key;
     for (const char c : row.texts.empty() ? std::string() : row.texts.front())
@@ -214,7 +214,7 @@ TEST(messages_page, every_program_has_its_tables) {
 }
 
 // What the three readers above rest on.
-TEST(messages_page, literals_are_told_from_comments_characters_and_raw_texts) {
+TEST(messages_page, literals_are_separated_from_comments_characters_and_raw_texts) {
   const std::string source =
       "#include \"a b.h\"\n// \"no text\"\nsay(r, \"one \"\n  \"two\", '\"', f(\"three\\n\"));\n"
       "x = R\"(four)\"; // 1'000\ny = 1'000 + g(\"five\");";

@@ -13,7 +13,7 @@ char escaped(char c) {
   return c == 't' ? '\t' : c;
 }
 
-// Walks over a source and tells its literals from the rest.
+// Walks over a source and separates its literals from the rest.
 struct scanner {
   std::string_view source;
   std::size_t at = 0;
@@ -117,7 +117,7 @@ std::vector<text_literal> r_literals(std::string_view source, const std::vector<
 
 std::vector<std::string> fixed_pieces(std::string_view text) {
   std::vector<std::string> pieces(1);
-  const auto value_end = [&](std::size_t at) { // behind {}, {:.3g} or a row of dots; `at` when there is none
+  const auto value_end = [&](std::size_t at) { // after {}, {:.3g} or a row of dots; `at` when there is none
     std::size_t end = at;
     if (text[at] == '.') {
       while (end < text.size() && text[end] == '.') ++end;

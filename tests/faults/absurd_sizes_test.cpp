@@ -61,7 +61,7 @@ protected:
   void SetUp() override {
     if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   }
-  // MODINF of a directory that runs as it stands.
+  // MODINF of a directory that runs as it is.
   std::string modinf_of(const std::string& work) {
     place.take_files_of(source_folder() + "/tests/data/workdirs/" + work);
     EXPECT_EQ(run_zeph(place.path(), with_a_gigabyte()).code, 0);
@@ -81,7 +81,7 @@ TEST_F(work_of_absurd_sizes, ends_with_the_allocation_report_or_the_message_of_t
     const std::string modinf = modinf_of(size.work);
     for (const std::int32_t value : {2147483647, 2147483646, 1 << 30, 300000000}) {
       const child_end end = end_with(modinf, record_at(modinf, size.record) + size.byte, value);
-      // of a record that is shorter than its size the end of the file may be told
+      // of a record that is shorter than its size the end of the file may be reported
       const bool told = tells_allocation(end.listing) || tells_input(end.listing) ||
                         end.listing.find("Unexpected end of file on model information") != std::string::npos;
       EXPECT_TRUE(end.code == 16 && told) << size.item << " = " << value << ": " << end.code << end.all();
@@ -122,7 +122,7 @@ protected:
   }
 };
 
-TEST_F(preparation_of_absurd_sizes, tells_the_place_of_a_number_beyond_32_bits) {
+TEST_F(preparation_of_absurd_sizes, reports_the_place_of_a_number_beyond_32_bits) {
   EXPECT_EQ(prepared("rounds = 2147483647").code, 0);
   for (const std::string key : {"burnin", "rounds", "interval", "test_level"})
     for (const std::string value : {"2147483648", "9223372036854775807", "-9223372036854775808",
@@ -133,7 +133,7 @@ TEST_F(preparation_of_absurd_sizes, tells_the_place_of_a_number_beyond_32_bits) 
     }
 }
 
-TEST_F(preparation_of_absurd_sizes, tells_the_order_of_a_curve_that_no_number_holds) {
+TEST_F(preparation_of_absurd_sizes, reports_the_order_of_a_curve_that_no_number_holds) {
   for (const std::string order : {"2147483648", "18446744073709551617"}) {
     const child_end end = prepared("", "[trait.y]\nformula = \"1 + leg(g, " + order + ")\"\n");
     EXPECT_EQ(end.code, 1) << end.all();

@@ -32,7 +32,7 @@ inline bool calls_can_fail() {
   return true;
 }
 
-// A call that fails: kinds and counting stand in failing_calls.c.
+// A call that fails: kinds and counting are described in failing_calls.c.
 struct failing_call {
   std::string kind;
   long at = 0;

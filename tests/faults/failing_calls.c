@@ -1,5 +1,5 @@
 // Preloaded into a program under test: one of its calls of the system fails. The
-// environment tells which:
+// environment says which:
 //   FAULT_KIND   write, full, close, rename, open, read, storage, fork
 //   FAULT_AT     the number of the call that fails, from 1; 0: none
 //   FAULT_COUNT  a file that takes the number of calls made, at the end of main
@@ -31,8 +31,8 @@ static long at = 0, calls = 0;
 static int counting = 0;
 static main_function* program_main = NULL;
 
-// The function of this name behind this library.
-static void* behind(const char* name) { return dlsym(RTLD_NEXT, name); }
+// The function of this name in the libraries after this one.
+static void* next_of(const char* name) { return dlsym(RTLD_NEXT, name); }
 
 static int is(const char* wanted) { return counting && strcmp(kind, wanted) == 0; }
 static int fails(void) { return ++calls == at; }
@@ -48,7 +48,7 @@ static int written(int fd) { return plain(fd) && (fcntl(fd, F_GETFL) & O_ACCMODE
 
 ssize_t write(int fd, const void* from, size_t n) {
   static ssize_t (*next)(int, const void*, size_t) = NULL;
-  if (!next) next = (ssize_t(*)(int, const void*, size_t))behind("write");
+  if (!next) next = (ssize_t(*)(int, const void*, size_t))next_of("write");
   const int result = fd > 2 && plain(fd);
   if (result && is("write") && fails()) {
     errno = ENOSPC;
@@ -64,7 +64,7 @@ ssize_t write(int fd, const void* from, size_t n) {
 
 ssize_t read(int fd, void* to, size_t n) {
   static ssize_t (*next)(int, void*, size_t) = NULL;
-  if (!next) next = (ssize_t(*)(int, void*, size_t))behind("read");
+  if (!next) next = (ssize_t(*)(int, void*, size_t))next_of("read");
   if (is("read") && plain(fd) && fails()) {
     errno = EIO;
     return -1;
@@ -74,7 +74,7 @@ ssize_t read(int fd, void* to, size_t n) {
 
 int close(int fd) {
   static int (*next)(int) = NULL;
-  if (!next) next = (int (*)(int))behind("close");
+  if (!next) next = (int (*)(int))next_of("close");
   if (is("close") && fd > 2 && written(fd) && fails()) {
     next(fd); // the handle is given back all the same
     errno = EIO;
@@ -85,7 +85,7 @@ int close(int fd) {
 
 int rename(const char* from, const char* to) {
   static int (*next)(const char*, const char*) = NULL;
-  if (!next) next = (int (*)(const char*, const char*))behind("rename");
+  if (!next) next = (int (*)(const char*, const char*))next_of("rename");
   if (is("rename") && fails()) {
     errno = EACCES;
     return -1;
@@ -104,7 +104,7 @@ static int open_with(open_function* next, const char* path, int flags, mode_t mo
 }
 int open(const char* path, int flags, ...) {
   static open_function* next = NULL;
-  if (!next) next = (open_function*)behind("open");
+  if (!next) next = (open_function*)next_of("open");
   va_list rest;
   va_start(rest, flags);
   const mode_t mode = flags & O_CREAT ? va_arg(rest, mode_t) : 0;
@@ -113,7 +113,7 @@ int open(const char* path, int flags, ...) {
 }
 int open64(const char* path, int flags, ...) {
   static open_function* next = NULL;
-  if (!next) next = (open_function*)behind("open64");
+  if (!next) next = (open_function*)next_of("open64");
   va_list rest;
   va_start(rest, flags);
   const mode_t mode = flags & O_CREAT ? va_arg(rest, mode_t) : 0;
@@ -125,7 +125,7 @@ int open64(const char* path, int flags, ...) {
 
 pid_t fork(void) {
   static pid_t (*next)(void) = NULL;
-  if (!next) next = (pid_t(*)(void))behind("fork");
+  if (!next) next = (pid_t(*)(void))next_of("fork");
   if (is("fork") && fails()) {
     errno = EAGAIN;
     return -1;
@@ -187,7 +187,7 @@ static int counted_main(int argc, char** argv, char** environment) {
 int __libc_start_main(main_function* entry, int argc, char** argv, void (*init)(void), void (*fini)(void),
                       void (*loader_fini)(void), void* stack_end) {
   typedef int starter(main_function*, int, char**, void (*)(void), void (*)(void), void (*)(void), void*);
-  starter* start = (starter*)behind("__libc_start_main");
+  starter* start = (starter*)next_of("__libc_start_main");
   program_main = entry;
   return start(counted_main, argc, argv, init, fini, loader_fini, stack_end);
 }

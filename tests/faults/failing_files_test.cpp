@@ -32,14 +32,14 @@ protected:
   }
 };
 
-TEST_P(each_run, tells_each_write_that_fails) { fail_every("write"); }
-TEST_P(each_run, tells_each_place_where_the_disk_is_full) { fail_every("full"); }
-TEST_P(each_run, tells_each_close_that_fails) { fail_every("close"); }
-TEST_P(each_run, tells_each_name_that_can_not_be_given) { fail_every("rename"); }
-TEST_P(each_run, tells_each_file_that_can_not_be_opened_for_writing) { fail_every("open"); }
+TEST_P(each_run, reports_each_write_that_fails) { fail_every("write"); }
+TEST_P(each_run, reports_each_place_where_the_disk_is_full) { fail_every("full"); }
+TEST_P(each_run, reports_each_close_that_fails) { fail_every("close"); }
+TEST_P(each_run, reports_each_name_that_can_not_be_given) { fail_every("rename"); }
+TEST_P(each_run, reports_each_file_that_can_not_be_opened_for_writing) { fail_every("open"); }
 
 // A read that fails ends the run with a message, or nothing depends on it.
-TEST_P(each_run, tells_each_read_that_fails) {
+TEST_P(each_run, reports_each_read_that_fails) {
   prepared_run run(GetParam());
   const long calls = run.calls("read");
   for (long n = 1; n <= calls; ++n) {

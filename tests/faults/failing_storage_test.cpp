@@ -11,7 +11,7 @@ using namespace zeph_test;
 
 class each_run_without_storage : public testing::TestWithParam<small_run> {};
 
-// The text behind a label of the report, to the end of its line.
+// The text after a label of the report, to the end of its line.
 std::string told_behind(const std::string& text, const std::string& label) {
   const std::size_t at = text.find("\n" + label);
   if (at == std::string::npos) return {};
@@ -39,7 +39,7 @@ TEST_P(each_run_without_storage, names_variable_and_routine_of_each_array) {
   for (std::int64_t n = 1; n <= calls; ++n) {
     const int code = go(n, reached, text);
     if (text.find("\n\nERROR allocating memory\n\nZEPH terminates.\n") != std::string::npos) {
-      // stores of the sampler: told, and the run goes on to its end or to the routine that needs them
+      // stores of the sampler: reported, and the run continues to its end or to the routine that needs them
       EXPECT_TRUE(code == 0 || text.find("\nERROR - Computation impossible in ") != std::string::npos)
           << text;
       continue;

@@ -41,7 +41,7 @@ struct prepared_study {
   file_set before;
 };
 
-// One of the texts by which zeph-chains tells a fault of the system.
+// One of the texts by which zeph-chains reports a fault of the system.
 bool is_told(const std::string& said) {
   for (const char* text :
        {"can't read ", "can't write ", "can't make ", "can't start ", "ended with exit code "})
@@ -51,14 +51,14 @@ bool is_told(const std::string& said) {
 
 class failing_study : public testing::TestWithParam<const char*> {};
 
-TEST_P(failing_study, tells_its_fault_and_the_next_call_what_it_finds) {
+TEST_P(failing_study, reports_its_fault_and_the_next_call_what_it_finds) {
   if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const std::string kind = GetParam();
   const prepared_study p;
   const long calls = p.calls(kind);
   EXPECT_GE(calls, 1);
   int faults = 0;
-  for (long n = 1; n <= calls + 2; ++n) { // the process that becomes ZEPH goes on counting
+  for (long n = 1; n <= calls + 2; ++n) { // the process that becomes ZEPH continues counting
     child_options with;
     with.fault = {kind, n};
     const child_end end = p.run(with);
@@ -85,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(by, failing_study, testing::Values("read", "write", "re
                          [](const auto& info) { return std::string(info.param); });
 
 // A read that fails for a moment, as on a disk of a network, does not end the watch.
-TEST(a_read_of_zeph_watch_that_fails, is_told_at_the_begin_and_made_again_later) {
+TEST(a_read_of_zeph_watch_that_fails, is_reported_at_the_begin_and_made_again_later) {
   if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const prepared_study p;
   EXPECT_EQ(p.run().code, 0);
@@ -119,7 +119,7 @@ TEST(storage_that_is_not_there, ends_the_companions_with_code_1) {
   }
 }
 
-TEST(a_chain_that_can_not_be_started, is_told_and_the_others_run) {
+TEST(a_chain_that_can_not_be_started, is_reported_and_the_others_run) {
   if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   const prepared_study p;
   child_options with;

@@ -44,8 +44,8 @@ TEST(a_run_with_a_limit_of_file_sizes, names_the_file_that_reaches_it) {
   }
 }
 
-// The listing reaches the limit too: it goes on on standard error.
-TEST(a_run_with_a_limit_of_file_sizes, tells_it_where_the_listing_can_not) {
+// The listing reaches the limit too: output continues on standard error.
+TEST(a_run_with_a_limit_of_file_sizes, reports_it_where_the_listing_can_not) {
   prepared_run run(run_named("kept_samples"));
   put_files(run.place.path(), run.input);
   child_options with;
@@ -145,7 +145,7 @@ struct plain_user {
   std::string own_ZEPH = programs / "ZEPH";
 };
 
-TEST(a_read_only_directory, is_told_by_the_first_file_and_stays_as_it_was) {
+TEST(a_read_only_directory, is_reported_by_the_first_file_and_stays_as_it_was) {
   prepared_run run(run_named("gaussian"));
   const plain_user user;
   if (!user.exists()) GTEST_SKIP() << no_right;
@@ -160,7 +160,7 @@ TEST(a_read_only_directory, is_told_by_the_first_file_and_stays_as_it_was) {
   EXPECT_EQ(files_in(run.place.path()), run.before);
 }
 
-TEST(input_without_the_right_to_read_it, is_told) {
+TEST(input_without_the_right_to_read_it, is_reported) {
   prepared_run run(run_named("deviations"));
   const plain_user user;
   if (!user.exists()) GTEST_SKIP() << no_right;
@@ -198,7 +198,7 @@ TEST(a_result_whose_name_is_a_directory, is_named) {
   }
 }
 
-// Few handles: whatever file can't be opened is told.
+// Few handles: whatever file can't be opened is reported.
 TEST(a_run_with_few_handles, names_a_file_that_it_can_not_open) {
   if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
   prepared_run run(run_named("kept_samples"));

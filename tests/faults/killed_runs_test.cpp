@@ -1,4 +1,4 @@
-// Runs that are killed at random times: what stands in their files is whole but for
+// Runs that are killed at random times: what is in their files is whole but for
 // the last row or record.
 #include "faults/small_runs.h"
 
@@ -12,7 +12,7 @@ namespace {
 using namespace zeph_test;
 
 // Four kinds of run that together grow every file, with rounds without end; the
-// state of a run before stands in the directory.
+// state of an earlier run is in the directory.
 const std::vector<small_run>& endless_runs() {
   static const std::vector<small_run> all = {
       {"kept_samples", "herd", "0 2000000 1"},

@@ -150,7 +150,7 @@ struct prepared_run {
     versions = {whole, {{"zeinfo", "starting\n"}}};
     if (run.type == "5" && calls_can_fail()) collect_versions();
   }
-  // A chain over models leaves its files once for each model: as they stand when the n-th
+  // A chain over models leaves its files once for each model: as they are when the n-th
   // name is not given.
   void collect_versions() {
     for (long n = 1; n <= calls("rename"); ++n) {

@@ -26,7 +26,7 @@ struct real_case {
 };
 
 // All texts by hand. A decimal constant is rarely the value that is held; where
-// it matters the first digits of the exact value stand beside the row.
+// it matters the first digits of the exact value are beside the row.
 const std::vector<real_case> f_cases = {
     // zero and minus zero
     {0.0, 6, 2, "  0.00"},
@@ -228,7 +228,7 @@ TEST(column_format, table_row_keeps_its_columns) {
   EXPECT_EQ(row, std::string(30, ' ') + "  2" + "         -5" + "    1200000");
 }
 
-TEST(column_format, stars_do_not_move_the_columns_behind) {
+TEST(column_format, stars_do_not_move_the_columns_after_them) {
   EXPECT_EQ(column_line().I(12345, 3).F(0.5, 5, 1).str(), "***  0.5");
 }
 

@@ -154,7 +154,7 @@ TEST(free_reader, tokens_that_are_no_integer_are_59) {
   }
 }
 
-TEST(free_reader, a_bad_token_is_passed_and_the_read_can_go_on) {
+TEST(free_reader, a_bad_token_is_passed_and_the_read_can_continue) {
   const scratch_file file("a 2 b\n3");
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
@@ -210,7 +210,7 @@ TEST(free_reader, a_real_too_small_for_64_bits_is_the_nearest_number) {
   EXPECT_EQ(real_of("0e99999999999"), 0.0);
 }
 
-TEST(free_reader, n_star_v_stands_for_n_values) {
+TEST(free_reader, n_star_v_means_n_values) {
   const scratch_file file("3*7,2*0.5 1*4\n9");
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
@@ -295,7 +295,7 @@ TEST(free_reader, rewind_forgets_the_read_under_way) {
 
 // ---- rows: texts by hand; each field is one blank and its columns
 
-TEST(free_row, integers_fill_11_columns_behind_a_blank) {
+TEST(free_row, integers_fill_11_columns_after_a_blank) {
   EXPECT_EQ(free_row().i(7).str(), "           7");
   EXPECT_EQ(free_row().i(-1234567890).str(), " -1234567890");
   EXPECT_EQ(free_row().i(123456789012).str(), " 123456789012"); // wider than its field
@@ -331,7 +331,7 @@ TEST(free_row, reals_of_32_bits_fill_16_columns_with_9_digits) {
   EXPECT_EQ(free_row().r4(std::numeric_limits<float>::quiet_NaN()).str(), field("NaN"));
 }
 
-TEST(free_row, text_begins_a_row_in_column_1_and_stands_as_it_is) {
+TEST(free_row, text_begins_a_row_in_column_1_as_it_is) {
   EXPECT_EQ(free_row().text(" prodf : ").i(5).str(), " prodf :            5");
   EXPECT_EQ(free_row().text("Current round is").i(12).text("out of").i(300).str(),
             "Current round is          12 out of         300");
@@ -339,7 +339,7 @@ TEST(free_row, text_begins_a_row_in_column_1_and_stands_as_it_is) {
   EXPECT_EQ(free_row().text("").text("b").str(), " b");
 }
 
-TEST(free_row, logicals_are_one_letter_behind_a_blank) {
+TEST(free_row, logicals_are_one_letter_after_a_blank) {
   EXPECT_EQ(free_row().l(true).l(false).str(), " T F");
   EXPECT_EQ(free_row().text("x").l(true).str(), "x T");
 }

@@ -143,7 +143,7 @@ TEST(sequential_reader, missing_file_and_directory_do_not_open) {
   EXPECT_FALSE(in.broken());
 }
 
-TEST(sequential_reader, every_broken_frame_is_minus_one_behind_the_good_record) {
+TEST(sequential_reader, every_broken_frame_is_minus_one_after_the_good_record) {
   const std::string four = bytes({4, 0, 0, 0});
   const std::string data = bytes({9, 0, 0, 0});
   const struct {
@@ -188,7 +188,7 @@ TEST(sequential_reader, every_broken_frame_is_minus_one_behind_the_good_record) 
   }
 }
 
-TEST(sequential_reader, a_broken_frame_hides_the_good_records_behind_it) {
+TEST(sequential_reader, a_broken_frame_hides_the_good_records_after_it) {
   const scratch_file file(bytes({4, 0, 0, 0}) + bytes({1, 0, 0, 0}) + bytes({8, 0, 0, 0}) + frame_of(2));
   sequential_reader in;
   ASSERT_TRUE(in.open(file.path()));
@@ -214,7 +214,7 @@ TEST(sequential_reader, a_short_record_fills_what_fits_and_is_67_until_the_next)
   EXPECT_EQ(a, 8);
 }
 
-TEST(sequential_reader, no_item_fits_behind_one_that_did_not) {
+TEST(sequential_reader, no_item_fits_after_one_that_did_not) {
   const scratch_file file(frame_of(7));
   sequential_reader in;
   ASSERT_TRUE(in.open(file.path()));
@@ -493,7 +493,7 @@ TEST(sequential_writer, a_record_of_2_to_the_31_bytes_is_refused) {
   EXPECT_FALSE(out.end());
 }
 
-TEST(sequential_writer, a_full_disk_is_told) {
+TEST(sequential_writer, a_full_disk_is_reported) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << zeph_test::no_dev_full;
   sequential_writer out;
   ASSERT_TRUE(out.open("/dev/full"));

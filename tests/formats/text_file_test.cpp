@@ -58,7 +58,7 @@ TEST(text_writer, writing_without_an_open_file_fails) {
   EXPECT_FALSE(out.open("/no/such/directory/file"));
 }
 
-TEST(text_writer, a_full_disk_is_told_at_the_flush_and_kept) {
+TEST(text_writer, a_full_disk_is_reported_at_the_flush_and_kept) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << zeph_test::no_dev_full;
   text_writer out;
   ASSERT_TRUE(out.open_append("/dev/full"));
@@ -69,14 +69,14 @@ TEST(text_writer, a_full_disk_is_told_at_the_flush_and_kept) {
   EXPECT_FALSE(out.close());
 }
 
-TEST(text_writer, a_full_disk_is_told_by_a_line_that_fills_the_buffer) {
+TEST(text_writer, a_full_disk_is_reported_by_a_line_that_fills_the_buffer) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << zeph_test::no_dev_full;
   text_writer out;
   ASSERT_TRUE(out.open_append("/dev/full"));
   EXPECT_FALSE(out.line(std::string(1000000, 'x')));
 }
 
-TEST(rewrite_line, leaves_exactly_one_line_whatever_stood_there) {
+TEST(rewrite_line, leaves_exactly_one_line_whatever_was_there) {
   const scratch_file file("a line that is longer\nand another\n");
   ASSERT_TRUE(zeph::rewrite_line(file.path(), "short"));
   EXPECT_EQ(file.read(), "short\n");
@@ -123,7 +123,7 @@ TEST(text_reader, lines_come_without_their_ends) {
   EXPECT_EQ(text, "one");
 }
 
-TEST(text_reader, a_file_that_ends_in_a_line_feed_has_no_line_behind_it) {
+TEST(text_reader, a_file_that_ends_in_a_line_feed_has_no_line_after_it) {
   const scratch_file file("a\n");
   text_reader in;
   ASSERT_TRUE(in.open(file.path()));

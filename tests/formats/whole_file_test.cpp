@@ -44,10 +44,10 @@ TEST(whole_file, link_is_written_in_place) {
   EXPECT_TRUE(std::filesystem::is_symlink(c / "out"));
 }
 
-TEST(whole_file, name_that_cannot_be_given_is_told_and_leaves_no_file_beside_it) {
+TEST(whole_file, name_that_cannot_be_given_is_reported_and_leaves_no_file_beside_it) {
   const scratch_directory c;
   {
-    whole_file whole(c / "out"); // nothing stands under path()
+    whole_file whole(c / "out"); // there is nothing under path()
     EXPECT_FALSE(whole.publish());
   }
   {

@@ -18,12 +18,12 @@ namespace zeph_fuzz {
 // Contents of the records; false when the bytes are not framed to their end.
 inline bool split_frames(std::string_view bytes, std::vector<std::string>& records) {
   while (!bytes.empty()) {
-    std::int32_t length = 0, behind = 0;
+    std::int32_t length = 0, after = 0;
     if (bytes.size() < 8) return false;
     std::memcpy(&length, bytes.data(), 4);
     if (length < 0 || bytes.size() < 8 + static_cast<std::size_t>(length)) return false;
-    std::memcpy(&behind, bytes.data() + 4 + length, 4);
-    if (behind != length) return false;
+    std::memcpy(&after, bytes.data() + 4 + length, 4);
+    if (after != length) return false;
     records.emplace_back(bytes.substr(4, static_cast<std::size_t>(length)));
     bytes.remove_prefix(8 + static_cast<std::size_t>(length));
   }

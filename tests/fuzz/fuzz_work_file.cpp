@@ -1,6 +1,6 @@
 // Fuzzer of one file of a work directory (ZEPH_FUZZED, set by the build): the
 // first byte of the input chooses one of the prepared directories of the tests,
-// the rest stands in place of the file. A run of a few rounds goes over it. Every
+// the rest takes the place of the file. A run of a few rounds goes over it. Every
 // end by the exit path of the program is right; a fault of the sanitizers is not.
 //
 // With ZEPH_FUZZ_SEEDS the unchanged files go into that folder, as first inputs.

@@ -164,7 +164,7 @@ inline const dense_matrix& group_matrix(std::int32_t h) {
 }
 
 // The model above with `records` random records; in some of them levels of
-// factor 1 meet, two coefficients stand in one equation, or a trait is missing.
+// factor 1 meet, two coefficients are in one equation, or a trait is missing.
 struct two_trait_case : scan_case {
   two_trait_case(std::int32_t records, bool weights, bool missing, bool groups, std::uint32_t seed = 7)
       : scan_case(described(records, weights, groups)) {
@@ -262,7 +262,7 @@ struct dense_equations {
         const bool seen = analysis_type > 0 || (trait_present(c.design.ISIT_M(r), i, nt) &&
                                                 trait_present(c.design.ISIT_M(r), j, nt));
         const double value = own ? c.m.residual().HETGR_COV_MAT(h, i, j) : c.m.residual().COV_MAT(i, j);
-        R(i, j) = seen ? value : (i == j ? 1.0 : 0.0); // a missing trait stands apart
+        R(i, j) = seen ? value : (i == j ? 1.0 : 0.0); // a missing trait is independent
         mask(i, j) = seen ? 1.0 : 0.0;
       }
     dense_matrix inverse = dense_inverse(R).inverse;

@@ -6,7 +6,7 @@
 //   group 5  equations 12-19  factor 1, "PED", 4 animals, order 2
 //   group 6  equations 20-22  factor 2, "I", 3 pens of trait 1, source of the
 //                             nested regression, with covariable x3 as base
-// Each level of a group stands once in a record.
+// Each level of a group occurs once in a record.
 #pragma once
 
 #include "gibbs/scan_case.h"

@@ -7,7 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -55,6 +57,28 @@ TEST(include_check, no_unit_includes_a_higher_floor) {
       EXPECT_TRUE(floor_of(include) >= 0 && floor_of(include) <= floor_of(name))
           << name << " includes " << include;
   }
+}
+
+// The headers by which each wing of gibbs/ is entered from outside it; its others are its own. The wings
+// with several say why in residual_sums.h and scan_records.h.
+TEST(include_check, a_wing_is_entered_by_its_doors) {
+  const std::map<std::string, std::set<std::string>> doors = {
+      {"latent", {"latent_updates.h"}},
+      {"matrices", {"covariance_draws.h"}},
+      {"residuals",
+       {"fast_residual_pass.h", "record_values.h", "residual_conditional.h", "residual_sums.h",
+        "trait_deviations.h"}},
+      {"scan", {"gibscan.h", "record_pass.h", "record_product.h", "residual_body.h", "scan_records.h"}}};
+  for (const std::string& name : sources())
+    for (const std::string& include : own_includes(fs::path(zeph_test::source_folder()) / "src" / name)) {
+      if (include.rfind("gibbs/", 0) != 0) continue;
+      const fs::path wing = fs::path(include).parent_path();
+      if (fs::path(name).parent_path() == wing) continue;
+      const auto found = doors.find(wing.filename().string());
+      ASSERT_NE(found, doors.end()) << name << " includes " << include << ", of no wing";
+      EXPECT_TRUE(found->second.count(fs::path(include).filename().string()) == 1)
+          << name << " includes " << include;
+    }
 }
 
 TEST(include_check, a_source_includes_its_own_header_first) {

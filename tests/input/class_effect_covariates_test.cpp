@@ -72,7 +72,7 @@ std::string echo(const std::string& label, const std::vector<int>& values) {
   return line + "\n";
 }
 
-TEST(FETOCV, tells_the_list_on_the_listing) {
+TEST(FETOCV, reports_the_list_on_the_listing) {
   covariate_case c;
   c.ask({{1, 1, 2, {4, 5}, {0, 30}}, {1, 3, 1, {3}, {0}}}, 1);
   ASSERT_EQ(c.find(), 0) << c.listing();
@@ -295,7 +295,7 @@ struct loaded_case : covariate_case {
   }
 };
 
-// The nested regression needs a level, so herd 0 stands in for it only where it
+// The nested regression needs a level, so herd 0 takes its place only where it
 // isn't nested.
 struct plain_loaded_case : loaded_case {
   plain_loaded_case() { m.MODEL(2).REG_N_RCI(3) = 4; } // nested in another class
@@ -387,7 +387,7 @@ TEST(refresh_covariates, lifts_a_standard_deviation_of_0_to_its_least) {
   EXPECT_EQ(c.z(1, c.source().regressions[0].first), 0.0);
 }
 
-TEST(refresh_covariates, lets_the_later_of_two_sources_stand) {
+TEST(refresh_covariates, lets_the_later_of_two_sources_count) {
   plain_loaded_case c;
   c.ask({{1, 3, 1, {4}, {0}}, {1, 1, 1, {4}, {0}}});
   ASSERT_EQ(c.load(), 0);

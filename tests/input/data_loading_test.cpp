@@ -274,7 +274,7 @@ TEST(READTOMEM, brings_latent_traits_near_zero_in_single_precision) {
     EXPECT_EQ(f.design.Y_M(1, 1), -0.1F);
     EXPECT_EQ(f.design.Y_M(1, 2), 0.2F - 0.1F);
     EXPECT_EQ(f.design.Y_M(2, 2), 5.0F); // an ordinary trait
-    EXPECT_EQ(f.design.Y_M(1, 3), 1.0F); // missing: as it stands
+    EXPECT_EQ(f.design.Y_M(1, 3), 1.0F); // missing: as it is
     EXPECT_EQ(f.design.ZD_M(1, 1), static_cast<double>(-0.1F));
   }
 }
@@ -408,7 +408,7 @@ TEST(READTOMEM, reports_a_missing_file_and_a_short_first_record) {
   EXPECT_TRUE(g.frame.says("ERROR  reading 1st record from RCDATA. Error code=           67\n"));
 }
 
-TEST(READTOMEM, tells_a_number_of_records_that_is_not_the_models) {
+TEST(READTOMEM, reports_a_number_of_records_that_is_not_the_models) {
   const integers i(3, {1, 1, 1, 3, 3, 1});
   const reals r = {{1, 1, 1, 1}, {2, 1, 1, 1}, {3, 1, 1, 1}};
   loaded shorter(two_traits(5));
@@ -435,7 +435,7 @@ TEST(READTOMEM, ends_at_a_short_record_or_where_one_file_ends) {
   EXPECT_EQ(g.design.nobs, 1);
 }
 
-TEST(READTOMEM, passes_over_what_stands_behind_the_items_of_a_record) {
+TEST(READTOMEM, passes_over_what_follows_the_items_of_a_record) {
   loaded f(two_traits(1));
   EXPECT_EQ(f.load({{1, 1, 1, 3, 3, 1, 99}}, {{1, 1, 1, 1, 99}}), 0);
   EXPECT_EQ(f.design.M_M(1), 7);
@@ -664,8 +664,8 @@ TEST(READTOMEM, stops_at_each_failed_allocation_under_its_name) {
     relationship_store relations;
     READTOMEM(m, layout, design, relations, frame.report);
   });
-  std::vector<std::string> expected = {"freg_grp in READTOMXD", "iinp in READTOMXD", "rinp in READTOMXD",
-                                       "keys in READTOMXD"};
+  std::vector<std::string> expected = {"freg_grp in READTOMXD", "iinp in QVAgib_ALLOC",
+                                       "rinp in QVAgib_ALLOC", "keys in READTOMXD"};
   for (const char* name : {"XD", "XD1_M", "XD2_M", "XD3_M", "XD4_M", "XD5_M", "XD6_M", "XD7_M", "ZD", "ZD_M",
                            "Y_M", "WV_M", "WV_SQRT_M", "ISIT_M", "C_ISIT_M", "M_M", "IRESG_M"})
     expected.push_back(std::string(name) + " in MME_ALLOC");

@@ -134,7 +134,7 @@ TEST(QVAgib_ALLOC, stops_at_each_failed_allocation_under_its_name) {
   EXPECT_EQ(names, expected);
 }
 
-TEST(count_group_records, counts_by_residual_group_anew) {
+TEST(count_group_records, counts_by_residual_group_from_zero) {
   described_model d = kinds({1}, 4);
   d.residual_groups = 3;
   model_records m = build_model(d);

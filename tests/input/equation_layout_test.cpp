@@ -27,7 +27,7 @@ described_model two_traits() {
 }
 
 // A model of one trait and factors of these structures, each with 3 levels of
-// order 2; 5 equations stand before them.
+// order 2; 5 equations come before them.
 model_records factors(const std::vector<std::string>& structures) {
   described_model d;
   d.traits.resize(1);
@@ -190,7 +190,7 @@ TEST(SETGROUPS, takes_a_factors_base_from_the_model_whatever_the_order) {
   input_frame frame;
   equation_layout layout;
   model_records m = build_model(d);
-  m.NBEGRA(1) = 4; // the second factor stands first
+  m.NBEGRA(1) = 4; // the second factor comes first
   m.NBEGRA(2) = 0;
   count_equations(m, layout, frame.report);
   SETGROUPS(m, layout, frame.report, 0);

@@ -32,7 +32,7 @@ struct input_frame {
   }
 };
 
-// The word behind a label of the allocation report.
+// The word after a label of the allocation report.
 inline std::string word_after(const std::string& listing, const std::string& label) {
   const std::size_t at = listing.find(label);
   if (at == std::string::npos) return "";

@@ -263,7 +263,7 @@ TEST(check_model_indices, wants_groups_that_share_no_equation) {
   expect_refused("NBEGF(1,1)", "3", "no equation of another group, such as 4",
                  [](M& m) { m.NBEGF(1, 1) = 3; });
   expect_refused("NBEGRA(1)", "6", "no equation of another group, such as 7", [](M& m) { m.NBEGRA(1) = 6; });
-  // groups need not stand in the order of their numbers, nor fill the system
+  // groups need not be in the order of their numbers, nor fill the system
   expect_accepted([](M& m) { m.NBEGF(1, 1) = 1, m.NBEGREG(1, 2) = 4; });
   // this structure lies on the levels of another factor
   expect_accepted([](M& m) {

@@ -375,7 +375,7 @@ TEST(QVAMRD, leaves_out_the_records_of_empty_lists) {
   EXPECT_EQ(r.m.carried.NABGR.size(), 0);
   EXPECT_EQ(r.m.MODEL(1).carried.A_EF_RCI.size(), 0);
   EXPECT_EQ(r.m.MODEL(1).REG_TYPE.size(), 0);
-  EXPECT_EQ(cells(r.m.MODEL(1).carried.n_times), (row{0, 0, 0})); // stands in record 29
+  EXPECT_EQ(cells(r.m.MODEL(1).carried.n_times), (row{0, 0, 0})); // is in record 29
   EXPECT_EQ(r.m.RMAT(1).carried.PHG_LIST.size(), 0);
   EXPECT_EQ(r.m.n_sol_cv, -1);
   EXPECT_FALSE(r.m.SOL_CV_EQ_NO.allocated());
@@ -481,7 +481,7 @@ TEST(QVAMRD, takes_a_broken_frame_for_the_end_of_the_file) {
 }
 
 // Every record but those whose last item says which records follow.
-TEST(QVAMRD, tells_the_code_of_a_short_record_and_goes_on) {
+TEST(QVAMRD, reports_the_code_of_a_short_record_and_continues) {
   const modinf_bytes whole = small_modinf(all_parts);
   const std::size_t l_cens = record_of(whole, "33 - ios = ", 2) - 2;
   const std::size_t n_phg = record_of(whole, "34a - ios = ") - 1;
@@ -577,7 +577,7 @@ TEST(QVAMRD, stops_at_an_illegal_size) {
 }
 
 TEST(QVAMRD, stops_at_an_illegal_number_of_parent_groups) {
-  // n_phg ends the record behind the factor's sizes
+  // n_phg ends the record after the factor's sizes
   modinf_bytes file = small_modinf();
   std::string& data = file[record_of(file, "33 - ios = ", 2) + 1].data;
   data.replace(data.size() - 4, 4, record_bytes{}.i4({-2}).data);
@@ -676,7 +676,7 @@ TEST(QVAMRD, reports_every_allocation_that_fails) {
   for (std::size_t n = 1; n <= allocations().size(); ++n) {
     const allocation& a = allocations()[n - 1];
     const std::string text = expect_stopped_reading(bytes, static_cast<std::int64_t>(n));
-    // the row of the element count stands between the two names
+    // the row of the element count is between the two names
     const std::string head =
         std::string("\nZEPH: FATAL ERROR\n\nTrying to allocate memory for:  ") + a.variable + "\n";
     const std::string tail = std::string("Called in                    :  ") + a.routine +
@@ -686,7 +686,7 @@ TEST(QVAMRD, reports_every_allocation_that_fails) {
   }
 }
 
-TEST(QVAMRD, tells_the_elements_of_a_failed_allocation) {
+TEST(QVAMRD, reports_the_elements_of_a_failed_allocation) {
   const std::string bytes = framed(small_modinf(all_parts));
   EXPECT_EQ(expect_stopped_reading(bytes, 2), allocation_text("NABGR", "2", "qvamrd"));
   const auto at = std::find_if(allocations().begin(), allocations().end(), [](const allocation& a) {

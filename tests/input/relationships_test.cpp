@@ -103,7 +103,7 @@ TEST(read_relationships, makes_snp_and_absorbed_qtl_rows_without_a_file) {
   EXPECT_EQ(frame.listing(), "");
 }
 
-TEST(read_relationships, reports_an_empty_or_missing_file_and_goes_on) {
+TEST(read_relationships, reports_an_empty_or_missing_file_and_continues) {
   for (const bool exists : {true, false}) {
     input_frame frame;
     if (exists) write_elements(frame.path("AINV1"), {});

@@ -268,7 +268,7 @@ TEST(pup, of_one_given_trait_is_all_scalars) {
   EXPECT_NEAR(c.jacobian, std::log(0.2) + std::log(C * 5.0 - 1.5 * 1.5), 1e-14);
 }
 
-TEST(pup, tells_a_singular_conversion_once_a_move) {
+TEST(pup, reports_a_singular_conversion_once_a_move) {
   level_case c;
   c.work.aijmax(1) = 1.0;
   c.terms.n = 2;
@@ -484,7 +484,7 @@ TEST(sampanim, draws_the_new_solutions_along_the_pedigree) {
   const double sd = static_cast<double>(static_cast<float>(std::sqrt(variance)));
   std::vector<double> u(15);
   double log_scales = 0;
-  for (std::int32_t l = 1; l <= 14; ++l) { // parents stand before progeny: one pass
+  for (std::int32_t l = 1; l <= 14; ++l) { // parents come before progeny: one pass
     const auto [s, d] = parents[static_cast<std::size_t>(l - 1)];
     const int known = (s > 0) + (d > 0);
     const double scale = (known == 0 ? 1.0 : known == 1 ? 0.8660254 : 0.70710677) * sd; // root of 3/4, of 1/2

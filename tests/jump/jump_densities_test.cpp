@@ -135,7 +135,7 @@ TEST(CWisdens, is_flat_without_degrees_of_freedom_or_with_fewer_than_rows) {
   EXPECT_EQ(run.text(), "");
 }
 
-TEST(CWisdens, tells_a_matrix_that_is_not_positive_definite_and_is_0) {
+TEST(CWisdens, reports_a_matrix_that_is_not_positive_definite_and_is_0) {
   heard_run run;
   const dense_matrix last(2, {1.0, 2.0, 2.0, 1.0});
   EXPECT_EQ(cw(run.report, 2, 5, last, two_scale), 0.0);

@@ -124,7 +124,7 @@ TEST(propose_move, chooses_among_the_factors_of_two_rows_and_more_alike) {
   for (int i = 0; i < 4000; ++i) {
     propose_move(records);
     ++chosen[c.r->jump.jump_k];
-    EXPECT_FALSE(c.r->jump.jump_down); // all stand at one row
+    EXPECT_FALSE(c.r->jump.jump_down); // all are at one row
     EXPECT_EQ(c.r->jump.p_up, 1.0);
     EXPECT_EQ(c.r->jump.p_down, 0.0);
   }
@@ -188,7 +188,7 @@ TEST(convert_dimension, scales_the_proposal_by_the_start_matrix) {
   for (std::int32_t i = 1; i <= 3; ++i)
     for (std::int32_t j = 1; j <= 3; ++j)
       EXPECT_EQ(c.r->jump.prop_scale(i, j), 10 * COV_MAT(i, j) * (i == 3 ? 0.5 : 1.0) * (j == 3 ? 0.5 : 1.0));
-  const double* drawn = c.r->sampler.sscp.col(1); // the block that stands is that of the round's draw
+  const double* drawn = c.r->sampler.sscp.col(1); // the block that stays is that of the round's draw
   EXPECT_EQ(c.r->jump.cov_new(1, 1), drawn[0]);
   EXPECT_EQ(c.r->jump.cov_new(1, 2), drawn[1]);
   EXPECT_EQ(c.r->jump.cov_new(2, 2), drawn[2]);
@@ -238,7 +238,7 @@ TEST(recompute_data_blocks, copies_the_blocks_without_the_prior) {
       for (std::int32_t j = 1; j <= i; ++j, ++at) EXPECT_NEAR(CDI(at, l), block_element(c, l, i, j), 1e-12);
 }
 
-TEST(recompute_data_blocks, makes_blocks_that_can_change_anew_for_the_large_model) {
+TEST(recompute_data_blocks, makes_changing_blocks_again_for_the_large_model) {
   jump_case c({{{"I", 3, 8}}, 3});
   c.start_moves(c.lines(6, 0, 1, 1));
   c.r->jump.blocks_stay = false;
@@ -302,11 +302,11 @@ TEST(take_move, makes_the_new_model_the_one_in_force) {
         EXPECT_EQ(c.r->sampler.GIF(j, i, 1), c.r->sampler.GIF(i, j, 1));
         EXPECT_EQ(c.r->sampler.sscp(++packed, 1), G(i, j));
       }
-    c.scan(); // the chain goes on
+    c.scan(); // the chain continues
   }
 }
 
-TEST(jump_rounds, tells_the_round_and_runs_from_burn_in_on) {
+TEST(jump_rounds, reports_the_round_and_runs_from_burn_in_on) {
   jump_case c({{{"I", 2, 8}}, 2});
   c.start_moves(c.lines(6, 4, 3, 1));
   jump_records records = jump_records_of(*c.r);

@@ -24,7 +24,7 @@ TEST(move_probabilities, are_those_of_a_walk_that_turns_at_its_ends) {
   EXPECT_EQ(run.text(), "");
 }
 
-TEST(move_probabilities, are_0_outside_and_told) {
+TEST(move_probabilities, are_0_outside_and_reported) {
   heard_run run;
   for (const std::int32_t m : {0, 4}) {
     EXPECT_EQ(rplus(run.report, m, 1, 3), 0.0);
@@ -65,7 +65,7 @@ std::vector<named_jump> moved_models() {
 
 class moved_model : public ::testing::TestWithParam<named_jump> {};
 
-// Every legal move of factor k from each of its dimensions; other factors stand at `others`.
+// Every legal move of factor k from each of its dimensions; other factors are at `others`.
 struct wanted_move {
   std::int32_t k, from;
   bool down;
@@ -82,7 +82,7 @@ std::vector<wanted_move> wanted_moves(const jump_case& c) {
   return moves;
 }
 
-// A run that stands behind the scan of a round with this move proposed.
+// A run just after the scan of a round with this move proposed.
 struct proposed_case : jump_case {
   proposed_case(const jump_options& options, const wanted_move& move, bool plain = false)
       : jump_case(options) {
@@ -116,13 +116,13 @@ TEST_P(moved_model, puts_everything_back_byte_by_byte_in_both_directions) {
     const run_state before = state_of(*c.r);
     model_move(records);
     std::vector<std::string> differing = differing_parts(before, state_of(*c.r));
-    std::erase(differing, "E"); // residuals that each scan makes anew
+    std::erase(differing, "E"); // residuals that each scan computes from scratch
     EXPECT_EQ(differing, std::vector<std::string>{}) << "factor " << move.k << " from " << move.from;
     EXPECT_TRUE(std::isfinite(c.r->jump.log_ratio));
   }
 }
 
-TEST_P(moved_model, leaves_nothing_of_a_rejected_move_but_what_is_told) {
+TEST_P(moved_model, leaves_nothing_of_a_rejected_move_but_what_is_reported) {
   const jump_case described(GetParam().options);
   for (const wanted_move& move : wanted_moves(described)) {
     proposed_case c(GetParam().options, move);
@@ -274,7 +274,7 @@ TEST(model_move, cancels_prior_and_proposal_of_the_new_solutions_without_inbreed
     }
 }
 
-TEST(model_move, tells_the_sums_of_squares_in_its_own_words) {
+TEST(model_move, reports_the_sums_of_squares_in_its_own_words) {
   proposed_case c({{{"I", 2, 12}}, 2}, {1, 1, false});
   jump_records records = jump_records_of(*c.r);
   convert_dimension(records);

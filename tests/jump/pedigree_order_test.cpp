@@ -94,8 +94,8 @@ TEST(log_det_relationship, fills_in_where_the_links_are_not_those_of_the_pedigre
   EXPECT_NEAR(found, -std::log(dense_inverse(inverse).determinant), 1e-12);
 }
 
-// Animals 1, 11, 13, the sire of 11 is 1: |A| = 3/4, in whichever order they stand.
-TEST(log_det_relationship, adds_up_an_element_that_stands_in_parts) {
+// Animals 1, 11, 13, the sire of 11 is 1: |A| = 3/4, in whichever order they are.
+TEST(log_det_relationship, adds_up_an_element_that_is_in_parts) {
   heard_run run;
   const dense_matrix inverse(3, {4.0 / 3, -2.0 / 3, 0, -2.0 / 3, 4.0 / 3, 0, 0, 0, 1.0});
   for (const std::int32_t parts : {1, 2, 3})

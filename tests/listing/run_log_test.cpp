@@ -30,7 +30,7 @@ TEST(log_message, without_code_writes_the_start_on_the_log_only) {
   EXPECT_EQ(c.log(), "ZEPH: Starting\n");
 }
 
-TEST(log_message, with_code_0_tells_the_end_on_both_and_returns) {
+TEST(log_message, with_code_0_reports_the_end_on_both_and_returns) {
   message_case c;
   c.send(false, 0);
   c.send(true, 0);

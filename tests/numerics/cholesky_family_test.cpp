@@ -67,7 +67,7 @@ TEST(chol_semi, of_ones_has_rank_one) {
 
 TEST(chol_semi, clears_the_column_of_a_zero_pivot) {
   kept_listing run;
-  mat<double> a = rows({{0, 0, 0}, {3, 4, 0}, {5, 2, 10}}); // column 1 goes, whatever stands in it
+  mat<double> a = rows({{0, 0, 0}, {3, 4, 0}, {5, 2, 10}}); // column 1 goes, whatever is in it
   EXPECT_EQ(chol_semi(run.report, a), 2);
   expect_near(a, rows({{0, 0, 0}, {0, 2, 0}, {0, 1, 3}}), 0.0);
 }

@@ -149,7 +149,7 @@ TEST(draws_ahead, agree_with_single_draws_however_they_are_mixed) {
       }
       break;
     }
-    default: { // save, go on in another source, come back
+    default: { // save, continue in another source, come back
       ranmar_save(s.ahead);
       ASSERT_TRUE(same_state(s.ahead.saved, s.plain));
       marsaglia_source other(s.report);

@@ -155,7 +155,7 @@ TEST(sgamma, skips_the_set_up_of_a_repeated_shape_and_draws_alike) {
     EXPECT_TRUE(equal_states(kept.ranlib, fresh.ranlib));
     EXPECT_EQ(cache.aa, a);
     EXPECT_EQ(cache.aaa, a);
-    const float b = cache.b; // a set-up that is skipped leaves what stands there
+    const float b = cache.b; // a set-up that is skipped leaves what is there
     cache.b = -b;
     cache.s2 = -1.0F;
     for (int i = 0; i < 1000; ++i) sgamma(kept.ranlib, a, cache);

@@ -144,7 +144,7 @@ TEST(sweep, of_all_pivots_in_any_order_leaves_the_inverse) {
 }
 
 // With S swept: inverse of the block of S, residual (co)variances of the others,
-// and coefficients, negated where the swept row stands behind the unswept one.
+// and coefficients, negated where the swept row comes after the unswept one.
 TEST(sweep, of_any_subset_in_any_order_leaves_regression_on_it) {
   const int n = 5;
   const dense x = dominant(n);
@@ -285,7 +285,7 @@ TEST(sweep, compares_the_size_of_a_negative_pivot_with_tol) {
 }
 
 // 1.0E-9 in 32 bits is 9.999999717180685E-10, below the 64-bit number.
-TEST(sweep, tells_a_small_pivot_by_the_32_bit_threshold_and_goes_on) {
+TEST(sweep, reports_a_small_pivot_by_the_32_bit_threshold_and_continues) {
   for (const auto& [d, info] :
        {std::pair{9.9999997e-10, -2}, {-5e-10, -2}, {9.999999717180685e-10, 0}, {9.9999998e-10, 0}}) {
     swept_matrix p({{d, 0}, {0, 1}});
@@ -304,7 +304,7 @@ TEST(sweep, leaves_an_exact_zero_for_a_dependency_of_counts) {
   p.sweep(3);
   EXPECT_EQ(p.info, -1);
   EXPECT_EQ(p.pivot, 0.0);
-  // what stands in rows 1 and 2 is the inverse of their block, [1/42, -1/42; -1/42, 1/6]
+  // rows 1 and 2 hold the inverse of their block, [1/42, -1/42; -1/42, 1/6]
   EXPECT_NEAR(p(1, 1), 1.0 / 42, 1e-16);
   EXPECT_NEAR(p(2, 1), -1.0 / 42, 1e-16);
   EXPECT_NEAR(p(2, 2), 1.0 / 6, 1e-15);

@@ -203,7 +203,7 @@ TEST(saved_state, is_one_record_of_812_bytes_in_little_endian_order) {
   EXPECT_EQ(bytes.substr(804, 12), std::string("\x60\0\0\0\x20\0\0\0\x01\0\0\0", 12)); // 96, 32, true
 }
 
-TEST(saved_state, record_that_is_short_or_missing_is_told) {
+TEST(saved_state, record_that_is_short_or_missing_is_reported) {
   const scratch place;
   both_sources run;
   sequential_writer writer;
@@ -346,7 +346,7 @@ TEST(SETALL, keeps_the_current_generator) {
   EXPECT_EQ(run.ranlib.curntg, 17);
   plain_combined reference{run.ranlib.generators[16].ig1, run.ranlib.generators[16].ig2};
   for (int i = 0; i < 100; ++i) ASSERT_EQ(next_integer(run.ranlib), reference.draw());
-  EXPECT_EQ(run.ranlib.generators[0].cg1, 5); // the others stand still
+  EXPECT_EQ(run.ranlib.generators[0].cg1, 5); // the others stay as they are
 }
 
 TEST(SETALL, stops_at_a_seed_that_cannot_be_multiplied) {

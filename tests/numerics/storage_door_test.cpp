@@ -44,7 +44,7 @@ TEST(allocation_failure, has_a_row_for_a_message_and_appends_to_an_existing_log)
   EXPECT_NE(log.find("41\n Error messaged               : no room\n Called in"), std::string::npos);
 }
 
-TEST(allocation_failure, is_told_though_the_log_can_not_be_written) {
+TEST(allocation_failure, is_reported_though_the_log_can_not_be_written) {
   scratch_directory directory;
   std::filesystem::create_directory(directory / "ZEPH.log");
   const std::string text = expect_stop(

@@ -99,8 +99,8 @@ TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
       << place.read("said");
 }
 
-TEST_F(command_line, a_file_that_cannot_be_written_is_told_with_the_reason) {
-  std::filesystem::create_directories(place / "work/RCDATA_R"); // a folder where a file should stand
+TEST_F(command_line, a_file_that_cannot_be_written_is_reported_with_the_reason) {
+  std::filesystem::create_directories(place / "work/RCDATA_R"); // a folder where a file should be
   EXPECT_EQ(run("model.toml --into work"), 2);
   EXPECT_TRUE(said("zeph-prepare: can't write work/RCDATA_R: Is a directory\n"
                    "nothing was written to work\n"))

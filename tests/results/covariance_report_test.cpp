@@ -112,7 +112,7 @@ TEST(covariance_report, gparout_has_mean_deviation_and_model_vector) {
 TEST(covariance_report, PAROUT_has_means_and_codes_of_groups) {
   matrices c;
   c.run();
-  // 3I3, G25.15 for factors; 2X, I8 behind it for residual groups
+  // 3I3, G25.15 for factors; 2X, I8 after it for residual groups
   EXPECT_EQ(c.content("PAROUT"), "  1  1  1     1.50000000000000    \n"
                                  "  1  2  1   -0.250000000000000    \n"
                                  "  1  2  2     4.00000000000000    \n"

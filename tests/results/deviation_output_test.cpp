@@ -220,7 +220,7 @@ TEST(report_deviations, lists_250_rows) {
   EXPECT_EQ(text.find("\n         1126    1"), std::string::npos);
 }
 
-TEST(report_deviations, counts_its_lines_and_turns_the_page_behind_line_68) {
+TEST(report_deviations, counts_its_lines_and_turns_the_page_after_line_68) {
   deviation_run c(3, 2, true);
   c.report.nlines = 68;
   EXPECT_EQ(c.reported().substr(0, 2), "\n ");

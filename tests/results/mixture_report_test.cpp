@@ -127,7 +127,7 @@ TEST(WR_MIXZ, writes_a_row_per_record_of_the_data) {
   EXPECT_NE(text.find(c.field("-0.25", 16) + "\n"), std::string::npos) << text;
 }
 
-TEST(WR_MIXZ, makes_its_files_anew_for_the_next_model_of_the_run) {
+TEST(WR_MIXZ, makes_its_files_again_for_the_next_model_of_the_run) {
   mixture_end c;
   EXPECT_EQ(WR_MIXZ(c.m, c.design, c.mixtures, c.frame.asked, c.frame.counts, 1, 30, c.report), 0);
   c.mixtures.MIXZ_COUNT(1, 1) = 0;
@@ -185,7 +185,7 @@ TEST(memberships, of_the_last_round_are_written_also_when_their_shares_are_not) 
       1);
   EXPECT_EQ(c.content("mixz_prob"), "old");
   EXPECT_EQ(c.content("mixz_last").find(c.field("701", 11)), 0U);
-  EXPECT_EQ(c.said(), ""); // the caller tells it when the state is saved
+  EXPECT_EQ(c.said(), ""); // the caller reports it when the state is saved
 }
 
 TEST(memberships, name_the_first_file_that_failed) {

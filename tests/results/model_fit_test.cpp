@@ -156,7 +156,7 @@ TEST(model_fit, no_samples_are_printed_as_the_arithmetic_gives) {
                               "                      0.0                      NaN\n");
 }
 
-TEST(model_fit, lpm_gains_a_row_for_each_model_and_py_starts_anew) {
+TEST(model_fit, lpm_gains_a_row_for_each_model_and_py_starts_again) {
   fit_case c;
   c.open();
   c.rows({2.0, 2.0});

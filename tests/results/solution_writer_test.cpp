@@ -154,7 +154,7 @@ TEST(solution_writer, option_4_writes_roots_and_zero_for_restricted_equations) {
       1);
 }
 
-TEST(solution_writer, units_0_2_and_5_write_the_second_vector_as_it_stands) {
+TEST(solution_writer, units_0_2_and_5_write_the_second_vector_as_it_is) {
   for (const std::int32_t unit : {0, 2, 5}) {
     dairy c;
     c.second(1) = -2.0;

@@ -56,7 +56,7 @@ dense_description dense_of(const small_herd& herd, const std::string& data, cons
 }
 
 // The largest difference of the found solutions to those of the equations with the found covariable. The
-// covariable stands there in 32 bits.
+// covariable is there in 32 bits.
 double error_of(const small_herd& herd, const std::string& toml, const fixed_term& covariable,
                 const std::string& column, const std::string& prefix, const std::vector<std::string>& levels,
                 bool standardize, const std::string& times, double covariance) {

@@ -95,7 +95,7 @@ inline ended_process run_program(const judged_program& program, const std::strin
   return out;
 }
 
-// A listing that says what ended the run; a normal one tells standard errors.
+// A listing that says what ended the run; a normal one has standard errors.
 inline bool tells_why(std::string listing) {
   for (const std::string normal : {"Standard Error", "standard error"})
     for (std::size_t at = 0; (at = listing.find(normal, at)) != std::string::npos;)

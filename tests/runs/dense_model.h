@@ -1,6 +1,6 @@
 // The mixed-model equations of a described model, as one dense matrix.
 //
-// The test tells the model in the records below; every record of the CSV gives
+// The test states the model in the records below; every record of the CSV gives
 // W' R^-1 W and W' R^-1 y, W being its rows of (X, Z) over the observed traits
 // and R^-1 the inverse of the observed part of R, its covariances divided by
 // the roots of both weights. Each factor adds K^-1 (x) G^-1. All class levels

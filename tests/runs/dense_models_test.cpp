@@ -1,4 +1,4 @@
-// Analysis type 0 against dense mixed-model equations: each test tells one
+// Analysis type 0 against dense mixed-model equations: each test states one
 // model twice, as a description for zeph-prepare and as records for the dense
 // solve, and every solution agrees to 1e-6 of the largest one.
 #include "runs/dense_solution.h"
@@ -636,7 +636,7 @@ start = 9.0
 }
 
 // Two animals of equal genotype make the matrix singular; with the word blend
-// 0.9 K + 0.1 I stands in for it.
+// 0.9 K + 0.1 I takes its place.
 TEST_F(dense_models, singular_relationship_blended_with_the_identity) {
   named_matrix k = tabular_relationship(pedigree());
   for (std::int64_t j = 1; j <= k.cells.n; ++j) k.cells(40, j) = k.cells(j, 40) = k.cells(39, j);

@@ -19,7 +19,7 @@ struct field_model {
 };
 
 // Elements of A below the diagonal, row by row, by the tabular method: the
-// animals of this set stand behind their parents and are numbered 1, 2, ..
+// animals of this set come after their parents and are numbered 1, 2, ..
 std::vector<double> mendelian_variances(const csv_table& pedigree) {
   const std::size_t n = pedigree.size();
   std::vector<double> a(n * (n + 1) / 2), variance(n);

@@ -1,5 +1,5 @@
 // The examples of latent traits, and the published threshold models, as short
-// chains; long ones stand in tests/slow.
+// chains; long ones are in tests/slow.
 #include "runs/latent_examples.h"
 #include "runs/textbook_chains.h"
 

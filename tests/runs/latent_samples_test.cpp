@@ -101,7 +101,7 @@ TEST(mixtures, have_no_samples_in_the_solver) {
   for (const auto& row : tau) EXPECT_EQ(row, (std::vector<double>{1.0, 0.0}));
 }
 
-// What stands in the column of a missing value has no effect: record 2 of a subject
+// What is in the column of a missing value has no effect: record 2 of a subject
 // without an event misses its status.
 TEST(cure_sequences, take_no_event_from_the_column_of_a_missing_status) {
   std::string files[2];

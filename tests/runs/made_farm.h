@@ -64,7 +64,7 @@ private:
   }
 
   // Sires are odd and dams even; parents are taken from the ten animals before,
-  // so that sibs mate. Progeny may stand before their parents in the file.
+  // so that sibs mate. Progeny may come before their parents in the file.
   void make_pedigree() {
     sire.assign(animals + 1, 0);
     dam.assign(animals + 1, 0);

@@ -267,7 +267,7 @@ TEST(membership_files, of_a_former_run_are_found_before_the_first_round) {
   }
 }
 
-// The number behind a label of the listing; -1 without it.
+// The number after a label of the listing; -1 without it.
 int number_behind(const std::string& listing, const std::string& label) {
   const std::size_t at = listing.find(label);
   return at == std::string::npos ? -1 : std::atoi(listing.c_str() + at + label.size());
@@ -275,7 +275,7 @@ int number_behind(const std::string& listing, const std::string& label) {
 
 // Components that lie one upon the other: now and then the distance is drawn again. (Such a chain ends
 // when one of them is left empty; this one lives for 200 rounds.)
-TEST(a_chain_with_a_mixture, tells_how_often_distances_were_drawn_again_in_either_loop) {
+TEST(a_chain_with_a_mixture, reports_how_often_distances_were_drawn_again_in_either_loop) {
   mixture_case c;
   for (std::size_t i = 0; i < c.reals.size(); ++i)
     c.reals[i] = {0.25F * static_cast<float>(i % 5), static_cast<float>(i % 2)};

@@ -1,6 +1,6 @@
 // From a model description to solutions with names: zeph-prepare makes the
 // work directory, the program solves in it, and the files that zeph-prepare
-// leaves beside (names.json, codes_*.csv) tell which equation is what.
+// leaves beside (names.json, codes_*.csv) say which equation is what.
 //
 // Names: class|trait|effect|level, regression|trait|name|level (the level is
 // empty for a plain regression), factor|name|row|level.

@@ -10,7 +10,7 @@
 // those of the round before, so they are not drawn jointly: each has its own
 // posterior, but what hangs on both is off by a little. Here, with half of the
 // values missing, a chain of ten times this length finds the SD of b 1.3 % too
-// small and those of the means 0.5 % off; this one is too short to tell.
+// small and those of the means 0.5 % off; this one is too short to show it.
 #include "runs/small_herd.h"
 
 namespace {

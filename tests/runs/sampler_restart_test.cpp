@@ -1,4 +1,4 @@
-// Chains that are told by their seeds: equal seeds give equal files, a chain in
+// Chains that are determined by their seeds: equal seeds give equal files, a chain in
 // two parts equals the whole one, and a killed run keeps whole samples.
 #include "runs/small_herd.h"
 
@@ -52,7 +52,7 @@ void hand_over(const small_herd& from, const small_herd& to) {
   std::filesystem::copy_file(from.work() + "gparlast", to.work() + "r_parm");
 }
 
-// A run that goes on where the first one ended.
+// A run that continues where the first one ended.
 whole_run continued(const small_herd& first, const small_herd& second, const std::string& toml) {
   second.prepare(toml);
   hand_over(first, second);
@@ -106,7 +106,7 @@ TEST(a_chain_in_two_parts, equals_the_whole_one_in_every_byte_of_its_samples) {
 }
 
 // After STOP in round n the stored round is n - 1: the number n is used again.
-TEST(a_chain_that_was_stopped, goes_on_with_the_same_values_and_repeats_one_round_number) {
+TEST(a_chain_that_was_stopped, continues_with_the_same_values_and_repeats_one_round_number) {
   const small_herd whole, first, second;
   whole.run(chain(0, 11, 1, two_traits));
   first.prepare(chain(0, 100, 1, two_traits));
@@ -128,7 +128,7 @@ TEST(a_chain_that_was_stopped, goes_on_with_the_same_values_and_repeats_one_roun
   EXPECT_EQ(rows, 11U * 12);
 }
 
-TEST(a_chain_with_missing_traits, goes_on_from_imputed_values_that_are_drawn_anew) {
+TEST(a_chain_with_missing_traits, continues_from_imputed_values_that_are_drawn_again) {
   const std::string tables = with_missing(two_traits);
   const small_herd whole, first, second, again;
   whole.run(chain(20, 200, 2, tables));
@@ -152,7 +152,7 @@ TEST(a_chain_with_other_seeds, starts_a_new_sequence_of_matrix_draws) {
   const whole_run run = continued(first, other, chain(20, 10, 1, two_traits, "[11, 13]"));
   EXPECT_TRUE(run.says("Restart will start a new random sequence"));
   EXPECT_NE(file_of(same, "gib.samples"), file_of(other, "gib.samples"));
-  // the source of the solutions goes on all the same: the first sample of solutions is equal
+  // the source of the solutions continues all the same: the first sample of solutions is equal
   EXPECT_EQ(framed_records(same.work() + "sol.samples").at(1),
             framed_records(other.work() + "sol.samples").at(1));
 }

@@ -1,4 +1,4 @@
-// The published examples: where they stand, how their answers are found among
+// The published examples: where they are, how their answers are found among
 // named solutions, and how close both are.
 #pragma once
 
@@ -29,7 +29,7 @@ struct fixed_column {
 
 struct textbook_example {
   std::string set;
-  std::string toml;                       // tables behind [data] and [run]
+  std::string toml;                       // tables after [data] and [run]
   std::map<std::string, std::string> key; // quantity or "quantity:level" -> solution, with {t} and {l}
   // Not unique: only the sum over these columns is compared, per record and trait.
   std::vector<fixed_column> fixed = {};

@@ -1,5 +1,5 @@
 // Published examples, from their CSV files through zeph-prepare and the solver.
-// Every answer agrees with the dense solution of full precision that stands
+// Every answer agrees with the dense solution of full precision that is
 // beside the published digits (README of tests/data/textbook); the variances
 // are those of the source.
 #include "runs/dense_relationships.h"
@@ -97,7 +97,7 @@ start = 55
 }
 
 // Sexes and groups share one mean, so that sums of a sex and an animal, and
-// differences of animals and groups, are what the data tell.
+// differences of animals and groups, are what the data determine.
 TEST_F(textbook, example_4_4_phantom_groups) {
   const textbook_example e{"mrode_4_4_groups",
                            R"toml([trait.wwg]

@@ -90,7 +90,7 @@ inline bodies_apart compare_bodies(const scratch_directory& prepared, const std:
     zeph::sampler_store &p = plain.r.sampler, &q = fast.r.sampler;
     const zeph::equation_layout& layout = plain.r.layout;
     for (std::int32_t g = 1; g <= layout.ngroups && round == 1; ++g) {
-      if (plain.r.design.covariates.feeds(g)) continue; // the second stage has filled them anew
+      if (plain.r.design.covariates.feeds(g)) continue; // the second stage has filled them again
       const std::int64_t base = layout.group(g).base, n = layout.NGR(g, 1) * layout.group(g).stride;
       out.rhs = std::max(out.rhs, share_apart(p.RHS.data() + base, q.RHS.data() + base, n));
     }

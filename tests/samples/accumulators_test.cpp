@@ -52,7 +52,7 @@ TEST(accumulators, rows_left_out_by_a_smaller_model_count_as_zero) {
   }
 }
 
-TEST(accumulators, what_stands_in_a_row_left_out_is_not_read) {
+TEST(accumulators, what_is_in_a_row_left_out_is_not_read) {
   sums c;
   c.layout = dairy_layout(0);
   c.store.sol.fill(1.0);
@@ -114,7 +114,7 @@ TEST(accumulators, hand_over_keeps_means_and_clears_sums) {
   EXPECT_EQ(c.frame.counts.nsamples, 0.0);
   EXPECT_EQ(c.store.sols(16), 4.0);
   EXPECT_EQ(c.store.pars(3, 3), 2.5);
-  EXPECT_EQ(c.store.sol(1), 4.0); // the chain's state goes on
+  EXPECT_EQ(c.store.sol(1), 4.0); // the chain's state stays
   for (const double x : c.store.solpostmean) EXPECT_EQ(x, 0.0);
   for (const double x : c.store.pev) EXPECT_EQ(x, 0.0);
   for (mat<double>* y : {&c.store.PARPOSTMEAN, &c.store.PARVAR, &c.store.dic_ressum, &c.store.dic_rrsum})

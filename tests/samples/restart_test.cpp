@@ -298,7 +298,7 @@ TEST(r_parm, coefficients_come_back_into_their_entries_and_no_other) {
   EXPECT_EQ(c.m.residual().HETG_N_OBS(2), 2);
 }
 
-TEST(r_parm, with_equal_seeds_both_sources_go_on_where_they_stopped) {
+TEST(r_parm, with_equal_seeds_both_sources_continue_where_they_stopped) {
   chain_state first;
   first.fill_state();
   first.write();
@@ -311,7 +311,7 @@ TEST(r_parm, with_equal_seeds_both_sources_go_on_where_they_stopped) {
   }
 }
 
-TEST(r_parm, with_other_seeds_only_the_combined_source_starts_anew) {
+TEST(r_parm, with_other_seeds_only_the_combined_source_starts_again) {
   chain_state first;
   first.fill_state();
   first.write();
@@ -399,7 +399,7 @@ TEST(r_parm, second_part_that_ends_too_early_is_illegal_input) {
     }
 }
 
-TEST(r_parm, longer_records_and_records_behind_the_last_are_passed_over) {
+TEST(r_parm, longer_records_and_records_after_the_last_are_passed_over) {
   std::vector<std::string> records = records_of(state_file());
   for (std::string& record : records) record = framed(record.substr(4, record.size() - 8) + "more");
   chain_state c;
@@ -684,7 +684,7 @@ TEST(restart, of_complete_gaussian_data_continues_as_if_never_stopped) {
   ASSERT_EQ(parts.go(chain_of(10)), 0) << parts.text(); // no burn-in: rounds 21 to 30
   for (std::size_t i = 0; i < 3; ++i) {
     std::string second = parts.directory.read(files[i]);
-    if (files[i] == "sol.samples") second.erase(0, 12); // neq stands first in both files
+    if (files[i] == "sol.samples") second.erase(0, 12); // neq comes first in both files
     EXPECT_FALSE(second.empty());
     EXPECT_EQ(first[i] + second, whole.directory.read(files[i])) << files[i];
   }
@@ -703,7 +703,7 @@ TEST(restart, with_other_seeds_leaves_the_sequence_of_the_first_part) {
   EXPECT_NE(first + parts.directory.read("gib.samples"), whole.directory.read("gib.samples"));
 }
 
-TEST(restart, after_STOP_goes_on_with_the_values_and_repeats_one_round_number) {
+TEST(restart, after_STOP_continues_with_the_values_and_repeats_one_round_number) {
   const auto rounds = [](std::int32_t n) {
     return "3 0\n12 34\n0 " + std::to_string(n) + " 1\n1 20\n2 20\n";
   };

@@ -88,7 +88,7 @@ TEST(sample_files, opening_empties_files_of_an_earlier_run) {
 
 TEST(sample_files, py_row_holds_round_model_vector_and_likelihood_and_is_flushed) {
   sampling c;
-  c.frame.state.ntr = {2, 1, 2, 0, 0}; // entries behind the residual are not written
+  c.frame.state.ntr = {2, 1, 2, 0, 0}; // entries after the residual are not written
   c.open();
   write_py(c.files, c.frame.state, 12.5, c.report);
   const std::string row = "          40           2           1           2                     12.5\n";

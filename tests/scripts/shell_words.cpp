@@ -80,7 +80,7 @@ struct script_reader {
       word(); // the file
     }
   }
-  // A word with its quoted parts; those and expansions stand in it as '$'.
+  // A word with its quoted parts; those and expansions are in it as '$'.
   std::string word() {
     std::string out;
     while (more() && std::string_view(" \t\n;|&()<>`").find(next()) == std::string_view::npos) {

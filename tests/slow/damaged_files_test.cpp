@@ -8,7 +8,7 @@ namespace {
 using namespace zeph_test;
 
 // A row for docs/validation.md into the file that ZEPH_FIGURES names, else to the screen.
-void tell(const std::string& kind, const std::string& damage, const damaged_directory& d) {
+void print(const std::string& kind, const std::string& damage, const damaged_directory& d) {
   std::string codes;
   for (const auto& [code, n] : d.exit_codes)
     codes += (codes.empty() ? "" : ", ") + std::to_string(code) + ": " + std::to_string(n);
@@ -25,7 +25,7 @@ void tell(const std::string& kind, const std::string& damage, const damaged_dire
     std::ofstream(file, std::ios::app) << row;
 }
 
-// Chains that leave a state from which they go on: the solver leaves none, and ordered traits can't be
+// Chains that leave a state from which they continue: the solver leaves none, and ordered traits can't be
 // continued.
 std::vector<std::string> continued_kinds() {
   std::vector<std::string> kinds = damaged_kinds();
@@ -38,7 +38,7 @@ class much_damaged_files : public ::testing::TestWithParam<std::string> {};
 TEST_P(much_damaged_files, end_the_run_with_a_message_and_never_by_a_signal) {
   damaged_directory d(prepared_directory(GetParam()));
   d.damage(1000, 500);
-  tell(GetParam(), "cut and changed", d);
+  print(GetParam(), "cut and changed", d);
 }
 
 // Counts near the largest number, products beyond 64 bits, gigabytes asked for.
@@ -46,7 +46,7 @@ TEST_P(much_damaged_files, with_absurd_numbers_end_with_a_message) {
   damaged_directory d(prepared_directory(GetParam()));
   for (const std::int32_t value : {2147483647, 1000000000, 30000000, -1, 0})
     d.put_in_each_number("MODINF", value, 1);
-  tell(GetParam(), "absurd numbers", d);
+  print(GetParam(), "absurd numbers", d);
 }
 
 // The state of the part before, and the records to predict.
@@ -67,7 +67,7 @@ TEST_P(much_damaged_states, end_the_run_with_a_message) {
   ASSERT_EQ(run_program({}, trial.path()).exit_code, 0);
   damaged_directory d(next.path());
   d.damage({"oldsol", "r_parm", "ytopredict"}, 1000, 500);
-  tell(GetParam(), "a chain that goes on", d);
+  print(GetParam(), "a continued chain", d);
 }
 
 INSTANTIATE_TEST_SUITE_P(runs, much_damaged_files, ::testing::ValuesIn(damaged_kinds()),

@@ -1,4 +1,4 @@
-// Small data sets of each kind of trait from known parameters, and chains over them. Records stand in groups
+// Small data sets of each kind of trait from known parameters, and chains over them. Records are in groups
 // (sires, herds) with a random effect each, and have a class k of levels a and b.
 #pragma once
 

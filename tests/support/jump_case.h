@@ -59,7 +59,7 @@ inline std::vector<std::array<std::int32_t, 2>> made_pedigree(std::int32_t anima
   return parents;
 }
 
-// Tabular method; parents stand before progeny.
+// Tabular method; parents come before progeny.
 inline dense_matrix relationship_of(const std::vector<std::array<std::int32_t, 2>>& parents) {
   const auto n = static_cast<std::int64_t>(parents.size());
   dense_matrix A(n);

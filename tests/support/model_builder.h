@@ -3,7 +3,7 @@
 // numbers them; and the data files that go with them.
 //
 // Layout: plain regressions 1.., nested regressions, class effects (effect
-// outer, trait inner), then the factors. Observations stand in reals 1..nt. The
+// outer, trait inner), then the factors. Observations are reals 1..nt. The
 // last three integers are mask, pattern, position; the pattern number of a
 // mask is the mask itself. All matrices are the identity unless given.
 #pragma once
@@ -163,7 +163,7 @@ inline void fill_factor(const described_factor& d, structure_record& f) {
   identity(f.GIF, d.order);
 }
 
-// Inverse of the rows and columns of R that stand in the mask, zeros elsewhere;
+// Inverse of the rows and columns of R that are in the mask, zeros elsewhere;
 // Gauss-Jordan without pivoting, for positive definite R.
 inline mat<double> observed_inverse(const mat<double>& R, std::int32_t mask, std::int32_t nt) {
   mat<double> x;

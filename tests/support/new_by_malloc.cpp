@@ -1,6 +1,6 @@
 // operator new by malloc, for builds with the address sanitizer: its own operator
 // ends the process where there is no storage, this one throws as the language
-// tells. Sizes that a file asks for and no machine has are then refused with a
+// says. Sizes that a file asks for and no machine has are then refused with a
 // message, as in the product.
 #include <cstdlib>
 #include <new>

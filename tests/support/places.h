@@ -1,4 +1,4 @@
-// Where the sources and the build stand. Known to one object file, so that all
+// Where the sources and the build are. Known to one object file, so that all
 // others compile to the same wherever the tree is.
 #pragma once
 

@@ -67,7 +67,7 @@ struct run_case {
     directory.write("dir", directives);
   }
 
-  // A run over the directory as it stands; its listing.
+  // A run over the directory as it is; its listing.
   int go() {
     listing.str("");
     run r(listing, directory.path());

@@ -79,7 +79,7 @@ inline run_state state_of(zeph::run& r) {
   return state;
 }
 
-// Puts the state into another run; the gamma draws' set-up goes on with what belongs to their shape.
+// Puts the state into another run; the gamma draws' set-up stays that of their shape.
 inline void put_state(zeph::run& r, const run_state& state) {
   for_each_part(r, [&](const std::string& name, void* data, std::size_t bytes) {
     const std::string& from = state.at(name);

@@ -1,5 +1,5 @@
 // A small model twice: the bytes of its MODINF, put together by hand from the
-// table of docs/files.md, and the records that these bytes stand for. Neither
+// table of docs/files.md, and the records that these bytes encode. Neither
 // uses the list of items that the reader and the writer walk.
 //
 // One trait with one class effect, a plain and a nested regression; one random

@@ -1,4 +1,4 @@
-// What zeph-watch tells of directories, those of chains that run among them made by hand.
+// What zeph-watch reports of directories; those of running chains are made by hand.
 #include "watch/watch_lines.h"
 #include "watch/watch_loop.h"
 
@@ -112,7 +112,7 @@ TEST(a_continued_chain, is_shown_with_the_rounds_of_the_whole_chain) {
   EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 401 of 1100");
 }
 
-TEST(no_sign_of_life, is_told_after_a_minute_without_a_new_round) {
+TEST(no_sign_of_life, is_reported_after_a_minute_without_a_new_round) {
   const study_of_two t;
   std::vector<watched_chain> all = t.chains();
   t.put(1, 1, "status", status(140, 1100));
@@ -124,7 +124,7 @@ TEST(no_sign_of_life, is_told_after_a_minute_without_a_new_round) {
   EXPECT_EQ(look(all[0], 20000).find("no sign"), std::string::npos);
 }
 
-TEST(no_sign_of_life, is_told_at_the_first_look_by_the_age_of_the_file) {
+TEST(no_sign_of_life, is_reported_at_the_first_look_by_the_age_of_the_file) {
   const study_of_two t;
   std::vector<watched_chain> all = t.chains();
   t.put(1, 1, "status", status(140, 1100));
@@ -133,7 +133,7 @@ TEST(no_sign_of_life, is_told_at_the_first_look_by_the_age_of_the_file) {
   EXPECT_EQ(look(all[0], 10000), "chain 1  sampling  round 140 of 1100  no sign of life for 10 min");
 }
 
-TEST(ends, are_told_by_their_kind) {
+TEST(ends, are_reported_by_their_kind) {
   const study_of_two t;
   std::vector<watched_chain> all = t.chains();
   t.put(1, 1, "status", status(140, 1100));
@@ -160,7 +160,7 @@ TEST(mixture_proportions, are_those_of_the_last_whole_row_with_the_names_of_thei
   all = t.chains();
   EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 140 of 1100  pi[infected] 0.125  pi[sick] 0.500");
   t.place.write("work/names.json",
-                R"({"traits": [{"name": "y"}, {"name": "z"}, {"name": "x"}]})"); // tells of none
+                R"({"traits": [{"name": "y"}, {"name": "z"}, {"name": "x"}]})"); // names none
   all = t.chains();
   EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 140 of 1100  pi[1] 0.500  pi[2] 0.125  pi[3] 0.500");
 }
@@ -194,7 +194,7 @@ TEST(a_directory_of_one_run, is_watched_by_its_status_alone) {
   EXPECT_EQ(all[0].look.now, life::ended);
 }
 
-TEST(a_damaged_study, is_told) {
+TEST(a_damaged_study, is_reported) {
   const study_of_two t;
   t.place.write("chains.toml", "version = 3\n");
   std::vector<watched_chain> all;

@@ -208,9 +208,24 @@ void check_matrix(const model_description& d, message_log& log, const matrix_val
                          smallest_eigenvalue(m)));
 }
 
-void warn_of_flat_prior(const model_description& d, message_log& log, const stated<std::int32_t>& prior_df,
+// A prior of order q is proper from q + 2 degrees of freedom on; the files hold a whole number. order 0: not
+// known.
+void refuse_fraction(const model_description& d, message_log& log, const prior_degrees& prior_df, int order,
+                     const std::string& title) {
+  if (prior_df.fraction == 0.0) return;
+  const bool small = order > 0 && prior_df.value < order + 2;
+  const std::string nearest =
+      small ? fmt::format("with order {} the nearest are 0 (flat) and {}", order, order + 2)
+            : fmt::format("the nearest are {} and {}", prior_df.value, prior_df.value + 1);
+  message& m = error_at(d, log, prior_df.at,
+                        fmt::format("{} prior_df = {}: the item is a whole number; {}", title,
+                                    prior_df.value + prior_df.fraction, nearest));
+  if (order == 0) m.hint = "0 is flat, and so is all up to the order of the matrix + 1";
+}
+
+void warn_of_flat_prior(const model_description& d, message_log& log, const prior_degrees& prior_df,
                         int order, const std::string& title) {
-  if (order < 1 || prior_df.value < 1 || prior_df.value > order + 1) return;
+  if (prior_df.fraction > 0.0 || order < 1 || prior_df.value < 1 || prior_df.value > order + 1) return;
   warning_at(d, log, prior_df.at,
              fmt::format("{} prior_df = {} with order {} is taken as flat; give {} or more, or 0", title,
                          prior_df.value, order, order + 2));
@@ -226,6 +241,7 @@ void check_factor_matrices(const model_description& d, message_log& log, bool fo
     const std::string title = fmt::format("[factor.{}]", f.name);
     const int order = formulas_are_good ? static_cast<int>(f.rows.size()) : 0;
     check_matrix(d, log, f.start, title + " start", order, names_of(f.rows));
+    refuse_fraction(d, log, f.prior_df, order, title);
     if (!compares_rows(d, f)) warn_of_flat_prior(d, log, f.prior_df, order, title);
   }
 }
@@ -236,6 +252,7 @@ void check_residual(const model_description& d, message_log& log) {
   const std::vector<std::string> names = names_of(d.traits);
   check_matrix(d, log, r.start, "[residual] start", nt, names);
   check_residual_start(d, log, r.start, "[residual] start");
+  refuse_fraction(d, log, r.prior_df, nt, "[residual]");
   warn_of_flat_prior(d, log, r.prior_df, nt, "[residual]");
   for (const group_start& g : r.start_by_group) {
     const std::string what = fmt::format("[residual] start_by_group {}", g.code);
@@ -316,7 +333,9 @@ bool has_groups(const factor_section& f) {
 // Flat priors of matrices of different order have no common constant.
 void warn_of_compared_rows(const model_description& d, message_log& log, const factor_section& f) {
   const std::size_t rows = f.rows.size();
-  if (!compares_rows(d, f) || f.prior_df.value > static_cast<std::int32_t>(rows) + 1) return;
+  if (!compares_rows(d, f) || f.prior_df.fraction > 0.0 ||
+      f.prior_df.value > static_cast<std::int32_t>(rows) + 1)
+    return;
   warning_at(
       d, log, f.prior_df.given ? f.prior_df.at : d.run.analysis.at,
       fmt::format("analysis \"{}\" compares numbers of rows, and [factor.{}] has {} rows and a flat prior "

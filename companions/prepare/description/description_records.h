@@ -24,6 +24,12 @@ template <typename T> struct stated {
 
 using text_value = stated<std::string>;
 
+// Degrees of freedom of a prior. A number with a fraction is an error, reported when the order of the matrix
+// is known; `value` is then that without the fraction.
+struct prior_degrees : stated<std::int32_t> {
+  double fraction = 0.0; // 0 to below 1
+};
+
 // A square matrix given as rows, full and symmetric after reading; element (i,j), 0-based, is value[i * order
 // + j]. order 0: not given.
 struct matrix_value {
@@ -100,7 +106,7 @@ struct factor_section {
   pedigree_source pedigree; // kind pedigree
   matrix_source matrix;     // kinds inverse, relationship, correlation, dominance
   matrix_value start;
-  stated<std::int32_t> prior_df;
+  prior_degrees prior_df;
   std::vector<text_value> order;
   stated<deviation_kind> deviations;
   stated<std::int32_t> deviations_every, deviations_above; // rounds between files of PTD (0: none), progeny
@@ -177,7 +183,7 @@ struct trait_pair {
 struct residual_section {
   text_place at;
   matrix_value start;
-  stated<std::int32_t> prior_df;
+  prior_degrees prior_df;
   std::vector<trait_pair> zero; // covariances held at zero, stated or for the kinds' sake
   std::vector<trait_pair>
       apart; // covariances that are zero in every draw: two traits of unit variance, one of which

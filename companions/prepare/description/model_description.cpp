@@ -255,22 +255,16 @@ matrix_value read_start(const table_view& t) {
   return node == nullptr ? matrix_value{} : matrix_of(t, *node, t.title + " start");
 }
 
-// Degrees of freedom of a prior, which the files hold as a whole number.
-stated<std::int32_t> read_degrees(const table_view& t) {
+prior_degrees read_degrees(const table_view& t) {
   const toml::node* node = find(t, "prior_df");
-  if (node == nullptr || !node->is_floating_point()) return read_whole(t, "prior_df", 0, 0);
+  if (node == nullptr || !node->is_floating_point()) return {read_whole(t, "prior_df", 0, 0)};
   const double df = node->as_floating_point()->get();
   if (!(df >= 0.0 && df < std::numeric_limits<std::int32_t>::max())) {
     error_in(t, place_of(*node), t.title + " prior_df must be a whole number from 0 on");
     return {};
   }
-  const auto below = static_cast<std::int32_t>(df);
-  if (df == below) return {below, place_of(*node), true};
-  error_in(t, place_of(*node),
-           fmt::format("{} prior_df = {}: the files hold a whole number, the nearest are {} and {}", t.title,
-                       df, below, below + 1))
-      .hint = "0 is flat, and so is all up to the order of the matrix + 1";
-  return {};
+  const auto whole = static_cast<std::int32_t>(df);
+  return {{whole, place_of(*node), true}, df - whole};
 }
 
 // Opens the tables [section.NAME] one after the other, in the order of the file.

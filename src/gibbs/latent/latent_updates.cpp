@@ -1,9 +1,8 @@
 #include "gibbs/latent/latent_updates.h"
 
 #include "gibbs/latent/cure_sequences.h"
-#include "gibbs/latent/latent_sweep.h"
-#include "gibbs/latent/liability_draws.h"
-#include "gibbs/latent/mixture_updates.h"
+#include "gibbs/scan/scan_records.h"
+#include "samples/sample_files.h"
 
 #include <algorithm>
 

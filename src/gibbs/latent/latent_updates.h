@@ -1,11 +1,18 @@
-// The latent variables of a round, after the (co)variance matrices.
+// The latent variables of a round, after the (co)variance matrices: the door of this wing. With the
+// headers that it includes it declares all that the scan and the start of a run use of it: the pass over
+// the latent values, the work records of its units, and the proportions at the start.
 #pragma once
 
-#include "gibbs/scan/scan_records.h"
+#include "gibbs/latent/latent_sweep.h"
+#include "gibbs/latent/liability_draws.h"
+#include "gibbs/latent/mixing_proportions.h"
+#include "gibbs/latent/mixture_updates.h"
 #include "input/run_records.h"
-#include "samples/sample_files.h"
 
 namespace zeph {
+
+struct sample_files;
+struct scan_records;
 
 // True when a round of the run replaces latent values.
 bool has_latent_traits(const model_records& m, const directives& asked);

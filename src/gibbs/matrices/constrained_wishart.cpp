@@ -36,7 +36,7 @@ void invert(reporting& report, const mat<double>& x, mat<double>& inverse) {
 // T1 and T2 of the free traits: A_ll^-1 are the sums of squares of lc less their
 // regression on the constrained traits.
 void draw_free(reporting& report, random_sources& sources, constrained_work& w, const positions& C,
-               std::int32_t df, matrix_draw_work& matrix_work) {
+               std::int64_t df, matrix_draw_work& matrix_work) {
   const positions& lc = w.lists.lc;
   const std::int32_t l = size_of(lc), c = size_of(C);
   // A_ll^-1 = S_ll - S_lC S_CC^-1 S_Cl, A = S^-1: T1 is inverse Wishart with it
@@ -87,7 +87,7 @@ void start_correlations(constrained_work& w, const double* R, std::int64_t nt) {
 
 // One step: Z inverse Wishart gives P' = D^-1 Z D^-1, D^2 its diagonal. With
 // x_i^2 S_ii chi-square on nu the powers of |P| and D cancel in the ratio.
-void step_correlations(reporting& report, random_sources& sources, constrained_work& w, std::int32_t nu,
+void step_correlations(reporting& report, random_sources& sources, constrained_work& w, std::int64_t nu,
                        vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const positions& cc = w.lists.cc;
   const std::int32_t k = size_of(cc);
@@ -112,7 +112,7 @@ void step_correlations(reporting& report, random_sources& sources, constrained_w
 // P of the cc block: one trait has correlation 1; from two on, five steps of a Metropolis chain from the
 // current correlations, whose stationary distribution is the full conditional.
 void draw_correlations(reporting& report, random_sources& sources, constrained_work& w, const double* R,
-                       std::int32_t nu, vec<double>& SCALE, matrix_draw_work& matrix_work) {
+                       std::int64_t nu, vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const std::int32_t k = size_of(w.lists.cc);
   if (k == 1) w.P(1, 1) = 1.0;
   if (k < 2) return;
@@ -239,7 +239,7 @@ void prepare_part_draw(const model_records& m, const directives& asked,
 }
 
 void rinvwish_con(reporting& report, random_sources& sources, constrained_work& w, const double* R,
-                  std::int32_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work) {
+                  std::int64_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work) {
   const std::int32_t l = size_of(w.lists.lc), u = size_of(w.lists.ccu);
   const positions& C = w.lists.C;
   // no variance is fixed: an inverse Wishart matrix

@@ -64,6 +64,6 @@ void prepare_part_draw(const model_records& m, const directives& asked,
 // constrained traits W is `rinvwish`(A, df). Degrees of freedom below the order of
 // a block stop as in `wishart_draw`.
 void rinvwish_con(reporting& report, random_sources& sources, constrained_work& work, const double* R,
-                  std::int32_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work);
+                  std::int64_t df, mat<double>& W, vec<double>& SCALE, matrix_draw_work& matrix_work);
 
 } // namespace zeph

@@ -116,9 +116,9 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = sampler.sscp.col(k);
-  std::int32_t df = asked.DDF(k) - p - 1; // the flat prior
+  std::int64_t df = std::int64_t{asked.DDF(k)} - p - 1; // the flat prior
   if (asked.PDF(k) > p + 1) {
-    df = asked.DDF(k) + asked.PDF(k);
+    df = std::int64_t{asked.DDF(k)} + asked.PDF(k);
     add_prior(sums, p, static_cast<double>(asked.PDF(k) - p - 1),
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
@@ -186,7 +186,7 @@ double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, st
 // masking spoils it, which W_INV is scratch for. h: residual group.
 void draw_residual_matrix(const model_records& model, const sampler_store& sampler, covariance_work& matrices,
                           random_sources& sources, reporting& report, inverse_wishart_store& iw,
-                          std::int32_t h, std::int32_t df) {
+                          std::int32_t h, std::int64_t df) {
   constrained_work& constrained = matrices.constrained;
   const bool restricted = !constrained.lists.C.empty();
   if (restricted) {
@@ -213,11 +213,11 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
                      const round_state& state, std::int32_t h) {
   const std::int32_t nt = model.nt, p = state.ntr.back(), column = model.nramat + h;
   const std::int32_t prior = asked.PDF(model.nramat + 1);
-  const std::int32_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
+  const std::int64_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
   double* sums = sampler.sscp.col(column);
   // S + (v - nt - 1) R0 and n + v degrees of freedom, or S and n - nt - 1 with a flat prior.
   // kept: nt and not p, the order in the model in force, decides which
-  const std::int32_t df = prior > nt + 1 ? records + prior : records - nt - 1;
+  const std::int64_t df = prior > nt + 1 ? records + prior : records - nt - 1;
   if (p >= 1 && prior > p + 1)
     add_prior(sums, nt, static_cast<double>(prior - nt - 1),
               [&](std::int32_t i, std::int32_t j) { return residual_prior(model, h, i, j); });

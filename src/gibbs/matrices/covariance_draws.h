@@ -1,5 +1,5 @@
 // New (co)variance matrices of a round: sums of squares of the solutions, and
-// inverse Wishart draws for the random factors and the residual groups.
+// inverse Wishart draws for the random factors and the residual groups. The door of this wing.
 //
 // Full conditional of a factor's matrix G with q levels, sum of squares S = U'A^-1 U
 // and prior inverse Wishart (df0, (df0 - p - 1) G0): inverse Wishart with

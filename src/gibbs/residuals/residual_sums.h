@@ -1,5 +1,11 @@
 // The pass over all records after the groups: residuals, the data's negative
 // log density, and the sums that the reports need.
+//
+// This wing has no single door, since its users need different things of it: a residual matrix
+// conditioned on some traits (residual_conditional.h) and a record's values (record_values.h) serve draws
+// of other wings and the start of a run; the two passes (here, fast_residual_pass.h) belong to the two
+// bodies of the scan, and trait_deviations.h to the chain loop. One header for all would rebuild the
+// users of each whenever another changes.
 #pragma once
 
 #include "gibbs/residuals/record_values.h"

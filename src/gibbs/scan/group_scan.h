@@ -1,7 +1,7 @@
 // The levels of one group: relationship links, the solver step, restrictions.
 #pragma once
 
-#include "gibbs/latent/mixture_distance.h"
+#include "gibbs/scan/mixture_distance.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
 #include "input/relationships.h"

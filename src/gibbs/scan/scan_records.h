@@ -1,9 +1,11 @@
-// The records of a run that a round works on, and the work records of its units.
+// The records of a run that a round works on, and the work records of its units, from all wings.
+//
+// From outside this wing is entered by gibscan.h, one round; by the bodies (record_pass.h, residual_body.h)
+// and record_product.h where a pass of another unit walks the records itself, as the moves between models
+// and the mixtures do; and by this header, which holds what a round is handed.
 #pragma once
 
-#include "gibbs/latent/latent_sweep.h"
-#include "gibbs/latent/liability_draws.h"
-#include "gibbs/latent/mixture_updates.h"
+#include "gibbs/latent/latent_updates.h"
 #include "gibbs/matrices/covariance_draws.h"
 #include "gibbs/residuals/record_values.h"
 #include "gibbs/residuals/residual_sums.h"

@@ -114,7 +114,7 @@ TEST(bddrmc_cat, draws_the_listed_traits_of_each_record_in_order_and_stores_kind
       res[t - 1] = static_cast<double>(c.design.Y_M(t, i)) - e[t - 1];
     }
     const auto present = [&](std::int32_t t) { return trait_present(c.design.ISIT_M(i), t, 4); };
-    if (present(1) && c.design.Y_M(1, i) > 0.0F) { // kept: by its sign, and only for the traits behind it
+    if (present(1) && c.design.Y_M(1, i) > 0.0F) { // kept: by its sign, and only for the traits after it
       c.draw(res, 1, static_cast<double>(c.design.Y_MMIN(1, i)) - e[0],
              static_cast<double>(c.design.Y_MMAX(1, i)) - e[0]);
       ++drawn_for_the_others;
@@ -241,7 +241,7 @@ TEST(update_latent_variables, leaves_thresholds_and_censored_values_to_the_form_
   EXPECT_EQ(one.categories.catstr[0].thr(2), 0.4);
 }
 
-// Trait 4 is an indicator: its pass stands between the thresholds and the censored values.
+// Trait 4 is an indicator: its pass is between the thresholds and the censored values.
 TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_their_shares) {
   latent_pass_case cases[2];
   for (latent_pass_case& c : cases) {

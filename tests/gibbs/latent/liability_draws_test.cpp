@@ -154,7 +154,7 @@ TEST(liab_sample, conditions_each_trait_on_those_drawn_before_it) {
   EXPECT_NEAR(difference / n, 0.0, 5 * std::sqrt(squares) / n);
 }
 
-// Its row stays unswept: it tells nothing of the others.
+// Its row stays unswept: it says nothing of the others.
 TEST(prepare_conditionals, leave_out_a_trait_of_next_to_no_variance) {
   latent_record_case c({1, trait_liability, 1});
   cube<double>& R = c.s.RCOV;

@@ -5,8 +5,8 @@
 #include "gibbs/latent/cure_sequences.h"
 #include "gibbs/latent/liability_draws.h"
 #include "gibbs/latent/mixing_proportions.h"
-#include "gibbs/latent/mixture_distance.h"
 #include "gibbs/scan/group_scan.h"
+#include "gibbs/scan/mixture_distance.h"
 #include "gibbs/scan_case.h"
 #include "numerics/laws.h"
 #include "numerics/normal_draws.h"
@@ -206,7 +206,7 @@ TEST(start_mixing_proportions, counts_the_coefficients_that_are_on) {
 
 TEST(allocate_mixtures, names_the_indicator_by_the_column_of_its_data) {
   described_model d = mixed_case::described(1, 1);
-  d.traits[0].mix_eq_type = 1; // stands until the indicator is found
+  d.traits[0].mix_eq_type = 1; // until the indicator is found
   model_records m = build_model(d);
   scratch_directory directory;
   heard_run run(directory.path());
@@ -276,7 +276,7 @@ TEST(sample_level, stops_where_no_normal_makes_a_mixture_distance_positive) {
   expect_vain_draws(c, -5.31); // the largest normal is 5.29
 }
 
-TEST(sample_level, goes_on_drawing_mixture_distances_until_STOP) {
+TEST(sample_level, keeps_drawing_mixture_distances_until_STOP) {
   mixed_case c(4, 1);
   c.directory.write("STOP", "");
   expect_vain_draws(c, -5.25);
@@ -341,7 +341,7 @@ TEST(bddrmc_cure, draws_who_can_fail_by_the_probability_of_a_sequence_without_ev
   EXPECT_EQ(c.mixtures.mix_pi(2), failing / subjects);
 }
 
-// A cured subject's status tells nothing of its liability.
+// A cured subject's status says nothing of its liability.
 TEST(bddrmc_cure, draws_the_status_of_cured_subjects_free_and_of_others_by_what_was_seen) {
   constexpr std::int32_t subjects = 20000;
   sequence_case c(subjects, 2);
@@ -375,7 +375,7 @@ TEST(bddrmc_cure, counts_positive_values_over_the_observed_records) {
 // 1 + 2^-24 + 2^-50 lies above the middle between two 32-bit numbers, 2^-24 alone on it.
 TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
   sequence_case c(1, 2);
-  c.design.SEQ_M(2) = 2; // the sequence goes on: its rows are not yet cleared
+  c.design.SEQ_M(2) = 2; // the sequence continues: its rows are not yet cleared
   c.s.sol(1) = 1.0, c.s.sol(2) = std::ldexp(1.0, -24) + std::ldexp(1.0, -50);
   c.design.XD2_M(2, 2) = 1; // both effects in trait 1 of record 2
   scan_records r = c.records();
@@ -384,7 +384,7 @@ TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
   EXPECT_EQ(c.design.CURE_YHAT(1, 2), 1.0F + std::ldexp(1.0F, -23));
 }
 
-// What stands in the place of a missing trait has no effect, also where nothing is imputed.
+// What is in the place of a missing trait has no effect, also where nothing is imputed.
 TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
   sequence_case c(50, 3);
   c.f.asked.analysis_type = 0;
@@ -443,7 +443,7 @@ struct two_indicators_case : scan_case {
       for (std::int32_t j = 1; j <= 3; ++j) sum += e[i - 1] * Q(i, j) * e[j - 1];
     return sum;
   }
-  // res(t) drawn given those of the traits before it, on the side that z tells.
+  // res(t) drawn given those of the traits before it, on the side given by z.
   void draw(double* res, std::int32_t t, double e, bool z) {
     const dense_matrix& G = R(1);
     dense_matrix known(t - 1);

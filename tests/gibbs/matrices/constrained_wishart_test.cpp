@@ -46,7 +46,7 @@ struct draw_case {
     EXPECT_EQ(info, 0);
     SETALL(sources.combined, 4711, 1234567);
   }
-  // The next matrix of the chain, which stands in R.
+  // The next matrix of the chain, which is in R.
   const mat<double>& next(std::int32_t df) {
     rinvwish_con(run.report, sources, work, R.data(), df, W, SCALE, matrix_work);
     std::copy(W.begin(), W.end(), R.begin());

@@ -201,6 +201,21 @@ TEST(sample_covariances, of_a_factor_with_a_proper_prior_have_the_start_matrix_a
   law(c, 1, 2, dense_matrix(2, {5.0 + 3.5, 1.5 + 0.7, 1.5 + 0.7, 4.0 + 7.0}), 40 + 10);
 }
 
+// Prior and data degrees of freedom whose sum is beyond 32 bits: the draw is (S + (v - p - 1) G0)/(q + v - p - 1)
+// within its own spread, sqrt(2/(q + v)) = 3e-5 of the value (25 of these; 32 bits carry 2^-24 = 6e-8).
+TEST(sample_covariances, add_degrees_of_freedom_beyond_32_bits) {
+  covariance_case c;
+  const double q = 2000000000, v = 2000000000;
+  c.plain_sums();
+  c.f.asked.PDF(1) = c.f.asked.DDF(1) = 2000000000;
+  c.f.asked.PDF(3) = c.m.residual().HETG_N_OBS(c.m.hetgr_index(1)) = 2000000000;
+  const double G0 = c.m.RMAT(1).COV_MAT(1, 1), R0 = c.m.residual().COV_MAT(1, 1);
+  const double S = c.s.sscp(1, 1), S_r = c.s.sscp(1, 3);
+  c.draw();
+  EXPECT_NEAR(c.s.sscp(1, 1) / ((S + (v - 3) * G0) / (q + v - 3)), 1.0, 25 * 3e-5);
+  EXPECT_NEAR(c.s.sscp(1, 3) / ((S_r + (v - 3) * R0) / (q + v - 3)), 1.0, 25 * 3e-5);
+}
+
 TEST(sample_covariances, take_prior_degrees_of_freedom_of_order_plus_1_as_flat) {
   covariance_case flat, bound, above;
   bound.f.asked.PDF(1) = 3;
@@ -387,7 +402,7 @@ TEST(sample_covariances, have_zero_and_a_positive_definite_matrix_where_covarian
 }
 
 TEST(sample_covariances, know_nothing_of_masked_sums_but_take_the_prior_of_masked_pairs) {
-  // cleared sums: what stood there plays no part
+  // cleared sums: what was there plays no part
   masked_case one, other;
   one.strong_sums();
   other.strong_sums();

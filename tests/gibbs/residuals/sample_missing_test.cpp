@@ -112,7 +112,7 @@ TEST(sample_missing, adds_nothing_to_the_density_of_a_record_without_observation
   EXPECT_EQ(lik, 3.5);
 }
 
-TEST(sample_missing, takes_what_stood_in_a_missing_place_for_nothing) {
+TEST(sample_missing, takes_what_was_in_a_missing_place_for_nothing) {
   bare_case one, other;
   one.work.values.res(1) = other.work.values.res(1) = 1.0;
   other.work.values.res(2) = 1e6;
@@ -181,7 +181,7 @@ TEST(Bddrmc_sscp, sums_products_before_it_draws_and_stores_what_it_draws_without
     for (std::int32_t i = 1, k = 1; i <= 2; ++i)
       for (std::int32_t j = 1; j <= i; ++j, ++k)
         EXPECT_NEAR(c.s.sscp(k, c.m.nramat + h), sums[h - 1](i, j), 1e-11);
-  // the last record of the case misses a trait, so what was drawn for it still stands in the work area
+  // the last record of the case misses a trait, so what was drawn for it is still in the work area
   ASSERT_NE(c.design.ISIT_M(12), 3);
   for (std::int32_t t = 1; t <= 2; ++t) {
     if (trait_present(c.design.ISIT_M(12), t, 2)) continue;

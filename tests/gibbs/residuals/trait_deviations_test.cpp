@@ -181,7 +181,7 @@ struct dense_deviations {
       }
     }
     for (std::int32_t i = 1; i <= c.l.nt; ++i)
-      if (count[static_cast<std::size_t>(i)] == 0) sum(i, i) = 1.0; // stands apart
+      if (count[static_cast<std::size_t>(i)] == 0) sum(i, i) = 1.0; // apart from the others
     const dense_vector x = solve(sum, right);
     for (std::int32_t i = 1; i <= c.l.nt; ++i)
       if (count[static_cast<std::size_t>(i)] > 0)
@@ -229,7 +229,7 @@ TEST(TD_PTD, changes_no_state_of_the_chain) {
   EXPECT_TRUE(std::equal(y.begin(), y.end(), c.design.Y_M.begin()));
 }
 
-TEST(TD_PTD, sums_over_the_calls_and_begins_each_anew) {
+TEST(TD_PTD, sums_over_the_calls_and_begins_each_from_zero) {
   deviation_case c({2, true, false}, 3);
   c.compute();
   const double once = c.deviations.PTD(1, 3);
@@ -271,7 +271,7 @@ TEST(TD_PTD, leaves_progeny_whose_information_is_singular_at_0) {
   c.relations.pedmat.fill(0);
   c.relations.pedmat(1, 20) = 5;
   count_progeny(c.m, c.relations, c.deviations);
-  for (std::int32_t r = 1; r <= c.design.nobs; ++r) c.weigh(r, 2, 0.0F); // trait 2 tells nothing
+  for (std::int32_t r = 1; r <= c.design.nobs; ++r) c.weigh(r, 2, 0.0F); // trait 2 says nothing
   c.compute();
   EXPECT_EQ(c.deviations.N_PTD(2, 5), 1);
   EXPECT_EQ(c.deviations.PTD(1, 5), 0.0);
@@ -321,7 +321,7 @@ TEST(TD_PTD, writes_no_file_of_progeny_when_none_are_wanted) {
   EXPECT_FALSE(c.directory.has("PTD40"));
 }
 
-// A group stands as the mate of a parent by its absolute value; of its own it has
+// A group counts as the mate of a parent by its absolute value; of its own it has
 // no progeny, no PTD, no sums and no row, whatever the limit.
 TEST(TD_PTD, gives_parent_groups_nothing_of_their_own) {
   deviation_case c({1, false, false}, 3);

@@ -12,7 +12,7 @@ using namespace zeph_test;
 
 // One round of the block Gauss-Seidel on the full matrices. Data of other
 // levels of the group act with the solutions at the group's head, prior links
-// with the solutions as they stand; x is moved by omega beyond the block's own
+// with the solutions as they are; x is moved by omega beyond the block's own
 // solution. Restricted equations are zero at the end of each group.
 void dense_round(const scan_case& c, const dense_equations& full, dense_vector& x, double omega,
                  const std::vector<std::int32_t>& restricted = {}, std::int32_t fixed_group = 0) {
@@ -71,7 +71,7 @@ TEST(scan_groups, is_a_block_gauss_seidel_round_from_zero) {
     }
 }
 
-TEST(scan_groups, goes_on_from_the_solutions_of_the_round_before) {
+TEST(scan_groups, continues_from_the_solutions_of_the_round_before) {
   two_trait_case c(40, true, true, true);
   const dense_equations full(c, 0);
   dense_vector x(c.layout.neq);
@@ -96,7 +96,7 @@ TEST(scan_groups, over_relaxes_each_block_by_omega) {
 TEST(scan_groups, holds_restricted_equations_at_zero_from_the_end_of_the_first_group_on) {
   two_trait_case c(40, false, false, false);
   c.s.IREST.take(2);
-  c.s.IREST(1) = 6;  // group 3 solves it, then it is 0 for the groups behind
+  c.s.IREST(1) = 6;  // group 3 solves it, then it is 0 for the groups after it
   c.s.IREST(2) = 17; // group 6 comes last
   c.s.n_IREST = 2;
   const dense_equations full(c, 0);
@@ -120,7 +120,7 @@ TEST(scan_groups, keeps_the_solutions_of_a_group_that_is_not_updated_but_adjusts
   scan(c, 0, 1, 0.0);
   dense_round(c, full, x, 0.0, {}, 5);
   expect_solutions(c, x, 1e-12);
-  // behind group 5 only group 6 moved; its part in RHS of group 5 was the old one
+  // after group 5 only group 6 moved; its part in RHS of group 5 was the old one
   for (std::int32_t l = 1; l <= 4; ++l)
     for (std::int32_t p = 1; p <= 2; ++p) {
       const std::int32_t e = c.equation(5, l, p);
@@ -228,7 +228,7 @@ TEST(solve_level, solves_one_block_and_sums_squared_changes_and_old_solutions) {
   EXPECT_EQ(c.said(), "");
 }
 
-TEST(solve_level, tells_a_dependency_with_its_block_and_leaves_the_row_unswept) {
+TEST(solve_level, reports_a_dependency_with_its_block_and_leaves_the_row_unswept) {
   two_trait_case c(1, false, false, false);
   double* block = c.layout.DI_of(5).col(3);
   block[0] = 2.0, block[1] = 2.0, block[2] = 2.0; // the second row hangs on the first
@@ -281,7 +281,7 @@ TEST(solve_level, counts_problems_of_its_own_block_only) {
   EXPECT_EQ(c.said(), "");
 }
 
-TEST(solve_level, tells_a_pivot_between_the_limits_without_sweeping_it) {
+TEST(solve_level, reports_a_pivot_between_the_limits_without_sweeping_it) {
   two_trait_case c(1, false, false, false);
   scan_records records = c.records();
   solver_sums sums;

@@ -55,7 +55,7 @@ TEST(bddrmc_init, lets_imputed_values_of_missing_traits_act_above_type_0) {
   expect_equations(c, dense_equations(c, 2)); // full inverse for every record
 }
 
-TEST(bddrmc_init, takes_nothing_from_a_missing_trait_in_the_solver_whatever_stands_there) {
+TEST(bddrmc_init, takes_nothing_from_a_missing_trait_in_the_solver_whatever_is_there) {
   two_trait_case c(8, false, true, false), same(8, false, true, false);
   ASSERT_EQ(c.design.ISIT_M(4), 2);
   c.design.Y_M(2, 4) = std::numeric_limits<float>::quiet_NaN();
@@ -181,7 +181,7 @@ TEST(bddrmc_init, passes_a_factor_without_levels) {
 }
 
 // The right-hand sides of group g less the data part of every equation that
-// stands in another group or level.
+// is in another group or level.
 void expect_adjusted(two_trait_case& c, std::int32_t g, std::int32_t analysis_type) {
   init(c, analysis_type, 7);
   number_sequence x(23);
@@ -329,7 +329,7 @@ TEST(BDDRMC_XD_PRINT, names_and_prints_the_columns_that_nxd_asks_for) {
   }
 }
 
-TEST(BDDRMC_XD_PRINT, goes_on_with_a_wrong_nxd_and_only_the_log_gains_a_line) {
+TEST(BDDRMC_XD_PRINT, continues_with_a_wrong_nxd_and_only_the_log_gains_a_line) {
   for (const std::int32_t nxd : {1, 8, -3}) {
     printed_case c;
     EXPECT_EQ(c.print(nxd), "");

@@ -174,7 +174,7 @@ TEST(residual_body, sees_coefficients_of_mixtures_and_residual_groups_that_move)
   }
 }
 
-TEST(residual_body, passes_what_stands_for_a_missing_trait_in_the_solver) {
+TEST(residual_body, passes_what_is_there_for_a_missing_trait_in_the_solver) {
   expect_same_rounds({false, true, false}, 0, [](two_trait_case& c) {
     for (std::int32_t r = 1; r <= c.design.nobs; ++r)
       for (std::int32_t t = 1; t <= 2; ++t)
@@ -281,7 +281,7 @@ TEST(fast_residual_pass, scores_records_one_by_one_when_a_density_may_be_0) {
 }
 
 // A variance below the tolerance of the sweeps leaves its row unswept: the trait is scored by
-// what it shows alone, and tells nothing of the missing ones.
+// what it shows alone, and says nothing of the missing ones.
 TEST(fast_residual_pass, scores_and_imputes_beside_a_trait_of_next_to_no_variance) {
   const change tiny = [](two_trait_case& c) {
     for (std::int32_t h = 1; h <= c.s.G; ++h) {

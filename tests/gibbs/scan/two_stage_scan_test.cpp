@@ -147,7 +147,7 @@ TEST(two_stage_scan, solves_the_sources_with_the_coefficients_of_the_round_befor
   EXPECT_NEAR(c.s.sol(2), x(2), 1e-10);
 }
 
-// At its end the solver stands at a solution of the whole equations, with the
+// At its end the solver is at a solution of the whole equations, with the
 // covariables that its own solutions make.
 TEST(two_stage_scan, converges_to_the_equations_with_the_found_covariables) {
   for (const bool plain : {false, true})
@@ -282,7 +282,7 @@ TEST(sample_level_swept, adds_the_factor_of_the_inverse_times_the_normals_to_the
   }
 }
 
-TEST(sample_level_swept, tells_a_dependency_before_the_draw_stops) {
+TEST(sample_level_swept, reports_a_dependency_before_the_draw_stops) {
   swept_case c(2);
   double* packed = c.layout.DI_of(1).col(1);
   packed[0] = 1.0, packed[1] = 2.0, packed[2] = 1.0; // indefinite

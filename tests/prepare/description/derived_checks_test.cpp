@@ -35,7 +35,7 @@ TEST(derived_checks, names_of_the_model_and_of_the_report_are_taken) {
   EXPECT_EQ(told("R[a,bwt,ease]", "[residual]\ngroups = \"herd\"\n"), "");
 }
 
-TEST(derived_checks, an_unknown_name_is_told_with_the_nearest) {
+TEST(derived_checks, an_unknown_name_is_reported_with_the_nearest) {
   EXPECT_EQ(told("G[gentic,ease,ease]"),
             "[derive] q: factor \"gentic\" is not defined (did you mean \"genetic\"?)\n");
   EXPECT_EQ(told("G[pen,bwt,eas]"),
@@ -97,7 +97,7 @@ TEST(derived_checks, the_parts_of_formulas_follow_the_grammar) {
   EXPECT_EQ(told(std::string(41, '(') + "1"), "[derive] q: more than 40 brackets are nested\n");
 }
 
-TEST(derived_checks, signs_and_brackets_that_can_not_stand_are_told) {
+TEST(derived_checks, signs_and_brackets_that_can_not_be_there_are_reported) {
   EXPECT_EQ(told("R[bwt,bwt] > 2"), "[derive] q: \">\" can't stand in a formula\n");
   EXPECT_EQ(told("(1 + 2"), "[derive] q: this bracket is not closed\n");
   EXPECT_EQ(told("1 + 2)"), "[derive] q: this bracket was not opened\n");

@@ -138,7 +138,7 @@ TEST(formula, effects_left_of_the_bar_do_not_leak_into_the_fixed_part) {
   EXPECT_EQ(effect_text(r.terms.random[0].left[0]), "x:z");
 }
 
-TEST(formula, several_columns_of_one_factor_stand_with_plus_between_them) {
+TEST(formula, several_columns_of_one_factor_are_written_with_plus_between_them) {
   const result r = read("(1 | genetic | mate1 + mate2)");
   ASSERT_TRUE(r.good);
   ASSERT_EQ(r.terms.random[0].columns.size(), 2U);
@@ -184,14 +184,14 @@ TEST(formula, names_hold_letters_digits_points_and_anything_in_back_quotes) {
   ASSERT_TRUE(r.good);
   EXPECT_EQ(r.terms.fixed[0].atoms[0].name, "_a.b9");
   EXPECT_EQ(r.terms.fixed[2].atoms[0].name, "birth year");
-  EXPECT_EQ(r.terms.fixed[2].atoms[0].name_at.begin, 14U); // behind the back quote
+  EXPECT_EQ(r.terms.fixed[2].atoms[0].name_at.begin, 14U); // after the back quote
   EXPECT_EQ(r.terms.fixed[2].atoms[0].at.begin, 13U);
   EXPECT_EQ(r.terms.fixed[2].atoms[1].name, "2nd");
   EXPECT_EQ(r.terms.fixed[3].atoms[0].name, "k\xC3\xB8n");
   EXPECT_EQ(r.terms.fixed[4].atoms[0].name, "days in milk");
 }
 
-TEST(formula, blanks_and_line_ends_may_stand_anywhere) {
+TEST(formula, blanks_and_line_ends_may_be_anywhere) {
   const result r = read(" \n1\n + sex\t+(  0+x|f  |  c )\r\n");
   ASSERT_TRUE(r.good);
   EXPECT_EQ(fixed_text(r.terms), "sex ");
@@ -264,7 +264,7 @@ TEST(formula, orders_outside_1_to_12_are_faults) {
   EXPECT_TRUE(read("poly(dim, 12)").good);
 }
 
-TEST(formula, all_faults_of_meaning_are_told_in_the_order_of_the_text) {
+TEST(formula, all_faults_of_meaning_are_reported_in_the_order_of_the_text) {
   const result r = read("0 + 1 + a + a + b:a + a:b + c:c + (0 | f | c) + (1 | x + y) + (x + x | f | d + d)");
   std::vector<std::string> texts;
   for (const formula_fault& f : r.faults) texts.push_back(f.text);

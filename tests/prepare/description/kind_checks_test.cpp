@@ -167,7 +167,7 @@ TEST(kinds, first_memberships_have_one_source) {
             "m.toml:10:15: error: [trait.z] first: b has no numbers, it is of kind binary\n");
 }
 
-TEST(kinds, values_that_a_continued_chain_loses_are_told) {
+TEST(kinds, values_that_a_continued_chain_loses_are_reported) {
   message_log log;
   parse_description(
       "[data]\nfile = \"d\"\n[trait.y]\nformula = \"1\"\nkind = \"censored\"\nlimits = { event = "
@@ -202,7 +202,7 @@ TEST(kinds, a_binary_trait_keeps_its_covariances) {
   EXPECT_TRUE(r.d.residual.apart.empty());
 }
 
-TEST(kinds, a_stated_pair_stands_once_and_not_among_those_of_every_draw) {
+TEST(kinds, a_stated_pair_is_once_and_not_among_those_of_every_draw) {
   const result r =
       read(MIXED + trait("cd", "kind = \"binary\"\n") +
            "[residual]\nzero = [[\"scs\", \"infected\"], [\"cd\", \"infected\"], [\"scs\", \"cd\"]]\n");

@@ -363,7 +363,7 @@ TEST(model_description, the_data_section_takes_all_its_keys) {
   EXPECT_EQ(told(r), "");
   std::string missing;
   for (const text_value& m : r.d.data.missing) missing += m.value + " ";
-  EXPECT_EQ(missing, "x -999 1000 1.50 "); // as they stand in the file, without the underscore
+  EXPECT_EQ(missing, "x -999 1000 1.50 "); // as they are in the file, without the underscore
   EXPECT_EQ(r.d.data.decimal.value, ',');
   EXPECT_EQ(r.d.data.separator.value, ' ');
   EXPECT_EQ(r.d.data.columns.size(), 2U);
@@ -505,7 +505,7 @@ TEST(model_description, files_are_meant_from_the_folder_of_the_description) {
 
 // ---- rows of the factors
 
-TEST(model_description, rows_stand_by_trait_and_within_it_as_in_the_formula) {
+TEST(model_description, rows_are_by_trait_and_within_it_as_in_the_formula) {
   const result r =
       read("[data]\nfile='d'\n[factor.g]\n[covariable.x]\n[trait.b]\n"
            "formula='(x | g | animal) + (1 | g | dam)'\n[trait.a]\nformula='(0 + x | g | animal)'\n");
@@ -542,7 +542,7 @@ TEST(model_description, two_mates_of_a_record_share_one_row) {
   EXPECT_EQ(row_names(r.d.factors[0]), "y.animal y.mate1+mate2 ");
 }
 
-TEST(model_description, an_effect_that_stands_twice_in_a_factor_is_an_error) {
+TEST(model_description, an_effect_given_twice_in_a_factor_is_an_error) {
   EXPECT_EQ(told(read(small("", "1 + (1 | a | cow) + (leg(dim,1) | a | cow)"))),
             "model.toml:5:32: error: factor a has the 1 of column cow twice\n");
   EXPECT_EQ(told(read(small("[covariable.x]", "1 + (x | a | cow) + (0 + x | a | cow)"))),
@@ -566,23 +566,23 @@ TEST(model_description, order_must_name_every_row_once) {
 
 // ---- wording and carets
 
-TEST(model_description, an_unknown_factor_is_told_with_caret_and_the_nearest_name) {
+TEST(model_description, an_unknown_factor_is_reported_with_caret_and_the_nearest_name) {
   const result r = read("[data]\nfile = \"d\"\n[factor.genetic]\n[factor.dampe]\n[trait.y]\n"
                         "formula = \"1 + sex + (1 | gentic | animal) + (1 | dampe | dam)\"\n");
   ASSERT_EQ(r.log.entries.size(), 1U);
-  // formula = "  is 11 characters, then 15 of the formula: the g stands in column 27
+  // formula = "  is 11 characters, then 15 of the formula: the g is in column 27
   EXPECT_EQ(full_text(r.log), "model.toml:6:27: error: factor \"gentic\" is not defined\n"
                               "   formula = \"1 + sex + (1 | gentic | animal) + (1 | dampe | dam)\"\n"
                               "                             ^ did you mean \"genetic\"?\n");
 }
 
-TEST(model_description, a_factor_without_a_like_name_is_told_which_table_to_add) {
+TEST(model_description, a_factor_without_a_like_name_gets_the_table_to_add) {
   const result r = read(small("", "1 + (1 | a) + (1 | litter)"));
   EXPECT_EQ(told(r), "model.toml:5:31: error: factor \"litter\" is not defined\n");
   EXPECT_EQ(r.log.entries[0].hint, "add a table [factor.litter]");
 }
 
-TEST(model_description, a_fault_of_the_grammar_stands_at_its_column) {
+TEST(model_description, a_fault_of_the_grammar_is_marked_at_its_column) {
   const result r = read(small("", "1 + (1 a | a)"));
   EXPECT_EQ(full_text(r.log), "model.toml:5:19: error: expected '|' and the name of a factor\n"
                               "   formula = \"1 + (1 a | a)\"\n"
@@ -614,7 +614,7 @@ TEST(model_description, a_byte_order_mark_and_line_ends_of_two_signs_are_passed_
   EXPECT_EQ(r.log.entries[0].source_line, "formula = \"1 + ?\"");
 }
 
-TEST(model_description, an_unknown_key_is_told_with_the_known_ones) {
+TEST(model_description, an_unknown_key_is_reported_with_the_known_ones) {
   const result r = read("[data]\nfile = \"d\"\nmising = [\"NA\"]\n[trait.y]\nformula = \"1\"\n");
   EXPECT_EQ(full_text(r.log),
             "model.toml:3:1: error: unknown key \"mising\" in [data]; known: file, missing, "
@@ -623,7 +623,7 @@ TEST(model_description, an_unknown_key_is_told_with_the_known_ones) {
             "   ^ did you mean \"missing\"?\n");
 }
 
-TEST(model_description, unknown_keys_are_told_in_every_table) {
+TEST(model_description, unknown_keys_are_reported_in_every_table) {
   const result r = read(R"toml(titel = "x"
 [data]
 file = "d"
@@ -666,7 +666,7 @@ seed = 1
   EXPECT_EQ(r.log.entries[11].hint, "did you mean \"data\"?");
 }
 
-TEST(model_description, a_value_of_the_wrong_type_is_told_with_its_place) {
+TEST(model_description, a_value_of_the_wrong_type_is_reported_with_its_place) {
   const result r = read(R"toml(title = 3
 [data]
 file = ["d"]
@@ -701,7 +701,7 @@ model.toml:4:11: error: [data] missing must be a list of texts, not true or fals
 model.toml:5:11: error: unknown [data] decimal ";"; known: ., ,
 model.toml:7:12: error: [factor.a] pedigree must be a file name or a table { file = .. }, not a whole number
 model.toml:8:9: error: [factor.a] start must be a number, not a text
-model.toml:9:12: error: [factor.a] prior_df = 1.5: the files hold a whole number, the nearest are 1 and 2
+model.toml:9:12: error: [factor.a] prior_df = 1.5: the item is a whole number; the nearest are 1 and 2
 model.toml:10:9: error: [factor.a] order must be a list of texts, not a whole number
 model.toml:12:11: error: [trait.y] formula must be a text, not a whole number
 model.toml:13:10: error: [trait.y] weight must be a text, not a whole number
@@ -732,7 +732,7 @@ TEST(model_description, what_is_needed_is_asked_for) {
       "model.toml:5:1: error: [factor.a] has both pedigree and inverse; a factor takes one of them\n");
 }
 
-TEST(model_description, tables_that_are_no_tables_are_told) {
+TEST(model_description, tables_that_are_no_tables_are_reported) {
   EXPECT_EQ(told(read("data = 1\n[[trait]]\nformula = \"1\"\n[factor]\na = 2\n")),
             "model.toml:1:8: error: data must be a table, not a whole number\n"
             "model.toml:2:1: error: trait must be a table, not a list\n"
@@ -751,7 +751,7 @@ TEST(model_description, faults_of_toml_itself_carry_their_place) {
   EXPECT_EQ(exit_code(open.log), 1);
 }
 
-TEST(model_description, a_file_that_is_not_there_is_told) {
+TEST(model_description, a_file_that_is_not_there_is_reported) {
   message_log log;
   read_description("no/such/model.toml", log);
   EXPECT_EQ(full_text(log), "no/such/model.toml: error: the file can't be read: there is no such file\n");
@@ -820,7 +820,7 @@ TEST(model_description, traits_of_one_column_are_warned_of) {
 }
 
 // [[1, 2], [2, 1]] has the eigenvalues 3 and -1; [[3, 4], [4, 3]] has 7 and -1.
-TEST(model_description, a_start_that_is_not_positive_definite_is_told_with_its_smallest_eigenvalue) {
+TEST(model_description, a_start_that_is_not_positive_definite_is_reported_with_its_smallest_eigenvalue) {
   const std::string two = "1 + (1 | a | cow) + (1 | a | dam)";
   const std::string head = "[data]\nfile = \"d\"\n[trait.y]\nformula = \"" + two + "\"\n[factor.a]\nstart = ";
   EXPECT_EQ(told(read(head + "[[1, 2], [2, 1]]")),
@@ -831,7 +831,7 @@ TEST(model_description, a_start_that_is_not_positive_definite_is_told_with_its_s
   EXPECT_EQ(told(read(head + "[[1e12, 0], [0, 1e-12]]")), "");                  // scales far apart are legal
 }
 
-TEST(model_description, matrices_of_wrong_shape_are_told) {
+TEST(model_description, matrices_of_wrong_shape_are_reported) {
   const auto first = [](const std::string& start) {
     return told(read(small("[residual]\nstart = " + start)));
   };
@@ -865,6 +865,47 @@ TEST(model_description, a_prior_df_that_acts_as_flat_is_warned_of) {
   EXPECT_EQ(told(read(small("[residual]\nprior_df = 2\n"))),
             "model.toml:7:12: warning: [residual] prior_df = 2 with order 1 is taken as flat; give 3 or "
             "more, or 0\n");
+}
+
+// A proper prior of order q has q + 2 degrees of freedom or more; 0 is flat.
+TEST(model_description, a_prior_df_with_a_fraction_names_the_nearest_legal_values_of_its_order) {
+  const auto residual = [](const std::string& df) { // order 1
+    return told(read(small("[residual]\nprior_df = " + df + "\n")));
+  };
+  const auto genetic = [](const std::string& df) { // order 3
+    std::string text = MATERNAL;
+    text.replace(text.find("prior_df = 6"), 12, "prior_df = " + df);
+    return told(read(text));
+  };
+  const std::string whole = ": the item is a whole number; ";
+  const std::string of_residual = "model.toml:7:12: error: [residual] prior_df = ",
+                    of_genetic = "model.toml:12:12: error: [factor.genetic] prior_df = ";
+  EXPECT_EQ(residual("3.5"), of_residual + "3.5" + whole + "the nearest are 3 and 4\n");
+  EXPECT_EQ(genetic("5.25"), of_genetic + "5.25" + whole + "the nearest are 5 and 6\n");
+  for (const std::string df : {"0.5", "1.5", "2.5"})
+    EXPECT_EQ(residual(df), of_residual + df + whole + "with order 1 the nearest are 0 (flat) and 3\n");
+  for (const std::string df : {"2.5", "4.75"})
+    EXPECT_EQ(genetic(df), of_genetic + df + whole + "with order 3 the nearest are 0 (flat) and 5\n");
+  EXPECT_EQ(residual("3.0"), "");
+}
+
+// The rows of a factor that no formula uses are not known.
+TEST(model_description, a_prior_df_with_a_fraction_and_no_order_names_its_neighbours) {
+  const result r = read(small("[factor.b]\nprior_df = 1.5\n"));
+  ASSERT_FALSE(r.log.entries.empty());
+  EXPECT_EQ(
+      message_text(r.log.entries.back()),
+      "model.toml:7:12: error: [factor.b] prior_df = 1.5: the item is a whole number; the nearest are 1 "
+      "and 2\n   prior_df = 1.5\n              ^ 0 is flat, and so is all up to the order of the matrix "
+      "+ 1\n");
+}
+
+// The one error has no warning of a flat prior beside it.
+TEST(model_description, a_prior_df_with_a_fraction_is_one_message_in_an_analysis_over_models) {
+  const result r =
+      read(small("[covariable.x]\n[run]\nanalysis = \"models\"\n", "1 + (x|a)", "prior_df = 2.5\n"));
+  EXPECT_EQ(told(r), "model.toml:4:12: error: [factor.a] prior_df = 2.5: the item is a whole number; with "
+                     "order 2 the nearest are 0 (flat) and 4\n");
 }
 
 TEST(model_description, zero_pairs_must_name_two_traits_and_be_zero_in_the_start) {

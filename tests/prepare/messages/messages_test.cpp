@@ -19,8 +19,8 @@ TEST(messages, parts_that_are_not_known_are_left_out) {
                             "model.toml:11:17: error: b\n");
 }
 
-// The caret of column 11 stands 3 + 10 characters from the left.
-TEST(messages, the_caret_stands_under_the_column_with_the_hint_behind_it) {
+// The caret of column 11 is 3 + 10 characters from the left.
+TEST(messages, the_caret_is_under_the_column_with_the_hint_after_it) {
   message_log log;
   message& m = add_error(log, {"m.toml", 2, 11}, "bad");
   m.source_line = "formula = \"x\"";

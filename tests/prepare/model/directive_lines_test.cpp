@@ -23,7 +23,7 @@ TEST(directive_lines, end_after_the_degrees_of_freedom) {
             (std::vector<std::string>{"3 0", "1201 707", "1000 20000 20", "1 6", "2 0"}));
 }
 
-TEST(directive_lines, restrictions_stand_behind_all_optional_lines) {
+TEST(directive_lines, restrictions_come_after_all_optional_lines) {
   run_section run = gibbs();
   run.analysis.value = zeph::prepare::analysis_type::solve;
   run.restrict_solutions.value = true;

@@ -68,7 +68,7 @@ TEST(model_assembly, animal_model_has_columns_masks_and_positions_of_the_users_d
   EXPECT_EQ(design_bytes(c.p), 36 * 2 * 3);
 }
 
-TEST(model_assembly, what_is_dropped_or_made_missing_is_told_with_counts) {
+TEST(model_assembly, what_is_dropped_or_made_missing_is_reported_with_counts) {
   const prepared_case c = prepare(toml(ANIMAL + "[trait.bw]\nformula = \"1 + sex + (1 | animal | id)\"\n"));
   EXPECT_TRUE(c.says("d.csv: warning: sex is missing in 1 record with bw: bw set missing there"))
       << c.messages();
@@ -188,7 +188,7 @@ TEST(model_assembly, equations_of_factors_without_pedigree_come_before_those_wit
   EXPECT_EQ(c.p.factors[1].n_records, (std::vector<std::int64_t>{2, 2}));
 }
 
-TEST(model_assembly, direct_and_maternal_rows_stand_in_the_users_order_and_their_meeting_is_told) {
+TEST(model_assembly, direct_and_maternal_rows_are_in_the_users_order_and_their_meeting_is_reported) {
   const prepared_case c =
       prepare(toml("[factor.genetic]\npedigree = \"p.csv\"\norder = [\"bw.dam\", \"bw.id\"]\n"
                    "[trait.bw]\nformula = \"1 + (1 | genetic | id) + (1 | genetic | dam)\"\n"));
@@ -248,7 +248,7 @@ TEST(model_assembly, two_columns_after_the_bar_put_two_levels_into_one_row) {
   EXPECT_EQ(c.p.largest_row, 3);
 }
 
-// leg(x, 1) on -1..1: rows sqrt(1/2) and sqrt(3/2) x. The covariable stands among the trait's regressions as
+// leg(x, 1) on -1..1: rows sqrt(1/2) and sqrt(3/2) x. The covariable is among the trait's regressions as
 // well.
 TEST(model_assembly, random_regression_is_a_contribution_and_a_regression_of_kind_two) {
   const std::string data = "cow,x,y\n1,10,3\n1,20,5\n2,15,7\n2,20,1\n";
@@ -302,7 +302,7 @@ TEST(model_assembly, group_that_the_data_do_not_have_is_refused) {
   EXPECT_TRUE(c.says("no record is in residual group \"9\"; the groups are: 1, 2")) << c.messages();
 }
 
-TEST(model_assembly, residual_pairs_held_at_zero_stand_in_both_tables) {
+TEST(model_assembly, residual_pairs_held_at_zero_are_in_both_tables) {
   const prepared_case c = prepare(
       toml("[trait.bw]\nformula = \"1\"\n[trait.ww]\nformula = \"1\"\n", "", "zero = [[\"ww\", \"bw\"]]"));
   ASSERT_TRUE(c.p.complete) << c.messages();
@@ -456,7 +456,7 @@ TEST(model_assembly, unknown_column_is_refused_with_the_columns_there_are) {
   EXPECT_TRUE(c.says("model.toml:")) << c.messages();
 }
 
-TEST(model_assembly, unreadable_files_are_told_with_the_line_that_names_them) {
+TEST(model_assembly, unreadable_files_are_reported_with_the_line_that_names_them) {
   const std::string model =
       toml("[factor.g]\nrelationship = \"g.txt\"\n[trait.y]\nformula = \"1 + (1 | g | id)\"\n");
   const prepared_case no_matrix = prepare(model, "id,y\na,3\nb,5\n");
@@ -465,7 +465,7 @@ TEST(model_assembly, unreadable_files_are_told_with_the_line_that_names_them) {
 }
 
 // The liability of a binary trait has residual variance 1: nothing of the residual is left to a default.
-TEST(model_assembly, no_default_is_told_where_the_kinds_hold_the_residual) {
+TEST(model_assembly, no_default_is_reported_where_the_kinds_hold_the_residual) {
   const std::string data = "y\n0\n1\n0\n1\n1\n";
   const std::string run = "analysis = \"predict\"\n";
   const prepared_case held = prepare(toml("[trait.y]\nformula = \"1\"\nkind = \"binary\"\n", run), data);
@@ -487,7 +487,7 @@ TEST(model_assembly, large_mean_beside_a_small_deviation_is_warned_of) {
   EXPECT_TRUE(c.says("mean of y is 1000001 times its standard deviation")) << c.messages();
 }
 
-TEST(model_assembly, large_mean_of_a_covariable_is_warned_of_once_wherever_it_stands) {
+TEST(model_assembly, large_mean_of_a_covariable_is_warned_of_once_wherever_it_is) {
   const std::string day = "[covariable.day]\n", records = "sex,id,day,y\nM,a,24590,3\nM,b,24592,5\n"
                                                           "F,a,24591,4\nF,b,24593,6\nF,c,24594,9\n";
   for (const char* formula :

@@ -61,14 +61,14 @@ TEST(solution_covariables, come_from_random_effects_too) {
   const prepared_case c = prepare(toml("1 + herd + (1 | sire)", "1 + level", "solution = \"milk.sire\""));
   ASSERT_TRUE(c.p.complete) << c.messages();
   const std::vector<std::string>& lines = c.p.directives;
-  EXPECT_EQ(lines.at(lines.size() - 4), "1 2 1"); // the effect behind herd
+  EXPECT_EQ(lines.at(lines.size() - 4), "1 2 1"); // the effect after herd
   const zeph::trait_record& milk = c.p.model.MODEL(1);
   EXPECT_EQ(milk.EF_INP(2), milk.r_ef_inp(1));
   EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(milk.r_ef_rci(1) - 1)], (rows_i{1, 2, 1, 2, 1, 3, 3}));
   EXPECT_NE(milk.f_ef_inp(1), milk.r_ef_inp(1));
 }
 
-// Two factors number the levels of one column alike; the chain tells effects by their columns.
+// Two factors number the levels of one column alike; the chain knows effects by their columns.
 TEST(solution_covariables, come_from_the_first_of_two_effects_of_one_column) {
   std::string cows = COWS; // milk in all records
   cows.replace(cows.find("50,NA"), 5, "50,24");
@@ -77,7 +77,7 @@ TEST(solution_covariables, come_from_the_first_of_two_effects_of_one_column) {
   ASSERT_TRUE(c.p.complete) << c.messages();
   const zeph::trait_record& milk = c.p.model.MODEL(1);
   ASSERT_EQ(milk.n_r, 2);
-  EXPECT_EQ(c.p.directives.at(c.p.directives.size() - 4), "1 2 1"); // the effect behind herd
+  EXPECT_EQ(c.p.directives.at(c.p.directives.size() - 4), "1 2 1"); // the effect after herd
   EXPECT_EQ(milk.r_ef_matno(1), 1);
   EXPECT_NE(milk.r_ef_inp(1), milk.r_ef_inp(2));
   EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(milk.r_ef_rci(1) - 1)],
@@ -111,7 +111,7 @@ TEST(solution_covariables, hang_together_with_the_class_of_their_source_alone) {
   EXPECT_EQ(c.p.directives.size(), 5U); // no list: nothing uses the covariable
 }
 
-// Herd keeps its levels, though sire stands first and has as many.
+// Herd keeps its levels, though sire comes first and has as many.
 TEST(solution_covariables, let_their_source_keep_all_its_levels) {
   const prepared_case c =
       prepare(toml("1 + sire + herd + (1 | sire)", "1 + level", "solution = \"milk.herd\""));

@@ -237,7 +237,7 @@ TEST(fixed_rank, nested_regressions_have_a_column_per_level) {
   EXPECT_EQ(c.rank, 3);
 }
 
-TEST(fixed_rank, only_records_of_the_trait_count_and_empty_levels_are_told) {
+TEST(fixed_rank, only_records_of_the_trait_count_and_empty_levels_are_reported) {
   const levels sex{1, 2, 3, 1, 2, 0}, herd{1, 1, 1, 2, 2, 2};
   const words three = numbered(3), two = numbered(2);
   const std::vector<fixed_effect> effects{{"sex", sex, {}, 3, three}, {"herd", herd, {}, 2, two}};

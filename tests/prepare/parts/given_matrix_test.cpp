@@ -46,7 +46,7 @@ std::string only_message(const message_log& log) {
                                  : std::to_string(log.entries.size()) + " messages\n" + full_text(log);
 }
 
-TEST(given_matrix, an_inverse_is_used_as_it_stands) {
+TEST(given_matrix, an_inverse_is_used_as_it_is) {
   message_log log;
   const given_inverse g = read("b b 2\na a 1.5\r\n\na b -0.5\nc c 1\nc a 0\n", matrix_kind::inverse, log);
   EXPECT_TRUE(log.entries.empty()) << full_text(log);
@@ -79,7 +79,7 @@ TEST(given_matrix, a_relationship_matrix_is_inverted) {
   }
 }
 
-TEST(given_matrix, a_square_of_three_is_told_from_triplets) {
+TEST(given_matrix, a_square_of_three_is_kept_apart_from_triplets) {
   message_log log;
   const given_inverse named = read("a b c\n4 0 0\n0 2 0\n0 0 1\n", matrix_kind::relationship, log);
   EXPECT_TRUE(log.entries.empty()) << full_text(log);
@@ -143,7 +143,7 @@ TEST(given_matrix, a_matrix_that_is_not_positive_definite_is_refused) {
   EXPECT_NEAR(g.smallest_eigenvalue, -0.5, 1e-14);
 }
 
-TEST(given_matrix, a_singular_matrix_is_blended_and_told) {
+TEST(given_matrix, a_singular_matrix_is_blended_and_reported) {
   // all ones: eigenvalues 0 and 2; with 0.05 I: 0.95 J + 0.05 I = [1 0.95; 0.95 1]
   message_log log;
   const given_inverse g = read("a b\n1 1\n1 1\n", matrix_kind::relationship, log);
@@ -178,7 +178,7 @@ TEST(given_matrix, blending_asked_for_uses_the_given_matrix) {
   request.blend_name = "A";
   message_log log;
   const given_inverse g = given_matrix_of_text("a b\n1.5 0\n0 1.5\n", request, log);
-  EXPECT_TRUE(log.entries.empty()) << full_text(log); // asked for: nothing to tell
+  EXPECT_TRUE(log.entries.empty()) << full_text(log); // asked for: nothing to report
   EXPECT_EQ(g.blended, 0.2);
   const double d = 1.4 * 1.4 - 0.1 * 0.1; // 0.8 x 1.5 + 0.2 = 1.4, 0.2 x 0.5 = 0.1
   expect_equal(dense(g), {{1.4 / d, -0.1 / d}, {-0.1 / d, 1.4 / d}}, 1e-15);
@@ -200,7 +200,7 @@ TEST(given_matrix, blending_with_zero_leaves_a_singular_matrix_singular) {
   EXPECT_NE(full_text(log).find("say blend = ..."), std::string::npos);
 }
 
-TEST(given_matrix, tells_faults_with_their_lines) {
+TEST(given_matrix, reports_faults_with_their_lines) {
   const std::vector<std::pair<std::string, std::string>> cases{
       {"a a 1\na b x\nb b 1\n", "G.txt:2: error: \"x\" is no number\n"},
       {"a a 1\na b\nb b 1\n",
@@ -228,7 +228,7 @@ TEST(given_matrix, tells_faults_with_their_lines) {
   }
 }
 
-TEST(given_matrix, empty_and_absent_files_are_told) {
+TEST(given_matrix, empty_and_absent_files_are_reported) {
   message_log empty, heading, absent;
   read(" \n\n", matrix_kind::inverse, empty);
   EXPECT_EQ(only_message(empty), "G.txt: error: the file is empty\n");
@@ -240,7 +240,7 @@ TEST(given_matrix, empty_and_absent_files_are_told) {
   EXPECT_EQ(only_message(absent), "no/such/G.txt: error: the file can't be read: there is no such file\n");
 }
 
-TEST(given_matrix, correlations_other_than_one_on_the_diagonal_are_told) {
+TEST(given_matrix, correlations_other_than_one_on_the_diagonal_are_reported) {
   message_log log, good;
   read("a a 1.2\na b 0.5\nb b 1\n", matrix_kind::correlation, log);
   EXPECT_EQ(only_message(log),

@@ -103,7 +103,7 @@ TEST(pedigree, adds_parents_without_a_line_as_founders) {
                             "pedigree.csv: note: \"1\" has 1 progeny\n");
 }
 
-TEST(pedigree, tells_two_lines_of_an_animal) {
+TEST(pedigree, reports_two_lines_of_an_animal) {
   message_log equal, different;
   const pedigree p = read("animal,sire,dam\n1,0,0\nK17,1,NA\nK17,1,0\n", equal);
   EXPECT_EQ(only_message(equal),
@@ -115,7 +115,7 @@ TEST(pedigree, tells_two_lines_of_an_animal) {
   EXPECT_EQ(none.n_animals(), 0);
 }
 
-TEST(pedigree, tells_a_sire_that_is_a_dam_unless_selfing_is_allowed) {
+TEST(pedigree, reports_a_sire_that_is_a_dam_unless_selfing_is_allowed) {
   const std::string text = "animal,sire,dam\nM5,0,0\n1,M5,0\n2,0,M5\n";
   message_log log, plants;
   EXPECT_EQ(read(text, log).n_animals(), 0);
@@ -144,7 +144,7 @@ TEST(pedigree, names_every_loop_and_an_animal_that_is_its_own_parent) {
   EXPECT_EQ(log.entries[2].text, "loop of 2 animals: e (line 6) -> f (line 7) -> e");
 }
 
-TEST(pedigree, phantom_groups_stand_for_unknown_parents) {
+TEST(pedigree, phantom_groups_take_the_place_of_unknown_parents) {
   // Mrode 2014, example of section 3.6 (groups by sex of the unknown parent)
   const std::string text = "animal,sire,dam\n1,G1,G2\n2,G1,G2\n3,G1,G2\n4,1,G2\n5,3,2\n6,1,2\n7,4,5\n8,3,6\n";
   for (const bool by_pattern : {false, true}) {
@@ -163,7 +163,7 @@ TEST(pedigree, phantom_groups_stand_for_unknown_parents) {
   }
 }
 
-TEST(pedigree, groups_keep_the_declared_order_and_unused_ones_are_told) {
+TEST(pedigree, groups_keep_the_declared_order_and_unused_ones_are_reported) {
   message_log log;
   const pedigree p = read("animal,sire,dam\n1,late,early\n", log, {.groups = {"early", "idle", "late"}});
   EXPECT_EQ(only_message(log),
@@ -256,7 +256,7 @@ TEST(pedigree, a_chain_of_many_generations_is_ordered) {
   EXPECT_EQ(p.identification.back(), std::to_string(N));
 }
 
-TEST(pedigree, an_absent_file_is_told) {
+TEST(pedigree, an_absent_file_is_reported) {
   message_log log;
   EXPECT_EQ(read_pedigree({.file = "no/such/pedigree.csv"}, log).n_animals(), 0);
   EXPECT_EQ(only_message(log),

@@ -67,7 +67,7 @@ TEST(trait_values, an_empty_category_is_refused_by_name) {
   EXPECT_EQ(c.messages(), "data.csv: error: y has no record of \"caesarean\"; leave the category out\n");
 }
 
-TEST(trait_values, a_label_outside_of_the_categories_is_told_with_its_line) {
+TEST(trait_values, a_label_outside_of_the_categories_is_reported_with_its_line) {
   const prepared_case c =
       with("kind = \"ordered\"\ncategories = [\"easy\", \"hard\", \"cut\"]\n", "y\ncut\neasy\nhrad\nhard\n");
   EXPECT_TRUE(
@@ -134,7 +134,7 @@ TEST(trait_values, events_and_pairs_of_bounds_tell_censoring_too) {
   EXPECT_EQ(reals(b, m.UPPER_RCI), (std::vector<float>{0, 0, 0, 9.5F}));
 }
 
-TEST(trait_values, faults_of_censoring_are_told_with_their_lines) {
+TEST(trait_values, faults_of_censoring_are_reported_with_their_lines) {
   const prepared_case c = with("kind = \"censored\"\nlimits = { code = \"c\", upper = \"u\" }\n",
                                "y,c,u\n5,2,4\n6,2,NA\n7,3,NA\n1e6,1,NA\n8,0,NA\n");
   EXPECT_EQ(
@@ -259,7 +259,7 @@ prepared_case cure(const std::string& data, const std::string& keys = "position 
 
 const std::string COWS = "cow,k,failed,h\nB,2,1,p\nA,1,0,p\nB,1,0,q\nC,1,0,q\nA,3,0,q\nA,2,NA,p\nA,4,0,q\n";
 
-TEST(trait_values, records_of_a_subject_stand_together_in_their_order) {
+TEST(trait_values, records_of_a_subject_are_together_in_their_order) {
   const prepared_case c = cure(COWS);
   ASSERT_TRUE(c.p.complete) << c.messages();
   const zeph::model_records& m = c.p.model;
@@ -267,7 +267,7 @@ TEST(trait_values, records_of_a_subject_stand_together_in_their_order) {
   EXPECT_EQ(m.MODEL(2).TRAIT_TYPE, 8);
   EXPECT_EQ(m.MODEL(1).link2, 2);
   EXPECT_EQ(m.MODEL(2).link1, 1);
-  // the third record of A has no observation and leaves the sequence; B stands first in the file
+  // the third record of A has no observation and leaves the sequence; B comes first in the file
   EXPECT_EQ(integers(c, m.iv_50), (std::vector<std::int32_t>{3, 1, 2, 5, 7, 4}));
   EXPECT_EQ(integers(c, m.MODEL(1).SEQ_RCI), (std::vector<std::int32_t>{1, -2, 1, 2, -3, -1}));
   EXPECT_EQ(m.n_cure_seq, 3);

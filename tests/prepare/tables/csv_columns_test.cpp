@@ -113,7 +113,7 @@ TEST(csv_columns, refuses_two_columns_of_one_name_but_not_unnamed_ones) {
   EXPECT_TRUE(quiet.entries.empty());
 }
 
-TEST(csv_columns, tells_ragged_rows_with_their_line) {
+TEST(csv_columns, reports_ragged_rows_with_their_line) {
   message_log log;
   const csv_columns t = table_of("id,x,y\n1,2,3\n1,2\n1,2,3,4\n\n5\n6,7,8\n", log);
   ASSERT_EQ(log.entries.size(), 3U);
@@ -137,7 +137,7 @@ TEST(csv_columns, refuses_empty_and_header_only_and_absent_files) {
             "no/such/calves.csv: error: the file can't be read: there is no such file\n");
 }
 
-TEST(csv_columns, a_folder_in_place_of_a_file_is_told) {
+TEST(csv_columns, a_folder_in_place_of_a_file_is_reported) {
   message_log log;
   read_csv("/", {}, log);
   EXPECT_EQ(only_message(log), "/: error: the file can't be read: it is a folder\n");
@@ -163,7 +163,7 @@ TEST(csv_columns, refuses_quotes_left_open_or_inside_a_cell) {
       "quote twice\n");
 }
 
-TEST(csv_columns, tells_an_unknown_column_with_those_there_are) {
+TEST(csv_columns, reports_an_unknown_column_with_those_there_are) {
   message_log log;
   const csv_columns t = table_of("id,sex,herd,year,bwt,wwt,agew\n1,1,1,1,1,1,1\n", log);
   EXPECT_EQ(require_column(t, "age", log), no_column);
@@ -200,7 +200,7 @@ TEST(csv_columns, reads_numbers_in_their_spellings) {
   EXPECT_FALSE(number_in("1.234,5", ',', v));
 }
 
-TEST(csv_columns, tells_cells_that_are_no_numbers_with_line_and_hint) {
+TEST(csv_columns, reports_cells_that_are_no_numbers_with_line_and_hint) {
   message_log log;
   const csv_columns t = table_of("id;bwt\n1;12,4\n2;x\n3;\n4;9\n", log);
   const std::vector<double> x = column_numbers(t, 1, log);

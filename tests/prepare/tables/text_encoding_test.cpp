@@ -20,7 +20,7 @@ TEST(text_encoding, knows_well_formed_utf8) {
     EXPECT_FALSE(is_utf8(bad)) << bad;
 }
 
-TEST(text_encoding, lines_that_are_not_utf8_are_read_as_latin1_and_told) {
+TEST(text_encoding, lines_that_are_not_utf8_are_read_as_latin1_and_reported) {
   message_log log;
   EXPECT_EQ(utf8_content("id\nBj\xF8rn\nBj\xC3\xB8rn\nK\xE5re\r\n", "d.csv", log),
             "id\nBj\xC3\xB8rn\nBj\xC3\xB8rn\nK\xC3\xA5re\r\n");

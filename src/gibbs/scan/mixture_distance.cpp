@@ -1,4 +1,4 @@
-#include "gibbs/latent/mixture_distance.h"
+#include "gibbs/scan/mixture_distance.h"
 
 namespace zeph {
 
