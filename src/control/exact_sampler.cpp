@@ -109,6 +109,7 @@ void find_exact_forms(run& r) {
   if (body_of(records, r.asked) != scan_body::fast)
     refuse(r.report, "exact", {}, "records that cannot be stored as columns",
            "equations of a record within their own group and level");
+  if (r.asked.analysis_type > 0) prepare_densities(records, r.asked);
   find_level_meetings(r.model, r.layout, r.design, r.sampler, r.asked, r.work.meetings, r.report);
   std::int64_t largest = 0;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)

@@ -145,6 +145,7 @@ void start_chain_values(run& r) {
 
 // Data and relationships; then records by residual group and by level of the trait deviations.
 void load_data(run& r) {
+  r.design.keeps_positions = r.asked.sampler.exact && r.asked.analysis_type > 0;
   const int status = READTOMEM(r.model, r.layout, r.design, r.relations, r.report);
   if (status == 1) say(r.report, "Data not found");
   if (status != 0) zeph_terminates(r.report, false);

@@ -109,7 +109,7 @@ void store_head(const model_records& m, data_record& in, design_store& design, r
   design.ISIT_M(r) = in.mask;
   design.C_ISIT_M(r) = pattern;
   design.IRESG_M(r) = group;
-  if (m.keeps_residuals()) design.OBS_POS_M(r) = in.IINP(m.iv_50);
+  if (design.OBS_POS_M.allocated()) design.OBS_POS_M(r) = in.IINP(m.iv_50);
   if (design.SEQ_M.allocated()) store_sequence(m, in, design, report);
   if (m.L_TD) {
     const std::int32_t level = in.IINP(m.RMAT(m.TD_FACTOR).R_EFF_RCI(1));

@@ -42,8 +42,9 @@ void MME_ALLOC(const model_records& model, std::int32_t m, design_store& design,
   allocate(report, design.M_M, "M_M", routine, nobs);
   allocate(report, design.IRESG_M, "IRESG_M", routine, nobs);
 
-  if (model.keeps_residuals()) {
+  if (model.keeps_residuals() || design.keeps_positions)
     allocate(report, design.OBS_POS_M, "OBS_POS_M", routine, nobs);
+  if (model.keeps_residuals()) {
     allocate(report, design.ZEPH_RES, "ZEPH_RES", routine, nt, nobs);
   }
   if (model.has_type(trait_sequence)) allocate_cure_stores(model, design, report);

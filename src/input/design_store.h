@@ -9,8 +9,9 @@
 namespace zeph {
 
 struct design_store {
-  std::int32_t m = 0;    // largest number of entries of a record
-  std::int32_t nobs = 0; // records held (those read, at most the model's number)
+  std::int32_t m = 0;           // largest number of entries of a record
+  std::int32_t nobs = 0;        // records held (those read, at most the model's number)
+  bool keeps_positions = false; // OBS_POS_M is stored though residuals are not
 
   // working row of the record in build: 7 x m and m
   mat<std::int32_t> XD;

@@ -2,6 +2,7 @@
 // and their inverses, sums of squares, and the sums kept for the reports.
 #pragma once
 
+#include "input/density_store.h"
 #include "input/equation_layout.h"
 
 namespace zeph {
@@ -44,6 +45,8 @@ struct sampler_store {
   mat<double> dic_ressum;   // nt x nobs: sum of residuals over samples
   mat<double> dic_rrsum;    // nt x G: squared residuals of the current sample
   vec<double> dic_s, dic_m; // nt
+
+  density_store density; // of the exact sampler
 };
 
 // Stores of the covariance draws: IW_STR(f) of order n_rc for each random factor,

@@ -60,6 +60,15 @@ double log_normal_between(double a, double b) {
   return la + std::log1p(-std::exp(lb - la));
 }
 
+double normal_between(double a, double b, double u) {
+  if (a + b < 0.0 || (b == infinity && a == -infinity && u < 0.5)) return -normal_between(-b, -a, 1.0 - u);
+  if (a > far_out) // a plus an exponential variable with rate a, cut at b
+    return std::clamp(a - std::log1p(u * std::expm1(-a * (b - a))) / a, a, b);
+  const double qa = upper_tail(a), qb = b < infinity ? upper_tail(b) : 0.0;
+  const double q = std::max(qa + (qb - qa) * u, std::numeric_limits<double>::min());
+  return std::clamp(root_two * boost::math::erfc_inv(2.0 * std::min(q, 1.0 - 1e-16)), a, b);
+}
+
 double truncated_normal(combined_source& source, double a, double b, double mean, double var) {
   const double sd = std::sqrt(var);
   const double lo = (a - mean) / sd, hi = (b - mean) / sd;

@@ -12,6 +12,10 @@ double log_normal_lower(double x);
 // log P(a < Z < b), a <= b, either may be infinite. An interval without a number in it: minus infinity.
 double log_normal_between(double a, double b);
 
+// The x between a and b with P(a < Z < x) = u P(a < Z < b), 0 <= u <= 1: the quantile of the standard normal
+// distribution truncated to the interval, right in either tail.
+double normal_between(double a, double b, double u);
+
 // One normal(mean, var) variable between a and b, either may be infinite; var > 0, a <= b. From the
 // combined source one uniform where the interval begins within 37 standard deviations of the mean:
 // GEN_TRUNC_NORMAL where the interval has probability 1e-4 and more, else

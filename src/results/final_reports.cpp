@@ -12,6 +12,7 @@
 #include "results/prediction_report.h"
 #include "results/solution_writer.h"
 #include "results/threshold_report.h"
+#include "results/waic.h"
 #include "samples/accumulators.h"
 #include "samples/restart.h"
 
@@ -50,7 +51,10 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 
 void final_reports(const final_records& r) {
   const bool samples_matrices = r.asked.analysis_type > 2;
-  if (r.asked.analysis_type > 0) report_model_fit(r.state, r.files, r.report);
+  if (r.asked.analysis_type > 0 && r.asked.sampler.exact)
+    report_waic(r.sampler.density, r.state, r.files, r.report);
+  else if (r.asked.analysis_type > 0)
+    report_model_fit(r.state, r.files, r.report);
   if (samples_matrices) report_deviance(r.model, r.design, r.counts, r.sampler, r.report);
 
   // from here on the sums over samples are means and variances

@@ -55,6 +55,10 @@ void post_scan(const Body& body, scan_records& r, const directives& asked, const
   if (asked.analysis_type > 0) {
     double lik = 0;
     body.residual_pass(r, asked, state, lik);
+    if (asked.sampler.exact && sampled) {
+      body.ready_values(r, asked);
+      lik = score_units(r, asked);
+    }
     if (sampled) write_py(files, state, lik, r.report);
   }
   if (asked.analysis_type > 2) {

@@ -7,6 +7,7 @@
 
 #include "gibbs/latent/latent_updates.h"
 #include "gibbs/matrices/covariance_draws.h"
+#include "gibbs/residuals/record_density.h"
 #include "gibbs/residuals/record_values.h"
 #include "gibbs/residuals/residual_sums.h"
 #include "gibbs/scan/group_scan.h"
@@ -27,6 +28,7 @@ struct round_work {
   mixture_work mixture;
   sweep_work sweep;        // of the exact sampler
   level_meetings meetings; // of the exact sampler
+  density_work density;    // of the exact sampler
   covariance_work matrices;
   scan_body body = scan_body::unchosen;
   residual_form fast; // of the fast body
