@@ -26,8 +26,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <fmt/format.h>
+#include <limits>
 #include <new>
 #include <ostream>
+#include <string>
 
 namespace zeph {
 namespace {
@@ -121,6 +124,14 @@ void lay_out_equations(run& r) {
   if (more) read_restriction_directive(r.model, r.asked, r.sampler, lines, r.report);
 }
 
+// Sample files and the saved state hold the number of a round in 32 bits.
+void check_last_round(const run& r, reporting& report) {
+  const std::int64_t left = std::numeric_limits<std::int32_t>::max() - r.counts.P_ROUND;
+  if (r.asked.nround > left)
+    illegal_input(report, directive_file_name(r.model, report), "nround", {}, std::to_string(r.asked.nround),
+                  fmt::format("at most {} after round {}", left, r.counts.P_ROUND));
+}
+
 // Stores of the chain, and its start values: those of the priors, or of the run that is continued.
 void start_chain_values(run& r) {
   allocate_dispersion(r.model, r.layout, r.state, r.sampler, r.report);
@@ -138,6 +149,7 @@ void start_chain_values(run& r) {
   } else {
     start_from_priors(r.model, r.asked, r.sampler, r.report);
   }
+  check_last_round(r, r.report);
   if (r.asked.test_level >= 2) print_start_matrices(r.model, r.sampler, r.report);
   if (file_exists(r.report, "ytopredict")) read_ytopredict(r.model, r.predictions, r.report);
   if (r.asked.restart) read_oldsol(r.layout, r.asked, r.sampler, r.report);

@@ -86,6 +86,8 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
   if (asked.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
   if (asked.analysis_type > 0) {
     open_checked(files.py, "py", report);
+    if (!free_reader().open(path_of(report, "py"))) // the report of model fit reads it
+      illegal_input(report, "py", "read", {}, "open", "the file can be opened and read");
     open_checked(files.lpm, "lpm", report);
     if (m.n_sol_cv != 0) {
       open_checked(files.sol_samples, "sol.samples", report);

@@ -301,6 +301,51 @@ TEST(run_driver, finds_result_files_that_can_not_be_made_before_the_first_round)
     }
 }
 
+TEST(run_driver, finds_sample_files_that_can_not_be_made_before_the_first_round) {
+  for (const char* name : {"py", "lpm", "gib.samples", "scr31", "sol.samples", "res.samples"}) {
+    run_case c;
+    c.m->n_sol_cv = -1;
+    c.m->l_residuals = true;
+    c.m->model_kind = 2;
+    c.write(run_case::lines(3, 0, 4, 1));
+    std::filesystem::create_directories(c.directory / name);
+    EXPECT_EQ(c.go(), 16) << name;
+    EXPECT_TRUE(c.ends_with(illegal_input_text(name, "write", "open", "the file can be opened and written")))
+        << c.text();
+    EXPECT_EQ(c.directory.read("status"), "Program QVAgib initializing\n");
+  }
+}
+
+// Rounds are numbered up to 2^31 - 1. STOP ends the runs that start.
+TEST(run_driver, finds_more_rounds_than_32_bits_number_before_the_first_round) {
+  for (const std::int32_t type : {0, 1, 3, 5, 6}) {
+    run_case c;
+    c.directory.write("STOP", "");
+    EXPECT_EQ(c.go(run_case::lines(type, 5, 2147483643, 1)), 16) << type;
+    EXPECT_TRUE(
+        c.ends_with(illegal_input_text("dir", "nround", "2147483643", "at most 2147483642 after round 5")))
+        << c.text();
+    EXPECT_EQ(c.directory.read("status"), "Program QVAgib initializing\n");
+    EXPECT_FALSE(c.directory.has("scr31"));
+  }
+  run_case most;
+  most.directory.write("STOP", "");
+  EXPECT_EQ(most.go(run_case::lines(1, 5, 2147483642, 1)), 0) << most.text();
+}
+
+TEST(run_driver, counts_the_rounds_of_the_chain_that_is_continued_to_those_of_32_bits) {
+  run_case c;
+  ASSERT_EQ(c.go(run_case::lines(3, 0, 3, 1)), 0) << c.text();
+  std::filesystem::rename(c.directory / "lastsol", c.directory / "oldsol");
+  std::filesystem::rename(c.directory / "gparlast", c.directory / "r_parm");
+  c.directory.write("STOP", "");
+  EXPECT_EQ(c.go(run_case::lines(3, 0, 2147483645, 1)), 16);
+  EXPECT_TRUE(
+      c.ends_with(illegal_input_text("dir", "nround", "2147483645", "at most 2147483644 after round 3")))
+      << c.text();
+  EXPECT_EQ(c.go(run_case::lines(3, 0, 2147483644, 1)), 0) << c.text();
+}
+
 TEST(run_driver, leaves_results_of_a_former_run_as_they_were_until_its_own_are_whole) {
   run_case c;
   c.directory.write("gibsol", "former\n");

@@ -182,6 +182,26 @@ TEST(input_without_the_right_to_read_it, is_reported) {
   }
 }
 
+// The report of model fit reads py: one that may be written and not read ends the run before its first round.
+TEST(samples_without_the_right_to_read_them, end_the_run_before_its_first_round) {
+  prepared_run run(run_named("gaussian"));
+  const plain_user user;
+  if (!user.exists()) GTEST_SKIP() << no_right;
+  user.enter(run.place.path());
+  put_files(run.place.path(), run.input);
+  std::ofstream(run.place / "py") << "";
+  user.own(run.place.path());
+  for (const auto& entry : std::filesystem::directory_iterator(run.place.path()))
+    user.own(entry.path().string());
+  std::filesystem::permissions(run.place / "py", std::filesystem::perms::owner_write);
+  const child_end end = user.run_zeph(run.place.path());
+  EXPECT_EQ(end.code, 16) << end.listing;
+  EXPECT_NE(end.listing.find("Illegal input in py: read = open, legal: the file can be opened and read"),
+            std::string::npos)
+      << end.listing;
+  EXPECT_EQ(run.place.read("status"), "Program QVAgib initializing\n");
+}
+
 // Each result in turn can't be opened, since a directory has its name.
 TEST(a_result_whose_name_is_a_directory, is_named) {
   for (const char* kind : {"kept_samples", "mixture", "jump", "deviations", "predictions"}) {

@@ -124,6 +124,29 @@ TEST(solution_writer, option_1_lists_blocks_with_one_label) {
   EXPECT_EQ(c.report.nlines, 47); // the lines above, counted
 }
 
+// Not the number of the trait in the model: factor 2 isn't fitted for trait 1, and the list of factor 1 has
+// trait 2 first here. Rows by hand from the formats 1X, I14, I7, I5, 4X, A8, I9 and I1, 2I3, I4, 3I12.
+TEST(solution_writer, number_of_a_row_is_that_of_the_trait_in_the_list_of_its_factor) {
+  dairy c;
+  structure_record& factor = c.m.RMAT(1);
+  factor.TRAIT_NO(1) = factor.T_NO(1) = 2;
+  factor.TRAIT_NO(2) = factor.T_NO(2) = 1;
+  factor.T_NAME(1) = "fat     ";
+  factor.T_NAME(2) = "milk    ";
+  ASSERT_EQ(c.solwrite(1), 0);
+  const std::string listing = c.said(), file = c.content("gibsol");
+  for (const char* row : {"            101      2    1    fat            10         2.50000    \n",
+                          "            101      2    2    milk            9         2.25000    \n",
+                          "              7      1    1    fat            15         3.75000    \n",
+                          "              8      9    1    fat            16         4.00000    \n"})
+    EXPECT_EQ(count_of(listing, row), 1) << row << listing;
+  for (const char* row : {"3  2  1   1         101           2           1         2.50000    \n",
+                          "3  1  2   1         101           2           1         2.25000    \n",
+                          "3  2  1   2           7           1           1         3.75000    \n",
+                          "3  2  1   2           8           9           2         4.00000    \n"})
+    EXPECT_EQ(count_of(file, row), 1) << row << file;
+}
+
 TEST(solution_writer, option_4_writes_roots_and_zero_for_restricted_equations) {
   dairy c;
   zeph_test::fill_vec(c.IREST, {6, 8});

@@ -393,6 +393,11 @@ void check_run(const model_description& d, message_log& log, bool rows_known) {
                  "restarting is not possible with an ordered trait; remove [run] continue");
         break;
       }
+  if (std::int64_t{r.burnin.value} + r.rounds.value > std::numeric_limits<std::int32_t>::max())
+    error_at(d, log, r.rounds.given ? r.rounds.at : r.burnin.at,
+             fmt::format("[run] burnin + rounds = {}: rounds are numbered up to {}",
+                         std::int64_t{r.burnin.value} + r.rounds.value,
+                         std::numeric_limits<std::int32_t>::max()));
   if (r.analysis.value > analysis_type::sums && r.interval.value > r.rounds.value)
     warning_at(d, log, r.interval.given ? r.interval.at : r.rounds.at,
                fmt::format("interval = {} is above rounds = {}: no sample is kept", r.interval.value,

@@ -1,5 +1,6 @@
 #include "prepare/parts/given_matrix.h"
 
+#include "prepare/messages/repeated_cells.h"
 #include "prepare/tables/csv_columns.h"
 #include "prepare/tables/readable_file.h"
 #include "prepare/tables/text_encoding.h"
@@ -73,6 +74,65 @@ std::vector<word_line> lines_of(std::string_view content) {
 
 source_place place_of(const matrix_request& request, std::int64_t line) {
   return {request.file, static_cast<int>(line), 0};
+}
+
+// A heading that begins with #: three words over triplets, or the identifications over a square.
+bool is_heading(std::string_view text, std::size_t rows, std::size_t width) {
+  const std::size_t n = n_words(text);
+  return (n == 3 && width == 3) || ((n == rows || n == rows + 1) && (width == rows || width == rows + 1));
+}
+
+// Lines that begin with # and are no elements, as a comment has them: one error. True after it.
+bool refuse_comments(std::span<const word_line> lines, const matrix_request& request, message_log& log) {
+  const auto marked = [](const word_line& l) { return l.text.starts_with('#'); };
+  const auto element = std::find_if_not(lines.rbegin(), lines.rend(), marked);
+  if (element == lines.rend() || std::ranges::none_of(lines, marked)) return false;
+  const std::size_t width = n_words(element->text), rows = lines.size() - 1;
+  repeated_lines comments;
+  for (std::size_t k = 0; k < lines.size(); ++k) {
+    const std::string_view text = lines[k].text;
+    if (!marked(lines[k])) continue;
+    const bool heading = k == 0 && !marked(lines[1]) && is_heading(text, rows, width);
+    const bool named = k > 0 && !text.starts_with("# ") && n_words(text) == width;
+    if (!heading && !named) add_line(comments, lines[k].line);
+  }
+  if (comments.n == 0) return false;
+  add_error(log, place_of(request, comments.first.front()),
+            "a line that begins with # is no element; a matrix file has no comments, take them out" +
+                where_in_words(comments, "in all"));
+  return true;
+}
+
+// The first number with a decimal comma in a line whose values other signs separate; empty: none.
+std::string_view decimal_comma_in(std::string_view text) {
+  constexpr std::string_view SEPARATORS = " \t;";
+  std::string_view found;
+  std::size_t n = 0;
+  for (std::size_t at = 0; (at = text.find_first_not_of(SEPARATORS, at)) != std::string_view::npos; ++n) {
+    const std::size_t end = std::min(text.find_first_of(SEPARATORS, at), text.size());
+    const std::string_view word = text.substr(at, end - at);
+    double v = 0.0;
+    if (found.empty() && word.find(',') != std::string_view::npos && number_in(word, ',', v)) found = word;
+    at = end;
+  }
+  return n > 1 ? found : std::string_view{};
+}
+
+// Puts one error in the place of those from entries[first] on when fractions are written with a comma.
+void name_decimal_commas(std::span<const word_line> lines, const matrix_request& request, std::size_t first,
+                         message_log& log) {
+  repeated_cell commas;
+  for (const word_line& l : lines) {
+    const std::string_view word = decimal_comma_in(l.text);
+    if (word.empty()) continue;
+    if (commas.text.empty()) commas.text = word;
+    add_line(commas.lines, l.line);
+  }
+  if (commas.lines.n == 0) return;
+  log.entries.resize(first);
+  add_error(log, place_of(request, commas.lines.first.front()),
+            fmt::format("\"{}\" has a decimal comma; a matrix file takes decimal points{}",
+                        shown(commas.text), where_in_words(commas.lines, "in all")));
 }
 
 // The values as they stand in the file, one triangle, not yet merged; line[k] is where element k stands.
@@ -355,13 +415,16 @@ given_inverse given_matrix_of_text(std::string_view content, const matrix_reques
     add_error(log, place_of(request, 0), "the file is empty");
     return given;
   }
+  if (refuse_comments(lines, request, log)) return given;
   text_matrix m;
+  const std::size_t first = log.entries.size();
   const bool dense =
       request.form == matrix_form::dense || (request.form == matrix_form::by_columns && looks_dense(lines));
   if (dense)
     read_dense(lines, request, m, log);
   else
     read_triplets(lines, request, m, log);
+  if (log.entries.size() > first) name_decimal_commas(lines, request, first, log);
   if (m.identification.empty() && count_of(log, severity::error) == n_errors)
     add_error(log, place_of(request, 0), "the file holds no elements");
 

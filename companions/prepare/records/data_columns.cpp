@@ -1,6 +1,7 @@
 #include "prepare/records/data_columns.h"
 
 #include "prepare/messages/messages.h"
+#include "prepare/tables/missing_codes.h"
 #include "prepare/tables/readable_file.h"
 
 #include <fmt/format.h>
@@ -28,9 +29,10 @@ std::string named_in(const model_description& d, int line) {
 
 // Columns by use; a set each, in the order of names.
 struct columns_in_use {
-  std::set<std::string> observations, other_numbers, classes, levels, texts;
-  std::map<std::string, int> line; // of the description, where the column is named first
-  int here = 0;                    // the line that is looked at
+  std::set<std::string> observations, other_numbers, classes, texts;
+  std::set<std::string> levels, own_levels; // of factors with a relationship, of all others
+  std::map<std::string, int> line;          // of the description, where the column is named first
+  int here = 0;                             // the line that is looked at
 
   void add(std::set<std::string>& part, const std::string& column) {
     part.insert(column);
@@ -69,6 +71,13 @@ void add_stated(const text_value& column, std::set<std::string>& part, columns_i
   out.add(part, column.value);
 }
 
+// True when the data name the levels of a factor; else its relationship does.
+bool has_own_levels(const model_description& d, const std::string& factor) {
+  return std::ranges::none_of(d.factors, [&](const factor_section& f) {
+    return f.name == factor && f.kind != relationship_kind::identity;
+  });
+}
+
 columns_in_use columns_of(const model_description& d) {
   columns_in_use out;
   for (const trait_section& trait : d.traits) {
@@ -81,9 +90,10 @@ columns_in_use columns_of(const model_description& d) {
     for (const effect& e : trait.terms.fixed) add_effect(d, e, out);
     for (const random_term& term : trait.terms.random) {
       for (const effect& e : term.left) add_effect(d, e, out);
+      std::set<std::string>& levels = has_own_levels(d, term.factor) ? out.own_levels : out.levels;
       for (const named_column& column : term.columns) // combinations are of classes, as in the fixed part
         for (const named_part& part : column.parts)
-          out.add(column.parts.size() > 1 ? out.classes : out.levels, part.name);
+          out.add(column.parts.size() > 1 ? out.classes : levels, part.name);
     }
   }
   if (d.residual.indicator < 0 && !d.residual.groups.value.empty())
@@ -166,18 +176,22 @@ data_columns read_data_columns(const model_description& d, message_log& log) {
 
   const columns_in_use used = columns_of(d);
   std::set<std::string> all = used.observations;
-  for (const auto* part : {&used.other_numbers, &used.classes, &used.levels, &used.texts})
+  for (const auto* part : {&used.other_numbers, &used.classes, &used.levels, &used.own_levels, &used.texts})
     all.insert(part->begin(), part->end());
   const int errors = count_of(log, severity::error);
+  std::vector<other_decimal> other_decimals;
   for (const std::string& name : all) {
     const std::size_t c = used_column(d, out.table, name, used.line.at(name), log);
     if (c == no_column) continue;
     if (used.classes.contains(name)) refuse_fraction(out.table, c, log);
+    if (used.classes.contains(name) || used.own_levels.contains(name))
+      warn_of_missing_levels(out.table, c, log);
     if (!used.observations.contains(name) && !used.other_numbers.contains(name)) continue;
-    std::vector<double> values = column_numbers(out.table, c, log);
+    std::vector<double> values = column_numbers(out.table, c, other_decimals, log);
     if (used.observations.contains(name)) warn_of_missing_codes(out.table, c, values, log);
     out.numbers.emplace(name, std::move(values));
   }
+  refuse_other_decimals(out.table, other_decimals, log);
   if (count_of(log, severity::error) == errors)
     out.traits = read_trait_values(d, out.table, out.numbers, log);
   return out;

@@ -50,7 +50,7 @@ void show_as_written(const model_description& d, message_log& log, std::size_t f
 
 // Reads the file, the numbers of observations, weights and covariables, and the observations of all kinds of
 // traits. Errors: unknown columns, cells that are no numbers, classes that hold a number with a fraction,
-// those of trait_values. Warnings: values that look like codes for missing.
+// those of trait_values. Warnings: values and levels that look like codes for missing.
 data_columns read_data_columns(const model_description& d, message_log& log);
 
 } // namespace zeph::prepare

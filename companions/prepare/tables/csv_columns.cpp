@@ -245,27 +245,23 @@ struct wrong_numbers {
   repeated_cell other_decimal;
 };
 
-void tell(const csv_columns& table, std::size_t c, const wrong_numbers& wrong, message_log& log) {
-  const std::string &name = table.header[c], kind = "number " + table.file + " " + name;
-  const auto fault = [&](const repeated_cell& cell) -> message& {
-    return add_error(log, place_of(table, cell.lines.first.front()),
-                     fmt::format("\"{}\" in column {} is no number", shown(cell.text), name), kind);
-  };
-  if (wrong.other_decimal.lines.n > 0) {
-    const bool point = table.layout.decimal == '.';
-    message& m = fault(wrong.other_decimal);
-    m.text += fmt::format(" (decimal {}? set decimal = \"{}\" in [data])", point ? "comma" : "point",
-                          point ? ',' : '.');
-    m.text += where_in_words(wrong.other_decimal.lines, "such records");
-  }
-  for (const repeated_cell& cell : wrong.texts.cells) {
-    message& m = fault(cell);
+message& refuse_cell(const csv_columns& table, const std::string& name, const repeated_cell& cell,
+                     message_log& log) {
+  return add_error(log, place_of(table, cell.lines.first.front()),
+                   fmt::format("\"{}\" in column {} is no number", shown(cell.text), name),
+                   "number " + table.file + " " + name);
+}
+
+void refuse_texts(const csv_columns& table, std::size_t c, const repeated_cells& texts, message_log& log) {
+  const std::string& name = table.header[c];
+  for (const repeated_cell& cell : texts.cells) {
+    message& m = refuse_cell(table, name, cell, log);
     m.text += where_in_words(cell.lines);
     m.hint = missing_hint(table, cell.text);
   }
-  if (wrong.texts.n_beyond > 0)
+  if (texts.n_beyond > 0)
     add_error(log, {table.file, 0, 0},
-              fmt::format("{} further values of column {} are no numbers", wrong.texts.n_beyond, name));
+              fmt::format("{} further values of column {} are no numbers", texts.n_beyond, name));
 }
 
 // The files hold reals of 32 bits.
@@ -280,13 +276,11 @@ void refuse_beyond_range(const csv_columns& table, std::size_t c, std::size_t r,
             "range " + table.file + " " + table.header[c]);
 }
 
-} // namespace
-
-std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log) {
+std::vector<double> numbers_of(const csv_columns& table, std::size_t c, wrong_numbers& wrong,
+                               message_log& log) {
   std::vector<double> values(table.n_records(), std::numeric_limits<double>::quiet_NaN());
   const char decimal = table.layout.decimal, other = decimal == '.' ? ',' : '.';
   const std::vector<double> codes = missing_numbers(table.layout);
-  wrong_numbers wrong;
   for (std::size_t r = 0; r < values.size(); ++r) {
     if (is_missing(table, c, r)) continue;
     double value = 0.0;
@@ -302,8 +296,49 @@ std::vector<double> column_numbers(const csv_columns& table, std::size_t c, mess
       add_cell(wrong.texts, cell, table.line[r]);
     }
   }
-  tell(table, c, wrong, log);
   return values;
+}
+
+} // namespace
+
+std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log) {
+  wrong_numbers wrong;
+  std::vector<double> values = numbers_of(table, c, wrong, log);
+  if (wrong.other_decimal.lines.n > 0)
+    refuse_other_decimals(table, {{table.header[c], wrong.other_decimal}}, log);
+  refuse_texts(table, c, wrong.texts, log);
+  return values;
+}
+
+std::vector<double> column_numbers(const csv_columns& table, std::size_t c, std::vector<other_decimal>& noted,
+                                   message_log& log) {
+  wrong_numbers wrong;
+  std::vector<double> values = numbers_of(table, c, wrong, log);
+  if (wrong.other_decimal.lines.n > 0) noted.push_back({table.header[c], std::move(wrong.other_decimal)});
+  refuse_texts(table, c, wrong.texts, log);
+  return values;
+}
+
+void refuse_other_decimals(const csv_columns& table, const std::vector<other_decimal>& noted,
+                           message_log& log) {
+  if (noted.empty()) return;
+  const auto first_line = [](const other_decimal& o) { return o.cell.lines.first.front(); };
+  const other_decimal& first = *std::ranges::min_element(noted, {}, first_line);
+  const bool point = table.layout.decimal == '.';
+  message& m = refuse_cell(table, first.column, first.cell, log);
+  m.text += fmt::format(" (decimal {}? set decimal = \"{}\" in [data])", point ? "comma" : "point",
+                        point ? ',' : '.');
+  if (noted.size() == 1) {
+    m.text += where_in_words(first.cell.lines, "such records");
+    return;
+  }
+  std::int64_t n = 0;
+  std::vector<std::string> columns;
+  for (const other_decimal& o : noted) {
+    n += o.cell.lines.n;
+    columns.push_back(o.column);
+  }
+  m.text += fmt::format(":\n{} values in the columns {}", n, joined(columns));
 }
 
 std::size_t first_fraction(const csv_columns& table, std::size_t c) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "prepare/messages/messages.h"
+#include "prepare/messages/repeated_cells.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -68,6 +69,20 @@ bool number_in(std::string_view cell, char decimal, double& value);
 // Numbers of a column, one per record; NaN where missing (codes count by value) or no number. A text that is
 // no number is one error for all its records.
 std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log);
+
+// A column with numbers that are written with the other decimal sign.
+struct other_decimal {
+  std::string column;
+  repeated_cell cell;
+};
+
+// The same, but such numbers are only noted: one cause of all columns, for refuse_other_decimals.
+std::vector<double> column_numbers(const csv_columns& table, std::size_t c, std::vector<other_decimal>& noted,
+                                   message_log& log);
+
+// One error for all columns that were noted.
+void refuse_other_decimals(const csv_columns& table, const std::vector<other_decimal>& noted,
+                           message_log& log);
 
 // First record whose cell is a number with a fraction, or n_records: such a column is hardly a class.
 std::size_t first_fraction(const csv_columns& table, std::size_t c);

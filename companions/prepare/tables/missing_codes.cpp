@@ -32,4 +32,16 @@ std::string missing_hint(const csv_columns& table, std::string_view cell) {
   return fmt::format("if it means that there is no value: [data] missing = [{}\"{}\"]", codes, shown(cell));
 }
 
+void warn_of_missing_levels(const csv_columns& table, std::size_t c, message_log& log) {
+  repeated_cells found;
+  for (std::size_t r = 0; r < table.n_records(); ++r)
+    if (is_sign_for_nothing(table.cell(c, r)) && !is_missing(table, c, r))
+      add_cell(found, table.cell(c, r), table.line[r]);
+  for (const repeated_cell& cell : found.cells)
+    add_warning(log, {table.file, static_cast<int>(cell.lines.first.front()), 0},
+                fmt::format("\"{}\" in column {} is taken as a level{}", shown(cell.text), table.header[c],
+                            where_in_words(cell.lines)))
+        .hint = missing_hint(table, cell.text);
+}
+
 } // namespace zeph::prepare

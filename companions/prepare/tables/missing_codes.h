@@ -19,4 +19,8 @@ bool is_missing_number(const csv_columns& table, std::size_t c, std::size_t r);
 // so. Empty for any other cell.
 std::string missing_hint(const csv_columns& table, std::string_view cell);
 
+// Warning for each text of a class column that is no missing code and hardly a class ("." "-" "NA"), with its
+// number of records: it is a level like any other.
+void warn_of_missing_levels(const csv_columns& table, std::size_t c, message_log& log);
+
 } // namespace zeph::prepare

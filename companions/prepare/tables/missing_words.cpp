@@ -32,4 +32,18 @@ bool is_word_for_nothing(std::string_view text) {
   return letters.empty() || std::ranges::find(words_for_nothing, letters) != words_for_nothing.end();
 }
 
+bool is_sign_for_nothing(std::string_view text) {
+  if (text.empty() || text == "+") return false;
+  std::array<char, 3> letters{};
+  std::size_t n = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) == 0 && byte < 0x80) continue;
+    if (n == letters.size()) return false;
+    letters[n++] = static_cast<char>(std::tolower(byte));
+  }
+  const std::string_view word(letters.data(), n);
+  return word.empty() || word == "na" || word == "nan";
+}
+
 } // namespace zeph::prepare

@@ -10,4 +10,8 @@ namespace zeph::prepare {
 // and for numbers.
 bool is_word_for_nothing(std::string_view text);
 
+// True for a text that is hardly the name of a class: one without letter or digit but for "+", and NA or NaN
+// as above. Words such as none and unknown may well be classes.
+bool is_sign_for_nothing(std::string_view text);
+
 } // namespace zeph::prepare

@@ -900,6 +900,15 @@ TEST(model_description, a_prior_df_with_a_fraction_and_no_order_names_its_neighb
       "+ 1\n");
 }
 
+// The files number rounds in 32 bits: 2147483647 at most.
+TEST(model_description, burn_in_and_rounds_together_are_no_more_than_rounds_can_be_numbered) {
+  const std::string run = "[run]\nanalysis = \"predict\"\nburnin = 1000\nrounds = ";
+  EXPECT_EQ(told(read(small(run + "2147482647\n"))), "");
+  EXPECT_EQ(
+      told(read(small(run + "2147482648\n"))),
+      "model.toml:9:10: error: [run] burnin + rounds = 2147483648: rounds are numbered up to 2147483647\n");
+}
+
 // The one error has no warning of a flat prior beside it.
 TEST(model_description, a_prior_df_with_a_fraction_is_one_message_in_an_analysis_over_models) {
   const result r =

@@ -228,6 +228,47 @@ TEST(given_matrix, reports_faults_with_their_lines) {
   }
 }
 
+TEST(given_matrix, comment_lines_are_one_error) {
+  const std::string cause = "error: a line that begins with # is no element; a matrix file has no comments, "
+                            "take them out";
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"# G of the herd 7\n# by K, 2010\na a 1\na b 0.5\nb b 1\n",
+       "G.txt:1: " + cause + " (2 in all, lines 1, 2)\n"},
+      {"a a 1\na b 0.5\n#\nb b 1\n", "G.txt:3: " + cause + "\n"},
+      {"#by K\na b\n1 0.5\n0.5 1\n", "G.txt:1: " + cause + "\n"},
+      {"# G\n# by K\na b c\n1 0 0\n0 1 0\n0 0 1\n", "G.txt:1: " + cause + " (2 in all, lines 1, 2)\n"}};
+  for (const auto& [text, expected] : cases) {
+    message_log log;
+    EXPECT_TRUE(read(text, matrix_kind::inverse, log).element.empty());
+    EXPECT_EQ(only_message(log), expected) << text;
+  }
+}
+
+TEST(given_matrix, a_number_sign_in_headings_and_identifications_is_no_comment) {
+  for (const std::string text :
+       {"#id1 id2 v\na a 1\na b 0.5\nb b 1\n", "#1 #1 1\n#1 #2 0.5\n#2 #2 1\n", "# a b\n1 0.5\n0.5 1\n",
+        "#a b\n1 0.5\n0.5 1\n", "#id a b\na 1 0.5\nb 0.5 1\n"}) {
+    message_log log;
+    EXPECT_EQ(read(text, matrix_kind::inverse, log).element.size(), 3U) << text << full_text(log);
+  }
+}
+
+TEST(given_matrix, decimal_commas_are_one_error) {
+  const std::string cause = "\" has a decimal comma; a matrix file takes decimal points";
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"a;a;1,5\na;b;0,5\nb;b;1\n", "G.txt:1: error: \"1,5" + cause + " (2 in all, lines 1, 2)\n"},
+      {"a a 1\na b 0,5\nb b 1\n", "G.txt:2: error: \"0,5" + cause + "\n"},
+      {"a\tb\n1,0\t0,5\n0,5\t1,0\n", "G.txt:2: error: \"1,0" + cause + " (2 in all, lines 2, 3)\n"}};
+  for (const auto& [text, expected] : cases) {
+    message_log log;
+    EXPECT_TRUE(read(text, matrix_kind::inverse, log).element.empty());
+    EXPECT_EQ(only_message(log), expected) << text;
+  }
+  message_log log; // commas between the values
+  EXPECT_EQ(read("a,a,1\na, b, 0.5\nb,b,1\n", matrix_kind::inverse, log).element.size(), 3U)
+      << full_text(log);
+}
+
 TEST(given_matrix, empty_and_absent_files_are_reported) {
   message_log empty, heading, absent;
   read(" \n\n", matrix_kind::inverse, empty);
