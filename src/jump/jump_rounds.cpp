@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/scan/gibscan.h"
 #include "gibbs/scan/record_pass.h"
+#include "jump/exact_moves.h"
 #include "jump/jump_setup.h"
 #include "jump/model_moves.h"
 #include "listing/listing_rows.h"
@@ -155,6 +156,15 @@ void take_move(jump_records& r) {
 
 namespace {
 
+void run_exact_round(jump_records& r, sample_files& files) {
+  const std::int32_t rows = r.state.ntr[static_cast<std::size_t>(r.jump.jump_k - 1)];
+  GIBSCAN(r.scan, r.asked, r.state, r.counts, files);
+  weigh_exact_move(r);
+  decide_move(r);
+  report_exact_move(r, rows);
+  if (r.jump.accepted) take_exact_move(r);
+}
+
 void run_round(jump_records& r, sample_files& files) {
   reporting& report = r.scan.report;
   if (r.asked.test_level >= 0) {
@@ -162,6 +172,10 @@ void run_round(jump_records& r, sample_files& files) {
     say(report, free_row().text("Starting round ").i(r.state.iround).str());
   }
   propose_move(r);
+  if (r.asked.sampler.exact) {
+    run_exact_round(r, files);
+    return;
+  }
   if (!r.jump.jump_down) recompute_data_blocks(r);
   GIBSCAN(r.scan, r.asked, r.state, r.counts, files);
   if (r.asked.analysis_type <= 3) return;

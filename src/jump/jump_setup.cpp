@@ -1,6 +1,7 @@
 #include "jump/jump_setup.h"
 
 #include "input/relationships.h"
+#include "jump/exact_moves.h"
 #include "jump/pedigree_order.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
@@ -119,6 +120,7 @@ void jump_setup(jump_records& r, relationship_store& relations, std::int32_t cod
   allocate_moves(r);
   find_log_determinants(r);
   r.jump.blocks_stay = data_blocks_stay(r);
+  if (r.asked.sampler.exact) allocate_exact_moves(r);
   open_zeinfo(report);
 }
 

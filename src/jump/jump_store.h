@@ -18,6 +18,16 @@
 
 namespace zeph {
 
+// Work of the moves of the exact sampler, by level of the factor.
+struct exact_move_work {
+  std::int64_t levels = 0;
+  vec<double> p, h;                  // information and right-hand side of the new row
+  vec<double> a, t, v;               // its mean given the other rows, deviation from it, solution v = a + t
+  vec<double> e;                     // nt: residuals of a record
+  std::vector<std::int32_t> entries; // of a record, those of the new row
+  double terms[3] = {0, 0, 0}; // of the log ratio small to large: moves, prior weights, data and solutions
+};
+
 struct jump_store {
   // the move of the round
   std::vector<std::int32_t> new_model, small_model, large_model; // nramat+1
@@ -46,6 +56,7 @@ struct jump_store {
   conversion_work conversion;          // work of dimension_conversion
   text_writer zeinfo;                  // open once its first row has been written
   std::vector<std::string> diagnostic; // rows of zeinfo that model_move leaves for the round
+  exact_move_work exact;               // of the exact sampler
 };
 
 // What the moves read and change.

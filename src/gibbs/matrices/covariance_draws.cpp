@@ -116,10 +116,13 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = sampler.sscp.col(k);
+  // order that the prior degrees of freedom belong to: in the exact sampler that of the whole factor, of which
+  // smaller models have the leading rows
+  const std::int32_t q = asked.sampler.exact ? factor.n_rc : p;
   std::int64_t df = std::int64_t{asked.DDF(k)} - p - 1; // the flat prior
-  if (asked.PDF(k) > p + 1) {
-    df = std::int64_t{asked.DDF(k)} + asked.PDF(k);
-    add_prior(sums, p, static_cast<double>(asked.PDF(k) - p - 1),
+  if (asked.PDF(k) > q + 1) {
+    df = std::int64_t{asked.DDF(k)} + asked.PDF(k) - q + p;
+    add_prior(sums, p, static_cast<double>(asked.PDF(k) - q - 1),
               [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   }
   inverse_wishart_store& iw = IW_STR_of(sampler, k, "sample_covariances", report);
