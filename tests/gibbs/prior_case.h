@@ -108,14 +108,19 @@ struct prior_case : scan_case {
     return dense_inverse(W).inverse;
   }
 
+  dense_matrix start_matrix(std::int32_t k) const {
+    const std::int32_t q = m.RMAT(k).n_rc;
+    dense_matrix G(q);
+    for (std::int32_t i = 1; i <= q; ++i)
+      for (std::int32_t j = 1; j <= q; ++j) G(i, j) = m.RMAT(k).COV_MAT(i, j);
+    return G;
+  }
+
   // Solutions of all factors from N(0, G x I), G the start matrix.
   void draw_solutions() {
     for (std::int32_t k = 1; k <= m.nramat; ++k) {
       const std::int32_t q = m.RMAT(k).n_rc;
-      dense_matrix G(q);
-      for (std::int32_t i = 1; i <= q; ++i)
-        for (std::int32_t j = 1; j <= q; ++j) G(i, j) = m.RMAT(k).COV_MAT(i, j);
-      const dense_matrix L = factor(G, q);
+      const dense_matrix L = factor(start_matrix(k), q);
       for (std::int32_t l = 1; l <= m.NRALEV(k); ++l) {
         std::vector<double> z(static_cast<std::size_t>(q));
         for (double& x : z) x = normal();
