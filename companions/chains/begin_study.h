@@ -1,7 +1,7 @@
 // The plan of a new study.
 #pragma once
 
-#include "chains/commands.h"
+#include "chains/command_options.h"
 #include "chains/work_model.h"
 
 namespace zeph::chains {

@@ -2,10 +2,7 @@
 // returns the exit code of the program.
 #pragma once
 
-#include "chains/layout.h"
-
-#include <cstdint>
-#include <string>
+#include "chains/command_options.h"
 
 namespace zeph::chains {
 
@@ -13,25 +10,6 @@ constexpr int exit_done = 0;    // all rounds asked for are there, or the jobs a
 constexpr int exit_fault = 1;   // refused, or a chain failed
 constexpr int exit_command = 2; // command line
 constexpr int exit_stopped = 3; // chains ended before their last round: `continue` goes on
-
-struct run_options {
-  fs::path work;
-  fs::path into; // empty: WORK.runs beside WORK
-  int chains = 4;
-  int jobs = 0; // 0: the processors of this machine
-  bool slurm = false;
-  std::string sbatch; // options of sbatch
-  int segments = 1;   // arrays, each after the one before
-};
-
-struct continue_options {
-  fs::path runs;
-  std::int64_t rounds = 0; // 0: what is left
-  int jobs = 0;
-  bool here = false, slurm = false; // neither: as it was started last
-  std::string sbatch;
-  int segments = 1;
-};
 
 int run_chains(const run_options& o);
 int continue_chains(const continue_options& o);

@@ -2,6 +2,7 @@
 #include "control/run_driver.h"
 #include "prepare/output/work_directory.h"
 #include "prepare/tables/csv_columns.h"
+#include "prepare/tables/csv_reader.h"
 #include "support/places.h"
 #include "support/prepared_case.h"
 

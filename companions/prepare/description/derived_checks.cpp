@@ -1,5 +1,8 @@
 #include "prepare/description/derived_checks.h"
 
+#include "prepare/description/description_words.h"
+#include "prepare/description/text_places.h"
+
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // Formulas of [derive]: whether the report of the chains will find every name in them.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 
 namespace zeph::prepare {
 

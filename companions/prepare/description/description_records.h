@@ -5,7 +5,9 @@
 #include "prepare/description/formula.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zeph::prepare {
@@ -235,5 +237,11 @@ struct model_description {
   keep_section keep;
   run_section run;
 };
+
+// A file of the description, seen from where the program stands.
+std::filesystem::path path_of(const model_description& description, const std::string& file);
+
+// The covariable of that name, or none.
+const covariable_section* find_covariable(const model_description& description, std::string_view name);
 
 } // namespace zeph::prepare

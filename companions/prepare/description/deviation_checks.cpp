@@ -1,5 +1,7 @@
 #include "prepare/description/deviation_checks.h"
 
+#include "prepare/description/description_words.h"
+
 #include "prepare/messages/messages.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // Checks of what a description says about trait deviations.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 
 namespace zeph::prepare {
 

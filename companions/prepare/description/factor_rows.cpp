@@ -1,5 +1,7 @@
 #include "prepare/description/factor_rows.h"
 
+#include "prepare/description/text_places.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>

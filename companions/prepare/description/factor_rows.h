@@ -2,7 +2,7 @@
 // order.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 
 namespace zeph::prepare {
 

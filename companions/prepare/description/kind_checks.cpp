@@ -1,5 +1,8 @@
 #include "prepare/description/kind_checks.h"
 
+#include "prepare/description/description_words.h"
+#include "prepare/description/text_places.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 

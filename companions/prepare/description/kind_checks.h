@@ -2,7 +2,7 @@
 // (co)variances that they fix.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 
 namespace zeph::prepare {
 

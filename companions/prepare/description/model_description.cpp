@@ -1,11 +1,12 @@
 #include "prepare/description/model_description.h"
 
 #include "prepare/description/description_checks.h"
+#include "prepare/description/description_messages.h"
+#include "prepare/description/description_words.h"
 #include "prepare/description/toml_values.h"
 #include "prepare/tables/readable_file.h"
 
 #include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <fstream>
 #include <iterator>
@@ -58,29 +59,6 @@ std::string table_of_key(std::string_view key) {
                                    &COVARIABLE, &RESIDUAL, &KEEP, &LIMITS, &FIRST})
     if (std::find(table->keys.begin(), table->keys.end(), key) != table->keys.end()) return table->title;
   return {};
-}
-
-const std::vector<std::string> KINDS = {"identity",  "pedigree",    "inverse",   "relationship",
-                                        "genotypes", "single_step", "dominance", "correlation"};
-const std::vector<std::string> TRAIT_KINDS = {"gaussian",  "censored", "ordered", "binary",
-                                              "indicator", "sequence", "cured"};
-constexpr std::array TRAIT_KIND_CODES = {trait_kind::gaussian, trait_kind::censored,  trait_kind::ordered,
-                                         trait_kind::binary,   trait_kind::indicator, trait_kind::sequence,
-                                         trait_kind::cured};
-const std::vector<std::string> ANALYSES = {"solve", "sums", "predict", "gibbs", "models", "jump"};
-constexpr std::array ANALYSIS_CODES = {analysis_type::solve, analysis_type::sums,   analysis_type::predict,
-                                       analysis_type::gibbs, analysis_type::models, analysis_type::jump};
-
-source_place source_of(const model_description& d, text_place at) { return {d.path, at.line, at.column}; }
-
-std::string line_at(const model_description& d, text_place at) {
-  if (at.line < 1 || at.line > static_cast<int>(d.lines.size())) return {};
-  return d.lines[static_cast<std::size_t>(at.line) - 1];
-}
-
-message& at_place(const model_description& d, message& m, text_place at) {
-  m.source_line = line_at(d, at);
-  return m;
 }
 
 // The view of table `key` of `t`, its keys checked.
@@ -523,18 +501,6 @@ std::vector<std::string> lines_of(std::string_view text) {
 
 } // namespace
 
-message& error_at(const model_description& d, message_log& log, text_place at, std::string text) {
-  return at_place(d, add_error(log, source_of(d, at), std::move(text)), at);
-}
-
-message& warning_at(const model_description& d, message_log& log, text_place at, std::string text) {
-  return at_place(d, add_warning(log, source_of(d, at), std::move(text)), at);
-}
-
-message& note_at(const model_description& d, message_log& log, text_place at, std::string text) {
-  return at_place(d, add_note(log, source_of(d, at), std::move(text)), at);
-}
-
 model_description parse_description(std::string_view text, const std::string& path, message_log& log) {
   model_description d;
   d.path = path;
@@ -574,28 +540,6 @@ model_description read_description(const std::string& path, message_log& log) {
   d.path = path;
   error_at(d, log, {}, "the file can't be read: " + why);
   return d;
-}
-
-std::filesystem::path path_of(const model_description& description, const std::string& file) {
-  return std::filesystem::path(description.path).parent_path() / file; // an absolute file stays as it is
-}
-
-const covariable_section* find_covariable(const model_description& description, std::string_view name) {
-  for (const covariable_section& c : description.covariables)
-    if (c.name == name) return &c;
-  return nullptr;
-}
-
-std::string word_of(relationship_kind kind) { return KINDS[static_cast<std::size_t>(kind)]; }
-
-std::string word_of(trait_kind kind) {
-  const auto found = std::find(TRAIT_KIND_CODES.begin(), TRAIT_KIND_CODES.end(), kind);
-  return TRAIT_KINDS[static_cast<std::size_t>(found - TRAIT_KIND_CODES.begin())];
-}
-
-std::string word_of(analysis_type analysis) {
-  const auto found = std::find(ANALYSIS_CODES.begin(), ANALYSIS_CODES.end(), analysis);
-  return ANALYSES[static_cast<std::size_t>(found - ANALYSIS_CODES.begin())];
 }
 
 } // namespace zeph::prepare

@@ -107,10 +107,8 @@
 #pragma once
 
 #include "prepare/description/description_records.h"
-#include "prepare/description/text_places.h"
 #include "prepare/messages/messages.h"
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -122,21 +120,5 @@ model_description read_description(const std::string& path, message_log& log);
 
 // The same for text in memory; `path` is used for messages only.
 model_description parse_description(std::string_view text, const std::string& path, message_log& log);
-
-// A file of the description, seen from where the program stands.
-std::filesystem::path path_of(const model_description& description, const std::string& file);
-
-// A message about a place of the description: file, line, column, the source line and the caret.
-message& error_at(const model_description& description, message_log& log, text_place at, std::string text);
-message& warning_at(const model_description& description, message_log& log, text_place at, std::string text);
-message& note_at(const model_description& description, message_log& log, text_place at, std::string text);
-
-// The covariable of that name, or none.
-const covariable_section* find_covariable(const model_description& description, std::string_view name);
-
-// Words of the description, for messages and listings: "pedigree", "gaussian", "gibbs".
-std::string word_of(relationship_kind kind);
-std::string word_of(trait_kind kind);
-std::string word_of(analysis_type analysis);
 
 } // namespace zeph::prepare

@@ -1,7 +1,8 @@
 #include "prepare/description/solution_checks.h"
 
-#include "prepare/messages/messages.h"
-#include "prepare/records/data_columns.h"
+#include "prepare/description/description_words.h"
+#include "prepare/description/effect_columns.h"
+#include "prepare/description/text_places.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -183,6 +184,24 @@ void check_kinds(const model_description& d, message_log& log, const covariable_
 }
 
 } // namespace
+
+std::string source_name(const covariable_section& c) {
+  std::string name;
+  for (const std::string& column : c.source_columns) name += (name.empty() ? "" : ":") + column;
+  return name;
+}
+
+bool is_source(const model_description& d, int t, const std::vector<std::string>& columns) {
+  return std::ranges::any_of(d.covariables, [&](const covariable_section& c) {
+    return c.solution.given && c.source_trait == t && c.source_factor.empty() && c.source_columns == columns;
+  });
+}
+
+bool is_random_source(const model_description& d, const std::string& factor, const std::string& column) {
+  return std::ranges::any_of(d.covariables, [&](const covariable_section& c) {
+    return c.solution.given && c.source_factor == factor && source_name(c) == column;
+  });
+}
 
 const covariable_section* solution_covariable(const model_description& d, const atom& x) {
   const covariable_section* c = find_covariable(d, x.name);

@@ -1,7 +1,7 @@
 // Covariables that are solutions of a class effect of another trait: what the description says about them.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 
 #include <string>
 #include <vector>
@@ -20,5 +20,14 @@ void link_solutions(model_description& d, message_log& log, bool formulas_are_go
 
 // The covariable that an atom names, when it is made from solutions; else none.
 const covariable_section* solution_covariable(const model_description& d, const atom& x);
+
+// "herd:year": the name of the source, as class effects are named.
+std::string source_name(const covariable_section& c);
+
+// True when the class effect of these columns in trait t (0-based) gives its solutions to a covariable.
+bool is_source(const model_description& d, int t, const std::vector<std::string>& columns);
+
+// The same of the random effect of this column in a factor.
+bool is_random_source(const model_description& d, const std::string& factor, const std::string& column);
 
 } // namespace zeph::prepare

@@ -3,7 +3,7 @@
 // told in one pass.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 #include "shared/toml_parser.h"
 
 #include <cstdint>

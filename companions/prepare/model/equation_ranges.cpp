@@ -1,5 +1,7 @@
 #include "prepare/model/equation_ranges.h"
 
+#include "prepare/description/description_messages.h"
+
 #include "prepare/messages/messages.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // Which equations belong to which part of the model, by name.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/model/prepared_model.h"
 
 #include <cstdint>
 #include <string>

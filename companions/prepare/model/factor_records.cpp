@@ -1,8 +1,8 @@
 #include "prepare/model/factor_records.h"
 
+#include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
 #include "prepare/model/short_names.h"
-#include "prepare/model/solution_covariables.h"
 
 #include <fmt/format.h>
 

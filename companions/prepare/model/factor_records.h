@@ -1,7 +1,7 @@
 // RMAT: the records of the random factors.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/model/prepared_model.h"
 
 #include <map>
 #include <string>

@@ -1,5 +1,7 @@
 #include "prepare/model/model_assembly.h"
 
+#include "prepare/description/description_words.h"
+
 #include "input/model_information.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
@@ -8,6 +10,7 @@
 #include "prepare/model/equation_ranges.h"
 #include "prepare/model/factor_records.h"
 #include "prepare/model/number_checks.h"
+#include "prepare/model/residual_record.h"
 #include "prepare/model/short_names.h"
 #include "prepare/model/solution_covariables.h"
 #include "prepare/model/trait_records.h"
@@ -351,12 +354,6 @@ bool check_size(const model_description& d, const data_columns& data, message_lo
 
 } // namespace
 
-std::int64_t design_bytes(const prepared_model& p) {
-  return bytes_per_entry * p.largest_row * static_cast<std::int64_t>(p.records.n_used());
-}
-
-std::int64_t equations_of(const model_records& m) { return m.NBEGRA(m.nramat + 1); }
-
 prepared_model assemble_model(const model_description& d, const prepare_options& options, message_log& log) {
   prepared_model p;
   const int errors = count_of(log, severity::error);
@@ -383,7 +380,7 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   warn_of_likeness(p, log);
   warn_of_twins(p, log);
   warn_of_defaults(d, p, log);
-  warn_of_kinds(d, p, log);
+  warn_of_kinds(d, p.data, p.records, p.fixed, log);
   p.complete = !faulty(log, errors);
   return p;
 }

@@ -1,17 +1,12 @@
 // From a checked description and its data to everything that a work directory holds.
 #pragma once
 
-#include "input/model_records.h"
-#include "prepare/parts/factor_levels.h"
-#include "prepare/parts/fixed_part.h"
-#include "prepare/parts/start_values.h"
-#include "prepare/records/data_rows.h"
-#include "prepare/records/residual_patterns.h"
+#include "prepare/description/description_records.h"
+#include "prepare/messages/messages.h"
+#include "prepare/model/prepared_model.h"
 
 #include <array>
 #include <cstdint>
-#include <string>
-#include <vector>
 
 namespace zeph::prepare {
 
@@ -19,37 +14,6 @@ struct prepare_options {
   bool prune = false;                      // also [run] prune
   std::array<std::int32_t, 6> run_stamp{}; // day, month, year, hour, minute, second
 };
-
-// Short names as they stand in MODINF, unpadded.
-struct model_names {
-  std::vector<std::string> traits;                   // per trait
-  std::vector<std::vector<std::string>> classes;     // per trait and class effect
-  std::vector<std::vector<std::string>> covariables; // per trait and regression, random ones included
-  std::vector<std::vector<std::string>> rows;        // per factor and row
-};
-
-struct prepared_model {
-  data_columns data;
-  record_selection records;
-  std::vector<fixed_part> fixed;      // per trait
-  std::vector<factor_levels> factors; // factor k at index k - 1
-  residual_patterns patterns;
-  start_values start;
-  data_rows rows;
-  model_names names;
-  model_records model;                 // MODINF
-  std::vector<std::string> directives; // lines of the directive file
-  std::int64_t largest_row = 0;        // entries of the largest design row
-  bool complete = false;               // false: an error was found, only the parts before it stand
-};
-
-constexpr std::int64_t bytes_per_entry = 36; // of a design row in memory: seven integers and a coefficient
-
-// Memory of the design in bytes, whatever the rows hold.
-std::int64_t design_bytes(const prepared_model& p);
-
-// Equations: neq, and the first one of parts of the model (1-based; 0: none).
-std::int64_t equations_of(const model_records& m);
 
 // Reads the data and the files of the factors and assembles the model. All faults of a stage are told before
 // the assembly ends there; no file is written.

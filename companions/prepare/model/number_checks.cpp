@@ -1,5 +1,7 @@
 #include "prepare/model/number_checks.h"
 
+#include "prepare/tables/column_numbers.h"
+
 #include "prepare/messages/messages.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // Numbers that the files can't hold, and observations that can't give an answer, found before a chain is run.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/model/prepared_model.h"
 
 namespace zeph::prepare {
 

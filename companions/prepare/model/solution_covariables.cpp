@@ -1,7 +1,11 @@
 #include "prepare/model/solution_covariables.h"
 
+#include "prepare/description/description_messages.h"
+
+#include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
 #include "prepare/model/trait_records.h"
+#include "prepare/records/solution_values.h"
 
 #include <fmt/format.h>
 
@@ -12,42 +16,7 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr std::int32_t first_input = 1000001;
-
 std::size_t at(int i) { return static_cast<std::size_t>(i); }
-
-std::vector<std::size_t> places_of(const data_columns& data, const covariable_section& c) {
-  std::vector<std::size_t> places;
-  for (const std::string& name : c.source_columns) places.push_back(find_column(data.table, name));
-  return places;
-}
-
-// Identification of the source's level in record r, joined as level_codes joins it; "" where a column is
-// missing.
-std::string level_text(const csv_columns& table, const std::vector<std::size_t>& places, std::size_t r) {
-  std::string out;
-  for (const std::size_t c : places) {
-    if (is_missing(table, c, r)) return {};
-    if (c != places.front()) out += ':';
-    out += table.cell(c, r);
-  }
-  return out;
-}
-
-// A number between 1 and 2 that the text alone decides (G. Fowler, L. C. Noll and P. Vo: FNV-1a, 64 bits).
-double number_of_text(const std::string& text) {
-  std::uint64_t h = 0xCBF29CE484222325U;
-  for (const char byte : text) h = (h ^ static_cast<unsigned char>(byte)) * 0x100000001B3U;
-  h ^= h >> 29;
-  return 1.0 + static_cast<double>((h * 0xBF58476D1CE4E5B9U) >> 11) * 0x1p-53;
-}
-
-// "herd:year", as class effects are named.
-std::string joined_name(const covariable_section& c) {
-  std::string name;
-  for (const std::string& column : c.source_columns) name += (name.empty() ? "" : ":") + column;
-  return name;
-}
 
 // Number of the source among the effects of its trait: the "fixed" ones, then the random ones. 0: dropped.
 std::int32_t source_effect(const prepared_model& p, const covariable_section& c) {
@@ -55,11 +24,11 @@ std::int32_t source_effect(const prepared_model& p, const covariable_section& c)
   std::int32_t e = 0;
   for (const class_effect& x : classes) {
     ++e;
-    if (c.source_factor.empty() && x.source && x.name == joined_name(c)) return e;
+    if (c.source_factor.empty() && x.source && x.name == source_name(c)) return e;
   }
   for (const auto& [k, column] : random_of_trait(p.factors, c.source_trait).effects) {
     ++e;
-    if (p.factors[at(k - 1)].name == c.source_factor && column == joined_name(c)) return e;
+    if (p.factors[at(k - 1)].name == c.source_factor && column == source_name(c)) return e;
   }
   return 0;
 }
@@ -87,7 +56,7 @@ std::vector<std::uint8_t> needing_records(const prepared_model& p, int covariabl
 class_effect* source_class(const covariable_section& c, prepared_model& p) {
   if (!c.source_factor.empty()) return nullptr;
   for (class_effect& e : p.fixed[at(c.source_trait)].classes)
-    if (e.source && e.name == joined_name(c)) return &e;
+    if (e.source && e.name == source_name(c)) return &e;
   return nullptr;
 }
 
@@ -114,11 +83,11 @@ void complete(const model_description& d, const covariable_section& c, const pre
   std::unordered_map<std::string, std::int32_t> number_of;
   for (std::size_t l = 0; l < identification.size(); ++l)
     number_of.emplace(identification[l], static_cast<std::int32_t>(l) + 1);
-  const std::vector<std::size_t> places = places_of(p.data, c);
+  const std::vector<std::size_t> places = source_places(p.data, c);
   const std::vector<std::uint8_t> needed = needing_records(p, covariable);
   for (const std::uint32_t r : p.records.records) {
     if (level[r] > 0) continue;
-    const std::string text = level_text(p.data.table, places, r);
+    const std::string text = source_level(p.data.table, places, r);
     const auto found = number_of.find(text);
     if (found != number_of.end())
       level[r] = found->second;
@@ -132,30 +101,6 @@ void complete(const model_description& d, const covariable_section& c, const pre
 
 } // namespace
 
-std::vector<double> solution_bases(const data_columns& data, const covariable_section& c) {
-  if (!c.times.value.empty()) return data.number(c.times.value);
-  return std::vector<double>(data.n_records(), 1.0);
-}
-
-std::vector<double> stand_in_values(const data_columns& data, const covariable_section& c) {
-  std::vector<double> out = solution_bases(data, c);
-  const std::vector<std::size_t> places = places_of(data, c);
-  for (std::size_t r = 0; r < out.size(); ++r) out[r] *= number_of_text(level_text(data.table, places, r));
-  return out;
-}
-
-bool is_source(const model_description& d, int t, const std::vector<std::string>& columns) {
-  return std::ranges::any_of(d.covariables, [&](const covariable_section& c) {
-    return c.solution.given && c.source_trait == t && c.source_factor.empty() && c.source_columns == columns;
-  });
-}
-
-bool is_random_source(const model_description& d, const std::string& factor, const std::string& column) {
-  return std::ranges::any_of(d.covariables, [&](const covariable_section& c) {
-    return c.solution.given && c.source_factor == factor && joined_name(c) == column;
-  });
-}
-
 void complete_source_levels(const model_description& d, prepared_model& p, message_log& log) {
   for (std::size_t k = 0; k < d.covariables.size(); ++k) {
     const covariable_section& c = d.covariables[k];
@@ -165,12 +110,10 @@ void complete_source_levels(const model_description& d, prepared_model& p, messa
       refuse_lost_levels(d, c, *source, log);
       if (source->lost.empty()) complete(d, c, p, number, source->identification, source->level, log);
     } else if (factor_levels* factor = source_factor(c, p); factor != nullptr) {
-      complete(d, c, p, number, factor->identification, factor->level.at(joined_name(c)), log);
+      complete(d, c, p, number, factor->identification, factor->level.at(source_name(c)), log);
     }
   }
 }
-
-std::int32_t solution_input(int k) { return first_input + k; }
 
 std::vector<std::string> solution_lines(const model_description& d, const prepared_model& p) {
   std::vector<std::string> lines;

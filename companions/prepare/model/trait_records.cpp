@@ -1,13 +1,14 @@
 #include "prepare/model/trait_records.h"
 
 #include "prepare/model/short_names.h"
-#include "prepare/model/solution_covariables.h"
 
 #include <algorithm>
 
 namespace zeph::prepare {
 
 namespace {
+
+constexpr std::int32_t first_input = 1000001;
 
 std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
@@ -114,6 +115,8 @@ void fill_observation(const model_description& d, int t, prepared_model& p) {
 }
 
 } // namespace
+
+std::int32_t solution_input(int k) { return first_input + k; }
 
 trait_random random_of_trait(const std::vector<factor_levels>& factors, int t) {
   trait_random out;

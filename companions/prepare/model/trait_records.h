@@ -1,7 +1,7 @@
 // MODEL: the records of the traits, with the columns of their class effects and covariables.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/model/prepared_model.h"
 
 #include <string>
 #include <utility>
@@ -20,6 +20,9 @@ trait_random random_of_trait(const std::vector<factor_levels>& factors, int t);
 
 // Regression of a trait that is no equation of the fixed part.
 constexpr std::int32_t random_regression = 2;
+
+// Input number of the regressions on covariable k (0-based): no column of the data has it.
+std::int32_t solution_input(int k);
 
 // Sets the sizes of MODEL(i); its arrays are then taken.
 void size_trait(const prepared_model& p, int t, trait_record& out);

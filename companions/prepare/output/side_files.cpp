@@ -1,11 +1,14 @@
 #include "prepare/output/side_files.h"
 
+#include "prepare/description/description_words.h"
+
+#include "shared/check_sum.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <set>
 
 namespace zeph::prepare {
@@ -13,10 +16,6 @@ namespace zeph::prepare {
 namespace {
 
 using json = nlohmann::ordered_json;
-
-// Fowler, Noll and Vo's hash 1a of 64 bits.
-constexpr std::uint64_t fnv_basis = 14695981039346656037ULL;
-constexpr std::uint64_t fnv_prime = 1099511628211ULL;
 
 std::string file_part(const std::string& name) {
   std::string out = name;
@@ -146,9 +145,9 @@ std::set<std::string> inputs_of(const model_description& d) {
 
 json inputs_json(const model_description& d) {
   json out = json::array();
-  out.push_back({{"file", d.path}, {"fnv1a64", check_sum(d.path)}});
+  out.push_back({{"file", d.path}, {"fnv1a64", shared::check_sum_of_file(d.path)}});
   for (const std::string& file : inputs_of(d))
-    out.push_back({{"file", file}, {"fnv1a64", check_sum(path_of(d, file).string())}});
+    out.push_back({{"file", file}, {"fnv1a64", shared::check_sum_of_file(path_of(d, file).string())}});
   return out;
 }
 
@@ -170,19 +169,6 @@ std::string factor_codes(const factor_levels& f) {
 }
 
 } // namespace
-
-std::string check_sum(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return "";
-  std::uint64_t hash = fnv_basis;
-  std::vector<char> block(1 << 16);
-  while (in) {
-    in.read(block.data(), static_cast<std::streamsize>(block.size()));
-    for (std::streamsize i = 0; i < in.gcount(); ++i)
-      hash = (hash ^ static_cast<unsigned char>(block[static_cast<std::size_t>(i)])) * fnv_prime;
-  }
-  return fmt::format("{:016x}", hash);
-}
 
 std::string csv_cell(const std::string& text) {
   if (text.find_first_of(",\"\r\n") == std::string::npos) return text;

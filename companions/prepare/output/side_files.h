@@ -28,9 +28,6 @@ std::vector<side_file> factor_code_files(const prepared_model& p);
 // effect in the trait (that names.json gives as nested_in of a nested regression).
 side_file class_code_file(const model_description& d, const prepared_model& p);
 
-// Check sum of a file's bytes, 16 hexadecimal digits; empty when it can't be read.
-std::string check_sum(const std::string& path);
-
 // A cell of a CSV file, in quotes where it needs them.
 std::string csv_cell(const std::string& text);
 

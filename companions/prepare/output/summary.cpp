@@ -1,5 +1,8 @@
 #include "prepare/output/summary.h"
 
+#include "prepare/description/description_words.h"
+#include "prepare/tables/column_numbers.h"
+
 #include "prepare/messages/messages.h"
 
 #include <fmt/format.h>

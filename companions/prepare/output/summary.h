@@ -1,7 +1,7 @@
 // The screen at the end: what was read, and what the model has become.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/model/prepared_model.h"
 
 #include <string>
 

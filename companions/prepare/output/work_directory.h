@@ -1,7 +1,7 @@
 // Writes the work directory: the files that ZEPH reads, and those that tell what stands in them.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/model/prepared_model.h"
 
 #include <filesystem>
 #include <string>

@@ -1,5 +1,9 @@
 #include "prepare/parts/covariable_values.h"
 
+#include "prepare/tables/column_numbers.h"
+
+#include "prepare/description/effect_columns.h"
+
 #include "prepare/messages/messages.h"
 
 #include <fmt/format.h>

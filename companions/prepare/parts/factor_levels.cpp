@@ -1,5 +1,7 @@
 #include "prepare/parts/factor_levels.h"
 
+#include "prepare/description/effect_columns.h"
+
 #include "prepare/messages/messages.h"
 #include "prepare/messages/repeated_cells.h"
 #include "prepare/parts/given_matrix.h"

@@ -1,8 +1,9 @@
 #include "prepare/parts/fixed_part.h"
 
+#include "prepare/description/effect_columns.h"
 #include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
-#include "prepare/model/solution_covariables.h"
+#include "prepare/records/solution_values.h"
 #include "prepare/tables/level_codes.h"
 
 #include <algorithm>

@@ -18,13 +18,14 @@ bool has_categories(trait_kind kind) {
 }
 
 // Levels of a class effect that have the first category alone, or the last one alone.
-std::vector<std::string> levels_of_one_category(const prepared_model& p, std::size_t t, const class_effect& c,
-                                                double first, double last) {
+std::vector<std::string> levels_of_one_category(const data_columns& data, const record_selection& records,
+                                                std::size_t t, const class_effect& c, double first,
+                                                double last) {
   std::vector<char> other_than_first(c.code.size(), 0), other_than_last(c.code.size(), 0);
-  for (const std::uint32_t r : p.records.records) {
-    if (p.records.present[t][r] == 0 || c.level[r] == 0) continue;
+  for (const std::uint32_t r : records.records) {
+    if (records.present[t][r] == 0 || c.level[r] == 0) continue;
     const auto l = static_cast<std::size_t>(c.level[r] - 1);
-    const double y = p.data.traits[t].y[r];
+    const double y = data.traits[t].y[r];
     if (y != first) other_than_first[l] = 1;
     if (y != last) other_than_last[l] = 1;
   }
@@ -35,18 +36,19 @@ std::vector<std::string> levels_of_one_category(const prepared_model& p, std::si
   return out;
 }
 
-void warn_of_one_category(const model_description& d, const prepared_model& p, std::size_t t,
+void warn_of_one_category(const model_description& d, const data_columns& data,
+                          const record_selection& records, const fixed_part& fixed, std::size_t t,
                           message_log& log) {
   if (!has_categories(d.traits[t].kind.value)) return;
   const bool ordered = d.traits[t].kind.value == trait_kind::ordered;
   const double first = ordered ? 1.0 : 0.0;
-  const double last = first + static_cast<double>(p.data.traits[t].categories.size()) - 1.0;
-  for (const class_effect& c : p.fixed[t].classes) {
+  const double last = first + static_cast<double>(data.traits[t].categories.size()) - 1.0;
+  for (const class_effect& c : fixed.classes) {
     if (!c.intercept) continue;
-    const std::vector<std::string> levels = levels_of_one_category(p, t, c, first, last);
+    const std::vector<std::string> levels = levels_of_one_category(data, records, t, c, first, last);
     if (!levels.empty())
       add_warning(
-          log, {p.data.table.file, 0, 0},
+          log, {data.table.file, 0, 0},
           fmt::format("{} has one outer category only in {}: the solution there has no posterior and\n"
                       "drifts away; make the effect random, or join levels",
                       d.traits[t].name, joined(levels, names_shown)));
@@ -58,30 +60,33 @@ struct component_start {
   double n = 0.0, mean = 0.0;
 };
 
-component_start component_of(const prepared_model& p, std::size_t t, std::size_t indicator, double member) {
+component_start component_of(const data_columns& data, const record_selection& records, std::size_t t,
+                             std::size_t indicator, double member) {
   component_start out;
-  for (const std::uint32_t r : p.records.records) {
-    if (p.records.present[t][r] == 0 || p.data.traits[indicator].y[r] != member) continue;
+  for (const std::uint32_t r : records.records) {
+    if (records.present[t][r] == 0 || data.traits[indicator].y[r] != member) continue;
     out.n += 1.0;
-    out.mean += p.data.traits[t].y[r];
+    out.mean += data.traits[t].y[r];
   }
   if (out.n > 0.0) out.mean /= out.n;
   return out;
 }
 
-void check_components(const model_description& d, const prepared_model& p, std::size_t t, message_log& log) {
+void check_components(const model_description& d, const data_columns& data, const record_selection& records,
+                      std::size_t t, message_log& log) {
   if (d.traits[t].indicator < 0) return;
   const auto indicator = static_cast<std::size_t>(d.traits[t].indicator);
-  const component_start zero = component_of(p, t, indicator, 0.0), one = component_of(p, t, indicator, 1.0);
+  const component_start zero = component_of(data, records, t, indicator, 0.0),
+                        one = component_of(data, records, t, indicator, 1.0);
   if (zero.n == 0.0 || one.n == 0.0) {
-    add_error(log, {p.data.table.file, 0, 0},
+    add_error(log, {data.table.file, 0, 0},
               fmt::format("no record of {} begins in component {} of {}", d.traits[t].name,
                           one.n == 0.0 ? 1 : 0, d.traits[indicator].name));
     return;
   }
   if (one.mean <= zero.mean)
     add_warning(
-        log, {p.data.table.file, 0, 0},
+        log, {data.table.file, 0, 0},
         fmt::format("component 1 of {} begins with mean {:.5g} of {}, component 0 with {:.5g}: the shift "
                     "is held above zero,\nso exchange the memberships, or change the sign of {}",
                     d.traits[indicator].name, one.mean, d.traits[t].name, zero.mean, d.traits[t].name));
@@ -98,12 +103,12 @@ void warn_of_small_components(const model_description& d, message_log& log) {
                   2 * order + 1, order + 2));
 }
 
-void warn_of_sequences(const model_description& d, const prepared_model& p, message_log& log) {
-  const record_sequences& s = p.records.sequences;
+void warn_of_sequences(const model_description& d, const data_columns& data, const record_sequences& s,
+                       message_log& log) {
   if (s.position.empty() || s.n_with_event < s.n_subjects) return;
   for (const trait_section& t : d.traits)
     if (t.kind.value == trait_kind::sequence)
-      add_warning(log, {p.data.table.file, 0, 0},
+      add_warning(log, {data.table.file, 0, 0},
                   fmt::format("all sequences of {} end with an event: the data say nothing about {}", t.name,
                               d.traits[static_cast<std::size_t>(t.partner)].name));
 }
@@ -118,13 +123,14 @@ void note_ordered(const model_description& d, message_log& log) {
 
 } // namespace
 
-void warn_of_kinds(const model_description& d, const prepared_model& p, message_log& log) {
+void warn_of_kinds(const model_description& d, const data_columns& data, const record_selection& records,
+                   const std::vector<fixed_part>& fixed, message_log& log) {
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
-    warn_of_one_category(d, p, t, log);
-    check_components(d, p, t, log);
+    warn_of_one_category(d, data, records, fixed[t], t, log);
+    check_components(d, data, records, t, log);
   }
   warn_of_small_components(d, log);
-  warn_of_sequences(d, p, log);
+  warn_of_sequences(d, data, records.sequences, log);
   note_ordered(d, log);
 }
 

@@ -1,7 +1,9 @@
 // Warnings and notes about the kinds of the traits that need the data.
 #pragma once
 
-#include "prepare/model/model_assembly.h"
+#include "prepare/parts/fixed_part.h"
+
+#include <vector>
 
 namespace zeph::prepare {
 
@@ -9,7 +11,8 @@ namespace zeph::prepare {
 // fixed class effect in which a trait of categories has only its first or only its last one, so that the
 // level's solution has no posterior; a component 1 that begins with the lower mean; residual matrices by
 // component with flat prior; sequences that all end with an event. Note: an ordered trait, whose chain can't
-// be continued.
-void warn_of_kinds(const model_description& d, const prepared_model& p, message_log& log);
+// be continued. fixed: per trait.
+void warn_of_kinds(const model_description& d, const data_columns& data, const record_selection& records,
+                   const std::vector<fixed_part>& fixed, message_log& log);
 
 } // namespace zeph::prepare

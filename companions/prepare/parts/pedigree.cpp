@@ -1,5 +1,7 @@
 #include "prepare/parts/pedigree.h"
 
+#include "prepare/tables/csv_reader.h"
+
 #include "prepare/messages/repeated_cells.h"
 #include "prepare/parts/unlisted_parents.h"
 #include "prepare/tables/missing_codes.h"

@@ -1,5 +1,7 @@
 #include "prepare/parts/start_values.h"
+
 #include "listing/reporting.h"
+#include "prepare/description/description_messages.h"
 
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_functions.h"

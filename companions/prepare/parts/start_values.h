@@ -2,6 +2,7 @@
 #pragma once
 
 #include "prepare/parts/factor_levels.h"
+#include "prepare/tables/column_numbers.h"
 
 #include <cstdint>
 #include <string>

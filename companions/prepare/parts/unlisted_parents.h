@@ -1,7 +1,7 @@
 // Parents that a pedigree names without giving them a line of their own: founders, or codes of "unknown".
 #pragma once
 
-#include "prepare/parts/pedigree.h"
+#include "prepare/parts/pedigree_records.h"
 
 #include <cstdint>
 #include <vector>

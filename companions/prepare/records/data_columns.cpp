@@ -1,5 +1,9 @@
 #include "prepare/records/data_columns.h"
 
+#include "prepare/tables/column_numbers.h"
+#include "prepare/tables/csv_reader.h"
+
+#include "prepare/description/effect_columns.h"
 #include "prepare/messages/messages.h"
 #include "prepare/tables/missing_codes.h"
 #include "prepare/tables/readable_file.h"
@@ -121,35 +125,6 @@ void refuse_fraction(const csv_columns& table, std::size_t c, message_log& log) 
 }
 
 } // namespace
-
-std::string column_of_covariable(const model_description& d, const std::string& name) {
-  const covariable_section* section = find_covariable(d, name);
-  return section != nullptr && !section->column.value.empty() ? section->column.value : name;
-}
-
-std::vector<std::string> numbers_of_covariable(const model_description& d, const std::string& name) {
-  const covariable_section* section = find_covariable(d, name);
-  if (section == nullptr || !section->solution.given) return {column_of_covariable(d, name)};
-  if (section->times.value.empty()) return {};
-  return {section->times.value};
-}
-
-const atom* covariable_atom(const effect& e) {
-  return e.covariable < 0 ? nullptr : &e.atoms[static_cast<std::size_t>(e.covariable)];
-}
-
-std::vector<std::string> class_columns(const effect& e) {
-  std::vector<std::string> out;
-  for (std::size_t a = 0; a < e.atoms.size(); ++a)
-    if (static_cast<int>(a) != e.covariable) out.push_back(e.atoms[a].name);
-  return out;
-}
-
-std::string class_name(const effect& e) {
-  std::string out;
-  for (const std::string& column : class_columns(e)) out += (out.empty() ? "" : ":") + column;
-  return out;
-}
 
 void show_as_written(const model_description& d, message_log& log, std::size_t first, const std::string& path,
                      const text_value& file) {

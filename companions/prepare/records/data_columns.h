@@ -1,7 +1,7 @@
 // The data file with the columns that the model uses: numbers read once, classes looked at for slips.
 #pragma once
 
-#include "prepare/description/model_description.h"
+#include "prepare/description/description_messages.h"
 #include "prepare/records/trait_values.h"
 #include "prepare/tables/csv_columns.h"
 
@@ -26,22 +26,6 @@ struct data_columns {
     return numbers.at(column);
   }
 };
-
-// Column of the data that a covariable's name stands for: that of its section, or the name itself.
-std::string column_of_covariable(const model_description& d, const std::string& name);
-
-// The columns of numbers that a covariable reads: its own, or for one made from solutions what they are
-// multiplied by.
-std::vector<std::string> numbers_of_covariable(const model_description& d, const std::string& name);
-
-// Class columns of an effect, in the order of its atoms; empty for a plain regression.
-std::vector<std::string> class_columns(const effect& e);
-
-// The covariable atom of an effect, or none for a class effect.
-const atom* covariable_atom(const effect& e);
-
-// "herd:year": the class part of an effect's name.
-std::string class_name(const effect& e);
 
 // Messages from entries[first] on name the file as the description does. That it can't be read is told with
 // the place of the description that names it.

@@ -1,5 +1,7 @@
 #include "prepare/records/record_selection.h"
 
+#include "prepare/description/effect_columns.h"
+
 #include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
 #include "prepare/messages/repeated_cells.h"

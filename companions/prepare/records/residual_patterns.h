@@ -1,9 +1,7 @@
-// Missing patterns and residual groups of the used records, and the residual element of the model made from
-// them.
+// Missing patterns and residual groups of the used records.
 #pragma once
 
-#include "input/model_records.h"
-#include "prepare/parts/start_values.h"
+#include "prepare/records/record_selection.h"
 
 #include <cstdint>
 #include <string>
@@ -27,13 +25,5 @@ residual_patterns make_patterns(const model_description& d, const data_columns& 
 
 // Traits of a mask, 0-based.
 std::vector<int> traits_of(std::int32_t mask, int nt);
-
-// Fills the arrays of the residual element: start matrix, held zeros, pattern tables, and for each group and
-// pattern the inverse of the observed part (zero elsewhere) and its log determinant. The element's arrays
-// have been taken for n_hetgr groups (at least 1) and n_pat patterns.
-// Errors: a start matrix that is not positive definite. Warnings: two traits that are never in one record.
-void fill_residual(const model_description& d, const record_selection& records,
-                   const residual_patterns& patterns, const start_values& start, structure_record& residual,
-                   message_log& log);
 
 } // namespace zeph::prepare

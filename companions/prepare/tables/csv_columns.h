@@ -1,13 +1,11 @@
-// Reads a table of text cells: a CSV file (quotes as usual) or one separated by blanks.
-// The cells stay text; numbers, levels and identifications are made from them column by column.
+// A table of text cells, as a CSV file holds it. The cells stay text; numbers, levels
+// and identifications are made from them column by column.
 #pragma once
 
 #include "prepare/messages/messages.h"
-#include "prepare/messages/repeated_cells.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,16 +39,8 @@ struct csv_columns {
   }
 };
 
-// Reads the file. Handles a byte-order mark, LF, CRLF and CR ends, empty lines, quotes with line breaks
-// inside. Errors go to the log with their line: file unreadable or empty, no header (a number among the
-// names), a name twice, rows with more or fewer cells than the header (one error for each width; such rows
-// are left out), what csv_shape.h finds, a quote that is not closed. What could be read comes back; without
-// records, no header.
-csv_columns read_csv(const std::string& path, const csv_layout& layout, message_log& log);
-
-// The same from text in memory; `file` is the name for messages.
-csv_columns read_csv_text(std::string_view content, const std::string& file, const csv_layout& layout,
-                          message_log& log);
+// A line of the file, for messages.
+source_place place_of(const csv_columns& table, std::int64_t line);
 
 constexpr std::size_t no_column = static_cast<std::size_t>(-1);
 
@@ -65,43 +55,5 @@ bool is_missing(const csv_columns& table, std::size_t c, std::size_t r);
 
 // Finite number in a cell, with '.' or ',' as decimal sign and an optional '+'. False: no number.
 bool number_in(std::string_view cell, char decimal, double& value);
-
-// Numbers of a column, one per record; NaN where missing (codes count by value) or no number. A text that is
-// no number is one error for all its records.
-std::vector<double> column_numbers(const csv_columns& table, std::size_t c, message_log& log);
-
-// A column with numbers that are written with the other decimal sign.
-struct other_decimal {
-  std::string column;
-  repeated_cell cell;
-};
-
-// The same, but such numbers are only noted: one cause of all columns, for refuse_other_decimals.
-std::vector<double> column_numbers(const csv_columns& table, std::size_t c, std::vector<other_decimal>& noted,
-                                   message_log& log);
-
-// One error for all columns that were noted.
-void refuse_other_decimals(const csv_columns& table, const std::vector<other_decimal>& noted,
-                           message_log& log);
-
-// First record whose cell is a number with a fraction, or n_records: such a column is hardly a class.
-std::size_t first_fraction(const csv_columns& table, std::size_t c);
-
-struct column_statistics {
-  std::size_t n = 0; // values that are not NaN
-  double mean = 0.0;
-  double sd = 0.0; // divisor n - 1; 0 for fewer than two values
-  double min = 0.0;
-  double max = 0.0;
-};
-
-// NaN values are passed over.
-column_statistics statistics_of(std::span<const double> values);
-
-// Warns of values that look like a code for missing: exact zeros far below all others, and a smallest or
-// largest value such as -999, -1 or 9999 far from all others. Far means: the gap is above two standard
-// deviations of the others and above every gap between them, and there are three different others or more.
-void warn_of_missing_codes(const csv_columns& table, std::size_t c, std::span<const double> values,
-                           message_log& log);
 
 } // namespace zeph::prepare

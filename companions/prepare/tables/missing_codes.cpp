@@ -1,6 +1,7 @@
 #include "prepare/tables/missing_codes.h"
 
 #include "prepare/messages/messages.h"
+#include "prepare/messages/repeated_cells.h"
 #include "prepare/tables/missing_words.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,7 @@
 #include "prepare/description/derived_checks.h"
 
+#include "prepare/description/model_description.h"
+
 #include "support/places.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,7 @@
 #include "prepare/description/kind_checks.h"
 
+#include "prepare/description/model_description.h"
+
 #include <gtest/gtest.h>
 
 namespace zeph::prepare {

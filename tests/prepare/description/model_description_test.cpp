@@ -1,3 +1,4 @@
+#include "prepare/description/description_words.h"
 #include "prepare/description/model_description.h"
 
 #include "prepare/description/description_checks.h"

@@ -1,6 +1,7 @@
 // Inbreeding and A inverse against published numbers and against the dense relationship matrix, which is made
 // here by the tabular method (Henderson 1976) and inverted by Gauss-Jordan elimination.
 #include "prepare/parts/pedigree_inverse.h"
+#include "prepare/tables/csv_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
 // Reading and checking pedigrees. Expected values by hand.
 #include "prepare/parts/pedigree.h"
+#include "prepare/tables/csv_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
 // Parents without a line of their own: founders, or codes of "unknown". Expected values by hand.
 #include "prepare/parts/unlisted_parents.h"
+#include "prepare/tables/csv_reader.h"
 
 #include "prepare/tables/missing_words.h"
 #include "support/prepared_case.h"

@@ -1,5 +1,7 @@
 // Tables of text cells. Expected values by hand.
+#include "prepare/tables/column_numbers.h"
 #include "prepare/tables/csv_columns.h"
+#include "prepare/tables/csv_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 // Faults of a whole CSV file: one cause, one error. Expected texts by hand.
+#include "prepare/tables/csv_reader.h"
 #include "prepare/tables/csv_shape.h"
 
 #include "support/prepared_case.h"

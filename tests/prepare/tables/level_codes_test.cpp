@@ -1,4 +1,5 @@
 // Levels of class columns. Expected values by hand.
+#include "prepare/tables/csv_reader.h"
 #include "prepare/tables/level_codes.h"
 
 #include <gtest/gtest.h>
