@@ -10,19 +10,19 @@
 namespace zeph::prepare {
 
 // By the number of relationship_kind.
-inline const std::vector<std::string> KINDS = {"identity",  "pedigree",    "inverse",   "relationship",
+inline const std::vector<std::string> kinds = {"identity",  "pedigree",    "inverse",   "relationship",
                                                "genotypes", "single_step", "dominance", "correlation"};
 
-// Beside TRAIT_KIND_CODES.
-inline const std::vector<std::string> TRAIT_KINDS = {"gaussian",  "censored", "ordered", "binary",
+// Beside trait_kind_codes.
+inline const std::vector<std::string> trait_kinds = {"gaussian",  "censored", "ordered", "binary",
                                                      "indicator", "sequence", "cured"};
-inline constexpr std::array TRAIT_KIND_CODES = {
+inline constexpr std::array trait_kind_codes = {
     trait_kind::gaussian,  trait_kind::censored, trait_kind::ordered, trait_kind::binary,
     trait_kind::indicator, trait_kind::sequence, trait_kind::cured};
 
-// Beside ANALYSIS_CODES.
-inline const std::vector<std::string> ANALYSES = {"solve", "sums", "predict", "gibbs", "models", "jump"};
-inline constexpr std::array ANALYSIS_CODES = {analysis_type::solve,   analysis_type::sums,
+// Beside analysis_codes.
+inline const std::vector<std::string> analyses = {"solve", "sums", "predict", "gibbs", "models", "jump"};
+inline constexpr std::array analysis_codes = {analysis_type::solve,   analysis_type::sums,
                                               analysis_type::predict, analysis_type::gibbs,
                                               analysis_type::models,  analysis_type::jump};
 

@@ -16,8 +16,8 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr std::size_t LARGEST_FILE = std::size_t{1} << 24; // bytes
-constexpr int MOST_DOTS = 16;                              // of one dotted key
+constexpr std::size_t largest_file = std::size_t{1} << 24; // bytes
+constexpr int most_dots = 16;                              // of one dotted key
 
 // Every table that the description may hold, and its keys.
 struct known_table {
@@ -25,38 +25,39 @@ struct known_table {
   std::vector<std::string> keys;
 };
 
-const std::vector<std::string> TOP_KEYS = {"title",    "data",   "factor", "trait", "covariable",
+const std::vector<std::string> top_keys = {"title",    "data",   "factor", "trait", "covariable",
                                            "residual", "derive", "keep",   "run"};
-const known_table DATA = {"[data]", {"file", "missing", "decimal", "separator", "columns"}};
-const known_table FACTOR = {"[factor.NAME]",
-                            {"pedigree", "inverse", "relationship", "genotypes", "single_step", "dominance",
-                             "correlation", "start", "prior_df", "order", "deviations", "deviations_every",
-                             "deviations_above"}};
-const known_table PEDIGREE = {
+const known_table data_keys = {"[data]", {"file", "missing", "decimal", "separator", "columns"}};
+const known_table factor_keys = {"[factor.NAME]",
+                                 {"pedigree", "inverse", "relationship", "genotypes", "single_step",
+                                  "dominance", "correlation", "start", "prior_df", "order", "deviations",
+                                  "deviations_every", "deviations_above"}};
+const known_table pedigree_keys = {
     "pedigree = { .. }",
     {"file", "animal", "sire", "dam", "columns", "selfing", "groups", "unknown", "founders"}};
-const known_table INVERSE = {"inverse = { .. }", {"file", "form"}};
-const known_table MATRIX = {"relationship = { .. }", {"file", "form", "blend"}};
-const known_table MATRIX_OR_INVERSE = {"dominance = { .. } or correlation = { .. }",
-                                       {"file", "form", "holds", "blend"}};
-const known_table TRAIT = {
+const known_table inverse_keys = {"inverse = { .. }", {"file", "form"}};
+const known_table matrix_keys = {"relationship = { .. }", {"file", "form", "blend"}};
+const known_table matrix_or_inverse_keys = {"dominance = { .. } or correlation = { .. }",
+                                            {"file", "form", "holds", "blend"}};
+const known_table trait_keys = {
     "[trait.NAME]",
     {"formula", "column", "kind", "weight", "categories", "limits", "first", "subject", "position", "of"}};
-const known_table LIMITS = {"limits = { .. }", {"code", "event", "upper"}};
-const known_table FIRST = {"first = { .. }", {"upper", "of"}};
-const known_table COVARIABLE = {"[covariable.NAME]",
-                                {"column", "range", "center", "solution", "times", "standardize"}};
-const known_table RESIDUAL = {"[residual]",
-                              {"start", "prior_df", "zero", "free", "groups", "start_by_group"}};
-const known_table KEEP = {"[keep]", {"solutions", "residuals"}};
-const known_table RUN = {
+const known_table limits_keys = {"limits = { .. }", {"code", "event", "upper"}};
+const known_table first_keys = {"first = { .. }", {"upper", "of"}};
+const known_table covariable_keys = {"[covariable.NAME]",
+                                     {"column", "range", "center", "solution", "times", "standardize"}};
+const known_table residual_keys = {"[residual]",
+                                   {"start", "prior_df", "zero", "free", "groups", "start_by_group"}};
+const known_table keep_keys = {"[keep]", {"solutions", "residuals"}};
+const known_table run_keys = {
     "[run]",
     {"analysis", "burnin", "rounds", "interval", "seeds", "restrict", "test_level", "continue", "prune"}};
 
 // The table that knows the key, for a key that stands in the wrong one.
 std::string table_of_key(std::string_view key) {
-  for (const known_table* table : {&DATA, &RUN, &PEDIGREE, &MATRIX, &MATRIX_OR_INVERSE, &FACTOR, &TRAIT,
-                                   &COVARIABLE, &RESIDUAL, &KEEP, &LIMITS, &FIRST})
+  for (const known_table* table :
+       {&data_keys, &run_keys, &pedigree_keys, &matrix_keys, &matrix_or_inverse_keys, &factor_keys,
+        &trait_keys, &covariable_keys, &residual_keys, &keep_keys, &limits_keys, &first_keys})
     if (std::find(table->keys.begin(), table->keys.end(), key) != table->keys.end()) return table->title;
   return {};
 }
@@ -85,9 +86,9 @@ message& error_in(const table_view& t, text_place at, std::string text) {
 
 stated<char> read_separator(const table_view& t, bool decimal_comma) {
   const std::vector<std::string> words = {",", ";", "tab", "blanks", "\t", " "};
-  constexpr std::string_view SIGNS = ",;\t \t ";
+  constexpr std::string_view signs = ",;\t \t ";
   const stated<std::size_t> word = read_word(t, "separator", std::span(words).first(4), 0);
-  if (word.given) return {SIGNS[word.value], word.at, true};
+  if (word.given) return {signs[word.value], word.at, true};
   return {decimal_comma ? ';' : ',', {}, false};
 }
 
@@ -103,7 +104,7 @@ std::vector<text_value> read_columns(const table_view& t) {
 
 void read_data(const table_view& top) {
   model_description& d = *top.description;
-  const table_view t = open_table(top, "data", DATA, "[data]");
+  const table_view t = open_table(top, "data", data_keys, "[data]");
   if (find(top, "data") == nullptr)
     error_in(top, {}, "there is no table [data] that names the file of the records");
   if (t.table == nullptr) return;
@@ -149,7 +150,7 @@ pedigree_source read_pedigree(const table_view& factor, const toml::node& node) 
     return p;
   }
   table_view t{node.as_table(), factor.title + " pedigree", factor.description, factor.log};
-  refuse_unknown_keys(t, PEDIGREE.keys, table_of_key);
+  refuse_unknown_keys(t, pedigree_keys.keys, table_of_key);
   p.file = node.is_string() ? read_text(factor, "pedigree") : read_text(t, "file");
   if (node.is_table() && find(t, "file") == nullptr)
     error_in(t, place_of(node), t.title + " needs file = \"...\"");
@@ -186,7 +187,7 @@ matrix_source read_matrix_source(const table_view& factor, const toml::node& nod
     return m;
   }
   const bool either = !inverse && kind != relationship_kind::relationship;
-  const known_table& known = inverse ? INVERSE : either ? MATRIX_OR_INVERSE : MATRIX;
+  const known_table& known = inverse ? inverse_keys : either ? matrix_or_inverse_keys : matrix_keys;
   const table_view t{node.as_table(), what, factor.description, factor.log};
   refuse_unknown_keys(t, known.keys, table_of_key);
   m.file = node.is_string() ? read_text(factor, key) : read_text(t, "file");
@@ -206,21 +207,21 @@ matrix_source read_matrix_source(const table_view& factor, const toml::node& nod
 
 // The key that tells the relationship of the levels; more than one is an error.
 void read_relationship(const table_view& t, factor_section& f) {
-  for (std::size_t k = 1; k < KINDS.size(); ++k) {
-    const toml::node* node = find(t, KINDS[k]);
+  for (std::size_t k = 1; k < kinds.size(); ++k) {
+    const toml::node* node = find(t, kinds[k]);
     if (node == nullptr) continue;
     const auto kind = static_cast<relationship_kind>(k);
-    const text_place at = place_of_table(t, KINDS[k]);
+    const text_place at = place_of_table(t, kinds[k]);
     if (f.kind != relationship_kind::identity) {
       error_in(t, at,
                fmt::format("{} has both {} and {}; a factor takes one of them", t.title, word_of(f.kind),
-                           KINDS[k]));
+                           kinds[k]));
       continue;
     }
     f.kind = kind;
     f.kind_at = at;
     if (kind == relationship_kind::genotypes || kind == relationship_kind::single_step)
-      error_in(t, at, fmt::format("{} {} is not yet supported by this version", t.title, KINDS[k]));
+      error_in(t, at, fmt::format("{} {} is not yet supported by this version", t.title, kinds[k]));
     else if (kind == relationship_kind::pedigree)
       f.pedigree = read_pedigree(t, *node);
     else
@@ -285,15 +286,15 @@ void read_trait(const table_view& t, trait_section& s) {
   s.formula_text = read_text(t, "formula");
   if (find(t, "formula") == nullptr) error_in(t, s.at, fmt::format("{} needs formula = \"...\"", t.title));
   s.column = read_text(t, "column", s.name);
-  const stated<std::size_t> kind = read_word(t, "kind", TRAIT_KINDS, 0);
-  s.kind = {TRAIT_KIND_CODES[kind.value], kind.at, kind.given};
+  const stated<std::size_t> kind = read_word(t, "kind", trait_kinds, 0);
+  s.kind = {trait_kind_codes[kind.value], kind.at, kind.given};
   s.weight = read_text(t, "weight");
   s.categories = read_codes(t, "categories");
-  const table_view limits = open_table(t, "limits", LIMITS, t.title + " limits");
+  const table_view limits = open_table(t, "limits", limits_keys, t.title + " limits");
   s.limits_code = read_text(limits, "code");
   s.limits_event = read_text(limits, "event");
   s.limits_upper = read_text(limits, "upper");
-  const table_view first = open_table(t, "first", FIRST, t.title + " first");
+  const table_view first = open_table(t, "first", first_keys, t.title + " first");
   s.first_upper = read_number(first, "upper", 0.0);
   s.first_of = read_text(first, "of");
   s.subject = read_text(t, "subject");
@@ -388,7 +389,7 @@ void read_pairs(const table_view& t, std::string_view key, const std::vector<tra
 void read_residual(const table_view& top) {
   model_description& d = *top.description;
   residual_section& r = d.residual;
-  const table_view t = open_table(top, "residual", RESIDUAL, "[residual]");
+  const table_view t = open_table(top, "residual", residual_keys, "[residual]");
   r.at = place_of_table(top, "residual");
   r.start = read_start(t);
   r.prior_df = read_degrees(t);
@@ -422,7 +423,7 @@ void read_derive(const table_view& top) {
 
 void read_keep(const table_view& top) {
   keep_section& k = top.description->keep;
-  const table_view t = open_table(top, "keep", KEEP, "[keep]");
+  const table_view t = open_table(top, "keep", keep_keys, "[keep]");
   k.at = place_of_table(top, "keep");
   k.residuals = read_truth(t, "residuals", false);
   const toml::node* node = find(t, "solutions");
@@ -438,7 +439,7 @@ void read_keep(const table_view& top) {
 }
 
 void read_seeds(const table_view& t, run_section& r) {
-  constexpr std::int32_t LARGEST_A = 31328, LARGEST_B = 30081; // limits of the lagged-Fibonacci generator
+  constexpr std::int32_t largest_a = 31328, largest_b = 30081; // limits of the lagged-Fibonacci generator
   const toml::node* node = find(t, "seeds");
   if (node == nullptr) return;
   const toml::array* list = node->as_array();
@@ -446,16 +447,16 @@ void read_seeds(const table_view& t, run_section& r) {
     error_in(t, place_of(*node), "[run] seeds must be a list of two whole numbers");
     return;
   }
-  r.seed_a = whole_of(t, *list->get(0), "[run] seeds: the first", 0, LARGEST_A);
-  r.seed_b = whole_of(t, *list->get(1), "[run] seeds: the second", 0, LARGEST_B);
+  r.seed_a = whole_of(t, *list->get(0), "[run] seeds: the first", 0, largest_a);
+  r.seed_b = whole_of(t, *list->get(1), "[run] seeds: the second", 0, largest_b);
 }
 
 void read_run(const table_view& top) {
   run_section& r = top.description->run;
-  const table_view t = open_table(top, "run", RUN, "[run]");
+  const table_view t = open_table(top, "run", run_keys, "[run]");
   r.at = place_of_table(top, "run");
-  const stated<std::size_t> analysis = read_word(t, "analysis", ANALYSES, 0);
-  r.analysis = {ANALYSIS_CODES[analysis.value], analysis.at, analysis.given};
+  const stated<std::size_t> analysis = read_word(t, "analysis", analyses, 0);
+  r.analysis = {analysis_codes[analysis.value], analysis.at, analysis.given};
   const bool chain = r.analysis.value > analysis_type::sums;
   r.burnin = read_whole(t, "burnin", chain ? 10000 : 0, 0);
   r.rounds = read_whole(t, "rounds", 100000, 1);
@@ -469,16 +470,16 @@ void read_run(const table_view& top) {
 
 void read_sections(const toml::table& table, model_description& d, message_log& log) {
   const table_view top{&table, "", &d, &log};
-  refuse_unknown_keys(top, TOP_KEYS, table_of_key);
+  refuse_unknown_keys(top, top_keys, table_of_key);
   const toml::node* title = find(top, "title");
   if (title != nullptr && title->is_string())
     d.title = {title->as_string()->get(), place_of(*title), true}; // may be empty
   else if (title != nullptr)
     wrong_type(top, *title, "title", "a text");
   read_data(top);
-  read_named(top, "factor", FACTOR, d.factors, read_factor);
-  read_named(top, "trait", TRAIT, d.traits, read_trait);
-  read_named(top, "covariable", COVARIABLE, d.covariables, read_covariable);
+  read_named(top, "factor", factor_keys, d.factors, read_factor);
+  read_named(top, "trait", trait_keys, d.traits, read_trait);
+  read_named(top, "covariable", covariable_keys, d.covariables, read_covariable);
   read_residual(top);
   read_derive(top);
   read_keep(top);
@@ -486,8 +487,8 @@ void read_sections(const toml::table& table, model_description& d, message_log& 
 }
 
 std::vector<std::string> lines_of(std::string_view text) {
-  constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
-  if (text.starts_with(BYTE_ORDER_MARK)) text.remove_prefix(BYTE_ORDER_MARK.size());
+  constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+  if (text.starts_with(byte_order_mark)) text.remove_prefix(byte_order_mark.size());
   std::vector<std::string> lines;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
@@ -505,12 +506,12 @@ model_description parse_description(std::string_view text, const std::string& pa
   model_description d;
   d.path = path;
   const std::size_t first = log.entries.size();
-  if (text.size() > LARGEST_FILE) {
+  if (text.size() > largest_file) {
     error_at(d, log, {}, "this is no model description: it is larger than 16 MB");
     return d;
   }
   d.lines = lines_of(text);
-  if (most_dots_of_a_key(text) > MOST_DOTS) {
+  if (most_dots_of_a_key(text) > most_dots) {
     error_at(d, log, {}, "this is no model description: a key has more than 16 dots");
     return d;
   }
