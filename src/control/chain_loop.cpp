@@ -78,12 +78,24 @@ void sample(run& r, scan_records& records) {
   say_label_switches(r.report, "No of times that label switching occure (sampling).", counts.nlabel);
 }
 
+// Exact chains of mixtures and cure sequences: how often a record or subject kept its component since a flat
+// prior needs it there.
+void say_kept_components(run& r) {
+  if (!r.asked.sampler.exact) return;
+  for (std::int32_t t = 1; t <= r.model.nt; ++t) {
+    const std::int64_t kept = r.work.sweep.components[static_cast<std::size_t>(t - 1)].kept;
+    if (kept > 0)
+      say(r.report, free_row().text("Components kept for their prior: trait ").i(t).text(" times").i(kept).str());
+  }
+}
+
 } // namespace
 
 void run_chain(run& r) {
   scan_records records = records_of(r);
   if (!r.asked.restart) burn_in(r, records);
   if (!r.counts.stop_seen) sample(r, records);
+  say_kept_components(r);
 }
 
 } // namespace zeph
