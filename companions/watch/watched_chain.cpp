@@ -2,6 +2,7 @@
 
 #include "chains/chain_plan.h"
 #include "chains/work_model.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -104,7 +105,7 @@ void look_at_study(watched_chain& c, double now) {
   study s;
   std::string ignored;
   if (!read_study(c.runs, s, ignored) || c.chain > static_cast<int>(s.chains.size())) return;
-  c.look.of = s.chains[static_cast<std::size_t>(c.chain - 1)].last;
+  c.look.of = s.chains[from1(c.chain)].last;
   const chain_position p = position_of(c.runs, s, c.chain);
   if (p.segment == 0 || !p.faults.empty()) return;
   c.directory = segment_directory(c.runs, c.chain, p.segment);
