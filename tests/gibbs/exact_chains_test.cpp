@@ -400,7 +400,10 @@ struct zero_case : prior_case {
 TEST(exact_chains, keep_the_prior_with_a_covariance_held_at_zero) {
   EXPECT_LT(zero_case(true).z(20000, 5), limit);
 }
-TEST(plain_chains, are_off_with_a_covariance_held_at_zero) { EXPECT_GT(zero_case(false).z(20000, 5), limit); }
+// Its matrices come from sums without the pair, which need not be positive definite: it then has no draw.
+TEST(plain_chains, may_have_no_draw_with_a_covariance_held_at_zero) {
+  EXPECT_THROW(zero_case(false).z(20000, 5), run_stop);
+}
 
 } // namespace
 } // namespace zeph_test

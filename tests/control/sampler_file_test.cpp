@@ -1,0 +1,67 @@
+#include "control/sampler_file.h"
+
+#include "support/run_case.h"
+
+namespace {
+
+using namespace zeph_test;
+
+// What the run says with this file, from the place where the word is wrong on.
+std::string refusal(const std::string& sampler, std::int32_t type = 2) {
+  run_case c;
+  c.directory.write("sampler", sampler);
+  EXPECT_EQ(c.go(run_case::lines(type, 0, 3, 1)), 16) << sampler;
+  const std::size_t at = c.text().find("ERROR - Illegal input in sampler: ");
+  return at == std::string::npos ? c.text() : c.text().substr(at, c.text().find('\n', at) - at);
+}
+std::string illegal(const std::string& rest) { return "ERROR - Illegal input in sampler: " + rest; }
+
+TEST(sampler_file, of_comments_changes_nothing) {
+  run_case with, without;
+  with.directory.write("sampler", "# exact\n\n   # nothing\n");
+  EXPECT_EQ(with.go(run_case::lines(3, 5, 20, 1)), 0);
+  EXPECT_EQ(without.go(run_case::lines(3, 5, 20, 1)), 0);
+  for (const char* name : {"gib.samples", "lastsol", "py", "gibsol", "lpm"})
+    EXPECT_EQ(with.directory.read(name), without.directory.read(name)) << name;
+  EXPECT_EQ(with.text(), without.text());
+}
+
+TEST(sampler_file, is_repeated_on_the_listing) {
+  run_case c;
+  c.directory.write("sampler", "density 32 # points\nexact\n");
+  EXPECT_EQ(c.go(run_case::lines(2, 5, 20, 1)), 0);
+  EXPECT_NE(c.text().find("\nWords of the file sampler\n  exact\n  density          32\n"),
+            std::string::npos);
+}
+
+TEST(sampler_file, refuses_what_is_no_word_or_no_value) {
+  EXPECT_EQ(refusal("# first\nexakt\n"), illegal("word(2) = exakt, legal: exact, model_prior or density"));
+  EXPECT_EQ(refusal("exact 1\n"), illegal("exact = 1 values, legal: no value"));
+  EXPECT_EQ(refusal("exact\nexact\n"), illegal("exact(2) = given twice, legal: once"));
+  EXPECT_EQ(refusal("exact\ndensity 15\n"), illegal("density(1) = 15, legal: 16 to 4096 points"));
+  EXPECT_EQ(refusal("exact\ndensity 1e3\n"), illegal("density(1) = 1e3, legal: 16 to 4096 points"));
+  EXPECT_EQ(refusal("exact\ndensity\n"), illegal("density = 0 values, legal: 16 to 4096 points"));
+  EXPECT_EQ(refusal("density 32\n"), illegal("density = 32, legal: only together with exact"));
+  EXPECT_EQ(refusal("exact\nmodel_prior 2 1\n"), illegal("model_prior(1) = 2, legal: a random factor"));
+  EXPECT_EQ(refusal("exact\nmodel_prior 1 1 2\n"),
+            illegal("model_prior(1) = 2 weights, legal: one for each of 1 numbers of rows"));
+  for (const char* weight : {"0", "-1", "nan", "inf", "x"})
+    EXPECT_EQ(refusal(std::string("exact\nmodel_prior 1 ") + weight),
+              illegal("model_prior(1,1) = " + std::string(weight) + ", legal: a finite number above 0"));
+  EXPECT_EQ(refusal("exact\nmodel_prior 1 1\nmodel_prior 1 1\n"),
+            illegal("model_prior(1) = given twice, legal: once a factor"));
+  EXPECT_EQ(
+      refusal("exact\nmodel_prior 1 1\n"),
+      illegal(
+          "model_prior(1) = given, legal: type of analysis 6 and above: chains that move between models"));
+  EXPECT_EQ(refusal("model_prior 1 1\n"), illegal("model_prior(1) = given, legal: only together with exact"));
+}
+
+TEST(sampler_file, that_can_not_be_read_ends_the_run) {
+  run_case c;
+  std::filesystem::create_directory(c.directory / "sampler");
+  EXPECT_EQ(c.go(run_case::lines(2, 0, 3, 1)), 16);
+  EXPECT_NE(c.text().find("Illegal input in sampler: read"), std::string::npos);
+}
+
+} // namespace
