@@ -2,10 +2,10 @@
 // the start of a run, of data loading and of relationship reading, on a prepared
 // work directory named by ZEPH_BENCH_DIR. Each checks its result, so that a fast
 // wrong answer fails.
+#include "control/model_chains.h"
 #include "control/run_driver.h"
 #include "gibbs/scan/gibscan.h"
 #include "input/data_loading.h"
-#include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
 #include "listing/stops.h"
 #include "numerics/normal_draws.h"
@@ -63,6 +63,27 @@ void scan_round_plain(benchmark::State& state) { run_rounds(state, true); }
 BENCHMARK(scan_round)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(scan_round_plain)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
+// The whole state of the chain onto the device, as the word `state` of the file `sampler` asks for it.
+void state_saving(benchmark::State& state) {
+  started_run s;
+  if (!s.started) return state.SkipWithError(s.listing.str().c_str());
+  if (s.r.asked.analysis_type < 2) return state.SkipWithError("not a chain");
+  zeph::scan_records records = zeph::records_of(s.r);
+  s.r.state.iround = 1;
+  zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files);
+  s.r.saved.wanted = true;
+  s.r.saved.finished = 1;
+  s.r.saved.to = std::make_unique<zeph::state_writer>();
+  for (auto _ : state) zeph::save_state(s.r);
+  try {
+    zeph::state_reader(s.r.report).open(directory() + "/statelast");
+  } catch (const zeph::run_stop&) {
+    state.SkipWithError("the state can't be read");
+  }
+  state.counters["bytes"] = static_cast<double>(zeph::size_of_file(directory() + "/statelast"));
+}
+BENCHMARK(state_saving)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+
 // Rounds that propose a move of a factor, from one row each on; every iteration is a round.
 void jump_round(benchmark::State& state) {
   started_run s;
@@ -72,7 +93,7 @@ void jump_round(benchmark::State& state) {
   s.r.asked.nround = 1;
   std::int64_t taken = 0, large = 0;
   const auto round = [&] {
-    zeph::jump_rounds(records, s.r.files);
+    zeph::run_jump_rounds(s.r);
     ++s.r.asked.nburn; // so the next call runs the next round
     taken += s.r.jump.accepted;
     large += s.r.state.ntr.front();

@@ -32,10 +32,10 @@ void check_directives(const directive_text& d, const std::string& path, std::vec
 
 void find_program(study& s, std::vector<std::string>& faults) {
   const fs::path program = find_beside("ZEPH");
-  shared::file_print print;
+  file_print print;
   if (program.empty())
     faults.emplace_back("the program ZEPH stands neither beside zeph-chains nor on PATH");
-  else if (!shared::print_of_file(program, print))
+  else if (!print_of_file(program, print))
     faults.push_back(fmt::format("can't read {}", program.string()));
   s.program = program.string();
   s.program_sha256 = print.sha256;

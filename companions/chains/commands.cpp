@@ -151,8 +151,8 @@ void set_start(const continue_options& o, study& s) {
   const std::string options = o.slurm ? o.sbatch : before.options;
   const std::string hash_before = before.program_sha256;
   s.starts.push_back(start_now("continue", slurm, jobs_of(o.jobs, s.chains.size()), options));
-  shared::file_print print;
-  shared::print_of_file(s.program, print);
+  file_print print;
+  print_of_file(s.program, print);
   s.starts.back().program_sha256 = print.sha256;
   if (print.sha256 != hash_before) fmt::print("{} is not the one that ran before\n", s.program);
 }

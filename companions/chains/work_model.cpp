@@ -158,8 +158,8 @@ bool print_inputs(const fs::path& work, const std::vector<std::string>& names,
                   std::vector<input_record>& inputs, std::string& fault) {
   inputs.clear();
   for (const std::string& name : names) {
-    shared::file_print print;
-    if (!shared::print_of_file(work / name, print)) {
+    file_print print;
+    if (!print_of_file(work / name, print)) {
       fault = fmt::format("can't read {}", (work / name).string());
       return false;
     }
@@ -172,9 +172,9 @@ std::vector<std::string> changed_inputs(const fs::path& work, const study& s, bo
   std::vector<std::string> lines;
   for (const input_record& i : s.inputs) {
     std::error_code fault;
-    shared::file_print print;
+    file_print print;
     const auto bytes = fs::file_size(work / i.file, fault);
-    if (fault || (!quick && !shared::print_of_file(work / i.file, print)))
+    if (fault || (!quick && !print_of_file(work / i.file, print)))
       lines.push_back(fmt::format("{} is gone", (work / i.file).string()));
     else if (static_cast<std::int64_t>(bytes) != i.bytes || (!quick && print.sha256 != i.sha256))
       lines.push_back(fmt::format("{} has changed since the chains began", (work / i.file).string()));

@@ -4,7 +4,7 @@
 
 #include "chains/directive_text.h"
 #include "chains/study_records.h"
-#include "shared/sha256.h"
+#include "formats/sha256.h"
 
 #include <cstdint>
 #include <string>

@@ -8,10 +8,10 @@
 #include "listing/work_files.h"
 #include "samples/accumulators.h"
 
+#include <algorithm>
+
 namespace zeph {
 namespace {
-
-bool stop_asked(const reporting& report) { return file_exists(report, "STOP"); }
 
 void say_three_times(reporting& report, std::string_view text) {
   for (int i = 0; i < 3; ++i) say(report, text);
@@ -34,15 +34,15 @@ void burn_in(run& r, scan_records& records) {
   round_state& state = r.state;
   chain_counts& counts = r.counts;
   counts.stop_seen = false;
-  counts.nlabel = 0;
-  for (state.iround = 1; state.iround <= asked.nburn; ++state.iround) {
+  if (r.saved.finished == 0) counts.nlabel = 0;
+  for (state.iround = r.saved.finished + 1; state.iround <= asked.nburn; ++state.iround) {
     GIBSCAN(records, asked, state, counts, r.files);
     if (state.ist == GS_CONVERGED) {
       say_converged(r.report);
       break;
     }
     // kept: "graceously" here, "graciously" below
-    if (!stop_asked(r.report)) continue;
+    if (!round_ends_the_run(r, true)) continue;
     counts.stop_seen = true;
     say_three_times(r.report, "Stop signal received. Processing ends graceously");
     break;
@@ -54,10 +54,10 @@ void sample(run& r, scan_records& records) {
   const directives& asked = r.asked;
   round_state& state = r.state;
   chain_counts& counts = r.counts;
-  counts.nlabel = 0;
+  if (r.saved.finished <= counts.P_ROUND) counts.nlabel = 0;
   // round numbers continue after the burn-in, or after the run that is continued
   const std::int64_t last = counts.P_ROUND + asked.nround;
-  for (state.iround = counts.P_ROUND + 1; state.iround <= last; ++state.iround) {
+  for (state.iround = std::max(r.saved.finished, counts.P_ROUND) + 1; state.iround <= last; ++state.iround) {
     GIBSCAN(records, asked, state, counts, r.files);
     if (state.ist == GS_CONVERGED) {
       say_converged(r.report);
@@ -70,7 +70,7 @@ void sample(run& r, scan_records& records) {
     if (state.iround % asked.isamp == 0 && r.deviations.factor > 0)
       TD_PTD(records, asked, state, r.deviations);
     if (is_sample_round(asked, state)) accumulate_deviance(r.model, r.sampler, asked, state);
-    if (is_sample_round(asked, state) && stop_asked(r.report)) {
+    if (round_ends_the_run(r, is_sample_round(asked, state))) {
       say_three_times(r.report, "Stop signal received. Processing ends graciously");
       break;
     }
@@ -92,9 +92,12 @@ void say_kept_components(run& r) {
 } // namespace
 
 void run_chain(run& r) {
+  take_state(r);
   scan_records records = records_of(r);
-  if (!r.asked.restart) burn_in(r, records);
+  const bool sampling = r.asked.restart || (r.saved.continued && r.saved.finished > r.counts.P_ROUND);
+  if (!sampling) burn_in(r, records);
   if (!r.counts.stop_seen) sample(r, records);
+  save_state(r);
   say_kept_components(r);
 }
 

@@ -26,11 +26,6 @@ std::string without_blanks(const std::string& text) {
   return last == std::string::npos ? std::string() : text.substr(0, last + 1);
 }
 
-// Name as a file of the work directory; a full path stays as it is.
-std::string directive_path(const reporting& report, const std::string& name) {
-  return !name.empty() && name.front() == '/' ? name : path_of(report, name);
-}
-
 bool begins_with_two_integers(const std::string& path) {
   free_reader lines;
   if (!lines.open(path)) return false;
@@ -313,6 +308,10 @@ bool read_covariates(const model_records& m, directives& asked, free_reader& lin
 }
 
 } // namespace
+
+std::string directive_path(const reporting& report, const std::string& name) {
+  return !name.empty() && name.front() == '/' ? name : path_of(report, name);
+}
 
 std::string directive_file_name(const model_records& m, const reporting& report) {
   std::vector<std::string> candidates;

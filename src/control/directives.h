@@ -22,6 +22,9 @@ namespace zeph {
 // first that exists, else "DUMMY" if one says so, else the first. "DUMMY": none.
 std::string directive_file_name(const model_records& m, const reporting& report);
 
+// The name as that of a file of the work directory; a full path stays as it is.
+std::string directive_path(const reporting& report, const std::string& name);
+
 // Opens the directive file; "DUMMY" stops with code 16. A missing file shows as
 // a failed read of the first line.
 void open_directives(const model_records& m, free_reader& lines, reporting& report);

@@ -23,7 +23,9 @@ void refuse_directives(run& r) {
   if (r.asked.nfeto > 0)
     refuse(r.report, "exact", {}, "covariables made from solutions",
            "no such covariables: fit the effect itself, or leave exact out");
-  if (r.asked.restart) refuse(r.report, "exact", {}, "r_parm and oldsol", "a chain from its start: the two files do not hold the state of an exact chain");
+  if (r.asked.restart)
+    refuse(r.report, "exact", {}, "r_parm and oldsol",
+           "continue a chain from r_state: the two files do not hold the state of an exact chain");
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (r.asked.analysis_type < 2 && latent_kind(r.model.MODEL(t).TRAIT_TYPE))
       refuse(r.report, "TRAIT_TYPE", {t}, std::to_string(r.model.MODEL(t).TRAIT_TYPE),

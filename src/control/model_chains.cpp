@@ -14,9 +14,20 @@ namespace {
 
 constexpr std::int32_t smallest_models = 6; // code of jump_setup that starts with one row a factor
 
-void run_rounds(run& r, scan_records& records, std::int64_t last) {
-  for (r.state.iround = 1; r.state.iround <= last; ++r.state.iround)
+void say_stopped(reporting& report) {
+  for (int i = 0; i < 3; ++i) say(report, "Stop signal received. Processing ends graceously");
+}
+
+// Rounds up to the last one, from the one after those that are finished. False when a file STOP ended
+// them, for which only chains whose state is saved look.
+bool run_rounds(run& r, scan_records& records, std::int64_t last) {
+  for (r.state.iround = r.saved.finished + 1; r.state.iround <= last; ++r.state.iround) {
     GIBSCAN(records, r.asked, r.state, r.counts, r.files);
+    if (!round_ends_the_run(r, false)) continue;
+    say_stopped(r.report);
+    return false;
+  }
+  return true;
 }
 
 void say_number(reporting& report, std::string_view name, std::int32_t number) {
@@ -29,6 +40,12 @@ void say_model(const run& r, reporting& report) {
   for (const std::int32_t dimension : r.state.ntr) row.i(dimension);
   say(report);
   say(report, row.str());
+}
+
+bool has_next_model(const run& r) {
+  for (std::int32_t k = 1; k <= r.model.nramat; ++k)
+    if (r.state.ntr[static_cast<std::size_t>(k - 1)] < r.model.RMAT(k).n_rc) return true;
+  return false;
 }
 
 void set_dimension(run& r, jump_records& records, std::int32_t k, std::int32_t dimension) {
@@ -67,18 +84,38 @@ bool next_model(run& r) {
 void run_models(run& r) {
   jump_records records = jump_records_of(r);
   jump_setup(records, r.relations, smallest_models);
-  do {
+  take_state(r);
+  const std::int64_t last = r.counts.P_ROUND + std::max(r.asked.nround, 0);
+  for (;;) {
     say_model(r, r.report);
-    run_rounds(r, records.scan, r.counts.P_ROUND + std::max(r.asked.nround, 0));
+    const bool whole = run_rounds(r, records.scan, last);
+    if (!whole || !has_next_model(r)) save_state(r);
     report_run(r);
-  } while (next_model(r));
+    if (!whole || !next_model(r)) return;
+    ++r.saved.model_number;
+    r.saved.finished = 0;
+    // the next model empties py: an older state can't be continued then
+    if (saves_between_rounds(r)) save_state(r);
+  }
+}
+
+void run_jump_rounds(run& r) {
+  jump_records records = jump_records_of(r);
+  round_state& state = r.state;
+  const std::int64_t burned = std::max(r.asked.nburn, 0), last = burned + r.asked.nround;
+  for (state.iround = std::max(r.saved.finished, burned) + 1; state.iround <= last; ++state.iround) {
+    jump_round(records, r.files);
+    if (!round_ends_the_run(r, is_sample_round(r.asked, state))) continue;
+    return say_stopped(r.report);
+  }
 }
 
 void run_jump_chain(run& r) {
   jump_records records = jump_records_of(r);
   jump_setup(records, r.relations, r.asked.analysis_type);
-  run_rounds(r, records.scan, r.counts.P_ROUND);
-  jump_rounds(records, r.files);
+  take_state(r);
+  if (run_rounds(r, records.scan, r.counts.P_ROUND)) run_jump_rounds(r);
+  save_state(r);
   report_run(r);
 }
 

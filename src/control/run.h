@@ -2,6 +2,7 @@
 // record. Two runs can exist side by side.
 #pragma once
 
+#include "control/state_file.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/design_store.h"
 #include "input/deviation_store.h"
@@ -38,6 +39,7 @@ struct run {
   sample_files files;
   jump_store jump;
   prediction_store predictions;
+  saved_state saved;
   sequential_reader r_parm; // open from the start of the chain's values until the data are loaded
 };
 

@@ -109,6 +109,7 @@ void lay_out_equations(run& r) {
   read_directives(r.model, r.asked, r.sources, lines, r.report);
   if (r.asked.analysis_type < 0) r.asked.analysis_type = 0;
   read_sampler_file(r.model, r.asked, r.report);
+  find_state(r);
   count_equations(r.model, r.layout, r.report);
   if (r.asked.test_level == 1) print_sizes(r.model, r.layout, r.report);
   check_model_indices(r.model, r.layout, r.report);
@@ -206,7 +207,10 @@ void start_run(run& r) {
   find_exact_forms(r);
   scan_records records = records_of(r);
   start_mixing_proportions(records.model, records.design, records.mixtures);
-  open_sample_files(r.model, r.layout, r.asked, r.files, r.report);
+  if (continues(r.saved))
+    continue_files(r);
+  else
+    open_sample_files(r.model, r.layout, r.asked, r.files, r.report);
   if (r.asked.analysis_type >= 2) reserve_state(r.model, r.design, r.sampler, r.files.state, r.report);
   check_result_files(r.model, r.deviations, r.mixtures, r.asked, r.report);
   if (!r.model.L_PTD) return;

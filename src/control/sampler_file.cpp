@@ -13,8 +13,9 @@
 namespace zeph {
 namespace {
 
+constexpr std::int32_t most_minutes = 1000000;
 constexpr std::int32_t fewest_points = 16, most_points = 4096;
-constexpr std::string_view words_of_the_file = "exact, model_prior or density";
+constexpr std::string_view words_of_the_file = "exact, state, model_prior or density";
 
 // One line of the file: its word and the values after it.
 struct sampler_line {
@@ -54,6 +55,13 @@ std::int32_t integer_within(const sampler_line& line, std::size_t value, std::in
 
 [[noreturn]] void wrong_count(const sampler_line& line, std::string_view rule, reporting& report) {
   illegal_input(report, sampler_file, line.word(), {}, std::to_string(line.values()) + " values", rule);
+}
+
+void take_state(const sampler_line& line, sampler_words& asked, reporting& report) {
+  if (line.values() > 1) wrong_count(line, "at most one number, of minutes", report);
+  asked.state = true;
+  if (line.values() == 1)
+    asked.state_minutes = integer_within(line, 1, 0, most_minutes, "0 to 1000000 minutes", report);
 }
 
 void take_density(const sampler_line& line, sampler_words& asked, reporting& report) {
@@ -97,6 +105,8 @@ void take_line(const model_records& m, const sampler_line& line, sampler_words& 
   if (line.word() == "exact") {
     if (line.values() != 0) wrong_count(line, "no value", report);
     asked.exact = true;
+  } else if (line.word() == "state") {
+    take_state(line, asked, report);
   } else if (line.word() == "model_prior") {
     take_row_prior(m, line, asked, report);
   } else if (line.word() == "density") {
@@ -112,6 +122,9 @@ void judge_words(const directives& asked, reporting& report) {
   if (s.density_points > 0 && !s.exact)
     illegal_input(report, sampler_file, "density", {}, std::to_string(s.density_points),
                   "only together with exact");
+  if (s.state && asked.analysis_type < 2)
+    illegal_input(report, sampler_file, "state", {}, std::to_string(s.state_minutes),
+                  "type of analysis 2 and above: a solver has no state to save");
   for (const row_weights& row : s.row_prior) {
     if (!s.exact)
       illegal_input(report, sampler_file, "model_prior", {row.factor}, "given", "only together with exact");
@@ -123,10 +136,11 @@ void judge_words(const directives& asked, reporting& report) {
 
 // The words again, as they are taken.
 void repeat_words(const sampler_words& s, reporting& report) {
-  if (!s.exact) return;
+  if (!s.exact && !s.state) return;
   say(report);
   say(report, "Words of the file sampler");
-  say(report, "  exact");
+  if (s.exact) say(report, "  exact");
+  if (s.state) say(report, free_row().text("  state").i(s.state_minutes).str());
   for (const row_weights& row : s.row_prior) {
     free_row line;
     line.text("  model_prior").i(row.factor);

@@ -3,6 +3,7 @@
 // Text, one word a line with its values after it; `#` begins a comment, empty lines count for
 // nothing, each word is there at most once but `model_prior`, which is there once a factor.
 //   exact                   every step draws from its full conditional distribution
+//   state [minutes]         the whole state is saved that often (10), 0: at the end only
 //   model_prior k w1 .. wq  prior weights of 1..q rows of random factor k
 //   density n               16..4096 points for the density of records of three and more latent values
 #pragma once

@@ -59,9 +59,9 @@ std::int64_t byte_source::read(char* to, std::int64_t n) {
   return done;
 }
 
-bool byte_source::rewind() {
+bool byte_source::move_to(std::int64_t n) {
   failed_ = false;
-  return fd_ >= 0 && ::lseek(fd_, 0, SEEK_SET) == 0;
+  return fd_ >= 0 && ::lseek(fd_, n, SEEK_SET) == n;
 }
 
 bool byte_sink::open(const std::string& path, open_mode mode) {
@@ -91,6 +91,26 @@ bool byte_sink::write(const char* from, std::int64_t n) {
     done += put;
   }
   return done == n;
+}
+
+bool byte_sink::sync() {
+  int code = 0;
+  do {
+    code = ::fsync(fd_);
+  } while (code != 0 && errno == EINTR);
+  // a pipe or a device has nothing to wait for
+  return code == 0 || errno == EINVAL || errno == EROFS;
+}
+
+bool cut_file(const std::string& path, std::int64_t n) { return ::truncate(path.c_str(), n) == 0; }
+
+bool sync_folder_of(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const int fd = open_fd(slash == std::string::npos ? "." : path.substr(0, slash + 1), O_RDONLY);
+  if (fd < 0) return false;
+  const bool done = ::fsync(fd) == 0 || errno == EINVAL; // file systems without such a call
+  ::close(fd);
+  return done;
 }
 
 std::int64_t size_of_file(const std::string& path) {

@@ -31,7 +31,9 @@ public:
   bool failed() const { return failed_; }
 
   // Back to the first byte. False when the file can't be positioned.
-  bool rewind();
+  bool rewind() { return move_to(0); }
+  // To the byte after the first n. False when the file can't be positioned.
+  bool move_to(std::int64_t n);
 
 private:
   int fd_ = -1;
@@ -65,6 +67,8 @@ public:
 
   // True only when all n bytes were taken.
   bool write(const char* from, std::int64_t n);
+  // Waits until the device has all that was written. False when it can't be done.
+  bool sync();
 
 private:
   int fd_ = -1;
@@ -72,6 +76,10 @@ private:
 
 // Size in bytes of the file of this name; -1 when there is none.
 std::int64_t size_of_file(const std::string& path);
+// Cuts the file to its first n bytes. False when the system refuses.
+bool cut_file(const std::string& path, std::int64_t n);
+// Waits until the device has the names of the folder that holds this file, after one was changed.
+bool sync_folder_of(const std::string& path);
 
 // From then on a write beyond the process's limit of file sizes (RLIMIT_FSIZE) is a
 // failed write as any other, not the end of the process. For main.

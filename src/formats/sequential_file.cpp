@@ -132,13 +132,16 @@ void sequential_reader::skip(std::int64_t n) {
 
 // ---- writer
 
-bool sequential_writer::open(const std::string& path) {
+bool sequential_writer::start(const std::string& path, open_mode mode) {
   close();
   buffer_.clear();
   start_ = -1;
-  ok_ = sink_.open(path, open_mode::truncate);
+  ok_ = sink_.open(path, mode);
   return ok_;
 }
+
+bool sequential_writer::open(const std::string& path) { return start(path, open_mode::truncate); }
+bool sequential_writer::open_append(const std::string& path) { return start(path, open_mode::append); }
 
 bool sequential_writer::reserve(std::int64_t n) {
   if (n < 0 || n > longest_record) return false;
@@ -215,6 +218,11 @@ bool sequential_writer::flush() {
     buffer_.erase(buffer_.begin(), buffer_.begin() + ended);
     if (start_ >= 0) start_ = 0;
   }
+  return ok_;
+}
+
+bool sequential_writer::sync() {
+  if (is_open() && (!flush() || !sink_.sync())) ok_ = false;
   return ok_;
 }
 

@@ -135,7 +135,8 @@ public:
   sequential_writer(const sequential_writer&) = delete;
   sequential_writer& operator=(const sequential_writer&) = delete;
 
-  bool open(const std::string& path); // made, or emptied when it exists
+  bool open(const std::string& path);        // made, or emptied when it exists
+  bool open_append(const std::string& path); // made, or continued at its end
   bool is_open() const { return sink_.is_open(); }
   bool ok() const { return ok_; }
 
@@ -160,9 +161,11 @@ public:
   bool end();                                        // frames the record
 
   bool flush(); // all ended records handed to the system
+  bool sync();  // flushes and waits until the device has them; true also when nothing is open
   bool close(); // flushes; false too when a record was left open
 
 private:
+  bool start(const std::string& path, open_mode mode);
   void put_bytes(const void* x, std::int64_t n);
   void put_array(const void* x, std::int64_t n, std::int64_t width);
 

@@ -39,6 +39,11 @@ bool text_writer::flush() {
   return ok_;
 }
 
+bool text_writer::sync() {
+  if (is_open() && (!flush() || !sink_.sync())) ok_ = false;
+  return ok_;
+}
+
 bool text_writer::close() {
   if (!is_open()) return ok_;
   flush();

@@ -29,6 +29,7 @@ public:
   // or this write failed; what stays in the buffer is judged by flush or close.
   bool line(std::string_view text);
   bool flush(); // all lines handed to the system
+  bool sync();  // flushes and waits until the device has them; true also when nothing is open
   bool close(); // flushes; true also when nothing is open and nothing failed
 
 private:

@@ -21,7 +21,7 @@ struct mixture_store {
   std::vector<tau_sums> TAU_STAT;    // [t-1]
   mat<std::int32_t> MIXZ_COUNT;      // nt x nobs: samples with the record in component 1
   mat<std::int32_t> MIXZ_LAST;       // nt x nobs: 1 when it was there at its last update
-  bool membership_made[2] = {false, false}; // mixz_prob and mixz_last were made in this run
+  bool membership_made[2] = {false, false}; // mixz_prob and mixz_last are of this chain
 };
 
 // Allocates the stores when a trait is of kind 5, 7 or 8. In each trait that carries

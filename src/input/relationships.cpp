@@ -228,6 +228,19 @@ int read_relationships(const model_records& m, relationship_store& relations, re
   return ierr;
 }
 
+std::vector<std::string> relationship_files(const model_records& m) {
+  std::vector<std::string> names;
+  for (std::int32_t k = 1; k <= m.nramat; ++k) {
+    const structure_record& r = m.RMAT(k);
+    if (structure_is(r, "I") || structure_is(r, "SNP") || structure_is(r, "ABS_QTL")) continue;
+    names.push_back(file_name(r, k));
+    if (!structure_is(r, "PED")) continue;
+    names.push_back("PEDFILE" + std::to_string(k));
+    if (r.L_RAM) names.push_back("AINV_RAM" + std::to_string(k));
+  }
+  return names;
+}
+
 std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporting& report) {
   const std::string name = "AINV_RAM" + std::to_string(k);
   sequential_reader file;

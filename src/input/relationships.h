@@ -37,6 +37,10 @@ struct relationship_store {
 // Returns 0, or 1 when a file has no first record (reported on the listing).
 int read_relationships(const model_records& m, relationship_store& relations, reporting& report);
 
+// Names of the files that give the relationships and the pedigree of the model's factors, whether or
+// not they are there.
+std::vector<std::string> relationship_files(const model_records& m);
+
 // Number of diagonal elements in "AINV_RAM"k, or `otherwise` when unreadable.
 std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporting& report);
 

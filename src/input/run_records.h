@@ -34,6 +34,8 @@ struct row_weights {
 // What the optional file `sampler` asks for beyond the plain sampler.
 struct sampler_words {
   bool exact = false;                 // each step draws from its full conditional distribution
+  bool state = false;                 // the whole state of the chain is saved
+  std::int32_t state_minutes = 10;    // between two saves; 0: at the end only
   std::vector<row_weights> row_prior; // factors ascending
   std::int32_t density_points = 0;    // of a record with three and more latent values; 0: no density
 };

@@ -8,7 +8,6 @@
 #include "jump/model_moves.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
-#include "listing/work_files.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -54,13 +53,6 @@ void report_round(jump_records& r) {
   row.r8(jump.p_up).r8(jump.p_down).l(jump.jump_down).r8(jump.log_ratio).r8(jump.log_u).l(jump.accepted);
   write_zeinfo(jump, row.str(), r.scan.report);
   flush_zeinfo(jump, r.scan.report);
-}
-
-bool stop_asked(jump_records& r) {
-  reporting& report = r.scan.report;
-  if (!file_exists(report, "STOP") || !is_sample_round(r.asked, r.state)) return false;
-  for (int i = 0; i < 3; ++i) say(report, "Stop signal received. Processing ends graceously");
-  return true;
 }
 
 } // namespace
@@ -165,7 +157,9 @@ void run_exact_round(jump_records& r, sample_files& files) {
   if (r.jump.accepted) take_exact_move(r);
 }
 
-void run_round(jump_records& r, sample_files& files) {
+} // namespace
+
+void jump_round(jump_records& r, sample_files& files) {
   reporting& report = r.scan.report;
   if (r.asked.test_level >= 0) {
     say(report);
@@ -184,18 +178,6 @@ void run_round(jump_records& r, sample_files& files) {
   decide_move(r);
   report_round(r);
   if (r.jump.accepted) take_move(r);
-}
-
-} // namespace
-
-void jump_rounds(jump_records& r, sample_files& files) {
-  const directives& asked = r.asked;
-  round_state& state = r.state;
-  const std::int64_t burned = asked.nburn > 0 ? asked.nburn : 0, last = burned + asked.nround;
-  for (state.iround = burned + 1; state.iround <= last; ++state.iround) {
-    run_round(r, files);
-    if (stop_asked(r)) return;
-  }
 }
 
 } // namespace zeph

@@ -1,4 +1,4 @@
-// The sampling rounds of a chain that moves between models.
+// A sampling round of a chain that moves between models.
 #pragma once
 
 #include "jump/jump_store.h"
@@ -29,10 +29,8 @@ void decide_move(jump_records& r);
 // layout, the model vector, the solutions of conv_sol.
 void take_move(jump_records& r);
 
-// Rounds nburn+1 .. nburn+nround: a move is proposed, the scan updates all that the model in
-// force has, then the move is decided: log u < min(0, log_ratio). Every round adds six rows to
-// zeinfo, flushed. A file STOP ends the chain after a round of the interval. state.iround is
-// afterwards the round left, or one past the last round.
-void jump_rounds(jump_records& r, sample_files& files);
+// Round state.iround: a move is proposed, the scan updates all that the model in force has, then the
+// move is decided: log u < min(0, log_ratio). Adds six rows to zeinfo, flushed.
+void jump_round(jump_records& r, sample_files& files);
 
 } // namespace zeph

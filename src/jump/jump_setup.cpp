@@ -121,7 +121,7 @@ void jump_setup(jump_records& r, relationship_store& relations, std::int32_t cod
   find_log_determinants(r);
   r.jump.blocks_stay = data_blocks_stay(r);
   if (r.asked.sampler.exact) allocate_exact_moves(r);
-  open_zeinfo(report);
+  if (!r.jump.zeinfo.is_open()) open_zeinfo(report);
 }
 
 void write_zeinfo(jump_store& jump, std::string_view row, reporting& report) {

@@ -39,15 +39,17 @@ void check_result_files(const model_records& m, const deviation_store& deviation
   std::vector<std::string_view> names;
   if (asked.analysis_type > 2) names = {"gparout", "PAROUT", "gparlast"};
   if (asked.analysis_type >= 2) names.emplace_back("lastsol");
+  if (asked.sampler.state) names.emplace_back("statelast");
   const bool solutions = reports_solutions(asked), memberships = solutions && mixtures.flag;
   if (solutions) names.insert(names.end(), {"gibsol", "solpostmean"});
   if (solutions && deviations.factor > 0)
     names.emplace_back(asked.analysis_type >= 2 && m.model_kind == 2 ? "gib.td_ptd" : "TD_PTD");
   if (memberships) names.insert(names.end(), {"taupostmean", "mixz_prob", "mixz_last"});
 
-  for (const std::string_view name : {"mixz_prob", "mixz_last"})
-    if (memberships && file_exists(report, name))
-      illegal_input(report, name, "write", {}, "a file of a former run", "no file of this name");
+  constexpr std::string_view written_once[] = {"mixz_prob", "mixz_last"};
+  for (int i = 0; i < 2; ++i)
+    if (memberships && !mixtures.membership_made[i] && file_exists(report, written_once[i]))
+      illegal_input(report, written_once[i], "write", {}, "a file of a former run", "no file of this name");
   for (const std::string_view name : names)
     if (!can_be_written(path_of(report, name))) write_fault(report, name, "open");
 }

@@ -80,26 +80,28 @@ void describe_res_samples(std::int32_t nt, reporting& report) {
 
 } // namespace
 
+void describe_files(const model_records& m, const directives& asked, sample_files& files) {
+  files.n_vector = m.nramat + 1;
+  files.has_sol_samples = asked.analysis_type > 0 && m.n_sol_cv != 0;
+  files.has_res_samples = asked.analysis_type > 0 && m.keeps_residuals();
+}
+
 void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,
                        sample_files& files, reporting& report) {
-  files.n_vector = m.nramat + 1;
+  describe_files(m, asked, files);
   if (asked.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
   if (asked.analysis_type > 0) {
     open_checked(files.py, "py", report);
     if (!free_reader().open(path_of(report, "py"))) // the report of model fit reads it
       illegal_input(report, "py", "read", {}, "open", "the file can be opened and read");
     open_checked(files.lpm, "lpm", report);
-    if (m.n_sol_cv != 0) {
+    if (files.has_sol_samples) {
       open_checked(files.sol_samples, "sol.samples", report);
-      files.has_sol_samples = true;
       files.sol_samples.begin();
       files.sol_samples.put(layout.neq);
       if (!files.sol_samples.end() || !files.sol_samples.flush()) write_fault(report, "sol.samples", "write");
     }
-    if (m.keeps_residuals()) {
-      open_checked(files.res_samples, "res.samples", report);
-      files.has_res_samples = true;
-    }
+    if (files.has_res_samples) open_checked(files.res_samples, "res.samples", report);
   }
   // kept: scr31 is made in every run and stays empty
   open_checked(files.scr31, "scr31", report);

@@ -48,6 +48,10 @@ struct sample_files {
 void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,
                        sample_files& files, reporting& report);
 
+// What the run knows of its files without opening them: the number of entries of the model vector,
+// which of the optional files it has. open_sample_files begins with it.
+void describe_files(const model_records& m, const directives& asked, sample_files& files);
+
 // One row of py in free format: iround, the model vector, lik; flushed. Where
 // py is closed (the reports of a model before have read it), it is emptied first.
 void write_py(sample_files& files, const round_state& state, double lik, reporting& report);

@@ -533,4 +533,17 @@ TEST(sequential_writer, takes_no_storage_for_records_that_it_has_reserved) {
   EXPECT_FALSE(out.reserve(std::int64_t{1} << 31)); // no record is that long
 }
 
+TEST(sequential_writer, continues_a_file_at_its_end_and_hands_it_to_the_device) {
+  const scratch_file file(frame_of(1));
+  sequential_writer out;
+  ASSERT_TRUE(out.open_append(file.path()));
+  out.begin();
+  out.put(std::int32_t{2});
+  ASSERT_TRUE(out.end());
+  EXPECT_TRUE(out.sync());
+  EXPECT_EQ(file.read(), frame_of(1) + frame_of(2));
+  EXPECT_TRUE(out.close());
+  EXPECT_TRUE(out.sync()); // nothing is open
+}
+
 } // namespace

@@ -152,4 +152,43 @@ TEST(text_reader, missing_file_does_not_open) {
   EXPECT_FALSE(in.line(text));
 }
 
+TEST(text_writer, hands_its_lines_to_the_device) {
+  const scratch_file file;
+  text_writer out;
+  EXPECT_TRUE(out.sync()); // nothing is open
+  ASSERT_TRUE(out.open(file.path()));
+  out.line("a");
+  EXPECT_TRUE(out.sync());
+  EXPECT_EQ(file.read(), "a\n");
+}
+
+TEST(text_writer, to_a_full_device_can_not_be_synced) {
+  text_writer out;
+  ASSERT_TRUE(out.open("/dev/full"));
+  out.line("a");
+  EXPECT_FALSE(out.sync());
+  EXPECT_FALSE(out.ok());
+}
+
+TEST(cut_file, keeps_the_first_bytes) {
+  const scratch_file file("abcdef");
+  ASSERT_TRUE(zeph::cut_file(file.path(), 2));
+  EXPECT_EQ(file.read(), "ab");
+  EXPECT_FALSE(zeph::cut_file(file.directory() + "/other", 0));
+  EXPECT_TRUE(zeph::sync_folder_of(file.path()));
+  EXPECT_FALSE(zeph::sync_folder_of("/no/such/directory/file"));
+}
+
+TEST(byte_source, moves_to_a_place) {
+  const scratch_file file("abcdef");
+  zeph::byte_source in;
+  EXPECT_FALSE(in.move_to(0));
+  ASSERT_TRUE(in.open(file.path()));
+  char two[2] = {};
+  ASSERT_TRUE(in.move_to(3));
+  ASSERT_EQ(in.read(two, 2), 2);
+  EXPECT_EQ(std::string(two, 2), "de");
+  EXPECT_FALSE(in.move_to(-1));
+}
+
 } // namespace

@@ -309,8 +309,7 @@ TEST(take_move, makes_the_new_model_the_one_in_force) {
 TEST(jump_rounds, reports_the_round_and_runs_from_burn_in_on) {
   jump_case c({{{"I", 2, 8}}, 2});
   c.start_moves(c.lines(6, 4, 3, 1));
-  jump_records records = jump_records_of(*c.r);
-  jump_rounds(records, c.r->files);
+  run_jump_rounds(*c.r);
   EXPECT_EQ(c.r->state.iround, 8); // one past the last round
   EXPECT_EQ(c.r->counts.nsamples, 3.0);
   EXPECT_EQ(c.text().find("\nStarting round            5\n"), 0U);
@@ -321,8 +320,7 @@ TEST(jump_rounds, reports_the_round_and_runs_from_burn_in_on) {
 TEST(jump_rounds, is_silent_about_the_round_below_test_level_0) {
   jump_case c({{{"I", 2, 8}}, 2});
   c.start_moves(c.lines(6, 0, 2, 1, -1));
-  jump_records records = jump_records_of(*c.r);
-  jump_rounds(records, c.r->files);
+  run_jump_rounds(*c.r);
   EXPECT_EQ(c.text().find("Starting round"), std::string::npos);
 }
 
@@ -330,8 +328,7 @@ TEST(jump_rounds, ends_at_the_stop_signal_in_a_round_of_the_interval) {
   jump_case c({{{"I", 2, 8}}, 2});
   c.start_moves(c.lines(6, 2, 20, 3));
   c.directory.write("STOP", "");
-  jump_records records = jump_records_of(*c.r);
-  jump_rounds(records, c.r->files);
+  run_jump_rounds(*c.r);
   EXPECT_EQ(c.r->state.iround, 5);                               // 2 + 3
   EXPECT_EQ(told_rounds(c.directory.read("zeinfo")).size(), 3U); // the round was completed
   const std::string line = "Stop signal received. Processing ends graceously\n";
@@ -342,8 +339,7 @@ TEST(jump_rounds, takes_an_interval_of_0_as_1) {
   jump_case c({{{"I", 2, 8}}, 2});
   c.start_moves(c.lines(6, 2, 20, 0));
   c.directory.write("STOP", "");
-  jump_records records = jump_records_of(*c.r);
-  jump_rounds(records, c.r->files);
+  run_jump_rounds(*c.r);
   EXPECT_EQ(c.r->state.iround, 3);
 }
 
@@ -384,8 +380,7 @@ TEST(jump_rounds, are_the_same_with_either_scan_body) {
     for (jump_case* c : {&plain, &fast}) {
       c->start_moves(c->lines(6, 0, 40, 2));
       if (c == &plain) c->r->work.body = scan_body::plain;
-      jump_records records = jump_records_of(*c->r);
-      jump_rounds(records, c->r->files);
+      run_jump_rounds(*c->r);
     }
     ASSERT_EQ(fast.r->work.body, scan_body::fast);
     EXPECT_EQ(plain.r->state.ntr, fast.r->state.ntr) << model.name;

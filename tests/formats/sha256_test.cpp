@@ -1,14 +1,14 @@
 // Examples of FIPS 180-4
 // (https://csrc.nist.gov/projects/cryptographic-standards-and-guidelines/example-values) and the long message
 // of FIPS 180-2, appendix B.3.
-#include "shared/sha256.h"
+#include "formats/sha256.h"
 #include "support/scratch_directory.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using namespace zeph::shared;
+using namespace zeph;
 
 TEST(sha256_of, gives_the_published_examples) {
   EXPECT_EQ(sha256_of("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
