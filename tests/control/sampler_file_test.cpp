@@ -35,7 +35,8 @@ TEST(sampler_file, is_repeated_on_the_listing) {
 }
 
 TEST(sampler_file, refuses_what_is_no_word_or_no_value) {
-  EXPECT_EQ(refusal("# first\nexakt\n"), illegal("word(2) = exakt, legal: exact, model_prior or density"));
+  EXPECT_EQ(refusal("# first\nexakt\n"),
+            illegal("word(2) = exakt, legal: exact, state, model_prior or density"));
   EXPECT_EQ(refusal("exact 1\n"), illegal("exact = 1 values, legal: no value"));
   EXPECT_EQ(refusal("exact\nexact\n"), illegal("exact(2) = given twice, legal: once"));
   EXPECT_EQ(refusal("exact\ndensity 15\n"), illegal("density(1) = 15, legal: 16 to 4096 points"));
@@ -55,6 +56,27 @@ TEST(sampler_file, refuses_what_is_no_word_or_no_value) {
       illegal(
           "model_prior(1) = given, legal: type of analysis 6 and above: chains that move between models"));
   EXPECT_EQ(refusal("model_prior 1 1\n"), illegal("model_prior(1) = given, legal: only together with exact"));
+}
+
+TEST(sampler_file, takes_the_word_state_with_minutes_or_without) {
+  const std::pair<const char*, const char*> words[] = {{"state\n", "  state          10\n"},
+                                                       {"state 0 # at the end\n", "  state           0\n"},
+                                                       {"state 1000000", "  state     1000000\n"}};
+  for (const auto& [sampler, repeated] : words) {
+    run_case c;
+    c.directory.write("sampler", sampler);
+    EXPECT_EQ(c.go(run_case::lines(2, 0, 3, 1)), 0) << c.text();
+    EXPECT_NE(c.text().find(std::string("\nWords of the file sampler\n") + repeated), std::string::npos)
+        << c.text();
+  }
+  for (const char* minutes : {"-1", "1000001", "1.5", "x", "99999999999"})
+    EXPECT_EQ(refusal(std::string("state ") + minutes),
+              illegal("state(1) = " + std::string(minutes) + ", legal: 0 to 1000000 minutes"));
+  EXPECT_EQ(refusal("state 1 2\n"), illegal("state = 2 values, legal: at most one number, of minutes"));
+  EXPECT_EQ(refusal("state\nstate 5\n"), illegal("state(2) = given twice, legal: once"));
+  for (const std::int32_t type : {0, 1})
+    EXPECT_EQ(refusal("state 5\n", type),
+              illegal("state = 5, legal: type of analysis 2 and above: a solver has no state to save"));
 }
 
 TEST(sampler_file, that_can_not_be_read_ends_the_run) {
