@@ -33,7 +33,7 @@ segment_record next_segment(const study& s, int chain, const chain_position& p);
 
 // Types of analysis whose chains zeph-chains runs, and those that it continues: a line, or empty when it
 // does.
-std::string run_fault(std::int32_t analysis);
+std::string run_fault(std::int32_t number);
 std::string continue_fault(const study& s, const work_model& m);
 
 } // namespace zeph::chains

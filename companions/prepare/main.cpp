@@ -86,7 +86,7 @@ void tell_directory(const model_description& d, const fs::path& directory, const
   if (d.run.continue_chain.value)
     fmt::print("To continue the chain of that directory: cp lastsol oldsol; cp gparlast r_parm\n");
   fmt::print("Run: cd {} && ZEPH\n", directory.string());
-  if (d.run.analysis.value >= analysis_type::predict)
+  if (samples_solutions(d.run.analysis.value))
     fmt::print("Several chains: zeph-chains run {} --chains 4\n", directory.string());
 }
 

@@ -2,6 +2,7 @@
 
 #include "chains/chain_plan.h"
 #include "chains/work_model.h"
+#include "input/analysis.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -12,8 +13,6 @@ namespace zeph::watch {
 namespace {
 
 using namespace zeph::chains;
-
-constexpr std::int32_t first_model_analysis = 5;
 
 // What the proportion of each trait is called, from names.json: by the indicator of a mixed trait, by the
 // trait itself for sequences and cured fractions; empty for the others.
@@ -129,7 +128,7 @@ bool chains_in(const fs::path& directory, std::vector<watched_chain>& all, std::
     if (!read_study(directory, s, fault)) return false;
     c.runs = directory;
     c.queued = s.starts.back().where == "slurm";
-    c.models = s.analysis >= first_model_analysis;
+    c.models = has_several_models(analysis_of(s.analysis));
     c.mixed = mixed_traits((directory / s.work).lexically_normal());
     for (const chain_record& chain : s.chains) {
       c.chain = chain.number;
@@ -145,7 +144,8 @@ bool chains_in(const fs::path& directory, std::vector<watched_chain>& all, std::
   work_model m;
   c.directory = directory;
   c.name = directory.string();
-  c.models = read_work_model(directory, m, fault) && m.directives.analysis_type >= first_model_analysis;
+  c.models =
+      read_work_model(directory, m, fault) && has_several_models(analysis_of(m.directives.analysis_type));
   c.mixed = mixed_traits(directory);
   all.push_back(std::move(c));
   return true;

@@ -12,8 +12,6 @@
 namespace zeph {
 namespace {
 
-constexpr std::int32_t smallest_models = 6; // code of jump_setup that starts with one row a factor
-
 void run_rounds(run& r, scan_records& records, std::int64_t last) {
   for (r.state.iround = 1; r.state.iround <= last; ++r.state.iround)
     GIBSCAN(records, r.asked, r.state, r.counts, r.files);
@@ -66,7 +64,7 @@ bool next_model(run& r) {
 
 void run_models(run& r) {
   jump_records records = jump_records_of(r);
-  jump_setup(records, r.relations, smallest_models);
+  jump_setup(records, r.relations, analysis::jump);
   do {
     say_model(r, r.report);
     run_rounds(r, records.scan, r.counts.P_ROUND + std::max(r.asked.nround, 0));

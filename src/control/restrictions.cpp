@@ -47,7 +47,7 @@ std::vector<restricted_equation> last_levels(const model_records& m) {
 void impose_restrictions(const model_records& m, const directives& asked, sampler_store& s,
                          reporting& report) {
   s.n_IREST = 0;
-  if (asked.analysis_type > 2) {
+  if (samples_matrices(asked.analysis_type)) {
     say(report);
     say_label(report, "It has been specified that restrictions should be  ");
     say_label(report, "imposed, but this do not work for analyse type > 2 ");

@@ -95,8 +95,8 @@ void recompute_data_blocks(jump_records& r) {
     for (std::int32_t k = 1; k <= r.model.nramat; ++k)
       model[static_cast<std::size_t>(k - 1)] = r.model.RMAT(k).n_rc;
   set_structure(r, model, r.jump.jump_k);
-  // round 0 and type 0: CDI without the prior precision, by the inverses of the model file
-  bddrmc_init(r.scan, 0, 0, model);
+  // round 0 and the solver: CDI without the prior precision, by the inverses of the model file
+  bddrmc_init(r.scan, 0, analysis::solve, model);
   set_structure(r, r.state.ntr, r.jump.jump_k);
   r.jump.blocks_made = true;
 }
@@ -164,7 +164,7 @@ void run_round(jump_records& r, sample_files& files) {
   propose_move(r);
   if (!r.jump.jump_down) recompute_data_blocks(r);
   GIBSCAN(r.scan, r.asked, r.state, r.counts, files);
-  if (r.asked.analysis_type <= 3) return;
+  if (takes_parent_groups(r.asked.analysis_type)) return;
   convert_dimension(r);
   model_move(r);
   decide_move(r);

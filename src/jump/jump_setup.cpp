@@ -111,10 +111,10 @@ void invert_start_matrix(jump_records& r, std::int32_t k) {
                  r.state.ntr[static_cast<std::size_t>(k - 1)], logdet, info);
 }
 
-void jump_setup(jump_records& r, relationship_store& relations, std::int32_t code) {
+void jump_setup(jump_records& r, relationship_store& relations, analysis start) {
   reporting& report = r.scan.report;
   PEDFILE(r.model, relations, report);
-  if (code > 5) start_smallest_model(r);
+  if (moves_between_models(start)) start_smallest_model(r);
   need_a_moving_factor(r.model, report);
   allocate_moves(r);
   find_log_determinants(r);

@@ -83,8 +83,8 @@ void describe_res_samples(std::int32_t nt, reporting& report) {
 void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,
                        sample_files& files, reporting& report) {
   files.n_vector = m.nramat + 1;
-  if (asked.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
-  if (asked.analysis_type > 0) {
+  if (samples_matrices(asked.analysis_type)) open_checked(files.gib_samples, "gib.samples", report);
+  if (!solves(asked.analysis_type)) {
     open_checked(files.py, "py", report);
     if (!free_reader().open(path_of(report, "py"))) // the report of model fit reads it
       illegal_input(report, "py", "read", {}, "open", "the file can be opened and read");

@@ -236,7 +236,7 @@ void warn_of_flat_prior(const model_description& d, message_log& log, const prio
 
 // The analysis runs over models with fewer rows of this factor.
 bool compares_rows(const model_description& d, const factor_section& f) {
-  return d.run.analysis.value >= analysis_type::models && f.rows.size() > 1;
+  return has_several_models(d.run.analysis.value) && f.rows.size() > 1;
 }
 
 void check_factor_matrices(const model_description& d, message_log& log, bool formulas_are_good) {
@@ -351,7 +351,7 @@ void warn_of_compared_rows(const model_description& d, message_log& log, const f
 // of two rows or more is needed. The rows are known when the formulas are good.
 void check_model_moves(const model_description& d, message_log& log, bool rows_known) {
   const run_section& r = d.run;
-  const bool moves = r.analysis.value == analysis_type::jump;
+  const bool moves = moves_between_models(r.analysis.value);
   int pedigrees = 0;
   std::size_t largest = 0;
   for (const factor_section& f : d.factors) {
@@ -384,8 +384,8 @@ void check_model_moves(const model_description& d, message_log& log, bool rows_k
 
 void check_run(const model_description& d, message_log& log, bool rows_known) {
   const run_section& r = d.run;
-  if (r.analysis.value >= analysis_type::models) check_model_moves(d, log, rows_known);
-  if (r.restrict_solutions.value && r.analysis.value > analysis_type::predict)
+  if (has_several_models(r.analysis.value)) check_model_moves(d, log, rows_known);
+  if (r.restrict_solutions.value && samples_matrices(r.analysis.value))
     error_at(d, log, r.restrict_solutions.at,
              fmt::format("restrict works in the analyses solve, sums and predict, not in {}",
                          word_of(r.analysis.value)));
@@ -401,7 +401,7 @@ void check_run(const model_description& d, message_log& log, bool rows_known) {
              fmt::format("[run] burnin + rounds = {}: rounds are numbered up to {}",
                          std::int64_t{r.burnin.value} + r.rounds.value,
                          std::numeric_limits<std::int32_t>::max()));
-  if (r.analysis.value > analysis_type::sums && r.interval.value > r.rounds.value)
+  if (samples_solutions(r.analysis.value) && r.interval.value > r.rounds.value)
     warning_at(d, log, r.interval.given ? r.interval.at : r.rounds.at,
                fmt::format("interval = {} is above rounds = {}: no sample is kept", r.interval.value,
                            r.rounds.value));

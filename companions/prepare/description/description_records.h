@@ -2,6 +2,7 @@
 // model_description.h.
 #pragma once
 
+#include "input/analysis.h"
 #include "prepare/description/formula.h"
 
 #include <cstdint>
@@ -211,7 +212,7 @@ struct keep_section {
   stated<bool> residuals;
 };
 
-enum class analysis_type { solve = 0, sums = 1, predict = 2, gibbs = 3, models = 5, jump = 6 };
+using analysis_type = zeph::analysis;
 
 struct run_section {
   text_place at;

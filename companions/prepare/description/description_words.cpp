@@ -11,9 +11,16 @@ std::string word_of(trait_kind kind) {
   return TRAIT_KINDS[static_cast<std::size_t>(found - TRAIT_KIND_CODES.begin())];
 }
 
+std::vector<std::string> words_of_analyses() {
+  std::vector<std::string> words;
+  for (const analysis_word& a : analysis_words) words.emplace_back(a.word);
+  return words;
+}
+
 std::string word_of(analysis_type analysis) {
-  const auto found = std::find(ANALYSIS_CODES.begin(), ANALYSIS_CODES.end(), analysis);
-  return ANALYSES[static_cast<std::size_t>(found - ANALYSIS_CODES.begin())];
+  for (const analysis_word& a : analysis_words)
+    if (a.value == analysis) return std::string(a.word);
+  return {};
 }
 
 } // namespace zeph::prepare

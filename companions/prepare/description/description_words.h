@@ -20,11 +20,8 @@ inline constexpr std::array TRAIT_KIND_CODES = {
     trait_kind::gaussian,  trait_kind::censored, trait_kind::ordered, trait_kind::binary,
     trait_kind::indicator, trait_kind::sequence, trait_kind::cured};
 
-// Beside ANALYSIS_CODES.
-inline const std::vector<std::string> ANALYSES = {"solve", "sums", "predict", "gibbs", "models", "jump"};
-inline constexpr std::array ANALYSIS_CODES = {analysis_type::solve,   analysis_type::sums,
-                                              analysis_type::predict, analysis_type::gibbs,
-                                              analysis_type::models,  analysis_type::jump};
+// Of the analyses that a description can ask for, in the order of analysis_words.
+std::vector<std::string> words_of_analyses();
 
 // For messages and listings: "pedigree", "gaussian", "gibbs".
 std::string word_of(relationship_kind kind);

@@ -104,7 +104,7 @@ void check_first(const model_description& d, message_log& log, const trait_secti
 
 // Latent values are drawn in every round, so that a solver never comes to rest.
 void check_analysis(const model_description& d, message_log& log, const trait_section& t) {
-  if (t.kind.value == kind::gaussian || d.run.analysis.value > analysis_type::sums) return;
+  if (t.kind.value == kind::gaussian || samples_solutions(d.run.analysis.value)) return;
   error_at(d, log, place_of_kind(t),
            fmt::format("kind = \"{}\" needs a chain, and [run] analysis is \"{}\"", word_of(t.kind.value),
                        word_of(d.run.analysis.value)))

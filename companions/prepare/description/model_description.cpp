@@ -454,9 +454,9 @@ void read_run(const table_view& top) {
   run_section& r = top.description->run;
   const table_view t = open_table(top, "run", RUN, "[run]");
   r.at = place_of_table(top, "run");
-  const stated<std::size_t> analysis = read_word(t, "analysis", ANALYSES, 0);
-  r.analysis = {ANALYSIS_CODES[analysis.value], analysis.at, analysis.given};
-  const bool chain = r.analysis.value > analysis_type::sums;
+  const stated<std::size_t> analysis = read_word(t, "analysis", words_of_analyses(), 0);
+  r.analysis = {analysis_words[analysis.value].value, analysis.at, analysis.given};
+  const bool chain = samples_solutions(r.analysis.value);
   r.burnin = read_whole(t, "burnin", chain ? 10000 : 0, 0);
   r.rounds = read_whole(t, "rounds", 100000, 1);
   r.interval = read_whole(t, "interval", chain ? 10 : 1, 1);

@@ -157,7 +157,7 @@ bool residuals_apart(const model_description& d, int a, int b) {
 
 void warn_of_covariance(const model_description& d, message_log& log, int turned,
                         const std::set<int>& sources) {
-  if (d.run.analysis.value <= analysis_type::sums) return;
+  if (!samples_solutions(d.run.analysis.value)) return;
   for (const int s : sources) {
     if (residuals_apart(d, s, turned) && !shares_factor(d, s, turned)) continue;
     const std::string &a = d.traits[at(s)].name, &b = d.traits[at(turned)].name;
@@ -177,7 +177,7 @@ void check_kinds(const model_description& d, message_log& log, const covariable_
       error_at(d, log, c.at,
                fmt::format("{} is made from solutions, and then no trait may be of kind {} ({})", title_of(c),
                            word_of(t.kind.value), t.name));
-  if (d.run.analysis.value >= analysis_type::models)
+  if (has_several_models(d.run.analysis.value))
     error_at(d, log, c.at,
              fmt::format("{} is made from solutions, which analysis \"{}\" doesn't do", title_of(c),
                          word_of(d.run.analysis.value)));

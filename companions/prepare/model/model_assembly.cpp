@@ -160,7 +160,7 @@ void mark_deviations(const model_description& d, prepared_model& p) {
     m.carried.TD_TYPE = m.L_PTD ? "PTD " : "TD  ";
     m.PTD_INT = f.deviations_every.value;
     m.PTD_LIMIT = f.deviations_above.value;
-    if (d.run.analysis.value >= analysis_type::predict) m.model_kind = 2;
+    if (samples_solutions(d.run.analysis.value)) m.model_kind = 2;
   }
 }
 
@@ -222,14 +222,14 @@ void keep_samples(const model_description& d, prepared_model& p, message_log& lo
 void warn_of_chain(const model_description& d, const prepared_model& p, message_log& log) {
   const analysis_type analysis = d.run.analysis.value;
   for (const factor_levels& f : p.factors) {
-    if (f.n_groups > 0 && (analysis == analysis_type::predict || analysis == analysis_type::gibbs))
+    if (f.n_groups > 0 && samples_solutions(analysis) && !has_several_models(analysis))
       add_warning(log, {},
                   fmt::format("the phantom groups of {} and the fixed effects hang together: in a chain only "
                               "contrasts have a mean",
                               f.name));
     const std::int32_t df = d.factors[f.section].prior_df.value;
     const int room = f.n_levels() - f.n_groups - f.order() - 1;
-    if (analysis < analysis_type::gibbs || df > f.order() + 1 || room > f.order() + 3) continue;
+    if (!samples_matrices(analysis) || df > f.order() + 1 || room > f.order() + 3) continue;
     add_warning(
         log, {},
         fmt::format("{} has {} levels and a flat prior: its variances have no finite {}; give prior_df",
@@ -281,7 +281,7 @@ bool residual_is_held(const model_description& d) {
 
 // A solver or a prediction takes the matrices as they start.
 void warn_of_defaults(const model_description& d, const prepared_model& p, message_log& log) {
-  if (d.run.analysis.value >= analysis_type::gibbs) return;
+  if (samples_matrices(d.run.analysis.value)) return;
   std::vector<std::string> defaults;
   for (const factor_levels& f : p.factors)
     if (d.factors[f.section].start.order == 0) defaults.push_back("[factor." + f.name + "]");

@@ -111,7 +111,7 @@ void refuse_unfit_numbers(const prepared_model& p, message_log& log) {
 }
 
 void check_information(const model_description& d, const prepared_model& p, message_log& log) {
-  if (d.run.analysis.value < analysis_type::gibbs) return; // the matrices are not drawn
+  if (!samples_matrices(d.run.analysis.value)) return; // the matrices are not drawn
   const bool flat = d.residual.prior_df.value <= static_cast<std::int32_t>(d.traits.size()) + 1;
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     const trait_section& trait = d.traits[t];

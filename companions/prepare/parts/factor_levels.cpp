@@ -384,7 +384,7 @@ void count_records(const record_selection& records, factor_levels& f) {
 std::string words_of_meeting(analysis_type analysis, const factor_levels& f) {
   const std::string where =
       fmt::format("two levels of {} meet in {}: ", f.name, records_in_words(f.n_meeting));
-  if (analysis <= analysis_type::sums)
+  if (!samples_solutions(analysis))
     return where + "the solver takes each with the other's last value\nand may diverge from round 101 on";
   return where + "the chain draws each given the other's value of the round before,\n" +
          (analysis == analysis_type::predict ? "and the standard deviations of the solutions are wrong"

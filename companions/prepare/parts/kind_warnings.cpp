@@ -94,7 +94,7 @@ void check_components(const model_description& d, const data_columns& data, cons
 
 void warn_of_small_components(const model_description& d, message_log& log) {
   const std::int32_t order = static_cast<std::int32_t>(d.traits.size());
-  if (d.residual.indicator < 0 || d.run.analysis.value < analysis_type::gibbs) return;
+  if (d.residual.indicator < 0 || !samples_matrices(d.run.analysis.value)) return;
   if (d.residual.prior_df.value > order + 1) return;
   add_warning(
       log, {},

@@ -161,7 +161,7 @@ void fill_lists(const model_records& m, const directives& asked, residual_lists&
   lists = {};
   for (std::int32_t j = 1; j <= m.nt; ++j) {
     const std::int32_t trait = trait_at(m.residual(), j);
-    if (trait != j && asked.analysis_type >= 3)
+    if (trait != j && samples_matrices(asked.analysis_type))
       illegal_input(report, "MODINF", "RMAT%TRAIT_NO", {m.nramat + 1, j}, std::to_string(trait),
                     "the position itself in the residual");
     // free variance, variance 1 with free correlations, variance 1 without correlations
@@ -180,7 +180,7 @@ void fill_lists(const model_records& m, const directives& asked, residual_lists&
       lists.ccu.push_back(j);
       break;
     default:
-      if (asked.analysis_type >= 3)
+      if (samples_matrices(asked.analysis_type))
         illegal_input(report, "MODINF", "TRAIT_TYPE", {j}, std::to_string(m.MODEL(j).TRAIT_TYPE),
                       "1, 2, 3, 4, 5, 7 or 8");
     }

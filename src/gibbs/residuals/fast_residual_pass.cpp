@@ -226,7 +226,7 @@ void find_density(const equation_layout& layout, const design_store& design, con
 
 // True when neither observations nor coefficients change before the next round.
 bool residuals_stay(const model_records& model, const directives& asked) {
-  if (asked.analysis_type > 4) return false;
+  if (has_several_models(asked.analysis_type)) return false;
   for (std::int32_t t = 1; t <= model.nt; ++t)
     if (model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
   return true;
@@ -271,7 +271,7 @@ void fast_residual_pass(scan_records& r, const directives& asked, const round_st
       break;
     }
   }
-  if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast);
+  if (samples_solutions(asked.analysis_type)) add_products(r.model, r.sampler, r.work.fast);
   find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, asked, lik);
   // all traits Gaussian, no moves between models: y and Z are the same in the next round
   form.valid_round = residuals_stay(r.model, asked) ? state.iround + 1 : -1;

@@ -5,7 +5,7 @@ namespace {
 
 // With sampling every trait has a value in Y_M, observed or imputed; the solver has the observed ones only.
 bool imputed_or_present(const record_entries& x, std::int32_t irec, std::int32_t t, std::int32_t nt) {
-  return x.analysis_type > 0 || trait_present(x.design.ISIT_M(irec), t, nt);
+  return !solves(x.analysis_type) || trait_present(x.design.ISIT_M(irec), t, nt);
 }
 
 } // namespace

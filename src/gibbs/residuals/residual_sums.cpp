@@ -116,7 +116,7 @@ void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& st
   for (std::int32_t irec = 1; irec <= d.nobs; ++irec) {
     take_record(entries, r.work.values, irec);
     const std::int32_t g = d.IRESG_M(irec);
-    if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.values, g);
+    if (samples_solutions(asked.analysis_type)) add_products(r.model, r.sampler, r.work.values, g);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
                    r.sampler.RCOV.slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);

@@ -285,7 +285,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
   const bool updated = state.gropd(g) != 0;
   if (n == 0) return;
   // the solver; or a group that keeps its solutions, whose right-hand sides still lose the links
-  if (asked.analysis_type < 2 || !updated) {
+  if (!samples_solutions(asked.analysis_type) || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
       if (updated) solve_level(r.layout, r.sampler, r.work.levels, r.report, state, stage, g, l, sums);

@@ -307,7 +307,7 @@ double multiplier_of(const sampler_store& sampler, const block_term& term) {
 
 // The second list of a reduced animal model is summed elsewhere.
 bool squared_in_walk(const model_records& model, const directives& asked, const equation_group& group) {
-  if (asked.analysis_type <= 2 || group.kind != group_kind::random_factor) return false;
+  if (!samples_matrices(asked.analysis_type) || group.kind != group_kind::random_factor) return false;
   return !(structure_is(model.RMAT(group.number), "PED") && model.RMAT(group.number).L_RAM);
 }
 

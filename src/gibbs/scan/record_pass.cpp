@@ -26,7 +26,7 @@ void add_right_hand_side(const model_records& model, const design_store& design,
 
 // Adds one record to RHS and to the diagonal blocks: products of entries of one level of one group, k <= i.
 void add_record(const model_records& model, equation_layout& layout, const design_store& design,
-                sampler_store& sampler, const residual_inverses& inverses, std::int32_t analysis_type,
+                sampler_store& sampler, const residual_inverses& inverses, analysis analysis_type,
                 std::int32_t irec) {
   for (std::int32_t i = 1; i <= design.M_M(irec); ++i) {
     if (!entry_active(design, layout, irec, i, analysis_type)) continue;
@@ -70,7 +70,7 @@ std::string coefficient_row(const design_store& design, const sampler_store& sam
 
 } // namespace
 
-void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
+void bddrmc_init(scan_records& r, std::int64_t iround, analysis analysis_type,
                  const std::vector<std::int32_t>& ntr, scan_stage stage) {
   // RHS = Z'R^-1 y and DI = block diagonal of Z'R^-1 Z, one record after the other
   r.sampler.RHS.fill(0.0);

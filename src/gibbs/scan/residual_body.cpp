@@ -163,10 +163,10 @@ const double* residual_inverse(const design_store& design, const sampler_store& 
                                const residual_inverses& inverses, const residual_form& fast,
                                const directives& asked, scan_stage stage, std::int64_t irec) {
   const std::int32_t h = design.IRESG_M(irec);
-  if (asked.analysis_type <= 0 && stage == scan_stage::sources)
+  if (solves(asked.analysis_type) && stage == scan_stage::sources)
     return &fast.swept_inverse(1, 1, fast.mask_of(irec) + 1, h);
-  return asked.analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h)
-                                  : sampler.RCOVI.slice(h);
+  return solves(asked.analysis_type) ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h)
+                                     : sampler.RCOVI.slice(h);
 }
 
 // W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
@@ -479,12 +479,12 @@ void fresh_residuals(const model_records& model, const equation_layout& layout, 
   for (std::int32_t t = 1; t <= nt; ++t) {
     double* e = fast.E.col(t);
     // with sampling Y_M of a missing trait is its imputed residual; the solver leaves it out, e = 0
-    if (asked.analysis_type > 0 && nt == 1)
+    if (!solves(asked.analysis_type) && nt == 1)
       for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
     else
       for (std::int64_t i = lo; i < hi; ++i) {
         e[i] = static_cast<double>(y[i * nt + t - 1]);
-        if (asked.analysis_type <= 0 && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+        if (solves(asked.analysis_type) && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
       }
     class_columns columns; // up to four columns of classes in one walk over e
     for (std::int32_t g = 1; g <= layout.ngroups; ++g)
@@ -534,7 +534,7 @@ void residual_body::solve_group(scan_records& r, const directives& asked, round_
                                 solver_sums& sums) const {
   const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
-  if (stage == scan_stage::all && asked.analysis_type >= 2 && state.gropd(g) != 0 &&
+  if (stage == scan_stage::all && samples_solutions(asked.analysis_type) && state.gropd(g) != 0 &&
       r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
     // the residual pass that follows computes the residuals from scratch from the solutions
     draw_levels(r, asked, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
@@ -577,7 +577,7 @@ void residual_body::residual_pass(scan_records& r, const directives& asked, cons
 
 void residual_body::ready_values(scan_records& r, const directives& asked) const {
   values_from_residuals(r.work.values, r.work.fast.E);
-  if (asked.analysis_type > 0 && r.work.fast.by_masks) return; // the residual pass has left them there
+  if (!solves(asked.analysis_type) && r.work.fast.by_masks) return; // the residual pass has left them there
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
     fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
                     std::min(lo + records_of_block, std::int64_t{r.design.nobs}));

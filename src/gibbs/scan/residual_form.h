@@ -113,7 +113,7 @@ struct residual_form {
   bool counts_move = false;       // records change their residual group
   vec<logical> prepared;          // masks x groups: conditional is set in this round
   array<double, 4> swept_inverse; // nt x nt x masks x groups: inverse of R of the observed traits, by
-                                  // sweeps; for the sources of covariables in analysis type 0
+                                  // sweeps; for the sources of covariables in the solver
 };
 
 // Builds the form for the run's design. False when the records can't be stored as

@@ -36,7 +36,7 @@ struct body_case : two_trait_case {
     for (double& u : s.sol) u = x.between(-2, 2);
     SETALL(sources.combined, 12345, 67890);
     RMARIN(sources.marsaglia, 1802, 9373);
-    f.asked.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_of(analysis_type);
     f.asked.isamp = 1000;
     f.asked.nburn = 1000;
     if (make) make(*this);
