@@ -2,6 +2,7 @@
 
 #include "input/equation_layout.h"
 #include "input/model_information.h"
+#include "input/structures.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -94,13 +95,17 @@ void lay_out_state(const model_records& m, work_model& out) {
   if (G > 1) add("IRESG_M", 4 * nobs);
 }
 
+bool is_numbered(std::string_view name, std::string_view prefix) {
+  if (!name.starts_with(prefix)) return false;
+  const std::string_view number = name.substr(prefix.size());
+  return !number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 bool is_relationship(const std::string& name) {
-  for (const std::string_view prefix : {"AINV_RAM", "AINV", "HINV", "GINV", "COR", "DOM", "PEDFILE"}) {
-    if (!name.starts_with(prefix)) continue;
-    const std::string_view number = std::string_view(name).substr(prefix.size());
-    if (!number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos) return true;
-  }
-  return false;
+  if (is_numbered(name, reduced_prefix) || is_numbered(name, parents_prefix)) return true;
+  return std::ranges::any_of(STRUCTURES, [&](const structure_row& row) {
+    return !row.file_prefix.empty() && is_numbered(name, row.file_prefix);
+  });
 }
 
 std::vector<std::string> names_listed(const fs::path& work) {

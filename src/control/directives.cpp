@@ -3,6 +3,7 @@
 #include "control/restrictions.h"
 #include "formats/column_format.h"
 #include "input/relationships.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -81,7 +82,7 @@ int read_real(free_reader& lines, double& value) {
 void refuse_phantom_groups(const model_records& m, const directives& asked, reporting& report) {
   if (takes_parent_groups(asked.analysis_type)) return;
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
-    if (!structure_is(m.RMAT(k), "PED") || m.RMAT(k).r36 % 10 != 6) continue;
+    if (!is_pedigree(m.RMAT(k)) || m.RMAT(k).r36 % 10 != 6) continue;
     say(report);
     say(report);
     say(report, "IN MODELS WITH PHANTOM PARENT GROUPS");
@@ -162,7 +163,7 @@ void read_first_lines(const model_records& m, directives& asked, std::int32_t& n
 void set_data_df(const model_records& m, directives& asked, reporting& report) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
     asked.DDF(k) = m.NRALEV(k);
-    if (!structure_is(m.RMAT(k), "PED")) continue;
+    if (!is_pedigree(m.RMAT(k))) continue;
     if (m.RMAT(k).L_RAM) asked.DDF(k) = count_ram_diagonals(k, m.NRALEV(k), report);
     asked.DDF(k) -= m.RMAT(k).n_phg;
   }

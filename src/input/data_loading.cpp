@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
 #include "input/class_effect_covariates.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -103,7 +104,7 @@ void store_head(const model_records& m, data_record& in, design_store& design, r
   check_range(report, "mask of traits", {r}, in.mask, 0, (std::int64_t{1} << m.nt) - 1);
   const std::int32_t pattern = in.IINP(m.iv_50 - 1);
   check_range(report, "missing pattern", {r}, pattern, 0, residual.n_pat);
-  const std::int32_t group = structure_is(residual, "GROUP") ? in.IINP(residual.HETGR_RCI) : 1;
+  const std::int32_t group = has_residual_groups(residual) ? in.IINP(residual.HETGR_RCI) : 1;
   check_range(report, "residual group", {r}, group, 1, m.n_groups_residual());
 
   design.ISIT_M(r) = in.mask;

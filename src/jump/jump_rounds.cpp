@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/scan/gibscan.h"
 #include "gibbs/scan/record_pass.h"
+#include "input/structures.h"
 #include "jump/jump_setup.h"
 #include "jump/model_moves.h"
 #include "listing/listing_rows.h"
@@ -116,9 +117,9 @@ void convert_dimension(jump_records& r) {
   // z, conv_sol and jacobian of the factor's levels; conv_sol begins as a copy of its solutions
   jump.prop_z.fill(0.0);
   std::copy_n(sol, std::int64_t{r.model.NRALEV(k)} * factor.n_rc, jump.conv_sol.data());
-  if (structure_is(factor, "I"))
+  if (is_identity(factor))
     samppegm(r, k);
-  else if (structure_is(factor, "PED"))
+  else if (is_pedigree(factor))
     sampanim(r, k);
   else
     stop_unknown_structure(r.scan.report, factor);

@@ -1,6 +1,7 @@
 #include "jump/jump_setup.h"
 
 #include "input/relationships.h"
+#include "input/structures.h"
 #include "jump/pedigree_order.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
@@ -66,8 +67,11 @@ void find_log_determinants(jump_records& r) {
   if (k == 0 || r.model.RMAT(k).n_rc < 2) return;
   const std::string number = std::to_string(k);
   // ln |A| = -ln |A^-1|, from the elements of the inverse in the file, parents before progeny
-  r.jump.settled = settle_levels(relations.pedmat, r.model.NRALEV(k), "PEDFILE" + number, report);
-  r.jump.log_det_A(k) = log_det_relationship(relations.of(k), r.jump.settled, "AINV" + number, report);
+  r.jump.settled =
+      settle_levels(relations.pedmat, r.model.NRALEV(k), std::string(parents_prefix) + number, report);
+  r.jump.log_det_A(k) =
+      log_det_relationship(relations.of(k), r.jump.settled,
+                           std::string(row_of(structure_kind::pedigree).file_prefix) + number, report);
 }
 
 // Mixtures switch coefficients, and move records between residual groups.

@@ -3,6 +3,7 @@
 #include "prepare/description/description_words.h"
 
 #include "input/model_information.h"
+#include "input/structures.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "prepare/messages/messages.h"
@@ -106,7 +107,9 @@ void set_sizes(const model_description& d, prepared_model& p) {
   residual.n_rc = residual.n_t = m.nt;
   residual.n_pat = static_cast<std::int32_t>(p.patterns.mask.size());
   residual.n_hetgr = std::max(1, static_cast<std::int32_t>(p.patterns.group_codes.size()));
-  residual.CV_STRUCT = padded(p.patterns.group_codes.empty() ? "I" : "GROUP", 12);
+  residual.CV_STRUCT = padded(
+      std::string(p.patterns.group_codes.empty() ? row_of(structure_kind::identity).name : residual_groups),
+      12);
   m.n_norcov = static_cast<std::int32_t>(d.residual.zero.size());
   m.iv_50 = 3; // at least; the columns are counted when they stand
 }
@@ -300,7 +303,7 @@ void warn_of_defaults(const model_description& d, const prepared_model& p, messa
 // An identity factor with a level for each record.
 void warn_of_likeness(const prepared_model& p, message_log& log) {
   for (const factor_levels& f : p.factors) {
-    if (f.structure != "I" || f.order() != 1) continue;
+    if (f.structure != structure_kind::identity || f.order() != 1) continue;
     if (std::ranges::all_of(f.n_records, [](std::int64_t n) { return n <= 1; }))
       add_warning(
           log, {},

@@ -1,5 +1,6 @@
 #include "prepare/output/side_files.h"
 
+#include "input/structures.h"
 #include "prepare/description/description_words.h"
 
 #include "shared/check_sum.h"
@@ -87,6 +88,7 @@ json factors_json(const model_description& d, const prepared_model& p) {
   json out = json::array();
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const factor_levels& f = p.factors[k];
+    const structure_row& structure = row_of(f.structure);
     json rows = json::array();
     for (std::size_t i = 0; i < f.row_names.size(); ++i)
       rows.push_back({{"row", i + 1},
@@ -94,16 +96,17 @@ json factors_json(const model_description& d, const prepared_model& p) {
                       {"short", p.names.rows[k][i]},
                       {"trait", f.row_trait[i] + 1},
                       {"term", row_term_json(d, d.factors[f.section].rows[i])}});
-    out.push_back({{"number", k + 1},
-                   {"name", f.name},
-                   {"structure", f.structure},
-                   {"file", f.file_prefix.empty() ? "" : f.file_prefix + std::to_string(k + 1)},
-                   {"levels", f.n_levels()},
-                   {"groups", f.n_groups},
-                   {"rows", rows},
-                   {"start", matrix_json(p.start.factors[k])},
-                   {"start_given", p.start.factors[k].given},
-                   {"scales", scales_json(f)}});
+    out.push_back(
+        {{"number", k + 1},
+         {"name", f.name},
+         {"structure", structure.name},
+         {"file", structure.file_prefix.empty() ? "" : fmt::format("{}{}", structure.file_prefix, k + 1)},
+         {"levels", f.n_levels()},
+         {"groups", f.n_groups},
+         {"rows", rows},
+         {"start", matrix_json(p.start.factors[k])},
+         {"start_given", p.start.factors[k].given},
+         {"scales", scales_json(f)}});
     if (!f.part_names.empty()) out.back()["parts"] = f.part_names;
   }
   return out;

@@ -1,5 +1,6 @@
 #include "prepare/output/summary.h"
 
+#include "input/structures.h"
 #include "prepare/description/description_words.h"
 #include "prepare/tables/column_numbers.h"
 

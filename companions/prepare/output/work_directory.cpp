@@ -4,6 +4,7 @@
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "input/modinf_writer.h"
+#include "input/structures.h"
 #include "prepare/model/directive_lines.h"
 #include "prepare/output/side_files.h"
 
@@ -161,8 +162,9 @@ void write_factors(writing& w, const prepared_model& p) {
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const factor_levels& f = p.factors[k];
     const std::string number = std::to_string(k + 1);
-    if (!f.file_prefix.empty()) write_relationship(w, f.file_prefix + number, f.inverse);
-    if (!f.sire_dam.empty()) write_pedigree(w, "PEDFILE" + number, f.sire_dam);
+    if (const std::string prefix(row_of(f.structure).file_prefix); !prefix.empty())
+      write_relationship(w, prefix + number, f.inverse);
+    if (!f.sire_dam.empty()) write_pedigree(w, std::string(parents_prefix) + number, f.sire_dam);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/scan/scan_records.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
@@ -280,7 +281,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
                  scan_stage stage, std::int32_t g, solver_sums& sums) {
   const equation_group& group = r.layout.group(g);
   const bool random = group.kind == group_kind::random_factor;
-  const bool linked = random && !structure_is(r.model.RMAT(group.number), "I");
+  const bool linked = random && !is_identity(r.model.RMAT(group.number));
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
   const bool updated = state.gropd(g) != 0;
   if (n == 0) return;

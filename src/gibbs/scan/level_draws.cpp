@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/scan/group_scan.h"
+#include "input/structures.h"
 #include "numerics/normal_draws.h"
 
 #include <algorithm>
@@ -308,14 +309,14 @@ double multiplier_of(const sampler_store& sampler, const block_term& term) {
 // The second list of a reduced animal model is summed elsewhere.
 bool squared_in_walk(const model_records& model, const directives& asked, const equation_group& group) {
   if (!samples_matrices(asked.analysis_type) || group.kind != group_kind::random_factor) return false;
-  return !(structure_is(model.RMAT(group.number), "PED") && model.RMAT(group.number).L_RAM);
+  return !(is_pedigree(model.RMAT(group.number)) && model.RMAT(group.number).L_RAM);
 }
 
 void describe_factor(const model_records& model, const relationship_store& relations,
                      const sampler_store& sampler, const residual_form& fast, std::int32_t n,
                      const equation_group& group, level_walk& w) {
   w.random = true;
-  if (!structure_is(model.RMAT(group.number), "I")) {
+  if (!is_identity(model.RMAT(group.number))) {
     w.links = &fast.links[static_cast<std::size_t>(group.number - 1)];
     w.diag = relations.of(group.number).diag.data();
   }

@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/scan/record_product.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/run_log.h"
 #include "numerics/packed_matrix.h"
@@ -47,7 +48,7 @@ void add_prior_precision(const model_records& model, equation_layout& layout,
                          const relationship_store& relations, const sampler_store& sampler, std::int32_t k,
                          std::int32_t p) {
   const std::int32_t g = layout.group_of_factor(k, model.nramat), levels = layout.NGR(g, 1);
-  const bool identity = structure_is(model.RMAT(k), "I");
+  const bool identity = is_identity(model.RMAT(k));
   for (std::int32_t l = 1; l <= levels; ++l) {
     double* block = layout.DI_of(g).col(l);
     const double a = identity ? 1.0 : relations.of(k).diag(l);

@@ -3,6 +3,7 @@
 #include "gibbs/residuals/fast_residual_pass.h"
 #include "gibbs/scan/level_draws.h"
 #include "gibbs/scan/scan_groups.h"
+#include "input/structures.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -378,7 +379,7 @@ void complete_blocks(const model_records& model, equation_layout& layout, const 
   const equation_group& group = layout.group(g);
   const std::int32_t levels = layout.NGR(g, 1), n = layout.NGR(g, 2);
   const bool random = group.kind == group_kind::random_factor;
-  const bool identity = random && structure_is(model.RMAT(group.number), "I");
+  const bool identity = random && is_identity(model.RMAT(group.number));
   for (std::int32_t l = 1; l <= levels; ++l) {
     double* block = layout.DI_of(g).col(l);
     if (!form.changing) level_block(sampler, form, n, l, block);

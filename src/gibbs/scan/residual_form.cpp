@@ -3,6 +3,7 @@
 #include "gibbs/scan/record_product.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/class_effect_covariates.h"
+#include "input/structures.h"
 #include "numerics/growing_rows.h"
 #include "numerics/packed_matrix.h"
 
@@ -320,7 +321,7 @@ double diagonal_of(const model_records& model, const equation_layout& layout,
                    const relationship_store& relations, std::int32_t g, std::int32_t l) {
   const equation_group& group = layout.group(g);
   if (!is_random(group)) return 0.0;
-  return structure_is(model.RMAT(group.number), "I") ? 1.0 : relations.of(group.number).diag(l);
+  return is_identity(model.RMAT(group.number)) ? 1.0 : relations.of(group.number).diag(l);
 }
 
 // Level of each class, first of its kind; empty when the levels have too little in common.
@@ -403,7 +404,7 @@ void build_links(const model_records& model, const relationship_store& relations
                  reporting& report, const directives& asked) {
   allocate_rows(report, fast.links, "links", routine, model.nramat);
   for (std::int32_t k = 1; k <= model.nramat && samples_solutions(asked.analysis_type); ++k) {
-    if (structure_is(model.RMAT(k), "I")) continue;
+    if (is_identity(model.RMAT(k))) continue;
     // a smaller model may bring a level's block down to the orders that are written out
     if (!has_several_models(asked.analysis_type) && model.RMAT(k).n_rc > largest_unrolled_order) continue;
     const relationship_rows& rows = relations.of(k);
