@@ -8,8 +8,6 @@
 namespace zeph::chains {
 namespace {
 
-constexpr std::int32_t type_ordered = 3;
-
 std::string of_chain(int chain, int segment) { return fmt::format("chain {}, segment {}", chain, segment); }
 
 } // namespace
@@ -21,7 +19,7 @@ std::string run_fault(std::int32_t number) {
 }
 
 std::string continue_fault(const study& s, const work_model& m) {
-  if (m.has_type(type_ordered)) return "a chain with an ordered trait can't be continued";
+  if (m.draws_thresholds()) return "a chain with an ordered trait can't be continued";
   if (!samples_matrices(analysis_of(s.analysis)))
     return fmt::format("a chain of analysis type {} saves no state and can't be continued", s.analysis);
   if (has_several_models(analysis_of(s.analysis)))

@@ -12,8 +12,6 @@
 namespace zeph::chains {
 namespace {
 
-constexpr std::int32_t type_censored = 2, type_sequence = 7, type_cured = 8;
-
 int refuse(const std::vector<std::string>& faults, const std::string& closing) {
   for (const std::string& line : faults) fmt::print(stderr, "zeph-chains: {}\n", line);
   if (!closing.empty()) fmt::print(stderr, "{}\n", closing);
@@ -159,7 +157,7 @@ void set_start(const continue_options& o, study& s) {
 
 // What a continued chain does not take up from the state that was saved.
 void note_latent_values(const work_model& m) {
-  if (m.has_type(type_censored) || m.has_type(type_sequence) || m.has_type(type_cured))
+  if (m.forgets_values())
     fmt::print(
         "Values of censored and sequence traits are not saved: they are drawn anew, from where the chain "
         "stands\n");

@@ -3,6 +3,7 @@
 #include "input/equation_layout.h"
 #include "input/model_information.h"
 #include "input/structures.h"
+#include "input/trait_kinds.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -86,9 +87,7 @@ void lay_out_state(const model_records& m, work_model& out) {
   for (std::int32_t g = 1; g <= m.residual().n_hetgr; ++g) add("SCALE", 8 * nt);
   for (std::int32_t j = 1; j <= m.nt; ++j) {
     const trait_record& trait = m.MODEL(j);
-    if (trait.TRAIT_TYPE == trait_categorical || trait.TRAIT_TYPE == trait_liability ||
-        trait.TRAIT_TYPE == trait_mixture)
-      add("Y_M", 4 * nobs);
+    if (kind_of(trait).stored) add("Y_M", 4 * nobs);
     for (std::int32_t x = 1; x <= trait.n_reg; ++x)
       if (trait.REG_MIXTURE(x)) add("ZD_M", 8 * nobs);
   }
@@ -119,7 +118,13 @@ std::vector<std::string> names_listed(const fs::path& work) {
 
 } // namespace
 
-bool work_model::has_type(std::int32_t type) const { return std::ranges::find(types, type) != types.end(); }
+bool work_model::draws_thresholds() const {
+  return std::ranges::any_of(types, [](std::int32_t type) { return kind_of(type).thresholds; });
+}
+
+bool work_model::forgets_values() const {
+  return std::ranges::any_of(types, [](std::int32_t type) { return kind_of(type).forgotten(); });
+}
 
 bool read_work_model(const fs::path& work, work_model& out, std::string& fault) {
   out = {};

@@ -3,7 +3,9 @@
 #include "chains/chain_plan.h"
 #include "chains/work_model.h"
 #include "input/analysis.h"
+#include "input/trait_kinds.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -13,6 +15,13 @@ namespace zeph::watch {
 namespace {
 
 using namespace zeph::chains;
+
+// True for the kinds whose share in mix_pi is in their own place.
+bool has_own_share(std::string_view word) {
+  return std::ranges::any_of(TRAIT_KINDS, [word](const trait_kind_row& row) {
+    return row.word == word && row.pass == value_pass::sequences;
+  });
+}
 
 // What the proportion of each trait is called, from names.json: by the indicator of a mixed trait, by the
 // trait itself for sequences and cured fractions; empty for the others.
@@ -24,7 +33,7 @@ std::vector<std::string> mixed_traits(const fs::path& directory) {
   for (const auto& trait : all["traits"]) {
     if (!trait.is_object()) return {};
     const std::string kind = trait.value("kind", ""), indicator = trait.value("indicator", "");
-    const bool own = kind == "sequence" || kind == "cured";
+    const bool own = has_own_share(kind);
     out.push_back(!indicator.empty() ? indicator : own ? trait.value("name", "") : "");
     any = any || !out.back().empty();
   }

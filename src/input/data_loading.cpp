@@ -4,6 +4,7 @@
 #include "formats/sequential_file.h"
 #include "input/class_effect_covariates.h"
 #include "input/structures.h"
+#include "input/trait_kinds.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -35,6 +36,7 @@ struct data_record {
   std::int32_t mask = 0;      // present traits
   vec<std::int32_t> IINP;     // iv_50
   vec<float> RINP;            // n_real
+  std::vector<bool> scaled;   // nt: observations are of a latent scale
   mat<std::int32_t> freg_grp; // nt x mxreg: group of each regression, 0: none
   vec<std::uint64_t> keys;    // m: equation number, below it the order of building
   std::int32_t entries = 0;   // of the row in build
@@ -154,7 +156,7 @@ void store_observations(const model_records& m, data_record& in, design_store& d
     if (present) check_finite(report, "observation", {r, i}, y);
     if (trait.TRAIT_TYPE == trait_sequence)
       design.CURE_Y[static_cast<std::size_t>(i - 1)](r) = present && y > 0.0F;
-    if (trait.TRAIT_TYPE >= trait_liability && present) {
+    if (in.scaled[static_cast<std::size_t>(i - 1)] && present) {
       y *= latent_scale;
       y += latent_shift;
     }
@@ -392,6 +394,7 @@ int READTOMEM(const model_records& m, const equation_layout& layout, design_stor
   std::int64_t IREC = 0;
   {
     data_record in;
+    for (const trait_record& trait : m.MODEL_rows) in.scaled.push_back(kind_of(trait).scaled);
     allocate_work(m, entries, in, report);
     number_regression_groups(m, layout, in);
     MME_ALLOC(m, entries, design, report);

@@ -2,6 +2,7 @@
 
 #include "formats/column_format.h"
 #include "formats/free_format.h"
+#include "input/trait_kinds.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -103,7 +104,7 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
   }
   // kept: scr31 is made in every run and stays empty
   open_checked(files.scr31, "scr31", report);
-  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
+  if (has_pass(m, value_pass::mixtures) || has_pass(m, value_pass::sequences))
     open_checked(files.mix_pi, "mix_pi", report);
   if (m.has_type(trait_categorical)) open_checked(files.threshold, "threshold", report);
 }

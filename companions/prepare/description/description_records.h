@@ -3,6 +3,7 @@
 #pragma once
 
 #include "input/analysis.h"
+#include "input/trait_kinds.h"
 #include "prepare/description/formula.h"
 
 #include <cstdint>
@@ -119,15 +120,19 @@ struct factor_section {
   std::vector<factor_row> rows; // empty: no formula uses the factor (a warning)
 };
 
-enum class trait_kind {
-  gaussian = 1,
-  censored = 2,
-  ordered = 3,
-  binary = 4,
-  indicator = 5,
-  sequence = 7,
-  cured = 8
+// The numbers and all that is known of a kind are in input/trait_kinds.h.
+enum class trait_kind : std::int32_t {
+  gaussian = trait_gaussian,
+  censored = trait_censored,
+  ordered = trait_categorical,
+  binary = trait_liability,
+  indicator = trait_mixture,
+  sequence = trait_sequence,
+  cured = trait_cured
 };
+inline const trait_kind_row& kind_of(trait_kind kind) {
+  return zeph::kind_of(static_cast<std::int32_t>(kind));
+}
 
 struct trait_section {
   std::string name;
@@ -150,9 +155,11 @@ struct trait_section {
 };
 
 // The residual variance of the kind is 1.
-constexpr bool has_unit_variance(trait_kind kind) { return static_cast<int>(kind) >= 4; }
+inline bool has_unit_variance(trait_kind kind) { return kind_of(kind).variance != residual_variance::free; }
 // It has no residual covariance with other traits of unit variance.
-constexpr bool stands_apart(trait_kind kind) { return static_cast<int>(kind) >= 5; }
+inline bool stands_apart(trait_kind kind) {
+  return kind_of(kind).variance == residual_variance::unit_uncorrelated;
+}
 
 enum class centering { none, mean, value };
 

@@ -1,15 +1,16 @@
 #include "prepare/description/description_words.h"
 
-#include <algorithm>
-
 namespace zeph::prepare {
 
 std::string word_of(relationship_kind kind) { return KINDS[static_cast<std::size_t>(kind)]; }
 
-std::string word_of(trait_kind kind) {
-  const auto found = std::find(TRAIT_KIND_CODES.begin(), TRAIT_KIND_CODES.end(), kind);
-  return TRAIT_KINDS[static_cast<std::size_t>(found - TRAIT_KIND_CODES.begin())];
+std::vector<std::string> words_of_kinds() {
+  std::vector<std::string> words;
+  for (const trait_kind_row& row : TRAIT_KINDS) words.emplace_back(row.word);
+  return words;
 }
+
+std::string word_of(trait_kind kind) { return std::string(kind_of(kind).word); }
 
 std::vector<std::string> words_of_analyses() {
   std::vector<std::string> words;

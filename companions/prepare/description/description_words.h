@@ -3,7 +3,6 @@
 
 #include "prepare/description/description_records.h"
 
-#include <array>
 #include <string>
 #include <vector>
 
@@ -13,12 +12,8 @@ namespace zeph::prepare {
 inline const std::vector<std::string> KINDS = {"identity",  "pedigree",    "inverse",   "relationship",
                                                "genotypes", "single_step", "dominance", "correlation"};
 
-// Beside TRAIT_KIND_CODES.
-inline const std::vector<std::string> TRAIT_KINDS = {"gaussian",  "censored", "ordered", "binary",
-                                                     "indicator", "sequence", "cured"};
-inline constexpr std::array TRAIT_KIND_CODES = {
-    trait_kind::gaussian,  trait_kind::censored, trait_kind::ordered, trait_kind::binary,
-    trait_kind::indicator, trait_kind::sequence, trait_kind::cured};
+// Of the kinds of traits, in the order of TRAIT_KINDS.
+std::vector<std::string> words_of_kinds();
 
 // Of the analyses that a description can ask for, in the order of analysis_words.
 std::vector<std::string> words_of_analyses();

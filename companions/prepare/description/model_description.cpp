@@ -1,5 +1,6 @@
 #include "prepare/description/model_description.h"
 
+#include "input/trait_kinds.h"
 #include "prepare/description/description_checks.h"
 #include "prepare/description/description_messages.h"
 #include "prepare/description/description_words.h"
@@ -285,8 +286,8 @@ void read_trait(const table_view& t, trait_section& s) {
   s.formula_text = read_text(t, "formula");
   if (find(t, "formula") == nullptr) error_in(t, s.at, fmt::format("{} needs formula = \"...\"", t.title));
   s.column = read_text(t, "column", s.name);
-  const stated<std::size_t> kind = read_word(t, "kind", TRAIT_KINDS, 0);
-  s.kind = {TRAIT_KIND_CODES[kind.value], kind.at, kind.given};
+  const stated<std::size_t> kind = read_word(t, "kind", words_of_kinds(), 0);
+  s.kind = {static_cast<trait_kind>(TRAIT_KINDS[kind.value].number), kind.at, kind.given};
   s.weight = read_text(t, "weight");
   s.categories = read_codes(t, "categories");
   const table_view limits = open_table(t, "limits", LIMITS, t.title + " limits");

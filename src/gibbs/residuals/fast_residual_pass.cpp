@@ -2,6 +2,7 @@
 
 #include "gibbs/residuals/residual_sums.h"
 #include "gibbs/scan/residual_body.h"
+#include "input/trait_kinds.h"
 #include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
 
@@ -228,7 +229,7 @@ void find_density(const equation_layout& layout, const design_store& design, con
 bool residuals_stay(const model_records& model, const directives& asked) {
   if (has_several_models(asked.analysis_type)) return false;
   for (std::int32_t t = 1; t <= model.nt; ++t)
-    if (model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
+    if (kind_of(model.MODEL(t)).pass != value_pass::none) return false;
   return true;
 }
 
