@@ -1,6 +1,7 @@
 #include "prepare/output/side_files.h"
 
 #include "input/structures.h"
+#include "input/trait_kinds.h"
 #include "prepare/description/description_words.h"
 
 #include "shared/check_sum.h"
@@ -51,6 +52,36 @@ json traits_json(const model_description& d, const prepared_model& p) {
          {"partner", trait.partner < 0 ? "" : d.traits[static_cast<std::size_t>(trait.partner)].name},
          {"records", p.start.traits[t].observed.n}});
   }
+  return out;
+}
+
+std::string_view word_of(value_pass pass) {
+  switch (pass) {
+  case value_pass::bounds:
+    return "bounds";
+  case value_pass::liabilities:
+    return "liabilities";
+  case value_pass::mixtures:
+    return "mixtures";
+  case value_pass::sequences:
+    return "sequences";
+  default:
+    return "none";
+  }
+}
+
+// The kinds of the traits, by rising number: what a reader of the samples must know of them.
+json kinds_json(const model_description& d) {
+  json out = json::array();
+  for (const trait_kind_row& row : TRAIT_KINDS)
+    if (std::ranges::any_of(
+            d.traits, [&](const trait_section& t) { return kind_of(t.kind.value).number == row.number; }))
+      out.push_back({{"number", row.number},
+                     {"word", row.word},
+                     {"unit_variance", has_unit_variance(static_cast<trait_kind>(row.number))},
+                     {"drawn_by", word_of(row.pass)},
+                     {"stored", row.stored},
+                     {"thresholds", row.thresholds}});
   return out;
 }
 
@@ -187,6 +218,7 @@ std::string names_json(const model_description& d, const prepared_model& p,
                     {"records", p.records.n_used()},
                     {"equations", equations_of(p.model)},
                     {"traits", traits_json(d, p)},
+                    {"kinds", kinds_json(d)},
                     {"factors", factors_json(d, p)},
                     {"residual", residual_json(d, p)},
                     {"equations_of", equations_json(d, p)},

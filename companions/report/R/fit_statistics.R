@@ -4,7 +4,7 @@
 # number
 # of records. NULL when no listing is there, and for analyses over models, in which ZEPH sums up no deviance.
 read_dic <- function(m, place) {
-  if (isTRUE(analysis_of(place) >= 5)) return(NULL)
+  if (has_several_models(analysis_of(place))) return(NULL)
   rows <- list()
   for (chain in place$chains) for (s in chain$segments) {
     samples <- samples_in(m, s)

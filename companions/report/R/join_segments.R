@@ -33,7 +33,7 @@ segment_row <- function(number, s, round, state) {
 
 remark_on_segment <- function(number, s, n, state, remarks) {
   where <- paste0("chain ", number, ", segment ", s$number)
-  solver <- !is.na(s$directives$analysis) && s$directives$analysis < 1
+  solver <- solves(s$directives$analysis)
   if (!s$counts) remarks$add(where, " only ended a burn-in and holds no samples")
   else if (n == 0 && !solver) remarks$add(where, " has no samples (stopped in its burn-in, or not begun)")
   else if (n > 0 && state != "finished")

@@ -25,7 +25,7 @@ model_visits <- function(m, chains, moving = FALSE) {
 # The
 # likelihoods of that file are no measure of fit and are left out.
 enumerated_models <- function(m, place) {
-  if (!analysis_of(place) %in% 5) return(NULL)
+  if (!has_chain_for_each_model(analysis_of(place))) return(NULL)
   rows <- lapply(place$chains, function(chain) {
     lpm <- read_free_rows(file.path(chain$segments[[1]]$path, "lpm"), m$nramat + 5L)
     if (NROW(lpm) == 0) return(NULL)

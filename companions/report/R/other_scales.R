@@ -10,10 +10,10 @@
 # are those of the frequencies in the data. It is called h2.observed.
 
 add_other_scales <- function(m, data, add) {
-  for (t in which(m$trait_kinds %in% c("ordered", "binary"))) {
+  for (t in drawn_by(m, "liabilities")) {
     name <- m$trait_names[t]
     for (g in seq_along(m$groups)) {
-      if (m$trait_kinds[t] == "ordered") add_unit_scale(m, data, t, g, add)
+      if (m$kinds$thresholds[t]) add_unit_scale(m, data, t, g, add)
       factor <- observed_factor(category_shares(m, data, t))
       h2 <- paste0("h2[", if (m$several_groups) paste0(m$groups[g], ","), name, "]")
       if (is.finite(factor) && has_h2(m, data, t))

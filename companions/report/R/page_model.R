@@ -20,7 +20,7 @@ model_section <- function(r) {
 model_table <- function(m) {
   rows <- c("title" = m$title,
             "records in use" = whole_number(m$nobs),
-            "traits" = paste0(m$trait_names, " (", m$trait_kinds, ")", collapse = ", "),
+            "traits" = paste0(m$trait_names, " (", m$kinds$word, ")", collapse = ", "),
             "fixed effects" = paste(vapply(seq_len(m$nt), function(t) fixed_in_words(m, t), ""), collapse = "; "),
             "random factors" = paste(vapply(m$factors, factor_in_words, ""), collapse = "; "),
             "residual" = residual_in_words(m),
@@ -53,7 +53,7 @@ prior_block <- function(r) {
   names <- c(vapply(r$model$factors, function(f) f$name, ""), "residual")
   orders <- c(vapply(r$model$factors, function(f) f$order, 1L), r$model$nt)
   if (length(prior) < length(names)) return(NULL)
-  given <- isTRUE(analysis_of(r$place) < 3)
+  given <- takes_given_matrices(analysis_of(r$place))
   one <- function(k) {
     if (given) return("none: given, not sampled")
     df <- prior[[k]][2]

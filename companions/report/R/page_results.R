@@ -93,8 +93,10 @@ fit_section <- function(r) {
   d <- r$pooled_dic
   if (is.null(d)) {
     type <- analysis_of(r$place)
-    none <- if (isTRUE(type >= 5)) "ZEPH sums up no deviance in analyses over models: their listings hold no DIC."
-            else if (isTRUE(type < 3)) "ZEPH tells DIC only where (co)variances are sampled; here they were given."
+    none <- if (has_several_models(type))
+              "ZEPH sums up no deviance in analyses over models: their listings hold no DIC."
+            else if (takes_given_matrices(type))
+              "ZEPH tells DIC only where (co)variances are sampled; here they were given."
             else "No listing with DIC was found (listing.txt of each run)."
     return(section("dic", "DIC per trait", tags$p(none), no_measure))
   }

@@ -62,7 +62,7 @@ add_draws <- function(r, data, remarks) {
   draws <- r$joined$draws
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, derived, NULL)
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, asked, remarks)
-  visits <- model_visits(m, r$chains, isTRUE(analysis_of(r$place) >= 6))
+  visits <- model_visits(m, r$chains, moves_between_models(analysis_of(r$place)))
   if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, r$chains, r$joined$used, r$joined$length))
   if (dim(draws)[1] > 0) draws <- draws[, , !apply(is.na(draws), 3, all), drop = FALSE]
   asked$what <- rep("asked for in [derive]", nrow(asked))

@@ -7,6 +7,7 @@
 #include "support/prepared_case.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <sstream>
@@ -252,6 +253,24 @@ TEST(work_directory, codes_of_a_combination_have_its_parts) {
   EXPECT_NE(out.read("names.json").find("\"parts\": [\n        \"herd\",\n        \"year\"\n      ]"),
             std::string::npos);
   EXPECT_NE(out.read("names.json").find("\"name\": \"wwg.herd:year\""), std::string::npos);
+}
+
+// Binary traits have residual variance 1 and a stored liability; gaussian ones are observed.
+TEST(work_directory, names_hold_what_is_known_of_the_kinds_of_the_traits) {
+  const prepared_case c("[data]\nfile = \"d.csv\"\n[trait.sick]\nkind = \"binary\"\nformula = \"1 + sex\"\n"
+                        "[trait.w]\nformula = \"1\"\n[trait.v]\nformula = \"1\"\n"
+                        "[run]\nanalysis = \"gibbs\"\nseeds = [1, 2]\n",
+                        {{"d.csv", "sex,sick,w,v\n1,0,2.5,1\n1,1,3.5,4\n2,0,3.1,2\n2,1,2.2,7\n1,1,4.1,3\n"
+                                   "2,0,2.6,5\n1,0,3.7,8\n2,1,3.3,6\n"}});
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  const auto names = nlohmann::json::parse(out.read("names.json"));
+  EXPECT_EQ(names["kinds"], nlohmann::json::parse(R"([
+    {"number": 1, "word": "gaussian", "unit_variance": false, "drawn_by": "none", "stored": false,
+     "thresholds": false},
+    {"number": 4, "word": "binary", "unit_variance": true, "drawn_by": "liabilities", "stored": true,
+     "thresholds": false}])"));
 }
 
 TEST(work_directory, a_factor_may_have_levels_of_columns_and_of_combinations) {
