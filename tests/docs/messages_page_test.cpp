@@ -42,8 +42,9 @@ const std::vector<program>& programs() {
 }
 
 // Sources whose texts are no messages.
-constexpr std::array<std::string_view, 1> report_sources = {
-    "companions/prepare/output/summary.cpp", // the summary of a preparation
+constexpr std::array<std::string_view, 2> report_sources = {
+    "companions/prepare/output/summary.cpp",               // the summary of a preparation
+    "companions/prepare/description/description_keys.cpp", // what the keys of a description are
 };
 
 // Beginnings of literals that are no messages.
