@@ -18,10 +18,10 @@ namespace {
 void check_directives(const directive_text& d, const std::string& path, std::vector<std::string>& faults) {
   const auto fault = [&](const std::string& text) { faults.push_back(fmt::format("{}: {}", path, text)); };
   if (const std::string line = run_fault(d.analysis_type); !line.empty()) fault(line);
-  if (d.seeds.A < 0 || d.seeds.A > largest_A)
-    fault(fmt::format("seed A = {}, legal: 0..{}", d.seeds.A, largest_A));
-  if (d.seeds.B < 0 || d.seeds.B > largest_B)
-    fault(fmt::format("seed B = {}, legal: 0..{}", d.seeds.B, largest_B));
+  if (d.seeds.A < 0 || d.seeds.A > largest_a)
+    fault(fmt::format("seed A = {}, legal: 0..{}", d.seeds.A, largest_a));
+  if (d.seeds.B < 0 || d.seeds.B > largest_b)
+    fault(fmt::format("seed B = {}, legal: 0..{}", d.seeds.B, largest_b));
   if (d.nburn < 0) fault(fmt::format("burn-in = {}, legal: 0 or more", d.nburn));
   if (d.nround < 1) fault(fmt::format("rounds = {}, legal: 1 or more", d.nround));
   if (d.isamp < 1) fault(fmt::format("interval = {}, legal: 1 or more", d.isamp));

@@ -26,7 +26,7 @@ struct command_line {
 void add_run(CLI::App& app, command_line& c) {
   CLI::App* run = app.add_subcommand("run", "run chains of a work directory, each with its own seeds");
   run->add_option("work", c.work, "the work directory")->required();
-  run->add_option("--chains", c.run.chains, "number of chains, default 4")->check(CLI::Range(1, largest_A));
+  run->add_option("--chains", c.run.chains, "number of chains, default 4")->check(CLI::Range(1, largest_a));
   run->add_option("--jobs", c.run.jobs, "processes at a time; default: the processors here")
       ->check(CLI::Range(1, 4096));
   run->add_option("--into", c.into, "directory of the study; default: WORK.runs beside WORK");

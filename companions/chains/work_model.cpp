@@ -102,7 +102,7 @@ bool is_numbered(std::string_view name, std::string_view prefix) {
 
 bool is_relationship(const std::string& name) {
   if (is_numbered(name, reduced_prefix) || is_numbered(name, parents_prefix)) return true;
-  return std::ranges::any_of(STRUCTURES, [&](const structure_row& row) {
+  return std::ranges::any_of(structure_rows, [&](const structure_row& row) {
     return !row.file_prefix.empty() && is_numbered(name, row.file_prefix);
   });
 }

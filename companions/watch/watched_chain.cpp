@@ -18,7 +18,7 @@ using namespace zeph::chains;
 
 // True for the kinds whose share in mix_pi is in their own place.
 bool has_own_share(std::string_view word) {
-  return std::ranges::any_of(TRAIT_KINDS, [word](const trait_kind_row& row) {
+  return std::ranges::any_of(kind_rows, [word](const trait_kind_row& row) {
     return row.word == word && row.pass == value_pass::sequences;
   });
 }

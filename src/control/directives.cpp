@@ -120,7 +120,7 @@ void set_seeds(directives& asked, combined_source& combined, reporting& report) 
   if (asked.seed_b == 0) {
     say_count(report, "Specified starting value B for RNG ................", 0);
     asked.seed_b = clock_seed(asked.seed_b, simple);
-    say_count(report, clock_seed_label, asked.seed_b); // kept: B bears the label of A
+    say_count(report, clock_seed_label, asked.seed_b); // kept: B has the label of A
   }
   say(report);
   say_label(report, "It is the set starting values that must be used    ");

@@ -44,6 +44,7 @@ void read_model(run& r) {
   if (QVAMRD(r.model, r.report) != 0) stop_opening(r.report);
   r.report.run_stamp = r.model.run_stamp;
   banner(r.report);
+  // kept: the first line of `status` has this name, the last one that of the program
   write_status(r.report, "Program QVAgib initializing");
 }
 

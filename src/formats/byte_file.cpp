@@ -13,7 +13,7 @@ namespace zeph {
 
 namespace {
 
-constexpr int64_t largest_call = int64_t{1} << 30; // the system takes less than 2^31 bytes at once
+constexpr std::int64_t largest_call = std::int64_t{1} << 30; // the system takes less than 2^31 bytes at once
 
 int open_fd(const std::string& path, int flags) {
   int fd = -1;
@@ -45,8 +45,8 @@ void byte_source::close() {
   failed_ = false;
 }
 
-int64_t byte_source::read(char* to, int64_t n) {
-  int64_t done = 0;
+std::int64_t byte_source::read(char* to, std::int64_t n) {
+  std::int64_t done = 0;
   while (fd_ >= 0 && done < n) {
     const auto ask = static_cast<std::size_t>(std::min(n - done, largest_call));
     const ssize_t got = ::read(fd_, to + done, ask);
@@ -79,8 +79,8 @@ bool byte_sink::close() {
   return fd < 0 || ::close(fd) == 0;
 }
 
-bool byte_sink::write(const char* from, int64_t n) {
-  int64_t done = 0;
+bool byte_sink::write(const char* from, std::int64_t n) {
+  std::int64_t done = 0;
   while (fd_ >= 0 && done < n) {
     const auto ask = static_cast<std::size_t>(std::min(n - done, largest_call));
     const ssize_t put = ::write(fd_, from + done, ask);
@@ -93,7 +93,7 @@ bool byte_sink::write(const char* from, int64_t n) {
   return done == n;
 }
 
-int64_t size_of_file(const std::string& path) {
+std::int64_t size_of_file(const std::string& path) {
   struct stat about {};
   return ::stat(path.c_str(), &about) == 0 ? about.st_size : -1;
 }

@@ -22,11 +22,11 @@ public:
   bool is_open() const { return fd_ >= 0; }
 
   // Size in bytes, taken once when the file was opened.
-  int64_t size() const { return size_; }
+  std::int64_t size() const { return size_; }
 
   // Reads up to n bytes into `to`: the number read, fewer than n only at the
   // end of the file or after a read error.
-  int64_t read(char* to, int64_t n);
+  std::int64_t read(char* to, std::int64_t n);
   // True when the system could not read the file since it was opened or rewound.
   bool failed() const { return failed_; }
 
@@ -35,7 +35,7 @@ public:
 
 private:
   int fd_ = -1;
-  int64_t size_ = 0;
+  std::int64_t size_ = 0;
   bool failed_ = false;
 };
 
@@ -43,7 +43,7 @@ private:
 // system's number of an input or output error.
 inline constexpr int read_fault_code = 5;
 
-// How an output file comes into being.
+// How an output file is created.
 enum class open_mode {
   truncate, // made, or emptied when it exists
   append,   // made, or continued at its end
@@ -64,14 +64,14 @@ public:
   bool is_open() const { return fd_ >= 0; }
 
   // True only when all n bytes were taken.
-  bool write(const char* from, int64_t n);
+  bool write(const char* from, std::int64_t n);
 
 private:
   int fd_ = -1;
 };
 
 // Size in bytes of the file of this name; -1 when there is none.
-int64_t size_of_file(const std::string& path);
+std::int64_t size_of_file(const std::string& path);
 
 // From then on a write beyond the process's limit of file sizes (RLIMIT_FSIZE) is a
 // failed write as any other, not the end of the process. For main.

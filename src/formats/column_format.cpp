@@ -61,7 +61,7 @@ private:
   char *first_, *end_;
 };
 
-void add_I(std::string& out, int64_t x, int w, int m) {
+void add_I(std::string& out, std::int64_t x, int w, int m) {
   char text[24];
   const char* const end = std::to_chars(text, text + sizeof text, x).ptr;
   const char* const first = text + (x < 0 ? 1 : 0);
@@ -130,7 +130,7 @@ void add_G(std::string& out, double x, int w, int d) {
 
 } // namespace
 
-std::string format_I(int64_t x, int w, int m) {
+std::string format_I(std::int64_t x, int w, int m) {
   std::string out;
   add_I(out, x, w, m);
   return out;
@@ -149,7 +149,7 @@ std::string format_G(double x, int w, int d) {
 }
 
 column_line& column_line::write(std::string_view item) {
-  // columns passed over by X and T are blanks; an item overwrites what is in its columns
+  // columns skipped by X and T are blanks; an item overwrites what is in its columns
   if (line_.size() < at_) line_.resize(at_, ' ');
   line_.replace(at_, std::min(item.size(), line_.size() - at_), item);
   at_ += item.size();
@@ -163,7 +163,7 @@ column_line& column_line::A(std::string_view text, int n) {
   return write(item_);
 }
 
-column_line& column_line::I(int64_t x, int w, int m) {
+column_line& column_line::I(std::int64_t x, int w, int m) {
   item_.clear();
   add_I(item_, x, w, m);
   return write(item_);

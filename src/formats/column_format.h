@@ -19,7 +19,7 @@ namespace zeph {
 // Each returns exactly w columns (none for w <= 0); m, d below 0 count as 0.
 //
 // I: m = 0 and 1 are the same; 0 is "0".
-std::string format_I(int64_t x, int w, int m = 1);
+std::string format_I(std::int64_t x, int w, int m = 1);
 
 // F: d = 0 ends in a point. Below 1 there is one zero before the point, dropped
 // when only that makes it fit (and a digit is left). Minus for any x < 0, also
@@ -43,7 +43,7 @@ std::string format_G(double x, int w, int d);
 class column_line {
 public:
   column_line& A(std::string_view text, int n);
-  column_line& I(int64_t x, int w, int m = 1);
+  column_line& I(std::int64_t x, int w, int m = 1);
   column_line& F(double x, int w, int d);
   column_line& G(double x, int w, int d);
   column_line& X(int n);   // n blanks are written

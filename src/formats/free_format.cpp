@@ -51,7 +51,7 @@ bool plain_value(std::string& text, std::string_view x, double& value) {
 
 // Takes the count off n*v. False when the count is not a number above 0 or
 // nothing follows the star. A count beyond 64 bits counts as the largest.
-bool split_repeat(std::string& token, int64_t& count) {
+bool split_repeat(std::string& token, std::int64_t& count) {
   const std::size_t star = token.find('*');
   count = 1;
   if (star == std::string::npos) return true;
@@ -60,7 +60,7 @@ bool split_repeat(std::string& token, int64_t& count) {
   if (!is_digit(token.front())) return false;
   const auto [end, status] = std::from_chars(token.data(), last, count);
   if (end != last) return false;
-  if (status == std::errc::result_out_of_range) count = std::numeric_limits<int64_t>::max();
+  if (status == std::errc::result_out_of_range) count = std::numeric_limits<std::int64_t>::max();
   token.erase(0, star + 1);
   return count > 0;
 }
@@ -129,17 +129,17 @@ int free_reader::next_token() {
   }
   if (bytes_.failed()) return read_fault;
   text_ = token_;
-  int64_t count = 1;
+  std::int64_t count = 1;
   if (too_long || !split_repeat(token_, count)) return bad_token;
   repeats_ = count - 1;
   return 0;
 }
 
-int free_reader::integer(int32_t& x) {
+int free_reader::integer(std::int32_t& x) {
   if (const int code = next_token(); code != 0) return code;
   const std::string_view text = without_plus(token_);
   if (text.size() != token_.size() && text.starts_with('-')) return bad_token;
-  int32_t value = 0;
+  std::int32_t value = 0;
   const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (status != std::errc() || end != text.data() + text.size()) return bad_token;
   x = value;
@@ -173,7 +173,7 @@ free_row& free_row::text(std::string_view x) {
   return *this;
 }
 
-free_row& free_row::i(int64_t x) {
+free_row& free_row::i(std::int64_t x) {
   char text[24];
   const auto end = std::to_chars(text, text + sizeof text, x).ptr;
   field({text, static_cast<std::size_t>(end - text)}, 11);

@@ -13,7 +13,7 @@ namespace zeph {
 //   begin_read, integer or real for each value, end_read.
 // Each read starts on a fresh line, takes as many lines as it needs, and drops
 // the rest of its last line. Values are separated by any run of blanks, tabs,
-// commas and carriage returns; empty lines are passed over. n*v means n
+// commas and carriage returns; empty lines are skipped. n*v means n
 // times the value v (n counted, never stored). Lines may be of any length.
 class free_reader {
 public:
@@ -36,7 +36,7 @@ public:
   // each optional; an integer is a real too; so are NaN, Inf and Infinity in
   // any case. A real beyond the range of 64 bits is 59; one too small for it
   // is the nearest number, zero at last.
-  int integer(int32_t& x);
+  int integer(std::int32_t& x);
   int real(double& x);
 
   // The text read last, as it is in the file: what a 59 is about. One beyond 4096 bytes is cut.
@@ -49,9 +49,9 @@ private:
   int next_token(); // 0: token_ holds the text of the value; -1; 59; 5
 
   byte_reader bytes_;
-  std::string text_;    // as it is in the file
-  std::string token_;   // without its count
-  int64_t repeats_ = 0; // times that token_ is still to be taken as a value
+  std::string text_;         // as it is in the file
+  std::string token_;        // without its count
+  std::int64_t repeats_ = 0; // times that token_ is still to be taken as a value
   bool reading_ = false;
 };
 
@@ -69,7 +69,7 @@ private:
 class free_row {
 public:
   free_row& text(std::string_view x);
-  free_row& i(int64_t x);
+  free_row& i(std::int64_t x);
   free_row& r8(double x);
   free_row& r4(float x);
   free_row& l(bool x);

@@ -8,9 +8,9 @@ namespace zeph {
 
 namespace {
 
-constexpr int64_t buffer_bytes = int64_t{1} << 18;
-constexpr int64_t longest_record = std::numeric_limits<int32_t>::max();
-constexpr int64_t frame_bytes = 8; // both lengths
+constexpr std::int64_t buffer_bytes = std::int64_t{1} << 18;
+constexpr std::int64_t longest_record = std::numeric_limits<std::int32_t>::max();
+constexpr std::int64_t frame_bytes = 8; // both lengths
 
 } // namespace
 
@@ -48,13 +48,13 @@ int sequential_reader::fail(bool broken) {
   return code_;
 }
 
-bool sequential_reader::have(int64_t n) {
+bool sequential_reader::have(std::int64_t n) {
   if (limit_ - frame_ >= n) return true;
   // the rest of the buffer to its front, then as much of the file as there is room
   std::memmove(buffer_.data(), buffer_.data() + frame_, static_cast<std::size_t>(limit_ - frame_));
   limit_ -= frame_;
   frame_ = 0;
-  const auto room = static_cast<int64_t>(buffer_.size());
+  const auto room = static_cast<std::int64_t>(buffer_.size());
   if (n > room) {
     try {
       buffer_.resize(static_cast<std::size_t>(std::max(n, 2 * room)));
@@ -62,8 +62,8 @@ bool sequential_reader::have(int64_t n) {
       return false;
     }
   }
-  const int64_t ask = std::min(static_cast<int64_t>(buffer_.size()) - limit_, unread_);
-  const int64_t got = source_.read(buffer_.data() + limit_, ask);
+  const std::int64_t ask = std::min(static_cast<std::int64_t>(buffer_.size()) - limit_, unread_);
+  const std::int64_t got = source_.read(buffer_.data() + limit_, ask);
   limit_ += got;
   unread_ -= got;
   return limit_ >= n;
@@ -71,10 +71,10 @@ bool sequential_reader::have(int64_t n) {
 
 int sequential_reader::next_slow() {
   // a frame is length, bytes, length; a length that the file cannot hold, or two that differ, end the file
-  const int64_t left = limit_ - frame_ + unread_;
+  const std::int64_t left = limit_ - frame_ + unread_;
   if (left == 0) return fail(false);
   if (left < frame_bytes || !have(frame_bytes)) return fail(true);
-  const int32_t n = length_at(frame_);
+  const std::int32_t n = length_at(frame_);
   if (n < 0 || n > left - frame_bytes) return fail(true);
   if (!have(n + frame_bytes)) return fail(true);
   if (length_at(frame_ + 4 + n) != n) return fail(true);
@@ -88,13 +88,13 @@ void sequential_reader::run_short() {
 }
 
 void sequential_reader::take(bool& x) {
-  int32_t word = x ? 1 : 0;
+  std::int32_t word = x ? 1 : 0;
   take_one(word);
   x = (word & 1) != 0;
 }
 
-void sequential_reader::take_many(void* x, int64_t n, int64_t width) {
-  const int64_t fits = std::min(n, (end_ - at_) / width);
+void sequential_reader::take_many(void* x, std::int64_t n, std::int64_t width) {
+  const std::int64_t fits = std::min(n, (end_ - at_) / width);
   if (fits > 0) {
     std::memcpy(x, buffer_.data() + at_, static_cast<std::size_t>(fits * width));
     at_ += fits * width;
@@ -102,16 +102,16 @@ void sequential_reader::take_many(void* x, int64_t n, int64_t width) {
   if (fits < n) run_short();
 }
 
-void sequential_reader::take(uint8_t* x, int64_t n) {
-  const int64_t fits = std::min(n, (end_ - at_) / 4);
-  for (int64_t i = 0; i < fits; ++i) {
-    x[i] = static_cast<uint8_t>(buffer_[static_cast<std::size_t>(at_ + 4 * i)] & 1); // lowest byte first
+void sequential_reader::take(std::uint8_t* x, std::int64_t n) {
+  const std::int64_t fits = std::min(n, (end_ - at_) / 4);
+  for (std::int64_t i = 0; i < fits; ++i) {
+    x[i] = static_cast<std::uint8_t>(buffer_[static_cast<std::size_t>(at_ + 4 * i)] & 1); // lowest byte first
   }
   if (fits > 0) at_ += 4 * fits;
   if (fits < n) run_short();
 }
 
-void sequential_reader::take_text(std::string& x, int64_t n) {
+void sequential_reader::take_text(std::string& x, std::int64_t n) {
   if (n < 0) n = 0;
   if (n > end_ - at_) {
     run_short();
@@ -122,7 +122,7 @@ void sequential_reader::take_text(std::string& x, int64_t n) {
   at_ += n;
 }
 
-void sequential_reader::skip(int64_t n) {
+void sequential_reader::skip(std::int64_t n) {
   if (n > end_ - at_) {
     run_short();
   } else if (n > 0) {
@@ -140,7 +140,7 @@ bool sequential_writer::open(const std::string& path) {
   return ok_;
 }
 
-bool sequential_writer::reserve(int64_t n) {
+bool sequential_writer::reserve(std::int64_t n) {
   if (n < 0 || n > longest_record) return false;
   try {
     buffer_.reserve(static_cast<std::size_t>(buffer_bytes + frame_bytes + n));
@@ -153,14 +153,14 @@ bool sequential_writer::reserve(int64_t n) {
 void sequential_writer::begin() {
   if (!is_open() || start_ >= 0) ok_ = false;
   if (!ok_) return;
-  start_ = static_cast<int64_t>(buffer_.size());
+  start_ = static_cast<std::int64_t>(buffer_.size());
   put_bytes("\0\0\0\0", 4); // the length comes at the end
 }
 
-void sequential_writer::put_bytes(const void* x, int64_t n) {
+void sequential_writer::put_bytes(const void* x, std::int64_t n) {
   if (start_ < 0) ok_ = false;
   if (!ok_ || n <= 0) return;
-  const int64_t used = static_cast<int64_t>(buffer_.size()) - start_;
+  const std::int64_t used = static_cast<std::int64_t>(buffer_.size()) - start_;
   if (n > longest_record + 4 - used) {
     ok_ = false;
     return;
@@ -173,7 +173,7 @@ void sequential_writer::put_bytes(const void* x, int64_t n) {
   }
 }
 
-void sequential_writer::put_array(const void* x, int64_t n, int64_t width) {
+void sequential_writer::put_array(const void* x, std::int64_t n, std::int64_t width) {
   if (n > longest_record / width) {
     ok_ = false;
     return;
@@ -181,20 +181,20 @@ void sequential_writer::put_array(const void* x, int64_t n, int64_t width) {
   put_bytes(x, n * width);
 }
 
-void sequential_writer::put(const uint8_t* x, int64_t n) {
-  for (int64_t i = 0; i < n && ok_; ++i) put(x[i] != 0);
+void sequential_writer::put(const std::uint8_t* x, std::int64_t n) {
+  for (std::int64_t i = 0; i < n && ok_; ++i) put(x[i] != 0);
 }
 
-void sequential_writer::put_text(std::string_view x, int64_t n) {
-  const auto given = std::min(n, static_cast<int64_t>(x.size()));
+void sequential_writer::put_text(std::string_view x, std::int64_t n) {
+  const auto given = std::min(n, static_cast<std::int64_t>(x.size()));
   put_bytes(x.data(), given);
-  for (int64_t i = given; i < n && ok_; ++i) put_bytes(" ", 1);
+  for (std::int64_t i = given; i < n && ok_; ++i) put_bytes(" ", 1);
 }
 
 bool sequential_writer::end() {
   if (start_ < 0) ok_ = false;
   if (!ok_) return false;
-  const auto length = static_cast<int32_t>(static_cast<int64_t>(buffer_.size()) - start_ - 4);
+  const auto length = static_cast<std::int32_t>(static_cast<std::int64_t>(buffer_.size()) - start_ - 4);
   try {
     buffer_.resize(buffer_.size() + 4);
   } catch (const std::bad_alloc&) {
@@ -204,12 +204,12 @@ bool sequential_writer::end() {
   std::memcpy(buffer_.data() + start_, &length, 4);
   std::memcpy(buffer_.data() + buffer_.size() - 4, &length, 4);
   start_ = -1;
-  return static_cast<int64_t>(buffer_.size()) < buffer_bytes || flush();
+  return static_cast<std::int64_t>(buffer_.size()) < buffer_bytes || flush();
 }
 
 bool sequential_writer::flush() {
   // a record under construction stays in the buffer
-  const auto ended = start_ >= 0 ? start_ : static_cast<int64_t>(buffer_.size());
+  const auto ended = start_ >= 0 ? start_ : static_cast<std::int64_t>(buffer_.size());
   if (ok_ && ended > 0) {
     ok_ = sink_.write(buffer_.data(), ended);
     buffer_.erase(buffer_.begin(), buffer_.begin() + ended);

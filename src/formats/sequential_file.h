@@ -49,7 +49,7 @@ public:
   // What was not taken from the last record is dropped.
   int next() {
     if (limit_ - frame_ >= 8) {
-      const int32_t n = length_at(frame_);
+      const std::int32_t n = length_at(frame_);
       if (n >= 0 && n <= limit_ - frame_ - 8 && length_at(frame_ + 4 + n) == n) {
         hold(n);
         return 0;
@@ -61,43 +61,43 @@ public:
   // Of a -1: true when the frame was broken, false when the file ended after a whole record.
   bool broken() const { return broken_; }
 
-  // Status of the record in hand: 0; 67 when an item did not fit; -1 when
+  // Status of the current record: 0; 67 when an item did not fit; -1 when
   // there is no record, `next` having returned -1 or not been called.
   int code() const { return code_; }
-  int64_t record_length() const { return end_ - begin_; } // bytes; 0 without a record
-  int64_t bytes_left() const { return end_ - at_; }       // of the record, not yet taken
+  std::int64_t record_length() const { return end_ - begin_; } // bytes; 0 without a record
+  std::int64_t bytes_left() const { return end_ - at_; }       // of the record, not yet taken
 
   // Items of the record, in order. When an item does not fit, code() becomes
   // 67, and this item and all taken after it keep their old values; of an
   // array of n elements those that fit are filled. n <= 0 takes nothing.
-  void take(int32_t& x) { take_one(x); }
-  void take(int64_t& x) { take_one(x); }
+  void take(std::int32_t& x) { take_one(x); }
+  void take(std::int64_t& x) { take_one(x); }
   void take(float& x) { take_one(x); }
   void take(double& x) { take_one(x); }
   void take(bool& x);
-  void take(int32_t* x, int64_t n) { take_many(x, n, 4); }
-  void take(int64_t* x, int64_t n) { take_many(x, n, 8); }
-  void take(float* x, int64_t n) { take_many(x, n, 4); }
-  void take(double* x, int64_t n) { take_many(x, n, 8); }
-  void take(uint8_t* x, int64_t n);          // n logicals of 4 bytes each, as 1 or 0
-  void take_text(std::string& x, int64_t n); // n bytes; x always leaves n long
-  void skip(int64_t n);                      // n bytes passed over
+  void take(std::int32_t* x, std::int64_t n) { take_many(x, n, 4); }
+  void take(std::int64_t* x, std::int64_t n) { take_many(x, n, 8); }
+  void take(float* x, std::int64_t n) { take_many(x, n, 4); }
+  void take(double* x, std::int64_t n) { take_many(x, n, 8); }
+  void take(std::uint8_t* x, std::int64_t n);     // n logicals of 4 bytes each, as 1 or 0
+  void take_text(std::string& x, std::int64_t n); // n bytes; x always leaves n long
+  void skip(std::int64_t n);                      // skips n bytes
 
 private:
   int next_slow();
   int fail(bool broken);
-  bool have(int64_t n); // bytes frame_..frame_+n-1 are in the buffer
-  void take_many(void* x, int64_t n, int64_t width);
+  bool have(std::int64_t n); // bytes frame_..frame_+n-1 are in the buffer
+  void take_many(void* x, std::int64_t n, std::int64_t width);
   void run_short();
 
-  int32_t length_at(int64_t place) const {
-    int32_t n = 0;
+  std::int32_t length_at(std::int64_t place) const {
+    std::int32_t n = 0;
     std::memcpy(&n, buffer_.data() + place, 4);
     return n;
   }
 
-  // The record of n bytes at frame_ is now in hand.
-  void hold(int64_t n) {
+  // The record of n bytes at frame_ becomes the current one.
+  void hold(std::int64_t n) {
     begin_ = at_ = frame_ + 4;
     end_ = begin_ + n;
     frame_ = end_ + 4;
@@ -105,9 +105,9 @@ private:
   }
 
   template <class T> void take_one(T& x) {
-    if (end_ - at_ >= static_cast<int64_t>(sizeof(T))) {
+    if (end_ - at_ >= static_cast<std::int64_t>(sizeof(T))) {
       std::memcpy(&x, buffer_.data() + at_, sizeof(T));
-      at_ += static_cast<int64_t>(sizeof(T));
+      at_ += static_cast<std::int64_t>(sizeof(T));
     } else {
       run_short();
     }
@@ -115,12 +115,12 @@ private:
 
   byte_source source_;
   std::vector<char> buffer_; // bytes frame_..limit_-1 are read and not yet passed
-  int64_t frame_ = 0;        // place in the buffer of the next frame
-  int64_t limit_ = 0;        // bytes in the buffer
-  int64_t unread_ = 0;       // bytes of the file beyond the buffer
-  int64_t begin_ = 0;        // the record in hand: begin_..end_-1,
-  int64_t at_ = 0;           // of which at_ is the next byte to take
-  int64_t end_ = 0;
+  std::int64_t frame_ = 0;   // place in the buffer of the next frame
+  std::int64_t limit_ = 0;   // bytes in the buffer
+  std::int64_t unread_ = 0;  // bytes of the file beyond the buffer
+  std::int64_t begin_ = 0;   // the current record: begin_..end_-1,
+  std::int64_t at_ = 0;      // of which at_ is the next byte to take
+  std::int64_t end_ = 0;
   int code_ = -1;
   bool broken_ = false;
 };
@@ -139,36 +139,36 @@ public:
   bool is_open() const { return sink_.is_open(); }
   bool ok() const { return ok_; }
 
-  // Takes the storage for records of up to n bytes, so that writing them, in this file and in
-  // those opened later, takes none. False when it can't be had.
-  bool reserve(int64_t n);
-  int64_t room() const { return static_cast<int64_t>(buffer_.capacity()); } // bytes held
+  // Allocates room for records of up to n bytes, so that writing them, in this file and in
+  // those opened later, allocates nothing. False when storage runs out.
+  bool reserve(std::int64_t n);
+  std::int64_t room() const { return static_cast<std::int64_t>(buffer_.capacity()); } // bytes held
 
   void begin();
-  void put(int32_t x) { put_bytes(&x, 4); }
-  void put(int64_t x) { put_bytes(&x, 8); }
+  void put(std::int32_t x) { put_bytes(&x, 4); }
+  void put(std::int64_t x) { put_bytes(&x, 8); }
   void put(float x) { put_bytes(&x, 4); }
   void put(double x) { put_bytes(&x, 8); }
-  void put(bool x) { put(static_cast<int32_t>(x)); }
-  void put(const int32_t* x, int64_t n) { put_array(x, n, 4); }
-  void put(const int64_t* x, int64_t n) { put_array(x, n, 8); }
-  void put(const float* x, int64_t n) { put_array(x, n, 4); }
-  void put(const double* x, int64_t n) { put_array(x, n, 8); }
-  void put(const uint8_t* x, int64_t n);        // n logicals: 1 for any value but 0
-  void put(const void*) = delete;               // a pointer is not a logical
-  void put_text(std::string_view x, int64_t n); // first n bytes, blank padded
-  bool end();                                   // frames the record
+  void put(bool x) { put(static_cast<std::int32_t>(x)); }
+  void put(const std::int32_t* x, std::int64_t n) { put_array(x, n, 4); }
+  void put(const std::int64_t* x, std::int64_t n) { put_array(x, n, 8); }
+  void put(const float* x, std::int64_t n) { put_array(x, n, 4); }
+  void put(const double* x, std::int64_t n) { put_array(x, n, 8); }
+  void put(const std::uint8_t* x, std::int64_t n);   // n logicals: 1 for any value but 0
+  void put(const void*) = delete;                    // a pointer is not a logical
+  void put_text(std::string_view x, std::int64_t n); // first n bytes, blank padded
+  bool end();                                        // frames the record
 
   bool flush(); // all ended records handed to the system
   bool close(); // flushes; false too when a record was left open
 
 private:
-  void put_bytes(const void* x, int64_t n);
-  void put_array(const void* x, int64_t n, int64_t width);
+  void put_bytes(const void* x, std::int64_t n);
+  void put_array(const void* x, std::int64_t n, std::int64_t width);
 
   byte_sink sink_;
-  std::vector<char> buffer_; // ended records, then the one in hand
-  int64_t start_ = -1;       // place in the buffer of the open record's frame, or -1
+  std::vector<char> buffer_; // ended records, then the current one
+  std::int64_t start_ = -1;  // place in the buffer of the open record's frame, or -1
   bool ok_ = true;
 };
 

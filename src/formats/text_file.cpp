@@ -34,7 +34,7 @@ bool text_writer::line(std::string_view text) {
 }
 
 bool text_writer::flush() {
-  if (ok_ && !buffer_.empty()) ok_ = sink_.write(buffer_.data(), static_cast<int64_t>(buffer_.size()));
+  if (ok_ && !buffer_.empty()) ok_ = sink_.write(buffer_.data(), static_cast<std::int64_t>(buffer_.size()));
   buffer_.clear();
   return ok_;
 }
@@ -58,7 +58,7 @@ bool rewrite_line(const std::string& path, std::string_view text) {
     longer.append(text) += '\n';
     line = longer.data();
   }
-  const auto length = static_cast<int64_t>(text.size()) + 1;
+  const auto length = static_cast<std::int64_t>(text.size()) + 1;
   byte_sink file;
   // a line of the same length is overwritten in place, without a new file
   if (size_of_file(path) == length)
@@ -87,7 +87,7 @@ void byte_reader::close() {
 
 bool byte_reader::fill() {
   at_ = 0;
-  limit_ = static_cast<std::size_t>(source_.read(buffer_.data(), static_cast<int64_t>(buffer_.size())));
+  limit_ = static_cast<std::size_t>(source_.read(buffer_.data(), static_cast<std::int64_t>(buffer_.size())));
   return limit_ > 0;
 }
 

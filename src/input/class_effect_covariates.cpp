@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view integers_file = "RCDATA_I";
 constexpr std::string_view routine = "FETOCV";
 
-// What the list of the user is held against.
+// What the user's list is checked against.
 struct user_list {
   const model_records& m;
   const equation_layout& layout;

@@ -18,9 +18,9 @@ namespace zeph {
 inline constexpr double least_deviation = static_cast<double>(1.0E-20F);
 
 // Prints the user's list (asked.FETOCV, asked.stdef) on the listing, finds each effect and
-// the regressions it feeds, and takes the stores of design.covariates. Effect e of
+// the regressions it feeds, and allocates the stores of design.covariates. Effect e of
 // a trait is the one with input number EF_INP(e): a "fixed" effect with equations,
-// or a random effect, which goes before; of a random one the solutions are those
+// or a random effect, which takes precedence; of a random one the solutions are those
 // of the row that the trait's first contribution has in the factor. It feeds all
 // plain and nested regressions, of any trait, whose covariable is in its list; one
 // that no regression has feeds nothing, and of the same one twice the last pair counts.

@@ -38,7 +38,7 @@ void rewind_codes(code_table& table, const reporting& report);
 // outside 1..levels is illegal input.
 code_record next_code(code_table& table, std::int64_t i2, std::int32_t levels, reporting& report);
 
-// Passes over the records of all levels of an effect.
+// Skips the records of all levels of an effect.
 void skip_codes(code_table& table, std::int32_t levels, reporting& report);
 
 // Walks the whole table once, so that a fault in it ends the run before its first round.

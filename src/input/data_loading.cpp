@@ -30,7 +30,7 @@ constexpr float latent_shift = -0.1F;
 constexpr float below_all = -999999.0F; // kept: the open bounds of censored values are these finite numbers
 constexpr float above_all = 999999.0F;
 
-// The record in hand and the work area of its row.
+// The current record and the work area of its row.
 struct data_record {
   std::int64_t r = 0;         // its number, from 1
   std::int32_t mask = 0;      // present traits
@@ -39,7 +39,7 @@ struct data_record {
   std::vector<bool> scaled;   // nt: observations are of a latent scale
   mat<std::int32_t> freg_grp; // nt x mxreg: group of each regression, 0: none
   vec<std::uint64_t> keys;    // m: equation number, below it the order of building
-  std::int32_t entries = 0;   // of the row in build
+  std::int32_t entries = 0;   // of the row under construction
 };
 
 // What a record is loaded with.

@@ -13,7 +13,7 @@ namespace zeph {
 // input: file, item, record, value; code 16). Prints the number of records.
 // Returns 0; 1 when there is no first record or a relationship file has none;
 // 2 when the number of records differs from the model's (records beyond it are
-// counted, not stored). A store that can't be had goes to the allocation report.
+// counted, not stored). A failed allocation goes to the allocation report.
 int READTOMEM(const model_records& m, const equation_layout& layout, design_store& design,
               relationship_store& relations, reporting& report);
 

@@ -12,7 +12,7 @@ struct design_store {
   std::int32_t m = 0;    // largest number of entries of a record
   std::int32_t nobs = 0; // records held (those read, at most the model's number)
 
-  // working row of the record in build: 7 x m and m
+  // working row of the record being loaded: 7 x m and m
   mat<std::int32_t> XD;
   vec<double> ZD;
 

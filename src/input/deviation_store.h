@@ -27,7 +27,7 @@ struct deviation_store {
   vec<std::int32_t> traits_ptd; // nt: traits of a level that have progeny
 };
 
-// Takes the stores of the factor TD_FACTOR of the model, all zero, and finds the
+// Allocates the stores of the factor TD_FACTOR of the model, all zero, and finds the
 // rows of the traits in it: the first of the factor's rows that names the trait;
 // where none names any, the row of the trait's number. Nothing without L_TD.
 void allocate_deviations(const model_records& m, deviation_store& d, reporting& report);

@@ -24,7 +24,7 @@ struct mixture_store {
   bool membership_made[2] = {false, false}; // mixz_prob and mixz_last were made in this run
 };
 
-// Takes the stores when a trait is of kind 5, 7 or 8. In each trait that carries
+// Allocates the stores when a trait is of kind 5, 7 or 8. In each trait that carries
 // mixture regressions MIX_EQ_TYPE becomes the number of the indicator trait: the
 // last one of kind 5, 7 or 8 whose column of the data (TRAIT_INP) is the
 // covariable of such a regression (REG_INP); without one it stays.

@@ -21,7 +21,7 @@ constexpr int end_of_file = -1; // code of a record read: the end, or a broken f
 constexpr std::string_view modinf_version = "6";
 constexpr std::string_view modinf_release = "5.6";
 
-// A text row as the allocation door sees it: texts come into being blank, in
+// A text row as the allocation door sees it: texts are created blank, in
 // their full width.
 struct blank_texts {
   text_row& row;

@@ -10,7 +10,7 @@ namespace zeph {
 // or 1 after a wrong version or an unexpected end of file (both reported on the
 // listing). A record too short for its items gives a line with its label and
 // the code, and reading continues. Sizes are checked before each allocation;
-// an illegal one, or storage that can't be had, stops with code 16.
+// an illegal one, or a failed allocation, stops with code 16.
 int QVAMRD(model_records& m, reporting& report);
 
 // For a writer of the file: all sizes of `m` are set (those of MODEL and RMAT

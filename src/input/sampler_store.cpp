@@ -9,7 +9,7 @@
 namespace zeph {
 namespace {
 
-// Storage without a report: false when it can't be had.
+// Allocates without a report: false when storage runs out.
 template <class T, int N, class... A> bool taken(reporting& report, array<T, N>& x, A... sizes) {
   return door_opens(report) && x.take(sizes...);
 }

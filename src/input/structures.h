@@ -9,7 +9,7 @@
 
 namespace zeph {
 
-// In the order of the rows of STRUCTURES.
+// In the order of the rows of structure_rows.
 enum class structure_kind : std::int32_t {
   identity,
   pedigree,
@@ -42,7 +42,7 @@ inline constexpr std::string_view snp_heading = " First 250 SNP equations for Ra
 inline constexpr std::string_view qtl_heading = " First 250 QTL equations for Random Factor ";
 
 // The kinds that most factors have come first: a name is looked up from the top.
-inline constexpr std::array<structure_row, 8> STRUCTURES = {{
+inline constexpr std::array<structure_row, 8> structure_rows = {{
     // kind, name, prefix, block, related sum, equation, heading
     {structure_kind::identity, "I", "", equation_block::plain, false, "I(x)G0    ", plain_heading},
     {structure_kind::pedigree, "PED", "AINV", equation_block::pedigree, true, "A(x)G0    ", animal_heading},
@@ -56,7 +56,7 @@ inline constexpr std::array<structure_row, 8> STRUCTURES = {{
 }};
 
 constexpr const structure_row& row_of(structure_kind kind) {
-  return STRUCTURES.at(static_cast<std::size_t>(kind)); // not of structure_kind::unknown
+  return structure_rows.at(static_cast<std::size_t>(kind)); // not of structure_kind::unknown
 }
 
 // Of a factor; `unknown` when its name is in no row. count_equations stops at

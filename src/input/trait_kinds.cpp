@@ -15,15 +15,15 @@ constexpr trait_kind_row unmoved = without_row(false), moved = without_row(true)
 } // namespace
 
 const trait_kind_row& kind_of(std::int32_t number) {
-  for (const trait_kind_row& row : TRAIT_KINDS)
+  for (const trait_kind_row& row : kind_rows)
     if (row.number == number) return row;
   return number >= first_moved ? moved : unmoved;
 }
 
 std::string legal_kinds() {
   std::string text;
-  for (const trait_kind_row& row : TRAIT_KINDS) {
-    if (!text.empty()) text += row.number == TRAIT_KINDS.back().number ? " or " : ", ";
+  for (const trait_kind_row& row : kind_rows) {
+    if (!text.empty()) text += row.number == kind_rows.back().number ? " or " : ", ";
     text += std::to_string(row.number);
   }
   return text;

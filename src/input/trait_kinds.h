@@ -36,7 +36,7 @@ struct trait_kind_row {
   constexpr bool forgotten() const { return pass != value_pass::none && !stored; }
 };
 
-inline constexpr std::array<trait_kind_row, 7> TRAIT_KINDS = {{
+inline constexpr std::array<trait_kind_row, 7> kind_rows = {{
     // number, word, variance, pass, scaled, stored, thresholds, proportion, indicator
     {trait_gaussian, "gaussian", residual_variance::free, value_pass::none, false, false, false, false,
      false},

@@ -250,6 +250,7 @@ float sweep_pedigree_matrix(jump_store& jump, std::int32_t n) {
     sweep(i, work.packed.data(), n, least_pivot, work.swept.data(), pivot, info);
   }
   std::copy_n(work.packed.data() + n * (n - 1) / 2, n - 1, work.b.data());
+  // kept: the standard deviation is a 32-bit number
   return static_cast<float>(std::sqrt(work.packed(ihmij(n, n, n))));
 }
 

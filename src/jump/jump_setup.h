@@ -14,7 +14,7 @@ namespace zeph {
 void set_structure(model_records& m, equation_layout& layout, const std::vector<std::int32_t>& model,
                    std::int32_t k, std::int32_t record);
 inline void set_structure(jump_records& r, const std::vector<std::int32_t>& model, std::int32_t k) {
-  set_structure(r.model, r.scan.layout, model, k, k); // the factor's number does duty as trait number
+  set_structure(r.model, r.scan.layout, model, k, k); // the factor's number serves as trait number
 }
 
 // GIF(:,:,k) = inverse of the leading block of COV_MAT of factor k, of the order that the

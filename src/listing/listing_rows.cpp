@@ -1,6 +1,7 @@
-// kept: some texts are misspelt and stay so, since readers search for them as they are: "More then",
+// kept: some texts are misspelt and stay so, since readers search for them as they are: "Kode", "More then",
 // "calle with", "graceously", "switchning ocure", "occure", "Retur status", "messaged", "wth exit",
-// "infomation(s)", "filen", "reccords", "obsevations", "catagorical", "the once used", "file wiht".
+// "infomation(s)", "filen", "reccords", "obsevations", "catagorical", "Catagory", "cencored",
+// "the once used", "file wiht".
 #include "listing/listing_rows.h"
 
 #include "formats/column_format.h"

@@ -11,7 +11,7 @@ namespace zeph {
 
 struct reporting;
 
-// Appends lines to the `.log` file. A log that can't be written is passed over,
+// Appends lines to the `.log` file. A log that can't be written is ignored,
 // since the listing has the same words.
 void append_log(const reporting& report, const std::vector<std::string>& lines);
 

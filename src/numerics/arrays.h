@@ -118,7 +118,7 @@ public:
     for (T& cell : *this) cell = value;
   }
 
-  // Takes zeroed storage for these axes; false when it can't be had. Called by
+  // Allocates zeroed storage for these axes; false when there is none. Called by
   // `allocate` only, and by work areas of trait size.
   template <class... A> bool take(A... sizes) {
     static_assert(sizeof...(A) == N);

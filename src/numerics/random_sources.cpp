@@ -126,7 +126,7 @@ void ranmar_refill(marsaglia_source& source) {
     advance(source, passed);
     source.count = marsaglia_source::block;
     if (!make_block(source)) return;
-    // zeros: those at the head are passed over, the next one ends the block
+    // zeros: those at the head are skipped, the next one ends the block
     const auto drawn = std::find_if(first, source.uni.end(), [](std::int32_t v) { return v != 0; });
     passed = static_cast<std::int32_t>(drawn - first);
     if (passed > 0) continue;

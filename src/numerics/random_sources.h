@@ -66,7 +66,7 @@ struct marsaglia_source {
 void RMARIN(marsaglia_source& source, std::int32_t ij, std::int32_t kl);
 
 // Makes the next block once the last one has been used up; a draw follows. An exact
-// 0, which the published routine can give, is passed over, so that a logarithm of
+// 0, which the published routine can give, is skipped, so that a logarithm of
 // a uniform is always defined. An unstarted source stops.
 void ranmar_refill(marsaglia_source& source);
 

@@ -20,7 +20,7 @@ void allocation_failure(reporting& report, std::string_view routine, std::string
                         std::int64_t elements, int status, std::string_view message) {
   const std::string name = short_program_name(report);
   std::vector<std::string> rows, log = {name + " FATAL ERROR", ""};
-  // the listing in free format; the log T2, A, A: the value as text at once beyond its label
+  // the listing in free format; the log T2, A, A: the value as text right after its label
   const auto add = [&](std::string_view label, std::string_view value, const std::string& row) {
     rows.push_back(row);
     log.push_back(" " + std::string(label) + std::string(value));

@@ -13,7 +13,7 @@ struct reporting;
 bool door_opens(reporting& report);
 
 // Report of a failed allocation, on the listing and on the `.log` file, code 16.
-// status: 41 for storage that could not be had.
+// status: 41 when storage ran out.
 inline constexpr int allocation_status = 41;
 [[noreturn]] void allocation_failure(reporting& report, std::string_view routine, std::string_view variable,
                                      std::int64_t elements, int status, std::string_view message = "");

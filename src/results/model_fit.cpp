@@ -13,7 +13,7 @@ namespace zeph {
 namespace {
 
 // The value v of the next row; false after the last row. Round and model
-// vector are passed over as reals, so that no round is too large.
+// vector are read as reals and dropped, so that no round is too large.
 bool next_row(free_reader& py, std::int32_t n_vector, std::int64_t row, double& v, reporting& report) {
   py.begin_read();
   int code = 0;

@@ -74,7 +74,7 @@ void write_row(writer_state& w, const row_numbers& iout, const row_values& rout)
   if (!w.out.line(w.line.str())) write_fault(w.report, w.file, "write");
 }
 
-// Ends the listing row in build with its values.
+// Ends the current listing row with its values.
 void list_row(writer_state& w, const row_values& rout) {
   for (int i = 0; i < w.form.nr; ++i) w.line.G(rout[static_cast<std::size_t>(i)], 20, 6);
   list(w, w.line.str());
@@ -229,7 +229,7 @@ void write_ordinary_blocks(writer_state& w) {
 int SOLWRITE(std::int32_t option, const model_records& m, const vec<std::int32_t>& IREST,
              std::int32_t n_IREST, vec<double>& first, vec<double>& second, std::string_view file,
              reporting& report) {
-  // 1. The option: tens and unit digit, the tens in 32-bit arithmetic.
+  // The option: tens and unit digit; kept: the tens by a product of 32-bit numbers.
   const int tens = static_cast<int>(static_cast<float>(option) * 0.1F);
   const int unit = option % 10;
   if (tens >= 3) refuse_option(option, report);
@@ -240,17 +240,17 @@ int SOLWRITE(std::int32_t option, const model_records& m, const vec<std::int32_t
   writer_state w{m,  first, second, file, report, unit, unit_forms[static_cast<std::size_t>(unit)],
                  {}, {},    {}};
 
-  // 2. Restricted equations have no error.
+  // Restricted equations have no error.
   if (unit == 4 || unit == 6)
     for (std::int32_t i = 1; i <= n_IREST; ++i) second(IREST(i)) = 0;
 
-  // 3. Only the genomic effects, of which there are none: nothing for the file.
+  // Only the genomic effects, of which there are none: nothing for the file.
   if (tens == 2) {
     list_title(w);
     return 0;
   }
 
-  // 4. The whole file: header row, then the blocks.
+  // The whole file: header row, then the blocks.
   whole_file whole(path_of(report, file));
   if (!w.out.open(whole.path())) write_fault(report, file, "open");
   rewind_codes(w.codes, report);

@@ -21,9 +21,9 @@ TEST(seeds_of_chain, continue_by_fixed_steps_around_the_ranges) {
 
 TEST(seeds_of_chain, have_all_A_different_and_within_the_ranges) {
   std::set<int> seen;
-  for (int k = 1; k <= largest_A; ++k) {
+  for (int k = 1; k <= largest_a; ++k) {
     const seed_pair s = seeds_of_chain({20000, 30000}, k);
-    ASSERT_TRUE(s.A >= 1 && s.A <= largest_A && s.B >= 1 && s.B <= largest_B) << k;
+    ASSERT_TRUE(s.A >= 1 && s.A <= largest_a && s.B >= 1 && s.B <= largest_b) << k;
     seen.insert(s.A);
   }
   EXPECT_EQ(seen.size(), 31328U);
@@ -38,7 +38,7 @@ TEST(without_zeros, keeps_given_seeds_and_takes_the_others_from_the_text_alone) 
   EXPECT_NE(without_zeros({0, 0}, "abd"), (seed_pair{a.A, b.B}));
   for (int i = 0; i < 1000; ++i) {
     const seed_pair s = without_zeros({0, 0}, std::to_string(i));
-    ASSERT_TRUE(s.A >= 1 && s.A <= largest_A && s.B >= 1 && s.B <= largest_B) << i;
+    ASSERT_TRUE(s.A >= 1 && s.A <= largest_a && s.B >= 1 && s.B <= largest_b) << i;
   }
 }
 

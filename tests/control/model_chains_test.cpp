@@ -143,7 +143,7 @@ TEST(run_models, begins_again_with_round_1_of_the_first_model_after_a_restart) {
   const auto rows = rows_of(c.directory.read("lpm"));
   ASSERT_EQ(rows.size(), 2U);
   EXPECT_EQ(rows[0][0], 1.0);
-  EXPECT_EQ(rows[0][2], 10.0); // rounds 2, 4, .. 20: burn-in is passed over
+  EXPECT_EQ(rows[0][2], 10.0); // rounds 2, 4, .. 20: burn-in is skipped
   EXPECT_EQ(rows_of(c.directory.read("py")).front().front(), 2.0);
 }
 

@@ -181,7 +181,7 @@ TEST(column_format, G_gives_the_text_of_the_table) {
 
 TEST(column_format, I_gives_the_text_of_the_table) {
   struct integer_case {
-    int64_t x;
+    std::int64_t x;
     int w, m;
     const char* text;
   };
@@ -198,9 +198,9 @@ TEST(column_format, I_gives_the_text_of_the_table) {
       {12345, 4, 1, "****"},
       {-1234, 4, 1, "****"},
       {12345, 6, 3, " 12345"},
-      {std::numeric_limits<int64_t>::min(), 20, 1, "-9223372036854775808"}, // -2^63
-      {std::numeric_limits<int64_t>::min(), 19, 1, "*******************"},
-      {std::numeric_limits<int64_t>::max(), 19, 1, "9223372036854775807"},
+      {std::numeric_limits<std::int64_t>::min(), 20, 1, "-9223372036854775808"}, // -2^63
+      {std::numeric_limits<std::int64_t>::min(), 19, 1, "*******************"},
+      {std::numeric_limits<std::int64_t>::max(), 19, 1, "9223372036854775807"},
       {1, 0, 1, ""},
   };
   for (const auto& [x, w, m, text] : cases) EXPECT_EQ(format_I(x, w, m), text) << x << " I" << w << "." << m;

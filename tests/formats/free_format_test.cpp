@@ -15,7 +15,7 @@ using zeph::free_row;
 using zeph_test::scratch_file;
 
 // One read that takes one integer: its code, and the value in x.
-int read_integer(std::string_view content, int32_t& x) {
+int read_integer(std::string_view content, std::int32_t& x) {
   const scratch_file file(content);
   free_reader reader;
   EXPECT_TRUE(reader.open(file.path()));
@@ -32,8 +32,8 @@ int read_real(std::string_view content, double& x) {
 }
 
 // The value, or a number that no test expects.
-int32_t integer_of(std::string_view content) {
-  int32_t x = -77;
+std::int32_t integer_of(std::string_view content) {
+  std::int32_t x = -77;
   EXPECT_EQ(read_integer(content, x), 0) << content;
   return x;
 }
@@ -44,8 +44,8 @@ double real_of(std::string_view content) {
   return x;
 }
 
-int32_t next_integer(free_reader& reader) {
-  int32_t x = -77;
+std::int32_t next_integer(free_reader& reader) {
+  std::int32_t x = -77;
   EXPECT_EQ(reader.integer(x), 0);
   return x;
 }
@@ -56,7 +56,7 @@ TEST(free_reader, missing_file_and_directory_do_not_open) {
   EXPECT_FALSE(reader.open(file.path()));
   EXPECT_FALSE(reader.open(file.directory()));
   EXPECT_FALSE(reader.is_open());
-  int32_t x = 5;
+  std::int32_t x = 5;
   reader.begin_read();
   EXPECT_EQ(reader.integer(x), -1);
   EXPECT_EQ(x, 5);
@@ -67,8 +67,8 @@ TEST(free_reader, blanks_tabs_commas_and_carriage_returns_separate) {
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
   reader.begin_read();
-  for (int32_t i = 1; i <= 8; ++i) EXPECT_EQ(next_integer(reader), i);
-  int32_t x = 0;
+  for (std::int32_t i = 1; i <= 8; ++i) EXPECT_EQ(next_integer(reader), i);
+  std::int32_t x = 0;
   EXPECT_EQ(reader.integer(x), -1);
 }
 
@@ -77,7 +77,7 @@ TEST(free_reader, a_read_takes_lines_as_needed_and_drops_the_rest_of_the_last) {
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
   reader.begin_read();
-  for (int32_t i = 1; i <= 4; ++i) EXPECT_EQ(next_integer(reader), i);
+  for (std::int32_t i = 1; i <= 4; ++i) EXPECT_EQ(next_integer(reader), i);
   reader.end_read(); // drops 5
   reader.begin_read();
   EXPECT_EQ(next_integer(reader), 6);
@@ -87,7 +87,7 @@ TEST(free_reader, each_read_starts_on_a_fresh_line_also_when_the_last_was_not_en
   const scratch_file file("1 2\n3 4\n5");
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
-  for (const int32_t first : {1, 3, 5}) {
+  for (const std::int32_t first : {1, 3, 5}) {
     reader.begin_read();
     EXPECT_EQ(next_integer(reader), first);
   }
@@ -110,7 +110,7 @@ TEST(free_reader, end_of_file_before_the_last_value_is_minus_one) {
   reader.begin_read();
   EXPECT_EQ(next_integer(reader), 1);
   EXPECT_EQ(next_integer(reader), 2);
-  int32_t x = 9;
+  std::int32_t x = 9;
   EXPECT_EQ(reader.integer(x), -1);
   EXPECT_EQ(reader.integer(x), -1);
   reader.end_read();
@@ -121,7 +121,7 @@ TEST(free_reader, end_of_file_before_the_last_value_is_minus_one) {
 
 TEST(free_reader, empty_and_blank_files_are_at_their_end) {
   for (const char* content : {"", "\n", " \r\n\n\t,,\n"}) {
-    int32_t x = 3;
+    std::int32_t x = 3;
     EXPECT_EQ(read_integer(content, x), -1);
     EXPECT_EQ(x, 3);
   }
@@ -139,7 +139,7 @@ TEST(free_reader, integers_reach_to_the_ends_of_32_bits) {
   EXPECT_EQ(integer_of("2147483647"), 2147483647);
   EXPECT_EQ(integer_of("-2147483648"), -2147483647 - 1);
   for (const char* content : {"2147483648", "-2147483649", "99999999999999999999999999"}) {
-    int32_t x = 3;
+    std::int32_t x = 3;
     EXPECT_EQ(read_integer(content, x), 59) << content;
     EXPECT_EQ(x, 3);
   }
@@ -148,7 +148,7 @@ TEST(free_reader, integers_reach_to_the_ends_of_32_bits) {
 TEST(free_reader, tokens_that_are_no_integer_are_59) {
   for (const char* content : {"1.5", "5.", "1e3", "abc", "7x", "+", "-", "+-5", "--5", "++5", "0x10", "'7'",
                               "/", "NaN", ";", "1;2"}) {
-    int32_t x = 3;
+    std::int32_t x = 3;
     EXPECT_EQ(read_integer(content, x), 59) << content;
     EXPECT_EQ(x, 3);
   }
@@ -158,7 +158,7 @@ TEST(free_reader, a_bad_token_is_passed_and_the_read_can_continue) {
   const scratch_file file("a 2 b\n3");
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
-  int32_t x = 0;
+  std::int32_t x = 0;
   reader.begin_read();
   EXPECT_EQ(reader.integer(x), 59);
   EXPECT_EQ(next_integer(reader), 2);
@@ -248,7 +248,7 @@ TEST(free_reader, a_huge_repeat_is_counted_and_not_stored) {
 
 TEST(free_reader, repeats_that_are_none_are_59) {
   for (const char* content : {"0*5", "-2*5", "+2*5", "*5", "3*", "2*3*4", "a*5", "1.5*2", "2*x"}) {
-    int32_t x = 3;
+    std::int32_t x = 3;
     EXPECT_EQ(read_integer(content, x), 59) << content;
     EXPECT_EQ(x, 3);
   }
@@ -262,7 +262,7 @@ TEST(free_reader, lines_may_be_longer_than_any_buffer) {
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
   reader.begin_read();
-  for (int32_t i = 1; i <= 100000; ++i) ASSERT_EQ(next_integer(reader), i);
+  for (std::int32_t i = 1; i <= 100000; ++i) ASSERT_EQ(next_integer(reader), i);
   reader.rewind();
   reader.begin_read();
   EXPECT_EQ(next_integer(reader), 1);
@@ -275,7 +275,7 @@ TEST(free_reader, a_token_without_end_is_59_and_passed) {
   const scratch_file file(std::string(200000, '1') + " 4");
   free_reader reader;
   ASSERT_TRUE(reader.open(file.path()));
-  int32_t x = 0;
+  std::int32_t x = 0;
   EXPECT_EQ(reader.integer(x), 59);
   EXPECT_EQ(next_integer(reader), 4);
 }
@@ -299,7 +299,7 @@ TEST(free_row, integers_fill_11_columns_after_a_blank) {
   EXPECT_EQ(free_row().i(7).str(), "           7");
   EXPECT_EQ(free_row().i(-1234567890).str(), " -1234567890");
   EXPECT_EQ(free_row().i(123456789012).str(), " 123456789012"); // wider than its field
-  EXPECT_EQ(free_row().i(std::numeric_limits<int64_t>::min()).str(), " -9223372036854775808");
+  EXPECT_EQ(free_row().i(std::numeric_limits<std::int64_t>::min()).str(), " -9223372036854775808");
 }
 
 TEST(free_row, reals_of_64_bits_fill_24_columns_with_16_digits) {

@@ -46,13 +46,13 @@ TEST(sequential_reader, reads_hand_written_bytes_of_every_type) {
   ASSERT_TRUE(in.open(file.path()));
   ASSERT_EQ(in.next(), 0);
   EXPECT_EQ(in.record_length(), 40);
-  int32_t i4 = 0;
-  int64_t i8 = 0;
+  std::int32_t i4 = 0;
+  std::int64_t i8 = 0;
   float r4 = 0;
   double r8 = 0;
   bool l4 = false;
   std::string c4;
-  uint8_t flags[2] = {9, 9};
+  std::uint8_t flags[2] = {9, 9};
   in.take(i4);
   in.take(i8);
   in.take(r4);
@@ -78,10 +78,10 @@ TEST(sequential_writer, writes_hand_written_bytes_of_every_type) {
   const scratch_file file;
   sequential_writer out;
   ASSERT_TRUE(out.open(file.path()));
-  const uint8_t flags[2] = {0, 7}; // any value but 0 is true, written as 1
+  const std::uint8_t flags[2] = {0, 7}; // any value but 0 is true, written as 1
   out.begin();
-  out.put(int32_t{-2});
-  out.put(int64_t{4294967301});
+  out.put(std::int32_t{-2});
+  out.put(std::int64_t{4294967301});
   out.put(1.5F);
   out.put(-2.0);
   out.put(true);
@@ -119,7 +119,7 @@ TEST(sequential_reader, the_lowest_bit_makes_a_logical_true) {
   }
   in.rewind();
   ASSERT_EQ(in.next(), 0);
-  uint8_t flags[5];
+  std::uint8_t flags[5];
   in.take(flags, 5);
   for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(flags[i], expected[i] ? 1 : 0);
 }
@@ -170,7 +170,7 @@ TEST(sequential_reader, every_broken_frame_is_minus_one_after_the_good_record) {
     sequential_reader in;
     ASSERT_TRUE(in.open(file.path()));
     ASSERT_EQ(in.next(), 0) << what;
-    int32_t x = 0;
+    std::int32_t x = 0;
     in.take(x);
     EXPECT_EQ(x, 7) << what;
     EXPECT_EQ(in.next(), -1) << what;
@@ -201,7 +201,7 @@ TEST(sequential_reader, a_short_record_fills_what_fits_and_is_67_until_the_next)
   sequential_reader in;
   ASSERT_TRUE(in.open(file.path()));
   ASSERT_EQ(in.next(), 0);
-  int32_t a = 0, b = 0;
+  std::int32_t a = 0, b = 0;
   in.take(a);
   EXPECT_EQ(in.code(), 0);
   in.take(b);
@@ -220,10 +220,10 @@ TEST(sequential_reader, no_item_fits_after_one_that_did_not) {
   ASSERT_TRUE(in.open(file.path()));
   ASSERT_EQ(in.next(), 0);
   double wide = 0;
-  int32_t narrow = 0;
+  std::int32_t narrow = 0;
   bool flag = true;
   std::string text = "x";
-  uint8_t flags[1] = {5};
+  std::uint8_t flags[1] = {5};
   in.take(wide); // 8 bytes of 4
   in.take(narrow);
   in.take(flag);
@@ -244,7 +244,7 @@ TEST(sequential_reader, of_a_short_array_the_elements_that_fit_are_filled) {
   sequential_reader in;
   ASSERT_TRUE(in.open(file.path()));
   ASSERT_EQ(in.next(), 0);
-  int32_t x[4] = {0, 0, 0, 0};
+  std::int32_t x[4] = {0, 0, 0, 0};
   in.take(x, 4);
   EXPECT_EQ(in.code(), 67);
   EXPECT_EQ(x[0], 1);
@@ -253,7 +253,7 @@ TEST(sequential_reader, of_a_short_array_the_elements_that_fit_are_filled) {
   EXPECT_EQ(x[3], 0);
   in.rewind();
   ASSERT_EQ(in.next(), 0);
-  uint8_t flags[4] = {0, 0, 0, 0};
+  std::uint8_t flags[4] = {0, 0, 0, 0};
   in.take(flags, 4);
   EXPECT_EQ(in.code(), 67);
   EXPECT_EQ(flags[0], 1);
@@ -266,7 +266,7 @@ TEST(sequential_reader, the_rest_of_a_longer_record_is_dropped) {
   sequential_reader in;
   ASSERT_TRUE(in.open(file.path()));
   ASSERT_EQ(in.next(), 0);
-  int32_t x = 0;
+  std::int32_t x = 0;
   in.take(x);
   EXPECT_EQ(in.code(), 0);
   EXPECT_EQ(in.bytes_left(), 36);
@@ -298,7 +298,7 @@ TEST(sequential_reader, a_record_of_length_zero_is_a_record) {
   EXPECT_EQ(in.record_length(), 0);
   in.take(static_cast<double*>(nullptr), 0);
   EXPECT_EQ(in.code(), 0);
-  int32_t x = 1;
+  std::int32_t x = 1;
   in.take(x);
   EXPECT_EQ(in.code(), 67);
   EXPECT_EQ(x, 1);
@@ -320,9 +320,10 @@ TEST(sequential_writer, a_record_without_items_has_two_lengths_of_zero) {
 }
 
 TEST(sequential_file, extreme_values_and_arrays_come_back) {
-  const std::vector<int32_t> i4 = {std::numeric_limits<int32_t>::min(), -1, 0, 1,
-                                   std::numeric_limits<int32_t>::max()};
-  const std::vector<int64_t> i8 = {std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max()};
+  const std::vector<std::int32_t> i4 = {std::numeric_limits<std::int32_t>::min(), -1, 0, 1,
+                                        std::numeric_limits<std::int32_t>::max()};
+  const std::vector<std::int64_t> i8 = {std::numeric_limits<std::int64_t>::min(),
+                                        std::numeric_limits<std::int64_t>::max()};
   const std::vector<float> r4 = {0.1F, std::numeric_limits<float>::denorm_min(),
                                  std::numeric_limits<float>::max()};
   const std::vector<double> r8 = {0.1, -std::numeric_limits<double>::infinity(),
@@ -344,8 +345,8 @@ TEST(sequential_file, extreme_values_and_arrays_come_back) {
   sequential_reader in;
   ASSERT_TRUE(in.open(file.path()));
   ASSERT_EQ(in.next(), 0);
-  std::vector<int32_t> i4_back(5);
-  std::vector<int64_t> i8_back(2);
+  std::vector<std::int32_t> i4_back(5);
+  std::vector<std::int64_t> i8_back(2);
   std::vector<float> r4_back(3);
   std::vector<double> r8_back(3);
   double nan = 0, minus_zero = 1;
@@ -375,7 +376,7 @@ TEST(sequential_file, records_cross_and_outgrow_the_buffer) {
   for (int r = 0; r < 300; ++r) {
     for (int i = 0; i < doubles_of(r); ++i) data[static_cast<std::size_t>(i)] = r + i * 0.5;
     out.begin();
-    out.put(int32_t{r});
+    out.put(std::int32_t{r});
     out.put(data.data(), doubles_of(r));
     ASSERT_TRUE(out.end());
   }
@@ -387,7 +388,7 @@ TEST(sequential_file, records_cross_and_outgrow_the_buffer) {
     for (int r = 0; r < 300; ++r) {
       ASSERT_EQ(in.next(), 0);
       ASSERT_EQ(in.record_length(), 4 + 8 * doubles_of(r));
-      int32_t number = -1;
+      std::int32_t number = -1;
       in.take(number);
       ASSERT_EQ(number, r);
       in.take(data.data(), doubles_of(r));
@@ -422,7 +423,7 @@ TEST(sequential_reader, a_reader_can_be_closed_and_opened_again) {
   ASSERT_TRUE(in.open(first.path()));
   ASSERT_TRUE(in.open(second.path()));
   ASSERT_EQ(in.next(), 0);
-  int32_t x = 0;
+  std::int32_t x = 0;
   in.take(x);
   EXPECT_EQ(x, 2);
 }
@@ -432,10 +433,10 @@ TEST(sequential_writer, flush_hands_over_the_ended_records_only) {
   sequential_writer out;
   ASSERT_TRUE(out.open(file.path()));
   out.begin();
-  out.put(int32_t{1});
+  out.put(std::int32_t{1});
   ASSERT_TRUE(out.end());
   out.begin();
-  out.put(int32_t{2});
+  out.put(std::int32_t{2});
   ASSERT_TRUE(out.flush());
   EXPECT_EQ(file.read(), frame_of(1));
   ASSERT_TRUE(out.end());
@@ -449,7 +450,7 @@ TEST(sequential_writer, the_destructor_closes) {
     sequential_writer out;
     ASSERT_TRUE(out.open(file.path()));
     out.begin();
-    out.put(int32_t{1});
+    out.put(std::int32_t{1});
     ASSERT_TRUE(out.end());
   }
   EXPECT_EQ(file.read(), frame_of(1));
@@ -464,7 +465,7 @@ TEST(sequential_writer, calls_out_of_order_fail_and_stay_failed) {
   EXPECT_FALSE(out.close());
 
   ASSERT_TRUE(out.open(file.path()));
-  out.put(int32_t{1}); // outside of a record
+  out.put(std::int32_t{1}); // outside of a record
   EXPECT_FALSE(out.ok());
 
   ASSERT_TRUE(out.open(file.path()));
@@ -488,7 +489,7 @@ TEST(sequential_writer, a_record_of_2_to_the_31_bytes_is_refused) {
   ASSERT_TRUE(out.open(file.path()));
   out.begin();
   const double one = 1.0;
-  out.put(&one, int64_t{1} << 28); // 2^28 * 8 = 2^31: refused before anything is read
+  out.put(&one, std::int64_t{1} << 28); // 2^28 * 8 = 2^31: refused before anything is read
   EXPECT_FALSE(out.ok());
   EXPECT_FALSE(out.end());
 }
@@ -498,7 +499,7 @@ TEST(sequential_writer, a_full_disk_is_reported) {
   sequential_writer out;
   ASSERT_TRUE(out.open("/dev/full"));
   out.begin();
-  out.put(int32_t{1});
+  out.put(std::int32_t{1});
   EXPECT_TRUE(out.end()); // still in the buffer
   EXPECT_FALSE(out.flush());
   EXPECT_FALSE(out.ok());

@@ -19,7 +19,7 @@ mat<std::int32_t> parents_as(const std::vector<std::array<std::int32_t, 2>>& par
 }
 
 // The rows of a full symmetric matrix, as they are read from a file that holds each
-// element beside the diagonal in `parts` equal parts.
+// element off the diagonal in `parts` equal parts.
 relationship_rows rows_of(const dense_matrix& a, double least = 1e-9, std::int32_t parts = 1) {
   relationship_rows rows;
   std::int64_t nodes = 0;

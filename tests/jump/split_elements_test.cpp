@@ -1,4 +1,4 @@
-// A relationship file may hold an element beside the diagonal in parts, which are one
+// A relationship file may hold an element off the diagonal in parts, which are one
 // element of their sum. Every jump model leaves the same files from elements split
 // in two as from whole ones, numbers to rounding.
 #include "support/check.h"
@@ -18,7 +18,7 @@ struct file_element {
   double v = 0;
 };
 
-// Each record of 16 bytes between its lengths; beside the diagonal v becomes a half twice.
+// Each record of 16 bytes between its lengths; off the diagonal v becomes a half twice.
 std::string split_in_two(const std::string& file) {
   std::string out;
   for (std::size_t at = 0; at + 24 <= file.size(); at += 24) {

@@ -10,7 +10,7 @@ namespace zeph_test {
 
 struct plain_ranmar : zeph::marsaglia_state {
   explicit plain_ranmar(const zeph::marsaglia_state& state) : zeph::marsaglia_state(state) {}
-  std::int64_t zeros = 0; // drawn and passed over
+  std::int64_t zeros = 0; // drawn and skipped
   double operator()() {
     for (;; ++zeros) {
       double uni = U[static_cast<std::size_t>(I97 - 1)] - U[static_cast<std::size_t>(J97 - 1)];

@@ -231,7 +231,7 @@ TEST(report_deviations, counts_its_lines_and_turns_the_page_after_line_68) {
 }
 
 // The codes of fixed effects, also those without equations, and of the factors
-// before the chosen one are passed over.
+// before the chosen one are skipped.
 TEST(report_deviations, finds_the_codes_of_its_factor) {
   deviation_run c(3, 2, false);
   c.m.TD_FACTOR = 2;

@@ -19,17 +19,17 @@ struct formula_function {
   std::string_view name;
   int least, most;
 };
-constexpr int ANY_NUMBER = 1 << 30;
-constexpr std::array<formula_function, 6> FUNCTIONS{{{"sqrt", 1, 1},
+constexpr int any_number = 1 << 30;
+constexpr std::array<formula_function, 6> functions{{{"sqrt", 1, 1},
                                                      {"exp", 1, 1},
                                                      {"log", 1, 2},
                                                      {"abs", 1, 1},
-                                                     {"min", 1, ANY_NUMBER},
-                                                     {"max", 1, ANY_NUMBER}}};
-constexpr std::size_t DEEPEST = 40; // brackets within brackets; the report's language reads no more than 49
-constexpr std::string_view BLANKS = " \t\r\n";
+                                                     {"min", 1, any_number},
+                                                     {"max", 1, any_number}}};
+constexpr std::size_t deepest = 40; // brackets within brackets; the report's language reads no more than 49
+constexpr std::string_view blanks = " \t\r\n";
 // kinds whose brackets the report itself fills
-constexpr std::array<const char*, 16> REPORTED{"VP",
+constexpr std::array<const char*, 16> reported{"VP",
                                                "h2",
                                                "m2",
                                                "p2",
@@ -68,7 +68,7 @@ std::vector<std::string> parts_of(std::string_view inside) {
   for (const char c : inside)
     if (c == ',')
       out.emplace_back();
-    else if (BLANKS.find(c) == std::string_view::npos)
+    else if (blanks.find(c) == std::string_view::npos)
       out.back() += c;
   return out;
 }
@@ -197,9 +197,9 @@ void check_name(const formula_text& f, const std::string& kind, std::string_view
     check_threshold(f, parts, at);
   else if (kind == "pi")
     check_share(f, parts, at);
-  else if (std::ranges::find(REPORTED, kind) == REPORTED.end())
+  else if (std::ranges::find(reported, kind) == reported.end())
     f.fault(at,
-            fmt::format("there is no {}[..]; known: G R threshold pi {}", kind, fmt::join(REPORTED, " ")));
+            fmt::format("there is no {}[..]; known: G R threshold pi {}", kind, fmt::join(reported, " ")));
   else
     check_reported(f, kind, parts, at);
 }
@@ -212,11 +212,11 @@ void check_word(const formula_text& f, const std::string& word, std::size_t at) 
     known.push_back(v.name);
   }
   bool function = false;
-  for (const formula_function& g : FUNCTIONS) {
+  for (const formula_function& g : functions) {
     function = function || g.name == word;
     known.emplace_back(g.name);
   }
-  const auto derived = known.end() - static_cast<std::ptrdiff_t>(FUNCTIONS.size());
+  const auto derived = known.end() - static_cast<std::ptrdiff_t>(functions.size());
   if (function)
     f.fault(at, fmt::format("{} is a function and needs brackets: {}(..)", word, word));
   else if (std::find(known.begin(), derived, word) == derived)
@@ -273,7 +273,7 @@ std::size_t after_number(const std::string& text, std::size_t i) {
 }
 
 bool open_new_bracket(formula_reading& s, std::size_t at, const formula_function* function) {
-  if (s.open.size() == DEEPEST) return s.fault(at, fmt::format("more than {} brackets are nested", DEEPEST));
+  if (s.open.size() == deepest) return s.fault(at, fmt::format("more than {} brackets are nested", deepest));
   s.open.push_back({at, function, 1});
   s.i = at + 1;
   return true;
@@ -293,9 +293,9 @@ bool read_word(formula_reading& s) {
     s.wants_operand = false;
     return true;
   }
-  const std::size_t next = s.text.find_first_not_of(BLANKS, end);
-  const auto function = std::ranges::find(FUNCTIONS, std::string_view(word), &formula_function::name);
-  if (function != FUNCTIONS.end() && next != std::string::npos && s.text[next] == '(')
+  const std::size_t next = s.text.find_first_not_of(blanks, end);
+  const auto function = std::ranges::find(functions, std::string_view(word), &formula_function::name);
+  if (function != functions.end() && next != std::string::npos && s.text[next] == '(')
     return open_new_bracket(s, next, &*function);
   check_word(s.f, word, begin);
   s.i = end;
@@ -354,11 +354,11 @@ bool read_operator(formula_reading& s) {
 
 void check_formula(const formula_text& f) {
   formula_reading s{f, f.value.text.value, 0, true, {}};
-  if (s.text.find_first_not_of(BLANKS) == std::string::npos) {
+  if (s.text.find_first_not_of(blanks) == std::string::npos) {
     f.fault(0, "the formula is empty");
     return;
   }
-  while ((s.i = std::min(s.text.find_first_not_of(BLANKS, s.i), s.text.size())) < s.text.size())
+  while ((s.i = std::min(s.text.find_first_not_of(blanks, s.i), s.text.size())) < s.text.size())
     if (!(s.wants_operand ? read_operand(s) : read_operator(s))) return;
   if (!s.open.empty())
     f.fault(s.open.back().at, "this bracket is not closed");

@@ -24,7 +24,7 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr int MOST_TRAITS = 20;
+constexpr int most_traits = 20;
 
 template <typename Section> std::vector<std::string> names_of(const std::vector<Section>& sections) {
   std::vector<std::string> names;
@@ -274,9 +274,9 @@ bool reads_column(const trait_section& t) {
 
 void check_traits(const model_description& d, message_log& log) {
   if (d.traits.empty()) error_at(d, log, {}, "there is no trait; add a table [trait.NAME] with a formula");
-  if (d.traits.size() > MOST_TRAITS) {
+  if (d.traits.size() > most_traits) {
     error_at(d, log, d.traits.back().at,
-             fmt::format("{} traits; {} are the most", d.traits.size(), MOST_TRAITS));
+             fmt::format("{} traits; {} are the most", d.traits.size(), most_traits));
     return;
   }
   for (std::size_t i = 0; i < d.traits.size(); ++i) {
@@ -419,7 +419,7 @@ double smallest_eigenvalue(const matrix_value& m) {
 }
 
 bool is_positive_definite(const matrix_value& m) {
-  constexpr double SMALLEST = 1e-10; // of the matrix with ones on the diagonal
+  constexpr double smallest = 1e-10; // of the matrix with ones on the diagonal
   matrix_value scaled = m;
   const std::size_t n = static_cast<std::size_t>(m.order);
   for (std::size_t i = 0; i < n; ++i)
@@ -429,7 +429,7 @@ bool is_positive_definite(const matrix_value& m) {
       scaled.value[i * n + j] =
           m.value[i * n + j] / std::sqrt(m.value[i * n + i]) / std::sqrt(m.value[j * n + j]);
   return std::all_of(scaled.value.begin(), scaled.value.end(), [](double x) { return std::isfinite(x); }) &&
-         smallest_eigenvalue(scaled) > SMALLEST;
+         smallest_eigenvalue(scaled) > smallest;
 }
 
 void check_description(model_description& d, message_log& log) {

@@ -7,7 +7,7 @@ namespace {
 using s = key_section;
 using k = key_type;
 
-constexpr key_row KEYS[] = {
+constexpr key_row key_rows[] = {
     {s::top, "title", k::text, "the name of the model on the page of the report"},
     {s::top, "data", k::table, "the file of the records"},
     {s::top, "factor", k::table, "random factors, a table each"},
@@ -107,25 +107,25 @@ constexpr key_row KEYS[] = {
 };
 
 bool holds(key_section section, std::string_view key) {
-  for (const key_row& row : KEYS)
+  for (const key_row& row : key_rows)
     if (row.section == section && row.key == key) return true;
   return false;
 }
 
 } // namespace
 
-std::span<const key_row> description_keys() { return KEYS; }
+std::span<const key_row> description_keys() { return key_rows; }
 
 std::vector<std::string> keys_of(key_section section) {
   std::vector<std::string> keys;
-  for (const key_row& row : KEYS)
+  for (const key_row& row : key_rows)
     if (row.section == section) keys.emplace_back(row.key);
   return keys;
 }
 
 std::string table_of_key(std::string_view key) {
-  for (std::size_t i = 1; i < SECTION_TITLES.size(); ++i)
-    if (holds(static_cast<key_section>(i), key)) return std::string(SECTION_TITLES[i]);
+  for (std::size_t i = 1; i < section_titles.size(); ++i)
+    if (holds(static_cast<key_section>(i), key)) return std::string(section_titles[i]);
   return {};
 }
 

@@ -30,7 +30,7 @@ enum class key_section {
 };
 
 // The tables as messages write them, NAME for the user's own name; in the order of key_section.
-inline constexpr std::array<std::string_view, 14> SECTION_TITLES = {
+inline constexpr std::array<std::string_view, 14> section_titles = {
     "",
     "[data]",
     "[run]",
@@ -45,7 +45,7 @@ inline constexpr std::array<std::string_view, 14> SECTION_TITLES = {
     "limits = { .. }",
     "first = { .. }",
     "inverse = { .. }"};
-static_assert(SECTION_TITLES.size() == static_cast<std::size_t>(key_section::inverse) + 1);
+static_assert(section_titles.size() == static_cast<std::size_t>(key_section::inverse) + 1);
 
 // What the value of a key may be.
 enum class key_type {

@@ -2,11 +2,11 @@
 
 namespace zeph::prepare {
 
-std::string word_of(relationship_kind kind) { return KINDS[static_cast<std::size_t>(kind)]; }
+std::string word_of(relationship_kind kind) { return kinds[static_cast<std::size_t>(kind)]; }
 
 std::vector<std::string> words_of_kinds() {
   std::vector<std::string> words;
-  for (const trait_kind_row& row : TRAIT_KINDS) words.emplace_back(row.word);
+  for (const trait_kind_row& row : kind_rows) words.emplace_back(row.word);
   return words;
 }
 

@@ -9,10 +9,10 @@
 namespace zeph::prepare {
 
 // By the number of relationship_kind.
-inline const std::vector<std::string> KINDS = {"identity",  "pedigree",    "inverse",   "relationship",
+inline const std::vector<std::string> kinds = {"identity",  "pedigree",    "inverse",   "relationship",
                                                "genotypes", "single_step", "dominance", "correlation"};
 
-// Of the kinds of traits, in the order of TRAIT_KINDS.
+// Of the kinds of traits, in the order of kind_rows.
 std::vector<std::string> words_of_kinds();
 
 // Of the analyses that a description can ask for, in the order of analysis_words.

@@ -74,7 +74,7 @@ void append_rows(const random_term& r, int trait, int term, std::vector<factor_r
   if (r.constant) rows.push_back({"", trait, term, curve, 0});
   for (std::size_t k = 0; k < r.left.size(); ++k) {
     const int order = r.left[k].atoms.front().order;
-    for (int degree = order > 0 ? 1 : 0; degree <= std::min(order, LARGEST_ORDER); ++degree)
+    for (int degree = order > 0 ? 1 : 0; degree <= std::min(order, largest_order); ++degree)
       rows.push_back({"", trait, term, static_cast<int>(k), degree});
   }
 }

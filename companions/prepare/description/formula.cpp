@@ -138,10 +138,10 @@ std::vector<std::string> sorted_atoms(const effect& e) {
 }
 
 void check_order(const atom& a, std::size_t at, std::vector<formula_fault>& faults) {
-  if (a.order >= 1 && a.order <= LARGEST_ORDER) return;
+  if (a.order >= 1 && a.order <= largest_order) return;
   faults.push_back({at,
                     fmt::format("the order of {} must be from 1 to {}",
-                                a.kind == atom_kind::leg ? "leg" : "poly", LARGEST_ORDER),
+                                a.kind == atom_kind::leg ? "leg" : "poly", largest_order),
                     ""});
 }
 
@@ -201,7 +201,7 @@ template <> struct action<rules::curve_name> {
 template <> struct action<rules::curve_order> {
   template <typename Input> static void apply(const Input& in, reading& s) {
     const auto result = std::from_chars(in.begin(), in.end(), s.part.order);
-    if (result.ec != std::errc{}) s.part.order = LARGEST_ORDER + 1;
+    if (result.ec != std::errc{}) s.part.order = largest_order + 1;
     check_order(s.part, in.position().byte, s.faults);
   }
 };

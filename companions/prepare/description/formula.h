@@ -28,7 +28,7 @@ struct stretch {
   std::size_t end = 0;
 };
 
-constexpr int LARGEST_ORDER = 12; // of leg and poly
+constexpr int largest_order = 12; // of leg and poly
 
 enum class atom_kind { column, leg, poly };
 
@@ -37,7 +37,7 @@ enum class atom_kind { column, leg, poly };
 struct atom {
   atom_kind kind = atom_kind::column;
   std::string name; // as in the formula, without back quotes
-  int order = 0;    // n of leg and poly, 1..LARGEST_ORDER; else 0
+  int order = 0;    // n of leg and poly, 1..largest_order; else 0
   stretch at;       // the whole atom
   stretch name_at;  // its name alone, without back quotes
 };
@@ -95,7 +95,7 @@ struct formula_fault {
 
 // Reads a formula. Returns true when `faults` got nothing new; then `out` holds the terms in the order of
 // the text. A fault of the grammar ends the reading, so there is one of them at most; all faults of meaning
-// that the text alone shows are told: an order outside 1..LARGEST_ORDER, a term twice, "1" and "0"
+// that the text alone shows are told: an order outside 1..largest_order, a term twice, "1" and "0"
 // together, an empty random term, a column twice after the bar or in a combination. Any text at all may be
 // given.
 bool parse_formula(std::string_view text, formula& out, std::vector<formula_fault>& faults);

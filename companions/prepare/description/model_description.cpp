@@ -18,8 +18,8 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr std::size_t LARGEST_FILE = std::size_t{1} << 24; // bytes
-constexpr int MOST_DOTS = 16;                              // of one dotted key
+constexpr std::size_t largest_file = std::size_t{1} << 24; // bytes
+constexpr int most_dots = 16;                              // of one dotted key
 
 // The view of table `key` of `t`, its keys checked.
 table_view open_table(const table_view& t, std::string_view key, key_section section, std::string title) {
@@ -44,9 +44,9 @@ message& error_in(const table_view& t, text_place at, std::string text) {
 
 stated<char> read_separator(const table_view& t, bool decimal_comma) {
   const std::vector<std::string> words = {",", ";", "tab", "blanks", "\t", " "};
-  constexpr std::string_view SIGNS = ",;\t \t ";
+  constexpr std::string_view signs = ",;\t \t ";
   const stated<std::size_t> word = read_word(t, "separator", std::span(words).first(4), 0);
-  if (word.given) return {SIGNS[word.value], word.at, true};
+  if (word.given) return {signs[word.value], word.at, true};
   return {decimal_comma ? ';' : ',', {}, false};
 }
 
@@ -167,21 +167,21 @@ matrix_source read_matrix_source(const table_view& factor, const toml::node& nod
 
 // The key that tells the relationship of the levels; more than one is an error.
 void read_relationship(const table_view& t, factor_section& f) {
-  for (std::size_t k = 1; k < KINDS.size(); ++k) {
-    const toml::node* node = find(t, KINDS[k]);
+  for (std::size_t k = 1; k < kinds.size(); ++k) {
+    const toml::node* node = find(t, kinds[k]);
     if (node == nullptr) continue;
     const auto kind = static_cast<relationship_kind>(k);
-    const text_place at = place_of_table(t, KINDS[k]);
+    const text_place at = place_of_table(t, kinds[k]);
     if (f.kind != relationship_kind::identity) {
       error_in(t, at,
                fmt::format("{} has both {} and {}; a factor takes one of them", t.title, word_of(f.kind),
-                           KINDS[k]));
+                           kinds[k]));
       continue;
     }
     f.kind = kind;
     f.kind_at = at;
     if (kind == relationship_kind::genotypes || kind == relationship_kind::single_step)
-      error_in(t, at, fmt::format("{} {} is not yet supported by this version", t.title, KINDS[k]));
+      error_in(t, at, fmt::format("{} {} is not yet supported by this version", t.title, kinds[k]));
     else if (kind == relationship_kind::pedigree)
       f.pedigree = read_pedigree(t, *node);
     else
@@ -247,7 +247,7 @@ void read_trait(const table_view& t, trait_section& s) {
   if (find(t, "formula") == nullptr) error_in(t, s.at, fmt::format("{} needs formula = \"...\"", t.title));
   s.column = read_text(t, "column", s.name);
   const stated<std::size_t> kind = read_word(t, "kind", words_of_kinds(), 0);
-  s.kind = {static_cast<trait_kind>(TRAIT_KINDS[kind.value].number), kind.at, kind.given};
+  s.kind = {static_cast<trait_kind>(kind_rows[kind.value].number), kind.at, kind.given};
   s.weight = read_text(t, "weight");
   s.categories = read_codes(t, "categories");
   const table_view limits = open_table(t, "limits", key_section::limits, t.title + " limits");
@@ -399,7 +399,7 @@ void read_keep(const table_view& top) {
 }
 
 void read_seeds(const table_view& t, run_section& r) {
-  constexpr std::int32_t LARGEST_A = 31328, LARGEST_B = 30081; // limits of the lagged-Fibonacci generator
+  constexpr std::int32_t largest_a = 31328, largest_b = 30081; // limits of the lagged-Fibonacci generator
   const toml::node* node = find(t, "seeds");
   if (node == nullptr) return;
   const toml::array* list = node->as_array();
@@ -407,8 +407,8 @@ void read_seeds(const table_view& t, run_section& r) {
     error_in(t, place_of(*node), "[run] seeds must be a list of two whole numbers");
     return;
   }
-  r.seed_a = whole_of(t, *list->get(0), "[run] seeds: the first", 0, LARGEST_A);
-  r.seed_b = whole_of(t, *list->get(1), "[run] seeds: the second", 0, LARGEST_B);
+  r.seed_a = whole_of(t, *list->get(0), "[run] seeds: the first", 0, largest_a);
+  r.seed_b = whole_of(t, *list->get(1), "[run] seeds: the second", 0, largest_b);
 }
 
 void read_run(const table_view& top) {
@@ -447,8 +447,8 @@ void read_sections(const toml::table& table, model_description& d, message_log& 
 }
 
 std::vector<std::string> lines_of(std::string_view text) {
-  constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
-  if (text.starts_with(BYTE_ORDER_MARK)) text.remove_prefix(BYTE_ORDER_MARK.size());
+  constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+  if (text.starts_with(byte_order_mark)) text.remove_prefix(byte_order_mark.size());
   std::vector<std::string> lines;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
@@ -466,12 +466,12 @@ model_description parse_description(std::string_view text, const std::string& pa
   model_description d;
   d.path = path;
   const std::size_t first = log.entries.size();
-  if (text.size() > LARGEST_FILE) {
+  if (text.size() > largest_file) {
     error_at(d, log, {}, "this is no model description: it is larger than 16 MB");
     return d;
   }
   d.lines = lines_of(text);
-  if (most_dots_of_a_key(text) > MOST_DOTS) {
+  if (most_dots_of_a_key(text) > most_dots) {
     error_at(d, log, {}, "this is no model description: a key has more than 16 dots");
     return d;
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <string_view>
 
 namespace zeph::prepare {
@@ -25,7 +26,7 @@ std::size_t byte_of(std::string_view line, int column) {
 
 // Bytes in UTF-8 of the code point whose hexadecimal digits are given.
 std::size_t utf8_length(std::string_view digits) {
-  unsigned long code = 0;
+  std::uint32_t code = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
   if (code < 0x80) return 1;
   if (code < 0x800) return 2;

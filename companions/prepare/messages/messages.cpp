@@ -134,9 +134,9 @@ std::string screen_text(const message_log& log, std::string_view listing) {
     }
     const kind_key key{m.level, m.kind};
     const int number = ++shown[key];
-    if (number > EXAMPLES_SHOWN) continue;
+    if (number > examples_shown) continue;
     text += message_text(m);
-    if (number == EXAMPLES_SHOWN && total[key] > number)
+    if (number == examples_shown && total[key] > number)
       text += fmt::format("    and {} more of this kind ({} lists them)\n", total[key] - number, listing);
   }
   return text;
@@ -149,12 +149,12 @@ std::string full_text(const message_log& log) {
 }
 
 std::optional<std::string> nearest_word(std::string_view word, std::span<const std::string> known) {
-  constexpr std::size_t LONGEST = 200; // longer words are no slips of the pen
+  constexpr std::size_t longest = 200; // longer words are no slips of the pen
   std::optional<std::string> nearest;
   std::size_t best = std::numeric_limits<std::size_t>::max();
-  if (word.size() > LONGEST) return nearest;
+  if (word.size() > longest) return nearest;
   for (const std::string& candidate : known) {
-    if (candidate.size() > LONGEST) continue;
+    if (candidate.size() > longest) continue;
     const std::size_t distance = edit_distance(word, candidate);
     const std::size_t allowed = std::max<std::size_t>(1, std::max(word.size(), candidate.size()) / 3);
     if (distance <= allowed && distance < best && distance < std::max(word.size(), candidate.size())) {

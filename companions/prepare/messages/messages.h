@@ -33,7 +33,7 @@ struct message_log {
   std::vector<message> entries;
 };
 
-constexpr int EXAMPLES_SHOWN = 10; // of one kind on the screen
+constexpr int examples_shown = 10; // of one kind on the screen
 
 // Add a message. The reference is good until the next one is added; it serves to set source_line and hint.
 message& add_error(message_log& log, source_place at, std::string text, std::string kind = {});

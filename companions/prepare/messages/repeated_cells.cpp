@@ -5,7 +5,7 @@
 namespace zeph::prepare {
 
 void add_line(repeated_lines& lines, std::int64_t line) {
-  if (++lines.n <= static_cast<std::int64_t>(FIRST_LINES)) lines.first.push_back(line);
+  if (++lines.n <= static_cast<std::int64_t>(first_lines)) lines.first.push_back(line);
 }
 
 std::string where_in_words(const repeated_lines& lines, std::string_view what) {

@@ -10,12 +10,12 @@
 
 namespace zeph::prepare {
 
-constexpr std::size_t FIRST_LINES = 5; // of the records that hold a text, as a message names them
+constexpr std::size_t first_lines = 5; // of the records that hold a text, as a message names them
 
 // Where a text was found.
 struct repeated_lines {
   std::int64_t n = 0;
-  std::vector<std::int64_t> first; // FIRST_LINES at most, of the file
+  std::vector<std::int64_t> first; // first_lines at most, of the file
 };
 
 void add_line(repeated_lines& lines, std::int64_t line);

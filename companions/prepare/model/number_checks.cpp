@@ -23,9 +23,9 @@ constexpr double largest_rounding_per_sd = 1e-3; // of one value
 // Says the first record of trait t whose value is beyond 32-bit reals.
 void refuse_beyond_range(const prepared_model& p, std::size_t t, const std::string& name,
                          const std::vector<double>& value, std::set<std::string>& told, message_log& log) {
-  constexpr double LARGEST = std::numeric_limits<float>::max();
+  constexpr double largest = std::numeric_limits<float>::max();
   const auto found = std::ranges::find_if(p.records.records, [&](std::uint32_t r) {
-    return p.records.present[t][r] != 0 && !(std::fabs(value[r]) <= LARGEST);
+    return p.records.present[t][r] != 0 && !(std::fabs(value[r]) <= largest);
   });
   if (found == p.records.records.end() || !told.insert(name).second) return;
   add_error(log, {p.data.table.file, static_cast<int>(p.data.table.line[*found]), 0},

@@ -73,7 +73,7 @@ std::string_view word_of(value_pass pass) {
 // The kinds of the traits, by rising number: what a reader of the samples must know of them.
 json kinds_json(const model_description& d) {
   json out = json::array();
-  for (const trait_kind_row& row : TRAIT_KINDS)
+  for (const trait_kind_row& row : kind_rows)
     if (std::ranges::any_of(
             d.traits, [&](const trait_section& t) { return kind_of(t.kind.value).number == row.number; }))
       out.push_back({{"number", row.number},

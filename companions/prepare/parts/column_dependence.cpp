@@ -21,11 +21,11 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr double DEPENDENT_SQUARED = 1e-11; // of cross-products of columns of length 1
-constexpr double DEPENDENT_LENGTH = 1e-6;   // of the columns themselves
-constexpr std::size_t MOST_IN_ORDER = 1500; // columns beside the wide class, by the ways told in the header
-constexpr std::size_t MOST_DENSE = 20000;
-constexpr double CHEAP_WORK = 1e10; // operations
+constexpr double dependent_squared = 1e-11; // of cross-products of columns of length 1
+constexpr double dependent_length = 1e-6;   // of the columns themselves
+constexpr std::size_t most_in_order = 1500; // columns beside the wide class, by the ways told in the header
+constexpr std::size_t most_dense = 20000;
+constexpr double cheap_work = 1e10; // operations
 
 // 1 / length of every column; 0 for a column of zeros.
 std::vector<double> scales_of(const fixed_columns& x) {
@@ -183,7 +183,7 @@ combination combination_of(const triangular_factor& r, std::int32_t dead) {
     const double x = b[row] / pivot;
     for (std::size_t k = r.start[q]; k < r.start[q + 1]; ++k)
       b[static_cast<std::size_t>(r.row[k])] -= x * r.value[k];
-    if (std::abs(x) > NO_COEFFICIENT) c.term.emplace_back(r.e[q], x);
+    if (std::abs(x) > no_coefficient) c.term.emplace_back(r.e[q], x);
   }
   return c;
 }
@@ -195,7 +195,7 @@ void subtract(null_vector& v, double factor, const null_vector& b) {
   for (const auto& [column, x] : b) {
     double& y = v[column];
     y -= factor * x;
-    if (std::abs(y) <= NO_COEFFICIENT) v.erase(column);
+    if (std::abs(y) <= no_coefficient) v.erase(column);
   }
 }
 
@@ -206,7 +206,7 @@ std::vector<combination> pivoted_dependence(std::vector<double>& s, std::size_t 
   int rank = 0, info = 0;
   std::vector<int> piv(order);
   std::vector<double> work(2 * order);
-  dpstrf_("U", &n, s.data(), &n, piv.data(), &rank, &DEPENDENT_SQUARED, work.data(), &info);
+  dpstrf_("U", &n, s.data(), &n, piv.data(), &rank, &dependent_squared, work.data(), &info);
   std::vector<combination> found;
   const int k = n - rank;
   if (k == 0) return found;
@@ -217,7 +217,7 @@ std::vector<combination> pivoted_dependence(std::vector<double>& s, std::size_t 
     found.emplace_back();
     found.back().column = piv[static_cast<std::size_t>(rank) + c] - 1;
     for (std::size_t row = 0; row < static_cast<std::size_t>(rank); ++row)
-      if (const double x = u2[c * order + row]; std::abs(x) > NO_COEFFICIENT)
+      if (const double x = u2[c * order + row]; std::abs(x) > no_coefficient)
         found.back().term.emplace_back(piv[row] - 1, x);
   }
   return found;
@@ -275,7 +275,7 @@ double sparse_work(cholmod_sparse* a, cholmod_common* cc) {
 }
 
 std::vector<combination> columns_of_factor(const triangular_factor& r) {
-  return r.in_order ? dead_columns(r, MOST_COMBINED) : later_columns(dead_columns(r, r.dead.size()));
+  return r.in_order ? dead_columns(r, most_combined) : later_columns(dead_columns(r, r.dead.size()));
 }
 
 // Few columns: their cross-products in order. Many: the sparse factor of all columns when that is cheap, and
@@ -285,21 +285,21 @@ std::vector<combination> scaled_dependence(const fixed_columns& x, std::span<con
                                            cholmod_common* cc, std::int32_t& shift, bool& good) {
   const auto m = static_cast<std::size_t>(x.n() - x.n_wide);
   shift = x.n_wide;
-  if (m <= MOST_IN_ORDER) {
+  if (m <= most_in_order) {
     const triangular_factor r = factor_of(sparse_of_dense(within_class_products(x, scale), m, cc),
-                                          SPQR_ORDERING_FIXED, DEPENDENT_SQUARED, cc);
+                                          SPQR_ORDERING_FIXED, dependent_squared, cc);
     good = r.good;
     return columns_of_factor(r);
   }
   cholmod_sparse* a = sparse_of_columns(x, scale, cc);
-  if (m <= MOST_DENSE && sparse_work(a, cc) > CHEAP_WORK) {
+  if (m <= most_dense && sparse_work(a, cc) > cheap_work) {
     cholmod_l_free_sparse(&a, cc);
     std::vector<double> s = within_class_products(x, scale);
     good = true;
     return later_columns(pivoted_dependence(s, m));
   }
   shift = 0;
-  const triangular_factor r = factor_of(a, SPQR_ORDERING_DEFAULT, DEPENDENT_LENGTH, cc);
+  const triangular_factor r = factor_of(a, SPQR_ORDERING_DEFAULT, dependent_length, cc);
   good = r.good;
   return columns_of_factor(r);
 }

@@ -27,14 +27,14 @@ struct combination {
   std::vector<std::pair<std::int32_t, double>> term;
 };
 
-constexpr double NO_COEFFICIENT = 1e-7;   // coefficients below are rounding
-constexpr std::size_t MOST_COMBINED = 50; // dependent columns whose combination is worked out
+constexpr double no_coefficient = 1e-7;   // coefficients below are rounding
+constexpr std::size_t most_combined = 50; // dependent columns whose combination is worked out
 
 // Column of the class of n_wide levels that record r has, or -1.
 std::int32_t wide_column(const fixed_columns& x, std::size_t r);
 
 // The columns that depend on columns before them, ascending: the others are independent and have the same
-// span. For the first MOST_COMBINED of them, at least, the combination is worked out, in general without the
+// span. For the first most_combined of them, at least, the combination is worked out, in general without the
 // columns 0..n_wide-1, which the caller adds.
 // The wide class is eliminated first: what is left are cross-products within its levels. Up to 1500 columns
 // of these are factored by SuiteSparseQR (Davis 2011, ACM Trans. Math. Softw. 38:8) in their order. Beyond,

@@ -13,8 +13,8 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr double CONSTANT = 1e-7;     // spread of a covariable over its mean, below which it is a constant
-constexpr std::size_t MOST_TERMS = 6; // of a combination that is shown
+constexpr double constant_column = 1e-7; // spread of a covariable over its mean, below which it is a constant
+constexpr std::size_t most_terms = 6;    // of a combination that is shown
 
 bool is_class(const fixed_effect& e) { return e.covariable.empty(); }
 
@@ -154,7 +154,7 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
   for (std::size_t k = 0; k < x.column.size(); ++k) {
     const auto c = static_cast<std::size_t>(x.column[k]);
     const auto e = static_cast<std::size_t>(table[x.decision[c]].effect);
-    if (spread[c] <= CONSTANT * std::abs(center[e])) x.value[k] = 0.0;
+    if (spread[c] <= constant_column * std::abs(center[e])) x.value[k] = 0.0;
   }
   return x;
 }
@@ -184,7 +184,7 @@ void add_wide_terms(std::span<const fixed_effect> effects, std::span<const std::
     ++u;
   }
   for (std::size_t w = sum.size(); w-- > 0;)
-    if (n[w] > 0 && std::abs(sum[w]) > NO_COEFFICIENT * static_cast<double>(n[w]))
+    if (n[w] > 0 && std::abs(sum[w]) > no_coefficient * static_cast<double>(n[w]))
       c.term.insert(c.term.begin(), {static_cast<std::int32_t>(w), sum[w] / static_cast<double>(n[w])});
 }
 
@@ -195,17 +195,18 @@ std::string name_of(std::span<const fixed_effect> effects, const column_decision
 // "herd:year:[7:1998] (the same 12 records)", "a:1 + a:2 - 0.5 x b:3", ...
 std::string combination_text(std::span<const fixed_effect> effects, const std::vector<column_decision>& table,
                              const fixed_columns& x, const combination& c) {
-  constexpr double WHOLE = 1e-6; // coefficients of class effects come out as whole numbers but for rounding
+  constexpr double whole_number =
+      1e-6; // coefficients of class effects come out as whole numbers but for rounding
   const column_decision& own = table[x.decision[static_cast<std::size_t>(c.column)]];
   std::string text;
-  for (std::size_t k = 0; k < c.term.size() && k < MOST_TERMS; ++k) {
+  for (std::size_t k = 0; k < c.term.size() && k < most_terms; ++k) {
     const auto& [column, v] = c.term[k];
     text += v < 0.0 ? (k == 0 ? "-" : " - ") : (k == 0 ? "" : " + ");
-    if (std::abs(std::abs(v) - 1.0) > WHOLE) text += fmt::format("{:.6g} x ", std::abs(v));
+    if (std::abs(std::abs(v) - 1.0) > whole_number) text += fmt::format("{:.6g} x ", std::abs(v));
     text += name_of(effects, table[x.decision[static_cast<std::size_t>(column)]]);
   }
   if (c.term.empty()) return "0";
-  if (c.term.size() > MOST_TERMS) text += fmt::format(" + ... ({} terms)", c.term.size());
+  if (c.term.size() > most_terms) text += fmt::format(" + ... ({} terms)", c.term.size());
   const column_decision& other = table[x.decision[static_cast<std::size_t>(c.term[0].first)]];
   const bool classes = is_class(effects[static_cast<std::size_t>(own.effect)]) &&
                        is_class(effects[static_cast<std::size_t>(other.effect)]);
@@ -255,7 +256,7 @@ fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_eff
     combination& c = dependent[k];
     column_decision& d = coding.column[x.decision[static_cast<std::size_t>(c.column)]];
     std::string why = "columns before it";
-    if (k < MOST_COMBINED) {
+    if (k < most_combined) {
       if (c.term.empty() || c.term[0].first >= x.n_wide) add_wide_terms(effects, use, coding.column, x, c);
       why = combination_text(effects, coding.column, x, c);
     }

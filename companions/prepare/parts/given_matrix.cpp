@@ -28,10 +28,10 @@ namespace zeph::prepare {
 
 namespace {
 
-constexpr double NEAR_SINGULAR = 1e-6;    // smallest eigenvalue over mean diagonal
-constexpr double EIGENVALUE_NOISE = 1e-8; // rounding of a matrix that is singular by its making
-constexpr double DEFAULT_BLEND = 0.05;
-constexpr double ALIKE = 1e-8; // relative difference of the two triangles of a text file
+constexpr double near_singular = 1e-6;    // smallest eigenvalue over mean diagonal
+constexpr double eigenvalue_noise = 1e-8; // rounding of a matrix that is singular by its making
+constexpr double default_blend = 0.05;
+constexpr double alike = 1e-8; // relative difference of the two triangles of a text file
 
 // A line of the file with its words.
 struct word_line {
@@ -42,12 +42,12 @@ struct word_line {
 // Next word of `text`, taken off; words are separated by blanks, tabs, commas or semicolons, or stand in
 // quotes.
 bool take_word(std::string_view& text, std::string_view& word) {
-  constexpr std::string_view SEPARATORS = " \t,;";
-  const std::size_t begin = text.find_first_not_of(SEPARATORS);
+  constexpr std::string_view separators = " \t,;";
+  const std::size_t begin = text.find_first_not_of(separators);
   if (begin == std::string_view::npos) return false;
   const bool quoted = text[begin] == '"';
   text.remove_prefix(begin + (quoted ? 1 : 0));
-  const std::size_t end = std::min(quoted ? text.find('"') : text.find_first_of(SEPARATORS), text.size());
+  const std::size_t end = std::min(quoted ? text.find('"') : text.find_first_of(separators), text.size());
   word = text.substr(0, end);
   text.remove_prefix(std::min(end + (quoted ? 1 : 0), text.size()));
   return true;
@@ -105,11 +105,11 @@ bool refuse_comments(std::span<const word_line> lines, const matrix_request& req
 
 // The first number with a decimal comma in a line whose values other signs separate; empty: none.
 std::string_view decimal_comma_in(std::string_view text) {
-  constexpr std::string_view SEPARATORS = " \t;";
+  constexpr std::string_view separators = " \t;";
   std::string_view found;
   std::size_t n = 0;
-  for (std::size_t at = 0; (at = text.find_first_not_of(SEPARATORS, at)) != std::string_view::npos; ++n) {
-    const std::size_t end = std::min(text.find_first_of(SEPARATORS, at), text.size());
+  for (std::size_t at = 0; (at = text.find_first_not_of(separators, at)) != std::string_view::npos; ++n) {
+    const std::size_t end = std::min(text.find_first_of(separators, at), text.size());
     const std::string_view word = text.substr(at, end - at);
     double v = 0.0;
     if (found.empty() && word.find(',') != std::string_view::npos && number_in(word, ',', v)) found = word;
@@ -263,7 +263,7 @@ bool order_elements(const matrix_request& request, text_matrix& m, std::vector<m
     if (e.i == e.j) diagonal[static_cast<std::size_t>(e.i - 1)] = 1;
     if (k > 0 && m.element[order[k - 1]].i == e.i && m.element[order[k - 1]].j == e.j) {
       const matrix_element& first = m.element[order[k - 1]];
-      if (std::abs(first.v - e.v) > ALIKE * (1.0 + std::abs(first.v) + std::abs(e.v)))
+      if (std::abs(first.v - e.v) > alike * (1.0 + std::abs(first.v) + std::abs(e.v)))
         add_error(log, place_of(request, m.line[order[k]]),
                   fmt::format("the element of \"{}\" and \"{}\" is {} here and {} in line {}", shown(id(e.i)),
                               shown(id(e.j)), e.v, first.v, m.line[order[k - 1]]),
@@ -322,7 +322,7 @@ bool clearly_positive(std::vector<double> a, int n) {
   std::vector<double> work(3 * order);
   std::vector<int> iwork(order);
   dpocon_("L", &n, a.data(), &n, &norm, &rcond, work.data(), iwork.data(), &info);
-  return info == 0 && rcond * norm > 10.0 * NEAR_SINGULAR * norm;
+  return info == 0 && rcond * norm > 10.0 * near_singular * norm;
 }
 
 void blend_matrix(const matrix_request& request, std::span<const std::string> identification, double fraction,
@@ -349,18 +349,18 @@ bool invert(const matrix_request& request, given_inverse& given, message_log& lo
   double blend = request.blend.value_or(0.0);
   if (!clearly_positive(a, n)) {
     const double smallest = given.smallest_eigenvalue = smallest_eigenvalue(a, n);
-    if (smallest < -EIGENVALUE_NOISE * std::max(mean_diagonal, 0.0) || mean_diagonal <= 0.0) {
+    if (smallest < -eigenvalue_noise * std::max(mean_diagonal, 0.0) || mean_diagonal <= 0.0) {
       add_error(
           log, place_of(request, 0),
           fmt::format("the matrix is not positive definite (smallest eigenvalue {:.3g} of {})", smallest, n));
       return false;
     }
-    if (smallest < NEAR_SINGULAR * mean_diagonal && !request.blend) {
-      blend = DEFAULT_BLEND;
+    if (smallest < near_singular * mean_diagonal && !request.blend) {
+      blend = default_blend;
       add_warning(log, place_of(request, 0),
                   fmt::format("smallest eigenvalue {:.3g} of {}; blended with {} {} (say blend = ...)",
                               smallest, n, blend, request.blend_name));
-    } else if (smallest < NEAR_SINGULAR * mean_diagonal) {
+    } else if (smallest < near_singular * mean_diagonal) {
       add_warning(log, place_of(request, 0),
                   fmt::format("smallest eigenvalue {:.3g} of {}; blended with {} {}", smallest, n, blend,
                               request.blend_name));
@@ -388,7 +388,7 @@ bool invert(const matrix_request& request, given_inverse& given, message_log& lo
 }
 
 void check_diagonals(const matrix_request& request, const given_inverse& given, message_log& log) {
-  constexpr double CORRELATION_ROUNDING = 1e-4; // of a text with few digits
+  constexpr double correlation_rounding = 1e-4; // of a text with few digits
   for (const matrix_element& e : given.element) {
     if (e.i != e.j) continue;
     const std::string& id = given.identification[static_cast<std::size_t>(e.i - 1)];
@@ -396,7 +396,7 @@ void check_diagonals(const matrix_request& request, const given_inverse& given, 
       add_error(log, place_of(request, 0),
                 fmt::format("the diagonal element of \"{}\" is {}, not above 0", shown(id), e.v),
                 "sign " + request.file);
-    else if (request.kind == matrix_kind::correlation && std::abs(e.v - 1.0) > CORRELATION_ROUNDING)
+    else if (request.kind == matrix_kind::correlation && std::abs(e.v - 1.0) > correlation_rounding)
       add_warning(log, place_of(request, 0),
                   fmt::format("the diagonal element of \"{}\" is {}; that of a correlation matrix is 1",
                               shown(id), e.v),

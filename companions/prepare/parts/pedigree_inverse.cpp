@@ -69,7 +69,7 @@ double variance_given_parents(const ancestor& x, std::span<const double> f) {
 // and after.
 double trace_inbreeding(std::vector<ancestor>& anc, std::size_t i,
                         std::vector<std::vector<std::int32_t>>& waiting) {
-  constexpr std::size_t AHEAD = 6;
+  constexpr std::size_t ahead = 6;
   double sum = anc[i].d;
   const auto reach = [&](std::int32_t p, double l) {
     if (p < 0) return;
@@ -82,8 +82,8 @@ double trace_inbreeding(std::vector<ancestor>& anc, std::size_t i,
   for (auto g = static_cast<std::size_t>(anc[i].generation); g-- > 0;) {
     const std::vector<std::int32_t>& row = waiting[g];
     for (std::size_t k = 0; k < row.size(); ++k) {
-      if (k + AHEAD < row.size()) { // memory is the bottleneck: parents needed soon are asked for now
-        const ancestor& soon = anc[static_cast<std::size_t>(row[k + AHEAD])];
+      if (k + ahead < row.size()) { // memory is the bottleneck: parents needed soon are asked for now
+        const ancestor& soon = anc[static_cast<std::size_t>(row[k + ahead])];
         __builtin_prefetch(&anc[static_cast<std::size_t>(std::max(soon.sire, 0))], 1);
         __builtin_prefetch(&anc[static_cast<std::size_t>(std::max(soon.dam, 0))], 1);
       }
@@ -186,12 +186,12 @@ void merge_equal(std::vector<matrix_element>& element) {
 
 std::vector<matrix_element> a_inverse(const pedigree& ped, std::span<const double> f, group_place place,
                                       message_log& log) {
-  constexpr double SMALLEST = 1e-12; // a Mendelian variance below is rounding
+  constexpr double smallest = 1e-12; // a Mendelian variance below is rounding
   const std::vector<double> d = mendelian_variance_of(ped, f);
   std::vector<matrix_element> element;
   bool good = true;
   for (std::size_t a = 0; a < d.size(); ++a)
-    if (d[a] < SMALLEST) {
+    if (d[a] < smallest) {
       good = false;
       add_error(
           log, {ped.file, static_cast<int>(ped.line[a]), 0},

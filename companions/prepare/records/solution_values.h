@@ -1,4 +1,5 @@
-// Covariables that are solutions of a class effect: the values that represent them before there are solutions.
+// Covariables that are solutions of a class effect: the values that represent them until there are
+// solutions.
 #pragma once
 
 #include "prepare/records/data_columns.h"

@@ -58,14 +58,14 @@ bool numeric_cell(const csv_columns& table, std::size_t c, std::size_t r, double
 
 // `categories = ["easy", "hard"]` of the texts of the column in the order of letters; of many the first.
 std::string categories_line(const trait_reader& in, std::size_t c) {
-  constexpr std::size_t MOST = 12;
+  constexpr std::size_t most = 12;
   std::set<std::string, std::less<>> texts;
-  for (std::size_t r = 0; r < in.n() && texts.size() <= MOST; ++r)
+  for (std::size_t r = 0; r < in.n() && texts.size() <= most; ++r)
     if (!is_missing(in.table, c, r)) texts.emplace(in.table.cell(c, r));
   std::string list;
   for (const std::string& text : texts)
     list += fmt::format("{}\"{}\"", list.empty() ? "" : ", ", shown(text));
-  return fmt::format("categories = [{}]{}", list, texts.size() > MOST ? " and so on" : "");
+  return fmt::format("categories = [{}]{}", list, texts.size() > most ? " and so on" : "");
 }
 
 // Numbers of the column, ascending, as they are written first.

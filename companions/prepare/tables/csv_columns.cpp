@@ -36,10 +36,10 @@ bool is_missing(const csv_columns& table, std::size_t c, std::size_t r) {
 }
 
 bool number_in(std::string_view cell, char decimal, double& value) {
-  constexpr std::size_t LONGEST = 400; // no double needs more digits
+  constexpr std::size_t longest = 400; // no double needs more digits
   if (cell.size() > 1 && cell.front() == '+' && cell[1] != '-') cell.remove_prefix(1);
-  if (cell.empty() || cell.size() > LONGEST) return false;
-  std::array<char, LONGEST> copy{};
+  if (cell.empty() || cell.size() > longest) return false;
+  std::array<char, longest> copy{};
   std::copy(cell.begin(), cell.end(), copy.begin());
   char* const end = copy.data() + cell.size();
   if (decimal != '.') {

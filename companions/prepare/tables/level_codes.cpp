@@ -137,11 +137,11 @@ std::string level_name(std::string_view effect, std::string_view identification)
 }
 
 void check_class_size(const csv_columns& table, const level_codes& codes, message_log& log) {
-  constexpr std::int64_t FEW = 100;
+  constexpr std::int64_t few = 100;
   std::int64_t n = 0;
   for (const std::int64_t count : codes.n_records) n += count;
   const std::int64_t n_levels = codes.n_levels();
-  if (n_levels <= FEW || 10 * n_levels <= 9 * n || codes.name.find(':') != std::string::npos) return;
+  if (n_levels <= few || 10 * n_levels <= 9 * n || codes.name.find(':') != std::string::npos) return;
   std::int64_t value = 0;
   if (!std::all_of(codes.identification.begin(), codes.identification.end(),
                    [&](const std::string& text) { return any_integer(text, value); }))

@@ -63,7 +63,7 @@ void switch_coefficients(const equation_layout& layout, design_store& design, co
   }
 }
 
-// tau = P(component 1 | residuals) and the uniform a1 that it is held against: p1 and p0 are the normal
+// tau = P(component 1 | residuals) and the uniform a1 that it is compared with: p1 and p0 are the normal
 // densities of e1 under R1 and of e0 under R0, up to (2 pi)^-nt/2, times the prior Phi and Q = 1 - Phi.
 // kept: p1 + p0 = 0 at a far outlier gives no number, and a1 <= tau is false
 double draw_tau(scan_records& r, const directives& asked, const round_state& state, std::int32_t irec,

@@ -279,6 +279,7 @@ void sscp_random(const model_records& model, const relationship_store& relations
 }
 
 void sample_covariances(scan_records& r, const directives& asked, const round_state& state) {
+  // kept: LVDET is that of the residual groups alone; the places of the factors stay 0
   r.sampler.LVDET.fill(0.0);
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
     sample_factor(r.model, r.sampler, r.work.matrices, r.sources, r.report, asked, state, k);

@@ -126,12 +126,12 @@ template <class Variance>
 void judge_redraws(const level_work& work, reporting& report, std::int64_t redraws, const double* mean,
                    std::int32_t n, Variance&& variance) {
   if (redraws % redraws_between_looks != 0) return;
-  bool vain = file_exists(report, "STOP");
+  bool hopeless = file_exists(report, "STOP");
   // w_e is a sum of n normals with coefficients of squared length (C^-1)_ee: by Cauchy and Schwarz
   // |w_e| <= ((C^-1)_ee n)^1/2 max |z|, so that a distance beyond that bound can never be reached
   for (const std::int32_t e : work.distances)
-    vain = vain || mean[e - 1] + largest_snorm * std::sqrt(n * variance(e - 1)) < least_distance;
-  if (!vain) return;
+    hopeless = hopeless || mean[e - 1] + largest_snorm * std::sqrt(n * variance(e - 1)) < least_distance;
+  if (!hopeless) return;
   computation_impossible(report, "GIBSCAN",
                          free_row()
                              .text("no positive mixture distance in")

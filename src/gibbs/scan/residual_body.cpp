@@ -171,7 +171,7 @@ const double* residual_inverse(const design_store& design, const sampler_store& 
 }
 
 // W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
-// of the inverse are passed over: e of a missing trait may be no number.
+// of the inverse are skipped: e of a missing trait may be no number.
 void weigh_alike(const model_records& model, const design_store& design, const sampler_store& sampler,
                  const residual_inverses& inverses, residual_form& fast, const directives& asked,
                  scan_stage stage, std::int32_t t, std::int64_t lo, std::int64_t hi) {

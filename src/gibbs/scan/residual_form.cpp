@@ -218,7 +218,7 @@ void build_slots(const model_records& model, const equation_layout& layout, cons
 
 // Calls take(group, level, term, product) for each pair of entries of a record
 // that meet in one level. In runs whose residual matrices stay, a product is
-// whole and its term bears no traits.
+// whole and its term has no traits.
 template <class Take>
 void for_each_product(const model_records& model, const design_store& design, const sampler_store& sampler,
                       residual_inverses& inverses, const residual_form& fast, const directives& asked,

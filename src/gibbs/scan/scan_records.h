@@ -34,7 +34,7 @@ void allocate_round_work(const model_records& m, const equation_layout& layout, 
                          reporting& report);
 
 // The records of one run that a round reads and changes: what GIBSCAN, the scan bodies and the
-// passes over all records take. Their parts take what they touch.
+// passes over all records take. The routines that they call take what they touch.
 struct scan_records {
   model_records& model;
   equation_layout& layout;

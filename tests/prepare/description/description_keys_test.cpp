@@ -105,7 +105,7 @@ std::string described(const key_row& row, std::string_view value) {
   case key_section::first:
     return fmt::format("[trait.t]\nfirst = {{ {} }}\n", entry);
   default: {
-    const std::string title(SECTION_TITLES.at(static_cast<std::size_t>(row.section)));
+    const std::string title(section_titles.at(static_cast<std::size_t>(row.section)));
     return fmt::format("{}\n{}\n", title, entry);
   }
   }
