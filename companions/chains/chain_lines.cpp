@@ -1,4 +1,5 @@
 #include "chains/chain_lines.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -26,7 +27,7 @@ std::string state_word(const chain_position& p, std::int64_t last) {
 } // namespace
 
 std::string progress_line(const study& s, int chain, std::int64_t round, double pace) {
-  const std::int64_t last = s.chains[static_cast<std::size_t>(chain - 1)].last;
+  const std::int64_t last = s.chains[from1(chain)].last;
   std::string line = fmt::format("chain {}  round {} of {}", chain, round, last);
   if (round < s.first_sampled() - 1) line += " (burn-in)";
   if (pace <= 0) return line;
@@ -48,7 +49,7 @@ std::int64_t samples_of(const fs::path& runs, int chain) {
 }
 
 std::string standing_line(const fs::path& runs, const study& s, int chain, const chain_position& p) {
-  const chain_record& c = s.chains[static_cast<std::size_t>(chain - 1)];
+  const chain_record& c = s.chains[from1(chain)];
   const std::string seeds = fmt::format("seeds {} {}", c.seeds.A, c.seeds.B);
   if (p.segment == 0)
     return p.faults.empty() ? fmt::format("chain {}  waits  {}", chain, seeds) : p.faults.front();

@@ -2,6 +2,7 @@
 
 #include "chains/state_files.h"
 #include "input/analysis.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -51,7 +52,7 @@ void check_continuation(const fs::path& runs, const study& s, const work_model& 
     p.faults.push_back(fmt::format("{} {}", name, p.state.text()));
     return;
   }
-  const chain_record& c = s.chains[static_cast<std::size_t>(chain - 1)];
+  const chain_record& c = s.chains[from1(chain)];
   if (p.state.record.seeds != c.seeds)
     p.faults.push_back(fmt::format("{} has the seeds {} {}, {} has {} {}", name, p.state.record.seeds.A,
                                    p.state.record.seeds.B, chains_name, c.seeds.A, c.seeds.B));
@@ -61,7 +62,7 @@ void check_continuation(const fs::path& runs, const study& s, const work_model& 
 }
 
 segment_record next_segment(const study& s, int chain, const chain_position& p) {
-  const chain_record& c = s.chains[static_cast<std::size_t>(chain - 1)];
+  const chain_record& c = s.chains[from1(chain)];
   segment_record r;
   r.chain = chain;
   r.segment = p.segment + 1;

@@ -5,6 +5,7 @@
 #include "chains/local_runs.h"
 #include "chains/new_segment.h"
 #include "chains/slurm_batch.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -94,9 +95,9 @@ std::vector<chain_position> check_chains(const fs::path& runs, const study& s, c
     chain_position p = position_of(runs, s, c.number);
     ask_slurm(p);
     study wanted = s; // with the rounds that are asked for
-    if (more_rounds > 0) wanted.chains[static_cast<std::size_t>(c.number - 1)].last = last_round_number;
+    if (more_rounds > 0) wanted.chains[from1(c.number)].last = last_round_number;
     check_continuation(runs, wanted, m, c.number, p);
-    const bool left = p.done < wanted.chains[static_cast<std::size_t>(c.number - 1)].last;
+    const bool left = p.done < wanted.chains[from1(c.number)].last;
     any_left = any_left || left;
     any_begun = any_begun || (left && p.segment > 0);
     faults.insert(faults.end(), p.faults.begin(), p.faults.end());
@@ -113,8 +114,7 @@ std::vector<chain_position> check_chains(const fs::path& runs, const study& s, c
 void ask_for_more(study& s, const std::vector<chain_position>& positions, std::int64_t rounds,
                   std::vector<std::string>& faults) {
   for (chain_record& c : s.chains) {
-    c.last =
-        std::max<std::int64_t>(positions[static_cast<std::size_t>(c.number - 1)].done, s.burnin) + rounds;
+    c.last = std::max<std::int64_t>(positions[from1(c.number)].done, s.burnin) + rounds;
     if (c.last > last_round_number)
       faults.push_back(
           fmt::format("chain {}: round {}, legal: up to {}", c.number, c.last, last_round_number));
@@ -275,7 +275,7 @@ int advance_chain(const fs::path& runs, int chain, int process) {
   ask_slurm(p);
   check_continuation(runs, s, m, chain, p);
   if (!p.faults.empty()) return refuse(p.faults, "");
-  if (p.segment > 0 && p.done >= s.chains[static_cast<std::size_t>(chain - 1)].last) return exit_done;
+  if (p.segment > 0 && p.done >= s.chains[from1(chain)].last) return exit_done;
   if (const std::string line = p.segment > 0 ? continue_fault(s, m) : ""; !line.empty()) return refuse(line);
   const segment_record r = next_segment(s, chain, p);
   if (!make_segment(runs, s, r, process, fault)) return refuse(fault);

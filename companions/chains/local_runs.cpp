@@ -3,6 +3,7 @@
 #include "chains/chain_lines.h"
 #include "chains/new_segment.h"
 #include "chains/signal_wait.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -84,7 +85,7 @@ std::string kept_text(const local_run& l, int chain) {
 // What a segment that has ended means for its chain.
 void settle_segment(local_run& l, const running_chain& r) {
   const chain_position p = position_of(l.runs, l.s, r.chain);
-  const std::int64_t last = l.s.chains[static_cast<std::size_t>(r.chain - 1)].last;
+  const std::int64_t last = l.s.chains[from1(r.chain)].last;
   const auto line = [&](const std::string& what) { return fmt::format("chain {}  {}", r.chain, what); };
   if (!p.faults.empty()) return end_chain(l, l.outcome.failed, line("failed: " + p.faults.front()));
   const segment_phase phase = p.state.phase;

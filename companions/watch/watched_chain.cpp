@@ -4,6 +4,7 @@
 #include "chains/work_model.h"
 #include "input/analysis.h"
 #include "input/trait_kinds.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -112,7 +113,7 @@ void look_at_study(watched_chain& c, double now) {
   study s;
   std::string ignored;
   if (!read_study(c.runs, s, ignored) || c.chain > static_cast<int>(s.chains.size())) return;
-  c.look.of = s.chains[static_cast<std::size_t>(c.chain - 1)].last;
+  c.look.of = s.chains[from1(c.chain)].last;
   const chain_position p = position_of(c.runs, s, c.chain);
   if (p.segment == 0 || !p.faults.empty()) return;
   c.directory = segment_directory(c.runs, c.chain, p.segment);

@@ -2,6 +2,7 @@
 
 #include "prepare/description/description_words.h"
 #include "prepare/description/text_places.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <array>
@@ -92,7 +93,7 @@ void check_row(const formula_text& f, const factor_section& factor, const std::s
   std::ptrdiff_t of_trait = 0;
   for (const factor_row& row : factor.rows) {
     names.push_back(row.name);
-    of_trait += f.d.traits[static_cast<std::size_t>(row.trait)].name == word ? 1 : 0;
+    of_trait += f.d.traits[from0(row.trait)].name == word ? 1 : 0;
   }
   if (of_trait == 1 || std::ranges::find(names, word) != names.end()) return;
   const std::string rows = joined(names);
@@ -115,7 +116,7 @@ void check_factor_element(const formula_text& f, const std::vector<std::string>&
     f.fault(at, fmt::format("factor \"{}\" is not defined", parts[0])).hint = nearest_hint(parts[0], names);
     return;
   }
-  const factor_section& factor = f.d.factors[static_cast<std::size_t>(found - names.begin())];
+  const factor_section& factor = f.d.factors[from0(found - names.begin())];
   check_row(f, factor, parts[1], at);
   if (parts[2] != parts[1]) check_row(f, factor, parts[2], at);
 }

@@ -8,6 +8,7 @@
 #include "prepare/description/factor_rows.h"
 #include "prepare/description/kind_checks.h"
 #include "prepare/description/solution_checks.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <cmath>
@@ -111,8 +112,7 @@ void check_part(const model_description& d, message_log& log, const trait_sectio
 void check_combination(const model_description& d, message_log& log, const trait_section& t,
                        const random_term& r, const named_column& c) {
   const int k = index_of(d.factors, r.factor);
-  if (c.parts.size() > 1 && k >= 0 &&
-      d.factors[static_cast<std::size_t>(k)].kind == relationship_kind::pedigree)
+  if (c.parts.size() > 1 && k >= 0 && d.factors[from0(k)].kind == relationship_kind::pedigree)
     error_in_formula(
         d, log, t, c.at.begin,
         fmt::format("{} is a combination of classes and can't name the animals of a pedigree", c.name));

@@ -3,6 +3,7 @@
 #include "prepare/description/description_words.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 #include <set>
@@ -19,8 +20,8 @@ void check_rows(const model_description& d, message_log& log, const factor_secti
   std::string column;
   std::set<int> traits;
   for (const factor_row& row : f.rows) {
-    const trait_section& t = d.traits[static_cast<std::size_t>(row.trait)];
-    const random_term& term = t.terms.random[static_cast<std::size_t>(row.term)];
+    const trait_section& t = d.traits[from0(row.trait)];
+    const random_term& term = t.terms.random[from0(row.term)];
     if (row.effect >= 0) refuse(d, log, f, fmt::format(": {} is a random regression and has none", row.name));
     if (term.columns.size() > 1)
       refuse(d, log, f, fmt::format(": {} takes two levels of a record", row.name));

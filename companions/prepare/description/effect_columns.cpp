@@ -1,4 +1,5 @@
 #include "prepare/description/effect_columns.h"
+#include "shared/indexing.h"
 
 namespace zeph::prepare {
 
@@ -15,7 +16,7 @@ std::vector<std::string> numbers_of_covariable(const model_description& d, const
 }
 
 const atom* covariable_atom(const effect& e) {
-  return e.covariable < 0 ? nullptr : &e.atoms[static_cast<std::size_t>(e.covariable)];
+  return e.covariable < 0 ? nullptr : &e.atoms[from0(e.covariable)];
 }
 
 std::vector<std::string> class_columns(const effect& e) {

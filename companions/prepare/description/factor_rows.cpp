@@ -1,6 +1,7 @@
 #include "prepare/description/factor_rows.h"
 
 #include "prepare/description/text_places.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -26,14 +27,14 @@ std::string columns_text(const random_term& r) {
 }
 
 row_words words_of(const model_description& d, const factor_row& row) {
-  const trait_section& t = d.traits[static_cast<std::size_t>(row.trait)];
-  const random_term& r = t.terms.random[static_cast<std::size_t>(row.term)];
+  const trait_section& t = d.traits[from0(row.trait)];
+  const random_term& r = t.terms.random[from0(row.term)];
   row_words words{t.name, "", "", columns_text(r)};
   if (row.effect < 0) {
     words.label = words.columns;
     return words;
   }
-  const atom& a = r.left[static_cast<std::size_t>(row.effect)].atoms.front();
+  const atom& a = r.left[from0(row.effect)].atoms.front();
   if (a.kind == atom_kind::column) {
     words.label = a.name;
   } else {
@@ -84,8 +85,8 @@ void refuse_equal_rows(const model_description& d, message_log& log, const facto
   std::set<std::vector<std::string>> seen;
   for (const factor_row& row : f.rows) {
     const row_words w = words_of(d, row);
-    const trait_section& t = d.traits[static_cast<std::size_t>(row.trait)];
-    const random_term& r = t.terms.random[static_cast<std::size_t>(row.term)];
+    const trait_section& t = d.traits[from0(row.trait)];
+    const random_term& r = t.terms.random[from0(row.term)];
     const bool constant = row.effect < 0 || (row.degree == 0 && !w.covariable.empty());
     const std::vector<std::string> key = constant ? std::vector{w.trait, std::string("1"), w.columns}
                                                   : std::vector{w.trait, w.label, w.covariable, w.columns};
@@ -120,7 +121,7 @@ void apply_order(const model_description& d, message_log& log, factor_section& f
     const auto found = std::find(left.begin(), left.end(), word.value);
     if (found != left.end()) {
       const auto row = std::find(all.begin(), all.end(), word.value) - all.begin();
-      ordered.push_back(f.rows[static_cast<std::size_t>(row)]);
+      ordered.push_back(f.rows[from0(row)]);
       left.erase(found);
     } else if (std::find(all.begin(), all.end(), word.value) != all.end()) {
       error_at(d, log, word.at, fmt::format("[factor.{}] order names \"{}\" twice", f.name, word.value));

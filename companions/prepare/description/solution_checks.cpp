@@ -3,6 +3,7 @@
 #include "prepare/description/description_words.h"
 #include "prepare/description/effect_columns.h"
 #include "prepare/description/text_places.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -11,8 +12,6 @@
 namespace zeph::prepare {
 
 namespace {
-
-std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
 std::string title_of(const covariable_section& c) { return fmt::format("[covariable.{}]", c.name); }
 
@@ -106,7 +105,7 @@ void refuse_use(const model_description& d, message_log& log, const trait_sectio
 
 // The uses of one trait's formula; `turned` gets the traits that explain it.
 void check_uses(const model_description& d, message_log& log, int number, std::set<int>& sources) {
-  const trait_section& t = d.traits[at(number)];
+  const trait_section& t = d.traits[from0(number)];
   for (const effect& e : t.terms.fixed)
     for_each_atom(e, [&](const atom& a) {
       const covariable_section* c = solution_covariable(d, a);
@@ -126,13 +125,13 @@ void check_uses(const model_description& d, message_log& log, int number, std::s
 
 // True when trait t is reached from one of its own sources.
 bool explains_itself(const std::vector<std::set<int>>& sources, int t) {
-  std::vector<int> open(sources[at(t)].begin(), sources[at(t)].end());
+  std::vector<int> open(sources[from0(t)].begin(), sources[from0(t)].end());
   std::set<int> seen;
   while (!open.empty()) {
     const int s = open.back();
     open.pop_back();
     if (s == t) return true;
-    if (seen.insert(s).second) open.insert(open.end(), sources[at(s)].begin(), sources[at(s)].end());
+    if (seen.insert(s).second) open.insert(open.end(), sources[from0(s)].begin(), sources[from0(s)].end());
   }
   return false;
 }
@@ -160,9 +159,9 @@ void warn_of_covariance(const model_description& d, message_log& log, int turned
   if (!samples_solutions(d.run.analysis.value)) return;
   for (const int s : sources) {
     if (residuals_apart(d, s, turned) && !shares_factor(d, s, turned)) continue;
-    const std::string &a = d.traits[at(s)].name, &b = d.traits[at(turned)].name;
+    const std::string &a = d.traits[from0(s)].name, &b = d.traits[from0(turned)].name;
     warning_at(
-        d, log, d.traits[at(turned)].at,
+        d, log, d.traits[from0(turned)].at,
         fmt::format("{} explains {} by its solutions, and the two share covariances: the chain is then "
                     "not one of a posterior distribution",
                     a, b))

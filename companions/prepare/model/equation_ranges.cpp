@@ -3,6 +3,7 @@
 #include "prepare/description/description_messages.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -14,14 +15,14 @@ namespace {
 
 void add_trait(const prepared_model& p, int t, std::vector<equation_range>& out) {
   const model_records& m = p.model;
-  const fixed_part& fixed = p.fixed[static_cast<std::size_t>(t)];
+  const fixed_part& fixed = p.fixed[from0(t)];
   for (std::size_t j = 0; j < fixed.classes.size(); ++j)
     if (fixed.classes[j].intercept)
       out.push_back({"class", t, fixed.classes[j].name, m.NBEGF(t + 1, j + 1) + 1LL,
                      fixed.classes[j].n_levels(), 1, 0});
   for (std::size_t j = 0; j < fixed.regressions.size(); ++j) {
     const int nested = fixed.regressions[j].nested;
-    const std::int64_t n = nested < 0 ? 1 : fixed.classes[static_cast<std::size_t>(nested)].n_levels();
+    const std::int64_t n = nested < 0 ? 1 : fixed.classes[from0(nested)].n_levels();
     out.push_back(
         {"regression", t, fixed.regressions[j].name, m.NBEGREG(t + 1, j + 1) + 1LL, n, 1, nested + 1});
   }
@@ -30,7 +31,7 @@ void add_trait(const prepared_model& p, int t, std::vector<equation_range>& out)
 bool is_named(const model_description& d, const equation_range& range, const std::string& wanted) {
   const std::string name = range.name == "mean" ? "1" : range.name;
   if (name == wanted) return true;
-  return range.trait >= 0 && d.traits[static_cast<std::size_t>(range.trait)].name + "." + name == wanted;
+  return range.trait >= 0 && d.traits[from0(range.trait)].name + "." + name == wanted;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
 #include "prepare/model/short_names.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -17,8 +18,6 @@ namespace {
 constexpr std::int32_t code_plain = 1;
 constexpr std::int32_t code_with_groups = 6; // last digit 6: phantom parent groups
 
-std::size_t at(int i) { return static_cast<std::size_t>(i); }
-
 std::vector<std::string> columns_of(const factor_levels& f) {
   std::vector<std::string> out;
   for (const contribution& c : f.contributions)
@@ -28,9 +27,9 @@ std::vector<std::string> columns_of(const factor_levels& f) {
 
 void fill_rows(const factor_levels& f, const std::vector<std::string>& names, structure_record& m) {
   for (int i = 0; i < f.order(); ++i) {
-    m.TRAIT_NO(i + 1) = m.TRAIT_INP(i + 1) = f.row_trait[at(i)] + 1;
+    m.TRAIT_NO(i + 1) = m.TRAIT_INP(i + 1) = f.row_trait[from0(i)] + 1;
     m.T_NO(i + 1) = i + 1;
-    m.T_NAME(i + 1) = padded(names[at(i)], short_width);
+    m.T_NAME(i + 1) = padded(names[from0(i)], short_width);
     m.carried.TRAIT_BLK_SIZE(i + 1) = 1;
     m.carried.TRAIT_BLK_STAERT(i + 1) = i + 1;
     m.carried.R_EFF(i + 1) = i + 1;
@@ -45,7 +44,7 @@ void fill_contribution(const contribution& c, std::int32_t n, std::int32_t level
   m.carried.CONT_EFF(n) = 1;
   m.carried.CONT_EFF_INP(n) = m.CONT_EFF_RCI(n) = level_column;
   m.carried.CONT_ID_NO(n) = padded(cut_name(c.column), short_width);
-  m.carried.CONT_T_NAME(n) = padded(p.names.traits[at(c.trait)], short_width);
+  m.carried.CONT_T_NAME(n) = padded(p.names.traits[from0(c.trait)], short_width);
   m.carried.CONT_RR_NAME(n) = padded(cut_name(c.curve.name), short_width);
   m.CONT_COEFF(n) = c.constant ? c.factor : 1.0;
   m.CONT_RR_EFF(n) = c.constant ? 0 : 1;
@@ -72,7 +71,7 @@ void fill_groups(const factor_levels& f, structure_record& m) {
   m.r36 = f.n_groups > 0 ? code_with_groups : code_plain;
   for (std::int32_t g = 1; g <= f.n_groups; ++g) {
     const std::int32_t level = f.n_levels() - f.n_groups + g;
-    m.carried.PHG_LIST(1, g) = f.code[at(level - 1)];
+    m.carried.PHG_LIST(1, g) = f.code[from1(level)];
     m.carried.PHG_LIST(2, g) = level;
   }
 }
@@ -115,17 +114,17 @@ std::map<std::string, std::int32_t> add_level_columns(const model_description& d
 
 void fill_factor(const model_description& d, int k, const std::map<std::string, std::int32_t>& level_column,
                  prepared_model& p, message_log& log) {
-  const factor_levels& f = p.factors[at(k - 1)];
+  const factor_levels& f = p.factors[from1(k)];
   structure_record& m = p.model.RMAT(k);
   m.QTL_FACTOR = 0;
   p.model.NRALEV(k) = f.n_levels();
-  fill_rows(f, p.names.rows[at(k - 1)], m);
+  fill_rows(f, p.names.rows[from1(k)], m);
   std::int32_t n = 0;
   for (const contribution& c : f.contributions) fill_contribution(c, ++n, level_column.at(c.column), p, m);
   fill_effects(f, level_column, m);
   fill_groups(f, m);
 
-  const start_matrix& start = p.start.factors[at(k - 1)];
+  const start_matrix& start = p.start.factors[from1(k)];
   std::vector<double> inverse;
   if (!inverse_of(start, inverse, m.r3304)) {
     add_error(log, {}, fmt::format("[factor.{}] start is not positive definite", d.factors[f.section].name));
@@ -134,7 +133,7 @@ void fill_factor(const model_description& d, int k, const std::map<std::string, 
   for (int i = 0; i < f.order(); ++i)
     for (int j = 0; j < f.order(); ++j) {
       m.COV_MAT(i + 1, j + 1) = m.P_COV_MAT(i + 1, j + 1) = start.at(i, j);
-      m.GIF(i + 1, j + 1) = inverse[at(i * f.order() + j)];
+      m.GIF(i + 1, j + 1) = inverse[from0(i * f.order() + j)];
     }
 }
 

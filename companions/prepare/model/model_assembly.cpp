@@ -16,6 +16,7 @@
 #include "prepare/model/solution_covariables.h"
 #include "prepare/model/trait_records.h"
 #include "prepare/parts/kind_warnings.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -64,7 +65,7 @@ std::vector<std::string> row_names(const factor_levels& f, const std::vector<std
   std::vector<std::string> out;
   for (std::size_t i = 0; i < f.row_names.size(); ++i) {
     const bool only = std::ranges::count(f.row_trait, f.row_trait[i]) == 1;
-    out.push_back(only ? traits[static_cast<std::size_t>(f.row_trait[i])] : f.row_names[i]);
+    out.push_back(only ? traits[from0(f.row_trait[i])] : f.row_names[i]);
   }
   return short_names(out);
 }
@@ -101,8 +102,7 @@ void set_sizes(const model_description& d, prepared_model& p) {
     m.mxreg = std::max(m.mxreg, m.MODEL(i).n_reg);
     m.nregt += m.MODEL(i).n_reg;
   }
-  for (std::int32_t k = 1; k <= m.nramat; ++k)
-    size_factor(p.factors[static_cast<std::size_t>(k - 1)], m.RMAT(k));
+  for (std::int32_t k = 1; k <= m.nramat; ++k) size_factor(p.factors[from1(k)], m.RMAT(k));
   structure_record& residual = m.residual();
   residual.n_rc = residual.n_t = m.nt;
   residual.n_pat = static_cast<std::int32_t>(p.patterns.mask.size());
@@ -172,7 +172,7 @@ void fill_residual_rows(const model_description& d, prepared_model& p, message_l
   residual.r36 = 1;
   for (std::int32_t i = 1; i <= p.model.nt; ++i) {
     residual.TRAIT_NO(i) = residual.TRAIT_INP(i) = residual.T_NO(i) = i;
-    residual.T_NAME(i) = padded(p.names.traits[static_cast<std::size_t>(i - 1)], short_width);
+    residual.T_NAME(i) = padded(p.names.traits[from1(i)], short_width);
   }
   if (!p.patterns.group.empty()) {
     residual.HETGR_RCI = residual.carried.HETGR_INP = append_integers(p.rows, p.patterns.group);
@@ -184,8 +184,7 @@ void fill_residual_rows(const model_description& d, prepared_model& p, message_l
 // The three last columns of every record.
 void add_record_columns(prepared_model& p) {
   std::vector<std::int32_t> mask, position;
-  for (const std::int32_t q : p.patterns.pattern)
-    mask.push_back(p.patterns.mask[static_cast<std::size_t>(q - 1)]);
+  for (const std::int32_t q : p.patterns.pattern) mask.push_back(p.patterns.mask[from1(q)]);
   for (const std::uint32_t r : p.records.records) position.push_back(static_cast<std::int32_t>(r) + 1);
   append_integers(p.rows, std::move(mask));
   append_integers(p.rows, p.patterns.pattern);
@@ -329,13 +328,11 @@ void fill_model(const model_description& d, const prepare_options& options, prep
 
   const auto nt = static_cast<int>(d.traits.size());
   for (int t = 0; t < nt; ++t)
-    add_observations(p.rows, p.records, static_cast<std::size_t>(t),
-                     p.data.traits[static_cast<std::size_t>(t)].y);
+    add_observations(p.rows, p.records, static_cast<std::size_t>(t), p.data.traits[from0(t)].y);
   std::vector<std::map<std::string, std::int32_t>> level_column;
   for (const factor_levels& f : p.factors) level_column.push_back(add_level_columns(d, f, p));
   for (int t = 0; t < nt; ++t) fill_trait(d, t, level_column, p);
-  for (int k = 1; k <= p.model.nramat; ++k)
-    fill_factor(d, k, level_column[static_cast<std::size_t>(k - 1)], p, log);
+  for (int k = 1; k <= p.model.nramat; ++k) fill_factor(d, k, level_column[from1(k)], p, log);
   fill_residual_rows(d, p, log);
   add_record_columns(p);
 

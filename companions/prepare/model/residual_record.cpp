@@ -1,6 +1,7 @@
 #include "prepare/model/residual_record.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -19,7 +20,7 @@ void count_group(const record_selection& records, const residual_patterns& p, st
   for (std::size_t i = 0; i < records.records.size(); ++i) {
     if (!p.group.empty() && p.group[i] != g) continue;
     ++residual.HETG_N_OBS(g);
-    const std::vector<int> traits = traits_of(p.mask[static_cast<std::size_t>(p.pattern[i] - 1)], nt);
+    const std::vector<int> traits = traits_of(p.mask[from1(p.pattern[i])], nt);
     for (const int s : traits)
       for (const int t : traits) ++residual.carried.HETGR_NOBS(g, s + 1, t + 1);
   }
@@ -34,15 +35,13 @@ void fill_group(const residual_patterns& p, const start_matrix& start, std::int3
   std::vector<double> inverse;
   for (std::int32_t q = 1; q <= residual.n_pat; ++q) {
     double log_determinant = 0.0;
-    if (!inverse_of_part(start, traits_of(p.mask[static_cast<std::size_t>(q - 1)], nt), inverse,
-                         log_determinant)) {
+    if (!inverse_of_part(start, traits_of(p.mask[from1(q)], nt), inverse, log_determinant)) {
       add_error(log, {}, title + " start is not positive definite");
       return;
     }
     residual.HETGR_RDET(g, q) = log_determinant;
     for (int i = 0; i < nt; ++i)
-      for (int j = 0; j < nt; ++j)
-        residual.HETGR_RIIF(g, q, i + 1, j + 1) = inverse[static_cast<std::size_t>(i * nt + j)];
+      for (int j = 0; j < nt; ++j) residual.HETGR_RIIF(g, q, i + 1, j + 1) = inverse[from0(i * nt + j)];
   }
 }
 

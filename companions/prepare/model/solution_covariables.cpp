@@ -6,6 +6,7 @@
 #include "prepare/messages/messages.h"
 #include "prepare/model/trait_records.h"
 #include "prepare/records/solution_values.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -16,11 +17,9 @@ namespace zeph::prepare {
 
 namespace {
 
-std::size_t at(int i) { return static_cast<std::size_t>(i); }
-
 // Number of the source among the effects of its trait: the "fixed" ones, then the random ones. 0: dropped.
 std::int32_t source_effect(const prepared_model& p, const covariable_section& c) {
-  const std::vector<class_effect>& classes = p.fixed[at(c.source_trait)].classes;
+  const std::vector<class_effect>& classes = p.fixed[from0(c.source_trait)].classes;
   std::int32_t e = 0;
   for (const class_effect& x : classes) {
     ++e;
@@ -28,7 +27,7 @@ std::int32_t source_effect(const prepared_model& p, const covariable_section& c)
   }
   for (const auto& [k, column] : random_of_trait(p.factors, c.source_trait).effects) {
     ++e;
-    if (p.factors[at(k - 1)].name == c.source_factor && column == source_name(c)) return e;
+    if (p.factors[from1(k)].name == c.source_factor && column == source_name(c)) return e;
   }
   return 0;
 }
@@ -55,7 +54,7 @@ std::vector<std::uint8_t> needing_records(const prepared_model& p, int covariabl
 // The class effect with equations that the covariable names; none when it was dropped whole.
 class_effect* source_class(const covariable_section& c, prepared_model& p) {
   if (!c.source_factor.empty()) return nullptr;
-  for (class_effect& e : p.fixed[at(c.source_trait)].classes)
+  for (class_effect& e : p.fixed[from0(c.source_trait)].classes)
     if (e.source && e.name == source_name(c)) return &e;
   return nullptr;
 }
@@ -72,7 +71,7 @@ void refuse_lost_levels(const model_description& d, const covariable_section& c,
            fmt::format(
                "[covariable.{}]: {} of {} has lost a level for the sake of full rank ({}), and its solutions "
                "no longer compare all levels",
-               c.name, source.name, d.traits[at(c.source_trait)].name, source.lost))
+               c.name, source.name, d.traits[from0(c.source_trait)].name, source.lost))
       .hint = "make it a random factor, or take the other effect out of the formula";
 }
 
@@ -94,7 +93,7 @@ void complete(const model_description& d, const covariable_section& c, const pre
     else if (needed[r] != 0)
       add_error(log, {p.data.table.file, static_cast<int>(p.data.table.line[r]), 0},
                 fmt::format("[covariable.{}]: \"{}\" has no record of {}, and so no solution", c.name, text,
-                            d.traits[at(c.source_trait)].name),
+                            d.traits[from0(c.source_trait)].name),
                 "no solution " + c.name);
   }
 }

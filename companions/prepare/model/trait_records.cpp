@@ -2,6 +2,7 @@
 
 #include "input/structures.h"
 #include "prepare/model/short_names.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 
@@ -10,8 +11,6 @@ namespace zeph::prepare {
 namespace {
 
 constexpr std::int32_t first_input = 1000001;
-
-std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
 std::int32_t count(std::size_t n) { return static_cast<std::int32_t>(n); }
 
@@ -30,14 +29,14 @@ void fill_effect(trait_record& m, std::int32_t e, std::int32_t column, bool equa
 
 void fill_class(int t, std::int32_t j, prepared_model& p) {
   trait_record& m = p.model.MODEL(t + 1);
-  const class_effect& c = p.fixed[at(t)].classes[at(j - 1)];
+  const class_effect& c = p.fixed[from0(t)].classes[from1(j)];
   const std::vector<std::int32_t> level = c.intercept ? c.level : without_zero(c.level);
   // the input number of an effect whose solutions are a covariable is its own
   const std::int32_t column = c.source ? append_integers(p.rows, values_of_used(p.records, level))
                                        : add_integers(p.rows, p.records, level);
   fill_effect(m, j, column, c.intercept);
   m.f_ef_inp(j) = m.f_ef_rci(j) = column;
-  m.F_EF_NAME(j) = padded(p.names.classes[at(t)][at(j - 1)], short_width);
+  m.F_EF_NAME(j) = padded(p.names.classes[from0(t)][from1(j)], short_width);
   m.carried.F_INTERCEPT(j) = c.intercept ? 1 : 0;
   m.carried.F_EF_COEFF(j) = 1.0F;
   p.model.NLEV(t + 1, j) = c.n_levels();
@@ -54,7 +53,7 @@ void fill_random(trait_record& m, std::int32_t j, int k, std::int32_t column, co
 
 void fill_fixed_regression(int t, std::int32_t j, prepared_model& p) {
   trait_record& m = p.model.MODEL(t + 1);
-  const fixed_regression& x = p.fixed[at(t)].regressions[at(j - 1)];
+  const fixed_regression& x = p.fixed[from0(t)].regressions[from1(j)];
   m.REG_TYPE(j) = x.nested < 0 ? 0 : 1;
   m.carried.REG_N_LEVEL(j) = 1;
   if (x.indicator >= 0) { // the input number is that of the indicator's column
@@ -66,7 +65,7 @@ void fill_fixed_regression(int t, std::int32_t j, prepared_model& p) {
   m.REG_RCI(j) = m.REG_INP(j) = add_reals(p.rows, p.records, x.value);
   if (x.solution >= 0) m.REG_INP(j) = solution_input(x.solution);
   if (x.nested < 0) return;
-  const class_effect& c = p.fixed[at(t)].classes[at(x.nested)];
+  const class_effect& c = p.fixed[from0(t)].classes[from0(x.nested)];
   m.REG_N_RCI(j) = m.carried.REG_N_INP(j) = add_integers(p.rows, p.records, without_zero(c.level));
   m.REG_N_EF_INP(j) = x.nested + 1;
   m.carried.REG_NAME_N(j) = padded(cut_name(c.name, nesting_width), nesting_width);
@@ -78,12 +77,12 @@ void fill_random_regression(int t, std::int32_t j, int k, const contribution& c,
   m.REG_TYPE(j) = random_regression;
   m.REG_RCI(j) = m.REG_INP(j) = add_reals(p.rows, p.records, c.curve.value);
   m.REG_R_MATNO(j) = k;
-  m.carried.REG_N_LEVEL(j) = p.factors[at(k - 1)].n_levels();
+  m.carried.REG_N_LEVEL(j) = p.factors[from1(k)].n_levels();
 }
 
 // Codes and upper limits of a censored trait.
 void fill_censoring(int t, prepared_model& p, trait_record& m) {
-  const trait_values& values = p.data.traits[at(t)];
+  const trait_values& values = p.data.traits[from0(t)];
   m.L_CENS = true;
   m.CENS_RCI = m.carried.CENS_INP = add_integers(p.rows, p.records, values.code);
   m.UPPER_RCI = m.carried.UPPER_INP = add_reals(p.rows, p.records, values.upper);
@@ -101,10 +100,10 @@ void fill_partners(const trait_section& trait, prepared_model& p, trait_record& 
 }
 
 void fill_observation(const model_description& d, int t, prepared_model& p) {
-  const trait_section& trait = d.traits[at(t)];
+  const trait_section& trait = d.traits[from0(t)];
   trait_record& m = p.model.MODEL(t + 1);
   m.TRAIT_TYPE = static_cast<std::int32_t>(trait.kind.value);
-  m.TRAIT_NAME = padded(p.names.traits[at(t)], short_width);
+  m.TRAIT_NAME = padded(p.names.traits[from0(t)], short_width);
   m.Y_RCI = m.TRAIT_INP = t + 1; // the observations are the first columns
   fill_partners(trait, p, m);
   if (trait.kind.value == trait_kind::censored) fill_censoring(t, p, m);
@@ -136,7 +135,7 @@ trait_random random_of_trait(const std::vector<factor_levels>& factors, int t) {
 }
 
 void size_trait(const prepared_model& p, int t, trait_record& out) {
-  const fixed_part& fixed = p.fixed[at(t)];
+  const fixed_part& fixed = p.fixed[from0(t)];
   const trait_random random = random_of_trait(p.factors, t);
   out.n_f = count(fixed.classes.size());
   out.n_r = count(random.effects.size());
@@ -152,17 +151,17 @@ void fill_trait(const model_description& d, int t,
 
   const trait_random random = random_of_trait(p.factors, t);
   for (std::int32_t j = 1; j <= m.n_r; ++j) {
-    const auto& [k, column] = random.effects[at(j - 1)];
-    fill_random(m, j, k, level_column[at(k - 1)].at(column), column);
+    const auto& [k, column] = random.effects[from1(j)];
+    fill_random(m, j, k, level_column[from1(k)].at(column), column);
   }
-  const auto n_fixed = count(p.fixed[at(t)].regressions.size());
+  const auto n_fixed = count(p.fixed[from0(t)].regressions.size());
   for (std::int32_t j = 1; j <= n_fixed; ++j) fill_fixed_regression(t, j, p);
   for (std::int32_t j = n_fixed + 1; j <= m.n_reg; ++j) {
-    const auto& [k, c] = random.curves[at(j - n_fixed - 1)];
+    const auto& [k, c] = random.curves[from0(j - n_fixed - 1)];
     fill_random_regression(t, j, k, *c, p);
   }
   for (std::int32_t j = 1; j <= m.n_reg; ++j)
-    m.REG_NAME(j) = padded(p.names.covariables[at(t)][at(j - 1)], short_width);
+    m.REG_NAME(j) = padded(p.names.covariables[from0(t)][from1(j)], short_width);
 }
 
 std::int64_t number_equations(prepared_model& p) {
@@ -183,7 +182,7 @@ std::int64_t number_equations(prepared_model& p) {
   m.nfeq = static_cast<std::int32_t>(next);
   for (const bool pedigrees : {false, true})
     for (std::int32_t k = 1; k <= m.nramat; ++k)
-      if ((p.factors[at(k - 1)].structure == structure_kind::pedigree) == pedigrees)
+      if ((p.factors[from1(k)].structure == structure_kind::pedigree) == pedigrees)
         take(m.NBEGRA(k), static_cast<std::int64_t>(m.RMAT(k).n_rc) * m.NRALEV(k));
   take(m.NBEGRA(m.nramat + 1), 0);
   for (std::int32_t k = 1; k <= m.nramat; ++k)

@@ -5,6 +5,7 @@
 #include "prepare/description/description_words.h"
 
 #include "shared/check_sum.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -40,17 +41,16 @@ json traits_json(const model_description& d, const prepared_model& p) {
   json out = json::array();
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     const trait_section& trait = d.traits[t];
-    out.push_back(
-        {{"number", t + 1},
-         {"name", trait.name},
-         {"short", p.names.traits[t]},
-         {"kind", word_of(trait.kind.value)},
-         {"column", trait.column.value},
-         {"weight", trait.weight.value},
-         {"categories", p.data.traits[t].categories},
-         {"indicator", trait.indicator < 0 ? "" : d.traits[static_cast<std::size_t>(trait.indicator)].name},
-         {"partner", trait.partner < 0 ? "" : d.traits[static_cast<std::size_t>(trait.partner)].name},
-         {"records", p.start.traits[t].observed.n}});
+    out.push_back({{"number", t + 1},
+                   {"name", trait.name},
+                   {"short", p.names.traits[t]},
+                   {"kind", word_of(trait.kind.value)},
+                   {"column", trait.column.value},
+                   {"weight", trait.weight.value},
+                   {"categories", p.data.traits[t].categories},
+                   {"indicator", trait.indicator < 0 ? "" : d.traits[from0(trait.indicator)].name},
+                   {"partner", trait.partner < 0 ? "" : d.traits[from0(trait.partner)].name},
+                   {"records", p.start.traits[t].observed.n}});
   }
   return out;
 }
@@ -102,13 +102,12 @@ json derive_json(const model_description& d) {
 // What the coefficient of a row is: "1", a covariable, or a degree of leg or poly, and the columns of its
 // levels.
 json row_term_json(const model_description& d, const factor_row& row) {
-  const random_term& r =
-      d.traits[static_cast<std::size_t>(row.trait)].terms.random[static_cast<std::size_t>(row.term)];
+  const random_term& r = d.traits[from0(row.trait)].terms.random[from0(row.term)];
   json columns = json::array();
   for (const named_column& c : r.columns) columns.push_back(c.name);
   json out = {{"columns", columns}, {"basis", "1"}, {"covariable", ""}, {"degree", 0}};
   if (row.effect < 0) return out;
-  const atom& a = r.left[static_cast<std::size_t>(row.effect)].atoms.front();
+  const atom& a = r.left[from0(row.effect)].atoms.front();
   out["basis"] = a.kind == atom_kind::column ? "covariable" : a.kind == atom_kind::leg ? "leg" : "poly";
   out["covariable"] = a.name;
   out["degree"] = row.degree;
@@ -159,7 +158,7 @@ json equations_json(const model_description& d, const prepared_model& p) {
   json out = json::array();
   for (const equation_range& e : equation_ranges(d, p))
     out.push_back({{"part", e.part},
-                   {"trait", e.trait < 0 ? "" : d.traits[static_cast<std::size_t>(e.trait)].name},
+                   {"trait", e.trait < 0 ? "" : d.traits[from0(e.trait)].name},
                    {"name", e.name},
                    {"first", e.first},
                    {"equations", e.n},

@@ -5,6 +5,7 @@
 #include "prepare/tables/column_numbers.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -27,8 +28,7 @@ std::string records_text(const model_description& d, const prepared_model& p) {
     out += fmt::format(", {} dropped without {}", s.n_without_group, d.residual.groups.value);
   out += "\n";
   for (const removal& r : s.removals)
-    out += fmt::format("  {} set missing in {}: {}\n", d.traits[static_cast<std::size_t>(r.trait)].name,
-                       r.lines.size(), r.why);
+    out += fmt::format("  {} set missing in {}: {}\n", d.traits[from0(r.trait)].name, r.lines.size(), r.why);
   return out;
 }
 
@@ -66,8 +66,6 @@ std::string traits_text(const model_description& d, const prepared_model& p) {
 
 // ---- what the kinds of the traits hold
 
-std::size_t at(int i) { return static_cast<std::size_t>(i); }
-
 std::int64_t records_with(const prepared_model& p, std::size_t t, const std::vector<double>& value,
                           double wanted) {
   return std::ranges::count_if(
@@ -94,7 +92,7 @@ std::string censored_line(const model_description& d, const prepared_model& p, s
   if (values.code.empty()) return "";
   std::array<std::int64_t, 4> n{};
   for (const std::uint32_t r : p.records.records)
-    if (p.records.present[t][r] != 0) ++n[at(values.code[r] + 1)];
+    if (p.records.present[t][r] != 0) ++n[from0(values.code[r] + 1)];
   return fmt::format("  {} (censored): {} observed, {} right, {} left, {} interval\n", d.traits[t].name, n[1],
                      n[2], n[0], n[3]);
 }
@@ -102,7 +100,7 @@ std::string censored_line(const model_description& d, const prepared_model& p, s
 std::string mixture_line(const model_description& d, const prepared_model& p, std::size_t t) {
   const trait_section& trait = d.traits[t];
   if (trait.indicator < 0) return "";
-  const std::size_t i = at(trait.indicator);
+  const std::size_t i = from0(trait.indicator);
   return fmt::format("  {} ({}): above by shift({}) in component 1, where {} of its {} records begin\n",
                      trait.name, word_of(trait.kind.value), d.traits[i].name,
                      records_with(p, t, p.data.traits[i].y, 1.0), p.start.traits[t].observed.n);
@@ -115,7 +113,7 @@ std::string sequence_line(const model_description& d, const prepared_model& p, s
   return fmt::format(
       "  {} (sequence): {} subjects of 1 to {} records, {} with an event; {} is the liability to\n"
       "    have one at all, in the last record of each\n",
-      trait.name, s.n_subjects, s.longest, s.n_with_event, d.traits[at(trait.partner)].name);
+      trait.name, s.n_subjects, s.longest, s.n_with_event, d.traits[from0(trait.partner)].name);
 }
 
 std::string held_lines(const model_description& d) {
@@ -126,7 +124,7 @@ std::string held_lines(const model_description& d) {
     for (const trait_pair& z : *list)
       if (z.at.line == 0)
         covariances += fmt::format("{}{} with {}", covariances.empty() ? "" : ", ",
-                                   d.traits[at(z.first)].name, d.traits[at(z.second)].name);
+                                   d.traits[from0(z.first)].name, d.traits[from0(z.second)].name);
   if (!variances.empty()) variances = "  residual variance 1: " + variances + "\n";
   if (!covariances.empty()) covariances = "  residual covariance 0: " + covariances + "\n";
   return variances + covariances;
@@ -145,8 +143,7 @@ std::string class_line(const std::string& trait, const class_effect& c) {
   std::string out = fmt::format("{}{}{:9}", cell(trait, 18), cell(c.name, 24), c.n_levels());
   if (smallest != c.n_records.end())
     out += fmt::format("   smallest {} with {}",
-                       shown(c.identification[static_cast<std::size_t>(smallest - c.n_records.begin())]),
-                       *smallest);
+                       shown(c.identification[from0(smallest - c.n_records.begin())]), *smallest);
   return out + (c.intercept ? "" : "   (only nested regressions)") + "\n";
 }
 
@@ -155,11 +152,9 @@ std::string effects_text(const model_description& d, const prepared_model& p) {
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     for (const class_effect& c : p.fixed[t].classes) out += class_line(d.traits[t].name, c);
     for (const fixed_regression& x : p.fixed[t].regressions) {
-      const std::int32_t n =
-          x.nested < 0 ? 1 : p.fixed[t].classes[static_cast<std::size_t>(x.nested)].n_levels();
+      const std::int32_t n = x.nested < 0 ? 1 : p.fixed[t].classes[from0(x.nested)].n_levels();
       out += fmt::format("{}{}{:9}   regression", cell(d.traits[t].name, 18), cell(x.name, 24), n);
-      if (x.solution >= 0)
-        out += " on the solutions of " + d.covariables[static_cast<std::size_t>(x.solution)].solution.value;
+      if (x.solution >= 0) out += " on the solutions of " + d.covariables[from0(x.solution)].solution.value;
       out += "\n";
     }
     std::vector<std::string> left_out;
@@ -188,7 +183,7 @@ std::string scales_text(const prepared_model& p) {
 std::string matrix_text(const start_matrix& m, const std::vector<std::string>& names) {
   std::string out;
   for (int i = 0; i < m.order; ++i) {
-    out += "    " + cell(names[static_cast<std::size_t>(i)], 16);
+    out += "    " + cell(names[from0(i)], 16);
     for (int j = 0; j <= i; ++j) out += fmt::format("{:13.6g}", m.at(i, j));
     out += "\n";
   }
@@ -278,8 +273,8 @@ std::string detail_text(const model_description& d, const prepared_model& p) {
                          row.why.empty() ? "" : ": ", row.why);
   }
   for (const removal& r : p.records.removals) {
-    out += fmt::format("\n{} set missing because {}, lines of {}:\n",
-                       d.traits[static_cast<std::size_t>(r.trait)].name, r.why, p.data.table.file);
+    out += fmt::format("\n{} set missing because {}, lines of {}:\n", d.traits[from0(r.trait)].name, r.why,
+                       p.data.table.file);
     std::string line;
     for (const std::int64_t number : r.lines) {
       line += fmt::format(" {}", number);

@@ -7,6 +7,7 @@
 #include "input/structures.h"
 #include "prepare/model/directive_lines.h"
 #include "prepare/output/side_files.h"
+#include "shared/indexing.h"
 
 #include <nlohmann/json.hpp>
 
@@ -103,7 +104,7 @@ void put_class(sequential_writer& file, const class_effect& c, std::int32_t trai
 
 std::int32_t code_of_parent(const factor_levels& f, std::int32_t parent) {
   const std::int32_t level = parent < 0 ? -parent : parent;
-  return level == 0 ? 0 : f.code[static_cast<std::size_t>(level - 1)];
+  return level == 0 ? 0 : f.code[from1(level)];
 }
 
 void put_factor(sequential_writer& file, const factor_levels& f, std::int32_t k) {

@@ -5,6 +5,7 @@
 #include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
 #include "prepare/messages/repeated_cells.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -86,8 +87,8 @@ bool is_observed_in(const model_description& d, const data_columns& data, std::s
 
 flags presence_of(const model_description& d, const data_columns& data, int t, record_selection& out,
                   message_log& log) {
-  const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
-  const std::vector<double>& y = data.traits[static_cast<std::size_t>(t)].y;
+  const trait_section& trait = d.traits[from0(t)];
+  const std::vector<double>& y = data.traits[from0(t)].y;
   flags present(data.n_records());
   for (std::size_t r = 0; r < present.size(); ++r)
     present[r] = std::isnan(y[r]) || (!is_observed(trait) && !is_observed_in(d, data, r)) ? 0 : 1;
@@ -172,7 +173,7 @@ void place_sequences(const model_description& d, const data_columns& data, int n
   take_out_sequences(d, data, t, out);
   message_log told; // the same faults again
   out.sequences = make_sequences(d, data, number, out.present[t], told);
-  flags& cured = out.present[static_cast<std::size_t>(trait.partner)];
+  flags& cured = out.present[from0(trait.partner)];
   flags last(cured.size(), 0);
   for (const std::size_t r : last_records(out.sequences, out.present[t])) last[r] = cured[r];
   cured = last;
@@ -218,7 +219,7 @@ std::string lines_in_words(const removal& r) {
 
 void tell(const model_description& d, const data_columns& data, const record_selection& s, message_log& log) {
   for (const removal& r : s.removals) {
-    const std::string& trait = d.traits[static_cast<std::size_t>(r.trait)].name;
+    const std::string& trait = d.traits[from0(r.trait)].name;
     add_warning(log, {data.table.file, 0, 0},
                 fmt::format("{} in {} with {}: {} set missing there{}", r.why,
                             records_in_words(static_cast<std::int64_t>(r.lines.size())), trait, trait,
@@ -243,23 +244,22 @@ record_selection select_records(const model_description& d, const data_columns& 
   const int nt = static_cast<int>(d.traits.size());
   for (int t = 0; t < nt; ++t) {
     record_selection unneeded; // most records do without a trait of kind cured
-    const bool cured = d.traits[static_cast<std::size_t>(t)].kind.value == trait_kind::cured;
+    const bool cured = d.traits[from0(t)].kind.value == trait_kind::cured;
     out.present.push_back(presence_of(d, data, t, cured ? unneeded : out, log));
   }
   take_out_mixed_traits(d, data, out);
   take_out_groups(d, data, out);
   for (int t = 0; t < nt; ++t)
-    if (d.traits[static_cast<std::size_t>(t)].kind.value == trait_kind::sequence)
-      place_sequences(d, data, t, out, log);
+    if (d.traits[from0(t)].kind.value == trait_kind::sequence) place_sequences(d, data, t, out, log);
   use_records(d, data, out);
 
   tell(d, data, out, log);
   for (int t = 0; t < nt; ++t) {
     std::int64_t n = 0;
-    for (const std::uint32_t r : out.records) n += out.present[static_cast<std::size_t>(t)][r];
+    for (const std::uint32_t r : out.records) n += out.present[from0(t)][r];
     if (n == 0)
       add_error(log, {data.table.file, 0, 0},
-                fmt::format("no record of trait {} can be used", d.traits[static_cast<std::size_t>(t)].name));
+                fmt::format("no record of trait {} can be used", d.traits[from0(t)].name));
     else
       refuse_empty_categories(d, data, out, static_cast<std::size_t>(t), log);
   }

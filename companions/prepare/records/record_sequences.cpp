@@ -1,6 +1,7 @@
 #include "prepare/records/record_sequences.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -61,8 +62,8 @@ void sort_by_position(const data_columns& data, const std::vector<double>& posit
 
 record_sequences make_sequences(const model_description& d, const data_columns& data, int t,
                                 const std::vector<std::uint8_t>& present, message_log& log) {
-  const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
-  const std::vector<double>& event = data.traits[static_cast<std::size_t>(t)].y;
+  const trait_section& trait = d.traits[from0(t)];
+  const std::vector<double>& event = data.traits[from0(t)].y;
   const std::size_t column = find_column(data.table, trait.subject.value);
   record_sequences out;
   out.position.assign(data.n_records(), -1);

@@ -3,6 +3,7 @@
 #include "input/structures.h"
 #include "prepare/messages/messages.h"
 #include "prepare/tables/level_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -25,7 +26,7 @@ void add_components(const data_columns& data, const record_selection& records, i
                     residual_patterns& out) {
   out.group_codes = {"0", "1"};
   out.group_numbers = {0, 1};
-  const std::vector<double>& member = data.traits[static_cast<std::size_t>(indicator)].y;
+  const std::vector<double>& member = data.traits[from0(indicator)].y;
   for (const std::uint32_t r : records.records) out.group.push_back(member[r] == 1.0 ? 2 : 1);
 }
 
@@ -52,8 +53,8 @@ void warn_of_apart_traits(const model_description& d, const residual_patterns& p
       const bool held =
           std::ranges::any_of(d.residual.zero, is_pair) || std::ranges::any_of(d.residual.apart, is_pair);
       if (met || held) continue;
-      const std::string& a = d.traits[static_cast<std::size_t>(i)].name;
-      const std::string& b = d.traits[static_cast<std::size_t>(j)].name;
+      const std::string& a = d.traits[from0(i)].name;
+      const std::string& b = d.traits[from0(j)].name;
       add_warning(log, {},
                   fmt::format("no record has both {} and {}: the data say nothing about their residual "
                               "covariance (zero = [[\"{}\", \"{}\"]] in [residual] holds it at zero)",

@@ -3,6 +3,7 @@
 #include "prepare/messages/messages.h"
 #include "prepare/messages/repeated_cells.h"
 #include "prepare/tables/missing_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -146,7 +147,7 @@ const std::vector<std::string> censoring_words{"left", "none", "right", "interva
 
 bool code_in(std::string_view cell, char decimal, std::int32_t& code) {
   for (std::int32_t k = 0; k < 4; ++k)
-    if (cell == censoring_words[static_cast<std::size_t>(k)]) {
+    if (cell == censoring_words[from0(k)]) {
       code = k - 1;
       return true;
     }

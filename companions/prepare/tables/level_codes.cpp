@@ -1,4 +1,5 @@
 #include "prepare/tables/level_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -54,9 +55,9 @@ ranked_column rank_column(const csv_columns& table, std::size_t c, std::span<con
   sort_texts(column.text);
   std::vector<std::int32_t> place(column.text.size());
   for (std::size_t k = 0; k < column.text.size(); ++k)
-    place[static_cast<std::size_t>(seen.at(column.text[k]))] = static_cast<std::int32_t>(k);
+    place[from0(seen.at(column.text[k]))] = static_cast<std::int32_t>(k);
   for (std::int32_t& rank : column.rank)
-    if (rank >= 0) rank = place[static_cast<std::size_t>(rank)];
+    if (rank >= 0) rank = place[from0(rank)];
   return column;
 }
 
@@ -74,8 +75,7 @@ void combine(const ranked_column& next, std::vector<std::int32_t>& level,
 
   std::vector<std::string> pairs;
   for (const std::int64_t k : keys)
-    pairs.push_back(identification[static_cast<std::size_t>(k / width)] + ":" +
-                    std::string(next.text[static_cast<std::size_t>(k % width)]));
+    pairs.push_back(identification[from0(k / width)] + ":" + std::string(next.text[from0(k % width)]));
   for (std::size_t r = 0; r < level.size(); ++r)
     level[r] =
         key[r] < 0
@@ -125,7 +125,7 @@ level_codes codes_of_columns(const csv_columns& table, std::span<const std::size
   codes.n_records.assign(codes.identification.size(), 0);
   // a combination may drop levels of its first columns, so records are counted at the end
   for (std::int32_t& level : codes.level)
-    if (++level > 0) ++codes.n_records[static_cast<std::size_t>(level - 1)];
+    if (++level > 0) ++codes.n_records[from1(level)];
   codes.codes_are_identifications = codes_of_identifications(codes.identification, codes.code);
   return codes;
 }
