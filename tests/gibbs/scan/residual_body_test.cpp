@@ -253,6 +253,20 @@ TEST(residual_body_death, a_residual_that_drifted_ends_the_process) {
       enter();
   }
 }
+
+// The same builds check each equation number that the walk over the records takes.
+TEST(residual_body_death, an_equation_beyond_its_group_ends_the_process) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  body_case c({false, false, false}, 1, {}, false);
+  c.round();
+  scan_records r = c.records();
+  residual_body body;
+  body.begin_round(r, c.f.asked, c.f.state, scan_stage::all);
+  const std::int64_t extent = std::int64_t{r.layout.NGR(1, 1)} * r.layout.group(1).stride;
+  c.work.fast.groups[0].slots[0].row(1) = static_cast<std::int32_t>(extent);
+  EXPECT_DEATH(body.enter_group(r, c.f.asked, c.f.state, scan_stage::all, 1),
+               "array index [0-9]+ is outside 0\\.\\.");
+}
 #endif
 
 // lik of a record far out: the density is 0 in 64 bits and its log infinite.
