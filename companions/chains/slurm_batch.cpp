@@ -45,11 +45,11 @@ while [ -z "$asked" ]; do
   [ -f "$segment/exit" ] || exit 137
   code=$(cat "$segment/exit")
   [ "$code" = 0 ] || exit "$code"
-  [ ! -e "$segment/STOP" ] || exit 0 # the next array, or `zeph-chains continue`, goes on
+  [ ! -e "$segment/STOP" ] || exit 0 # the next array, or `zeph-chains continue`, continues
 done
 )sh";
 
-// Runs a program with these words; its standard output (and error, when asked for) goes to `output`. Returns
+// Runs a program with these words; its standard output (and error, when asked for) go to `output`. Returns
 // its exit code, -1 when it can't be run.
 int run_words(const std::vector<std::string>& words, bool with_errors, std::string& output) {
   std::array<int, 2> ends{};

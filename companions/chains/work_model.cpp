@@ -50,8 +50,7 @@ bool read_directives(const fs::path& work, const model_records& m, work_model& o
     return false;
   }
   if (!plain_name(out.directive_name)) {
-    fault = fmt::format("the directive file \"{}\" does not stand in {} itself", out.directive_name,
-                        work.string());
+    fault = fmt::format("the directive file \"{}\" is not in {} itself", out.directive_name, work.string());
     return false;
   }
   std::string text, what;
@@ -132,7 +131,7 @@ bool read_work_model(const fs::path& work, work_model& out, std::string& fault) 
   reporting report(listing, work.string());
   for (const char* name : {"MODINF", "RCDATA_I", "RCDATA_R", "CODE_TABLE"})
     if (!file_exists(report, name)) {
-      fault = fmt::format("{} is no work directory: {} is missing", work.string(), name);
+      fault = fmt::format("{} is not a work directory: {} is missing", work.string(), name);
       return false;
     }
   model_records m;

@@ -25,7 +25,7 @@ struct work_model {
 };
 
 // Reads MODINF and the directive file. False with `fault` when they can't be read, or when the directive file
-// does not stand in the directory itself.
+// is not in the directory itself.
 bool read_work_model(const fs::path& work, work_model& m, std::string& fault);
 
 // Names of the files of the directory that go into every segment as links, sorted: those that ZEPH reads, and

@@ -51,7 +51,7 @@ std::vector<double> mixture_in(const fs::path& directory) {
   return values;
 }
 
-// Rounds as `status` tells them, kept when it is missing for a moment.
+// Rounds as `status` reports them, kept when it is missing for a moment.
 void take_round(watched_chain& c, const status_line& status, std::int64_t shift, double now) {
   if (status.what != status_line::kind::round) return;
   const std::int64_t round = status.round + shift;
@@ -65,7 +65,7 @@ void take_round(watched_chain& c, const status_line& status, std::int64_t shift,
   note_round(c.pace, now, round);
 }
 
-// A run whose state is told by `status` alone.
+// A run whose state is known from `status` alone.
 void look_at_directory(watched_chain& c, double now) {
   const status_line status = read_status(c.directory);
   take_round(c, status, 0, now);

@@ -147,7 +147,7 @@ TEST_F(preparation_of_absurd_sizes, refuses_thousands_of_traits_at_once) {
     traits += "[trait.t" + std::to_string(i) + "]\ncolumn = \"y\"\nformula = \"1\"\n";
   const child_end end = prepared("", traits);
   EXPECT_EQ(end.code, 1);
-  EXPECT_NE(end.errors.find("3000 traits; 20 are the most"), std::string::npos) << end.all();
+  EXPECT_NE(end.errors.find("3000 traits; at most 20 are possible"), std::string::npos) << end.all();
 }
 
 TEST_F(preparation_of_absurd_sizes, says_so_where_the_records_do_not_fit_into_memory) {
@@ -156,7 +156,7 @@ TEST_F(preparation_of_absurd_sizes, says_so_where_the_records_do_not_fit_into_me
   place.write("data.csv", records);
   const child_end end = prepared("", "[trait.y]\nformula = \"1 + g\"\n", rlim_t{64} << 20);
   EXPECT_EQ(end.code, 2) << end.all();
-  EXPECT_EQ(end.errors, "zeph-prepare: no memory left; fewer levels or records, or a machine with more\n");
+  EXPECT_EQ(end.errors, "zeph-prepare: out of memory; use fewer levels or records, or a machine with more\n");
   EXPECT_FALSE(place.has("work"));
 }
 

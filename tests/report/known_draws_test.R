@@ -102,5 +102,5 @@ test_that("chains that rest at values of their own are never long enough, and fe
   expect_match(apart$lines[2], "^No R-hat: within each chain nothing moves; smallest effective sample size 2 ")
   few <- judged(cbind(c(1, 2, 2, 1), c(2, 1, 1, 2)))
   expect_equal(verdict_head(few), "No verdict on the chains.")
-  expect_equal(few$lines[2], "Too few samples to judge the chains by: let them run on.")
+  expect_equal(few$lines[2], "Too few samples to judge the chains: let them run longer.")
 })

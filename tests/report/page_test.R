@@ -18,7 +18,7 @@ test_that("the way from a work directory to the page", {
 })
 
 test_that("the sections stand in their order", {
-  titles <- c("Verdict", "Model and data", "\\(Co\\)variances and what follows from them", "Pictures",
+  titles <- c("Verdict", "Model and data", "\\(Co\\)variances and derived quantities", "Pictures",
     "Fixed effects and breeding values", "DIC per trait",
               "Mixtures, thresholds, models", "Glossary")
   at <- vapply(titles, function(t) regexpr(paste0("<h2>", t, "</h2>"), html)[1], 1)

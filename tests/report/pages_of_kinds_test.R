@@ -39,12 +39,12 @@ test_that("one chain that moves between models, and one for each model", {
   has(page, "The same in every draw: dimension[pen] = ", "<h3>Models</h3>", "Moves proposed and accepted",
       "Transitions between neighbouring samples", "their listings hold no DIC",
       "<th class=\"n\">share of samples</th>",
-      "The share of samples is the time that the chains spent there, and no measure of what the data support: ",
+      "The share of samples is the time that the chains spent there, not a measure of what the data support: ",
       "beyond some tens of levels a chain stays where it is whatever the truth, ",
-      "and with a flat prior a change of unit turns the shares around.")
+      "and with a flat prior a change of units reverses the shares.")
   expect_false(grepl("probabilit", page$html, ignore.case = TRUE)) # the chain gives none of a model
   page <- page_of(example_run("number_of_traits", 200, "models.toml"))
-  has(page, "Each model has a chain of its own; judged is that of the last one.")
+  has(page, "Each model has a chain of its own; the verdict is on the last one.")
   expect_equal(nrow(page$enumerated), 3L)
 })
 
@@ -96,5 +96,5 @@ test_that("chains stopped in their burn-ins have nothing to report; those that w
 })
 
 test_that("solutions alone", {
-  has(page_of(example_run("animal_model", 8000)), "no chain was run", "No draws to draw.", "Factor animal")
+  has(page_of(example_run("animal_model", 8000)), "no chain was run", "No draws to plot.", "Factor animal")
 })

@@ -103,7 +103,7 @@ constexpr key_row key_rows[] = {
     {s::run, "restrict", k::truth, "all levels are written, and the run sets its own restrictions"},
     {s::run, "test_level", k::whole, "level of test output"},
     {s::run, "continue", k::truth, "the chain continues from the files of the last run"},
-    {s::run, "prune", k::truth, "animals without connection to data are left out"},
+    {s::run, "prune", k::truth, "animals with no connection to the data are left out"},
 };
 
 bool holds(key_section section, std::string_view key) {

@@ -1,4 +1,4 @@
-// The model description as plain records. The keys that fill them, and their defaults, stand in
+// The model description as plain records. The keys that fill them, and their defaults, are in
 // model_description.h.
 #pragma once
 
@@ -23,7 +23,7 @@ struct text_place {
 template <typename T> struct stated {
   T value{};
   text_place at;      // of the value
-  bool given = false; // false: the default stands
+  bool given = false; // false: the default applies
 };
 
 using text_value = stated<std::string>;
@@ -45,7 +45,7 @@ struct matrix_value {
 struct data_section {
   text_place at; // of the table; {0,0} when it is missing (an error)
   text_value file;
-  std::vector<text_value> missing; // numbers as they stand in the file ("-999"); an empty cell is not listed
+  std::vector<text_value> missing; // numbers as written in the file ("-999"); an empty cell is not listed
   stated<char> decimal;            // '.' or ','
   stated<char> separator;          // ',' ';' '\t', or ' ' for any run of blanks and tabs
   std::vector<text_value> columns; // empty: the file has a header line
@@ -88,8 +88,8 @@ struct matrix_source {
 // effect of its left side, degree) put into a record. `name` is the word of `order`, G[..] and the reports:
 //   trait.column      the 1 of a term on `column` ("bwt.animal"; two columns: "gr.mate1+mate2")
 //   trait.leg0 ..     the degrees of leg(x, n); trait.poly0 .. of poly(x, n)
-//   trait.x           a covariable x; a product of covariables can't stand here
-// Names that two rows of one factor would share get ".column" behind ("milk.leg1.cow", "milk.leg1.dam"), and
+//   trait.x           a covariable x; a product of covariables is not possible here
+// Names that two rows of one factor would share get a ".column" ("milk.leg1.cow", "milk.leg1.dam"), and
 // those that are then still equal the covariable before that ("milk.leg1.dim.cow", "milk.leg1.age.cow").
 struct factor_row {
   std::string name;
@@ -187,17 +187,17 @@ struct group_start {
 
 struct trait_pair {
   int first = 0, second = 0; // 0-based trait numbers, first < second
-  text_place at;             // {0, 0}: not stated, the kinds ask for it
+  text_place at;             // {0, 0}: not stated, the kinds require it
 };
 
 struct residual_section {
   text_place at;
   matrix_value start;
   prior_degrees prior_df;
-  std::vector<trait_pair> zero; // covariances held at zero, stated or for the kinds' sake
+  std::vector<trait_pair> zero; // covariances held at zero, stated or required by the kinds
   std::vector<trait_pair>
       apart; // covariances that are zero in every draw: two traits of unit variance, one of which
-             // stands apart
+             // is held apart
   std::vector<trait_pair> free; // stated: not to be held at zero
   text_value groups;            // column, or an indicator trait; empty: one group
   int indicator = -1;           // groups names this trait (0-based)
@@ -246,7 +246,7 @@ struct model_description {
   run_section run;
 };
 
-// A file of the description, seen from where the program stands.
+// A file of the description, relative to the working directory.
 std::filesystem::path path_of(const model_description& description, const std::string& file);
 
 // The covariable of that name, or none.

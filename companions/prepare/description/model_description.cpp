@@ -165,7 +165,7 @@ matrix_source read_matrix_source(const table_view& factor, const toml::node& nod
   return m;
 }
 
-// The key that tells the relationship of the levels; more than one is an error.
+// The key that gives the relationship of the levels; more than one is an error.
 void read_relationship(const table_view& t, factor_section& f) {
   for (std::size_t k = 1; k < kinds.size(); ++k) {
     const toml::node* node = find(t, kinds[k]);
@@ -199,7 +199,7 @@ prior_degrees read_degrees(const table_view& t) {
   if (node == nullptr || !node->is_floating_point()) return {read_whole(t, "prior_df", 0, 0)};
   const double df = node->as_floating_point()->get();
   if (!(df >= 0.0 && df < std::numeric_limits<std::int32_t>::max())) {
-    error_in(t, place_of(*node), t.title + " prior_df must be a whole number from 0 on");
+    error_in(t, place_of(*node), t.title + " prior_df must be a whole number, 0 or more");
     return {};
   }
   const auto whole = static_cast<std::int32_t>(df);
@@ -467,12 +467,12 @@ model_description parse_description(std::string_view text, const std::string& pa
   d.path = path;
   const std::size_t first = log.entries.size();
   if (text.size() > largest_file) {
-    error_at(d, log, {}, "this is no model description: it is larger than 16 MB");
+    error_at(d, log, {}, "this is not a model description: it is larger than 16 MB");
     return d;
   }
   d.lines = lines_of(text);
   if (most_dots_of_a_key(text) > most_dots) {
-    error_at(d, log, {}, "this is no model description: a key has more than 16 dots");
+    error_at(d, log, {}, "this is not a model description: a key has more than 16 dots");
     return d;
   }
   const toml::parse_result result = toml::parse(text, path);

@@ -51,7 +51,7 @@ void check_standardize(const model_description& d, message_log& log) {
 
 bool is_class(const effect& e) { return covariable_atom(e) == nullptr; }
 
-// Words that may stand behind the trait's name.
+// Words that may follow the trait's name.
 std::vector<std::string> sources_of(const trait_section& t) {
   std::vector<std::string> out;
   for (const effect& e : t.terms.fixed)
@@ -86,7 +86,7 @@ void link_source(const model_description& d, message_log& log, covariable_sectio
     for (std::string& word : sources_of(d.traits[t])) known.push_back(std::move(word));
   }
   error_at(d, log, c.solution.at,
-           fmt::format("{} solution: \"{}\" is no class effect of a trait; known: {}", title_of(c),
+           fmt::format("{} solution: \"{}\" is not a class effect of a trait; known: {}", title_of(c),
                        c.solution.value, joined(known)))
       .hint = nearest_hint(c.solution.value, known);
 }
@@ -119,7 +119,7 @@ void check_uses(const model_description& d, message_log& log, int number, std::s
   for (const random_term& r : t.terms.random)
     for (const effect& e : r.left)
       for_each_atom(e, [&](const atom& a) {
-        if (solution_covariable(d, a) != nullptr) refuse_use(d, log, t, a, "can't stand on the left of '|'");
+        if (solution_covariable(d, a) != nullptr) refuse_use(d, log, t, a, "can't appear on the left of '|'");
       });
 }
 

@@ -111,7 +111,7 @@ void set_sizes(const model_description& d, prepared_model& p) {
       std::string(p.patterns.group_codes.empty() ? row_of(structure_kind::identity).name : residual_groups),
       12);
   m.n_norcov = static_cast<std::int32_t>(d.residual.zero.size());
-  m.iv_50 = 3; // at least; the columns are counted when they stand
+  m.iv_50 = 3; // at least; the columns are counted once they exist
 }
 
 bool take_arrays(prepared_model& p, message_log& log) {
@@ -225,10 +225,11 @@ void warn_of_chain(const model_description& d, const prepared_model& p, message_
   const analysis_type analysis = d.run.analysis.value;
   for (const factor_levels& f : p.factors) {
     if (f.n_groups > 0 && samples_solutions(analysis) && !has_several_models(analysis))
-      add_warning(log, {},
-                  fmt::format("the phantom groups of {} and the fixed effects hang together: in a chain only "
-                              "contrasts have a mean",
-                              f.name));
+      add_warning(
+          log, {},
+          fmt::format("the phantom groups of {} and the fixed effects are confounded: in a chain only "
+                      "contrasts have a mean",
+                      f.name));
     const std::int32_t df = d.factors[f.section].prior_df.value;
     const int room = f.n_levels() - f.n_groups - f.order() - 1;
     if (!samples_matrices(analysis) || df > f.order() + 1 || room > f.order() + 3) continue;
@@ -266,8 +267,9 @@ void warn_of_twins(const prepared_model& p, message_log& log) {
       if (go_together(p, *a, *b))
         add_warning(
             log, {},
-            fmt::format("{} and {} cannot be told apart: every level of one goes with one level of the other",
-                        f.name, g.name));
+            fmt::format(
+                "{} and {} cannot be distinguished: every level of one goes with one level of the other",
+                f.name, g.name));
     }
 }
 
@@ -293,7 +295,7 @@ void warn_of_defaults(const model_description& d, const prepared_model& p, messa
   if (d.residual.start.order == 0 && !grouped && !residual_is_held(d)) defaults.emplace_back("[residual]");
   if (!defaults.empty())
     add_warning(log, {},
-                fmt::format("analysis \"{}\" takes the covariances as they start, and {} {} no start: "
+                fmt::format("analysis \"{}\" uses the covariances given in start, and {} {} no start: "
                             "the defaults below are used",
                             word_of(d.run.analysis.value), joined(defaults),
                             defaults.size() == 1 ? "has" : "have"));
@@ -306,7 +308,7 @@ void warn_of_likeness(const prepared_model& p, message_log& log) {
     if (std::ranges::all_of(f.n_records, [](std::int64_t n) { return n <= 1; }))
       add_warning(
           log, {},
-          fmt::format("{} and the residual cannot be told apart: every level has one record", f.name));
+          fmt::format("{} and the residual cannot be distinguished: every level has one record", f.name));
   }
 }
 

@@ -20,7 +20,7 @@ constexpr double largest_rounding_per_sd = 1e-3; // of one value
 
 // ---- range
 
-// Says the first record of trait t whose value is beyond 32-bit reals.
+// Reports the first record of trait t whose value is beyond 32-bit reals.
 void refuse_beyond_range(const prepared_model& p, std::size_t t, const std::string& name,
                          const std::vector<double>& value, std::set<std::string>& told, message_log& log) {
   constexpr double largest = std::numeric_limits<float>::max();
@@ -29,7 +29,7 @@ void refuse_beyond_range(const prepared_model& p, std::size_t t, const std::stri
   });
   if (found == p.records.records.end() || !told.insert(name).second) return;
   add_error(log, {p.data.table.file, static_cast<int>(p.data.table.line[*found]), 0},
-            fmt::format("{} is {:.4g} here, beyond what 32 bits hold (3.4e38): take a larger unit", name,
+            fmt::format("{} is {:.4g} here, beyond what 32 bits hold (3.4e38): use a larger unit", name,
                         value[*found]));
 }
 
@@ -61,7 +61,7 @@ struct used_values {
   column_statistics statistics;
 };
 
-// Values in the records of a trait; with `pass_zeros` those of 0, which stand for dropped levels too, are
+// Values in the records of a trait; with `pass_zeros` those of 0, which also mean dropped levels, are
 // left out.
 used_values values_in_use(const prepared_model& p, std::size_t t, const std::vector<double>& x,
                           bool pass_zeros) {
@@ -93,7 +93,7 @@ void warn_of_digits(const std::string& file, const std::string& name, const used
     add_warning(
         log, {file, 0, 0},
         fmt::format("mean of {} is {:.0f} times its standard deviation, and the files hold 7 digits:\n"
-                    "take a constant away (a covariable: center = true in [covariable.{}])",
+                    "subtract a constant (a covariable: center = true in [covariable.{}])",
                     name, std::fabs(s.mean) / s.sd, name));
 }
 
@@ -132,7 +132,7 @@ void check_information(const model_description& d, const prepared_model& p, mess
 
 void warn_of_precision(const model_description& d, const prepared_model& p, message_log& log) {
   const std::string& file = p.data.table.file;
-  std::set<std::string> told; // a covariable may stand in many terms
+  std::set<std::string> told; // a covariable may appear in many terms
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     warn_of_digits(file, d.traits[t].name, values_in_use(p, t, p.data.traits[t].y, false), log);
     for (const fixed_regression& x : p.fixed[t].regressions)

@@ -1,4 +1,4 @@
-// Files beside those that ZEPH reads: they tell which name, level or equation is what.
+// Files beside those that ZEPH reads: they say which name, level or equation is what.
 #pragma once
 
 #include "prepare/model/equation_ranges.h"

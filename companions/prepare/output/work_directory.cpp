@@ -176,7 +176,7 @@ bool write_model(writing& w, const prepared_model& p) {
   return w.done("MODINF", ok);
 }
 
-// Names that a former names.json lists as files of its directory.
+// Names that an earlier names.json lists as files of its directory.
 std::vector<std::string> former_files(const fs::path& directory) {
   std::ifstream in(directory / "names.json");
   if (!in) return {};
@@ -206,7 +206,7 @@ directory_result write_work_directory(const model_description& d, const prepared
   fs::create_directories(directory, fault);
   if (!fs::is_directory(directory, ignored)) {
     w.result.fault = "can't make the directory " + directory.string() +
-                     (fs::exists(directory, ignored) ? ": a file of that name stands there"
+                     (fs::exists(directory, ignored) ? ": there is a file of that name"
                       : fault                        ? ": " + fault.message()
                                                      : "");
     return w.result;
@@ -237,17 +237,17 @@ std::vector<std::string> disturbing_files(const fs::path& directory) {
   std::vector<std::string> out;
   std::error_code ignored;
   const auto has = [&](const char* name) { return fs::exists(directory / name, ignored); };
-  if (has("STOP")) out.emplace_back("STOP stands there: the run would end after one round");
+  if (has("STOP")) out.emplace_back("STOP is present: the run would end after one round");
   const bool oldsol = has("oldsol"), r_parm = has("r_parm");
   if (oldsol && r_parm)
-    out.emplace_back("oldsol and r_parm stand there: the run would continue an old chain");
+    out.emplace_back("oldsol and r_parm are present: the run would continue an old chain");
   if (oldsol != r_parm)
     out.push_back(std::string(oldsol ? "oldsol" : "r_parm") +
-                  " stands there without the other restart file: the run would stop");
+                  " is present without the other restart file: the run would stop");
   if (has("mixz_prob") || has("mixz_last"))
-    out.emplace_back("mixz_prob or mixz_last of a former run stand there: a mixture would end with code 16; "
+    out.emplace_back("mixz_prob or mixz_last of an earlier run is present: a mixture would end with code 16; "
                      "move them away");
-  if (has("ytopredict")) out.emplace_back("ytopredict stands there: its records would be predicted");
+  if (has("ytopredict")) out.emplace_back("ytopredict is present: its records would be predicted");
   return out;
 }
 

@@ -1,13 +1,11 @@
 # Categorical traits on other scales than that of the chain.
 #
 # The chain fixes the first inner threshold of an ordered trait at 0 and the last at 1. With the residual variance at 1
-# instead, variances are divided by R and thresholds by its root: the names end in ".unit". On the observed scale, where
-# a
-# category counts as its number, h2 is that of the liability times (sum of the normal densities at the thresholds)^2
-# over
+# instead, variances are divided by R and thresholds by its root: the names end in ".unit". On the observed scale,
+# where a category counts as its number, h2 is that of the liability times (sum of the normal densities at the
+# thresholds)^2 over
 # the variance of the scores (Dempster and Lerner 1950 for two categories, Gianola 1979 for more); densities and
-# variance
-# are those of the frequencies in the data. It is called h2.observed.
+# variance are those of the frequencies in the data. It is called h2.observed.
 
 add_other_scales <- function(m, data, add) {
   for (t in drawn_by(m, "liabilities")) {

@@ -8,7 +8,7 @@ verdict_section <- function(r) {
   left_out <- if (r$burnin > 0)
     sentence("The first ", count_of(r$burnin, "sampling round"),
       " of each chain are left out (--burnin); the means of ",
-             "solutions still hold them.")
+             "solutions still include them.")
   section("verdict", "Verdict", box, paragraphs(r$remarks), left_out)
 }
 
@@ -47,7 +47,7 @@ fixed_in_words <- function(m, t) {
   paste0(m$trait_names[t], ": ", paste(unique(effects), collapse = ", "))
 }
 
-# Degrees of freedom of the priors stand in the directive file, a row for each factor and the residual.
+# Degrees of freedom of the priors are in the directive file, a row for each factor and the residual.
 prior_block <- function(r) {
   prior <- r$place$chains[[1]]$segments[[1]]$directives$prior
   names <- c(vapply(r$model$factors, function(f) f$name, ""), "residual")

@@ -69,7 +69,7 @@ add_draws <- function(r, data, remarks) {
   c(r, list(draws = draws, formulas = rbind(derived, asked), visits = visits, curves = curves_of(m, data, draws)))
 }
 
-# The table of all names, those that are fixed, those whose errors the verdict tells, and the verdict.
+# The table of all names, those that are fixed, those whose errors the verdict reports, and the verdict.
 add_judgement <- function(r) {
   table <- summarise_names(r$draws)
   asked <- c(intersect(asked_formulas(r$model)$name, table$name), grep("^(h2|rg)\\[", table$name, value = TRUE))
@@ -109,8 +109,7 @@ solution_tables <- function(m, place, solutions, table, joined) {
 }
 
 # Variances of all rows of the factors by name: posterior means, NA for a row that some model leaves out; the start
-# values
-# where no matrices were sampled.
+# values where no matrices were sampled.
 variances_of_rows <- function(m, table, n_draws) {
   out <- numeric(0)
   given <- !any(startsWith(table$name, "G["))
@@ -123,7 +122,7 @@ variances_of_rows <- function(m, table, n_draws) {
   out
 }
 
-# Prints the verdict, writes the exports and the page. Exports of draws that are not there are told at the end.
+# Prints the verdict, writes the exports and the page. Exports of draws that are not there are reported at the end.
 write_report <- function(report, arguments, home) {
   print_verdict(report)
   draws <- report$draws

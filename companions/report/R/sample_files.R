@@ -110,8 +110,8 @@ mixture_places <- function(m) {
   data.frame(trait = trait, name = m$trait_names[ifelse(known, indicator[trait], trait)])
 }
 
-# Thresholds. Every row names the first ordered trait: the traits are told by the order of the rows, a new one beginning
-# with threshold 1.
+# Thresholds. Every row names the first ordered trait: the order of the rows separates the traits, each of which
+# begins with threshold 1.
 threshold_samples <- function(m, path) {
   ordered <- with_thresholds(m)
   if (length(ordered) == 0) return(NULL)

@@ -7,7 +7,7 @@ enough_rhat <- 1.01
 enough_ess <- 400
 
 # list(good, lines (sentences), worst_rhat, worst_ess, more (rounds per chain that are missing, 0 when good), command).
-# asked: names whose Monte Carlo errors are told.
+# asked: names whose Monte Carlo errors are reported.
 verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
   none <- function(...) list(good = NA, lines = c(...), more = 0, command = NULL)
   if (n_draws == 0) return(none(nothing_to_judge(place, 0)))
@@ -26,7 +26,7 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
   worst <- paste0(largest, "smallest effective sample size ", round(e$ess), " (", e$name, ").")
   single <- if (n_chains == 1) "One chain only: R-hat compares its halves, which can't show that chains disagree."
   last <- if (has_chain_for_each_model(analysis_of(place)))
-    "Each model has a chain of its own; judged is that of the last one."
+    "Each model has a chain of its own; the verdict is on the last one."
   list(good = good, lines = c(size, worst, error_lines(table, asked), single, last), worst_rhat = r, worst_ess = e,
     more = more,
        command = if (good) NULL else command_for(place, model, more))
@@ -34,8 +34,8 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
 
 nothing_to_judge <- function(place, n_draws) {
   if (n_draws > 0 && samples_matrices(analysis_of(place)))
-    return("Too few samples to judge the chains by: let them run on.")
-  if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing to judge chains by.")
+    return("Too few samples to judge the chains: let them run longer.")
+  if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing by which to judge the chains.")
   if (gives_solutions_only(analysis_of(place)))
     return("Solutions of the equations with given (co)variances; no chain was run.")
   "There are no samples."
@@ -63,7 +63,7 @@ number_text <- function(x, digits = 4) {
 }
 
 # What to type for more rounds. Chains with ordered traits, and those over models, can't be continued: they are run
-# anew.
+# again from scratch.
 command_for <- function(place, model, more) {
   rounds <- format(more, scientific = FALSE, trim = TRUE)
   asked <- paste(rounds, "more rounds in [run] of the description)")

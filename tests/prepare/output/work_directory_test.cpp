@@ -171,7 +171,7 @@ TEST(work_directory, that_can_not_be_made_is_a_fault) {
   out.write("file", "");
   const directory_result w = write_work_directory(c.description, c.p, out / "file", "");
   EXPECT_FALSE(w.ok);
-  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file") + ": a file of that name stands there");
+  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file") + ": there is a file of that name");
 }
 
 TEST(work_directory, files_that_would_disturb_a_run_are_named) {
@@ -181,14 +181,14 @@ TEST(work_directory, files_that_would_disturb_a_run_are_named) {
   out.write("oldsol", "");
   EXPECT_EQ(
       disturbing_files(out.path()),
-      (std::vector<std::string>{"STOP stands there: the run would end after one round",
-                                "oldsol stands there without the other restart file: the run would stop"}));
+      (std::vector<std::string>{"STOP is present: the run would end after one round",
+                                "oldsol is present without the other restart file: the run would stop"}));
   out.write("r_parm", "");
   EXPECT_EQ(disturbing_files(out.path())[1],
-            "oldsol and r_parm stand there: the run would continue an old chain");
+            "oldsol and r_parm are present: the run would continue an old chain");
   out.write("mixz_last", "");
   EXPECT_TRUE(
-      disturbing_files(out.path())[2].starts_with("mixz_prob or mixz_last of a former run stand there"));
+      disturbing_files(out.path())[2].starts_with("mixz_prob or mixz_last of an earlier run is present"));
 }
 
 TEST(work_directory, codes_tell_identification_and_equation_of_every_level) {
