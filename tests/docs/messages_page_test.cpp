@@ -65,7 +65,7 @@ constexpr std::array<other_text, 24> other_texts = {{
     // what --help says first
     {"companions/chains/main.cpp", "Runs several chains of a work directory"},
     {"companions/prepare/main.cpp", "Makes a work directory for ZEPH"},
-    {"companions/watch/main.cpp", "Shows where running chains"},
+    {"companions/watch/main.cpp", "Shows the state of running chains"},
     // names of kinds of repeated faults, of which ten are shown
     {"companions/prepare/parts/covariable_values.cpp", "outside range "},
     {"companions/prepare/parts/factor_levels.cpp", "no level in "},

@@ -72,7 +72,7 @@ constexpr key_row key_rows[] = {
     {s::trait, "of", k::text, "cured: its trait of kind sequence"},
 
     {s::limits, "code", k::text, "column that says on which side the value is open"},
-    {s::limits, "event", k::text, "column of 1 where the end was seen, else 0"},
+    {s::limits, "event", k::text, "column of 1 where the event was observed, else 0"},
     {s::limits, "upper", k::text, "column of upper bounds"},
 
     {s::first, "upper", k::number, "share of the records that begin in component 1"},
