@@ -10,7 +10,7 @@ namespace zeph::chains {
 struct screen_lines {
   std::FILE* out = nullptr;
   bool terminal = false;
-  int shown = 0; // lines above the cursor and are written over
+  int shown = 0; // lines above the cursor, which are written over
 };
 
 screen_lines screen_on(std::FILE* out);

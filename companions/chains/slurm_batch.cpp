@@ -49,7 +49,7 @@ while [ -z "$asked" ]; do
 done
 )sh";
 
-// Runs a program with these words; its standard output (and error, when asked for) go to `output`. Returns
+// Runs a program with these words; its standard output (and error, when asked for) goes to `output`. Returns
 // its exit code, -1 when it can't be run.
 int run_words(const std::vector<std::string>& words, bool with_errors, std::string& output) {
   std::array<int, 2> ends{};

@@ -108,5 +108,6 @@ test_that("model files that are too short are told", {
   expect_error(read_modinf(path), "a record of .*MODINF is shorter than its items")
   writeBin(c(frame(28), frame(1004), frame(12)), path)
   expect_error(read_modinf(path), "MODINF of .* ends too early")
-  expect_error(read_modinf(file.path(place, "none", "MODINF")), "none is not a work directory of ZEPH: it has no MODINF")
+  expect_error(read_modinf(file.path(place, "none", "MODINF")),
+    "none is not a work directory of ZEPH: it has no MODINF")
 })

@@ -23,8 +23,7 @@ namespace {
 
 constexpr double dependent_squared = 1e-11; // of cross-products of columns of length 1
 constexpr double dependent_length = 1e-6;   // of the columns themselves
-constexpr std::size_t most_in_order =
-    1500; // columns beside the wide class, by the ways described in the header
+constexpr std::size_t most_in_order = 1500; // columns beside the wide class, by the ways of the header
 constexpr std::size_t most_dense = 20000;
 constexpr double cheap_work = 1e10; // operations
 
