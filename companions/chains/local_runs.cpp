@@ -116,7 +116,7 @@ void collect_ended(local_run& l) {
     const int ended = WIFSIGNALED(code) ? 128 + WTERMSIG(code) : WEXITSTATUS(code);
     if (fs::exists(exit, ignored) || replace_file(exit, fmt::format("{}\n", ended)))
       settle_segment(l, r);
-    else // the shell around ZEPH was ended itself, and the disk is full too
+    else // the shell around ZEPH was killed too, and the disk is full
       end_chain(l, l.outcome.failed, fmt::format("chain {}  failed: can't write {}", r.chain, exit.string()));
   }
 }
