@@ -158,9 +158,9 @@ TEST(description_keys, have_a_line_that_says_what_they_are) {
 }
 
 TEST(description_keys, of_another_table_are_named_with_it) {
-  EXPECT_NE(messages_of("[run]\nweight = \"w\"\n").find("\"weight\" belongs into [trait.NAME]"),
+  EXPECT_NE(messages_of("[run]\nweight = \"w\"\n").find("\"weight\" belongs in [trait.NAME]"),
             std::string::npos);
-  EXPECT_NE(messages_of("[keep]\nburnin = 5\n").find("\"burnin\" belongs into [run]"), std::string::npos);
+  EXPECT_NE(messages_of("[keep]\nburnin = 5\n").find("\"burnin\" belongs in [run]"), std::string::npos);
 }
 
 } // namespace

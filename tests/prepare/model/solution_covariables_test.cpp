@@ -164,7 +164,7 @@ TEST(solution_covariables, are_checked_in_the_description) {
        "level is made from solutions and can't explain its own trait milk"},
       {good_milk, "1 + leg(level, 2)", herd, "", "level is made from solutions and takes no leg(level,2)"},
       {good_milk, "1 + (level | fatsire | sire)", herd, "",
-       "level is made from solutions and can't stand on the left"},
+       "level is made from solutions and can't appear on the left"},
       {good_milk, "1 + level", herd + "\ncolumn = \"dim\"", "",
        "[covariable.level] is a solution and has no column"},
       {good_milk, "1 + level", herd + "\ncenter = true", "", "no range and no center"},

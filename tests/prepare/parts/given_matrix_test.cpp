@@ -197,7 +197,7 @@ TEST(given_matrix, blending_with_zero_leaves_a_singular_matrix_singular) {
   message_log log;
   EXPECT_TRUE(given_matrix_of_text("a b\n1 1\n1 1\n", request, log).element.empty());
   EXPECT_EQ(count_of(log, severity::error), 1);
-  EXPECT_NE(full_text(log).find("say blend = ..."), std::string::npos);
+  EXPECT_NE(full_text(log).find("set blend = ..."), std::string::npos);
 }
 
 TEST(given_matrix, reports_faults_with_their_lines) {
