@@ -28,7 +28,7 @@ test_that("the sections stand in their order", {
 
 test_that("the page tells seeds, priors, formulas, check sums, DIC in both forms, and no Bayes factor", {
   for (text in c("11, 12", "inverse Wishart, 6 degrees of freedom", "SHA-256", "G[genetic,bwt,bwt] + R[bwt,bwt]",
-    "DIC with n log 2 pi", "no Bayes factor is made",
+    "DIC with n log 2 pi", "no Bayes factor is computed",
                  "zeph-chains 0", "a40", "accuracy"))
     expect_true(grepl(text, html, fixed = TRUE), info = text)
 })
