@@ -110,7 +110,7 @@ std::vector<chain_position> check_chains(const fs::path& runs, const study& s, c
   return positions;
 }
 
-// Each chain is to run so many sampling rounds beyond those it has.
+// Sets the number of sampling rounds that each chain runs beyond those it has.
 void ask_for_more(study& s, const std::vector<chain_position>& positions, std::int64_t rounds,
                   std::vector<std::string>& faults) {
   for (chain_record& c : s.chains) {

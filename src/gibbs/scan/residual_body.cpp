@@ -441,8 +441,8 @@ std::int32_t last_group(const equation_layout& layout) {
 }
 
 #ifdef ZEPH_DEBUG_VIEWS
-// Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
-// against y - Z b computed from scratch; a difference beyond rounding ends the process.
+// Debug builds: at fixed intervals, E with all changes of the groups before is compared with y - Z b
+// computed from scratch; a difference beyond rounding ends the process.
 void check_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
                      const sampler_store& sampler, residual_form& fast, const directives& asked,
                      const round_state& state) {

@@ -30,6 +30,14 @@ struct latent_pass_case : scan_case {
     d.residual = {2.0, 0.6, -0.5, 0.3, 0.6, 1.0, 0.3, 0.1, -0.5, 0.3, 1.5, 0.2, 0.3, 0.1, 0.2, 1.2};
     return d;
   }
+  // Trait 4 becomes the indicator of a mixture of trait 1.
+  void make_indicator() {
+    m.MODEL(4).TRAIT_TYPE = trait_mixture;
+    m.MODEL(1).L_MIX_TRAIT = true;
+    for (std::int32_t i = 1; i <= count; ++i)
+      if (trait_present(design.ISIT_M(i), 1, 4)) design.XD6_M(1, i) = 4;
+    allocate_mixtures(m, mixtures, run.report);
+  }
   latent_pass_case() : scan_case(described()) {
     m.ncat = 1;
     start(traits);
@@ -245,11 +253,7 @@ TEST(update_latent_variables, leaves_thresholds_and_censored_values_to_the_form_
 TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_their_shares) {
   latent_pass_case cases[2];
   for (latent_pass_case& c : cases) {
-    c.m.MODEL(4).TRAIT_TYPE = trait_mixture;
-    c.m.MODEL(1).L_MIX_TRAIT = true;
-    for (std::int32_t i = 1; i <= c.count; ++i)
-      if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
-    allocate_mixtures(c.m, c.mixtures, c.run.report);
+    c.make_indicator();
     c.f.asked.analysis_type = analysis::sums;
     c.f.asked.nburn = 0;
     ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
@@ -286,11 +290,7 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
 TEST(update_latent_variables, take_no_note_of_the_places_of_missing_traits_in_type_0) {
   latent_pass_case cases[2];
   for (latent_pass_case& c : cases) {
-    c.m.MODEL(4).TRAIT_TYPE = trait_mixture;
-    c.m.MODEL(1).L_MIX_TRAIT = true;
-    for (std::int32_t i = 1; i <= c.count; ++i)
-      if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
-    allocate_mixtures(c.m, c.mixtures, c.run.report);
+    c.make_indicator();
     c.f.asked.analysis_type = analysis::solve;
     for (std::int32_t i = 1; i <= c.count; ++i)
       for (std::int32_t t = 1; t <= 4; ++t)
