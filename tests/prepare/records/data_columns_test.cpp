@@ -1,4 +1,4 @@
-// Columns of the data: causes that are reported once for all columns, and levels that look like missing codes.
+// Columns of the data: causes that are reported once for all columns, levels that look like missing codes.
 // Expected texts by hand.
 #include "prepare/records/data_columns.h"
 
