@@ -87,7 +87,8 @@ BENCHMARK(state_saving)->Unit(benchmark::kMillisecond)->UseRealTime()->Iteration
 // Rounds that propose a move of a factor, from one row each on; every iteration is a round.
 void jump_round(benchmark::State& state) {
   started_run s;
-  if (!s.started || s.r.asked.analysis_type < 6) return state.SkipWithError("not a chain that moves");
+  if (!s.started || !moves_between_models(s.r.asked.analysis_type))
+    return state.SkipWithError("not a chain that moves");
   zeph::jump_records records = zeph::jump_records_of(s.r);
   zeph::jump_setup(records, s.r.relations, s.r.asked.analysis_type);
   s.r.asked.nround = 1;

@@ -34,7 +34,7 @@ void find_program(study& s, std::vector<std::string>& faults) {
   const fs::path program = find_beside("ZEPH");
   file_print print;
   if (program.empty())
-    faults.emplace_back("the program ZEPH stands neither beside zeph-chains nor on PATH");
+    faults.emplace_back("the program ZEPH is neither beside zeph-chains nor on PATH");
   else if (!print_of_file(program, print))
     faults.push_back(fmt::format("can't read {}", program.string()));
   s.program = program.string();
@@ -45,7 +45,7 @@ void note_leftovers(const fs::path& work, std::vector<std::string>& notes) {
   std::error_code ignored;
   if (fs::exists(work / "oldsol", ignored) || fs::exists(work / "r_parm", ignored))
     notes.push_back(
-        fmt::format("oldsol and r_parm of {} are not used: the chains begin anew", work.string()));
+        fmt::format("oldsol and r_parm of {} are not used: the chains start from scratch", work.string()));
 }
 
 // Seeds of every chain; a 0 in the work directory is replaced by a number taken from the hashes of the
@@ -56,7 +56,7 @@ void give_seeds(const run_options& o, const work_model& m, study& s, std::vector
   for (const input_record& i : s.inputs) hashes += i.sha256;
   const seed_pair pair = without_zeros(s.seeds_given, hashes);
   if (pair != s.seeds_given)
-    notes.push_back(fmt::format("the work directory leaves its seeds to the clock ({} {}); {} {} are taken "
+    notes.push_back(fmt::format("the work directory takes its seeds from the clock ({} {}); {} {} are used "
                                 "instead, and kept in {}",
                                 s.seeds_given.A, s.seeds_given.B, pair.A, pair.B, chains_name));
   for (int k = 1; k <= o.chains; ++k)

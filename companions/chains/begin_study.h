@@ -9,7 +9,7 @@ namespace zeph::chains {
 constexpr std::int64_t last_round_number = 99999999; // eight columns hold it in gib.samples
 
 // Reads the work directory and sets the plan: seeds of every chain, hashes, the ZEPH to run. Nothing is
-// written. False with one line for each fault. `notes` says what the user may not expect.
+// written. False with one line for each fault. `notes` says what may surprise the user.
 bool plan_study(const run_options& o, study& s, std::vector<std::string>& notes,
                 std::vector<std::string>& faults);
 

@@ -1,4 +1,4 @@
-// One line a chain: where it stands.
+// One line per chain: its state.
 #pragma once
 
 #include "chains/chain_plan.h"
@@ -8,7 +8,7 @@
 
 namespace zeph::chains {
 
-// "chain 1  round 3400 of 11000  212/s  0:36 left"; "(burn-in)" behind the rounds while it lasts. pace 0: not
+// "chain 1  round 3400 of 11000  212/s  0:36 left"; "(burn-in)" after the rounds while it lasts. pace 0: not
 // known.
 std::string progress_line(const study& s, int chain, std::int64_t round, double pace);
 

@@ -1,6 +1,7 @@
 #include "chains/chain_plan.h"
 
 #include "chains/state_files.h"
+#include "input/analysis.h"
 #include "shared/indexing.h"
 
 #include <fmt/format.h>
@@ -8,24 +9,21 @@
 namespace zeph::chains {
 namespace {
 
-constexpr std::int32_t type_ordered = 3;
-constexpr std::int32_t first_chain_analysis = 2, first_full_analysis = 3, first_model_analysis = 5;
-
 std::string of_chain(int chain, int segment) { return fmt::format("chain {}, segment {}", chain, segment); }
 
 } // namespace
 
-std::string run_fault(std::int32_t analysis) {
-  if (analysis >= first_chain_analysis) return {};
+std::string run_fault(std::int32_t number) {
+  if (samples_solutions(analysis_of(number))) return {};
   return fmt::format("analysis type {} is the solver: it gives the same solutions every time, run ZEPH once",
-                     analysis);
+                     number);
 }
 
 std::string continue_fault(const study& s, const work_model& m) {
-  if (m.has_type(type_ordered)) return "a chain with an ordered trait can't be continued";
-  if (s.analysis < first_full_analysis)
+  if (m.draws_thresholds()) return "a chain with an ordered trait can't be continued";
+  if (!samples_matrices(analysis_of(s.analysis)))
     return fmt::format("a chain of analysis type {} saves no state and can't be continued", s.analysis);
-  if (s.analysis >= first_model_analysis)
+  if (has_several_models(analysis_of(s.analysis)))
     return fmt::format("a chain of analysis type {} does not save its model and can't be continued",
                        s.analysis);
   return {};

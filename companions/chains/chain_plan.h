@@ -1,4 +1,4 @@
-// Where a chain stands and which segment is to come next.
+// How far a chain has come and which segment comes next.
 #pragma once
 
 #include "chains/segment_state.h"
@@ -14,7 +14,7 @@ struct chain_position {
   int segment = 0;                 // the last one; 0: none
   segment_state state;             // of that segment
   std::int64_t done = 0;           // rounds of the chain that are done, burn-in included
-  std::vector<std::string> faults; // why it can't go on now; empty when it can, or has nothing left
+  std::vector<std::string> faults; // why it can't continue now; empty when it can, or has nothing left
 
   bool running() const { return segment > 0 && state.live(); }
 };
@@ -33,7 +33,7 @@ segment_record next_segment(const study& s, int chain, const chain_position& p);
 
 // Types of analysis whose chains zeph-chains runs, and those that it continues: a line, or empty when it
 // does.
-std::string run_fault(std::int32_t analysis);
+std::string run_fault(std::int32_t number);
 std::string continue_fault(const study& s, const work_model& m);
 
 } // namespace zeph::chains

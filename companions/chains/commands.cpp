@@ -13,8 +13,6 @@
 namespace zeph::chains {
 namespace {
 
-constexpr std::int32_t type_censored = 2, type_sequence = 7, type_cured = 8;
-
 int refuse(const std::vector<std::string>& faults, const std::string& closing) {
   for (const std::string& line : faults) fmt::print(stderr, "zeph-chains: {}\n", line);
   if (!closing.empty()) fmt::print(stderr, "{}\n", closing);
@@ -34,13 +32,13 @@ int tell_outcome(const fs::path& runs, const local_outcome& o) {
     return exit_stopped;
   }
   if (o.failed > 0) {
-    fmt::print(stderr, "zeph-chains: {} failed; what each wrote stands in its directory\n",
+    fmt::print(stderr, "zeph-chains: {} failed; the output of each is in its directory\n",
                of_chains(o.failed));
     return exit_fault;
   }
   if (o.stopped > 0) {
-    fmt::print("{} stopped before the last round. To go on: zeph-chains continue {}\n", of_chains(o.stopped),
-               runs.string());
+    fmt::print("{} stopped before the last round. To continue: zeph-chains continue {}\n",
+               of_chains(o.stopped), runs.string());
     return exit_stopped;
   }
   fmt::print("{} complete. Next: zeph-report {}\n", of_chains(o.complete), runs.string());
@@ -112,7 +110,7 @@ std::vector<chain_position> check_chains(const fs::path& runs, const study& s, c
   return positions;
 }
 
-// Each chain is to run so many sampling rounds beyond where it stands.
+// Sets the number of sampling rounds that each chain runs beyond those it has.
 void ask_for_more(study& s, const std::vector<chain_position>& positions, std::int64_t rounds,
                   std::vector<std::string>& faults) {
   for (chain_record& c : s.chains) {
@@ -139,9 +137,8 @@ std::string way_on(const std::vector<chain_position>& positions) {
   });
   std::string text = "Nothing was started.";
   if (lost)
-    text +=
-        " A segment that did not end well keeps its samples, but nothing goes on from it: move its directory "
-        "away, and its chain goes on from the segment before, or begins anew.";
+    text += " A segment that did not end well keeps its samples, but no chain continues from it: move its "
+            "directory away, and its chain continues from the segment before it, or starts from scratch.";
   return text;
 }
 
@@ -159,10 +156,9 @@ void set_start(const continue_options& o, study& s) {
 
 // What a continued chain does not take up from the state that was saved.
 void note_latent_values(const work_model& m) {
-  if (m.has_type(type_censored) || m.has_type(type_sequence) || m.has_type(type_cured))
-    fmt::print(
-        "Values of censored and sequence traits are not saved: they are drawn anew, from where the chain "
-        "stands\n");
+  if (m.forgets_values())
+    fmt::print("Values of censored and sequence traits are not saved: they are drawn from scratch, given the "
+               "saved state\n");
 }
 
 } // namespace
@@ -172,7 +168,7 @@ int run_chains(const run_options& o) {
   std::error_code none;
   if (is_study(runs))
     return refuse(
-        fmt::format("{} holds the results of chains already; to go on with them: zeph-chains continue {}",
+        fmt::format("{} already holds the results of chains; to continue them: zeph-chains continue {}",
                     runs.string(), runs.string()));
   if (fs::exists(runs, none) && (!fs::is_directory(runs, none) || !fs::is_empty(runs, none)))
     return refuse(fmt::format("{} exists and is not an empty directory", runs.string()));

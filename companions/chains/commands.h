@@ -9,7 +9,7 @@ namespace zeph::chains {
 constexpr int exit_done = 0;    // all rounds asked for are there, or the jobs are submitted
 constexpr int exit_fault = 1;   // refused, or a chain failed
 constexpr int exit_command = 2; // command line
-constexpr int exit_stopped = 3; // chains ended before their last round: `continue` goes on
+constexpr int exit_stopped = 3; // chains ended before their last round: `continue` continues them
 
 int run_chains(const run_options& o);
 int continue_chains(const continue_options& o);

@@ -29,7 +29,7 @@ bool number_in(std::string_view text, std::int32_t& x) {
   return error == std::errc{} && end == text.data() + text.size();
 }
 
-// One read: its values from line `at` on; `at` moves behind its last line.
+// One read: its values from line `at` on; `at` moves past its last line.
 bool read_values(const std::vector<std::string_view>& lines, std::size_t& at,
                  std::initializer_list<std::int32_t*> values) {
   auto next = values.begin();

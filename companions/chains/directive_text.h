@@ -1,4 +1,4 @@
-// The directive file as text: what stands in its first three lines, and the same file with other seeds and
+// The directive file as text: what its first three lines hold, and the same file with other seeds and
 // rounds.
 #pragma once
 
@@ -13,11 +13,11 @@ struct directive_text {
   std::int32_t analysis_type = 0, test_level = 0;
   seed_pair seeds;
   std::int32_t nburn = 0, nround = 0, isamp = 0;
-  std::string head; // the lines of the first read, as they stand
-  std::string tail; // all lines behind the third read, as they stand
+  std::string head; // the lines of the first read, as written
+  std::string tail; // all lines after the third read, as written
 };
 
-// Takes the text apart. Each read begins on a fresh line, takes as many lines as it needs, n*v stands for n
+// Takes the text apart. Each read begins on a fresh line, takes as many lines as it needs, n*v means n
 // times v. False with `fault` ("line 2 should hold the seeds A and B") when a read finds no such integers.
 bool take_apart(const std::string& text, directive_text& d, std::string& fault);
 

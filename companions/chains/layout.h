@@ -1,4 +1,4 @@
-// Where the chains of a study stand. All names that zeph-chains, zeph-watch and zeph-report share:
+// Where the chains of a study are. All names that zeph-chains, zeph-watch and zeph-report share:
 //
 //   RUNS/chains.toml                 plan of the study: seeds, rounds, hashes, starts (study_records.h)
 //   RUNS/STOP                        a stop was asked for: chains that wait do not start

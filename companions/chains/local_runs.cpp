@@ -101,7 +101,7 @@ void settle_segment(local_run& l, const running_chain& r) {
   l.waiting.insert(l.waiting.begin(), r.chain); // the rest of a burn-in is done
 }
 
-// Takes leave of the processes that have ended.
+// Collects the processes that have ended.
 void collect_ended(local_run& l) {
   for (std::size_t i = 0; i < l.running.size();) {
     int code = 0;
@@ -116,7 +116,7 @@ void collect_ended(local_run& l) {
     const int ended = WIFSIGNALED(code) ? 128 + WTERMSIG(code) : WEXITSTATUS(code);
     if (fs::exists(exit, ignored) || replace_file(exit, fmt::format("{}\n", ended)))
       settle_segment(l, r);
-    else // the shell around ZEPH was ended itself, and the disk takes nothing
+    else // the shell around ZEPH was killed too, and the disk is full
       end_chain(l, l.outcome.failed, fmt::format("chain {}  failed: can't write {}", r.chain, exit.string()));
   }
 }
@@ -147,7 +147,7 @@ void stop_all(local_run& l) {
   for (const running_chain& r : l.running) ask_to_stop(r.directory);
   if (!l.running.empty())
     show_line(l.screen,
-              "Stopping: each chain ends at its next sample round. A second interrupt leaves them to it.");
+              "Stopping: each chain ends at its next sample round. A second interrupt leaves them running.");
 }
 
 // Waits a moment, or until a process ends; true when a signal asks to stop.

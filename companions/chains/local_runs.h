@@ -12,7 +12,7 @@ struct local_outcome {
   bool left = false;                         // a second signal: the chains end by themselves
 };
 
-// Brings every chain to its last round; each may go on (check_continuation) or has nothing left. Shows a
+// Brings every chain to its last round; each may continue (check_continuation) or has nothing left. Shows a
 // progress line per chain on a terminal, and else a line at each begin and end and one a chain and minute.
 // SIGINT, SIGTERM and SIGHUP create STOP in every running chain; the call then waits for them and says what
 // was kept. A second one leaves them to end by themselves. A file STOP in RUNS keeps chains from starting.

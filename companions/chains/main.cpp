@@ -39,13 +39,15 @@ void add_run(CLI::App& app, command_line& c) {
 }
 
 void add_continue(CLI::App& app, command_line& c) {
-  CLI::App* go_on = app.add_subcommand("continue", "go on with the chains of a study");
+  CLI::App* go_on = app.add_subcommand("continue", "continue the chains of a study");
   go_on->add_option("runs", c.runs, "directory of the study")->required();
-  go_on->add_option("--rounds", c.go_on.rounds, "sampling rounds more for each chain; default: what is left")
+  go_on
+      ->add_option("--rounds", c.go_on.rounds,
+                   "further sampling rounds for each chain; default: what is left")
       ->check(CLI::Range(1, 99999999));
   go_on->add_option("--jobs", c.go_on.jobs, "processes at a time; default: the processors here")
       ->check(CLI::Range(1, 4096));
-  CLI::Option* here = go_on->add_flag("--here", c.go_on.here, "run here what was begun with Slurm");
+  CLI::Option* here = go_on->add_flag("--here", c.go_on.here, "continue here what was begun with Slurm");
   go_on->add_option("--slurm", c.go_on.sbatch, "submit to Slurm, with these options of sbatch")
       ->excludes(here);
   go_on->add_option("--segments", c.go_on.segments, "arrays, one after another")
@@ -54,7 +56,7 @@ void add_continue(CLI::App& app, command_line& c) {
 }
 
 void add_others(CLI::App& app, command_line& c) {
-  app.add_subcommand("status", "tell where each chain stands")
+  app.add_subcommand("status", "show the state of each chain")
       ->add_option("runs", c.runs, "directory of the study")
       ->required();
   app.add_subcommand("stop", "end all chains at their next sample round")
@@ -90,7 +92,7 @@ int do_command(int argc, char** argv) {
   app.set_version_flag("--version", "zeph-chains " ZEPH_VERSION);
   app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& e) {
-    return fmt::format("zeph-chains: {}; --help tells more\n", e.what());
+    return fmt::format("zeph-chains: {}; see --help\n", e.what());
   });
   add_run(app, c);
   add_continue(app, c);

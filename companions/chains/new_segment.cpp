@@ -22,7 +22,7 @@ std::string directives_of(const fs::path& work, const study& s, const segment_re
   return put_together(d);
 }
 
-// Fills the directory `part`, which will stand as `place`.
+// Fills the directory `part`, which will become `place`.
 void fill(const fs::path& part, const fs::path& place, const fs::path& work, const study& s,
           const segment_record& r, pid_t runner, std::string& fault) {
   const fs::path to_work = fs::relative(fs::canonical(work), fs::canonical(place.parent_path()) / "seg");

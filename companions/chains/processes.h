@@ -14,7 +14,7 @@ struct process_record {
   std::string host;
   pid_t pid = 0;
   std::int64_t begun =
-      0; // start of the process in ticks since the machine's start, so that a pid used again is told
+      0; // start of the process in ticks since the machine's start, so that a reused pid is recognised
   std::string job; // Slurm: job_task; empty here
 };
 

@@ -15,7 +15,7 @@ struct round_pace {
   std::deque<look> looks; // of the last minute, in order, and the one before it
 };
 
-// A look at the round; a round below the last one begins anew.
+// A look at the round; a round below the last one starts from scratch.
 void note_round(round_pace& pace, double time, std::int64_t round);
 
 // 0 when it isn't known yet: before two looks, or when nothing moved.

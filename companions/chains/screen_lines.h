@@ -10,7 +10,7 @@ namespace zeph::chains {
 struct screen_lines {
   std::FILE* out = nullptr;
   bool terminal = false;
-  int shown = 0; // lines that stand above the cursor and are written over
+  int shown = 0; // lines above the cursor, which are written over
 };
 
 screen_lines screen_on(std::FILE* out);
@@ -18,7 +18,7 @@ screen_lines screen_on(std::FILE* out);
 // Writes the lines over those shown before, each cut to the width of the terminal. On a terminal only.
 void show_in_place(screen_lines& screen, const std::vector<std::string>& lines);
 
-// Writes a line that stays; what is shown in place goes on below it.
+// Writes a line that stays; what is shown in place continues below it.
 void show_line(screen_lines& screen, const std::string& line);
 
 } // namespace zeph::chains

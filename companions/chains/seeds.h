@@ -9,7 +9,7 @@ namespace zeph::chains {
 constexpr std::int32_t largest_a = 31328, largest_b = 30081;
 
 struct seed_pair {
-  std::int32_t A = 0, B = 0; // 1..31328, 1..30081; a 0 stands for "not given"
+  std::int32_t A = 0, B = 0; // 1..31328, 1..30081; a 0 means "not given"
   bool operator==(const seed_pair&) const = default;
 };
 

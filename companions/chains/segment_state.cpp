@@ -11,7 +11,7 @@
 namespace zeph::chains {
 namespace {
 
-constexpr int first_signal_code = 128; // a shell tells a signal s as exit code 128 + s
+constexpr int first_signal_code = 128; // a shell reports a signal s as exit code 128 + s
 
 double age_of(const fs::path& path) {
   std::error_code fault;

@@ -45,7 +45,7 @@ while [ -z "$asked" ]; do
   [ -f "$segment/exit" ] || exit 137
   code=$(cat "$segment/exit")
   [ "$code" = 0 ] || exit "$code"
-  [ ! -e "$segment/STOP" ] || exit 0 # the next array, or `zeph-chains continue`, goes on
+  [ ! -e "$segment/STOP" ] || exit 0 # the next array, or `zeph-chains continue`, continues
 done
 )sh";
 

@@ -1,4 +1,4 @@
-// Chains on a cluster: a Slurm job array with a task for each chain. No queue, scheduler or retry of our own.
+// Chains on a cluster: a Slurm job array with a task for each chain. It adds no queue, scheduler or retry.
 #pragma once
 
 #include "chains/study_records.h"
@@ -15,7 +15,7 @@ namespace zeph::chains {
 std::string batch_text(const fs::path& runs, const study& s, const fs::path& zeph_chains);
 
 // Words of the options of sbatch as a shell takes them: blanks apart, '..', "..", \c. False on an open
-// quotation, or with an option that is ours: --array, --wrap, --parsable, --dependency.
+// quotation, or with an option that zeph-chains sets: --array, --wrap, --parsable, --dependency.
 bool split_options(const std::string& options, std::vector<std::string>& words, std::string& fault);
 
 // Writes RUNS/slurm/startN.sh and submits it `segments` times: each array but the first begins, task by task,
@@ -28,7 +28,7 @@ bool submit_array(const fs::path& runs, const study& s, const std::string& optio
 // can't be asked.
 bool jobs_in_queue(const std::vector<std::string>& job_ids, std::vector<std::string>& held);
 
-// Takes the tasks that wait out of the queue; those that run go on. Nothing happens without scancel.
+// Removes the waiting tasks from the queue; those that run continue. Nothing happens without scancel.
 void cancel_waiting(const std::vector<std::string>& job_ids);
 
 } // namespace zeph::chains

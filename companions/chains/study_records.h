@@ -67,7 +67,7 @@ bool write_study(const fs::path& runs, const study& s, std::string& fault);
 bool read_segment(const fs::path& directory, segment_record& r, std::string& fault);
 bool write_segment(const fs::path& directory, const segment_record& r, std::string& fault);
 
-// Puts the text under a name beside `path`, then renames. False when the disk does not take it.
+// Puts the text under a name beside `path`, then renames. False when it can't be written.
 bool replace_file(const fs::path& path, const std::string& text);
 
 // The bytes of a file. False, and no text, when it can't be read to its end.

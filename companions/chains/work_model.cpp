@@ -2,6 +2,8 @@
 
 #include "input/equation_layout.h"
 #include "input/model_information.h"
+#include "input/structures.h"
+#include "input/trait_kinds.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -48,8 +50,7 @@ bool read_directives(const fs::path& work, const model_records& m, work_model& o
     return false;
   }
   if (!plain_name(out.directive_name)) {
-    fault = fmt::format("the directive file \"{}\" does not stand in {} itself", out.directive_name,
-                        work.string());
+    fault = fmt::format("the directive file \"{}\" is not in {} itself", out.directive_name, work.string());
     return false;
   }
   std::string text, what;
@@ -85,22 +86,24 @@ void lay_out_state(const model_records& m, work_model& out) {
   for (std::int32_t g = 1; g <= m.residual().n_hetgr; ++g) add("SCALE", 8 * nt);
   for (std::int32_t j = 1; j <= m.nt; ++j) {
     const trait_record& trait = m.MODEL(j);
-    if (trait.TRAIT_TYPE == trait_categorical || trait.TRAIT_TYPE == trait_liability ||
-        trait.TRAIT_TYPE == trait_mixture)
-      add("Y_M", 4 * nobs);
+    if (kind_of(trait).stored) add("Y_M", 4 * nobs);
     for (std::int32_t x = 1; x <= trait.n_reg; ++x)
       if (trait.REG_MIXTURE(x)) add("ZD_M", 8 * nobs);
   }
   if (G > 1) add("IRESG_M", 4 * nobs);
 }
 
+bool is_numbered(std::string_view name, std::string_view prefix) {
+  if (!name.starts_with(prefix)) return false;
+  const std::string_view number = name.substr(prefix.size());
+  return !number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 bool is_relationship(const std::string& name) {
-  for (const std::string_view prefix : {"AINV_RAM", "AINV", "HINV", "GINV", "COR", "DOM", "PEDFILE"}) {
-    if (!name.starts_with(prefix)) continue;
-    const std::string_view number = std::string_view(name).substr(prefix.size());
-    if (!number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos) return true;
-  }
-  return false;
+  if (is_numbered(name, reduced_prefix) || is_numbered(name, parents_prefix)) return true;
+  return std::ranges::any_of(structure_rows, [&](const structure_row& row) {
+    return !row.file_prefix.empty() && is_numbered(name, row.file_prefix);
+  });
 }
 
 std::vector<std::string> names_listed(const fs::path& work) {
@@ -114,7 +117,13 @@ std::vector<std::string> names_listed(const fs::path& work) {
 
 } // namespace
 
-bool work_model::has_type(std::int32_t type) const { return std::ranges::find(types, type) != types.end(); }
+bool work_model::draws_thresholds() const {
+  return std::ranges::any_of(types, [](std::int32_t type) { return kind_of(type).thresholds; });
+}
+
+bool work_model::forgets_values() const {
+  return std::ranges::any_of(types, [](std::int32_t type) { return kind_of(type).forgotten(); });
+}
 
 bool read_work_model(const fs::path& work, work_model& out, std::string& fault) {
   out = {};
@@ -122,7 +131,7 @@ bool read_work_model(const fs::path& work, work_model& out, std::string& fault) 
   reporting report(listing, work.string());
   for (const char* name : {"MODINF", "RCDATA_I", "RCDATA_R", "CODE_TABLE"})
     if (!file_exists(report, name)) {
-      fault = fmt::format("{} is no work directory: {} is missing", work.string(), name);
+      fault = fmt::format("{} is not a work directory: {} is missing", work.string(), name);
       return false;
     }
   model_records m;

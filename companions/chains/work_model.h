@@ -20,11 +20,12 @@ struct work_model {
   std::vector<std::int64_t> state;      // bytes of each record of gparlast, in order
   std::vector<std::string> state_names; // what each of them holds
 
-  bool has_type(std::int32_t type) const;
+  bool draws_thresholds() const; // a trait has them
+  bool forgets_values() const;   // a continued chain draws values of a trait again
 };
 
 // Reads MODINF and the directive file. False with `fault` when they can't be read, or when the directive file
-// does not stand in the directory itself.
+// is not in the directory itself.
 bool read_work_model(const fs::path& work, work_model& m, std::string& fault);
 
 // Names of the files of the directory that go into every segment as links, sorted: those that ZEPH reads, and

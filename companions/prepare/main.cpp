@@ -30,21 +30,21 @@ The description holds the tables
   [data]           the CSV file of the records
   [factor.NAME]    a random factor: its relationship, start value and prior
   [trait.NAME]     formula = "1 + sex + (1 | animal)", and kind =
-                     "gaussian"             numbers; unless said
+                     "gaussian"             numbers; the default
                      "censored"             limits = { code = .., upper = .. }, { event = .. }
                                             or { upper = .. }
                      "ordered", "binary"    categories = ["low", .., "high"]
                      "indicator"            of a mixture: shift(NAME) in the formula of the mixed trait
                      "sequence", "cured"    a cure model: subject = .., position = ..; of = "sequence trait"
   [covariable.NAME], [residual], [keep], [run]
-and is told in full in docs/prepare.md. The folder examples holds one of each kind.)TEXT";
+and is described in full in docs/prepare.md. The folder examples holds one of each kind.)TEXT";
 
 namespace fs = std::filesystem;
 using namespace zeph::prepare;
 
 constexpr int exit_done = 0, exit_faults = 1, exit_files = 2;
 constexpr const char* no_memory =
-    "zeph-prepare: no memory left; fewer levels or records, or a machine with more\n";
+    "zeph-prepare: out of memory; use fewer levels or records, or a machine with more\n";
 
 struct command {
   std::string model;
@@ -81,12 +81,12 @@ int faults(const command& c, const message_log& log) {
 void tell_directory(const model_description& d, const fs::path& directory, const directory_result& written) {
   fmt::print("Written to {}: {} files\n", directory.string(), written.files.size());
   for (const std::string& name : written.removed)
-    fmt::print("  {} of a former preparation was removed\n", name);
+    fmt::print("  {} of an earlier preparation was removed\n", name);
   for (const std::string& line : disturbing_files(directory)) fmt::print("  beware: {}\n", line);
   if (d.run.continue_chain.value)
     fmt::print("To continue the chain of that directory: cp lastsol oldsol; cp gparlast r_parm\n");
   fmt::print("Run: cd {} && ZEPH\n", directory.string());
-  if (d.run.analysis.value >= analysis_type::predict)
+  if (samples_solutions(d.run.analysis.value))
     fmt::print("Several chains: zeph-chains run {} --chains 4\n", directory.string());
 }
 
@@ -124,7 +124,7 @@ int run(const command& c) {
   return exit_done;
 }
 
-// What was told on the screen may have been no more than taken in so far.
+// Output may still be buffered: flush it, so that a write error changes the exit code.
 int screen_code(int code) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
   fmt::print(stderr, "zeph-prepare: can't write standard output\n");
@@ -136,13 +136,13 @@ int run_command_line(int argc, char** argv) {
   CLI::App app{"Makes a work directory for ZEPH from a model description, CSV data and a pedigree.",
                "zeph-prepare"};
   app.failure_message([](const CLI::App*, const CLI::Error& e) {
-    return fmt::format("zeph-prepare: {}; --help tells more\n", e.what());
+    return fmt::format("zeph-prepare: {}; see --help\n", e.what());
   });
   app.add_option("model", c.model, "description of the model (TOML)")->required();
   app.add_option("--into", c.into, "the work directory; default: named after the description, here");
   app.add_flag("--check", c.check, "read and check everything, write nothing");
-  app.add_flag("--prune", c.prune, "leave animals without connection to data out of the pedigree");
-  app.add_flag("--all", c.all, "show all messages, not only the first ten of a kind");
+  app.add_flag("--prune", c.prune, "leave animals with no connection to the data out of the pedigree");
+  app.add_flag("--all", c.all, "show all messages, not only the first ten of each kind");
   app.footer(help_end);
   app.set_version_flag("--version", "zeph-prepare " ZEPH_VERSION);
   try {
@@ -153,7 +153,7 @@ int run_command_line(int argc, char** argv) {
   return run(c);
 }
 
-// A destructor that wants storage when there is none left (the JSON library has such) ends here.
+// A destructor that allocates when memory has run out (the JSON library has such) ends here.
 [[noreturn]] void end_without_storage() {
   std::fputs(no_memory, stderr);
   std::_Exit(exit_files);

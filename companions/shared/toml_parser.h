@@ -1,8 +1,8 @@
 // The parser of TOML, without exceptions: `toml::parse` and its values.
 #pragma once
 
-// Two things of the parser are mended, so that a damaged description is told in every build. It asserts that
-// a key begins with a sign of keys before it tests that and tells the fault ("[+a]"): its assertions are
+// Two things of the parser are fixed, so that every build reports a damaged description. It asserts that
+// a key begins with a sign of keys before it tests that and reports the fault ("[+a]"): its assertions are
 // taken out. And its tests for blanks outside ASCII call unreachable what a letter such as U+00E5 reaches:
 // they answer "no" there.
 #define TOML_EXCEPTIONS 0

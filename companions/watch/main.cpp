@@ -1,4 +1,4 @@
-// zeph-watch: where running chains stand. Only reads, but for the file STOP that the user may ask for.
+// zeph-watch: the state of running chains. Only reads, but for the file STOP that the user may ask for.
 // Exit codes: 0 done; 1 a directory that holds no chains; 2 command line.
 #include "watch/watch_loop.h"
 
@@ -33,9 +33,9 @@ int run(const std::vector<std::string>& directories) {
 // Takes the command line and watches; the exit code.
 int do_command(int argc, char** argv) {
   std::vector<std::string> directories;
-  CLI::App app{"Shows where running chains of ZEPH stand.", "zeph-watch"};
+  CLI::App app{"Shows the state of running chains of ZEPH.", "zeph-watch"};
   app.failure_message([](const CLI::App*, const CLI::Error& e) {
-    return fmt::format("zeph-watch: {}; --help tells more\n", e.what());
+    return fmt::format("zeph-watch: {}; see --help\n", e.what());
   });
   app.add_option("directories", directories, "studies of zeph-chains, or directories in which ZEPH runs")
       ->required();

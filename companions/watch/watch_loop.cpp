@@ -87,7 +87,7 @@ void show(watch_state& w, bool last) {
   for (const std::string& line : lines) show_line(w.screen, (w.screen.terminal ? "" : clock_text()) + line);
 }
 
-// Nothing runs, and nothing stands in a queue.
+// Nothing runs, and nothing is in a queue.
 bool at_rest(const std::vector<watched_chain>& all) {
   return std::ranges::all_of(all, [](const watched_chain& c) {
     return c.look.now == life::ended || (c.look.now == life::waits && !c.queued && c.chain > 0);

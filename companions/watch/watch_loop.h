@@ -8,8 +8,8 @@
 
 namespace zeph::watch {
 
-// Looks once a second until no chain runs, none stands in a queue and none begins, or a signal or the key q
-// ends it. On a terminal the lines stand in place, and the key s asks whether the chains shall stop; y
+// Looks once a second until no chain runs, none is in a queue and none begins, or a signal or the key q
+// ends it. On a terminal the lines stay in place, and the key s asks whether to stop the chains; y
 // creates STOP. Elsewhere a line per chain appears at once, each minute, and at the end.
 void watch_chains(std::vector<watched_chain>& all, chains::screen_lines& screen);
 

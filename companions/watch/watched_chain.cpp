@@ -2,8 +2,11 @@
 
 #include "chains/chain_plan.h"
 #include "chains/work_model.h"
+#include "input/analysis.h"
+#include "input/trait_kinds.h"
 #include "shared/indexing.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -14,7 +17,12 @@ namespace {
 
 using namespace zeph::chains;
 
-constexpr std::int32_t first_model_analysis = 5;
+// True for the kinds whose share in mix_pi is in their own place.
+bool has_own_share(std::string_view word) {
+  return std::ranges::any_of(kind_rows, [word](const trait_kind_row& row) {
+    return row.word == word && row.pass == value_pass::sequences;
+  });
+}
 
 // What the proportion of each trait is called, from names.json: by the indicator of a mixed trait, by the
 // trait itself for sequences and cured fractions; empty for the others.
@@ -26,7 +34,7 @@ std::vector<std::string> mixed_traits(const fs::path& directory) {
   for (const auto& trait : all["traits"]) {
     if (!trait.is_object()) return {};
     const std::string kind = trait.value("kind", ""), indicator = trait.value("indicator", "");
-    const bool own = kind == "sequence" || kind == "cured";
+    const bool own = has_own_share(kind);
     out.push_back(!indicator.empty() ? indicator : own ? trait.value("name", "") : "");
     any = any || !out.back().empty();
   }
@@ -43,7 +51,7 @@ std::vector<double> mixture_in(const fs::path& directory) {
   return values;
 }
 
-// Rounds as `status` tells them, kept when it is missing for a moment.
+// Rounds as `status` reports them, kept when it is missing for a moment.
 void take_round(watched_chain& c, const status_line& status, std::int64_t shift, double now) {
   if (status.what != status_line::kind::round) return;
   const std::int64_t round = status.round + shift;
@@ -57,7 +65,7 @@ void take_round(watched_chain& c, const status_line& status, std::int64_t shift,
   note_round(c.pace, now, round);
 }
 
-// A run whose state is told by `status` alone.
+// A run whose state is known from `status` alone.
 void look_at_directory(watched_chain& c, double now) {
   const status_line status = read_status(c.directory);
   take_round(c, status, 0, now);
@@ -130,7 +138,7 @@ bool chains_in(const fs::path& directory, std::vector<watched_chain>& all, std::
     if (!read_study(directory, s, fault)) return false;
     c.runs = directory;
     c.queued = s.starts.back().where == "slurm";
-    c.models = s.analysis >= first_model_analysis;
+    c.models = has_several_models(analysis_of(s.analysis));
     c.mixed = mixed_traits((directory / s.work).lexically_normal());
     for (const chain_record& chain : s.chains) {
       c.chain = chain.number;
@@ -146,7 +154,8 @@ bool chains_in(const fs::path& directory, std::vector<watched_chain>& all, std::
   work_model m;
   c.directory = directory;
   c.name = directory.string();
-  c.models = read_work_model(directory, m, fault) && m.directives.analysis_type >= first_model_analysis;
+  c.models =
+      read_work_model(directory, m, fault) && has_several_models(analysis_of(m.directives.analysis_type));
   c.mixed = mixed_traits(directory);
   all.push_back(std::move(c));
   return true;

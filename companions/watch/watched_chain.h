@@ -1,4 +1,4 @@
-// One chain that is watched, and what its files tell about it now. Only reads.
+// One chain that is watched, and what its files say about it now. Only reads.
 #pragma once
 
 #include "chains/round_pace.h"

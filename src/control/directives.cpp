@@ -3,6 +3,7 @@
 #include "control/restrictions.h"
 #include "formats/column_format.h"
 #include "input/relationships.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -74,9 +75,9 @@ int read_real(free_reader& lines, double& value) {
 
 // From analysis type 4 on phantom parent groups are not served.
 void refuse_phantom_groups(const model_records& m, const directives& asked, reporting& report) {
-  if (asked.analysis_type < 4) return;
+  if (takes_parent_groups(asked.analysis_type)) return;
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
-    if (!structure_is(m.RMAT(k), "PED") || m.RMAT(k).r36 % 10 != 6) continue;
+    if (!is_pedigree(m.RMAT(k)) || m.RMAT(k).r36 % 10 != 6) continue;
     say(report);
     say(report);
     say(report, "IN MODELS WITH PHANTOM PARENT GROUPS");
@@ -137,10 +138,12 @@ void echo_rounds(directives& asked, reporting& report) {
   say_count(report, "Sampling interval .................................", asked.isamp);
 }
 
-void read_first_lines(const model_records& m, directives& asked, random_sources& sources, free_reader& lines,
-                      reporting& report) {
-  if (read_integers(lines, {&asked.analysis_type, &asked.test_level}) != 0) fail_numbered_line(report, 1);
-  say_count(report, "Kode for type of analysis .........................", asked.analysis_type);
+// The number of the type of analysis, as given, in `number`.
+void read_first_lines(const model_records& m, directives& asked, std::int32_t& number,
+                      random_sources& sources, free_reader& lines, reporting& report) {
+  if (read_integers(lines, {&number, &asked.test_level}) != 0) fail_numbered_line(report, 1);
+  asked.analysis_type = analysis_of(number);
+  say_count(report, "Kode for type of analysis .........................", number);
   say_count(report, "Level of test information printed .................", asked.test_level);
   refuse_phantom_groups(m, asked, report);
   if (read_integers(lines, {&asked.seed_a, &asked.seed_b}) != 0) fail_numbered_line(report, 2);
@@ -155,7 +158,7 @@ void read_first_lines(const model_records& m, directives& asked, random_sources&
 void set_data_df(const model_records& m, directives& asked, reporting& report) {
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
     asked.DDF(k) = m.NRALEV(k);
-    if (!structure_is(m.RMAT(k), "PED")) continue;
+    if (!is_pedigree(m.RMAT(k))) continue;
     if (m.RMAT(k).L_RAM) asked.DDF(k) = count_ram_diagonals(k, m.NRALEV(k), report);
     asked.DDF(k) -= m.RMAT(k).n_phg;
   }
@@ -181,7 +184,7 @@ void read_df(const model_records& m, directives& asked, free_reader& lines, repo
   allocate(report, asked.PDF, "PDF", "ZEPH", m.nramat + 1);
   allocate(report, asked.DDF, "DDF", "ZEPH", m.nramat + 1);
   set_data_df(m, asked, report);
-  if (asked.analysis_type >= 3) {
+  if (samples_matrices(asked.analysis_type)) {
     say(report);
     say(report, "   Degrees of freedom        ");
     say(report, column_line().A("Effect     Prior     Data     ", 60).str()); // above its columns
@@ -201,7 +204,7 @@ void read_df(const model_records& m, directives& asked, free_reader& lines, repo
     if (asked.PDF(k) > largest_prior_df)
       illegal_input(report, directive_file_name(m, report), "PDF", {k}, std::to_string(asked.PDF(k)),
                     fmt::format("at most {}", largest_prior_df));
-    if (asked.analysis_type >= 3) echo_df(asked, k, m.RMAT(k).n_rc, report);
+    if (samples_matrices(asked.analysis_type)) echo_df(asked, k, m.RMAT(k).n_rc, report);
   }
 }
 
@@ -223,7 +226,8 @@ void set_proposal_defaults(directives& asked) {
   asked.conv_coef = 1.0;
 }
 
-void read_proposal_values(directives& asked, free_reader& lines, reporting& report) {
+void read_proposal_values(directives& asked, std::int32_t analysis_number, free_reader& lines,
+                          reporting& report) {
   const int code = read_integers(lines, {&asked.prodf});
   if (code == end_of_file) {
     set_proposal_defaults(asked);
@@ -240,9 +244,9 @@ void read_proposal_values(directives& asked, free_reader& lines, reporting& repo
                      "         line should contain Variance of proposal distribution", report);
   read_proposal_real(lines, asked.conv_coef, "Conversion coefficient for co-variances ...........",
                      "         line should contain Conversion coefficient for co-variances", report);
-  if (asked.analysis_type >= 0 && asked.analysis_type <= 3) return;
+  if (analysis_number >= 0 && takes_proposal_values(asked.analysis_type)) return;
   say(report);
-  say(report, free_row().text("ERROR - Illegal value for type of analysis: ").i(asked.analysis_type).str());
+  say(report, free_row().text("ERROR - Illegal value for type of analysis: ").i(analysis_number).str());
   say(report, "        Legal value are: 0, 1, 2 and 3");
   QVA_LOG(report);
 }
@@ -342,9 +346,10 @@ void open_directives(const model_records& m, free_reader& lines, reporting& repo
 
 void read_directives(const model_records& m, directives& asked, random_sources& sources, free_reader& lines,
                      reporting& report) {
-  read_first_lines(m, asked, sources, lines, report);
+  std::int32_t number = 0;
+  read_first_lines(m, asked, number, sources, lines, report);
   read_df(m, asked, lines, report);
-  read_proposal_values(asked, lines, report);
+  read_proposal_values(asked, number, lines, report);
 }
 
 bool read_covariate_directives(const model_records& m, directives& asked, free_reader& lines,

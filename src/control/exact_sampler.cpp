@@ -27,7 +27,7 @@ void refuse_directives(run& r) {
     refuse(r.report, "exact", {}, "r_parm and oldsol",
            "continue a chain from r_state: the two files do not hold the state of an exact chain");
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
-    if (r.asked.analysis_type < 2 && latent_kind(r.model.MODEL(t).TRAIT_TYPE))
+    if (!samples_solutions(r.asked.analysis_type) && latent_kind(r.model.MODEL(t).TRAIT_TYPE))
       refuse(r.report, "TRAIT_TYPE", {t}, std::to_string(r.model.MODEL(t).TRAIT_TYPE),
              "1 below type of analysis 2: a solver has no exact step for latent values");
   for (std::int32_t k = 1; k <= r.model.nramat; ++k)
@@ -38,7 +38,7 @@ void refuse_directives(run& r) {
 
 // Prior degrees of freedom of every factor of two rows and more, for analyses over models.
 void refuse_flat_priors(run& r) {
-  if (r.asked.analysis_type < 5) return;
+  if (!has_several_models(r.asked.analysis_type)) return;
   for (std::int32_t k = 1; k <= r.model.nramat; ++k) {
     const std::int32_t q = r.model.RMAT(k).n_rc;
     if (q > 1 && r.asked.PDF(k) <= q + 1)
@@ -101,7 +101,7 @@ void begin_exact_sampler(run& r) {
   round_components(r.model, r.design, r.sampler);
   count_group_records(r.model, r.design);
   count_components(r.model, r.design, r.sampler, r.asked, r.work.sweep, r.report);
-  if (r.asked.analysis_type > 2)
+  if (samples_matrices(r.asked.analysis_type))
     find_residual_parts(r.model, r.asked, r.work.matrices.parts, r.work.matrices.draw, r.report);
 }
 
@@ -111,7 +111,7 @@ void find_exact_forms(run& r) {
   if (body_of(records, r.asked) != scan_body::fast)
     refuse(r.report, "exact", {}, "records that cannot be stored as columns",
            "equations of a record within their own group and level");
-  if (r.asked.analysis_type > 0) prepare_densities(records, r.asked);
+  if (!solves(r.asked.analysis_type)) prepare_densities(records, r.asked);
   find_level_meetings(r.model, r.layout, r.design, r.sampler, r.asked, r.work.meetings, r.report);
   std::int64_t largest = 0;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g)

@@ -12,8 +12,6 @@
 namespace zeph {
 namespace {
 
-constexpr std::int32_t smallest_models = 6; // code of jump_setup that starts with one row a factor
-
 void say_stopped(reporting& report) {
   for (int i = 0; i < 3; ++i) say(report, "Stop signal received. Processing ends graceously");
 }
@@ -83,7 +81,7 @@ bool next_model(run& r) {
 
 void run_models(run& r) {
   jump_records records = jump_records_of(r);
-  jump_setup(records, r.relations, smallest_models);
+  jump_setup(records, r.relations, analysis::jump);
   take_state(r);
   const std::int64_t last = r.counts.P_ROUND + std::max(r.asked.nround, 0);
   for (;;) {

@@ -1,6 +1,7 @@
 #include "control/restrictions.h"
 
 #include "formats/column_format.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 
 #include <vector>
@@ -16,7 +17,7 @@ struct restricted_equation {
 // own for them; 0: none.
 std::int32_t group_factor(const model_records& m) {
   for (std::int32_t k = 1; k <= m.nramat; ++k)
-    if (structure_is(m.RMAT(k), "PED") && m.RMAT(k).r36 % 10 == 6 && !m.RMAT(k).r216) return k;
+    if (is_pedigree(m.RMAT(k)) && m.RMAT(k).r36 % 10 == 6 && !m.RMAT(k).r216) return k;
   return 0;
 }
 
@@ -47,7 +48,7 @@ std::vector<restricted_equation> last_levels(const model_records& m) {
 void impose_restrictions(const model_records& m, const directives& asked, sampler_store& s,
                          reporting& report) {
   s.n_IREST = 0;
-  if (asked.analysis_type > 2) {
+  if (samples_matrices(asked.analysis_type)) {
     say(report);
     say_label(report, "It has been specified that restrictions should be  ");
     say_label(report, "imposed, but this do not work for analyse type > 2 ");

@@ -107,7 +107,6 @@ void lay_out_equations(run& r) {
   free_reader lines;
   open_directives(r.model, lines, r.report);
   read_directives(r.model, r.asked, r.sources, lines, r.report);
-  if (r.asked.analysis_type < 0) r.asked.analysis_type = 0;
   read_sampler_file(r.model, r.asked, r.report);
   find_state(r);
   count_equations(r.model, r.layout, r.report);
@@ -145,9 +144,10 @@ void start_chain_values(run& r) {
     say(r.report, "ZEPH terminates.");
   }
   r.counts.P_ROUND = std::max(r.asked.nburn, 0);
-  if (r.asked.restart && r.asked.analysis_type >= 3) {
+  if (r.asked.restart && samples_matrices(r.asked.analysis_type)) {
     const std::int64_t last = read_r_parm(r.model, r.sampler, r.sources, r.asked, r.r_parm, r.report);
-    if (r.asked.analysis_type < 5) r.counts.P_ROUND = last; // chains over models start from round 1
+    if (!has_several_models(r.asked.analysis_type))
+      r.counts.P_ROUND = last; // chains over models start from round 1
   } else {
     start_from_priors(r.model, r.asked, r.sampler, r.report);
   }
@@ -159,7 +159,7 @@ void start_chain_values(run& r) {
 
 // Data and relationships; then records by residual group and by level of the trait deviations.
 void load_data(run& r) {
-  r.design.keeps_positions = r.asked.sampler.exact && r.asked.analysis_type > 0;
+  r.design.keeps_positions = r.asked.sampler.exact && !solves(r.asked.analysis_type);
   const int status = READTOMEM(r.model, r.layout, r.design, r.relations, r.report);
   if (status == 1) say(r.report, "Data not found");
   if (status != 0) zeph_terminates(r.report, false);
@@ -172,8 +172,8 @@ void load_data(run& r) {
 void start_latent_values(run& r) {
   const model_records& m = r.model;
   if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
-  if (r.asked.analysis_type <= 0) return;
-  if (!r.asked.restart || r.asked.analysis_type == 2)
+  if (solves(r.asked.analysis_type)) return;
+  if (!r.asked.restart || r.asked.analysis_type == analysis::predict)
     RMARIN(r.sources.marsaglia, r.asked.seed_a, r.asked.seed_b);
   scan_records records = records_of(r);
   start_missing_traits(records);
@@ -211,7 +211,8 @@ void start_run(run& r) {
     continue_files(r);
   else
     open_sample_files(r.model, r.layout, r.asked, r.files, r.report);
-  if (r.asked.analysis_type >= 2) reserve_state(r.model, r.design, r.sampler, r.files.state, r.report);
+  if (samples_solutions(r.asked.analysis_type))
+    reserve_state(r.model, r.design, r.sampler, r.files.state, r.report);
   check_result_files(r.model, r.deviations, r.mixtures, r.asked, r.report);
   if (!r.model.L_PTD) return;
   PEDFILE(r.model, r.relations, r.report);
@@ -220,14 +221,13 @@ void start_run(run& r) {
 
 void run_driver(run& r) {
   start_run(r);
-  // below 5 one model; 5 all models one after the other; above, a chain that moves between them
-  if (r.asked.analysis_type < 5) {
+  if (moves_between_models(r.asked.analysis_type)) {
+    run_jump_chain(r);
+  } else if (has_several_models(r.asked.analysis_type)) {
+    run_models(r); // one after the other
+  } else {
     run_chain(r);
     report_run(r);
-  } else if (r.asked.analysis_type == 5) {
-    run_models(r);
-  } else {
-    run_jump_chain(r);
   }
   if (r.asked.test_level >= 2) say(r.report, "Gibbs rounds concluded");
   close_zeinfo(r.jump, r.report);

@@ -122,13 +122,13 @@ void judge_words(const directives& asked, reporting& report) {
   if (s.density_points > 0 && !s.exact)
     illegal_input(report, sampler_file, "density", {}, std::to_string(s.density_points),
                   "only together with exact");
-  if (s.state && asked.analysis_type < 2)
+  if (s.state && !samples_solutions(asked.analysis_type))
     illegal_input(report, sampler_file, "state", {}, std::to_string(s.state_minutes),
                   "type of analysis 2 and above: a solver has no state to save");
   for (const row_weights& row : s.row_prior) {
     if (!s.exact)
       illegal_input(report, sampler_file, "model_prior", {row.factor}, "given", "only together with exact");
-    if (asked.analysis_type < 6)
+    if (!moves_between_models(asked.analysis_type))
       illegal_input(report, sampler_file, "model_prior", {row.factor}, "given",
                     "type of analysis 6 and above: chains that move between models");
   }

@@ -3,6 +3,7 @@
 #include "formats/column_format.h"
 #include "formats/free_format.h"
 #include "gibbs/residuals/residual_conditional.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 
@@ -15,7 +16,7 @@ namespace {
 constexpr double pivot_limit = 1e-18;  // residual matrices: smaller pivots are no variance
 constexpr double inverse_error = 1e-6; // largest error of a stored inverse that is taken
 
-bool grouped(const model_records& m) { return structure_is(m.residual(), "GROUP"); }
+bool grouped(const model_records& m) { return has_residual_groups(m.residual()); }
 
 // Every group has a matrix of its own when all their diagonals are positive.
 bool has_group_priors(const model_records& m) {

@@ -228,7 +228,7 @@ template <class Door> void walk_exact(Door& door, round_work& work, density_stor
 }
 
 template <class Door> void walk_jump(Door& door, run& r) {
-  if (r.asked.analysis_type < 6) return;
+  if (!moves_between_models(r.asked.analysis_type)) return;
   std::int32_t made = r.jump.blocks_made;
   door.block("blocks_made", &made, 1);
   if constexpr (Door::reads) r.jump.blocks_made = made != 0;

@@ -85,14 +85,15 @@ void check_within(reporting& report, std::string_view item, std::int64_t x, std:
 
 void check_position(const model_records& m, const directives& asked, const chain_position& p,
                     reporting& report) {
-  if (p.analysis_type != asked.analysis_type)
-    refuse(report, "analysis type", std::to_string(p.analysis_type), std::to_string(asked.analysis_type));
+  const auto analysis_type = static_cast<std::int32_t>(asked.analysis_type);
+  if (p.analysis_type != analysis_type)
+    refuse(report, "analysis type", std::to_string(p.analysis_type), std::to_string(analysis_type));
   const std::int32_t nburn = p.restart != 0 ? 0 : asked.nburn; // a restart has none
   if (p.nburn != nburn) refuse(report, "burn-in", std::to_string(p.nburn), std::to_string(nburn));
   check_within(report, "P_ROUND", p.P_ROUND, std::max(nburn, 0),
                p.restart != 0 ? std::numeric_limits<std::int32_t>::max() : std::max(nburn, 0));
   for (std::int32_t k = 1; k <= m.nramat + 1; ++k) {
-    const bool moves = asked.analysis_type >= 5 && k <= m.nramat;
+    const bool moves = has_several_models(asked.analysis_type) && k <= m.nramat;
     const std::int32_t most = m.RMAT(k).n_rc, least = moves ? std::min(1, most) : most;
     check_within(report, "model", p.ntr[static_cast<std::size_t>(k - 1)], least, most, {k});
   }
@@ -136,14 +137,14 @@ void check_values(run& r, const marsaglia_state& now) {
 void complete_values(run& r, const marsaglia_state& now) {
   ranmar_restore(r.sources.marsaglia, now);
   count_group_records(r.model, r.design);
-  if (r.asked.analysis_type < 5) return;
+  if (!has_several_models(r.asked.analysis_type)) return;
   for (std::int32_t k = 1; k <= r.model.nramat; ++k) set_structure(r.model, r.layout, r.state.ntr, k, k);
 }
 
 chain_position position_of(const run& r) {
   chain_position p;
-  p.analysis_type = r.asked.analysis_type;
-  p.sampling = p.analysis_type == 5 ? r.saved.model_number : r.saved.finished > r.counts.P_ROUND;
+  p.analysis_type = static_cast<std::int32_t>(r.asked.analysis_type);
+  p.sampling = r.asked.analysis_type == analysis::models ? r.saved.model_number : r.saved.finished > r.counts.P_ROUND;
   p.round = r.saved.finished;
   p.P_ROUND = r.counts.P_ROUND;
   p.seeds[0] = r.asked.seed_a, p.seeds[1] = r.asked.seed_b;
@@ -218,7 +219,7 @@ void take_state(run& r) {
   r.counts.P_ROUND = s.position.P_ROUND;
   r.asked.restart = s.position.restart != 0;
   s.finished = s.position.round;
-  if (s.position.analysis_type == 5) s.model_number = s.position.sampling;
+  if (r.asked.analysis_type == analysis::models) s.model_number = s.position.sampling;
   marsaglia_state now;
   walk_chain(*s.from, r, now, s.finished + 1);
   s.from->finish();

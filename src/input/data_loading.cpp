@@ -3,6 +3,8 @@
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
 #include "input/class_effect_covariates.h"
+#include "input/structures.h"
+#include "input/trait_kinds.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -34,6 +36,7 @@ struct data_record {
   std::int32_t mask = 0;      // present traits
   vec<std::int32_t> IINP;     // iv_50
   vec<float> RINP;            // n_real
+  std::vector<bool> scaled;   // nt: observations are of a latent scale
   mat<std::int32_t> freg_grp; // nt x mxreg: group of each regression, 0: none
   vec<std::uint64_t> keys;    // m: equation number, below it the order of building
   std::int32_t entries = 0;   // of the row under construction
@@ -103,7 +106,7 @@ void store_head(const model_records& m, data_record& in, design_store& design, r
   check_range(report, "mask of traits", {r}, in.mask, 0, (std::int64_t{1} << m.nt) - 1);
   const std::int32_t pattern = in.IINP(m.iv_50 - 1);
   check_range(report, "missing pattern", {r}, pattern, 0, residual.n_pat);
-  const std::int32_t group = structure_is(residual, "GROUP") ? in.IINP(residual.HETGR_RCI) : 1;
+  const std::int32_t group = has_residual_groups(residual) ? in.IINP(residual.HETGR_RCI) : 1;
   check_range(report, "residual group", {r}, group, 1, m.n_groups_residual());
 
   design.ISIT_M(r) = in.mask;
@@ -153,7 +156,7 @@ void store_observations(const model_records& m, data_record& in, design_store& d
     if (present) check_finite(report, "observation", {r, i}, y);
     if (trait.TRAIT_TYPE == trait_sequence)
       design.CURE_Y[static_cast<std::size_t>(i - 1)](r) = present && y > 0.0F;
-    if (trait.TRAIT_TYPE >= trait_liability && present) {
+    if (in.scaled[static_cast<std::size_t>(i - 1)] && present) {
       y *= latent_scale;
       y += latent_shift;
     }
@@ -391,6 +394,7 @@ int READTOMEM(const model_records& m, const equation_layout& layout, design_stor
   std::int64_t IREC = 0;
   {
     data_record in;
+    for (const trait_record& trait : m.MODEL_rows) in.scaled.push_back(kind_of(trait).scaled);
     allocate_work(m, entries, in, report);
     number_regression_groups(m, layout, in);
     MME_ALLOC(m, entries, design, report);

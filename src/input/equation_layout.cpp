@@ -1,6 +1,7 @@
 #include "input/equation_layout.h"
 
 #include "formats/column_format.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 
@@ -166,15 +167,19 @@ void count_equations(const model_records& m, equation_layout& layout, reporting&
     const structure_record& r = m.RMAT(k);
     const std::int64_t order = r.n_rc;
     const std::int64_t own = order * m.NRALEV(k);
-    if (structure_is(r, "I") || structure_is(r, "SNP") || structure_is(r, "DOM") || structure_is(r, "COR") ||
-        structure_is(r, "GREL"))
+    const structure_kind kind = structure_of(r);
+    if (kind == structure_kind::unknown) unknown_structure(r, report);
+    switch (row_of(kind).block) {
+    case equation_block::plain:
       layout.n_plain += own;
-    else if (structure_is(r, "PED") || structure_is(r, "PGMIX"))
+      break;
+    case equation_block::pedigree:
       layout.n_ped += own + (has_group_level(m, r) ? order : 0);
-    else if (structure_is(r, "ABS_QTL"))
+      break;
+    case equation_block::of_other_factor:
       layout.n_qtl += order * levels_of_qtl(m, k, report);
-    else
-      unknown_structure(r, report);
+      break;
+    }
     // kept small at each step, so that the sums themselves can't overflow
     within_32_bits(layout.n_plain + layout.n_ped, "neq", report);
     within_32_bits(layout.n_qtl, "equations of ABS_QTL", report);

@@ -1,11 +1,9 @@
 #include "input/mixture_store.h"
 
+#include "input/trait_kinds.h"
+
 namespace zeph {
 namespace {
-
-bool is_indicator(const trait_record& t) {
-  return t.TRAIT_TYPE == trait_mixture || t.TRAIT_TYPE == trait_sequence || t.TRAIT_TYPE == trait_cured;
-}
 
 // MIX_EQ_TYPE of a trait with mixture regressions: the indicator that has the covariable's input number.
 void name_indicators(model_records& m) {
@@ -14,7 +12,7 @@ void name_indicators(model_records& m) {
     for (std::int32_t j = 1; j <= trait.n_reg; ++j) {
       if (!trait.REG_MIXTURE(j)) continue;
       for (std::int32_t t = 1; t <= m.nt; ++t)
-        if (is_indicator(m.MODEL(t)) && m.MODEL(t).TRAIT_INP == trait.REG_INP(j)) trait.MIX_EQ_TYPE = t;
+        if (kind_of(m.MODEL(t)).indicator && m.MODEL(t).TRAIT_INP == trait.REG_INP(j)) trait.MIX_EQ_TYPE = t;
     }
   }
 }
@@ -24,8 +22,8 @@ void name_indicators(model_records& m) {
 void allocate_mixtures(model_records& m, mixture_store& mixtures, reporting& report) {
   bool any = false;
   for (const trait_record& t : m.MODEL_rows) {
-    any = any || is_indicator(t);
-    mixtures.flag = mixtures.flag || t.TRAIT_TYPE == trait_mixture || t.TRAIT_TYPE == trait_cured;
+    any = any || kind_of(t).indicator;
+    mixtures.flag = mixtures.flag || kind_of(t).proportion;
   }
   name_indicators(m);
   if (!any) return;

@@ -2,6 +2,7 @@
 #include "input/equation_layout.h"
 #include "input/model_information.h"
 #include "input/relationships.h"
+#include "input/structures.h"
 #include "listing/stops.h"
 
 #include <fmt/format.h>
@@ -109,7 +110,7 @@ void check_structure(const checks& c, std::int32_t k) {
   c.finite_matrix("RMAT%P_COV_MAT", k, r.P_COV_MAT);
   if (!factor) return;
   c.finite_matrix("RMAT%GIF", k, r.GIF);
-  if (structure_is(r, "ABS_QTL")) c.within("RMAT%QTL_FACTOR", {k}, r.QTL_FACTOR, 1, c.m.nramat);
+  if (structure_of(r) == structure_kind::qtl) c.within("RMAT%QTL_FACTOR", {k}, r.QTL_FACTOR, 1, c.m.nramat);
 }
 
 void check_contributions(const checks& c, std::int32_t k) {
@@ -129,7 +130,7 @@ void check_contributions(const checks& c, std::int32_t k) {
 void check_residual(const checks& c) {
   const structure_record& r = c.m.residual();
   const std::int32_t k = c.m.nramat + 1;
-  if (structure_is(r, "GROUP")) {
+  if (has_residual_groups(r)) {
     c.within("RMAT%n_hetgr", {k}, r.n_hetgr, 1, INT32_MAX);
     c.integer_place("RMAT%HETGR_RCI", {k}, r.HETGR_RCI);
   }
@@ -216,7 +217,7 @@ std::vector<equation_range> group_ranges(const checks& c) {
 // No equation belongs to two groups; "ABS_QTL" lies on the levels of another factor.
 void check_disjoint(const checks& c, std::vector<equation_range> ranges) {
   std::erase_if(ranges, [&](const equation_range& r) {
-    return std::string_view(r.table) == "NBEGRA" && structure_is(c.m.RMAT(r.i), "ABS_QTL");
+    return std::string_view(r.table) == "NBEGRA" && structure_of(c.m.RMAT(r.i)) == structure_kind::qtl;
   });
   std::stable_sort(ranges.begin(), ranges.end(),
                    [](const equation_range& a, const equation_range& b) { return a.first < b.first; });

@@ -138,39 +138,4 @@ void allocate_modinf(model_records& m, reporting& report) {
   walk_modinf(walker, m);
 }
 
-void RMAT_ALLOC1(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc1(steps, m.RMAT(k));
-}
-
-void RMAT_ALLOC2A(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc2a(steps, m.RMAT(k));
-}
-
-void RMAT_ALLOC2(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc2(steps, m.RMAT(k));
-}
-
-void RMAT_ALLOC4(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc4(steps, m.RMAT(k));
-}
-
-void RMAT_ALLOC5(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc5(steps, m.RMAT(k));
-}
-
-void RMAT_ALLOC6(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc6(steps, m.RMAT(k));
-}
-
-void RMAT_ALLOC7(model_records& m, std::int32_t k, reporting& report) {
-  modinf_source steps{report, nullptr};
-  walk_alloc7(steps, m.RMAT(k), m.nt);
-}
-
 } // namespace zeph

@@ -22,13 +22,4 @@ void allocate_modinf(model_records& m, reporting& report);
 // integer or the one before it, or the one value.
 std::string legal_range(std::int64_t low, std::int64_t high);
 
-// The allocation steps of RMAT(k), in the order of the file.
-void RMAT_ALLOC1(model_records& m, std::int32_t k, reporting& report);
-void RMAT_ALLOC2A(model_records& m, std::int32_t k, reporting& report);
-void RMAT_ALLOC2(model_records& m, std::int32_t k, reporting& report);
-void RMAT_ALLOC4(model_records& m, std::int32_t k, reporting& report);
-void RMAT_ALLOC5(model_records& m, std::int32_t k, reporting& report);
-void RMAT_ALLOC6(model_records& m, std::int32_t k, reporting& report);
-void RMAT_ALLOC7(model_records& m, std::int32_t k, reporting& report);
-
 } // namespace zeph

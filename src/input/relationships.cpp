@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "formats/sequential_file.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -140,17 +141,12 @@ void first_record_error(std::string_view text, std::int32_t k, int code, reporti
   say(report);
 }
 
-std::string file_name(const structure_record& r, std::int32_t k) {
-  const std::string number = std::to_string(k);
-  if (structure_is(r, "PED")) return "AINV" + number;
-  if (structure_is(r, "PGMIX")) return "HINV" + number;
-  if (structure_is(r, "GREL")) return "GINV" + number;
-  if (structure_is(r, "COR")) return "COR" + number;
-  return "DOM" + number;
+std::string numbered(std::string_view prefix, std::int32_t k) {
+  return std::string(prefix) + std::to_string(k);
 }
 
 int read_structure(const model_records& m, std::int32_t k, relationship_rows& rows, reporting& report) {
-  const std::string name = file_name(m.RMAT(k), k);
+  const std::string name = numbered(row_of(structure_of(m.RMAT(k))).file_prefix, k);
   say(report);
   say_count(report, "Reading variance structure for random effect ......", k);
   int code = 0;
@@ -170,7 +166,7 @@ int read_ram_structure(const model_records& m, std::int32_t k, relationship_rows
   say_label(report, "Reduced Animal Model for sampling dispersion parm..");
   say_count(report, "Reading RAM pedigree for random effect ............", k);
   int code = 0;
-  const std::int64_t elements = read_rows("AINV_RAM" + std::to_string(k), m.NRALEV(k), rows, code, report);
+  const std::int64_t elements = read_rows(numbered(reduced_prefix, k), m.NRALEV(k), rows, code, report);
   if (code != 0) first_record_error("ERROR  reading 1st record for RAM variance structure ", k, code, report);
   say_count(report, "Number of elements read in RAM A-inverse ..........", elements);
   for (double& d : rows.diag)
@@ -197,7 +193,7 @@ void check_parents(const mat<std::int32_t>& pedmat, std::int32_t first, std::int
 std::int32_t find_pedigree(const model_records& m, reporting& report) {
   std::int32_t found = 0;
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
-    if (!structure_is(m.RMAT(k), "PED")) continue;
+    if (!is_pedigree(m.RMAT(k))) continue;
     if (found != 0) {
       say(report, "More than one pedigree file found");
       say(report, "Not currently supported in ZEPH");
@@ -215,13 +211,14 @@ int read_relationships(const model_records& m, relationship_store& relations, re
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
     const structure_record& r = m.RMAT(k);
     relationship_rows& rows = relations.CV_STR[static_cast<std::size_t>(k - 1)];
-    if (structure_is(r, "I")) continue;
-    if (structure_is(r, "SNP") || structure_is(r, "ABS_QTL")) {
+    const structure_kind kind = structure_of(r);
+    if (kind == structure_kind::identity) continue;
+    if (row_of(kind).file_prefix.empty()) {
       identity_rows(m.NRALEV(k), rows, report);
       continue;
     }
     if (read_structure(m, k, rows, report) != 0) ierr = 1;
-    if (structure_is(r, "PED") && r.L_RAM &&
+    if (kind == structure_kind::pedigree && r.L_RAM &&
         read_ram_structure(m, k, relations.CV_STR_RAM[static_cast<std::size_t>(k - 1)], report) != 0)
       ierr = 1;
   }
@@ -231,18 +228,18 @@ int read_relationships(const model_records& m, relationship_store& relations, re
 std::vector<std::string> relationship_files(const model_records& m) {
   std::vector<std::string> names;
   for (std::int32_t k = 1; k <= m.nramat; ++k) {
-    const structure_record& r = m.RMAT(k);
-    if (structure_is(r, "I") || structure_is(r, "SNP") || structure_is(r, "ABS_QTL")) continue;
-    names.push_back(file_name(r, k));
-    if (!structure_is(r, "PED")) continue;
-    names.push_back("PEDFILE" + std::to_string(k));
-    if (r.L_RAM) names.push_back("AINV_RAM" + std::to_string(k));
+    const structure_kind kind = structure_of(m.RMAT(k));
+    if (row_of(kind).file_prefix.empty()) continue;
+    names.push_back(numbered(row_of(kind).file_prefix, k));
+    if (kind != structure_kind::pedigree) continue;
+    names.push_back(numbered(parents_prefix, k));
+    if (m.RMAT(k).L_RAM) names.push_back(numbered(reduced_prefix, k));
   }
   return names;
 }
 
 std::int32_t count_ram_diagonals(std::int32_t k, std::int32_t otherwise, reporting& report) {
-  const std::string name = "AINV_RAM" + std::to_string(k);
+  const std::string name = numbered(reduced_prefix, k);
   sequential_reader file;
   relationship_element e;
   file.open(path_of(report, name));
@@ -269,7 +266,7 @@ void PEDFILE(const model_records& m, relationship_store& relations, reporting& r
     say(report, "Allocation of pedmat failed");
     stop_run(report, exit_input_stage);
   }
-  const std::string name = "PEDFILE" + std::to_string(k);
+  const std::string name = numbered(parents_prefix, k);
   sequential_reader file;
   file.open(path_of(report, name));
   for (std::int32_t done = 0; done < n;) {

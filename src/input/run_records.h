@@ -2,6 +2,7 @@
 // is, what has been counted.
 #pragma once
 
+#include "input/analysis.h"
 #include "input/model_records.h"
 
 #include <cstdint>
@@ -42,8 +43,7 @@ struct sampler_words {
 
 // What the directive file asks for: constant once it has been read.
 struct directives {
-  std::int32_t analysis_type =
-      0;                       // 0 solver, 1 solver with sums, 2 solutions, 3 and 4 full sampler, 5.. models
+  analysis analysis_type = analysis::solve;
   std::int32_t test_level = 0; // level of test information printed
   std::int32_t seed_a = 0, seed_b = 0;
   std::int32_t nburn = 0, nround = 0, isamp = 0;
@@ -82,7 +82,7 @@ struct chain_counts {
 // True when rounds have two stages: solutions of class effects are used as
 // covariables, and the run keeps to one model.
 inline bool scans_in_two_stages(const directives& asked) {
-  return asked.nfeto > 0 && asked.analysis_type < 5;
+  return asked.nfeto > 0 && !has_several_models(asked.analysis_type);
 }
 
 // True in the rounds of which samples are taken.
@@ -94,7 +94,7 @@ inline bool is_sample_round(const directives& asked, const round_state& state) {
 // True when the state of the round enters the sums and the sample files: in sample
 // rounds of all types but the plain solver.
 inline bool takes_sample(const directives& asked, const round_state& state) {
-  return asked.analysis_type > 0 && is_sample_round(asked, state);
+  return !solves(asked.analysis_type) && is_sample_round(asked, state);
 }
 
 } // namespace zeph

@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/scan/gibscan.h"
 #include "gibbs/scan/residual_body.h"
+#include "input/structures.h"
 #include "jump/jump_setup.h"
 #include "jump/model_moves.h"
 #include "listing/listing_rows.h"
@@ -22,7 +23,7 @@ std::int32_t rows_of(const std::vector<std::int32_t>& model, std::int32_t k) {
   return model[static_cast<std::size_t>(k - 1)];
 }
 
-bool is_pedigree(const jump_records& r) { return structure_is(r.model.RMAT(r.jump.jump_k), "PED"); }
+bool moves_pedigree(const jump_records& r) { return is_pedigree(r.model.RMAT(r.jump.jump_k)); }
 
 // cov_new = the leading `rows` rows of the factor's matrix as drawn in this round.
 void unpack_matrix(jump_records& r, std::int32_t rows) {
@@ -168,7 +169,7 @@ double parents_part(const jump_records& r, std::int32_t l, double& half) {
 // sum of ln q(t_l), t drawn on the way up, that of the present solutions on the way down
 double propose_levels(jump_records& r, double T, bool up) {
   exact_move_work& w = r.jump.exact;
-  const bool pedigree = is_pedigree(r);
+  const bool pedigree = moves_pedigree(r);
   double log_q = 0;
   for (std::int64_t at = 1; at <= w.levels; ++at) {
     const auto l =
@@ -192,7 +193,7 @@ double prior_of_levels(const jump_records& r, double T) {
   const exact_move_work& w = r.jump.exact;
   const std::int32_t k = r.jump.jump_k;
   double quadratic = 0;
-  if (is_pedigree(r)) {
+  if (moves_pedigree(r)) {
     const relationship_rows& rows = r.scan.relations.of(k);
     for (std::int64_t l = 1; l <= w.levels; ++l) {
       double sum = rows.diag(l) * w.t(l);
@@ -230,7 +231,7 @@ void weigh_exact_move(jump_records& r) {
   const std::int32_t k = jump.jump_k, n = jump.imax, q = r.model.RMAT(k).n_rc;
   const bool up = !jump.jump_down;
   w.levels = r.model.NRALEV(k);
-  if (!structure_is(r.model.RMAT(k), "I") && !is_pedigree(r)) {
+  if (!is_identity(r.model.RMAT(k)) && !moves_pedigree(r)) {
     say(r.scan.report, "Unknown co-variance structure " + r.model.RMAT(k).CV_STRUCT);
     zeph_terminates(r.scan.report);
   }
@@ -250,7 +251,7 @@ void weigh_exact_move(jump_records& r) {
   const group_meetings& met =
       r.scan.work.meetings
           .groups[static_cast<std::size_t>(r.scan.layout.group_of_factor(k, r.model.nramat) - 1)];
-  if (structure_is(r.model.RMAT(k), "I") && !met.any()) {
+  if (is_identity(r.model.RMAT(k)) && !met.any()) {
     w.terms[2] = collapsed_term(r, T, up);
   } else {
     const double log_q = propose_levels(r, T, up);

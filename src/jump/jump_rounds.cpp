@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/scan/gibscan.h"
 #include "gibbs/scan/record_pass.h"
+#include "input/structures.h"
 #include "jump/exact_moves.h"
 #include "jump/jump_setup.h"
 #include "jump/model_moves.h"
@@ -88,8 +89,8 @@ void recompute_data_blocks(jump_records& r) {
     for (std::int32_t k = 1; k <= r.model.nramat; ++k)
       model[static_cast<std::size_t>(k - 1)] = r.model.RMAT(k).n_rc;
   set_structure(r, model, r.jump.jump_k);
-  // round 0 and type 0: CDI without the prior precision, by the inverses of the model file
-  bddrmc_init(r.scan, 0, 0, model);
+  // round 0 and the solver: CDI without the prior precision, by the inverses of the model file
+  bddrmc_init(r.scan, 0, analysis::solve, model);
   set_structure(r, r.state.ntr, r.jump.jump_k);
   r.jump.blocks_made = true;
 }
@@ -109,9 +110,9 @@ void convert_dimension(jump_records& r) {
   // z, conv_sol and jacobian of the factor's levels; conv_sol begins as a copy of its solutions
   jump.prop_z.fill(0.0);
   std::copy_n(sol, std::int64_t{r.model.NRALEV(k)} * factor.n_rc, jump.conv_sol.data());
-  if (structure_is(factor, "I"))
+  if (is_identity(factor))
     samppegm(r, k);
-  else if (structure_is(factor, "PED"))
+  else if (is_pedigree(factor))
     sampanim(r, k);
   else
     stop_unknown_structure(r.scan.report, factor);
@@ -172,7 +173,7 @@ void jump_round(jump_records& r, sample_files& files) {
   }
   if (!r.jump.jump_down) recompute_data_blocks(r);
   GIBSCAN(r.scan, r.asked, r.state, r.counts, files);
-  if (r.asked.analysis_type <= 3) return;
+  if (takes_parent_groups(r.asked.analysis_type)) return;
   convert_dimension(r);
   model_move(r);
   decide_move(r);

@@ -1,6 +1,7 @@
 #include "jump/jump_setup.h"
 
 #include "input/relationships.h"
+#include "input/structures.h"
 #include "jump/exact_moves.h"
 #include "jump/pedigree_order.h"
 #include "listing/listing_rows.h"
@@ -67,8 +68,11 @@ void find_log_determinants(jump_records& r) {
   if (k == 0 || r.model.RMAT(k).n_rc < 2) return;
   const std::string number = std::to_string(k);
   // ln |A| = -ln |A^-1|, from the elements of the inverse in the file, parents before progeny
-  r.jump.settled = settle_levels(relations.pedmat, r.model.NRALEV(k), "PEDFILE" + number, report);
-  r.jump.log_det_A(k) = log_det_relationship(relations.of(k), r.jump.settled, "AINV" + number, report);
+  r.jump.settled =
+      settle_levels(relations.pedmat, r.model.NRALEV(k), std::string(parents_prefix) + number, report);
+  r.jump.log_det_A(k) =
+      log_det_relationship(relations.of(k), r.jump.settled,
+                           std::string(row_of(structure_kind::pedigree).file_prefix) + number, report);
 }
 
 // Mixtures switch coefficients, and move records between residual groups.
@@ -112,10 +116,10 @@ void invert_start_matrix(jump_records& r, std::int32_t k) {
                  r.state.ntr[static_cast<std::size_t>(k - 1)], logdet, info);
 }
 
-void jump_setup(jump_records& r, relationship_store& relations, std::int32_t code) {
+void jump_setup(jump_records& r, relationship_store& relations, analysis start) {
   reporting& report = r.scan.report;
   PEDFILE(r.model, relations, report);
-  if (code > 5) start_smallest_model(r);
+  if (moves_between_models(start)) start_smallest_model(r);
   need_a_moving_factor(r.model, report);
   allocate_moves(r);
   find_log_determinants(r);

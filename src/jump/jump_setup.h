@@ -21,13 +21,13 @@ inline void set_structure(jump_records& r, const std::vector<std::int32_t>& mode
 // model in force gives it; other elements stay.
 void invert_start_matrix(jump_records& r, std::int32_t k);
 
-// Once, before the first round. Reads the pedigree (PEDFILE). code above 5: the model in force
+// Once, before the first round. Reads the pedigree (PEDFILE). start of analysis::jump: the model in force
 // becomes one row of each factor, with GIF(1,1,k) = 1/COV_MAT(1,1). Without a factor
 // of two rows or more: "All random effects have covariance matrix of dimension
 // one", stop, code 16. Sizes the stores of the moves, log_det_A by the relationship
 // inverses. `zeinfo` holds the word "starting" until its first row; where it is open, as in a chain
 // that is continued, it is left alone. Sums of samples stay as they are.
-void jump_setup(jump_records& r, relationship_store& relations, std::int32_t code);
+void jump_setup(jump_records& r, relationship_store& relations, analysis start);
 
 // One row of zeinfo, the first in place of "starting"; a fault is a write_fault.
 void write_zeinfo(jump_store& jump, std::string_view row, reporting& report);

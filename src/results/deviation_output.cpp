@@ -146,7 +146,7 @@ void report_deviations(const model_records& m, const deviation_store& d, const d
                        reporting& report) {
   if (d.factor == 0) return;
   const output_form form{m.model_kind == 2, d.progeny};
-  const std::string_view name = asked.analysis_type >= 2 && form.sums ? "gib.td_ptd" : "TD_PTD";
+  const std::string_view name = samples_solutions(asked.analysis_type) && form.sums ? "gib.td_ptd" : "TD_PTD";
   whole_file whole(path_of(report, name));
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");

@@ -12,7 +12,7 @@
 
 namespace zeph {
 
-// Writes the file, `gib.td_ptd` when analysis_type >= 2 and model_kind is 2, else
+// Writes the file, `gib.td_ptd` when solutions are sampled and model_kind is 2, else
 // `TD_PTD`, and its first 250 rows under a heading on the listing, then the
 // description of the file. With model_kind 2 values are means over the calls, with
 // standard deviations (0 for less than two calls); otherwise those of the last

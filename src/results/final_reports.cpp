@@ -22,7 +22,7 @@ namespace {
 // Solutions with their codes, the sample files, the binary solutions.
 void report_solutions(const final_records& r) {
   if (static_cast<std::int64_t>(r.counts.nsamples) > 0) say(r.report);
-  const std::int32_t option = r.asked.analysis_type < 2 ? 1 : 4;
+  const std::int32_t option = samples_solutions(r.asked.analysis_type) ? 4 : 1;
   SOLWRITE(option, r.model, r.sampler.IREST, r.sampler.n_IREST, r.sampler.solpostmean, r.sampler.pev,
            "gibsol", r.report);
   describe_sample_files(r.model, r.files, r.report);
@@ -50,32 +50,32 @@ void write_solpostmean(const equation_layout& layout, const sampler_store& store
 }
 
 void final_reports(const final_records& r) {
-  const bool samples_matrices = r.asked.analysis_type > 2;
-  if (r.asked.analysis_type > 0 && r.asked.sampler.exact)
+  const bool matrices = samples_matrices(r.asked.analysis_type);
+  if (!solves(r.asked.analysis_type) && r.asked.sampler.exact)
     report_waic(r.sampler.density, r.state, r.files, r.report);
-  else if (r.asked.analysis_type > 0)
+  else if (!solves(r.asked.analysis_type))
     report_model_fit(r.state, r.files, r.report);
-  if (samples_matrices) report_deviance(r.model, r.design, r.counts, r.sampler, r.report);
+  if (matrices) report_deviance(r.model, r.design, r.counts, r.sampler, r.report);
 
   // from here on the sums over samples are means and variances
   solution_moments(r.asked, r.counts, r.sampler);
   covariance_moments(r.model, r.asked, r.state, r.counts, r.sampler);
   report_thresholds(r.categories, r.asked, r.counts, r.report);
 
-  if (samples_matrices && static_cast<std::int64_t>(r.counts.nsamples) >= 1)
+  if (matrices && static_cast<std::int64_t>(r.counts.nsamples) >= 1)
     report_covariances(r.model, r.sampler, r.state, r.report);
   report_mixing_proportions(r.model, r.mixtures, r.asked, r.counts, r.report);
   report_predictions(r.counts, r.predictions, r.report);
   std::int32_t failed = 0; // icode of the file of memberships that could not be made
-  if (r.counts.nsamples > 1 || r.asked.analysis_type <= 0) {
+  if (r.counts.nsamples > 1 || solves(r.asked.analysis_type)) {
     report_solutions(r);
     write_taupostmean(r.model, r.mixtures, r.counts, r.design.nobs, r.report);
     failed = write_memberships(r.model, r.design, r.mixtures, r.asked, r.state, r.counts, r.report);
   }
 
   // the state of the chain is saved for any number of samples, and before a failed report ends the run
-  if (r.asked.analysis_type >= 2) write_lastsol(r.layout, r.sampler, r.files.state, r.report);
-  if (samples_matrices)
+  if (samples_solutions(r.asked.analysis_type)) write_lastsol(r.layout, r.sampler, r.files.state, r.report);
+  if (matrices)
     write_gparlast(r.model, r.design, r.sampler, r.sources, r.asked, r.state, r.files.state, r.report);
 
   if (failed != 0) stop_memberships(failed, r.report);

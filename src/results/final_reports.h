@@ -30,17 +30,17 @@ struct final_records {
 };
 
 // In this order, n being nsamples:
-//  - fit statistics on the listing and in lpm (analysis_type > 0)
-//  - DIC of each trait (analysis_type > 2)
+//  - fit statistics on the listing and in lpm (not from the solver)
+//  - DIC of each trait (matrices sampled)
 //  - sums to posterior means and variances
 //  - thresholds of ordered traits on the listing
-//  - (co)variances on the listing, in gparout and PAROUT (n >= 1, analysis_type > 2)
+//  - (co)variances on the listing, in gparout and PAROUT (n >= 1, matrices sampled)
 //  - mixing proportions on the listing
 //  - ypredicted (predictions that were filled)
 //  - gibsol and its listing by SOLWRITE, description of the sample files,
-//    trait deviations, solpostmean (n > 1, or analysis_type 0)
+//    trait deviations, solpostmean (n > 1, or from the solver)
 //    and, with mixtures, taupostmean, mixz_prob, mixz_last
-//  - lastsol (analysis_type >= 2) and gparlast (analysis_type >= 3), for any n
+//  - lastsol (solutions sampled) and gparlast (matrices sampled), for any n
 //  - hand-over: the sums are zeroed, the means kept in `sols` and `pars`
 // Files that can't be written stop with code 16; those of the memberships after
 // the state of the chain has been saved.

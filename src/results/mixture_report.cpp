@@ -69,7 +69,7 @@ std::string tau_row(const model_records& m, const mixture_store& mixtures, std::
 
 void report_mixing_proportions(const model_records& m, const mixture_store& mixtures, const directives& asked,
                                const chain_counts& counts, reporting& report) {
-  if (!mixtures.flag || asked.analysis_type <= 0) return;
+  if (!mixtures.flag || solves(asked.analysis_type)) return;
   say(report);
   say(report, "  Posterior mean and standard error of for mixing proportion");
   const double n = counts.nsamples;

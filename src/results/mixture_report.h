@@ -16,7 +16,7 @@ void report_mixing_proportions(const model_records& m, const mixture_store& mixt
 
 // taupostmean: per record one row in free format, mean and standard deviation of
 // the probability of component 1 for each trait of kind 5; 1 and 0 where it was 1
-// in every sample, hence in every row of analysis type 0, which takes none.
+// in every sample, hence in every row of the solver, which takes none.
 void write_taupostmean(const model_records& m, const mixture_store& mixtures, const chain_counts& counts,
                        std::int32_t nobs, reporting& report);
 

@@ -27,7 +27,7 @@ bool can_be_written(const std::string& path) {
 
 // True when the run can take so many samples that the solutions are reported.
 bool reports_solutions(const directives& asked) {
-  if (asked.analysis_type <= 0) return true;
+  if (solves(asked.analysis_type)) return true;
   const std::int32_t samples = asked.nround / std::max(asked.isamp, 1); // one more when a chain is continued
   return samples + (asked.restart ? 1 : 0) > 1;
 }
@@ -37,13 +37,13 @@ bool reports_solutions(const directives& asked) {
 void check_result_files(const model_records& m, const deviation_store& deviations,
                         const mixture_store& mixtures, const directives& asked, reporting& report) {
   std::vector<std::string_view> names;
-  if (asked.analysis_type > 2) names = {"gparout", "PAROUT", "gparlast"};
-  if (asked.analysis_type >= 2) names.emplace_back("lastsol");
+  if (samples_matrices(asked.analysis_type)) names = {"gparout", "PAROUT", "gparlast"};
+  if (samples_solutions(asked.analysis_type)) names.emplace_back("lastsol");
   if (asked.sampler.state) names.emplace_back("statelast");
   const bool solutions = reports_solutions(asked), memberships = solutions && mixtures.flag;
   if (solutions) names.insert(names.end(), {"gibsol", "solpostmean"});
   if (solutions && deviations.factor > 0)
-    names.emplace_back(asked.analysis_type >= 2 && m.model_kind == 2 ? "gib.td_ptd" : "TD_PTD");
+    names.emplace_back(samples_solutions(asked.analysis_type) && m.model_kind == 2 ? "gib.td_ptd" : "TD_PTD");
   if (memberships) names.insert(names.end(), {"taupostmean", "mixz_prob", "mixz_last"});
 
   constexpr std::string_view written_once[] = {"mixz_prob", "mixz_last"};

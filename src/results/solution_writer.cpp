@@ -5,6 +5,7 @@
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "input/code_table.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
@@ -175,26 +176,10 @@ void write_fixed_effect(writer_state& w, std::int32_t t, std::int32_t j) {
   }
 }
 
-struct structure_words {
-  std::string_view name, title;
-};
-structure_words words_of(const structure_record& r) {
-  constexpr std::string_view plain = " First 250 equations for Random Factor ";
-  constexpr std::string_view animal = " First 250 Animal equations for Random Factor ";
-  if (structure_is(r, "PED")) return {"A(x)G0    ", animal};
-  if (structure_is(r, "GREL")) return {"G(x)G0    ", animal};
-  if (structure_is(r, "PGMIX")) return {"PGMIX(x)G0", animal};
-  if (structure_is(r, "COR")) return {"COR(x)G0  ", plain};
-  if (structure_is(r, "DOM")) return {"DOM(x)G0  ", " First 250 Dominance equations for Random Factor "};
-  if (structure_is(r, "SNP")) return {"I(x)G0    ", " First 250 SNP equations for Random Factor "};
-  if (structure_is(r, "ABS_QTL")) return {"IBD(X)G0  ", " First 250 QTL equations for Random Factor "};
-  return {"I(x)G0    ", plain};
-}
-
 void list_factor_heading(writer_state& w, std::int32_t k) {
-  const structure_words words = words_of(w.m.RMAT(k));
-  w.line.clear().A(words.title, static_cast<int>(words.title.size())).I(k, 3);
-  w.line.A(" (variance structure: ", 22).A(words.name, 10).A(")", 1);
+  const structure_row& structure = row_of(structure_of(w.m.RMAT(k)));
+  w.line.clear().A(structure.heading, static_cast<int>(structure.heading.size())).I(k, 3);
+  w.line.A(" (variance structure: ", 22).A(structure.equation, 10).A(")", 1);
   list(w);
   list(w, w.line.str());
   list(w);

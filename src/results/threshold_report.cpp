@@ -9,7 +9,7 @@ namespace zeph {
 
 void report_thresholds(const category_store& categories, const directives& asked, const chain_counts& counts,
                        reporting& report) {
-  if (categories.catstr.empty() || asked.analysis_type <= 0) return;
+  if (categories.catstr.empty() || solves(asked.analysis_type)) return;
   say(report, "       Posterior mean and Std of thresholds");
   for (const category_record& c : categories.catstr) {
     say(report, free_row().text("       Trait").i(c.trait).str());

@@ -71,7 +71,7 @@ void accumulate_covariances(const model_records& m, sampler_store& store, const 
 
 void accumulate_deviance(const model_records& m, sampler_store& store, const directives& asked,
                          const round_state& state) {
-  if (asked.analysis_type >= 5 || !is_sample_round(asked, state)) return;
+  if (has_several_models(asked.analysis_type) || !is_sample_round(asked, state)) return;
   for (std::int32_t g = 1; g <= store.G; ++g) {
     const double N = m.residual().HETG_N_OBS(m.hetgr_index(g));
     for (std::int32_t j = 1; j <= m.nt; ++j) {
@@ -84,7 +84,7 @@ void accumulate_deviance(const model_records& m, sampler_store& store, const dir
 
 void covariance_moments(const model_records& m, const directives& asked, const round_state& state,
                         const chain_counts& counts, sampler_store& store) {
-  if (asked.analysis_type <= 0) return;
+  if (solves(asked.analysis_type)) return;
   const double n = counts.nsamples;
   if (static_cast<std::int64_t>(n) <= 1) {
     store.PARVAR.fill(0);
@@ -101,7 +101,7 @@ void covariance_moments(const model_records& m, const directives& asked, const r
 }
 
 void solution_moments(const directives& asked, const chain_counts& counts, sampler_store& store) {
-  if (asked.analysis_type <= 0) {
+  if (solves(asked.analysis_type)) {
     copy_values(store.sol, store.solpostmean);
     store.pev.fill(0);
     return;

@@ -26,20 +26,20 @@ void accumulate_solutions(const model_records& m, const equation_layout& layout,
 // packed leading block of each factor's and each residual group's current order.
 void accumulate_covariances(const model_records& m, sampler_store& store, const round_state& state);
 
-// In sample rounds of analysis types below 5, after the scan: dic%dic_s(j) +=
+// In sample rounds of runs of one model, after the scan: dic%dic_s(j) +=
 // N(g) log(RCOV(j,j,g)) + dic%rrsum(j,g) / RCOV(j,j,g) for each residual group g
 // and trait j, N(g) being HETG_N_OBS. Other rounds add nothing.
 void accumulate_deviance(const model_records& m, sampler_store& store, const directives& asked,
                          const round_state& state);
 
-// Sums to moments, n = nsamples. With analysis_type <= 0: solpostmean = the last
+// Sums to moments, n = nsamples. From the solver: solpostmean = the last
 // sol, pev = 0. Otherwise solpostmean = sum / n (n = 0 gives what the arithmetic
 // gives), pev = (sum of squares - sum^2 / n) / (n - 1), or 0 for integer n <= 1.
 void solution_moments(const directives& asked, const chain_counts& counts, sampler_store& store);
 
 // PARVAR = standard deviations sqrt((sum of squares - n mean^2) / (n - 1)), with
 // PARPOSTMEAN holding the means; 0 for integer n <= 1, and where the difference
-// is not above 1e-12. Nothing with analysis_type <= 0.
+// is not above 1e-12. Nothing in the solver.
 void covariance_moments(const model_records& m, const directives& asked, const round_state& state,
                         const chain_counts& counts, sampler_store& store);
 

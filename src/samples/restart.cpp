@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "formats/whole_file.h"
+#include "input/trait_kinds.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -41,9 +42,7 @@ bool walk_latent(const model_records& m, Observations&& observations, Coefficien
                  Groups&& groups) {
   for (std::int32_t j = 1; j <= m.nt; ++j) {
     const trait_record& trait = m.MODEL(j);
-    const bool latent = trait.TRAIT_TYPE == trait_categorical || trait.TRAIT_TYPE == trait_liability ||
-                        trait.TRAIT_TYPE == trait_mixture;
-    if (latent && !observations(j)) return false;
+    if (kind_of(trait).stored && !observations(j)) return false;
     for (std::int32_t x = 1; x <= trait.n_reg; ++x)
       if (trait.REG_MIXTURE(x) && !coefficients(j, x)) return false;
   }

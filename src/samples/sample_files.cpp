@@ -2,6 +2,7 @@
 
 #include "formats/column_format.h"
 #include "formats/free_format.h"
+#include "input/trait_kinds.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
@@ -82,15 +83,15 @@ void describe_res_samples(std::int32_t nt, reporting& report) {
 
 void describe_files(const model_records& m, const directives& asked, sample_files& files) {
   files.n_vector = m.nramat + 1;
-  files.has_sol_samples = asked.analysis_type > 0 && m.n_sol_cv != 0;
-  files.has_res_samples = asked.analysis_type > 0 && m.keeps_residuals();
+  files.has_sol_samples = !solves(asked.analysis_type) && m.n_sol_cv != 0;
+  files.has_res_samples = !solves(asked.analysis_type) && m.keeps_residuals();
 }
 
 void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,
                        sample_files& files, reporting& report) {
   describe_files(m, asked, files);
-  if (asked.analysis_type >= 3) open_checked(files.gib_samples, "gib.samples", report);
-  if (asked.analysis_type > 0) {
+  if (samples_matrices(asked.analysis_type)) open_checked(files.gib_samples, "gib.samples", report);
+  if (!solves(asked.analysis_type)) {
     open_checked(files.py, "py", report);
     if (!free_reader().open(path_of(report, "py"))) // the report of model fit reads it
       illegal_input(report, "py", "read", {}, "open", "the file can be opened and read");
@@ -105,7 +106,7 @@ void open_sample_files(const model_records& m, const equation_layout& layout, co
   }
   // kept: scr31 is made in every run and stays empty
   open_checked(files.scr31, "scr31", report);
-  if (m.has_type(trait_mixture) || m.has_type(trait_sequence) || m.has_type(trait_cured))
+  if (has_pass(m, value_pass::mixtures) || has_pass(m, value_pass::sequences))
     open_checked(files.mix_pi, "mix_pi", report);
   if (m.has_type(trait_categorical)) open_checked(files.threshold, "threshold", report);
 }

@@ -41,8 +41,8 @@ struct sample_files {
   column_line line; // so that a round allocates nothing
 };
 
-// Opens, in this order: with analysis_type >= 3 gib.samples; with analysis_type > 0 py, lpm, sol.samples
-// (when n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
+// Opens, in this order: gib.samples when matrices are sampled; py, lpm, sol.samples unless the run solves
+// (sol.samples when n_sol_cv is not 0; its first record, neq, is written) and res.samples (when
 // residuals are kept); scr31 in every case; mix_pi with a
 // trait of type 5, 7 or 8; threshold with one of type 3. Existing files are emptied.
 void open_sample_files(const model_records& m, const equation_layout& layout, const directives& asked,

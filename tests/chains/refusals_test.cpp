@@ -22,7 +22,7 @@ TEST(the_command_line, ends_with_2_when_it_is_wrong_and_0_for_help) {
                                 "run work --jobs 0", "run work --segments 2", "continue runs --rounds 0",
                                 "continue runs --here --slurm ''", "advance runs"})
     EXPECT_EQ(c.chains(arguments).exit_code, 2) << arguments;
-  EXPECT_TRUE(says(c.chains("run work --jobs 0"), "; --help tells more\n"));
+  EXPECT_TRUE(says(c.chains("run work --jobs 0"), "; see --help\n"));
   EXPECT_EQ(c.chains("--help").exit_code, 0);
   EXPECT_TRUE(says(c.chains("--version"), "zeph-chains 0."));
 }
@@ -30,7 +30,7 @@ TEST(the_command_line, ends_with_2_when_it_is_wrong_and_0_for_help) {
 TEST(run, refuses_a_directory_that_is_none_of_ZEPH) {
   const study_case c;
   EXPECT_TRUE(
-      refused(c, "run absent", "absent is no work directory: MODINF is missing\nNothing was started.\n"));
+      refused(c, "run absent", "absent is not a work directory: MODINF is missing\nNothing was started.\n"));
   c.prepare();
   c.place.write("work/MODINF", "");
   EXPECT_TRUE(refused(c, "run work", "can't read the model in work/MODINF:\n"));
@@ -42,7 +42,7 @@ TEST(run, refuses_more_chains_than_there_are_values_of_seed_A) {
   c.prepare();
   const said_by_program said = c.chains("run work --chains 31329");
   EXPECT_EQ(said.exit_code, 2);
-  EXPECT_TRUE(says(said, "zeph-chains: --chains: Value 31329 not in range 1 to 31328; --help tells more\n"));
+  EXPECT_TRUE(says(said, "zeph-chains: --chains: Value 31329 not in range 1 to 31328; see --help\n"));
 }
 
 TEST(run, refuses_to_use_a_directory_twice) {
@@ -51,7 +51,7 @@ TEST(run, refuses_to_use_a_directory_twice) {
   ASSERT_EQ(c.chains("run work --chains 1 --into runs").exit_code, 0);
   EXPECT_TRUE(
       refused(c, "run work --into runs",
-              "runs holds the results of chains already; to go on with them: zeph-chains continue runs\n"));
+              "runs already holds the results of chains; to continue them: zeph-chains continue runs\n"));
   EXPECT_TRUE(refused(c, "run work --into work", "work exists and is not an empty directory\n"));
   EXPECT_TRUE(refused(c, "run work --into data.csv", "data.csv exists and is not an empty directory\n"));
   EXPECT_TRUE(refused(c, "run work --into data.csv/runs", "can't make the directory data.csv/runs\n"));
@@ -95,7 +95,7 @@ TEST(run, needs_ZEPH_beside_it_or_on_PATH) {
   std::filesystem::copy_file(programs() + "zeph-chains", c.place / "bin/zeph-chains");
   said_by_program said = shell("cd " + c.place.path() + " && PATH=/usr/bin:/bin bin/zeph-chains run work");
   EXPECT_EQ(said.exit_code, 1);
-  EXPECT_TRUE(says(said, "zeph-chains: the program ZEPH stands neither beside zeph-chains nor on PATH\n"));
+  EXPECT_TRUE(says(said, "zeph-chains: the program ZEPH is neither beside zeph-chains nor on PATH\n"));
   said = shell("cd " + c.place.path() + " && PATH=/usr/bin:/bin:" + programs() +
                " bin/zeph-chains run work --chains 1");
   EXPECT_EQ(said.exit_code, 0) << said.text;
@@ -107,7 +107,7 @@ TEST(run, says_that_saved_states_in_the_work_directory_are_not_used) {
   c.place.write("work/oldsol", "x");
   const said_by_program said = c.chains("run work --chains 1");
   EXPECT_EQ(said.exit_code, 0);
-  EXPECT_TRUE(says(said, "oldsol and r_parm of work are not used: the chains begin anew\n"));
+  EXPECT_TRUE(says(said, "oldsol and r_parm of work are not used: the chains start from scratch\n"));
 }
 
 TEST(run, reports_a_chain_that_ZEPH_ends_with_an_error) {
@@ -117,7 +117,7 @@ TEST(run, reports_a_chain_that_ZEPH_ends_with_an_error) {
   const said_by_program said = c.chains("run work --chains 2 --into runs");
   EXPECT_EQ(said.exit_code, 1);
   EXPECT_TRUE(says(said, "chain 2  seg 1 ended with exit code 16: ZEPH terminates.; 0 samples kept\n"));
-  EXPECT_TRUE(says(said, "zeph-chains: 2 chains failed; what each wrote stands in its directory\n"));
+  EXPECT_TRUE(says(said, "zeph-chains: 2 chains failed; the output of each is in its directory\n"));
   EXPECT_TRUE(refused(c, "continue runs", "chain 1, segment 1 ended with exit code 16: ZEPH terminates.\n"));
 }
 
@@ -241,7 +241,8 @@ TEST(continue_, says_which_latent_values_are_drawn_again) {
        "kind = \"censored\"\nlimits = { code = \"binary\" }\nformula = \"1 + (1 | animal)\"\n"});
   const said_by_program said = c.chains("continue runs --rounds 40");
   EXPECT_EQ(said.exit_code, 0) << said.text;
-  EXPECT_TRUE(says(said, "Values of censored and sequence traits are not saved: they are drawn anew"));
+  EXPECT_TRUE(
+      says(said, "Values of censored and sequence traits are not saved: they are drawn from scratch"));
 }
 
 TEST(continue_, continues_with_a_binary_trait) {

@@ -94,7 +94,7 @@ TEST(run, never_leaves_seeds_to_the_clock) {
   const study_case c;
   c.prepare({20, 40, 2, "[0, 0]"});
   EXPECT_TRUE(says(c.chains("run work --chains 2 --into a"),
-                   "the work directory leaves its seeds to the clock (0 0); "));
+                   "the work directory takes its seeds from the clock (0 0); "));
   EXPECT_EQ(c.chains("run work --chains 2 --into b").exit_code, 0);
   EXPECT_EQ(c.file("a/chain2/seg1/gib.samples"), c.file("b/chain2/seg1/gib.samples"));
   EXPECT_NE(c.file("a/chain1/seg1/gib.samples"), c.file("a/chain2/seg1/gib.samples"));
@@ -305,8 +305,9 @@ TEST(ZEPH_killed, keeps_its_samples_and_is_reported_with_a_way_on) {
   EXPECT_EQ(on.exit_code, 1);
   EXPECT_TRUE(says(on, "zeph-chains: chain 1, segment 2 was killed in round "));
   EXPECT_TRUE(says(
-      on, "Nothing was started. A segment that did not end well keeps its samples, but nothing goes on from "
-          "it: move its directory away"));
+      on,
+      "Nothing was started. A segment that did not end well keeps its samples, but no chain continues from "
+      "it: move its directory away"));
   std::filesystem::rename(c.place / "runs/chain1/seg2", c.place / "away");
   EXPECT_TRUE(says(c.chains("continue runs --rounds 100"), "2 chains complete"));
   EXPECT_EQ(joined_rows(c, "runs/chain1").size(), 2010U * 9);

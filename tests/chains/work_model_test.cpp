@@ -41,7 +41,7 @@ TEST(read_work_model, reports_what_is_missing) {
   for (const std::string name : {"MODINF", "RCDATA_I", "RCDATA_R", "CODE_TABLE"}) {
     std::filesystem::rename(c.place / ("work/" + name), c.place / "away");
     EXPECT_EQ(fault_in(c.place / "work"),
-              (c.place / "work") + " is no work directory: " + name + " is missing");
+              (c.place / "work") + " is not a work directory: " + name + " is missing");
     std::filesystem::rename(c.place / "away", c.place / ("work/" + name));
   }
   const std::string directives = c.file("work/zeph.dir");
@@ -70,7 +70,7 @@ TEST(read_work_model, wants_the_directive_file_in_the_directory_itself) {
   };
   EXPECT_EQ(named("DUMMY"), (c.place / "work/MODINF") + " names no directive file");
   EXPECT_EQ(named("/tmp/zeph.dir"),
-            "the directive file \"/tmp/zeph.dir\" does not stand in " + (c.place / "work") + " itself");
+            "the directive file \"/tmp/zeph.dir\" is not in " + (c.place / "work") + " itself");
 }
 
 TEST(input_names, are_those_that_ZEPH_reads_and_those_of_the_preparation) {

@@ -111,7 +111,7 @@ TEST(directives, echo_the_first_three_lines) {
   directive_case c;
   EXPECT_EQ(c.read("2 1\n1201 707\n100 2000 10\n" + good_df),
             first_echo(2, 1) + seeds_echo(1201, 707) + rounds_echo(100, 2000, 10));
-  EXPECT_EQ(c.f.asked.analysis_type, 2);
+  EXPECT_EQ(c.f.asked.analysis_type, analysis::predict);
   EXPECT_EQ(c.f.asked.test_level, 1);
   EXPECT_EQ(c.f.asked.seed_a, 1201);
   EXPECT_EQ(c.f.asked.seed_b, 707);
@@ -408,7 +408,7 @@ TEST(directives, with_proposal_values_are_confined_to_types_0_to_3) {
   for (const std::int32_t type : {0, 1, 2, 3}) {
     directive_case c;
     c.read(std::to_string(type) + " 0\n1 2\n0 1 1\n" + good_df + "12\n0.25\n-1.5\n");
-    EXPECT_EQ(c.f.asked.analysis_type, type);
+    EXPECT_EQ(c.f.asked.analysis_type, analysis_of(type));
   }
 }
 
@@ -416,7 +416,7 @@ TEST(directives, without_proposal_values_accept_any_type) {
   for (const std::int32_t type : {-1, 4, 5, 6, 17}) {
     directive_case c;
     c.read(std::to_string(type) + " 0\n1 2\n0 1 1\n" + good_df);
-    EXPECT_EQ(c.f.asked.analysis_type, type);
+    EXPECT_EQ(c.f.asked.analysis_type, analysis_of(type));
   }
 }
 
@@ -479,7 +479,7 @@ TEST(optional_directives, take_negative_counts_as_none) {
 
 TEST(optional_directives, hold_class_effect_solutions_as_covariates) {
   directive_case c;
-  c.f.asked.analysis_type = 2;
+  c.f.asked.analysis_type = analysis::predict;
   EXPECT_EQ(c.optional("0\n2\n1 2 3\n11 12 13\n21 22 23\n2 1 0\n1\n0\n"),
             "\n" + echo(censored_label, 0) + "\n" + echo(covariates_label, 2));
   // the second entry has no covariates, so that its lists are an empty read: one line is dropped

@@ -39,7 +39,7 @@ struct restricted_case {
     return d;
   }
   std::string impose(std::int32_t analysis_type = 0) {
-    f.asked.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_of(analysis_type);
     impose_restrictions(m, f.asked, s, run.report);
     return run.text();
   }

@@ -42,8 +42,9 @@ const std::vector<program>& programs() {
 }
 
 // Sources whose texts are no messages.
-constexpr std::array<std::string_view, 1> report_sources = {
-    "companions/prepare/output/summary.cpp", // the summary of a preparation
+constexpr std::array<std::string_view, 2> report_sources = {
+    "companions/prepare/output/summary.cpp",               // the summary of a preparation
+    "companions/prepare/description/description_keys.cpp", // what the keys of a description are
 };
 
 // Beginnings of literals that are no messages.
@@ -64,7 +65,7 @@ constexpr std::array<other_text, 24> other_texts = {{
     // what --help says first
     {"companions/chains/main.cpp", "Runs several chains of a work directory"},
     {"companions/prepare/main.cpp", "Makes a work directory for ZEPH"},
-    {"companions/watch/main.cpp", "Shows where running chains"},
+    {"companions/watch/main.cpp", "Shows the state of running chains"},
     // names of kinds of repeated faults, of which ten are shown
     {"companions/prepare/parts/covariable_values.cpp", "outside range "},
     {"companions/prepare/parts/factor_levels.cpp", "no level in "},

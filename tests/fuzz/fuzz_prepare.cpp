@@ -59,7 +59,7 @@ void run_once(const std::string& path) {
     zeph::start_run(r);
     r.asked.nburn = 0;
     r.asked.nround = std::clamp(r.asked.nround, 0, 1);
-    if (r.asked.analysis_type < 5) zeph::run_chain(r);
+    if (!has_several_models(r.asked.analysis_type)) zeph::run_chain(r);
   } catch (const zeph::run_stop&) {}
 }
 

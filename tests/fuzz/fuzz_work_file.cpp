@@ -76,10 +76,10 @@ void go_on(zeph::run& r) {
   r.asked.nburn = std::clamp(r.asked.nburn, 0, 1);
   r.asked.nround = std::clamp(r.asked.nround, 0, 3);
   r.asked.isamp = std::clamp(r.asked.isamp, 1, 2);
-  if (r.asked.analysis_type < 5) {
+  if (!has_several_models(r.asked.analysis_type)) {
     zeph::run_chain(r);
     zeph::report_run(r);
-  } else if (r.asked.analysis_type == 5) {
+  } else if (!moves_between_models(r.asked.analysis_type)) {
     zeph::run_models(r);
   } else {
     zeph::run_jump_chain(r);

@@ -215,7 +215,7 @@ struct two_trait_case : scan_case {
 // The equations of a case as full matrices: data part D = Z'R^-1 Z, prior part
 // P = A^-1 x G^-1, right-hand side b = Z'R^-1 y.
 struct dense_equations {
-  dense_equations(const scan_case& c, std::int32_t analysis_type)
+  dense_equations(const scan_case& c, analysis analysis_type)
       : D(c.layout.neq), P(c.layout.neq), b(c.layout.neq) {
     for (std::int32_t r = 1; r <= c.design.nobs; ++r) add_record(c, r, analysis_type);
     for (std::int32_t k = 1; k <= c.m.nramat; ++k) add_factor(c, k);
@@ -230,7 +230,7 @@ struct dense_equations {
 
   static std::int32_t active_rows(const scan_case& c, std::int32_t g) { return c.layout.NGR(g, 2); }
 
-  void add_record(const scan_case& c, std::int32_t r, std::int32_t analysis_type) {
+  void add_record(const scan_case& c, std::int32_t r, analysis analysis_type) {
     const std::int32_t nt = c.m.nt, neq = c.layout.neq;
     std::vector<dense_vector> z(static_cast<std::size_t>(nt), dense_vector(neq));
     for (std::int32_t e = 1; e <= c.design.M_M(r); ++e) {
@@ -253,14 +253,14 @@ struct dense_equations {
   }
 
   // W^1/2 R^-1 W^1/2, R of the observed traits for analysis type 0
-  static dense_matrix residual_inverse(const scan_case& c, std::int32_t r, std::int32_t analysis_type) {
+  static dense_matrix residual_inverse(const scan_case& c, std::int32_t r, analysis analysis_type) {
     const std::int32_t nt = c.m.nt, h = c.design.IRESG_M(r);
     const bool own = structure_is(c.m.residual(), "GROUP");
     dense_matrix R(nt), mask(nt);
     for (std::int32_t i = 1; i <= nt; ++i)
       for (std::int32_t j = 1; j <= nt; ++j) {
-        const bool seen = analysis_type > 0 || (trait_present(c.design.ISIT_M(r), i, nt) &&
-                                                trait_present(c.design.ISIT_M(r), j, nt));
+        const bool seen = !solves(analysis_type) || (trait_present(c.design.ISIT_M(r), i, nt) &&
+                                                     trait_present(c.design.ISIT_M(r), j, nt));
         const double value = own ? c.m.residual().HETGR_COV_MAT(h, i, j) : c.m.residual().COV_MAT(i, j);
         R(i, j) = seen ? value : (i == j ? 1.0 : 0.0); // a missing trait is independent
         mask(i, j) = seen ? 1.0 : 0.0;

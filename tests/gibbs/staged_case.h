@@ -72,7 +72,7 @@ struct staged_case : scan_case {
     number_effects(m.MODEL(1), 4, 2);
     number_effects(m.MODEL(2), 3, 1);
     start(10);
-    f.asked.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_of(analysis_type);
     f.asked.stdef = o.stdef;
     f.asked.FETOCV = {{1, 1, 1, {4}, {0}}, {o.related ? 2 : 1, 2, 1, {5}, {3}}};
     f.asked.nfeto = 2;

@@ -64,7 +64,7 @@ TEST(jump_setup, starts_with_one_row_of_each_factor) {
   c.r->sampler.PARPOSTMEAN.fill(2.5);
   c.r->sampler.PARVAR.fill(3.5);
   jump_records records = jump_records_of(*c.r);
-  jump_setup(records, c.r->relations, 6);
+  jump_setup(records, c.r->relations, analysis::jump);
   EXPECT_EQ(c.r->state.ntr, (std::vector<std::int32_t>{1, 1, 3}));
   EXPECT_EQ(c.r->sampler.GIF(1, 1, 1), 1.0 / 1.25); // COV_MAT(1,1)
   EXPECT_EQ(c.r->sampler.GIF(1, 1, 2), 1.0 / 1.25);
@@ -79,7 +79,7 @@ TEST(jump_setup, keeps_the_model_below_code_6) {
   jump_case c({{{"I", 3, 8}}, 3});
   c.start(c.lines(6, 0, 1, 1));
   jump_records records = jump_records_of(*c.r);
-  jump_setup(records, c.r->relations, 5);
+  jump_setup(records, c.r->relations, analysis::models);
   EXPECT_EQ(c.r->state.ntr, (std::vector<std::int32_t>{3, 3}));
 }
 
@@ -125,7 +125,7 @@ TEST(jump_setup, takes_its_stores_through_the_one_door) {
   c.start(c.lines(6, 0, 1, 1));
   jump_records records = jump_records_of(*c.r);
   const std::int64_t before = c.r->report.door.calls;
-  jump_setup(records, c.r->relations, 6);
+  jump_setup(records, c.r->relations, analysis::jump);
   const std::int64_t calls = c.r->report.door.calls - before;
   EXPECT_GE(calls, 10);
   for (std::int64_t n = 1; n <= calls; ++n) {
@@ -134,7 +134,7 @@ TEST(jump_setup, takes_its_stores_through_the_one_door) {
     jump_records of = jump_records_of(*failing.r);
     failing.r->report.door.fail_at = failing.r->report.door.calls + n;
     try {
-      jump_setup(of, failing.r->relations, 6);
+      jump_setup(of, failing.r->relations, analysis::jump);
       ADD_FAILURE() << "no stop at call " << n;
     } catch (const run_stop& stop) {
       EXPECT_EQ(stop.exit_code, 16);

@@ -69,7 +69,7 @@ TEST_F(command_line, fault_in_the_data_ends_with_1_and_writes_nothing) {
   place.write("d.csv", "sex,y\n1,3\n2,12x\n2,6\n");
   EXPECT_EQ(run("model.toml --into work"), 1);
   EXPECT_FALSE(place.has("work"));
-  EXPECT_TRUE(said("d.csv:3: error: \"12x\" in column y is no number")) << place.read("said");
+  EXPECT_TRUE(said("d.csv:3: error: \"12x\" in column y is not a number")) << place.read("said");
   EXPECT_TRUE(said("nothing was written: 1 error\n"));
 }
 
@@ -83,20 +83,19 @@ TEST_F(command_line, all_lifts_the_limit_of_ten_messages_and_the_messages_name_i
   EXPECT_FALSE(said("prepare.txt")) << place.read("said");
   EXPECT_FALSE(said("\"x11\""));
   EXPECT_EQ(run("model.toml --into work --all"), 1);
-  EXPECT_TRUE(said("\"x13\" in column y is no number")) << place.read("said");
+  EXPECT_TRUE(said("\"x13\" in column y is not a number")) << place.read("said");
   EXPECT_FALSE(said("more of this kind"));
 }
 
 TEST_F(command_line, fault_of_the_command_line_or_of_a_file_ends_with_2) {
   EXPECT_EQ(run(""), 2);
-  EXPECT_TRUE(said("zeph-prepare: model is required; --help tells more\n")) << place.read("said");
+  EXPECT_TRUE(said("zeph-prepare: model is required; see --help\n")) << place.read("said");
   EXPECT_EQ(run("model.toml --no-such-option"), 2);
   EXPECT_EQ(run("absent.toml"), 2);
   EXPECT_TRUE(said("can't read absent.toml: there is no such file\n"));
   place.write("plain", "");
   EXPECT_EQ(run("model.toml --into plain"), 2);
-  EXPECT_TRUE(said("can't make the directory plain: a file of that name stands there\n"))
-      << place.read("said");
+  EXPECT_TRUE(said("can't make the directory plain: there is a file of that name\n")) << place.read("said");
 }
 
 TEST_F(command_line, a_file_that_cannot_be_written_is_reported_with_the_reason) {

@@ -63,10 +63,12 @@ test_that("a name that does not vary has no R-hat, and one that is absent in som
   expect_true(is.na(s$ess_bulk))
 })
 
+of_kind <- function(word) kinds_by_number[kinds_by_number$word == word, ]
+
 test_that("the verdict asks for what is missing", {
   place <- list(study = TRUE, shown = "RUNS",
     chains = list(list(segments = list(list(directives = list(analysis = 3))))))
-  model <- list(trait_kinds = "gaussian")
+  model <- list(kinds = of_kind("gaussian"))
   row <- function(rhat, ess) data.frame(name = "h2[y]", mean = 0.4, median = 0.4, sd = 0.1, low = 0.2, high = 0.6,
     ess_bulk = ess, ess_tail = 900, rhat = rhat, mcse = 0.002, draws = 4000L)
   good <- verdict_of(place, model, row(1.004, 812), "h2[y]", 4, 1000, 10)
@@ -81,7 +83,7 @@ test_that("the verdict asks for what is missing", {
   expect_equal(verdict_head(short), "Not yet: about 11,000 more rounds per chain.")
   apart <- verdict_of(place, model, row(1.2, 900), "h2[y]", 4, 1000, 10) # as many again
   expect_equal(apart$more, 10000)
-  ordered <- verdict_of(place, list(trait_kinds = "ordered"), row(1.2, 900), "h2[y]", 4, 1000, 10)
+  ordered <- verdict_of(place, list(kinds = of_kind("ordered")), row(1.2, 900), "h2[y]", 4, 1000, 10)
   expect_match(ordered$command, "such chains can't be continued")
   single <- verdict_of(list(study = FALSE, shown = "WORK"), model, row(1.2, 900), "h2[y]", 1, 1000, 10)
   expect_match(single$command, "zeph-chains run WORK --chains 4")
@@ -93,12 +95,12 @@ test_that("chains that rest at values of their own are never long enough, and fe
     chains = list(list(segments = list(list(directives = list(analysis = 6))))))
   judged <- function(x) {
     draws <- array(x, c(dim(x), 1), list(NULL, NULL, "dimension[pen]"))
-    verdict_of(place, list(trait_kinds = "gaussian"), summarise_names(draws), character(0), ncol(x), nrow(x), 1)
+    verdict_of(place, list(kinds = of_kind("gaussian")), summarise_names(draws), character(0), ncol(x), nrow(x), 1)
   }
   apart <- judged(cbind(rep(1, 1000), rep(2, 1000)))
   expect_false(apart$good)
   expect_match(apart$lines[2], "^No R-hat: within each chain nothing moves; smallest effective sample size 2 ")
   few <- judged(cbind(c(1, 2, 2, 1), c(2, 1, 1, 2)))
   expect_equal(verdict_head(few), "No verdict on the chains.")
-  expect_equal(few$lines[2], "Too few samples to judge the chains by: let them run on.")
+  expect_equal(few$lines[2], "Too few samples to judge the chains: let them run longer.")
 })

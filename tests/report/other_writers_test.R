@@ -33,3 +33,34 @@ test_that("solutions alone are reported", {
   expect_match(r$verdict$lines, "no chain was run")
   expect_equal(nrow(r$effects[[1]]), 8L)
 })
+
+# Every kind occurs in one of these examples.
+test_that("the table of kinds is that of names.json", {
+  found <- do.call(rbind, lapply(c("binary_and_gaussian", "censored_times", "ordered_categories", "mixture", "cure"),
+    function(name) {
+      work <- file.path(scratch(), name)
+      done <- run_program("zeph-prepare", c(file.path(source_tree, "examples", name, "model.toml"), "--into", work))
+      expect_equal(done$status, 0L)
+      names <- jsonlite::fromJSON(file.path(work, "names.json"))
+      expect_true(all(names$traits$kind %in% names$kinds$word))
+      names$kinds
+    }))
+  found <- unique(found[order(found$number), ])
+  rownames(found) <- NULL
+  expect_equal(found, kinds_by_number)
+})
+
+test_that("names.json says what a kind is; numbers without it are looked up", {
+  m <- list(labelled = TRUE, traits = list(list(kind = 4L), list(kind = 3L)),
+            names = list(kinds = list(list(number = 3L, word = "graded", unit_variance = FALSE,
+                                           drawn_by = "liabilities",
+                                           stored = TRUE, thresholds = TRUE),
+                                      list(number = 4L, word = "both", unit_variance = TRUE, drawn_by = "liabilities",
+                                           stored = TRUE, thresholds = FALSE))))
+  expect_equal(kinds_of_traits(m)$word, c("both", "graded"))
+  m$labelled <- FALSE
+  expect_equal(kinds_of_traits(m)$word, c("binary", "ordered"))
+  m$kinds <- kinds_of_traits(m)
+  expect_equal(with_thresholds(m), 2L)
+  expect_equal(drawn_by(m, "liabilities"), 1:2)
+})

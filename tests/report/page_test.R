@@ -18,7 +18,7 @@ test_that("the way from a work directory to the page", {
 })
 
 test_that("the sections stand in their order", {
-  titles <- c("Verdict", "Model and data", "\\(Co\\)variances and what follows from them", "Pictures",
+  titles <- c("Verdict", "Model and data", "\\(Co\\)variances and derived quantities", "Pictures",
     "Fixed effects and breeding values", "DIC per trait",
               "Mixtures, thresholds, models", "Glossary")
   at <- vapply(titles, function(t) regexpr(paste0("<h2>", t, "</h2>"), html)[1], 1)
@@ -28,7 +28,7 @@ test_that("the sections stand in their order", {
 
 test_that("the page tells seeds, priors, formulas, check sums, DIC in both forms, and no Bayes factor", {
   for (text in c("11, 12", "inverse Wishart, 6 degrees of freedom", "SHA-256", "G[genetic,bwt,bwt] + R[bwt,bwt]",
-    "DIC with n log 2 pi", "no Bayes factor is made",
+    "DIC with n log 2 pi", "no Bayes factor is computed",
                  "zeph-chains 0", "a40", "accuracy"))
     expect_true(grepl(text, html, fixed = TRUE), info = text)
 })

@@ -37,14 +37,14 @@ test_that("one chain alone: densities, no ranks", {
 test_that("one chain that moves between models, and one for each model", {
   page <- page_of(example_run("number_of_traits", 600, "jump.toml"))
   has(page, "The same in every draw: dimension[pen] = ", "<h3>Models</h3>", "Moves proposed and accepted",
-      "Transitions between neighbouring samples", "their listings hold no DIC",
+      "Transitions between neighbouring samples", "their listings have no DIC",
       "<th class=\"n\">share of samples</th>",
-      "The share of samples is the time that the chains spent there, and no measure of what the data support: ",
+      "The share of samples is the time that the chains spent there, not a measure of what the data support: ",
       "beyond some tens of levels a chain stays where it is whatever the truth, ",
-      "and with a flat prior a change of unit turns the shares around.")
+      "and with a flat prior a change of units reverses the shares.")
   expect_false(grepl("probabilit", page$html, ignore.case = TRUE)) # the chain gives none of a model
   page <- page_of(example_run("number_of_traits", 200, "models.toml"))
-  has(page, "Each model has a chain of its own; judged is that of the last one.")
+  has(page, "Each model has a chain of its own; the verdict is on the last one.")
   expect_equal(nrow(page$enumerated), 3L)
 })
 
@@ -58,14 +58,14 @@ test_that("cured, mixed, ordered, censored and binary traits", {
   censored <- page_of(example_run("censored_times", 400))
   has(censored, "One chain only", "DIC with n log 2 pi")
   binary <- page_of(example_run("binary_and_gaussian", 400))
-  has(binary, "there is nothing to judge chains by", "No samples of (co)variances")
+  has(binary, "there is nothing by which to judge the chains", "No samples of (co)variances")
 })
 
 test_that("chains of some samples only", {
   for (n in c(1L, 2L, 4L, 6L)) {
     part <- list(list(g = 3 + sin(seq_len(n)), r = 4 + cos(seq_len(n)), round = 100L + 10L * seq_len(n)))
     page <- page_of(study_of(if (n == 6L) list(part) else list(part, part)))
-    if (n < 6L) has(page, "Too few samples to judge the chains by") else has(page, "Not yet: about")
+    if (n < 6L) has(page, "Too few samples to judge the chains") else has(page, "Not yet: about")
   }
 })
 
@@ -96,5 +96,5 @@ test_that("chains stopped in their burn-ins have nothing to report; those that w
 })
 
 test_that("solutions alone", {
-  has(page_of(example_run("animal_model", 8000)), "no chain was run", "No draws to draw.", "Factor animal")
+  has(page_of(example_run("animal_model", 8000)), "no chain was run", "No draws to plot.", "Factor animal")
 })

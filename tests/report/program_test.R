@@ -23,9 +23,9 @@ test_that("every fault of the command line and the files has its message and exi
     expect_equal(r$status, status)
     expect_equal(r$out, paste0("zeph-report: ", text))
   }
-  fault(character(0), "which directory? zeph-report RUNS|WORK; --help tells more")
+  fault(character(0), "which directory? zeph-report RUNS|WORK; see --help")
   fault("none", "no such directory: none")
-  fault(c("a", "b"), "one directory, please: a or b")
+  fault(c("a", "b"), "one directory only: a or b")
   fault(c("a", "--colour", "blue"), "unknown option --colour; known: --html --csv --coda --netcdf --burnin")
   fault(c("a", "--csv"), "--csv needs a value")
   fault(c("a", "--burnin", "-5"), "--burnin needs a number of rounds, not \"-5\"")
@@ -108,5 +108,6 @@ test_that("model files that are too short are told", {
   expect_error(read_modinf(path), "a record of .*MODINF is shorter than its items")
   writeBin(c(frame(28), frame(1004), frame(12)), path)
   expect_error(read_modinf(path), "MODINF of .* ends too early")
-  expect_error(read_modinf(file.path(place, "none", "MODINF")), "none is no work directory of ZEPH: it has no MODINF")
+  expect_error(read_modinf(file.path(place, "none", "MODINF")),
+    "none is not a work directory of ZEPH: it has no MODINF")
 })

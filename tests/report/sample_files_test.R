@@ -46,8 +46,7 @@ test_that("a smaller model of a round leaves its absent elements empty", {
 })
 
 test_that("thresholds belong to the traits in the order of the rows, though each row names the first", {
-  m <- list(nt = 3L, trait_names = c("ease", "y", "score"), traits = list(list(kind = 3L), list(kind = 1L),
-    list(kind = 3L)))
+  m <- list(nt = 3L, trait_names = c("ease", "y", "score"), kinds = data.frame(thresholds = c(TRUE, FALSE, TRUE)))
   place <- scratch()
   one <- function(round, v) c(sprintf("%d 1 1 0.0", round), sprintf("%d 1 2 1.0", round),
     sprintf("%d 1 1 0.0", round), sprintf("%d 1 2 %.2f", round, v), sprintf("%d 1 3 1.0", round))

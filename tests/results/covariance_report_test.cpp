@@ -21,7 +21,7 @@ struct matrices : result_case {
     set(2, {12345678.5}, {1e-9});
     set(3, {10, 2, 3}, {2, 1, 0.125});
     m.residual().HETGR_CODE(1) = 7;
-    frame.asked.analysis_type = 3;
+    frame.asked.analysis_type = analysis::gibbs;
     frame.state.ntr = {2, 1, 2};
   }
   void set(std::int32_t k, const std::vector<double>& means, const std::vector<double>& sds) {

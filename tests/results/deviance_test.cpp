@@ -37,7 +37,7 @@ struct deviances : result_case {
       for (int j = 1; j <= 2; ++j) store.dic_ressum(j, i) = sums[i - 1][j - 1];
     store.dic_s.take(2);
     store.dic_m.take(2);
-    frame.asked.analysis_type = 3;
+    frame.asked.analysis_type = analysis::gibbs;
     frame.counts.nsamples = 2;
   }
 };

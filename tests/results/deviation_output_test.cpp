@@ -17,7 +17,7 @@ struct deviation_run : result_case {
 
   deviation_run(std::int32_t analysis_type, std::int32_t model_kind, bool progeny) {
     write_dairy_codes(*this);
-    frame.asked.analysis_type = analysis_type;
+    frame.asked.analysis_type = analysis_of(analysis_type);
     m.model_kind = model_kind;
     m.L_TD = true;
     m.L_PTD = progeny;

@@ -23,7 +23,7 @@ struct run_end : result_case {
   sample_files files;
   explicit run_end(std::int32_t analysis_type) {
     write_dairy_codes(*this);
-    frame.asked.analysis_type = analysis_type;
+    frame.asked.analysis_type = analysis_of(analysis_type);
     frame.state.iround = 10;
     frame.state.ntr = {2, 1, 2};
     fill_quarters(store.sol);

@@ -30,7 +30,7 @@ struct mixture_end : result_case {
     design.Y_M(2, 2) = -0.25F;
     mixtures.MIXZ_COUNT(1, 1) = 3;
     mixtures.MIXZ_LAST(1, 2) = 1;
-    frame.asked.analysis_type = 3;
+    frame.asked.analysis_type = analysis::gibbs;
     frame.counts.nsamples = 4;
     frame.asked.nburn = 10;
     frame.counts.P_ROUND = 10;
@@ -91,7 +91,7 @@ TEST(report_mixing_proportions, says_nothing_of_models_without_mixtures) {
 
 TEST(report_mixing_proportions, says_nothing_of_the_solver) {
   mixture_end c;
-  c.frame.asked.analysis_type = 0;
+  c.frame.asked.analysis_type = analysis::solve;
   c.frame.counts.nsamples = 0;
   report_mixing_proportions(c.m, c.mixtures, c.frame.asked, c.frame.counts, c.report);
   EXPECT_EQ(c.said(), "");

@@ -116,7 +116,7 @@ struct fit_case : result_case {
   zeph_test::chain_frame frame;
   sample_files files;
   fit_case() {
-    frame.asked.analysis_type = 1;
+    frame.asked.analysis_type = analysis::sums;
     frame.state.iround = 10;
     frame.state.ntr = {2, 1, 2};
   }

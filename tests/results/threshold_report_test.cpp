@@ -21,7 +21,7 @@ struct threshold_end : result_case {
       c.ncat_t = n;
       for (vec<double>* v : {&c.thr, &c.thrpostm, &c.thrpostsd}) v->take(range(0, n));
     }
-    frame.asked.analysis_type = 3;
+    frame.asked.analysis_type = analysis::gibbs;
     frame.counts.nsamples = 4;
   }
 };
@@ -73,7 +73,7 @@ TEST(threshold_report, of_no_samples_gives_what_the_arithmetic_gives) {
 
 TEST(threshold_report, says_nothing_of_the_solver) {
   threshold_end c;
-  c.frame.asked.analysis_type = 0;
+  c.frame.asked.analysis_type = analysis::solve;
   c.frame.counts.nsamples = 0;
   report_thresholds(c.categories, c.frame.asked, c.frame.counts, c.report);
   EXPECT_EQ(c.said(), "");

@@ -16,7 +16,7 @@ struct sums {
   sampler_store store;
   zeph_test::chain_frame frame;
   sums() {
-    frame.asked.analysis_type = 1;
+    frame.asked.analysis_type = analysis::sums;
     for (vec<double>* x : {&store.sol, &store.solpostmean, &store.pev, &store.sols}) x->take(dairy_neq);
     for (mat<double>* x : {&store.PARPOSTMEAN, &store.PARVAR, &store.pars}) x->take(3, 3);
   }
@@ -90,7 +90,7 @@ TEST(accumulators, no_samples_give_what_the_arithmetic_gives) {
 TEST(accumulators, solver_reports_its_last_solutions) {
   for (const std::int32_t type : {0, -3}) {
     sums c;
-    c.frame.asked.analysis_type = type;
+    c.frame.asked.analysis_type = analysis_of(type);
     c.store.pev.fill(9.0);
     fill_quarters(c.store.sol);
     solution_moments(c.frame.asked, c.frame.counts, c.store);
@@ -135,7 +135,7 @@ struct matrix_sums : sums {
     store.RCOV.take(2, 2, groups);
     store.dic_rrsum.take(2, groups);
     store.dic_s.take(2);
-    frame.asked.analysis_type = 3;
+    frame.asked.analysis_type = analysis::gibbs;
     frame.state.ntr = {2, 1, 2};
     frame.asked.isamp = 5;
     frame.state.iround = 10;
@@ -223,7 +223,7 @@ TEST(accumulators, fewer_than_two_draws_have_no_deviation) {
 
 TEST(accumulators, solver_has_no_covariance_moments) {
   matrix_sums c;
-  c.frame.asked.analysis_type = 0;
+  c.frame.asked.analysis_type = analysis::solve;
   c.store.PARVAR.fill(5.0);
   covariance_moments(c.m, c.frame.asked, c.frame.state, c.frame.counts, c.store);
   EXPECT_EQ(c.store.PARVAR(1, 1), 5.0);
@@ -250,10 +250,10 @@ TEST(accumulators, deviance_is_summed_in_sample_rounds_of_types_below_5_only) {
   c.frame.state.iround = 11;
   accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   c.frame.state.iround = 10;
-  c.frame.asked.analysis_type = 5;
+  c.frame.asked.analysis_type = analysis::models;
   accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_EQ(c.store.dic_s(1), 0.0);
-  c.frame.asked.analysis_type = 4;
+  c.frame.asked.analysis_type = analysis::gibbs_no_groups;
   accumulate_deviance(c.m, c.store, c.frame.asked, c.frame.state);
   EXPECT_DOUBLE_EQ(c.store.dic_s(1), 3 * std::log(2.0));
 }

@@ -19,7 +19,7 @@ struct sampling : result_case {
   sample_files files;
   sampling() {
     fill_quarters(store.sol);
-    frame.asked.analysis_type = 1;
+    frame.asked.analysis_type = analysis::sums;
     frame.state.iround = 40;
     frame.state.ntr = {2, 1, 2};
   }
@@ -46,7 +46,7 @@ const std::string write_rule = "the file can be opened and written";
 
 TEST(sample_files, analysis_0_opens_scr31_only) {
   sampling c;
-  c.frame.asked.analysis_type = 0;
+  c.frame.asked.analysis_type = analysis::solve;
   c.m.n_sol_cv = -1;
   c.keep_residuals();
   c.open();
@@ -275,7 +275,7 @@ TEST(sample_files, write_to_a_full_device_stops_with_code_16) {
 namespace {
 
 void fill_draws(sampling& c, std::int32_t groups) {
-  c.frame.asked.analysis_type = 3;
+  c.frame.asked.analysis_type = analysis::gibbs;
   c.m.residual().n_hetgr = groups;
   c.m.residual().HETGR_CODE.take(range(0, groups));
   c.store.G = groups;
@@ -333,7 +333,7 @@ TEST(sample_files, gib_samples_of_a_smaller_model_have_its_rows) {
 TEST(sample_files, gib_samples_are_opened_from_type_3_on) {
   for (const std::int32_t type : {1, 2, 3, 4}) {
     sampling c;
-    c.frame.asked.analysis_type = type;
+    c.frame.asked.analysis_type = analysis_of(type);
     c.open();
     EXPECT_EQ(c.exists("gib.samples"), type >= 3);
   }

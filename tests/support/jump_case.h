@@ -124,7 +124,7 @@ struct jump_case {
   void start_moves(const std::string& directives) {
     start(directives);
     jump_records records = jump_records_of(*r);
-    jump_setup(records, r->relations, 6);
+    jump_setup(records, r->relations, analysis::jump);
     listing.str("");
   }
   void set_model(const std::vector<std::int32_t>& dimensions) {

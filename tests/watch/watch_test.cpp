@@ -113,7 +113,7 @@ TEST(watch, refuses_what_holds_no_chains) {
   EXPECT_EQ(said.exit_code, 1);
   EXPECT_TRUE(says(said, "zeph-watch: ./chains.toml: key \"version\" is missing or damaged\n"));
   EXPECT_EQ(shell(programs() + "zeph-watch").exit_code, 2);
-  EXPECT_TRUE(says(shell(programs() + "zeph-watch"), "; --help tells more\n"));
+  EXPECT_TRUE(says(shell(programs() + "zeph-watch"), "; see --help\n"));
   EXPECT_EQ(shell(programs() + "zeph-watch --help").exit_code, 0);
   EXPECT_TRUE(says(shell(programs() + "zeph-watch --version"), "zeph-watch 0."));
 }

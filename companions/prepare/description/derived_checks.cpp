@@ -47,7 +47,7 @@ constexpr std::array<const char*, 16> reported{"VP",
                                                "threshold.unit",
                                                "h2.observed"};
 
-// One formula under check: its value, and where a fault is told.
+// One formula under check: its value, and where a fault is reported.
 struct formula_text {
   const model_description& d;
   message_log& log;
@@ -165,13 +165,13 @@ bool is_part(const model_description& d, const std::string& word) {
   return false;
 }
 
-// Which of them the report derives hangs on the data too; a part that no name of the model has is in none.
+// Which of them the report derives depends on the data too; a part that no name of the model has is in none.
 void check_reported(const formula_text& f, const std::string& kind, const std::vector<std::string>& parts,
                     std::size_t at) {
   const bool groups = !f.d.residual.groups.value.empty();
   for (std::size_t i = groups && parts.size() > 1 ? 1 : 0; i < parts.size(); ++i)
     if (!is_part(f.d, parts[i])) {
-      f.fault(at, fmt::format("{} holds \"{}\", which is no trait, factor or row", kind, parts[i])).hint =
+      f.fault(at, fmt::format("{} holds \"{}\", which is not a trait, factor or row", kind, parts[i])).hint =
           nearest_hint(parts[i], trait_names(f.d));
       return;
     }
@@ -321,7 +321,7 @@ bool read_operand(formula_reading& s) {
   if (c == ')' && s.open.empty()) return s.fault(s.i, "this bracket was not opened");
   if (std::string_view("*/^,)").find(c) != std::string_view::npos)
     return s.fault(s.i, fmt::format("expected a number, a name or a bracket before \"{}\"", c));
-  return s.fault(s.i, fmt::format("\"{}\" can't stand in a formula", c));
+  return s.fault(s.i, fmt::format("\"{}\" can't appear in a formula", c));
 }
 
 bool close_bracket(formula_reading& s) {
@@ -346,7 +346,7 @@ bool read_operator(formula_reading& s) {
   } else if (std::string_view("+-*/^").find(c) == std::string_view::npos) {
     return s.fault(s.i, letter(c) || digit(c) || c == '.' || c == '('
                             ? fmt::format("expected + - * / or ^ before \"{}\"", c)
-                            : fmt::format("\"{}\" can't stand in a formula", c));
+                            : fmt::format("\"{}\" can't appear in a formula", c));
   }
   ++s.i;
   s.wants_operand = true;

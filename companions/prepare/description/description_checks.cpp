@@ -72,10 +72,11 @@ void refuse_own_observation(const model_description& d, message_log& log, const 
 
 void check_left(const model_description& d, message_log& log, const trait_section& t, const effect& e) {
   if (e.covariable >= 0 && e.atoms.size() == 1) return;
-  message& m = error_in_formula(
-      d, log, t, e.at.begin,
-      fmt::format("{} stands on the left of '|' and is {}", effect_text(e),
-                  e.covariable < 0 ? "no covariable" : "a product with a class, which is not yet supported"));
+  message& m =
+      error_in_formula(d, log, t, e.at.begin,
+                       fmt::format("{} appears on the left of '|' but is {}", effect_text(e),
+                                   e.covariable < 0 ? "not a covariable"
+                                                    : "a product with a class, which is not yet supported"));
   if (e.covariable < 0 && e.atoms.size() == 1)
     m.hint = fmt::format("if it is a number, add a table [covariable.{}]", e.atoms.front().name);
 }
@@ -160,7 +161,7 @@ template <typename Visit> void for_each_effect(const trait_section& t, Visit vis
     for (const effect& e : r.left) visit(e);
 }
 
-// A covariable of leg or poly that stands elsewhere as a class is most likely a missing [covariable.x].
+// A covariable of leg or poly that is a class elsewhere is most likely a missing [covariable.x].
 void warn_of_classes_in_curves(const model_description& d, message_log& log) {
   std::set<std::string> curves, told;
   for (const trait_section& t : d.traits)
@@ -236,7 +237,7 @@ void warn_of_flat_prior(const model_description& d, message_log& log, const prio
 
 // The analysis runs over models with fewer rows of this factor.
 bool compares_rows(const model_description& d, const factor_section& f) {
-  return d.run.analysis.value >= analysis_type::models && f.rows.size() > 1;
+  return has_several_models(d.run.analysis.value) && f.rows.size() > 1;
 }
 
 void check_factor_matrices(const model_description& d, message_log& log, bool formulas_are_good) {
@@ -276,7 +277,7 @@ void check_traits(const model_description& d, message_log& log) {
   if (d.traits.empty()) error_at(d, log, {}, "there is no trait; add a table [trait.NAME] with a formula");
   if (d.traits.size() > most_traits) {
     error_at(d, log, d.traits.back().at,
-             fmt::format("{} traits; {} are the most", d.traits.size(), most_traits));
+             fmt::format("{} traits; at most {} are possible", d.traits.size(), most_traits));
     return;
   }
   for (std::size_t i = 0; i < d.traits.size(); ++i) {
@@ -323,7 +324,7 @@ void check_keep(const model_description& d, message_log& log) {
   for (const text_value& e : d.keep.effects)
     if (std::find(words.begin(), words.end(), e.value) == words.end())
       error_at(d, log, e.at,
-               fmt::format("[keep] solutions: \"{}\" is no factor and no effect; known: {}", e.value,
+               fmt::format("[keep] solutions: \"{}\" is neither a factor nor an effect; known: {}", e.value,
                            joined(words)))
           .hint = nearest_hint(e.value, words);
 }
@@ -342,7 +343,7 @@ void warn_of_compared_rows(const model_description& d, message_log& log, const f
   warning_at(
       d, log, f.prior_df.given ? f.prior_df.at : d.run.analysis.at,
       fmt::format("analysis \"{}\" compares numbers of rows, and [factor.{}] has {} rows and a flat prior "
-                  "(prior_df = {}): what comes out changes with the units of the traits; give "
+                  "(prior_df = {}): the result depends on the units of the traits; give "
                   "prior_df = {} or more",
                   word_of(d.run.analysis.value), f.name, rows, f.prior_df.value, rows + 2));
 }
@@ -351,7 +352,7 @@ void warn_of_compared_rows(const model_description& d, message_log& log, const f
 // of two rows or more is needed. The rows are known when the formulas are good.
 void check_model_moves(const model_description& d, message_log& log, bool rows_known) {
   const run_section& r = d.run;
-  const bool moves = r.analysis.value == analysis_type::jump;
+  const bool moves = moves_between_models(r.analysis.value);
   int pedigrees = 0;
   std::size_t largest = 0;
   for (const factor_section& f : d.factors) {
@@ -384,8 +385,8 @@ void check_model_moves(const model_description& d, message_log& log, bool rows_k
 
 void check_run(const model_description& d, message_log& log, bool rows_known) {
   const run_section& r = d.run;
-  if (r.analysis.value >= analysis_type::models) check_model_moves(d, log, rows_known);
-  if (r.restrict_solutions.value && r.analysis.value > analysis_type::predict)
+  if (has_several_models(r.analysis.value)) check_model_moves(d, log, rows_known);
+  if (r.restrict_solutions.value && samples_matrices(r.analysis.value))
     error_at(d, log, r.restrict_solutions.at,
              fmt::format("restrict works in the analyses solve, sums and predict, not in {}",
                          word_of(r.analysis.value)));
@@ -401,7 +402,7 @@ void check_run(const model_description& d, message_log& log, bool rows_known) {
              fmt::format("[run] burnin + rounds = {}: rounds are numbered up to {}",
                          std::int64_t{r.burnin.value} + r.rounds.value,
                          std::numeric_limits<std::int32_t>::max()));
-  if (r.analysis.value > analysis_type::sums && r.interval.value > r.rounds.value)
+  if (samples_solutions(r.analysis.value) && r.interval.value > r.rounds.value)
     warning_at(d, log, r.interval.given ? r.interval.at : r.rounds.at,
                fmt::format("interval = {} is above rounds = {}: no sample is kept", r.interval.value,
                            r.rounds.value));

@@ -1,7 +1,9 @@
-// The model description as plain records. The keys that fill them, and their defaults, stand in
+// The model description as plain records. The keys that fill them, and their defaults, are in
 // model_description.h.
 #pragma once
 
+#include "input/analysis.h"
+#include "input/trait_kinds.h"
 #include "prepare/description/formula.h"
 
 #include <cstdint>
@@ -21,7 +23,7 @@ struct text_place {
 template <typename T> struct stated {
   T value{};
   text_place at;      // of the value
-  bool given = false; // false: the default stands
+  bool given = false; // false: the default applies
 };
 
 using text_value = stated<std::string>;
@@ -43,7 +45,7 @@ struct matrix_value {
 struct data_section {
   text_place at; // of the table; {0,0} when it is missing (an error)
   text_value file;
-  std::vector<text_value> missing; // numbers as they stand in the file ("-999"); an empty cell is not listed
+  std::vector<text_value> missing; // numbers as written in the file ("-999"); an empty cell is not listed
   stated<char> decimal;            // '.' or ','
   stated<char> separator;          // ',' ';' '\t', or ' ' for any run of blanks and tabs
   std::vector<text_value> columns; // empty: the file has a header line
@@ -86,8 +88,8 @@ struct matrix_source {
 // effect of its left side, degree) put into a record. `name` is the word of `order`, G[..] and the reports:
 //   trait.column      the 1 of a term on `column` ("bwt.animal"; two columns: "gr.mate1+mate2")
 //   trait.leg0 ..     the degrees of leg(x, n); trait.poly0 .. of poly(x, n)
-//   trait.x           a covariable x; a product of covariables can't stand here
-// Names that two rows of one factor would share get ".column" behind ("milk.leg1.cow", "milk.leg1.dam"), and
+//   trait.x           a covariable x; a product of covariables is not possible here
+// Names that two rows of one factor would share get a ".column" ("milk.leg1.cow", "milk.leg1.dam"), and
 // those that are then still equal the covariable before that ("milk.leg1.dim.cow", "milk.leg1.age.cow").
 struct factor_row {
   std::string name;
@@ -118,15 +120,19 @@ struct factor_section {
   std::vector<factor_row> rows; // empty: no formula uses the factor (a warning)
 };
 
-enum class trait_kind {
-  gaussian = 1,
-  censored = 2,
-  ordered = 3,
-  binary = 4,
-  indicator = 5,
-  sequence = 7,
-  cured = 8
+// The numbers and all that is known of a kind are in input/trait_kinds.h.
+enum class trait_kind : std::int32_t {
+  gaussian = trait_gaussian,
+  censored = trait_censored,
+  ordered = trait_categorical,
+  binary = trait_liability,
+  indicator = trait_mixture,
+  sequence = trait_sequence,
+  cured = trait_cured
 };
+inline const trait_kind_row& kind_of(trait_kind kind) {
+  return zeph::kind_of(static_cast<std::int32_t>(kind));
+}
 
 struct trait_section {
   std::string name;
@@ -149,9 +155,11 @@ struct trait_section {
 };
 
 // The residual variance of the kind is 1.
-constexpr bool has_unit_variance(trait_kind kind) { return static_cast<int>(kind) >= 4; }
+inline bool has_unit_variance(trait_kind kind) { return kind_of(kind).variance != residual_variance::free; }
 // It has no residual covariance with other traits of unit variance.
-constexpr bool stands_apart(trait_kind kind) { return static_cast<int>(kind) >= 5; }
+inline bool stands_apart(trait_kind kind) {
+  return kind_of(kind).variance == residual_variance::unit_uncorrelated;
+}
 
 enum class centering { none, mean, value };
 
@@ -179,17 +187,17 @@ struct group_start {
 
 struct trait_pair {
   int first = 0, second = 0; // 0-based trait numbers, first < second
-  text_place at;             // {0, 0}: not stated, the kinds ask for it
+  text_place at;             // {0, 0}: not stated, the kinds require it
 };
 
 struct residual_section {
   text_place at;
   matrix_value start;
   prior_degrees prior_df;
-  std::vector<trait_pair> zero; // covariances held at zero, stated or for the kinds' sake
+  std::vector<trait_pair> zero; // covariances held at zero, stated or required by the kinds
   std::vector<trait_pair>
       apart; // covariances that are zero in every draw: two traits of unit variance, one of which
-             // stands apart
+             // is held apart
   std::vector<trait_pair> free; // stated: not to be held at zero
   text_value groups;            // column, or an indicator trait; empty: one group
   int indicator = -1;           // groups names this trait (0-based)
@@ -211,7 +219,7 @@ struct keep_section {
   stated<bool> residuals;
 };
 
-enum class analysis_type { solve = 0, sums = 1, predict = 2, gibbs = 3, models = 5, jump = 6 };
+using analysis_type = zeph::analysis;
 
 struct run_section {
   text_place at;
@@ -238,7 +246,7 @@ struct model_description {
   run_section run;
 };
 
-// A file of the description, seen from where the program stands.
+// A file of the description, relative to the working directory.
 std::filesystem::path path_of(const model_description& description, const std::string& file);
 
 // The covariable of that name, or none.

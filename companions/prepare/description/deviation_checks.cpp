@@ -63,7 +63,7 @@ void check_deviations(const model_description& d, message_log& log, bool formula
       refuse(d, log, f, fmt::format(": [factor.{}] has them, and one factor can", marked->name));
     marked = &f;
     if (f.deviations.value == deviation_kind::progeny) check_pedigrees(d, log, f);
-    if (d.run.analysis.value >= analysis_type::models)
+    if (has_several_models(d.run.analysis.value))
       refuse(d, log, f, fmt::format(": analysis \"{}\" gives none", word_of(d.run.analysis.value)));
     if (formulas_are_good) check_rows(d, log, f);
   }

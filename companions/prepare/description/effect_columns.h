@@ -8,7 +8,7 @@
 
 namespace zeph::prepare {
 
-// Column of the data that a covariable's name stands for: that of its section, or the name itself.
+// Column of the data that a covariable's name means: that of its section, or the name itself.
 std::string column_of_covariable(const model_description& d, const std::string& name);
 
 // The columns of numbers that a covariable reads: its own, or for one made from solutions what they are

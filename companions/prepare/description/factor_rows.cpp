@@ -15,7 +15,7 @@ namespace zeph::prepare {
 
 namespace {
 
-// What names a row, and tells two coefficients of one kind apart.
+// What names a row and distinguishes two coefficients of one kind.
 struct row_words {
   std::string trait, label, covariable, columns;
 };
@@ -52,7 +52,7 @@ std::string name_at_level(const row_words& w, int level) {
   return name;
 }
 
-// The shortest names that tell the rows of a factor apart.
+// The shortest names that distinguish the rows of a factor.
 void name_rows(const model_description& d, std::vector<factor_row>& rows) {
   std::vector<row_words> words;
   for (factor_row& row : rows) {
@@ -69,7 +69,7 @@ void name_rows(const model_description& d, std::vector<factor_row>& rows) {
 
 // The rows of one random term: its 1, then its effects in the order of the formula.
 void append_rows(const random_term& r, int trait, int term, std::vector<factor_row>& rows) {
-  int curve = -1; // the first leg or poly carries the understood 1 as its degree 0
+  int curve = -1; // the first leg or poly carries the implied 1 as its degree 0
   for (std::size_t k = 0; k < r.left.size() && curve < 0; ++k)
     if (r.left[k].atoms.front().kind != atom_kind::column) curve = static_cast<int>(k);
   if (r.constant) rows.push_back({"", trait, term, curve, 0});

@@ -7,7 +7,7 @@
 namespace zeph::prepare {
 
 // Fills factor_section::rows of all factors from the formulas, by trait, within it by term and effect, and
-// names them (see factor_row). Error: a coefficient that stands twice on one column of one factor. Random
+// names them (see factor_row). Error: a coefficient that appears twice on one column of one factor. Random
 // terms whose factor has no table are passed over.
 void make_rows(model_description& d, message_log& log);
 

@@ -84,7 +84,7 @@ struct whole : pegtl::seq<blank, pegtl::list<term, plus_sign>, blank, whole_end>
 
 } // namespace rules
 
-// The expectation that a rule states when it fails where nothing else can stand; none: the rule may fail.
+// The expectation that a rule states when it fails where nothing else is possible; none: the rule may fail.
 template <typename Rule> constexpr const char* expectation = nullptr;
 template <> constexpr const char* expectation<rules::quoted_text> = "expected a name between back quotes";
 template <> constexpr const char* expectation<rules::closing_quote> = "expected the closing back quote";
@@ -150,9 +150,9 @@ void check_effects(const std::vector<effect>& effects, std::vector<formula_fault
   for (const effect& e : effects) {
     std::vector<std::string> words = sorted_atoms(e);
     if (std::adjacent_find(words.begin(), words.end()) != words.end())
-      faults.push_back({e.at.begin, fmt::format("effect {} holds one column twice", effect_text(e)), ""});
+      faults.push_back({e.at.begin, fmt::format("effect {} contains one column twice", effect_text(e)), ""});
     if (std::find(seen.begin(), seen.end(), words) != seen.end())
-      faults.push_back({e.at.begin, fmt::format("effect {} stands twice", effect_text(e)), ""});
+      faults.push_back({e.at.begin, fmt::format("effect {} appears twice", effect_text(e)), ""});
     seen.push_back(std::move(words));
   }
 }
@@ -160,7 +160,7 @@ void check_effects(const std::vector<effect>& effects, std::vector<formula_fault
 void check_constants(std::size_t ones, std::size_t zeros, std::size_t at,
                      std::vector<formula_fault>& faults) {
   if (ones > 0 && zeros > 0) faults.push_back({at, "1 and 0 contradict each other", "leave one of them out"});
-  if (ones > 1) faults.push_back({at, "1 stands twice", ""});
+  if (ones > 1) faults.push_back({at, "1 appears twice", ""});
 }
 
 void check_parts(const named_column& c, std::vector<formula_fault>& faults) {
@@ -183,7 +183,7 @@ void check_random(const random_term& r, std::vector<formula_fault>& faults) {
     for (std::size_t j = 0; j < i; ++j)
       if (r.columns[i].name == r.columns[j].name)
         faults.push_back(
-            {r.columns[i].at.begin, fmt::format("column {} stands twice", r.columns[i].name), ""});
+            {r.columns[i].at.begin, fmt::format("column {} appears twice", r.columns[i].name), ""});
 }
 
 template <typename Rule> struct action : pegtl::nothing<Rule> {};
@@ -324,12 +324,12 @@ std::string hint_for_sign(char sign, bool after_bar, bool inside) {
   case '-':
     return inside ? "\"0 +\" leaves the 1 out" : "\"0 +\" leaves the mean out";
   case '(':
-    return "brackets stand around random terms and after leg, poly and shift only";
+    return "brackets are allowed only around random terms and after leg, poly and shift";
   case '|':
     if (inside) return {};
     return after_bar ? "'||' holds covariances at zero: give each effect a factor of its own, (1 | a | g) + "
                        "(0 + x | b | g)"
-                     : "random terms stand in brackets: (1 | factor | column)";
+                     : "put random terms in brackets: (1 | factor | column)";
   default:
     return {};
   }
@@ -345,8 +345,7 @@ std::string hint_for(std::string_view text, std::size_t at, std::string_view exp
                          (expected == expectation<rules::group_column> && text[at] == '|');
   const bool name = between || expected.find("name") != std::string_view::npos ||
                     expected.find("column") != std::string_view::npos;
-  if (name && text[at] >= '0' && text[at] <= '9')
-    return "a name that begins with a digit stands in back quotes";
+  if (name && text[at] >= '0' && text[at] <= '9') return "put a name that begins with a digit in back quotes";
   if (!between && !left && !right && !after_bar) return {};
   const std::string_view word = word_before(text, at);
   if (text[at] == '(' && !word.empty() && !after_bar) return hint_for_function(word);

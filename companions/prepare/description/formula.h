@@ -6,10 +6,10 @@
 //   atom    = name | "leg(" name "," order ")" | "poly(" name "," order ")"
 //   random  = "(" left "|" [ factor "|" ] levels { "+" levels } ")"
 //   factor  = levels = name { ":" name }            a column, or a combination of class columns
-//   left    = ( "1" | "0" | effect ) { "+" ( "1" | "0" | effect ) }     1 is understood, "0 +" takes it away
+//   left    = ( "1" | "0" | effect ) { "+" ( "1" | "0" | effect ) }     1 is implied, "0 +" removes it
 //   name    = letter, "_" or "." , then letters, digits, "_" and "."; or any text in back quotes
 //
-// Blanks, tabs and line ends may stand between all parts. A letter is also any character outside ASCII. The
+// Blanks, tabs and line ends may appear between all parts. A letter is also any character outside ASCII. The
 // words leg, poly and shift are names where no "(" follows. Several columns after the last bar put one
 // level each into the same row of the factor (two mates of one animal). A factor that is not stated has the
 // name of its levels ("herd:year").
@@ -63,7 +63,7 @@ struct named_column {
   std::vector<named_part> parts; // one or more
 };
 
-// ( left | factor | columns ). With leg or poly on the left the understood 1 is their polynomial of degree 0.
+// ( left | factor | columns ). With leg or poly on the left the implied 1 is their polynomial of degree 0.
 struct random_term {
   bool constant = true;              // the 1 of the left side; false after "0 +"
   std::vector<effect> left;          // effects of the left side beside the 1
@@ -81,7 +81,7 @@ struct shift_term {
 };
 
 struct formula {
-  bool mean = true; // a separate mean is in the model: understood, "0" takes it away
+  bool mean = true; // a separate mean is in the model: implied, "0" removes it
   std::vector<effect> fixed;
   std::vector<random_term> random;
   std::vector<shift_term> shifts;
@@ -95,7 +95,7 @@ struct formula_fault {
 
 // Reads a formula. Returns true when `faults` got nothing new; then `out` holds the terms in the order of
 // the text. A fault of the grammar ends the reading, so there is one of them at most; all faults of meaning
-// that the text alone shows are told: an order outside 1..largest_order, a term twice, "1" and "0"
+// that the text alone shows are reported: an order outside 1..largest_order, a term twice, "1" and "0"
 // together, an empty random term, a column twice after the bar or in a combination. Any text at all may be
 // given.
 bool parse_formula(std::string_view text, formula& out, std::vector<formula_fault>& faults);

@@ -88,7 +88,8 @@ void check_limits(const model_description& d, message_log& log, const trait_sect
              title_of(t) + " kind = \"censored\" needs limits = { code = \"column\", upper = \"column\" }, "
                            "{ event = \"column\" } or { upper = \"column\" }");
   if (t.limits_event.given && (t.limits_code.given || t.limits_upper.given))
-    error_at(d, log, t.limits_event.at, title_of(t) + " limits: event stands alone, without code and upper");
+    error_at(d, log, t.limits_event.at,
+             title_of(t) + " limits: event is given alone, without code and upper");
 }
 
 void check_first(const model_description& d, message_log& log, const trait_section& t) {
@@ -102,13 +103,13 @@ void check_first(const model_description& d, message_log& log, const trait_secti
                          word_of(d.traits[at(of)].kind.value)));
 }
 
-// Latent values are drawn in every round, so that a solver never comes to rest.
+// Latent values are drawn in every round, so that a solver never converges.
 void check_analysis(const model_description& d, message_log& log, const trait_section& t) {
-  if (t.kind.value == kind::gaussian || d.run.analysis.value > analysis_type::sums) return;
+  if (t.kind.value == kind::gaussian || samples_solutions(d.run.analysis.value)) return;
   error_at(d, log, place_of_kind(t),
            fmt::format("kind = \"{}\" needs a chain, and [run] analysis is \"{}\"", word_of(t.kind.value),
                        word_of(d.run.analysis.value)))
-      .hint = "say analysis = \"gibbs\", or \"predict\" with given (co)variances";
+      .hint = "set analysis = \"gibbs\", or \"predict\" with given (co)variances";
 }
 
 // ---- mixtures
@@ -133,9 +134,8 @@ void check_mixed_trait(const model_description& d, message_log& log, const trait
   if (t.weight.given)
     error_at(d, log, t.weight.at, title_of(t) + " weight: a trait with shift(..) takes no weight");
   if (has_random_covariable(t))
-    error_at(
-        d, log, place,
-        "shift(..) and a random regression can't stand in one formula: its curves would be switched too");
+    error_at(d, log, place,
+             "a formula can't have both shift(..) and a random regression: its curves would be switched too");
 }
 
 void link_indicators(model_description& d, message_log& log) {
@@ -297,7 +297,7 @@ void warn_of_lost_values(const model_description& d, message_log& log) {
     if (is_one_of(t.kind.value, {kind::censored, kind::sequence, kind::cured})) {
       warning_at(d, log, d.run.continue_chain.at,
                  fmt::format("the values of {} (kind {}) are not kept between runs: a continued chain draws "
-                             "them anew",
+                             "them from scratch",
                              t.name, word_of(t.kind.value)));
       return;
     }

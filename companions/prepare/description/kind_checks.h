@@ -13,7 +13,7 @@ namespace zeph::prepare {
 //   indicator, sequence, cured           no residual covariance with each other or with a binary trait
 //                                        (apart); held at zero with any other trait, as long as `free` does
 //                                        not name the pair
-// The formulas have been read; formulas_are_good: without a fault. Errors and warnings are told at their
+// The formulas have been read; formulas_are_good: without a fault. Errors and warnings are reported at their
 // places.
 void link_kinds(model_description& d, message_log& log, bool formulas_are_good);
 

@@ -1,6 +1,8 @@
 #include "prepare/description/model_description.h"
 
+#include "input/trait_kinds.h"
 #include "prepare/description/description_checks.h"
+#include "prepare/description/description_keys.h"
 #include "prepare/description/description_messages.h"
 #include "prepare/description/description_words.h"
 #include "prepare/description/toml_values.h"
@@ -19,54 +21,10 @@ namespace {
 constexpr std::size_t largest_file = std::size_t{1} << 24; // bytes
 constexpr int most_dots = 16;                              // of one dotted key
 
-// Every table that the description may hold, and its keys.
-struct known_table {
-  std::string title; // as in messages, NAME for the user's own name
-  std::vector<std::string> keys;
-};
-
-const std::vector<std::string> top_keys = {"title",    "data",   "factor", "trait", "covariable",
-                                           "residual", "derive", "keep",   "run"};
-const known_table data_keys = {"[data]", {"file", "missing", "decimal", "separator", "columns"}};
-const known_table factor_keys = {"[factor.NAME]",
-                                 {"pedigree", "inverse", "relationship", "genotypes", "single_step",
-                                  "dominance", "correlation", "start", "prior_df", "order", "deviations",
-                                  "deviations_every", "deviations_above"}};
-const known_table pedigree_keys = {
-    "pedigree = { .. }",
-    {"file", "animal", "sire", "dam", "columns", "selfing", "groups", "unknown", "founders"}};
-const known_table inverse_keys = {"inverse = { .. }", {"file", "form"}};
-const known_table matrix_keys = {"relationship = { .. }", {"file", "form", "blend"}};
-const known_table matrix_or_inverse_keys = {"dominance = { .. } or correlation = { .. }",
-                                            {"file", "form", "holds", "blend"}};
-const known_table trait_keys = {
-    "[trait.NAME]",
-    {"formula", "column", "kind", "weight", "categories", "limits", "first", "subject", "position", "of"}};
-const known_table limits_keys = {"limits = { .. }", {"code", "event", "upper"}};
-const known_table first_keys = {"first = { .. }", {"upper", "of"}};
-const known_table covariable_keys = {"[covariable.NAME]",
-                                     {"column", "range", "center", "solution", "times", "standardize"}};
-const known_table residual_keys = {"[residual]",
-                                   {"start", "prior_df", "zero", "free", "groups", "start_by_group"}};
-const known_table keep_keys = {"[keep]", {"solutions", "residuals"}};
-const known_table run_keys = {
-    "[run]",
-    {"analysis", "burnin", "rounds", "interval", "seeds", "restrict", "test_level", "continue", "prune"}};
-
-// The table that knows the key, for a key that stands in the wrong one.
-std::string table_of_key(std::string_view key) {
-  for (const known_table* table :
-       {&data_keys, &run_keys, &pedigree_keys, &matrix_keys, &matrix_or_inverse_keys, &factor_keys,
-        &trait_keys, &covariable_keys, &residual_keys, &keep_keys, &limits_keys, &first_keys})
-    if (std::find(table->keys.begin(), table->keys.end(), key) != table->keys.end()) return table->title;
-  return {};
-}
-
 // The view of table `key` of `t`, its keys checked.
-table_view open_table(const table_view& t, std::string_view key, const known_table& known,
-                      std::string title) {
+table_view open_table(const table_view& t, std::string_view key, key_section section, std::string title) {
   table_view inner{read_table(t, key), std::move(title), t.description, t.log};
-  refuse_unknown_keys(inner, known.keys, table_of_key);
+  refuse_unknown_keys(inner, keys_of(section), table_of_key);
   return inner;
 }
 
@@ -104,7 +62,7 @@ std::vector<text_value> read_columns(const table_view& t) {
 
 void read_data(const table_view& top) {
   model_description& d = *top.description;
-  const table_view t = open_table(top, "data", data_keys, "[data]");
+  const table_view t = open_table(top, "data", key_section::data, "[data]");
   if (find(top, "data") == nullptr)
     error_in(top, {}, "there is no table [data] that names the file of the records");
   if (t.table == nullptr) return;
@@ -150,7 +108,7 @@ pedigree_source read_pedigree(const table_view& factor, const toml::node& node) 
     return p;
   }
   table_view t{node.as_table(), factor.title + " pedigree", factor.description, factor.log};
-  refuse_unknown_keys(t, pedigree_keys.keys, table_of_key);
+  refuse_unknown_keys(t, keys_of(key_section::pedigree), table_of_key);
   p.file = node.is_string() ? read_text(factor, "pedigree") : read_text(t, "file");
   if (node.is_table() && find(t, "file") == nullptr)
     error_in(t, place_of(node), t.title + " needs file = \"...\"");
@@ -187,9 +145,11 @@ matrix_source read_matrix_source(const table_view& factor, const toml::node& nod
     return m;
   }
   const bool either = !inverse && kind != relationship_kind::relationship;
-  const known_table& known = inverse ? inverse_keys : either ? matrix_or_inverse_keys : matrix_keys;
+  const key_section known = inverse  ? key_section::inverse
+                            : either ? key_section::matrix_or_inverse
+                                     : key_section::relationship;
   const table_view t{node.as_table(), what, factor.description, factor.log};
-  refuse_unknown_keys(t, known.keys, table_of_key);
+  refuse_unknown_keys(t, keys_of(known), table_of_key);
   m.file = node.is_string() ? read_text(factor, key) : read_text(t, "file");
   if (node.is_table() && find(t, "file") == nullptr)
     error_in(t, place_of(node), what + " needs file = \"...\"");
@@ -205,7 +165,7 @@ matrix_source read_matrix_source(const table_view& factor, const toml::node& nod
   return m;
 }
 
-// The key that tells the relationship of the levels; more than one is an error.
+// The key that gives the relationship of the levels; more than one is an error.
 void read_relationship(const table_view& t, factor_section& f) {
   for (std::size_t k = 1; k < kinds.size(); ++k) {
     const toml::node* node = find(t, kinds[k]);
@@ -239,7 +199,7 @@ prior_degrees read_degrees(const table_view& t) {
   if (node == nullptr || !node->is_floating_point()) return {read_whole(t, "prior_df", 0, 0)};
   const double df = node->as_floating_point()->get();
   if (!(df >= 0.0 && df < std::numeric_limits<std::int32_t>::max())) {
-    error_in(t, place_of(*node), t.title + " prior_df must be a whole number from 0 on");
+    error_in(t, place_of(*node), t.title + " prior_df must be a whole number, 0 or more");
     return {};
   }
   const auto whole = static_cast<std::int32_t>(df);
@@ -248,7 +208,7 @@ prior_degrees read_degrees(const table_view& t) {
 
 // Opens the tables [section.NAME] one after the other, in the order of the file.
 template <typename Section, typename Read>
-void read_named(const table_view& top, const std::string& section, const known_table& known,
+void read_named(const table_view& top, const std::string& section, key_section known,
                 std::vector<Section>& sections, Read read) {
   const table_view t{read_table(top, section), fmt::format("[{}]", section), top.description, top.log};
   if (t.table == nullptr) return;
@@ -262,7 +222,7 @@ void read_named(const table_view& top, const std::string& section, const known_t
       wrong_type(t, *node, inner.title, "a table");
       continue;
     }
-    refuse_unknown_keys(inner, known.keys, table_of_key);
+    refuse_unknown_keys(inner, keys_of(known), table_of_key);
     read(inner, s);
     sections.push_back(std::move(s));
   }
@@ -286,15 +246,15 @@ void read_trait(const table_view& t, trait_section& s) {
   s.formula_text = read_text(t, "formula");
   if (find(t, "formula") == nullptr) error_in(t, s.at, fmt::format("{} needs formula = \"...\"", t.title));
   s.column = read_text(t, "column", s.name);
-  const stated<std::size_t> kind = read_word(t, "kind", trait_kinds, 0);
-  s.kind = {trait_kind_codes[kind.value], kind.at, kind.given};
+  const stated<std::size_t> kind = read_word(t, "kind", words_of_kinds(), 0);
+  s.kind = {static_cast<trait_kind>(kind_rows[kind.value].number), kind.at, kind.given};
   s.weight = read_text(t, "weight");
   s.categories = read_codes(t, "categories");
-  const table_view limits = open_table(t, "limits", limits_keys, t.title + " limits");
+  const table_view limits = open_table(t, "limits", key_section::limits, t.title + " limits");
   s.limits_code = read_text(limits, "code");
   s.limits_event = read_text(limits, "event");
   s.limits_upper = read_text(limits, "upper");
-  const table_view first = open_table(t, "first", first_keys, t.title + " first");
+  const table_view first = open_table(t, "first", key_section::first, t.title + " first");
   s.first_upper = read_number(first, "upper", 0.0);
   s.first_of = read_text(first, "of");
   s.subject = read_text(t, "subject");
@@ -389,7 +349,7 @@ void read_pairs(const table_view& t, std::string_view key, const std::vector<tra
 void read_residual(const table_view& top) {
   model_description& d = *top.description;
   residual_section& r = d.residual;
-  const table_view t = open_table(top, "residual", residual_keys, "[residual]");
+  const table_view t = open_table(top, "residual", key_section::residual, "[residual]");
   r.at = place_of_table(top, "residual");
   r.start = read_start(t);
   r.prior_df = read_degrees(t);
@@ -423,7 +383,7 @@ void read_derive(const table_view& top) {
 
 void read_keep(const table_view& top) {
   keep_section& k = top.description->keep;
-  const table_view t = open_table(top, "keep", keep_keys, "[keep]");
+  const table_view t = open_table(top, "keep", key_section::keep, "[keep]");
   k.at = place_of_table(top, "keep");
   k.residuals = read_truth(t, "residuals", false);
   const toml::node* node = find(t, "solutions");
@@ -453,11 +413,11 @@ void read_seeds(const table_view& t, run_section& r) {
 
 void read_run(const table_view& top) {
   run_section& r = top.description->run;
-  const table_view t = open_table(top, "run", run_keys, "[run]");
+  const table_view t = open_table(top, "run", key_section::run, "[run]");
   r.at = place_of_table(top, "run");
-  const stated<std::size_t> analysis = read_word(t, "analysis", analyses, 0);
-  r.analysis = {analysis_codes[analysis.value], analysis.at, analysis.given};
-  const bool chain = r.analysis.value > analysis_type::sums;
+  const stated<std::size_t> analysis = read_word(t, "analysis", words_of_analyses(), 0);
+  r.analysis = {analysis_words[analysis.value].value, analysis.at, analysis.given};
+  const bool chain = samples_solutions(r.analysis.value);
   r.burnin = read_whole(t, "burnin", chain ? 10000 : 0, 0);
   r.rounds = read_whole(t, "rounds", 100000, 1);
   r.interval = read_whole(t, "interval", chain ? 10 : 1, 1);
@@ -470,16 +430,16 @@ void read_run(const table_view& top) {
 
 void read_sections(const toml::table& table, model_description& d, message_log& log) {
   const table_view top{&table, "", &d, &log};
-  refuse_unknown_keys(top, top_keys, table_of_key);
+  refuse_unknown_keys(top, keys_of(key_section::top), table_of_key);
   const toml::node* title = find(top, "title");
   if (title != nullptr && title->is_string())
     d.title = {title->as_string()->get(), place_of(*title), true}; // may be empty
   else if (title != nullptr)
     wrong_type(top, *title, "title", "a text");
   read_data(top);
-  read_named(top, "factor", factor_keys, d.factors, read_factor);
-  read_named(top, "trait", trait_keys, d.traits, read_trait);
-  read_named(top, "covariable", covariable_keys, d.covariables, read_covariable);
+  read_named(top, "factor", key_section::factor, d.factors, read_factor);
+  read_named(top, "trait", key_section::trait, d.traits, read_trait);
+  read_named(top, "covariable", key_section::covariable, d.covariables, read_covariable);
   read_residual(top);
   read_derive(top);
   read_keep(top);
@@ -507,12 +467,12 @@ model_description parse_description(std::string_view text, const std::string& pa
   d.path = path;
   const std::size_t first = log.entries.size();
   if (text.size() > largest_file) {
-    error_at(d, log, {}, "this is no model description: it is larger than 16 MB");
+    error_at(d, log, {}, "this is not a model description: it is larger than 16 MB");
     return d;
   }
   d.lines = lines_of(text);
   if (most_dots_of_a_key(text) > most_dots) {
-    error_at(d, log, {}, "this is no model description: a key has more than 16 dots");
+    error_at(d, log, {}, "this is not a model description: a key has more than 16 dots");
     return d;
   }
   const toml::parse_result result = toml::parse(text, path);

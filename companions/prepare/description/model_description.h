@@ -1,5 +1,5 @@
 // The model description: a TOML file becomes plain records, with the place of every value, and is checked as
-// far as it can be without data. This header is the reference of all keys; docs/prepare.md tells the same to
+// far as it can be without data. This header is the reference of all keys; docs/prepare.md says the same to
 // the user.
 //
 // File names are as the user wrote them; relative ones are meant from the folder of the description
@@ -20,12 +20,12 @@
 //                        one of
 //   pedigree             "file", or { file, animal = "column", sire = .., dam = .., selfing = false, groups =
 //                        .., unknown = .., founders = .. }: inverse of the pedigree relationship. Columns
-//                        unless said: animal or id, sire or father, dam or mother; columns = [..] names them
+//                        by default: animal or id, sire or father, dam or mother; columns = [..] names them
 //                        in a file without header. Unknown parents: empty, 0, NA, the missing codes and those
 //                        of unknown. founders: parents without a line that
 //                        are animals, though they look like such codes. selfing = true: an animal may be sire
 //                        and dam. groups: phantom parent groups, the list of their codes, or one text where *
-//                        and ? stand for any letters ("G*")
+//                        and ? match any letters ("G*")
 //   inverse              "file" or { file, form }: the inverse of a relationship matrix, ready made
 //   relationship         "file" or { file, form, blend }: a relationship matrix; it is inverted
 //   correlation          "file" or { file, form, blend, holds = "matrix" }: correlations of the levels
@@ -36,7 +36,7 @@
 //                        has three columns
 //     holds              "matrix": it is inverted; "inverse": it is ready made
 //     blend              0 to below 1: (1 - blend) M + blend I is inverted in place of M. Left out: 0.05 is
-//                        blended in only when M is near singular (a warning tells)
+//                        blended in only when M is near singular (with a warning)
 //   genotypes, single_step   known, not yet supported
 //   (none of them)       identity; the levels are those of the data
 //   start                order x order matrix (rows; the lower triangle alone will do; a number when the
@@ -63,7 +63,7 @@
 //                        component 1, those with the largest values of the trait. Left out: 0.5 of the first
 //                        trait with shift(..). With `column`, and without `first`, they are read from there
 //                        (0 and 1)
-//   subject     needed   kind sequence: column that tells whose records belong together
+//   subject     needed   kind sequence: column that says whose records belong together
 //   position             kind sequence: column that numbers them, 1, 2, ..; left out: the order of the file
 //   of          needed   kind cured: its trait of kind sequence
 //
@@ -71,7 +71,7 @@
 //   column      NAME     column of the data
 //   range                [low, high]: mapped to -1..1 by leg and poly; values outside are errors. Left out:
 //                        leg takes the smallest and largest value of the data, poly the values themselves
-//   center      false    true: less its mean over the records in use; or the number to take away. Not used by
+//   center      false    true: less its mean over the records in use; or the number to subtract. Not used by
 //                        leg
 //   solution             "trait.effect" in place of a column: the current solution of that class effect (as
 //                        its formula writes it; of a random term the column), less the mean of all its
@@ -83,7 +83,7 @@
 //   start                traits x traits matrix, as in a factor
 //   prior_df    0
 //   zero                 pairs of traits without residual covariance: [["yw", "fat"]]
-//   free                 pairs whose covariance would be held at zero for their kinds' sake, and shall not
+//   free                 pairs that their kinds would hold at zero, and that are to stay free
 //   groups      none     column of the residual groups, each with a matrix of its own; or an indicator trait
 //   start_by_group       table, code of the group = matrix; a group that is not named has `start`
 //
@@ -102,8 +102,8 @@
 //   seeds       [0, 0]   two whole numbers, 0..31328 and 0..30081; 0 is set from the clock
 //   restrict    false    true: full coding, and the program's own restrictions (analysis 0 to 2)
 //   test_level  0        0 and up
-//   continue    false    true: the chain goes on from the files of the last run
-//   prune       false    true: animals without connection to data are left out of the pedigree
+//   continue    false    true: the chain continues from the files of the last run
+//   prune       false    true: animals with no connection to the data are left out of the pedigree
 #pragma once
 
 #include "prepare/description/description_records.h"

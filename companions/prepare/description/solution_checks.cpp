@@ -51,7 +51,7 @@ void check_standardize(const model_description& d, message_log& log) {
 
 bool is_class(const effect& e) { return covariable_atom(e) == nullptr; }
 
-// Words that may stand behind the trait's name.
+// Words that may follow the trait's name.
 std::vector<std::string> sources_of(const trait_section& t) {
   std::vector<std::string> out;
   for (const effect& e : t.terms.fixed)
@@ -86,7 +86,7 @@ void link_source(const model_description& d, message_log& log, covariable_sectio
     for (std::string& word : sources_of(d.traits[t])) known.push_back(std::move(word));
   }
   error_at(d, log, c.solution.at,
-           fmt::format("{} solution: \"{}\" is no class effect of a trait; known: {}", title_of(c),
+           fmt::format("{} solution: \"{}\" is not a class effect of a trait; known: {}", title_of(c),
                        c.solution.value, joined(known)))
       .hint = nearest_hint(c.solution.value, known);
 }
@@ -119,7 +119,7 @@ void check_uses(const model_description& d, message_log& log, int number, std::s
   for (const random_term& r : t.terms.random)
     for (const effect& e : r.left)
       for_each_atom(e, [&](const atom& a) {
-        if (solution_covariable(d, a) != nullptr) refuse_use(d, log, t, a, "can't stand on the left of '|'");
+        if (solution_covariable(d, a) != nullptr) refuse_use(d, log, t, a, "can't appear on the left of '|'");
       });
 }
 
@@ -156,7 +156,7 @@ bool residuals_apart(const model_description& d, int a, int b) {
 
 void warn_of_covariance(const model_description& d, message_log& log, int turned,
                         const std::set<int>& sources) {
-  if (d.run.analysis.value <= analysis_type::sums) return;
+  if (!samples_solutions(d.run.analysis.value)) return;
   for (const int s : sources) {
     if (residuals_apart(d, s, turned) && !shares_factor(d, s, turned)) continue;
     const std::string &a = d.traits[from0(s)].name, &b = d.traits[from0(turned)].name;
@@ -176,7 +176,7 @@ void check_kinds(const model_description& d, message_log& log, const covariable_
       error_at(d, log, c.at,
                fmt::format("{} is made from solutions, and then no trait may be of kind {} ({})", title_of(c),
                            word_of(t.kind.value), t.name));
-  if (d.run.analysis.value >= analysis_type::models)
+  if (has_several_models(d.run.analysis.value))
     error_at(d, log, c.at,
              fmt::format("{} is made from solutions, which analysis \"{}\" doesn't do", title_of(c),
                          word_of(d.run.analysis.value)));

@@ -14,8 +14,8 @@ namespace zeph::prepare {
 //   - no column, range or center beside it; times and standardize only with it, standardize alike in all
 //   - a plain or nested regression of another trait, not of the left side of a random term, leg or poly
 //   - no circle of traits that explain each other; no ordered or censored trait; no analysis over models
-// A warning where source and turned trait share residual or random covariance: the draws are then of no
-// posterior.
+// A warning where source and turned trait share residual or random covariance: the draws are then from no
+// posterior distribution.
 void link_solutions(model_description& d, message_log& log, bool formulas_are_good);
 
 // The covariable that an atom names, when it is made from solutions; else none.

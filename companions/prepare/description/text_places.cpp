@@ -33,7 +33,7 @@ std::size_t utf8_length(std::string_view digits) {
   return code < 0x10000 ? 3 : 4;
 }
 
-// Steps over one escape; returns the number of bytes that it stands for.
+// Steps over one escape; returns the number of bytes that it represents.
 std::size_t pass_escape(std::string_view line, cursor& at) {
   const char kind = at.byte + 1 < line.size() ? line[at.byte + 1] : ' ';
   const std::size_t digits = kind == 'u' ? 4 : kind == 'U' ? 8 : 0;
@@ -47,7 +47,7 @@ bool only_blanks_after(std::string_view line, std::size_t byte) {
   return line.find_first_not_of(" \t", byte) == std::string_view::npos;
 }
 
-// A backslash at the end of a line: the text goes on at the next character that is no blank.
+// A backslash at the end of a line: the text continues at the next character that is no blank.
 void pass_line_join(const std::vector<std::string>& lines, cursor& at) {
   ++at.line;
   while (at.line < lines.size() && only_blanks_after(lines[at.line], 0)) ++at.line;

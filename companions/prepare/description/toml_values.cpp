@@ -12,7 +12,7 @@ text_place place(const toml::source_region& region) {
   return {static_cast<int>(region.begin.line), static_cast<int>(region.begin.column)};
 }
 
-// Bytes from the character before which `column` - 1 characters stand.
+// Bytes from the character before which `column` - 1 characters are.
 std::size_t byte_of_column(std::string_view line, int column) {
   std::size_t byte = 0;
   for (int i = 1; i < column && byte < line.size(); ++i) do
@@ -21,7 +21,7 @@ std::size_t byte_of_column(std::string_view line, int column) {
   return byte;
 }
 
-// A number as it stands in the file, without the underscores that TOML allows in it.
+// A number as written in the file, without the underscores that TOML allows in it.
 std::string number_text(const table_view& t, const toml::node& node) {
   const text_place at = place_of(node);
   if (at.line < 1 || at.line > static_cast<int>(t.description->lines.size())) return {};
@@ -34,7 +34,7 @@ std::string number_text(const table_view& t, const toml::node& node) {
   return text;
 }
 
-// Rows of a matrix as they stand; false after a fault.
+// Rows of a matrix as written; false after a fault.
 bool rows_of(const table_view& t, const toml::array& list, std::string_view what,
              std::vector<std::vector<double>>& rows) {
   bool good = true;
@@ -85,7 +85,7 @@ std::string named(const table_view& t, std::string_view key) {
   return t.title.empty() ? std::string(key) : fmt::format("{} {}", t.title, key);
 }
 
-// The elements of a list, or the single text (or number) that stands for a list of one.
+// The elements of a list, or the single text (or number) that serves as a list of one.
 std::vector<const toml::node*> elements_of(const table_view& t, std::string_view key, bool numbers) {
   std::vector<const toml::node*> elements;
   const toml::node* node = find(t, key);
@@ -99,7 +99,7 @@ std::vector<const toml::node*> elements_of(const table_view& t, std::string_view
   return elements;
 }
 
-// Skips a TOML string that begins at i; i stands behind it afterwards.
+// Skips a TOML string that begins at i; i is just after it afterwards.
 void skip_string(std::string_view text, std::size_t& i) {
   const char quote = text[i];
   const bool several = text.substr(i, 3) == std::string(3, quote);
@@ -144,7 +144,7 @@ text_value text_of(const table_view& t, const toml::node& node, std::string_view
   }
   v.value = node.as_string()->get();
   v.given = !v.value.empty() && v.value.find('\0') == std::string::npos;
-  if (!v.given) error_at(*t.description, *t.log, v.at, fmt::format("{} is empty or no text", what));
+  if (!v.given) error_at(*t.description, *t.log, v.at, fmt::format("{} is empty or not text", what));
   return v;
 }
 
@@ -308,7 +308,7 @@ void refuse_unknown_keys(const table_view& t, std::span<const std::string> known
     message& m = error_at(*t.description, *t.log, place_of(*key),
                           fmt::format("unknown key \"{}\"{}; known: {}", name, where, joined(known)));
     const std::string other = elsewhere(name);
-    m.hint = other.empty() ? nearest_hint(name, known) : fmt::format("\"{}\" belongs into {}", name, other);
+    m.hint = other.empty() ? nearest_hint(name, known) : fmt::format("\"{}\" belongs in {}", name, other);
   }
 }
 

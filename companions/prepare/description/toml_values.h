@@ -1,6 +1,6 @@
-// Typed reading of TOML values: each routine checks the type, keeps the place, and tells a fault with its
-// line and caret. A value of the wrong type leaves the default; the reading goes on, so that all faults are
-// told in one pass.
+// Typed reading of TOML values: each routine checks the type, keeps the place, and reports a fault with its
+// line and caret. A value of the wrong type leaves the default; reading continues, so that all faults are
+// reported in one pass.
 #pragma once
 
 #include "prepare/description/description_messages.h"
@@ -19,7 +19,7 @@ namespace zeph::prepare {
 // A table that is being read, and where faults go.
 struct table_view {
   const toml::table* table = nullptr; // may be null: then every key is absent
-  std::string title;                  // as it stands in messages: "[data]", "[factor.genetic]"
+  std::string title;                  // as it appears in messages: "[data]", "[factor.genetic]"
   model_description* description = nullptr;
   message_log* log = nullptr;
 };
@@ -33,7 +33,7 @@ const toml::node* find(const table_view& t, std::string_view key);
 // "a text", "a whole number", .. for messages.
 std::string type_word(const toml::node& node);
 
-// Tells "[data] file must be a text, not a list". `what`: the left side of the sentence.
+// Reports "[data] file must be a text, not a list". `what`: the left side of the sentence.
 void wrong_type(const table_view& t, const toml::node& node, std::string_view what, std::string_view wanted);
 
 // Each reads key `key` of `t`; `fallback` is the value when the key is absent or wrong.
@@ -47,7 +47,7 @@ stated<double> read_number(const table_view& t, std::string_view key, double fal
 // A list of texts that are not empty; a single text is a list of one.
 std::vector<text_value> read_texts(const table_view& t, std::string_view key);
 
-// The same with numbers among them, which are kept as they stand in the file; empty texts are passed over.
+// The same with numbers among them, which are kept as written in the file; empty texts are passed over.
 std::vector<text_value> read_codes(const table_view& t, std::string_view key);
 
 // One of `words`; the result is its index, or `fallback` when absent or unknown.
@@ -67,14 +67,14 @@ stated<std::int32_t> whole_of(const table_view& t, const toml::node& node, std::
 // A symmetric matrix: full rows, rows of the lower triangle, or a single number. Order 0 after a fault.
 matrix_value matrix_of(const table_view& t, const toml::node& node, std::string_view what);
 
-// The table of a key; null when absent or no table (told).
+// The table of a key; null when absent or no table (reported).
 const toml::table* read_table(const table_view& t, std::string_view key);
 
 // Key and value of all entries, in the order of the file.
 using table_entry = std::pair<const toml::key*, const toml::node*>;
 std::vector<table_entry> entries_by_place(const toml::table& table);
 
-// Tells every key that is not among `known`, with the nearest known key; `elsewhere` gives, for a key that
+// Reports every key that is not among `known`, with the nearest known key; `elsewhere` gives, for a key that
 // another table knows, the title of that table, or an empty text.
 void refuse_unknown_keys(const table_view& t, std::span<const std::string> known,
                          std::string (*elsewhere)(std::string_view key));

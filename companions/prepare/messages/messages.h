@@ -1,4 +1,4 @@
-// What the user of zeph-prepare is told: errors, warnings and notes, collected in one pass.
+// What zeph-prepare reports to its user: errors, warnings and notes, collected in one pass.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@ namespace zeph::prepare {
 
 enum class severity { error, warning, note };
 
-// Where something stands. An empty file: the message belongs to no file. line, column: 1-based, 0 is "none";
+// Where something is. An empty file: the message belongs to no file. line, column: 1-based, 0 is "none";
 // the column counts characters (code points), not bytes.
 struct source_place {
   std::string file;
@@ -25,7 +25,7 @@ struct message {
   std::string text; // may hold '\n': the lines after the first are printed 4 blanks to the right
   std::string kind; // messages of one not empty kind are a repeated fault: ten are shown, the rest counted
   std::string source_line; // the faulty line of the description, or empty
-  std::string hint;        // stands after the caret, or, without a source line, on a line of its own
+  std::string hint;        // printed after the caret, or, without a source line, on a line of its own
 };
 
 // All messages of a run, in the order in which they were found.

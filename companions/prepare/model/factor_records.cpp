@@ -1,5 +1,6 @@
 #include "prepare/model/factor_records.h"
 
+#include "input/structures.h"
 #include "prepare/description/solution_checks.h"
 #include "prepare/messages/messages.h"
 #include "prepare/model/short_names.h"
@@ -95,7 +96,7 @@ void size_factor(const factor_levels& f, structure_record& out) {
   out.n_rid = static_cast<std::int32_t>(columns_of(f).size());
   out.carried.n_reff = static_cast<std::int32_t>(effects_of(f).size());
   out.n_phg = f.n_groups;
-  out.CV_STRUCT = padded(f.structure, 12);
+  out.CV_STRUCT = padded(std::string(row_of(f.structure).name), 12);
 }
 
 std::map<std::string, std::int32_t> add_level_columns(const model_description& d, const factor_levels& f,

@@ -18,7 +18,7 @@ struct factor_effect {
 };
 std::vector<factor_effect> effects_of(const factor_levels& f);
 
-// Sets the sizes of RMAT(k); its arrays are then taken.
+// Sets the sizes of RMAT(k); its arrays can then be allocated.
 void size_factor(const factor_levels& f, structure_record& out);
 
 // Adds the columns of the factor's levels to p.rows and returns their numbers by name.

@@ -3,6 +3,7 @@
 #include "prepare/description/description_words.h"
 
 #include "input/model_information.h"
+#include "input/structures.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
 #include "prepare/messages/messages.h"
@@ -106,9 +107,11 @@ void set_sizes(const model_description& d, prepared_model& p) {
   residual.n_rc = residual.n_t = m.nt;
   residual.n_pat = static_cast<std::int32_t>(p.patterns.mask.size());
   residual.n_hetgr = std::max(1, static_cast<std::int32_t>(p.patterns.group_codes.size()));
-  residual.CV_STRUCT = padded(p.patterns.group_codes.empty() ? "I" : "GROUP", 12);
+  residual.CV_STRUCT = padded(
+      std::string(p.patterns.group_codes.empty() ? row_of(structure_kind::identity).name : residual_groups),
+      12);
   m.n_norcov = static_cast<std::int32_t>(d.residual.zero.size());
-  m.iv_50 = 3; // at least; the columns are counted when they stand
+  m.iv_50 = 3; // at least; the columns are counted once they exist
 }
 
 bool take_arrays(prepared_model& p, message_log& log) {
@@ -160,7 +163,7 @@ void mark_deviations(const model_description& d, prepared_model& p) {
     m.carried.TD_TYPE = m.L_PTD ? "PTD " : "TD  ";
     m.PTD_INT = f.deviations_every.value;
     m.PTD_LIMIT = f.deviations_above.value;
-    if (d.run.analysis.value >= analysis_type::predict) m.model_kind = 2;
+    if (samples_solutions(d.run.analysis.value)) m.model_kind = 2;
   }
 }
 
@@ -221,14 +224,15 @@ void keep_samples(const model_description& d, prepared_model& p, message_log& lo
 void warn_of_chain(const model_description& d, const prepared_model& p, message_log& log) {
   const analysis_type analysis = d.run.analysis.value;
   for (const factor_levels& f : p.factors) {
-    if (f.n_groups > 0 && (analysis == analysis_type::predict || analysis == analysis_type::gibbs))
-      add_warning(log, {},
-                  fmt::format("the phantom groups of {} and the fixed effects hang together: in a chain only "
-                              "contrasts have a mean",
-                              f.name));
+    if (f.n_groups > 0 && samples_solutions(analysis) && !has_several_models(analysis))
+      add_warning(
+          log, {},
+          fmt::format("the phantom groups of {} and the fixed effects are confounded: in a chain only "
+                      "contrasts have a mean",
+                      f.name));
     const std::int32_t df = d.factors[f.section].prior_df.value;
     const int room = f.n_levels() - f.n_groups - f.order() - 1;
-    if (analysis < analysis_type::gibbs || df > f.order() + 1 || room > f.order() + 3) continue;
+    if (!samples_matrices(analysis) || df > f.order() + 1 || room > f.order() + 3) continue;
     add_warning(
         log, {},
         fmt::format("{} has {} levels and a flat prior: its variances have no finite {}; give prior_df",
@@ -263,8 +267,9 @@ void warn_of_twins(const prepared_model& p, message_log& log) {
       if (go_together(p, *a, *b))
         add_warning(
             log, {},
-            fmt::format("{} and {} cannot be told apart: every level of one goes with one level of the other",
-                        f.name, g.name));
+            fmt::format(
+                "{} and {} cannot be distinguished: every level of one goes with one level of the other",
+                f.name, g.name));
     }
 }
 
@@ -280,7 +285,7 @@ bool residual_is_held(const model_description& d) {
 
 // A solver or a prediction takes the matrices as they start.
 void warn_of_defaults(const model_description& d, const prepared_model& p, message_log& log) {
-  if (d.run.analysis.value >= analysis_type::gibbs) return;
+  if (samples_matrices(d.run.analysis.value)) return;
   std::vector<std::string> defaults;
   for (const factor_levels& f : p.factors)
     if (d.factors[f.section].start.order == 0) defaults.push_back("[factor." + f.name + "]");
@@ -290,7 +295,7 @@ void warn_of_defaults(const model_description& d, const prepared_model& p, messa
   if (d.residual.start.order == 0 && !grouped && !residual_is_held(d)) defaults.emplace_back("[residual]");
   if (!defaults.empty())
     add_warning(log, {},
-                fmt::format("analysis \"{}\" takes the covariances as they start, and {} {} no start: "
+                fmt::format("analysis \"{}\" uses the covariances given in start, and {} {} no start: "
                             "the defaults below are used",
                             word_of(d.run.analysis.value), joined(defaults),
                             defaults.size() == 1 ? "has" : "have"));
@@ -299,11 +304,11 @@ void warn_of_defaults(const model_description& d, const prepared_model& p, messa
 // An identity factor with a level for each record.
 void warn_of_likeness(const prepared_model& p, message_log& log) {
   for (const factor_levels& f : p.factors) {
-    if (f.structure != "I" || f.order() != 1) continue;
+    if (f.structure != structure_kind::identity || f.order() != 1) continue;
     if (std::ranges::all_of(f.n_records, [](std::int64_t n) { return n <= 1; }))
       add_warning(
           log, {},
-          fmt::format("{} and the residual cannot be told apart: every level has one record", f.name));
+          fmt::format("{} and the residual cannot be distinguished: every level has one record", f.name));
   }
 }
 

@@ -15,8 +15,8 @@ struct prepare_options {
   std::array<std::int32_t, 6> run_stamp{}; // day, month, year, hour, minute, second
 };
 
-// Reads the data and the files of the factors and assembles the model. All faults of a stage are told before
-// the assembly ends there; no file is written.
+// Reads the data and the files of the factors and assembles the model. All faults of a stage are reported
+// before the assembly ends there; no file is written.
 //
 // Equations: plain regressions (trait outer), nested regressions (trait outer), class effects (effect outer,
 // trait inner), then the factors without pedigree, then those with one; levels outside, rows of the matrix

@@ -20,16 +20,17 @@ constexpr double largest_rounding_per_sd = 1e-3; // of one value
 
 // ---- range
 
-// Says the first record of trait t whose value is beyond 32-bit reals.
+// Reports the first record of trait t whose value is beyond 32-bit reals.
 void refuse_beyond_range(const prepared_model& p, std::size_t t, const std::string& name,
-                         const std::vector<double>& value, std::set<std::string>& told, message_log& log) {
+                         const std::vector<double>& value, std::set<std::string>& reported,
+                         message_log& log) {
   constexpr double largest = std::numeric_limits<float>::max();
   const auto found = std::ranges::find_if(p.records.records, [&](std::uint32_t r) {
     return p.records.present[t][r] != 0 && !(std::fabs(value[r]) <= largest);
   });
-  if (found == p.records.records.end() || !told.insert(name).second) return;
+  if (found == p.records.records.end() || !reported.insert(name).second) return;
   add_error(log, {p.data.table.file, static_cast<int>(p.data.table.line[*found]), 0},
-            fmt::format("{} is {:.4g} here, beyond what 32 bits hold (3.4e38): take a larger unit", name,
+            fmt::format("{} is {:.4g} here, beyond what 32 bits hold (3.4e38): use a larger unit", name,
                         value[*found]));
 }
 
@@ -61,7 +62,7 @@ struct used_values {
   column_statistics statistics;
 };
 
-// Values in the records of a trait; with `pass_zeros` those of 0, which stand for dropped levels too, are
+// Values in the records of a trait; with `pass_zeros` those of 0, which also mean dropped levels, are
 // left out.
 used_values values_in_use(const prepared_model& p, std::size_t t, const std::vector<double>& x,
                           bool pass_zeros) {
@@ -93,25 +94,25 @@ void warn_of_digits(const std::string& file, const std::string& name, const used
     add_warning(
         log, {file, 0, 0},
         fmt::format("mean of {} is {:.0f} times its standard deviation, and the files hold 7 digits:\n"
-                    "take a constant away (a covariable: center = true in [covariable.{}])",
+                    "subtract a constant (a covariable: center = true in [covariable.{}])",
                     name, std::fabs(s.mean) / s.sd, name));
 }
 
 } // namespace
 
 void refuse_unfit_numbers(const prepared_model& p, message_log& log) {
-  std::set<std::string> told;
+  std::set<std::string> reported;
   for (std::size_t t = 0; t < p.fixed.size(); ++t)
     for (const fixed_regression& x : p.fixed[t].regressions)
-      refuse_beyond_range(p, t, x.covariable, x.value, told, log);
+      refuse_beyond_range(p, t, x.covariable, x.value, reported, log);
   for (const factor_levels& f : p.factors)
     for (const contribution& c : f.contributions)
       if (!c.constant)
-        refuse_beyond_range(p, static_cast<std::size_t>(c.trait), c.curve.name, c.curve.value, told, log);
+        refuse_beyond_range(p, static_cast<std::size_t>(c.trait), c.curve.name, c.curve.value, reported, log);
 }
 
 void check_information(const model_description& d, const prepared_model& p, message_log& log) {
-  if (d.run.analysis.value < analysis_type::gibbs) return; // the matrices are not drawn
+  if (!samples_matrices(d.run.analysis.value)) return; // the matrices are not drawn
   const bool flat = d.residual.prior_df.value <= static_cast<std::int32_t>(d.traits.size()) + 1;
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     const trait_section& trait = d.traits[t];
@@ -132,16 +133,16 @@ void check_information(const model_description& d, const prepared_model& p, mess
 
 void warn_of_precision(const model_description& d, const prepared_model& p, message_log& log) {
   const std::string& file = p.data.table.file;
-  std::set<std::string> told; // a covariable may stand in many terms
+  std::set<std::string> reported; // a covariable may appear in many terms
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     warn_of_digits(file, d.traits[t].name, values_in_use(p, t, p.data.traits[t].y, false), log);
     for (const fixed_regression& x : p.fixed[t].regressions)
-      if (x.indicator < 0 && told.insert(x.covariable).second)
+      if (x.indicator < 0 && reported.insert(x.covariable).second)
         warn_of_digits(file, x.covariable, values_in_use(p, t, x.value, true), log);
   }
   for (const factor_levels& f : p.factors)
     for (const contribution& c : f.contributions)
-      if (!c.constant && told.insert(c.curve.name).second)
+      if (!c.constant && reported.insert(c.curve.name).second)
         warn_of_digits(file, c.curve.name,
                        values_in_use(p, static_cast<std::size_t>(c.trait), c.curve.value, true), log);
 }

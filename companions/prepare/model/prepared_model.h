@@ -14,7 +14,7 @@
 
 namespace zeph::prepare {
 
-// Short names as they stand in MODINF, unpadded.
+// Short names as they are in MODINF, unpadded.
 struct model_names {
   std::vector<std::string> traits;                   // per trait
   std::vector<std::vector<std::string>> classes;     // per trait and class effect
@@ -34,7 +34,7 @@ struct prepared_model {
   model_records model;                 // MODINF
   std::vector<std::string> directives; // lines of the directive file
   std::int64_t largest_row = 0;        // entries of the largest design row
-  bool complete = false;               // false: an error was found, only the parts before it stand
+  bool complete = false;               // false: an error was found, only the parts before it are filled
 };
 
 constexpr std::int64_t bytes_per_entry = 36; // of a design row in memory: seven integers and a coefficient

@@ -11,7 +11,7 @@ bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) ==
 std::string ascii_of(const std::string& text) {
   std::string out;
   for (const char c : text) {
-    if (is_continuation(c)) continue; // the character's first byte stands for it
+    if (is_continuation(c)) continue; // the character's first byte represents it
     const auto u = static_cast<unsigned char>(c);
     out.push_back(u > 32 && u < 127 ? c : '_');
   }

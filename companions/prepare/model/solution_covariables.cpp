@@ -72,7 +72,7 @@ void refuse_lost_levels(const model_description& d, const covariable_section& c,
                "[covariable.{}]: {} of {} has lost a level for the sake of full rank ({}), and its solutions "
                "no longer compare all levels",
                c.name, source.name, d.traits[from0(c.source_trait)].name, source.lost))
-      .hint = "make it a random factor, or take the other effect out of the formula";
+      .hint = "make it a random factor, or remove the other effect from the formula";
 }
 
 // level(r) of all used records by the identification of the level.

@@ -1,5 +1,5 @@
-// Covariables that are solutions of a class effect of another trait, in the files: the values that stand in
-// for them, the levels by which the records find their solution, and the lines of the directive file.
+// Covariables that are solutions of a class effect of another trait, in the files: the values that hold
+// their places, the levels by which the records find their solution, and the lines of the directive file.
 #pragma once
 
 #include "prepare/model/prepared_model.h"

@@ -1,5 +1,6 @@
 #include "prepare/model/trait_records.h"
 
+#include "input/structures.h"
 #include "prepare/model/short_names.h"
 #include "shared/indexing.h"
 
@@ -181,7 +182,7 @@ std::int64_t number_equations(prepared_model& p) {
   m.nfeq = static_cast<std::int32_t>(next);
   for (const bool pedigrees : {false, true})
     for (std::int32_t k = 1; k <= m.nramat; ++k)
-      if ((p.factors[from1(k)].structure == "PED") == pedigrees)
+      if ((p.factors[from1(k)].structure == structure_kind::pedigree) == pedigrees)
         take(m.NBEGRA(k), static_cast<std::int64_t>(m.RMAT(k).n_rc) * m.NRALEV(k));
   take(m.NBEGRA(m.nramat + 1), 0);
   for (std::int32_t k = 1; k <= m.nramat; ++k)

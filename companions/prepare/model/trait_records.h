@@ -24,10 +24,10 @@ constexpr std::int32_t random_regression = 2;
 // Input number of the regressions on covariable k (0-based): no column of the data has it.
 std::int32_t solution_input(int k);
 
-// Sets the sizes of MODEL(i); its arrays are then taken.
+// Sets the sizes of MODEL(i); its arrays can then be allocated.
 void size_trait(const prepared_model& p, int t, trait_record& out);
 
-// Fills MODEL(t+1), NLEV, and adds the trait's columns to p.rows. The columns of the factors' levels stand
+// Fills MODEL(t+1), NLEV, and adds the trait's columns to p.rows. The columns of the factors' levels are
 // there already: level_column[k-1] by column name.
 void fill_trait(const model_description& d, int t,
                 const std::vector<std::map<std::string, std::int32_t>>& level_column, prepared_model& p);

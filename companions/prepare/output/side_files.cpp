@@ -1,5 +1,7 @@
 #include "prepare/output/side_files.h"
 
+#include "input/structures.h"
+#include "input/trait_kinds.h"
 #include "prepare/description/description_words.h"
 
 #include "shared/check_sum.h"
@@ -53,6 +55,36 @@ json traits_json(const model_description& d, const prepared_model& p) {
   return out;
 }
 
+std::string_view word_of(value_pass pass) {
+  switch (pass) {
+  case value_pass::bounds:
+    return "bounds";
+  case value_pass::liabilities:
+    return "liabilities";
+  case value_pass::mixtures:
+    return "mixtures";
+  case value_pass::sequences:
+    return "sequences";
+  default:
+    return "none";
+  }
+}
+
+// The kinds of the traits, by rising number: what a reader of the samples must know of them.
+json kinds_json(const model_description& d) {
+  json out = json::array();
+  for (const trait_kind_row& row : kind_rows)
+    if (std::ranges::any_of(
+            d.traits, [&](const trait_section& t) { return kind_of(t.kind.value).number == row.number; }))
+      out.push_back({{"number", row.number},
+                     {"word", row.word},
+                     {"unit_variance", has_unit_variance(static_cast<trait_kind>(row.number))},
+                     {"drawn_by", word_of(row.pass)},
+                     {"stored", row.stored},
+                     {"thresholds", row.thresholds}});
+  return out;
+}
+
 // How the covariables of random curves were moved and scaled: x - shift, then low..high to -1..1 when mapped.
 json scales_json(const factor_levels& f) {
   json out = json::object();
@@ -86,6 +118,7 @@ json factors_json(const model_description& d, const prepared_model& p) {
   json out = json::array();
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const factor_levels& f = p.factors[k];
+    const structure_row& structure = row_of(f.structure);
     json rows = json::array();
     for (std::size_t i = 0; i < f.row_names.size(); ++i)
       rows.push_back({{"row", i + 1},
@@ -93,16 +126,17 @@ json factors_json(const model_description& d, const prepared_model& p) {
                       {"short", p.names.rows[k][i]},
                       {"trait", f.row_trait[i] + 1},
                       {"term", row_term_json(d, d.factors[f.section].rows[i])}});
-    out.push_back({{"number", k + 1},
-                   {"name", f.name},
-                   {"structure", f.structure},
-                   {"file", f.file_prefix.empty() ? "" : f.file_prefix + std::to_string(k + 1)},
-                   {"levels", f.n_levels()},
-                   {"groups", f.n_groups},
-                   {"rows", rows},
-                   {"start", matrix_json(p.start.factors[k])},
-                   {"start_given", p.start.factors[k].given},
-                   {"scales", scales_json(f)}});
+    out.push_back(
+        {{"number", k + 1},
+         {"name", f.name},
+         {"structure", structure.name},
+         {"file", structure.file_prefix.empty() ? "" : fmt::format("{}{}", structure.file_prefix, k + 1)},
+         {"levels", f.n_levels()},
+         {"groups", f.n_groups},
+         {"rows", rows},
+         {"start", matrix_json(p.start.factors[k])},
+         {"start_given", p.start.factors[k].given},
+         {"scales", scales_json(f)}});
     if (!f.part_names.empty()) out.back()["parts"] = f.part_names;
   }
   return out;
@@ -183,6 +217,7 @@ std::string names_json(const model_description& d, const prepared_model& p,
                     {"records", p.records.n_used()},
                     {"equations", equations_of(p.model)},
                     {"traits", traits_json(d, p)},
+                    {"kinds", kinds_json(d)},
                     {"factors", factors_json(d, p)},
                     {"residual", residual_json(d, p)},
                     {"equations_of", equations_json(d, p)},

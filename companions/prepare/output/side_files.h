@@ -1,4 +1,4 @@
-// Files beside those that ZEPH reads: they tell which name, level or equation is what.
+// Files beside those that ZEPH reads: they say which name, level or equation is what.
 #pragma once
 
 #include "prepare/model/equation_ranges.h"
@@ -14,9 +14,10 @@ struct side_file {
   std::string text; // lines ended by '\n'
 };
 
-// names.json: the traits with their kind, categories (lowest first), indicator and partner; factors with
-// their rows, levels, structure and files, residual groups, the equations of every part of the model, short
-// names beside long ones, the files of the directory, and a check sum of every input file (FNV-1a, 64 bits).
+// names.json: the traits with their kind, categories (lowest first), indicator and partner; what is known of
+// these kinds; factors with their rows, levels, structure and files, residual groups, the equations of every
+// part of the model, short names beside long ones, the files of the directory, and a check sum of every input
+// file (FNV-1a, 64 bits).
 std::string names_json(const model_description& d, const prepared_model& p,
                        const std::vector<std::string>& files);
 

@@ -1,5 +1,6 @@
 #include "prepare/output/summary.h"
 
+#include "input/structures.h"
 #include "prepare/description/description_words.h"
 #include "prepare/tables/column_numbers.h"
 
@@ -191,7 +192,7 @@ std::string matrix_text(const start_matrix& m, const std::vector<std::string>& n
 
 // Without a chain over them the matrices are used as they start.
 std::string prior_text(const model_description& d, std::int32_t df, int order) {
-  if (d.run.analysis.value < analysis_type::gibbs) return ", stays as it is";
+  if (!samples_matrices(d.run.analysis.value)) return ", stays as it is";
   return df <= order + 1 ? ", flat prior" : fmt::format(", prior degrees of freedom {}", df);
 }
 

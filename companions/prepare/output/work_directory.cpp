@@ -4,6 +4,7 @@
 #include "formats/text_file.h"
 #include "formats/whole_file.h"
 #include "input/modinf_writer.h"
+#include "input/structures.h"
 #include "prepare/model/directive_lines.h"
 #include "prepare/output/side_files.h"
 #include "shared/indexing.h"
@@ -162,8 +163,9 @@ void write_factors(writing& w, const prepared_model& p) {
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const factor_levels& f = p.factors[k];
     const std::string number = std::to_string(k + 1);
-    if (!f.file_prefix.empty()) write_relationship(w, f.file_prefix + number, f.inverse);
-    if (!f.sire_dam.empty()) write_pedigree(w, "PEDFILE" + number, f.sire_dam);
+    if (const std::string prefix(row_of(f.structure).file_prefix); !prefix.empty())
+      write_relationship(w, prefix + number, f.inverse);
+    if (!f.sire_dam.empty()) write_pedigree(w, std::string(parents_prefix) + number, f.sire_dam);
   }
 }
 
@@ -174,7 +176,7 @@ bool write_model(writing& w, const prepared_model& p) {
   return w.done("MODINF", ok);
 }
 
-// Names that a former names.json lists as files of its directory.
+// Names that an earlier names.json lists as files of its directory.
 std::vector<std::string> former_files(const fs::path& directory) {
   std::ifstream in(directory / "names.json");
   if (!in) return {};
@@ -204,7 +206,7 @@ directory_result write_work_directory(const model_description& d, const prepared
   fs::create_directories(directory, fault);
   if (!fs::is_directory(directory, ignored)) {
     w.result.fault = "can't make the directory " + directory.string() +
-                     (fs::exists(directory, ignored) ? ": a file of that name stands there"
+                     (fs::exists(directory, ignored) ? ": there is a file of that name"
                       : fault                        ? ": " + fault.message()
                                                      : "");
     return w.result;
@@ -235,17 +237,17 @@ std::vector<std::string> disturbing_files(const fs::path& directory) {
   std::vector<std::string> out;
   std::error_code ignored;
   const auto has = [&](const char* name) { return fs::exists(directory / name, ignored); };
-  if (has("STOP")) out.emplace_back("STOP stands there: the run would end after one round");
+  if (has("STOP")) out.emplace_back("STOP is present: the run would end after one round");
   const bool oldsol = has("oldsol"), r_parm = has("r_parm");
   if (oldsol && r_parm)
-    out.emplace_back("oldsol and r_parm stand there: the run would continue an old chain");
+    out.emplace_back("oldsol and r_parm are present: the run would continue an old chain");
   if (oldsol != r_parm)
     out.push_back(std::string(oldsol ? "oldsol" : "r_parm") +
-                  " stands there without the other restart file: the run would stop");
+                  " is present without the other restart file: the run would stop");
   if (has("mixz_prob") || has("mixz_last"))
-    out.emplace_back("mixz_prob or mixz_last of a former run stand there: a mixture would end with code 16; "
+    out.emplace_back("mixz_prob or mixz_last of an earlier run is present: a mixture would end with code 16; "
                      "move them away");
-  if (has("ytopredict")) out.emplace_back("ytopredict stands there: its records would be predicted");
+  if (has("ytopredict")) out.emplace_back("ytopredict is present: its records would be predicted");
   return out;
 }
 

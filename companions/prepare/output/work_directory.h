@@ -1,4 +1,4 @@
-// Writes the work directory: the files that ZEPH reads, and those that tell what stands in them.
+// Writes the work directory: the files that ZEPH reads, and those that describe them.
 #pragma once
 
 #include "prepare/model/prepared_model.h"
@@ -14,7 +14,7 @@ struct directory_result {
   std::string fault;                // what could not be written
   bool mixed = false;               // after a fault: some files are new, others those of before
   std::vector<std::string> files;   // written, without the directory
-  std::vector<std::string> removed; // of a former preparation
+  std::vector<std::string> removed; // of an earlier preparation
 };
 
 // MODINF, RCDATA_I, RCDATA_R, CODE_TABLE, the directive file, one relationship file per factor that has one,
@@ -26,8 +26,8 @@ struct directory_result {
 // PEDFILEk has the pairs (sire, dam) of up to 100000 levels in each record.
 //
 // The directory is made when it does not exist. Files of the same names are replaced; those that names.json
-// of a former preparation lists and this one does not write are removed; all others stay. The new files get
-// their names when all of them are written: where one can't be, the former ones stay as they were. The model
+// of an earlier preparation lists and this one does not write are removed; all others stay. The new files get
+// their names when all of them are written: where one can't be, the old ones stay as they were. The model
 // must be complete.
 directory_result write_work_directory(const model_description& d, const prepared_model& p,
                                       const std::filesystem::path& directory, const std::string& listing);

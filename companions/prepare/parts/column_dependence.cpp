@@ -23,7 +23,7 @@ namespace {
 
 constexpr double dependent_squared = 1e-11; // of cross-products of columns of length 1
 constexpr double dependent_length = 1e-6;   // of the columns themselves
-constexpr std::size_t most_in_order = 1500; // columns beside the wide class, by the ways told in the header
+constexpr std::size_t most_in_order = 1500; // columns beside the wide class, by the ways of the header
 constexpr std::size_t most_dense = 20000;
 constexpr double cheap_work = 1e10; // operations
 
@@ -223,7 +223,7 @@ std::vector<combination> pivoted_dependence(std::vector<double>& s, std::size_t 
   return found;
 }
 
-// Combinations in which any column stands for its dependence become those of the latest columns: a column
+// Combinations in which any column may show its dependence become those of the latest columns: a column
 // depends on columns before it exactly when some null vector ends there; echelon form from the end.
 std::vector<combination> later_columns(const std::vector<combination>& dependent) {
   std::map<std::int32_t, null_vector> ending;
@@ -279,7 +279,7 @@ std::vector<combination> columns_of_factor(const triangular_factor& r) {
 }
 
 // Few columns: their cross-products in order. Many: the sparse factor of all columns when that is cheap, and
-// the pivoted one of the cross-products when it isn't. Column numbers of the cross-products start behind the
+// the pivoted one of the cross-products when it isn't. Column numbers of the cross-products start after the
 // wide class.
 std::vector<combination> scaled_dependence(const fixed_columns& x, std::span<const double> scale,
                                            cholmod_common* cc, std::int32_t& shift, bool& good) {

@@ -21,7 +21,7 @@ void refuse_outside(const data_columns& data, const std::string& column, const c
   for (std::size_t r = 0; r < x.size(); ++r)
     if (x[r] < s.low || x[r] > s.high)
       add_error(log, {data.table.file, static_cast<int>(data.table.line[r]), 0},
-                fmt::format("{} = {} is outside of its range {} to {}", column, x[r], s.low, s.high),
+                fmt::format("{} = {} is outside its range {} to {}", column, x[r], s.low, s.high),
                 "outside range " + column);
 }
 

@@ -18,7 +18,7 @@ struct covariable_curve {
   std::vector<double> value;
   int solution = -1; // made from solutions: index of the covariable's table; value is what they are
                      // multiplied by
-  std::vector<double> stand_in; // then: what stands for the unknown values in the search for dependence
+  std::vector<double> stand_in; // then: what represents the unknown values in the search for dependence
 };
 
 // How a covariable was moved and scaled, for the listing: x' = (x - shift), and with a range low..high ->

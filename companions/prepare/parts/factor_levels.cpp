@@ -1,5 +1,6 @@
 #include "prepare/parts/factor_levels.h"
 
+#include "input/structures.h"
 #include "prepare/description/effect_columns.h"
 
 #include "prepare/messages/messages.h"
@@ -325,28 +326,19 @@ void levels_of_matrix(const model_description& d, const data_columns& data, cons
   look_up_levels(data, records, section.matrix.file.value, f, log);
 }
 
-void name_structure(relationship_kind kind, factor_levels& f) {
+structure_kind structure_of(relationship_kind kind) {
   switch (kind) {
   case relationship_kind::pedigree:
-    f.structure = "PED";
-    f.file_prefix = "AINV";
-    break;
+    return structure_kind::pedigree;
   case relationship_kind::inverse:
   case relationship_kind::relationship:
-    f.structure = "GREL";
-    f.file_prefix = "GINV";
-    break;
+    return structure_kind::given;
   case relationship_kind::correlation:
-    f.structure = "COR";
-    f.file_prefix = "COR";
-    break;
+    return structure_kind::correlation;
   case relationship_kind::dominance:
-    f.structure = "DOM";
-    f.file_prefix = "DOM";
-    break;
+    return structure_kind::dominance;
   default:
-    f.structure = "I";
-    break;
+    return structure_kind::identity;
   }
 }
 
@@ -384,7 +376,7 @@ void count_records(const record_selection& records, factor_levels& f) {
 std::string words_of_meeting(analysis_type analysis, const factor_levels& f) {
   const std::string where =
       fmt::format("two levels of {} meet in {}: ", f.name, records_in_words(f.n_meeting));
-  if (analysis <= analysis_type::sums)
+  if (!samples_solutions(analysis))
     return where + "the solver takes each with the other's last value\nand may diverge from round 101 on";
   return where + "the chain draws each given the other's value of the round before,\n" +
          (analysis == analysis_type::predict ? "and the standard deviations of the solutions are wrong"
@@ -413,11 +405,11 @@ std::vector<factor_levels> make_factors(const model_description& d, const data_c
     factor_levels f;
     f.section = i;
     f.name = section.name;
-    name_structure(section.kind, f);
+    f.structure = structure_of(section.kind);
     add_contributions(d, data, records, section, f, log);
-    if (f.structure == "PED") {
+    if (f.structure == structure_kind::pedigree) {
       levels_of_pedigree(d, data, records, section, prune, f, log);
-    } else if (f.structure == "I") {
+    } else if (f.structure == structure_kind::identity) {
       levels_of_data(data, records, f);
     } else {
       levels_of_matrix(d, data, records, section, f, log);

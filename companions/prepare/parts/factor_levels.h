@@ -1,6 +1,7 @@
 // The levels of the random factors, their relationship, and what every record says about them.
 #pragma once
 
+#include "input/structures.h"
 #include "prepare/parts/covariable_values.h"
 #include "prepare/parts/pedigree_inverse.h"
 
@@ -25,8 +26,7 @@ struct contribution {
 struct factor_levels {
   std::size_t section = 0; // index into model_description::factors
   std::string name;
-  std::string structure;   // CV_STRUCT: "I", "PED", "GREL", "COR", "DOM"
-  std::string file_prefix; // "", "AINV", "GINV", "COR", "DOM"
+  structure_kind structure = structure_kind::identity;
   std::vector<std::string> row_names;
   std::vector<int> row_trait;              // 0-based
   std::vector<contribution> contributions; // row by row

@@ -19,7 +19,7 @@ struct trait_class {
   level_codes codes;
 };
 
-// An effect of the coding, and where its parts stand.
+// An effect of the coding, and where its parts are.
 struct coded_effect {
   int klass = -1; // index into working_part::classes, or -1
   int curve = -1; // index into working_part::curves, or -1

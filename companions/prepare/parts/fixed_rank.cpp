@@ -95,8 +95,7 @@ void choose_references(std::span<const fixed_effect> effects, std::span<const st
     });
     if (effects[e].n_levels < 1 || most->n_records == 0) continue;
     most->state = column_state::reference;
-    most->why =
-        fmt::format("most records of {}; its mean stands in {}", effects[e].name, effects[widest].name);
+    most->why = fmt::format("most records of {}; its mean is in {}", effects[e].name, effects[widest].name);
   }
 }
 
@@ -160,7 +159,7 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
 }
 
 // Coefficients of the widest class: in each level the mean of what the other terms leave of the column. The
-// values are those of the covariables as they stand, not centred.
+// values are those of the covariables as they are, not centred.
 void add_wide_terms(std::span<const fixed_effect> effects, std::span<const std::uint8_t> use,
                     const std::vector<column_decision>& table, const fixed_columns& x, combination& c) {
   std::vector<double> coefficient(x.decision.size(), 0.0);
@@ -263,7 +262,7 @@ fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_eff
     d.why = "= " + why;
     const std::string name = name_of(effects, d);
     std::string text =
-        fmt::format("fixed effects of {} hang together: {} = {}; {} is dropped", trait, name, why, name);
+        fmt::format("fixed effects of {} are dependent: {} = {}; {} is dropped", trait, name, why, name);
     if (dependence_is_error)
       add_error(log, {}, std::move(text), "rank " + trait);
     else

@@ -43,15 +43,15 @@ struct fixed_coding {
 // Coding of the fixed part over the records with use[r] not 0 (empty: all): the class effect with most levels
 // (the first of several; one that is `whole` before all others) keeps all of them, each other class effect
 // loses the level with most records, then every column that depends on columns before it is dropped. The
-// order is: the widest class effect, then the effects as they stand. A mean is a class effect of one level by
+// order is: the widest class effect, then the effects as given. A mean is a class effect of one level by
 // the caller's choice, and only needed beside no class effect. Dependent columns are found by SuiteSparseQR
-// and named in the log ("fixed effects of wwt hang together: ..."), as errors or, by choice, as warnings; the
+// and named in the log ("fixed effects of wwt are dependent: ..."), as errors or, by choice, as warnings; the
 // table has them all. Levels without data are dropped too. Columns are scaled to length 1; a column counts as
 // dependent when what the others leave of it is shorter than 1e-6.
 fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_effect> effects,
                              std::span<const std::uint8_t> use, bool dependence_is_error, message_log& log);
 
-// The full coding instead: every level stays; levels without data are told as no_data and keep their number.
+// The full coding instead: every level stays; levels without data are marked no_data and keep their number.
 fixed_coding full_coding(std::span<const fixed_effect> effects, std::span<const std::uint8_t> use);
 
 // "sex:2", "herd:year:[7:1998]", "age".

@@ -39,7 +39,7 @@ struct word_line {
   std::string_view text;
 };
 
-// Next word of `text`, taken off; words are separated by blanks, tabs, commas or semicolons, or stand in
+// Next word of `text`, taken off; words are separated by blanks, tabs, commas or semicolons, or are in
 // quotes.
 bool take_word(std::string_view& text, std::string_view& word) {
   constexpr std::string_view separators = " \t,;";
@@ -98,7 +98,7 @@ bool refuse_comments(std::span<const word_line> lines, const matrix_request& req
   }
   if (comments.n == 0) return false;
   add_error(log, place_of(request, comments.first.front()),
-            "a line that begins with # is no element; a matrix file has no comments, take them out" +
+            "a line that begins with # is not an element; a matrix file has no comments: remove them" +
                 where_in_words(comments, "in all"));
   return true;
 }
@@ -135,7 +135,7 @@ void name_decimal_commas(std::span<const word_line> lines, const matrix_request&
                         shown(commas.text), where_in_words(commas.lines, "in all")));
 }
 
-// The values as they stand in the file, one triangle, not yet merged; line[k] is where element k stands.
+// The values as they are in the file, one triangle, not yet merged; line[k] is where element k is.
 struct text_matrix {
   std::vector<std::string> identification;
   std::vector<matrix_element> element;
@@ -158,7 +158,7 @@ void add_value(text_matrix& m, std::int32_t i, std::int32_t j, double v, std::in
 bool number_at(std::string_view word, const matrix_request& request, std::int64_t line, double& v,
                message_log& log) {
   if (number_in(word, '.', v)) return true;
-  add_error(log, place_of(request, line), fmt::format("\"{}\" is no number", shown(word)),
+  add_error(log, place_of(request, line), fmt::format("\"{}\" is not a number", shown(word)),
             "number " + request.file);
   return false;
 }
@@ -210,7 +210,7 @@ void read_dense(std::span<const word_line> lines, const matrix_request& request,
     }
     if (width == n + 1 && take_word(text, word) && word != m.identification[i])
       add_error(log, place_of(request, lines[i + 1].line),
-                fmt::format("the row of \"{}\" stands where that of \"{}\" is due", shown(word),
+                fmt::format("the row of \"{}\" is where that of \"{}\" is expected", shown(word),
                             shown(m.identification[i])));
     for (std::size_t j = 0; j < n; ++j) {
       double v = 0.0;
@@ -244,7 +244,7 @@ bool looks_dense(std::span<const word_line> lines) {
   return n == 2 || n == 3;
 }
 
-// Sorts, merges the two triangles, leaves out zeros off the diagonal; every diagonal must stand.
+// Sorts, merges the two triangles, leaves out zeros off the diagonal; every diagonal must be there.
 bool order_elements(const matrix_request& request, text_matrix& m, std::vector<matrix_element>& sorted,
                     message_log& log) {
   const int n_errors = count_of(log, severity::error);
@@ -306,7 +306,7 @@ double smallest_eigenvalue(std::vector<double> a, int n) {
   return info == 0 && m >= 1 ? w[0] : 0.0;
 }
 
-// Cholesky of a copy tells whether the eigenvalue is worth its time: no when the estimated condition is good.
+// Cholesky of a copy shows whether the eigenvalue is worth its time: no when the estimated condition is good.
 bool clearly_positive(std::vector<double> a, int n) {
   double norm = 0.0; // largest column sum
   const auto order = static_cast<std::size_t>(n);
@@ -358,7 +358,7 @@ bool invert(const matrix_request& request, given_inverse& given, message_log& lo
     if (smallest < near_singular * mean_diagonal && !request.blend) {
       blend = default_blend;
       add_warning(log, place_of(request, 0),
-                  fmt::format("smallest eigenvalue {:.3g} of {}; blended with {} {} (say blend = ...)",
+                  fmt::format("smallest eigenvalue {:.3g} of {}; blended with {} {} (set blend = ...)",
                               smallest, n, blend, request.blend_name));
     } else if (smallest < near_singular * mean_diagonal) {
       add_warning(log, place_of(request, 0),
@@ -376,7 +376,7 @@ bool invert(const matrix_request& request, given_inverse& given, message_log& lo
     add_error(log, place_of(request, 0),
               fmt::format("the matrix is not positive definite (smallest eigenvalue {:.3g} of {}){}",
                           given.smallest_eigenvalue, n,
-                          blend == 0.0 ? "; say blend = ..." : ", also when blended"));
+                          blend == 0.0 ? "; set blend = ..." : ", also when blended"));
     return false;
   }
   given.element.clear();

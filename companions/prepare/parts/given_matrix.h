@@ -41,8 +41,8 @@ struct given_inverse {
 // unless the first line holds no number, as many lines follow as it has words, and they are numbers only.
 // Kind inverse is used as it is; the others are inverted by LAPACK's dpotrf and dpotri. Errors: no
 // number, comment lines and decimal commas (one error each), two values for a pair, no diagonal, not
-// symmetric, not positive definite (with the smallest eigenvalue, dsyevr). Warning: near singular (smallest eigenvalue below 1e-6 of the mean diagonal), then
-// blended. After an error no elements come back.
+// symmetric, not positive definite (with the smallest eigenvalue, dsyevr). Warning: near singular (smallest
+// eigenvalue below 1e-6 of the mean diagonal), then blended. After an error no elements come back.
 given_inverse read_given_matrix(const matrix_request& request, message_log& log);
 
 // The same from text in memory; request.file is the name for messages.

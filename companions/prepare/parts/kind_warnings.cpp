@@ -49,8 +49,8 @@ void warn_of_one_category(const model_description& d, const data_columns& data,
     if (!levels.empty())
       add_warning(
           log, {data.table.file, 0, 0},
-          fmt::format("{} has one outer category only in {}: the solution there has no posterior and\n"
-                      "drifts away; make the effect random, or join levels",
+          fmt::format("{} has only one outer category in {}: the solution there has no posterior and\n"
+                      "drifts away; make the effect random, or merge levels",
                       d.traits[t].name, joined(levels, names_shown)));
   }
 }
@@ -88,13 +88,13 @@ void check_components(const model_description& d, const data_columns& data, cons
     add_warning(
         log, {data.table.file, 0, 0},
         fmt::format("component 1 of {} begins with mean {:.5g} of {}, component 0 with {:.5g}: the shift "
-                    "is held above zero,\nso exchange the memberships, or change the sign of {}",
+                    "is held above zero,\nso swap the memberships, or change the sign of {}",
                     d.traits[indicator].name, one.mean, d.traits[t].name, zero.mean, d.traits[t].name));
 }
 
 void warn_of_small_components(const model_description& d, message_log& log) {
   const std::int32_t order = static_cast<std::int32_t>(d.traits.size());
-  if (d.residual.indicator < 0 || d.run.analysis.value < analysis_type::gibbs) return;
+  if (d.residual.indicator < 0 || !samples_matrices(d.run.analysis.value)) return;
   if (d.residual.prior_df.value > order + 1) return;
   add_warning(
       log, {},

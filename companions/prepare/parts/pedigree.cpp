@@ -75,13 +75,13 @@ bool find_parent_columns(const csv_columns& table, const pedigree_request& reque
     }
   if (!told)
     add_error(log, {table.file, 0, 0},
-              fmt::format("the header does not tell animal, sire and dam; the columns are: {}\n"
+              fmt::format("the header does not name animal, sire and dam; the columns are: {}\n"
                           "say which is which: pedigree = {{ file = .., animal = .., sire = .., dam = .. }}",
                           joined(table.header)));
   return false;
 }
 
-// * stands for any text, ? for one byte.
+// * matches any text, ? for one byte.
 bool matches(std::string_view text, std::string_view pattern) {
   std::size_t t = 0, p = 0, star = std::string_view::npos, mark = 0;
   while (t < text.size()) {
@@ -153,10 +153,10 @@ void take_animals(const csv_columns& table, const pedigree_request& request, con
       const bool same = parent(columns.sire, r) == parent(columns.sire, row[first]) &&
                         parent(columns.dam, r) == parent(columns.dam, row[first]);
       if (same)
-        add_note(
-            log, at_line(ped, table.line[r]),
-            fmt::format("animal \"{}\" has two equal lines (first: line {})", shown(text), ped.line[first]),
-            "equal lines " + ped.file);
+        add_note(log, at_line(ped, table.line[r]),
+                 fmt::format("animal \"{}\" has two identical lines (first: line {})", shown(text),
+                             ped.line[first]),
+                 "equal lines " + ped.file);
       else
         add_error(log, at_line(ped, table.line[r]),
                   fmt::format("animal \"{}\" has two lines with different parents (first: line {})",
@@ -178,7 +178,7 @@ std::int32_t parent_in(const csv_columns& table, const pedigree_request& request
   return -static_cast<std::int32_t>(at - ped.group.begin() + 1);
 }
 
-// Groups into the order in which they are declared, those of a pattern by text behind them.
+// Groups into the order in which they are declared, those of a pattern by text after them.
 void order_groups(const pedigree_request& request, pedigree& ped, message_log& log) {
   std::vector<std::string> sorted = ped.group;
   const auto declared = [&](const std::string& text) {
@@ -300,7 +300,7 @@ pedigree pedigree_of_table(const csv_columns& table, const pedigree_request& req
   ped.number_of.reserve(table.n_records());
   take_animals(table, request, columns, ped, row, log);
   for (std::size_t a = 0; a < row.size(); ++a) {
-    // the lists may grow in parent_in, so it stands before the place is taken
+    // the lists may grow in parent_in, so it is called before the place is looked up
     const std::int32_t sire = parent_in(table, request, columns.sire, row[a], ped);
     const std::int32_t dam = parent_in(table, request, columns.dam, row[a], ped);
     ped.sire[a] = sire;
@@ -332,7 +332,7 @@ pedigree read_pedigree(const pedigree_request& request, message_log& log) {
   const csv_columns table = read_csv(request.file, request.layout, found);
   pedigree none;
   none.file = request.file;
-  // a file without header is told by the missing columns, not by the number in its first line
+  // a file without header is reported by the missing columns, not by the number in its first line
   parent_columns columns;
   const bool no_header = request.layout.columns.empty() && table.n_columns() > 0 && header_is_data(table);
   if (no_header && !find_parent_columns(table, request, columns, log)) return none;

@@ -155,7 +155,7 @@ contribution contribution_of(const pedigree& ped, std::size_t a, double d, group
     add_element(c, animal, p, -0.5 * b);
     add_element(c, p, p, 0.25 * b);
   }
-  // (s,m) stands for both (s,m) and (m,s), which fall together on the diagonal when the parents are one
+  // (s,m) represents both (s,m) and (m,s), which fall together on the diagonal when the parents are one
   if (s != 0 && m != 0) add_element(c, s, m, s == m ? 0.5 * b : 0.25 * b);
   return c;
 }
@@ -195,7 +195,7 @@ std::vector<matrix_element> a_inverse(const pedigree& ped, std::span<const doubl
       good = false;
       add_error(
           log, {ped.file, static_cast<int>(ped.line[a]), 0},
-          fmt::format("the parents of \"{}\" are inbred completely: it has no Mendelian variance, and the "
+          fmt::format("the parents of \"{}\" are completely inbred: it has no Mendelian variance, and the "
                       "relationship matrix no inverse",
                       shown(ped.identification[a])),
           "no variance " + ped.file);

@@ -10,14 +10,14 @@
 
 namespace zeph::prepare {
 
-// Element of a symmetric matrix: i >= j, both from 1; stands for (i,j) and (j,i).
+// Element of a symmetric matrix: i >= j, both from 1; represents (i,j) and (j,i).
 struct matrix_element {
   std::int32_t i = 0;
   std::int32_t j = 0;
   double v = 0.0;
 };
 
-// Where the levels of phantom groups stand in the factor.
+// Where the levels of phantom groups are in the factor.
 enum class group_place { after_animals, before_animals };
 
 // Inbreeding coefficient of every animal, size n_animals. Groups count as unknown parents, F = 0.

@@ -20,7 +20,7 @@ struct pedigree_request {
   std::string animal{};          // names of the columns; empty: animal or id, sire or father, dam or mother
   std::string sire{};
   std::string dam{};
-  // phantom parent groups, which stand in place of unknown parents: their codes, or a pattern of them (* is
+  // phantom parent groups, which take the place of unknown parents: their codes, or a pattern of them (* is
   // any text, ? any one byte)
   std::vector<std::string> groups{};
   std::string group_pattern{};         // empty: none
@@ -35,7 +35,7 @@ struct text_hash {
 };
 using level_table = std::unordered_map<std::string, std::int32_t, text_hash, std::equal_to<>>;
 
-// Animal a = 1..n_animals stands at index a - 1; parents come before their progeny, otherwise the order of
+// Animal a = 1..n_animals is at index a - 1; parents come before their progeny, otherwise the order of
 // the file is kept. A parent is an animal (1..n_animals), unknown (0), or phantom group g (-g).
 struct pedigree {
   std::string file;                        // name as the messages show it
@@ -43,7 +43,7 @@ struct pedigree {
   std::vector<std::int64_t> line;          // size n_animals; 0: a parent without a line of its own
   std::vector<std::int32_t> sire;          // size n_animals
   std::vector<std::int32_t> dam;           // size n_animals
-  std::vector<std::string> group;          // size n_groups: groups that stand as a parent at least once
+  std::vector<std::string> group;          // size n_groups: groups that are a parent at least once
   level_table number_of;                   // identification -> animal
 
   [[nodiscard]] std::int32_t n_animals() const { return static_cast<std::int32_t>(identification.size()); }

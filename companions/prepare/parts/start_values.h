@@ -1,4 +1,4 @@
-// Start values of the covariance matrices, and what the listing tells about the traits.
+// Start values of the covariance matrices, and what the listing says about the traits.
 #pragma once
 
 #include "prepare/parts/factor_levels.h"
@@ -33,7 +33,7 @@ struct start_values {
 };
 
 // Inverse and log determinant of the rows and columns `kept` (0-based) of a symmetric positive definite
-// matrix; the inverse stands at those rows and columns, zero elsewhere (LAPACK's Cholesky factor and solve).
+// matrix; the inverse is at those rows and columns, zero elsewhere (LAPACK's Cholesky factor and solve).
 // False: not positive definite.
 bool inverse_of_part(const start_matrix& m, const std::vector<int>& kept, std::vector<double>& inverse,
                      double& log_determinant);

@@ -120,7 +120,7 @@ void refuse_fraction(const csv_columns& table, std::size_t c, message_log& log) 
   if (r >= table.n_records()) return;
   const std::string& name = table.header[c];
   add_error(log, {table.file, static_cast<int>(table.line[r]), 0},
-            fmt::format("\"{}\" in column {}: a class with a fraction? for a covariable say [covariable.{}]",
+            fmt::format("\"{}\" in column {}: a class with a fraction? for a covariable add [covariable.{}]",
                         shown(table.cell(c, r)), name, name));
 }
 

@@ -27,13 +27,13 @@ struct data_columns {
   }
 };
 
-// Messages from entries[first] on name the file as the description does. That it can't be read is told with
+// Messages from entries[first] on name the file as the description does. That it can't be read is reported at
 // the place of the description that names it.
 void show_as_written(const model_description& d, message_log& log, std::size_t first, const std::string& path,
                      const text_value& file);
 
 // Reads the file, the numbers of observations, weights and covariables, and the observations of all kinds of
-// traits. Errors: unknown columns, cells that are no numbers, classes that hold a number with a fraction,
+// traits. Errors: unknown columns, cells that are not numbers, classes that hold a number with a fraction,
 // those of trait_values. Warnings: values and levels that look like codes for missing.
 data_columns read_data_columns(const model_description& d, message_log& log);
 

@@ -8,7 +8,7 @@
 
 namespace zeph::prepare {
 
-// Columns count from 1 in the model, and stand here at index column - 1. Rows are the used records in their
+// Columns count from 1 in the model, and are here at index column - 1. Rows are the used records in their
 // order.
 struct data_rows {
   std::vector<std::vector<std::int32_t>>

@@ -146,7 +146,7 @@ std::vector<std::size_t> last_records(const record_sequences& s, const flags& pr
   return out;
 }
 
-// Sequences of subjects whose trait of kind cured lacks a column are taken out.
+// Sequences of subjects whose trait of kind cured lacks a column are dropped.
 void take_out_sequences(const model_description& d, const data_columns& data, std::size_t t,
                         record_selection& out) {
   const auto cured = static_cast<std::size_t>(d.traits[t].partner);
@@ -190,7 +190,7 @@ void use_records(const model_description& d, const data_columns& data, record_se
     ++out.n_without_trait;
     for (flags& present : out.present) present[r] = 0;
   }
-  out.n_without_trait -= out.n_without_group; // these are told on their own
+  out.n_without_trait -= out.n_without_group; // these are reported separately
   if (!out.sequences.rank.empty())
     std::ranges::stable_sort(out.records, {}, [&out](std::uint32_t r) { return out.sequences.rank[r]; });
 }

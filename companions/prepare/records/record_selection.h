@@ -21,18 +21,18 @@ struct removal {
 // A trait is present in a record when its observation, its weight, the classes and covariables of its fixed
 // part and the covariables of its random regressions all are, and so is the class whose solutions are a
 // covariable of it: the files have no missing code for them, and a class or covariable without value would
-// leave the effect out of the record without a word. A record is used when it has a present trait and, with
+// leave the effect out of the record silently. A record is used when it has a present trait and, with
 // residual groups, a group. The level of a random factor may be missing: the effect is then left out of the
 // record.
 // An indicator is present where its own columns are, and its mixed traits are so only together with it; alone
 // it does not make a record used. A trait of kind cured is present in the last record of each sequence alone;
-// where its columns have no value there, the sequence is taken out.
+// where its columns have no value there, the sequence is dropped.
 struct record_selection {
   std::vector<std::vector<std::uint8_t>> present; // [trait][record of the file]; 0 in records not used
   std::vector<std::uint8_t> use;                  // [record of the file]
   std::vector<std::uint32_t>
       records; // the used records of the file, from 0, ascending; with sequences the records
-               // of a subject stand together, in its order
+               // of a subject are together, in its order
   record_sequences sequences;
   std::vector<removal> removals;
   std::int64_t n_without_trait = 0; // dropped: no trait present

@@ -41,10 +41,11 @@ void sort_by_position(const data_columns& data, const std::vector<double>& posit
     const double found = position[r];
     if (found != std::floor(found) || found < 1.0)
       fault(data, r,
-            fmt::format("position {:g} of subject {}: they are whole numbers from 1", found, shown(subject)),
+            fmt::format("position {:g} of subject {}: positions are whole numbers from 1", found,
+                        shown(subject)),
             log);
     else if (found < expected)
-      fault(data, r, fmt::format("position {:g} of subject {} stands twice", found, shown(subject)), log);
+      fault(data, r, fmt::format("position {:g} of subject {} appears twice", found, shown(subject)), log);
     else if (found > expected)
       fault(data, r,
             fmt::format("the sequence of subject {} is out of order: position {:g} follows {:g}",
@@ -77,7 +78,7 @@ record_sequences make_sequences(const model_description& d, const data_columns& 
     std::erase_if(records, [&present](std::size_t r) { return present[r] == 0; });
     if (records.empty()) continue;
     const std::int64_t first =
-        static_cast<std::int64_t>(*std::ranges::min_element(records)) * width; // where the subject stands
+        static_cast<std::int64_t>(*std::ranges::min_element(records)) * width; // where the subject is
     std::int32_t place = 0;
     bool failed = false;
     for (const std::size_t r : records) {

@@ -21,7 +21,7 @@ struct record_sequences {
 };
 
 // Sequences of trait t (kind sequence) over its present records. Errors: a position of a subject that is no
-// whole number from 1, that stands twice, or that no record has though a later one is there; records without
+// whole number from 1, that appears twice, or that no record has though a later one is there; records without
 // the trait count for that.
 record_sequences make_sequences(const model_description& d, const data_columns& data, int t,
                                 const std::vector<std::uint8_t>& present, message_log& log);

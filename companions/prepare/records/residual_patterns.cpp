@@ -1,5 +1,6 @@
 #include "prepare/records/residual_patterns.h"
 
+#include "input/structures.h"
 #include "prepare/messages/messages.h"
 #include "prepare/tables/level_codes.h"
 #include "shared/indexing.h"

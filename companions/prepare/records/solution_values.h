@@ -20,8 +20,8 @@ std::string source_level(const csv_columns& table, const std::vector<std::size_t
 // What the solutions are multiplied by: the column `times`, or 1, per record of the file.
 std::vector<double> solution_bases(const data_columns& data, const covariable_section& c);
 
-// The same times a number of its own for each level of the source, between 1 and 2: for the search of effects
-// that hang together, since the solutions are not known.
+// The same times a number of its own for each level of the source, between 1 and 2: for the search for
+// dependent effects, since the solutions are not known.
 std::vector<double> stand_in_values(const data_columns& data, const covariable_section& c);
 
 } // namespace zeph::prepare

@@ -38,7 +38,7 @@ struct trait_reader {
   [[nodiscard]] std::size_t n() const { return table.n_records(); }
 };
 
-// One fault for each text of a column; text_of(cell) is its message, the hint what the text may stand for.
+// One fault for each text of a column; text_of(cell) is its message, the hint what the text may mean.
 template <class TextOf>
 void refuse_cells(const trait_reader& in, const repeated_cells& wrong, std::span<const std::string> known,
                   const TextOf& text_of) {
@@ -77,10 +77,10 @@ std::vector<std::string> categories_of_numbers(const trait_reader& in, std::size
     if (is_missing_number(in.table, c, r)) continue;
     if (!numeric_cell(in.table, c, r, value)) {
       in.fault(r,
-               fmt::format("\"{}\" in column {} is no number: name the categories of {}, the lowest first,\n"
-                           "by these put in their order: {}",
-                           shown(in.table.cell(c, r)), in.trait.column.value, in.trait.name,
-                           categories_line(in, c)))
+               fmt::format(
+                   "\"{}\" in column {} is not a number: name the categories of {}, the lowest first,\n"
+                   "by these put in their order: {}",
+                   shown(in.table.cell(c, r)), in.trait.column.value, in.trait.name, categories_line(in, c)))
           .hint = missing_hint(in.table, in.table.cell(c, r));
       return {};
     }
@@ -124,8 +124,8 @@ void number_categories(const trait_reader& in, std::size_t c, double first, trai
   }
   const std::size_t first_fault = in.log.entries.size();
   refuse_cells(in, wrong, out.categories, [&](const std::string& cell) {
-    return fmt::format("\"{}\" in column {} is no category of {}; they are: {}", cell, in.trait.column.value,
-                       in.trait.name, joined(out.categories));
+    return fmt::format("\"{}\" in column {} is not a category of {}; they are: {}", cell,
+                       in.trait.column.value, in.trait.name, joined(out.categories));
   });
   if (!wrong.cells.empty() && in.trait.categories.empty() && in.log.entries[first_fault].hint.empty())
     in.log.entries[first_fault].hint =
@@ -171,7 +171,7 @@ void read_codes(const trait_reader& in, trait_values& out) {
       add_cell(wrong, in.table.cell(c, r), in.table.line[r]);
   }
   refuse_cells(in, wrong, censoring_words, [&](const std::string& cell) {
-    return fmt::format("\"{}\" in column {} is no code of censoring: -1 left, 0 none, 1 right, 2 interval",
+    return fmt::format("\"{}\" in column {} is not a censoring code: -1 left, 0 none, 1 right, 2 interval",
                        cell, in.trait.limits_code.value);
   });
 }
@@ -189,7 +189,7 @@ void read_events(const trait_reader& in, trait_values& out) {
       out.code[r] = event == 1.0 ? observed : censored_right;
   }
   refuse_cells(in, wrong, {}, [&](const std::string& cell) {
-    return fmt::format("\"{}\" in column {}: 1 says that the end was seen, 0 that it was not yet", cell,
+    return fmt::format("\"{}\" in column {}: 1 means that the event was observed, 0 that it was not", cell,
                        in.trait.limits_event.value);
   });
 }
@@ -223,8 +223,8 @@ void check_bounds(const trait_reader& in, const std::vector<double>* upper, trai
         out.code[r] = observed;
     }
     if (std::fabs(out.y[r]) >= no_bound || out.upper[r] >= no_bound)
-      in.fault(r, fmt::format("{} of {} is too large for a censored trait: {:g} stands for no bound; "
-                              "take another unit",
+      in.fault(r, fmt::format("{} of {} is too large for a censored trait: {:g} means no bound; "
+                              "use another unit",
                               std::fabs(out.y[r]) >= no_bound ? out.y[r] : out.upper[r], in.trait.name,
                               no_bound));
   }

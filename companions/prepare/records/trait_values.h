@@ -15,7 +15,7 @@ namespace zeph::prepare {
 // How a censored value is known. The numbers are those of the files.
 enum censoring : std::int32_t { censored_left = -1, observed = 0, censored_right = 1, censored_interval = 2 };
 
-// Bounds at and beyond it stand for none in the files.
+// Bounds at and beyond it mean no bound in the files.
 constexpr double no_bound = 999999.0;
 
 // Per record of the file.

@@ -21,7 +21,7 @@ struct wrong_numbers {
 message& refuse_cell(const csv_columns& table, const std::string& name, const repeated_cell& cell,
                      message_log& log) {
   return add_error(log, place_of(table, cell.lines.first.front()),
-                   fmt::format("\"{}\" in column {} is no number", shown(cell.text), name),
+                   fmt::format("\"{}\" in column {} is not a number", shown(cell.text), name),
                    "number " + table.file + " " + name);
 }
 
@@ -34,7 +34,7 @@ void refuse_texts(const csv_columns& table, std::size_t c, const repeated_cells&
   }
   if (texts.n_beyond > 0)
     add_error(log, {table.file, 0, 0},
-              fmt::format("{} further values of column {} are no numbers", texts.n_beyond, name));
+              fmt::format("{} further values of column {} are not numbers", texts.n_beyond, name));
 }
 
 // The files hold reals of 32 bits.
@@ -44,8 +44,8 @@ void refuse_beyond_range(const csv_columns& table, std::size_t c, std::size_t r,
   if (std::fabs(value) <= std::numeric_limits<float>::max() && !zero) return;
   add_error(log, place_of(table, table.line[r]),
             fmt::format("\"{}\" in column {} {}", shown(table.cell(c, r)), table.header[c],
-                        zero ? "becomes 0 in 32 bits: take a smaller unit"
-                             : "is beyond what 32 bits hold (3.4e38): take a larger unit"),
+                        zero ? "becomes 0 in 32 bits: use a smaller unit"
+                             : "is beyond what 32 bits hold (3.4e38): use a larger unit"),
             "range " + table.file + " " + table.header[c]);
 }
 

@@ -27,7 +27,7 @@ struct csv_columns {
   csv_layout layout;                   // with the separator that was found
   std::vector<std::string> header;     // size n_columns
   std::vector<std::int64_t> line;      // size n_records: line of the file where the record begins, from 1
-  std::string text;                    // all cells, record by record, one behind the other
+  std::string text;                    // all cells, record by record, one after the other
   std::vector<std::uint64_t> cell_end; // size n_records x n_columns: end of cell r * n_columns + c in text
 
   [[nodiscard]] std::size_t n_columns() const { return header.size(); }

@@ -82,7 +82,7 @@ void read_separated(std::string_view content, row_sink& sink) {
   }
   if (!good)
     add_error(*sink.log, place_of(*sink.table, sink.line),
-              "a quote stands inside a value; put the whole value in quotes and write the inner quote twice");
+              "a value contains a quote; put the whole value in quotes and write the inner quote twice");
   else if (csv_fini(&parser, on_cell, on_row, &sink) != 0)
     add_error(*sink.log, place_of(*sink.table, sink.row_line), "a quote is opened here and never closed");
   csv_free(&parser);
@@ -139,7 +139,7 @@ csv_columns read_csv_text(std::string_view content, const std::string& file, con
     return table;
   }
   if (first.find('\0') != std::string_view::npos) {
-    add_error(log, {file, 1, 0}, "this is no text (save the file as CSV in UTF-8)");
+    add_error(log, {file, 1, 0}, "this is not text (save the file as CSV in UTF-8)");
     return table;
   }
   if (layout.separator == '\0') table.layout.separator = separator_of(first);
@@ -178,7 +178,7 @@ csv_columns read_csv(const std::string& path, const csv_layout& layout, message_
       content.resize(static_cast<std::size_t>(size));
       in.read(content.data(), size);
     }
-    if (!in) why = "reading broke off";
+    if (!in) why = "reading stopped with an error";
   }
   if (!why.empty()) {
     add_error(log, {path, 0, 0}, "the file can't be read: " + why);

@@ -62,13 +62,13 @@ std::string cause_of(const ragged_rows& ragged, std::string_view record, std::st
   const std::size_t names = table.n_columns(), values = ragged.by_width.begin()->first;
   const char used = table.layout.separator, other = separator_of(record);
   if (values == 1 && other != used && width_of_line(record, other) == names)
-    return fmt::format("line 1 is separated by {} and the records by {}; write both alike",
+    return fmt::format("line 1 is separated by {} and the records by {}; use one for both",
                        word_of_separator(used), word_of_separator(other));
   if (header.empty() || values != names + 1) return {};
   if (ragged.n_empty_end == ragged.n)
-    return "every record ends in a separator; take it out, or name the column in line 1";
+    return "every record ends with a separator; remove it, or name the column in line 1";
   const bool quoted = trimmed(record).starts_with('"');
-  std::string text = "line 1 lacks a name, as in tables that R writes with names of rows: write.table(.., "
+  std::string text = "line 1 lacks a name, as in tables that R writes with row names: write.table(.., "
                      "row.names = FALSE)";
   if (used == ',' && !quoted)
     text += ",\nor fractions are written with a comma: then separator = \";\" and decimal = \",\"";
@@ -131,7 +131,7 @@ bool refuse_comments(std::string_view content, const csv_columns& table, message
   }
   if (comments.n == 0) return false;
   add_error(log, at(table, comments.first.front()),
-            "a line that begins with # is no record; a CSV file has no comments, take them out" +
+            "a line that begins with # is not a record; a CSV file has no comments: remove them" +
                 where_in_words(comments, "in all"));
   return true;
 }
@@ -142,7 +142,7 @@ bool refuse_separator(std::string_view line, const csv_columns& table, message_l
   const bool all_end_in_it = used == ' ' && width_of_line(line, used) <= width_of_line(line, other);
   if (width_of_line(line, used) > 1 && !all_end_in_it) return false;
   add_error(log, at(table, 0),
-            fmt::format("the first line is separated by {1} and not by {0}; say separator = {1} in [data]",
+            fmt::format("the first line is separated by {1} and not by {0}; set separator = {1} in [data]",
                         word_of_separator(used), word_of_separator(other)));
   return true;
 }

@@ -1,4 +1,4 @@
-// The shape of a CSV file, looked at before its cells: a cause that makes a fault of every line is one error.
+// The shape of a CSV file, looked at before its cells: a cause that makes every line faulty is one error.
 #pragma once
 
 #include "prepare/messages/repeated_cells.h"

@@ -148,7 +148,7 @@ void check_class_size(const csv_columns& table, const level_codes& codes, messag
     return;
   add_error(
       log, {table.file, 0, 0},
-      fmt::format("{} is used as a class and has {} levels in {} records; a covariable? say [covariable.{}]",
+      fmt::format("{} is used as a class and has {} levels in {} records; a covariable? add [covariable.{}]",
                   codes.name, n_levels, n, codes.name));
 }
 

@@ -11,7 +11,7 @@
 
 namespace zeph::prepare {
 
-// Level l = 1..n_levels stands at index l - 1. Levels are in ascending order: by number when all
+// Level l = 1..n_levels is at index l - 1. Levels are in ascending order: by number when all
 // identifications of a column are integers, otherwise by text; combinations by their first column first.
 struct level_codes {
   std::string name;                        // column, or columns joined by ':' ("herd:year")

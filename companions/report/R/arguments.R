@@ -8,9 +8,9 @@ RUNS is a directory of zeph-chains (chain1/seg1 and so on), WORK one work direct
 
   --html FILE     the page; default report.html in RUNS or WORK
   --csv DIR       tables and draws as CSV files
-  --coda DIR      draws as CODAindex.txt and one CODAchainN.txt a chain
+  --coda DIR      draws as CODAindex.txt and one CODAchainN.txt per chain
   --netcdf FILE   draws as NetCDF-4, a variable of chain x draw for each name
-  --burnin N      leave out the first N sampling rounds of every chain, beside the burn-in of the chains
+  --burnin N      leave out the first N sampling rounds of every chain, after the burn-in of the chains
   --help, --version
 
 Exit codes: 0 done, 1 there is nothing to report, 2 command line or files.
@@ -20,7 +20,7 @@ report_version <- "0.1.0"
 
 option_words <- c("--html", "--csv", "--coda", "--netcdf", "--burnin")
 
-# list(directory, html, csv, coda, netcdf, burnin); html NULL stands for the default place. Stops on anything else.
+# list(directory, html, csv, coda, netcdf, burnin); html NULL means the default place. Stops on anything else.
 read_arguments <- function(words) {
   out <- list(directory = NULL, html = NULL, csv = NULL, coda = NULL, netcdf = NULL, burnin = 0L)
   at <- 1L
@@ -40,11 +40,11 @@ read_arguments <- function(words) {
     } else if (is.null(out$directory)) {
       out$directory <- word
     } else {
-      stop_report("one directory, please: ", out$directory, " or ", word)
+      stop_report("one directory only: ", out$directory, " or ", word)
     }
     at <- at + 1L
   }
-  if (is.null(out$directory)) stop_report("which directory? zeph-report RUNS|WORK; --help tells more")
+  if (is.null(out$directory)) stop_report("which directory? zeph-report RUNS|WORK; see --help")
   out$burnin <- burnin_of(out$burnin)
   out
 }

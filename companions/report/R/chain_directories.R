@@ -1,8 +1,8 @@
-# Where the chains lie: a directory of zeph-chains with chainN/segM, or one work directory.
+# Where the chains are: a directory of zeph-chains with chainN/segM, or one work directory.
 
 # list(root, shown (as the user typed it), study, model_directory, plan, chains): chains is a list of list(number,
 # segments), a segment list(number, path, counts, shift, burnin, rounds, interval, seeds, directives). `plan` holds
-# chains.toml, or NULL. model_directory is where the model, names and codes stand.
+# chains.toml, or NULL. model_directory is where the model, names and codes are.
 find_chains <- function(directory) {
   if (!dir.exists(directory)) stop_report("no such directory: ", directory)
   place <- chains_in(normalizePath(directory)) # rendering the page changes the working directory
@@ -43,7 +43,7 @@ segments_of <- function(directory) {
 }
 
 # The records that zeph-chains keeps of a segment; for a work directory its directive file, and the presence of the
-# restart files, tell the same.
+# restart files, say the same.
 segment_of <- function(path, number) {
   directives <- read_directives(path)
   continued <- file.exists(file.path(path, "oldsol")) && file.exists(file.path(path, "r_parm"))

@@ -1,8 +1,8 @@
 # Differences between levels of a class effect.
 
 # Adds to the table of fixed_effects(): `contrast`, the difference to the first level of the effect, and its SD. When
-# samples of the solutions were kept it is that of the differences of each draw; else it is told only where the solution
-# is itself a difference (against levels without equation).
+# samples of the solutions were kept it is that of the differences of each draw; else it is given only where the
+# solution is itself a difference (against levels without equation).
 add_contrasts <- function(fixed, draws) {
   if (is.null(fixed)) return(NULL)
   fixed$contrast <- NA_real_

@@ -1,9 +1,8 @@
 # Random regressions as curves over the covariable.
 
 # For each trait with random regressions: the variances of its factors, and their shares of the phenotypic variance, at
-# points of the covariable that stand in the data (at most `points`). Data frame (trait, factor, x, quantity ("variance"
-# or
-# "share"), mean, sd, low, high), the bounds those of the central 95 % of the draws.
+# points of the covariable that are in the data (at most `points`). Data frame (trait, factor, x, quantity ("variance"
+# or "share"), mean, sd, low, high), the bounds those of the central 95 % of the draws.
 curves_of <- function(m, data, draws, points = 41L) {
   if (is.null(data) || dim(draws)[1] == 0 || m$nramat == 0) return(NULL)
   out <- lapply(seq_len(m$nt), function(t) curves_of_trait(m, data, draws, t, points))
@@ -32,7 +31,7 @@ curves_of_trait <- function(m, data, draws, t, points) {
   out
 }
 
-# The axis: the first covariable of the trait's random regressions, in its own units where the description tells how it
+# The axis: the first covariable of the trait's random regressions, in its own units where the description says how it
 # was scaled. list(x, records (rows of the data), name)
 axis_of <- function(m, data, t, terms, points) {
   k <- which(vapply(terms, function(c) any(c$regression), TRUE))[1]

@@ -1,5 +1,5 @@
 # What is derived on each draw: a list of formulas in the names of the report, in an order in which each needs only
-# names that stand before it.
+# names that come before it.
 
 # Data frame (name, formula, what): `what` is the glossary's sentence. data: records, or NULL.
 derived_formulas <- function(m, data) {

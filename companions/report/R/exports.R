@@ -1,6 +1,5 @@
 # The draws and tables in the formats of other programs. Every file is written beside its place and then renamed, so
-# that
-# a report that is killed leaves no half file.
+# that a report that is killed leaves no half file.
 
 write_whole <- function(path, write) {
   part <- paste0(path, ".part")

@@ -1,10 +1,9 @@
 # DIC from the listings. ZEPH leaves out n log(2 pi) of each trait's deviance; it is added here, and both are shown.
 
 # Data frame (chain, segment, trait, DIC, pD, full): one row per trait and listing; full = DIC + n log(2 pi), n the
-# number
-# of records. NULL when no listing is there, and for analyses over models, in which ZEPH sums up no deviance.
+# number of records. NULL when no listing is there, and for analyses over models, in which ZEPH computes no deviance.
 read_dic <- function(m, place) {
-  if (isTRUE(analysis_of(place) >= 5)) return(NULL)
+  if (has_several_models(analysis_of(place))) return(NULL)
   rows <- list()
   for (chain in place$chains) for (s in chain$segments) {
     samples <- samples_in(m, s)
@@ -19,8 +18,7 @@ read_dic <- function(m, place) {
 }
 
 # The `nt` rows under "DIC per trait" (T8, A10, 2G15.8) of the last model of a listing; listing.txt, or another text
-# file of
-# the directory that holds them.
+# file of the directory that holds them.
 dic_of_listing <- function(path, nt) {
   for (file in listing_files(path)) {
     lines <- readLines(file, warn = FALSE, skipNul = TRUE)

@@ -1,8 +1,7 @@
 # Solutions of class effects and regressions, by their names.
 
 # Data frame (trait, effect, level, kind, records, value, sd, equation, reference): kind "level" or "slope". reference
-# names
-# the levels that zeph-prepare left without equation: solutions of the effect are then differences from them.
+# names the levels that zeph-prepare left without equation: solutions of the effect are then differences from them.
 fixed_effects <- function(m, solutions) {
   rows <- solutions$rows[solutions$rows$kind < 3, ]
   rows <- rows[has_equations(m, rows), ]
@@ -14,7 +13,7 @@ fixed_effects <- function(m, solutions) {
   do.call(rbind, parts)
 }
 
-# Class effects without equations of their own stand in gibsol with zeros.
+# Class effects without equations of their own are in gibsol with zeros.
 has_equations <- function(m, rows) {
   solved <- function(trait, place) m$traits[[trait]]$effects$solved[place]
   rows$kind == 1 | mapply(function(kind, trait, place) kind == 2 && solved(trait, place), rows$kind, rows$trait,
@@ -54,8 +53,7 @@ effect_word <- function(m, codes, row) {
 }
 
 # Identifications of the levels of class effect `place`; codes where there are none. The rows of a nested regression
-# have
-# the running number of the level in place of its code.
+# have the running number of the level in place of its code.
 level_words <- function(codes, trait, place, rows, slope) {
   level <- if (slope) rows$code else rows$level
   mine <- codes[codes$trait == trait & codes$number == place, ]

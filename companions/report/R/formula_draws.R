@@ -12,7 +12,7 @@ token_pattern <- paste0(word_pattern, "\\[[^]]*\\]|", word_pattern,
   "|([0-9]+[.]?[0-9]*|[.][0-9]+)([eE][-+]?[0-9]+)?|[-+*/^(),]")
 
 # Adds the columns of `formulas` (name, formula) to the draws x name matrix of a chain list, in order; a formula that
-# does not hold ends in a remark and is left out (without a word when remarks is NULL). Every draw is computed from that
+# does not hold ends in a remark and is left out (silently when remarks is NULL). Every draw is computed from that
 # draw.
 add_formula_draws <- function(m, draws, formulas, remarks) {
   for (i in seq_len(nrow(formulas))) {
@@ -36,7 +36,7 @@ formula_value <- function(m, draws, text) {
   matrix(as.numeric(out), dim(draws)[1], dim(draws)[2])
 }
 
-# list(call, names): the names stand in the call as .v1, .v2 ..
+# list(call, names): the names are in the call as .v1, .v2 ..
 parse_formula <- function(m, text, known) {
   tokens <- formula_tokens(text)
   check_grammar(tokens, text)
@@ -55,7 +55,7 @@ parse_formula <- function(m, text, known) {
 formula_tokens <- function(text) {
   found <- gregexpr(token_pattern, text)
   strange <- gsub("[ \t\r\n]", "", paste(regmatches(text, found, invert = TRUE)[[1]], collapse = ""))
-  if (nzchar(strange)) stop_report("\"", substr(strange, 1, 1), "\" can't stand in a formula")
+  if (nzchar(strange)) stop_report("\"", substr(strange, 1, 1), "\" can't appear in a formula")
   regmatches(text, found)[[1]]
 }
 
@@ -91,7 +91,7 @@ check_grammar <- function(tokens, text) {
   if (operand || length(open) > 0) refuse()
 }
 
-# The name of the draws that a formula means: blanks are dropped; the rows of G, R and correlations may stand in either
+# The name of the draws that a formula means: blanks are dropped; the rows of G, R and correlations may be in either
 # order, those of G by their full names ("bwt.animal") or by the trait.
 known_name <- function(m, word, known) {
   word <- gsub("[ \t\r\n]", "", word)

@@ -3,15 +3,15 @@
 statistics_glossary <- c(
   "mean, median, SD" = "of the posterior distribution, over the draws of all chains",
   "95 % HPD" = "the shortest interval that holds 95 % of the draws (highest posterior density)",
-  "bulk ESS, tail ESS" = "how many independent draws would tell the centre and the 5 % tails as well; 400 are wanted",
-  "R-hat" = paste("rank-normalised split R-hat: how much the chains differ beyond what they vary within;",
-    "1.01 at most is wanted"),
+  "bulk ESS, tail ESS" = "how many independent draws would estimate centre and 5 % tails as precisely; 400 are needed",
+  "R-hat" = paste("rank-normalised split R-hat: how much the chains differ beyond the variation within them;",
+    "it should be at most 1.01"),
   "MCSE" = "Monte Carlo standard error: how far the posterior mean may be off because the chains are finite",
   "draws" = "samples in which the name exists, over all chains",
   "accuracy" = "correlation of true and predicted effect: sqrt(1 - SD^2 / ((1 + F) s2)), s2 the variance of the effect",
   "F" = "coefficient of inbreeding",
-  "DIC, pD" = "deviance information criterion and effective number of parameters, each trait for itself",
-  "sample, round" = "the chain goes on round by round; every so many rounds are a sample")
+  "DIC, pD" = "deviance information criterion and effective number of parameters, for each trait",
+  "sample, round" = "the chain runs round by round; the last round of every interval is a sample")
 
 name_kinds <- c(
   "^G\\[" = "(co)variance of a random factor: factor, row, row",
@@ -20,7 +20,7 @@ name_kinds <- c(
   "^threshold\\[" = "threshold of the liability above an ordered category: trait, number",
   "^threshold\\.unit\\[" = "threshold where the residual variance of the liability is 1",
   "^pi\\[" = "share of the records in the second component of a mixture, or of positive ones in a sequence",
-  "^VP\\[" = "phenotypic variance: the sum that stands with it",
+  "^VP\\[" = "phenotypic variance: the sum shown with it",
   "^dimension\\[" = "number of rows of a factor that are in the model")
 
 # Data frame (name, meaning): the statistics, then every name of the tables.

@@ -1,8 +1,7 @@
 # Segments of a chain become one chain, chains become one array of draws.
 
-# list(number, round, values, models, lik, segments): rounds numbered through, nothing dropped but what `burnin` asks
-# for.
-# segments: data frame (chain, segment, path, samples, first, last, state).
+# list(number, round, values, models, lik, segments): rounds numbered through, nothing dropped but what `burnin`
+# asks for. segments: data frame (chain, segment, path, samples, first, last, state).
 join_segments <- function(m, chain, burnin, remarks) {
   parts <- list()
   rows <- list()
@@ -33,7 +32,7 @@ segment_row <- function(number, s, round, state) {
 
 remark_on_segment <- function(number, s, n, state, remarks) {
   where <- paste0("chain ", number, ", segment ", s$number)
-  solver <- !is.na(s$directives$analysis) && s$directives$analysis < 1
+  solver <- solves(s$directives$analysis)
   if (!s$counts) remarks$add(where, " only ended a burn-in and holds no samples")
   else if (n == 0 && !solver) remarks$add(where, " has no samples (stopped in its burn-in, or not begun)")
   else if (n > 0 && state != "finished")
@@ -41,7 +40,7 @@ remark_on_segment <- function(number, s, n, state, remarks) {
 }
 
 # What is added to the rounds of a segment: the record of zeph-chains, or, without one, what makes a round number that
-# comes again go on by one interval.
+# comes again continue by one interval.
 shift_of <- function(s, round, before) {
   if (!is.na(s$shift)) return(s$shift)
   if (round[1] > before) 0 else before - round[1] + s$interval

@@ -1,8 +1,8 @@
-# The model of a work directory as MODINF tells it: sizes, traits, fixed part, factors, residual, equations.
+# The model of a work directory as MODINF describes it: sizes, traits, fixed part, factors, residual, equations.
 
 # Steps through the records of MODINF; next_record() gives the items of the next one.
 modinf_walk <- function(path) {
-  if (!file.exists(path)) stop_report(dirname(path), " is no work directory of ZEPH: it has no MODINF")
+  if (!file.exists(path)) stop_report(dirname(path), " is not a work directory of ZEPH: it has no MODINF")
   records <- read_records(path)
   at <- 0L
   list(next_record = function() {
@@ -68,7 +68,7 @@ modinf_trait <- function(w) {
   t$weighted <- r$i4() != 0L
   r$skip(8 + 4)
   t$mixture <- r$l4()
-  t$indicator <- r$i4() # of a mixed trait: the trait that tells the component
+  t$indicator <- r$i4() # of a mixed trait: the trait that gives the component
   n_abs <- w$next_record()$i4()
   r <- w$next_record()
   n_ef <- r$i4()

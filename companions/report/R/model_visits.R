@@ -22,10 +22,9 @@ model_visits <- function(m, chains, moving = FALSE) {
 }
 
 # Models of an enumeration, each with a chain of its own: data frame (chain, model, samples) from lpm; NULL otherwise.
-# The
-# likelihoods of that file are no measure of fit and are left out.
+# The likelihoods of that file do not measure fit and are left out.
 enumerated_models <- function(m, place) {
-  if (!analysis_of(place) %in% 5) return(NULL)
+  if (!has_chain_for_each_model(analysis_of(place))) return(NULL)
   rows <- lapply(place$chains, function(chain) {
     lpm <- read_free_rows(file.path(chain$segments[[1]]$path, "lpm"), m$nramat + 5L)
     if (NROW(lpm) == 0) return(NULL)
@@ -60,7 +59,7 @@ dimension_draws <- function(m, chains, used, n) {
 }
 
 # Moves proposed and accepted, from zeinfo: the lines of a round that end in T or F. Data frame (chain, from, to,
-# proposed, accepted); the rounds of the burn-in do not stand in the file.
+# proposed, accepted); the rounds of the burn-in are not in the file.
 read_moves <- function(m, place) {
   rows <- list()
   width <- 2L * (m$nramat + 1L) + 7L

@@ -2,7 +2,7 @@
 
 # The model as the report uses it. Adds to read_modinf():
 #   title, labelled, names (names.json or NULL)
-#   trait_names (nt), trait_kinds (words)
+#   trait_names (nt), kinds (data frame, a row a trait: see trait_kinds.R)
 #   factors: list of list(number, name, structure, levels, order, rows, contributions, prior, start), rows a data frame
 #     (row, name, label, trait, basis, covariable, degree, columns)
 #   groups: codes of the residual groups as text; several: whether names of R carry them
@@ -15,16 +15,12 @@ read_model <- function(directory) {
   m$labelled <- !is.null(m$names)
   m$title <- if (m$labelled && nzchar(m$names$title)) m$names$title else basename(normalizePath(directory))
   m$trait_names <- trait_names_of(m)
-  m$trait_kinds <- kind_words[as.character(vapply(m$traits, function(t) t$kind, 1L))]
+  m$kinds <- kinds_of_traits(m)
   m$groups <- group_names_of(m)
   m$several_groups <- length(m$groups) > 1
   m$factors <- lapply(seq_len(m$nramat), function(k) factor_of(m, k))
   m
 }
-
-kind_words <- c("1" = "gaussian", "2" = "censored", "3" = "ordered", "4" = "binary", "5" = "indicator",
-  "7" = "sequence",
-                "8" = "cured")
 
 # names.json of another model must not name this one.
 names_fit <- function(m) {

@@ -1,19 +1,17 @@
 # Categorical traits on other scales than that of the chain.
 #
 # The chain fixes the first inner threshold of an ordered trait at 0 and the last at 1. With the residual variance at 1
-# instead, variances are divided by R and thresholds by its root: the names end in ".unit". On the observed scale, where
-# a
-# category counts as its number, h2 is that of the liability times (sum of the normal densities at the thresholds)^2
-# over
+# instead, variances are divided by R and thresholds by its root: the names end in ".unit". On the observed scale,
+# where a category counts as its number, h2 is that of the liability times (sum of the normal densities at the
+# thresholds)^2 over
 # the variance of the scores (Dempster and Lerner 1950 for two categories, Gianola 1979 for more); densities and
-# variance
-# are those of the frequencies in the data. It is called h2.observed.
+# variance are those of the frequencies in the data. It is called h2.observed.
 
 add_other_scales <- function(m, data, add) {
-  for (t in which(m$trait_kinds %in% c("ordered", "binary"))) {
+  for (t in drawn_by(m, "liabilities")) {
     name <- m$trait_names[t]
     for (g in seq_along(m$groups)) {
-      if (m$trait_kinds[t] == "ordered") add_unit_scale(m, data, t, g, add)
+      if (m$kinds$thresholds[t]) add_unit_scale(m, data, t, g, add)
       factor <- observed_factor(category_shares(m, data, t))
       h2 <- paste0("h2[", if (m$several_groups) paste0(m$groups[g], ","), name, "]")
       if (is.finite(factor) && has_h2(m, data, t))

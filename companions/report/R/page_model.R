@@ -8,7 +8,7 @@ verdict_section <- function(r) {
   left_out <- if (r$burnin > 0)
     sentence("The first ", count_of(r$burnin, "sampling round"),
       " of each chain are left out (--burnin); the means of ",
-             "solutions still hold them.")
+             "solutions still include them.")
   section("verdict", "Verdict", box, paragraphs(r$remarks), left_out)
 }
 
@@ -20,7 +20,7 @@ model_section <- function(r) {
 model_table <- function(m) {
   rows <- c("title" = m$title,
             "records in use" = whole_number(m$nobs),
-            "traits" = paste0(m$trait_names, " (", m$trait_kinds, ")", collapse = ", "),
+            "traits" = paste0(m$trait_names, " (", m$kinds$word, ")", collapse = ", "),
             "fixed effects" = paste(vapply(seq_len(m$nt), function(t) fixed_in_words(m, t), ""), collapse = "; "),
             "random factors" = paste(vapply(m$factors, factor_in_words, ""), collapse = "; "),
             "residual" = residual_in_words(m),
@@ -47,13 +47,13 @@ fixed_in_words <- function(m, t) {
   paste0(m$trait_names[t], ": ", paste(unique(effects), collapse = ", "))
 }
 
-# Degrees of freedom of the priors stand in the directive file, a row for each factor and the residual.
+# Degrees of freedom of the priors are in the directive file, a row for each factor and the residual.
 prior_block <- function(r) {
   prior <- r$place$chains[[1]]$segments[[1]]$directives$prior
   names <- c(vapply(r$model$factors, function(f) f$name, ""), "residual")
   orders <- c(vapply(r$model$factors, function(f) f$order, 1L), r$model$nt)
   if (length(prior) < length(names)) return(NULL)
-  given <- isTRUE(analysis_of(r$place) < 3)
+  given <- takes_given_matrices(analysis_of(r$place))
   one <- function(k) {
     if (given) return("none: given, not sampled")
     df <- prior[[k]][2]

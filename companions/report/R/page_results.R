@@ -6,7 +6,7 @@ fixed_rows <- 100L  # of fixed effects
 # ---- (co)variances and what is derived from them
 
 variance_section <- function(r) {
-  title <- "(Co)variances and what follows from them"
+  title <- "(Co)variances and derived quantities"
   if (nrow(r$table) == 0) return(section("variances", title, tags$p("No samples of (co)variances: they were given.")))
   alive <- r$table[!r$table$name %in% r$fixed_names, ]
   fixed <- r$table[r$table$name %in% r$fixed_names, ]
@@ -15,7 +15,7 @@ variance_section <- function(r) {
   derived <- alive$name %in% r$formulas$name & !asked
   block <- function(rows, head) if (any(rows)) titled(head, summary_block(alive[rows, ]))
   absent <- if (anyNA(r$draws))
-    tags$p("What a model leaves out is summed up over the draws of the models that have it (column draws).")
+    tags$p("What some model leaves out is summarised over the draws of the models with it (column draws).")
   section("variances", title, block(asked, "Asked for"), block(!derived & !asked & !dimension, "Sampled"),
           block(derived, "Derived on each draw"), formula_block(r),
           if (nrow(fixed) > 0) sentence("The same in every draw: ", fixed_values(fixed), "."), absent, curve_block(r))
@@ -37,10 +37,10 @@ curve_block <- function(r) {
 
 picture_section <- function(r) {
   names <- pictured_names(r$table, r$asked)
-  if (length(names) == 0) return(section("pictures", "Pictures", tags$p("No draws to draw.")))
+  if (length(names) == 0) return(section("pictures", "Pictures", tags$p("No draws to plot.")))
   left <- sum(is.finite(r$table$ess_bulk)) - length(names)
   rest <- if (left > 0)
-    paste0(" Shown are ", length(names), " names, those asked for and the worst first; --csv has the draws of all.")
+    paste0(" ", length(names), " names are shown, those asked for and the worst first; --csv has the draws of all.")
   told <- sentence("Drag in a trace to zoom, double click to go back.", rest)
   one <- function(name) pictures_of_name(r$draws, name, r$joined$used, r$joined$rounds)
   section("pictures", "Pictures", told, lapply(names, one))
@@ -88,13 +88,15 @@ factor_block <- function(name, effects) {
 
 fit_section <- function(r) {
   no_measure <- sentence("The rows of the listings called Log Marginal Likelihood, Var and Average, like the file py, ",
-                         "leave out the logarithm of the residual scale: they are no measure of fit, and no Bayes ",
-                         "factor is made from them.")
+                         "leave out the logarithm of the residual scale: they do not measure fit, and no Bayes ",
+                         "factor is computed from them.")
   d <- r$pooled_dic
   if (is.null(d)) {
     type <- analysis_of(r$place)
-    none <- if (isTRUE(type >= 5)) "ZEPH sums up no deviance in analyses over models: their listings hold no DIC."
-            else if (isTRUE(type < 3)) "ZEPH tells DIC only where (co)variances are sampled; here they were given."
+    none <- if (has_several_models(type))
+              "ZEPH computes no deviance in analyses over models: their listings have no DIC."
+            else if (takes_given_matrices(type))
+              "ZEPH reports DIC only where (co)variances are sampled; here they were given."
             else "No listing with DIC was found (listing.txt of each run)."
     return(section("dic", "DIC per trait", tags$p(none), no_measure))
   }
@@ -141,9 +143,9 @@ threshold_block <- function(r) {
 
 # A move up draws new solutions blind to the data, so that with many levels none is taken.
 no_support <- paste(
-  "The share of samples is the time that the chains spent there, and no measure of what the data support:",
-  "beyond some tens of levels a chain stays where it is whatever the truth, and with a flat prior a change of unit",
-  "turns the shares around.")
+  "The share of samples is the time that the chains spent there, not a measure of what the data support:",
+  "beyond some tens of levels a chain stays where it is whatever the truth, and with a flat prior a change of units",
+  "reverses the shares.")
 
 words_of_columns <- function(table) gsub("_", " ", names(table), fixed = TRUE)
 

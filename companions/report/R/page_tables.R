@@ -1,7 +1,7 @@
 # HTML pieces of the page: tables, paragraphs, sections.
 
 # A data frame as a table that scrolls sideways on its own when the window is narrow. Numbers get `digits` significant
-# digits and stand to the right, as does the column rhat.
+# digits and are aligned right, as is the column rhat.
 html_table <- function(x, head = names(x), digits = 4, class = "numbers") {
   as_text <- function(column) {
     if (is.numeric(column)) return(vapply(column, cell_number, "", digits = digits))
@@ -15,7 +15,7 @@ html_table <- function(x, head = names(x), digits = 4, class = "numbers") {
   tags$div(class = "scroll", tags$table(class = class, tags$thead(heads), tags$tbody(lapply(seq_len(nrow(x)), row))))
 }
 
-delayedAssign("tags", htmltools::tags) # a missing package is told by need_packages
+delayedAssign("tags", htmltools::tags) # a missing package is reported by need_packages
 
 # A table of words: columns and their heads.
 word_table <- function(..., head) html_table(data.frame(...), head, class = "words")

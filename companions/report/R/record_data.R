@@ -1,8 +1,7 @@
 # The records of the data as the model holds them.
 
 # list(levels (integer matrix, a record a row), values (double matrix), present (logical, record x trait)); NULL when
-# the
-# files are not there.
+# the files are not there.
 read_records_of_data <- function(m) {
   integers <- file.path(m$directory, "RCDATA_I")
   reals <- file.path(m$directory, "RCDATA_R")

@@ -62,14 +62,14 @@ add_draws <- function(r, data, remarks) {
   draws <- r$joined$draws
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, derived, NULL)
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, asked, remarks)
-  visits <- model_visits(m, r$chains, isTRUE(analysis_of(r$place) >= 6))
+  visits <- model_visits(m, r$chains, moves_between_models(analysis_of(r$place)))
   if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, r$chains, r$joined$used, r$joined$length))
   if (dim(draws)[1] > 0) draws <- draws[, , !apply(is.na(draws), 3, all), drop = FALSE]
   asked$what <- rep("asked for in [derive]", nrow(asked))
   c(r, list(draws = draws, formulas = rbind(derived, asked), visits = visits, curves = curves_of(m, data, draws)))
 }
 
-# The table of all names, those that are fixed, those whose errors the verdict tells, and the verdict.
+# The table of all names, those that are fixed, those whose errors the verdict reports, and the verdict.
 add_judgement <- function(r) {
   table <- summarise_names(r$draws)
   asked <- c(intersect(asked_formulas(r$model)$name, table$name), grep("^(h2|rg)\\[", table$name, value = TRUE))
@@ -109,8 +109,7 @@ solution_tables <- function(m, place, solutions, table, joined) {
 }
 
 # Variances of all rows of the factors by name: posterior means, NA for a row that some model leaves out; the start
-# values
-# where no matrices were sampled.
+# values where no matrices were sampled.
 variances_of_rows <- function(m, table, n_draws) {
   out <- numeric(0)
   given <- !any(startsWith(table$name, "G["))
@@ -123,7 +122,7 @@ variances_of_rows <- function(m, table, n_draws) {
   out
 }
 
-# Prints the verdict, writes the exports and the page. Exports of draws that are not there are told at the end.
+# Prints the verdict, writes the exports and the page. Exports of draws that are not there are reported at the end.
 write_report <- function(report, arguments, home) {
   print_verdict(report)
   draws <- report$draws

@@ -44,8 +44,8 @@ read_segment <- function(m, path, analysis) {
   fit <- read_free_rows(file.path(path, "py"), m$nramat + 3L)
   n_matrices <- m$nramat + length(m$groups)
   parts <- list()
-  if (is.na(analysis) || analysis >= 3) parts$matrices <- matrix_samples(m, path, n_matrices)
-  if (analysis %in% 5) parts$matrices <- last_model(parts$matrices)
+  if (is.na(analysis) || samples_matrices(analysis)) parts$matrices <- matrix_samples(m, path, n_matrices)
+  if (has_chain_for_each_model(analysis)) parts$matrices <- last_model(parts$matrices)
   parts$mixtures <- mixture_samples(m, path)
   parts$thresholds <- threshold_samples(m, path)
   parts <- Filter(Negate(is.null), parts)
@@ -102,19 +102,18 @@ mixture_samples <- function(m, path) {
 
 # Data frame (trait, name): the traits that carry a mixture or a sequence, and what their proportion is called.
 mixture_places <- function(m) {
-  kind <- vapply(m$traits, function(t) t$kind, 1L)
   mixed <- vapply(m$traits, function(t) t$mixture, TRUE)
   indicator <- vapply(m$traits, function(t) t$indicator, 1L)
-  trait <- which(mixed | kind %in% c(7L, 8L))
-  if (!any(kind %in% c(5L, 7L, 8L))) trait <- integer(0)
+  trait <- sort(union(which(mixed), drawn_by(m, "sequences")))
+  if (length(drawn_by(m, c("mixtures", "sequences"))) == 0) trait <- integer(0)
   known <- mixed[trait] & indicator[trait] >= 1L & indicator[trait] <= m$nt
   data.frame(trait = trait, name = m$trait_names[ifelse(known, indicator[trait], trait)])
 }
 
-# Thresholds. Every row names the first ordered trait: the traits are told by the order of the rows, a new one beginning
-# with threshold 1.
+# Thresholds. Every row names the first ordered trait: the order of the rows separates the traits, each of which
+# begins with threshold 1.
 threshold_samples <- function(m, path) {
-  ordered <- which(vapply(m$traits, function(t) t$kind, 1L) == 3L)
+  ordered <- with_thresholds(m)
   if (length(ordered) == 0) return(NULL)
   rows <- read_free_rows(file.path(path, "threshold"), 4L)
   if (is.null(rows) || nrow(rows) == 0) return(NULL)

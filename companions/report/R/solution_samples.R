@@ -16,9 +16,8 @@ read_solution_samples <- function(path, selector, wanted) {
   if (selector == -1) samples_of_all(file, neq, wanted) else samples_of_list(file, wanted)
 }
 
-# Calls take(block) for blocks of whole records of `size` bytes as raw matrices, a record a column, frames cut off; ends
-# at
-# the first record that is cut or of another length.
+# Calls take(block) for blocks of whole records of `size` bytes as raw matrices, a record a column, frames cut off;
+# ends at the first record that is cut or of another length.
 each_block <- function(file, size, take) {
   frame <- writeBin(as.integer(size), raw(), endian = "little")
   at_once <- max(1, block_bytes %/% (size + 8))
@@ -65,8 +64,7 @@ samples_of_list <- function(file, wanted) {
 }
 
 # Draws of the solutions of `equations` (up to `most`), of those that were kept, as draw x chain x equation over the
-# joined
-# chains, the last `lengths_kept` of each; NULL when no samples were kept.
+# joined chains, the last `lengths_kept` of each; NULL when no samples were kept.
 solution_draws <- function(m, place, equations, lengths_kept, most = 200L) {
   if (m$n_sol_cv == 0 || length(equations) == 0) return(NULL)
   equations <- utils::head(equations, most)

@@ -14,7 +14,7 @@ read_gibsol_text <- function(lines) {
              records = whole(24, 35), level = whole(36, 47), value = real(48, 67), sd = real(68, 87))
 }
 
-# Equation numbers of the rows, from the offsets of the model. The rows of a level stand in the order of its equations.
+# Equation numbers of the rows, from the offsets of the model. The rows of a level are in the order of its equations.
 equations_of <- function(m, rows) {
   out <- integer(nrow(rows))
   one <- rows$kind == 1

@@ -2,10 +2,9 @@
 #
 # A record's value of trait t is the sum over the contributions c of t of z(c) u(row(c), level(c)), plus the residual.
 # Its variance is the sum over pairs of contributions of one factor of z(c) z(d) A(level(c), level(d)) G(row(c),
-# row(d)),
-# plus R(t,t). A is 1 for one level, 1/2 for parent and offspring, and left out otherwise (inbreeding not counted); the
-# coefficients are averages over the records that have both levels. With direct and maternal effects this is
-# G(d,d) + G(d,m) + G(m,m) + R (Willham 1972).
+# row(d)), plus R(t,t). A is 1 for one level, 1/2 for parent and offspring, and left out otherwise (inbreeding not
+# counted); the coefficients are averages over the records that have both levels. With direct and maternal effects this
+# is G(d,d) + G(d,m) + G(m,m) + R (Willham 1972).
 
 # Data frame (factor, row, other, weight) of the elements of Cov(t, u) over all factors, row <= other; the weight of an
 # element off the diagonal holds both its places. NULL when a trait has regressions on covariables among its random

@@ -7,7 +7,7 @@ enough_rhat <- 1.01
 enough_ess <- 400
 
 # list(good, lines (sentences), worst_rhat, worst_ess, more (rounds per chain that are missing, 0 when good), command).
-# asked: names whose Monte Carlo errors are told.
+# asked: names whose Monte Carlo errors are reported.
 verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
   none <- function(...) list(good = NA, lines = c(...), more = 0, command = NULL)
   if (n_draws == 0) return(none(nothing_to_judge(place, 0)))
@@ -25,17 +25,19 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
              else paste0("Largest R-hat ", formatC(r$rhat, digits = 3, format = "f"), " (", r$name, "); ")
   worst <- paste0(largest, "smallest effective sample size ", round(e$ess), " (", e$name, ").")
   single <- if (n_chains == 1) "One chain only: R-hat compares its halves, which can't show that chains disagree."
-  last <- if (isTRUE(analysis_of(place) == 5)) "Each model has a chain of its own; judged is that of the last one."
+  last <- if (has_chain_for_each_model(analysis_of(place)))
+    "Each model has a chain of its own; the verdict is on the last one."
   list(good = good, lines = c(size, worst, error_lines(table, asked), single, last), worst_rhat = r, worst_ess = e,
     more = more,
        command = if (good) NULL else command_for(place, model, more))
 }
 
 nothing_to_judge <- function(place, n_draws) {
-  if (n_draws > 0 && analysis_of(place) %in% 3:6)
-    return("Too few samples to judge the chains by: let them run on.")
-  if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing to judge chains by.")
-  if (analysis_of(place) %in% 0:1) return("Solutions of the equations with given (co)variances; no chain was run.")
+  if (n_draws > 0 && samples_matrices(analysis_of(place)))
+    return("Too few samples to judge the chains: let them run longer.")
+  if (n_draws > 0) return("The (co)variances were given, not sampled: there is nothing by which to judge the chains.")
+  if (gives_solutions_only(analysis_of(place)))
+    return("Solutions of the equations with given (co)variances; no chain was run.")
   "There are no samples."
 }
 
@@ -61,12 +63,12 @@ number_text <- function(x, digits = 4) {
 }
 
 # What to type for more rounds. Chains with ordered traits, and those over models, can't be continued: they are run
-# anew.
+# again from scratch.
 command_for <- function(place, model, more) {
   rounds <- format(more, scientific = FALSE, trim = TRUE)
   asked <- paste(rounds, "more rounds in [run] of the description)")
   if (!place$study) return(paste("zeph-chains run", place$shown, "--chains 4    (with", asked))
-  if ("ordered" %in% model$trait_kinds || isTRUE(analysis_of(place) >= 5))
+  if (length(with_thresholds(model)) > 0 || has_several_models(analysis_of(place)))
     return(paste("zeph-chains run WORK --into NEW    (such chains can't be continued: ask for", asked))
   paste("zeph-chains continue", place$shown, "--rounds", rounds)
 }

@@ -92,7 +92,7 @@ void describe_cure_record(const model_records& model, const design_store& design
     values.fitted(t) = static_cast<double>(design.CURE_YHAT(t, i));
     values.res(t) = y - values.fitted(t);
     // as in take_record: nothing is imputed in type 0
-    if (asked.analysis_type <= 0 && !trait_present(design.ISIT_M(irec), t, nt))
+    if (solves(asked.analysis_type) && !trait_present(design.ISIT_M(irec), t, nt))
       values.res(t) = values.fitted(t) = 0.0;
   }
   std::int64_t c = 0;

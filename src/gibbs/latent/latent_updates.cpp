@@ -2,6 +2,7 @@
 
 #include "gibbs/latent/cure_sequences.h"
 #include "gibbs/scan/scan_records.h"
+#include "input/trait_kinds.h"
 #include "samples/sample_files.h"
 
 #include <algorithm>
@@ -136,37 +137,36 @@ void samp_thresholds(const design_store& design, category_store& categories, com
 }
 
 bool has_latent_traits(const model_records& m, const directives& asked) {
-  for (const std::int32_t kind :
-       {trait_categorical, trait_liability, trait_sequence, trait_cured, trait_mixture})
-    if (m.has_type(kind)) return true;
-  return m.has_type(trait_censored) && !scans_in_two_stages(asked);
+  for (const value_pass pass : {value_pass::liabilities, value_pass::sequences, value_pass::mixtures})
+    if (has_pass(m, pass)) return true;
+  return has_pass(m, value_pass::bounds) && !scans_in_two_stages(asked);
 }
 
 void update_latent_variables(scan_records& r, const directives& asked, const round_state& state,
                              sample_files& files) {
   const model_records& m = r.model;
-  const bool ordered = m.has_type(trait_categorical), binary = m.has_type(trait_liability);
-  const bool sequence = m.has_type(trait_sequence) || m.has_type(trait_cured);
+  const bool liabilities = has_pass(m, value_pass::liabilities), mixture = has_pass(m, value_pass::mixtures);
+  const bool sequence = has_pass(m, value_pass::sequences);
   // kept: the form with covariables made from solutions leaves thresholds and censored values as they are
   const bool two_stages = scans_in_two_stages(asked);
   // in this order: liabilities, thresholds from them, sequences, mixtures, censored values; all from the
   // combined source
   if (asked.sampler.exact) {
     sweep_latent_values(r, asked, state);
-    if (ordered) {
+    if (m.has_type(trait_categorical)) {
       draw_thresholds(r.design, r.categories, r.sources.combined);
       keep_thresholds(r.categories, r.report, asked, state, files);
     }
   } else {
     prepare_conditionals(r.model, r.sampler, r.work.latent);
-    if ((ordered || binary) && !sequence) bddrmc_cat(r, asked);
-    if (ordered && !two_stages)
+    if (liabilities && !sequence) bddrmc_cat(r, asked);
+    if (m.has_type(trait_categorical) && !two_stages)
       samp_thresholds(r.design, r.categories, r.sources.combined, r.report, asked, state, files);
     if (sequence) bddrmc_cure(r, asked, state);
-    if (m.has_type(trait_mixture)) bddrmc_mix(r, asked, state);
-    if (m.has_type(trait_censored) && !two_stages) bddrmc_cens(r, asked);
+    if (mixture) bddrmc_mix(r, asked, state);
+    if (has_pass(m, value_pass::bounds) && !two_stages) bddrmc_cens(r, asked);
   }
-  if (!sequence && !m.has_type(trait_mixture)) return;
+  if (!sequence && !mixture) return;
   if (!takes_sample(asked, state)) return;
   write_mix_pi(files, state, r.mixtures.mix_pi, r.report);
   for (std::int32_t t = 1; t <= m.nt; ++t) {

@@ -19,7 +19,7 @@ bool has_latent_traits(const model_records& m, const directives& asked);
 
 // Replaces the latent values of all records, by the types of traits in the model:
 // liabilities of types 3 and 4 (unless 7 or 8 is there too), thresholds, cure
-// sequences, mixtures, censored traits. In sample rounds of analysis types above 0
+// sequences, mixtures, censored traits. In sample rounds, unless the run solves,
 // the proportions of mixtures and sequences are summed and written to `mix_pi`.
 // The body has readied the records' values.
 void update_latent_variables(scan_records& r, const directives& asked, const round_state& state,

@@ -1,5 +1,6 @@
 #include "gibbs/matrices/constrained_wishart.h"
 
+#include "input/trait_kinds.h"
 #include "listing/stops.h"
 #include "numerics/cholesky_family.h"
 #include "numerics/gamma_draws.h"
@@ -161,28 +162,24 @@ void fill_lists(const model_records& m, const directives& asked, residual_lists&
   lists = {};
   for (std::int32_t j = 1; j <= m.nt; ++j) {
     const std::int32_t trait = trait_at(m.residual(), j);
-    if (trait != j && asked.analysis_type >= 3)
+    if (trait != j && samples_matrices(asked.analysis_type))
       illegal_input(report, "MODINF", "RMAT%TRAIT_NO", {m.nramat + 1, j}, std::to_string(trait),
                     "the position itself in the residual");
     // free variance, variance 1 with free correlations, variance 1 without correlations
-    switch (m.MODEL(j).TRAIT_TYPE) {
-    case trait_gaussian:
-    case trait_censored:
-    case trait_categorical:
+    switch (kind_of(m.MODEL(j)).variance) {
+    case residual_variance::free:
       lists.lc.push_back(j);
       break;
-    case trait_liability:
+    case residual_variance::unit:
       lists.cc.push_back(j);
       break;
-    case trait_mixture:
-    case trait_sequence:
-    case trait_cured:
+    case residual_variance::unit_uncorrelated:
       lists.ccu.push_back(j);
       break;
-    default:
-      if (asked.analysis_type >= 3)
+    case residual_variance::undefined:
+      if (samples_matrices(asked.analysis_type))
         illegal_input(report, "MODINF", "TRAIT_TYPE", {j}, std::to_string(m.MODEL(j).TRAIT_TYPE),
-                      "1, 2, 3, 4, 5, 7 or 8");
+                      legal_kinds());
     }
   }
   lists.C = lists.cc;

@@ -45,8 +45,8 @@ struct constrained_work {
   vec<double> d, scale_new;                       // cc
 };
 
-// Sorts the traits into the lists and takes the work areas. From analysis type 3
-// on a trait of a type that has no list is illegal input of MODINF (code 16).
+// Sorts the traits into the lists and takes the work areas. When matrices are
+// sampled, a trait of a type that has no list is illegal input of MODINF (code 16).
 void prepare_residual_draw(const model_records& m, const directives& asked, constrained_work& work,
                            matrix_draw_work& matrix_work, reporting& report);
 

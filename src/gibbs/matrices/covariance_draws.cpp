@@ -3,6 +3,7 @@
 #include "formats/free_format.h"
 #include "gibbs/matrices/constrained_wishart.h"
 #include "gibbs/scan/scan_records.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "numerics/cholesky_family.h"
@@ -22,12 +23,6 @@ constexpr std::int64_t last_printed_round = 3;
 
 bool printed(const directives& asked, const round_state& state) {
   return state.iround <= last_printed_round && asked.test_level >= 2;
-}
-
-bool has_related_sum(const structure_record& s) {
-  for (const std::string_view name : {"PED", "COR", "GREL", "DOM", "PGMIX"})
-    if (structure_is(s, name)) return true;
-  return false;
 }
 
 // sum of u_l u_l' over the levels, rows 1..p
@@ -262,8 +257,9 @@ void add_factor_squares(const model_records& model, const relationship_store& re
   const double* u = sampler.sol.data() + model.NBEGRA(k);
   // S = U'A^-1 U, U the levels' solutions in p columns; packed, lower triangle by rows
   double* sums = sampler.sscp.col(k);
-  const bool identity = structure_is(factor, "I");
-  if (!identity && !has_related_sum(factor)) {
+  const structure_kind kind = structure_of(factor);
+  const bool identity = kind == structure_kind::identity;
+  if (!identity && (kind == structure_kind::unknown || !row_of(kind).has_related_sum)) {
     say(report, "Unknown co-variance structure " + factor.CV_STRUCT);
     say(report, free_row().text("For random factor ").i(k).str());
     stop_run(report, exit_diagnosed);
@@ -276,7 +272,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
   } else if (identity) {
     identity_sum(u, model.NRALEV(k), factor.n_rc, p, sums);
   } else {
-    const bool reduced = structure_is(factor, "PED") && factor.L_RAM;
+    const bool reduced = kind == structure_kind::pedigree && factor.L_RAM;
     const relationship_rows& rows = reduced ? relations.ram_of(k) : relations.of(k);
     related_sum(u, rows, factor.n_rc, p, matrices.t.data(), sums);
   }

@@ -2,6 +2,8 @@
 
 #include "gibbs/residuals/residual_sums.h"
 #include "gibbs/scan/residual_body.h"
+#include "input/trait_kinds.h"
+#include "numerics/column_view.h"
 #include "numerics/normal_draws.h"
 #include "numerics/packed_matrix.h"
 
@@ -16,11 +18,13 @@ constexpr double far_out = 36.0; // normal_tail: density 0 beyond 37
 
 // Layout of conditional(:,mask+1,h): R_mo R_oo^-1 (missing x present, row by row, room for nt^2), then the
 // set-up of the draw of the missing traits: their number, means 0, the factor of R_mm - R_mo R_oo^-1 R_om.
-double* coefficients_of(residual_form& fast, std::int64_t mask, std::int32_t h) {
-  return &fast.conditional(1, mask + 1, h);
+column_view<double> coefficients_of(residual_form& fast, std::int64_t mask, std::int32_t h) {
+  return {&fast.conditional(1, mask + 1, h), fast.conditional.extent(1)};
 }
-double* setup_of(const model_records& model, residual_form& fast, std::int64_t mask, std::int32_t h) {
-  return coefficients_of(fast, mask, h) + std::int64_t{model.nt} * model.nt;
+column_view<double> setup_of(const model_records& model, residual_form& fast, std::int64_t mask,
+                             std::int32_t h) {
+  const std::int64_t before = std::int64_t{model.nt} * model.nt;
+  return coefficients_of(fast, mask, h).part(before, fast.conditional.extent(1) - before);
 }
 
 // R of group h swept on the present traits of the mask: the block of these holds R_oo^-1.
@@ -38,57 +42,59 @@ void prepare_conditional(const model_records& model, const sampler_store& sample
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
   sweep_present(sampler, draws, mask, h);
   const residual_conditional& given = draws.given;
-  double* coefficient = coefficients_of(fast, index, h);
+  const auto coefficients = coefficients_of(fast, index, h);
+  std::int64_t at = 0;
   for (std::int64_t i = 0; i < m; ++i) {
     // row t of R_mo R_oo^-1, and of R_mm - R_mo R_oo^-1 R_om
     const std::int32_t t = mask.missing[static_cast<std::size_t>(i)];
-    for (const std::int32_t u : mask.present) *coefficient++ = coefficient_given(given, t, u);
+    for (const std::int32_t u : mask.present) coefficients[at++] = coefficient_given(given, t, u);
     draws.mean(i + 1) = 0;
     for (std::int64_t j = 0; j < m; ++j)
       draws.covariance(1 + i + j * m) = covariance_given(given, t, mask.missing[static_cast<std::size_t>(j)]);
   }
   ranmar_setgmn(report, draws.mean.data(), draws.covariance.data(), m, static_cast<std::int32_t>(m),
-                setup_of(model, fast, index, h), draws.draw);
+                setup_of(model, fast, index, h).unchecked(), draws.draw);
   fast.prepared(index * sampler.G + h) = 1;
 }
 
 // res(missing) = conditional mean - L z, as sample_missing draws it.
 void draw_conditional(const model_records& model, const sampler_store& sampler, missing_draws& draws,
-                      residual_form& fast, reporting& report, std::int64_t index, std::int32_t h, double* res,
-                      const double* z) {
+                      residual_form& fast, reporting& report, std::int64_t index, std::int32_t h,
+                      column_view<double> res, column_view<const double> z) {
   if (fast.prepared(index * sampler.G + h) == 0)
     prepare_conditional(model, sampler, draws, fast, report, index, h);
   const mask_form& mask = fast.masks[static_cast<std::size_t>(index)];
   const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
-  const double* coefficient = coefficients_of(fast, index, h);
+  const auto coefficients = coefficients_of(fast, index, h);
   // the factor U (U'U the covariance) by rows: row j begins m - j elements after row j-1
-  const double* setup = setup_of(model, fast, index, h) + 1 + m;
+  const auto factor = setup_of(model, fast, index, h).part(1 + m, m * (m + 1) / 2);
+  std::int64_t at = 0;
   for (std::int64_t i = 0; i < m; ++i) { // x_i = mean_i - sum over j <= i of u_ji z_j
     double mean = 0;
-    for (const std::int32_t u : mask.present) mean += *coefficient++ * res[u - 1];
+    for (const std::int32_t u : mask.present) mean += coefficients[at++] * res(u);
     double x = 0;
-    const double* factor = setup + i;
+    std::int64_t element = i;
     for (std::int64_t j = 0; j <= i; ++j) {
-      x += *factor * z[j];
-      factor += m - j - 1;
+      x += factor[element] * z[j];
+      element += m - j - 1;
     }
     draws.x(i + 1) = mean - x;
   }
-  for (std::int64_t i = 0; i < m; ++i) res[mask.missing[static_cast<std::size_t>(i)] - 1] = draws.x(i + 1);
+  for (std::int64_t i = 0; i < m; ++i) res(mask.missing[static_cast<std::size_t>(i)]) = draws.x(i + 1);
 }
 
 // Y_M and E of the missing traits of record i (from 0) from their new residuals.
 void store_drawn(design_store& design, record_values& values, const mask_form& mask, std::int64_t i,
-                 const double* res) {
+                 column_view<const double> res) {
   for (const std::int32_t t : mask.missing)
-    store_observation(design, values, static_cast<std::int32_t>(i + 1), t, static_cast<float>(res[t - 1]));
+    store_observation(design, values, static_cast<std::int32_t>(i + 1), t, static_cast<float>(res(t)));
 }
 
 // Sums of a sample round: e by trait and record, e^2 by trait and group, e itself where residuals are kept.
 void keep_sampled(const model_records& model, design_store& design, sampler_store& sampler, std::int64_t i,
-                  std::int32_t h, const double* res) {
+                  std::int32_t h, column_view<const double> res) {
   for (std::int32_t t = 1; t <= model.nt; ++t) {
-    const double e = res[t - 1];
+    const double e = res(t);
     sampler.dic_ressum(t, i + 1) += e;
     sampler.dic_rrsum(t, h) += e * e;
     if (model.keeps_residuals()) design.ZEPH_RES(t, i + 1) = e;
@@ -107,16 +113,18 @@ template <int order>
 void take_records(scan_records& r, bool exact, bool weights, bool sampled, std::int64_t lo, std::int64_t hi) {
   residual_form& form = r.work.fast;
   const std::int32_t nt = order > 0 ? order : r.model.nt;
-  const double* E = form.E.data();
+  const column_view<const double> E = view_of(form.E);
   const std::int64_t nobs = r.design.nobs;
-  double* res = form.weighed.data();
-  double* largest = form.largest.data();
+  const auto res = view_of(form.weighed);
+  const auto largest = view_of(form.largest);
+  const column_view<const std::int32_t> mask_of = view_of(form.mask_of), group_of = view_of(r.design.IRESG_M);
   const std::int64_t packed = std::int64_t{nt} * (nt + 1) / 2;
   const std::int64_t masks = static_cast<std::int64_t>(form.masks.size());
-  const double* z = form.normals.data();
+  const column_view<const double> normals = view_of(form.normals);
+  std::int64_t taken = 0; // of them
   for (std::int64_t i = lo; i < hi; ++i) {
-    const std::int64_t index = form.mask_of.data()[i];
-    const std::int32_t h = r.design.IRESG_M.data()[i];
+    const std::int64_t index = mask_of[i];
+    const std::int32_t h = group_of[i];
     for (std::int32_t t = 0; t < nt; ++t) {
       // e weighted by w^1/2
       res[t] = E[i + t * nobs];
@@ -124,23 +132,25 @@ void take_records(scan_records& r, bool exact, bool weights, bool sampled, std::
       largest[t] = std::max(largest[t], std::fabs(res[t]));
     }
     // products(:,mask,h) += e e', packed: before the missing ones are drawn, in the exact sampler after it
-    double* product = form.products.data() + (index + (h - 1) * masks) * packed;
-    if (!exact) add_square(res, nt, product);
+    double* product = part_of(form.products, (index + (h - 1) * masks) * packed, packed).unchecked();
+    if (!exact) add_square(res.unchecked(), nt, product);
     const mask_form& mask = form.masks[static_cast<std::size_t>(index)];
     if (!mask.missing.empty()) {
       // z: the next normals of the block, one for each missing trait, traits ascending
-      draw_conditional(r.model, r.sampler, r.work.missing, r.work.fast, r.report, index, h, res, z);
-      z += mask.missing.size();
+      const std::int64_t m = static_cast<std::int64_t>(mask.missing.size());
+      draw_conditional(r.model, r.sampler, r.work.missing, r.work.fast, r.report, index, h, res,
+                       normals.part(taken, m));
+      taken += m;
       store_drawn(r.design, r.work.values, mask, i, res);
     }
-    if (exact) add_square(res, nt, product);
+    if (exact) add_square(res.unchecked(), nt, product);
     if (sampled) keep_sampled(r.model, r.design, r.sampler, i, h, res);
   }
 }
 
 // Records of one trait without weights, all present: their residuals' squares.
 void take_single(residual_form& form, std::int64_t lo, std::int64_t hi) {
-  const double* e = form.E.data();
+  const column_view<const double> e = col_of(form.E, 1);
   double largest = form.largest(1), sums[4] = {}; // four sums that do not wait for each other
   std::int64_t i = lo;
   for (; i + 4 <= hi; i += 4)
@@ -161,9 +171,8 @@ void take_single(residual_form& form, std::int64_t lo, std::int64_t hi) {
 void draw_normals(residual_form& fast, marsaglia_source& marsaglia, std::int64_t lo, std::int64_t hi) {
   std::int64_t n = 0;
   for (std::int64_t i = lo; i < hi; ++i)
-    n += static_cast<std::int64_t>(
-        fast.masks[static_cast<std::size_t>(fast.mask_of.data()[i])].missing.size());
-  if (n > 0) ranmar_snorms(marsaglia, fast.normals.data(), n);
+    n += static_cast<std::int64_t>(fast.masks[static_cast<std::size_t>(fast.mask_of(i + 1))].missing.size());
+  if (n > 0) ranmar_snorms(marsaglia, part_of(fast.normals, 0, n).unchecked(), n);
 }
 
 // sscp(:,nramat+h) += products of all masks of group h; pairs of LNCOV are left out where the matrix is
@@ -185,7 +194,8 @@ bool add_density(const sampler_store& sampler, missing_draws& draws, const resid
   const mask_form& mask = fast.masks[static_cast<std::size_t>(index)];
   sweep_present(sampler, draws, mask, h);
   const residual_conditional& swept = draws.given;
-  const double* S = &fast.products(1, index + 1, h);
+  const std::int64_t packed = fast.products.extent(1);
+  const column_view<const double> S(&fast.products(1, index + 1, h), packed);
   // tr(R_oo^-1 S_oo) over the records of the mask, and a bound of |z|: sum over t of |e_t| (R_oo^-1)_tt^1/2,
   // e_t the largest residual of the trait
   // record by record -log p would be the sum over t of z_t^2/2 + log(2 pi)/2, z_t the t-th residual given
@@ -196,7 +206,7 @@ bool add_density(const sampler_store& sampler, missing_draws& draws, const resid
     for (const std::int32_t u : mask.present) {
       const std::int32_t k = ihmij(t, u, 0);
       // tr(R_oo^-1 S_oo): P holds R_oo^-1 in the swept rows
-      quadratic += swept.P(k) * S[k - 1];
+      quadratic += swept.P(k) * S(k);
     }
     bound += std::sqrt(swept.P(ihmij(t, t, 0))) * fast.largest(t);
   }
@@ -233,9 +243,9 @@ void find_density(const equation_layout& layout, const design_store& design, con
 
 // True when neither observations nor coefficients change before the next round.
 bool residuals_stay(const model_records& model, const directives& asked) {
-  if (asked.analysis_type > 4) return false;
+  if (has_several_models(asked.analysis_type)) return false;
   for (std::int32_t t = 1; t <= model.nt; ++t)
-    if (model.MODEL(t).TRAIT_TYPE != trait_gaussian) return false;
+    if (kind_of(model.MODEL(t)).pass != value_pass::none) return false;
   return true;
 }
 
@@ -279,7 +289,7 @@ void fast_residual_pass(scan_records& r, const directives& asked, const round_st
       break;
     }
   }
-  if (asked.analysis_type > 1) add_products(r.model, r.sampler, r.work.fast, exact);
+  if (samples_solutions(asked.analysis_type)) add_products(r.model, r.sampler, r.work.fast, exact);
   find_density(r.layout, r.design, r.sampler, r.work.values, r.work.missing, r.work.fast, asked, lik);
   // all traits Gaussian, no moves between models: y and Z are the same in the next round
   form.valid_round = residuals_stay(r.model, asked) ? state.iround + 1 : -1;

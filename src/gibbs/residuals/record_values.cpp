@@ -1,11 +1,13 @@
 #include "gibbs/residuals/record_values.h"
 
+#include "numerics/column_view.h"
+
 namespace zeph {
 namespace {
 
 // With sampling every trait has a value in Y_M, observed or imputed; the solver has the observed ones only.
 bool imputed_or_present(const record_entries& x, std::int32_t irec, std::int32_t t, std::int32_t nt) {
-  return x.analysis_type > 0 || trait_present(x.design.ISIT_M(irec), t, nt);
+  return !solves(x.analysis_type) || trait_present(x.design.ISIT_M(irec), t, nt);
 }
 
 } // namespace
@@ -18,15 +20,15 @@ void allocate_record_values(const model_records& m, record_values& v, reporting&
 
 void read_record(const record_entries& x, record_values& v, std::int32_t irec) {
   const auto nt = static_cast<std::int32_t>(v.res.size());
-  const float* y = x.design.Y_M.col(irec);
+  const auto y = col_of(x.design.Y_M, irec);
   if (v.kept == nullptr) { // fitted = Z b
     v.fitted.fill(0.0);
     add_fitted(x, irec, v.fitted.data());
-    for (std::int32_t t = 1; t <= nt; ++t) v.res(t) = static_cast<double>(y[t - 1]) - v.fitted(t);
+    for (std::int32_t t = 1; t <= nt; ++t) v.res(t) = static_cast<double>(y(t)) - v.fitted(t);
   } else { // fitted = y - e
     for (std::int32_t t = 1; t <= nt; ++t) {
       v.res(t) = (*v.kept)(irec, t);
-      v.fitted(t) = static_cast<double>(y[t - 1]) - v.res(t);
+      v.fitted(t) = static_cast<double>(y(t)) - v.res(t);
     }
   }
   // missing in the solver: residual and fitted value 0, whatever Y_M holds
@@ -38,8 +40,8 @@ void take_record(const record_entries& x, record_values& v, std::int32_t irec) {
   read_record(x, v, irec);
   if (!v.weighted) return;
   // res(t) = w_t^1/2 e(t); the fitted values stay without weights
-  const float* root = x.design.WV_SQRT_M.col(irec);
-  for (double& res : v.res) res *= static_cast<double>(*root++);
+  const auto root = col_of(x.design.WV_SQRT_M, irec);
+  for (std::int64_t t = 1; t <= v.res.size(); ++t) v.res(t) *= static_cast<double>(root(t));
 }
 
 void store_coefficient(design_store& d, const record_entries& x, record_values& v, std::int32_t irec,

@@ -4,6 +4,7 @@
 // body has kept. Either way they agree to rounding.
 #pragma once
 
+#include "input/analysis.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
 
@@ -21,7 +22,7 @@ struct record_entries {
   const design_store& design;
   const equation_layout& layout;
   const vec<double>& sol;
-  std::int32_t analysis_type;
+  analysis analysis_type;
 };
 
 void allocate_record_values(const model_records& m, record_values& v, reporting& report);
@@ -30,10 +31,10 @@ inline void values_from_entries(record_values& v) { v.kept = nullptr; }
 inline void values_from_residuals(record_values& v, mat<double>& E) { v.kept = &E; }
 
 // True when entry e (1-based) of record irec takes part: its equation belongs to the current model
-// (and, above analysis type 0, its trait is set).
+// (and, unless the run solves, its trait is set).
 inline bool entry_active(const design_store& d, const equation_layout& layout, std::int32_t irec,
-                         std::int32_t e, std::int32_t analysis_type) {
-  if (analysis_type > 0 && d.XD2_M(e, irec) <= 0) return false;
+                         std::int32_t e, analysis analysis_type) {
+  if (!solves(analysis_type) && d.XD2_M(e, irec) <= 0) return false;
   return d.XD7_M(e, irec) == 0 || d.XD5_M(e, irec) <= layout.NGR(d.XD3_M(e, irec), 2);
 }
 inline bool entry_active(const record_entries& x, std::int32_t irec, std::int32_t e) {
@@ -51,8 +52,8 @@ template <class Float> void add_fitted(const record_entries& x, std::int32_t ire
   }
 }
 
-// v.fitted and v.res = y - fitted of record irec (1-based), without weights. At analysis type 0
-// and below both are 0 for a missing trait: nothing is imputed there.
+// v.fitted and v.res = y - fitted of record irec (1-based), without weights. In the solver
+// both are 0 for a missing trait: nothing is imputed there.
 void read_record(const record_entries& x, record_values& v, std::int32_t irec);
 
 // The same with the weights of the model: res(t) = (y - fitted) w^1/2.

@@ -117,11 +117,12 @@ void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& st
     take_record(entries, r.work.values, irec);
     const std::int32_t g = d.IRESG_M(irec);
     const bool exact = asked.sampler.exact; // sums of the residuals that the next round has
-    if (asked.analysis_type > 1 && !exact) add_products(r.model, r.sampler, r.work.values, g, false);
+    if (samples_solutions(asked.analysis_type) && !exact)
+      add_products(r.model, r.sampler, r.work.values, g, false);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
                    r.sampler.RCOV.slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);
-    if (asked.analysis_type > 1 && exact) add_products(r.model, r.sampler, r.work.values, g, true);
+    if (samples_solutions(asked.analysis_type) && exact) add_products(r.model, r.sampler, r.work.values, g, true);
     if (!sampled) continue;
     for (std::int32_t t = 1; t <= nt; ++t) {
       const double e = r.work.values.res(t);

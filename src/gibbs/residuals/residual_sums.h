@@ -51,7 +51,7 @@ void score_record(residual_conditional& conditional, const vec<double>& res, std
 void start_missing_traits(scan_records& r);
 
 // Residuals of all records with the present solutions; lik is their negative
-// log density. Above analysis type 1 their products go into sscp by residual
+// log density. When solutions are sampled, their products go into sscp by residual
 // group, pairs of LNCOV left out, before the missing residuals are drawn; these
 // go into Y_M as they are, without the fitted value. In sample rounds residuals and
 // their squares are summed by trait and kept for the sample files.

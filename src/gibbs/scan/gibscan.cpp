@@ -36,7 +36,7 @@ void write_position(reporting& report, const directives& asked, const round_stat
 void take_sample(scan_records& r, const directives& asked, const round_state& state, chain_counts& counts,
                  sample_files& files) {
   accumulate_solutions(r.model, r.layout, r.sampler, counts);
-  if (asked.analysis_type > 2) {
+  if (samples_matrices(asked.analysis_type)) {
     accumulate_covariances(r.model, r.sampler, state);
     write_gib_samples(r.model, r.sampler, state, files, r.report);
   }
@@ -52,7 +52,7 @@ void post_scan(const Body& body, scan_records& r, const directives& asked, const
                chain_counts& counts, sample_files& files) {
   r.sampler.sscp.fill(0.0);
   const bool sampled = takes_sample(asked, state);
-  if (asked.analysis_type > 0) {
+  if (!solves(asked.analysis_type)) {
     double lik = 0;
     body.residual_pass(r, asked, state, lik);
     if (asked.sampler.exact && sampled) {
@@ -61,7 +61,7 @@ void post_scan(const Body& body, scan_records& r, const directives& asked, const
     }
     if (sampled) write_py(files, state, lik, r.report);
   }
-  if (asked.analysis_type > 2) {
+  if (samples_matrices(asked.analysis_type)) {
     sscp_random(r.model, r.relations, r.sampler, r.work.matrices, r.work.fast, r.report, state);
     sample_covariances(r, asked, state);
   }
@@ -112,7 +112,7 @@ void GIBSCAN(scan_records& r, const directives& asked, round_state& state, chain
     round_with(residual_body(), r, asked, state, counts, sums, files);
   else
     round_with(record_pass(), r, asked, state, counts, sums, files);
-  if (asked.analysis_type == 0) judge_convergence(r.report, state, sums);
+  if (solves(asked.analysis_type)) judge_convergence(r.report, state, sums);
 }
 
 } // namespace zeph

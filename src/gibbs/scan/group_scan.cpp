@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/scan/scan_records.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/reporting.h"
 #include "listing/stops.h"
@@ -304,7 +305,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
                  scan_stage stage, std::int32_t g, solver_sums& sums) {
   const equation_group& group = r.layout.group(g);
   const bool random = group.kind == group_kind::random_factor;
-  const bool linked = random && !structure_is(r.model.RMAT(group.number), "I");
+  const bool linked = random && !is_identity(r.model.RMAT(group.number));
   const std::int32_t levels = r.layout.NGR(g, 1), n = r.layout.NGR(g, 2);
   const bool updated = state.gropd(g) != 0;
   if (n == 0) return;
@@ -317,7 +318,7 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
     if (linked) subtract_links(r.model, r.relations, r.sampler, r.work.levels, group.number, l, n);
   };
   // the solver; or a group that keeps its solutions, whose right-hand sides still lose the links
-  if (asked.analysis_type < 2 || !updated) {
+  if (!samples_solutions(asked.analysis_type) || !updated) {
     for (std::int32_t l = 1; l <= levels; ++l) {
       complete_rhs(l);
       if (updated) solve_level(r.layout, r.sampler, r.work.levels, r.report, state, stage, g, l, sums);

@@ -86,7 +86,7 @@ void restrict_solutions(sampler_store& s);
 void say_group_start(reporting& report, std::int32_t g);
 
 // The levels of group g in order: links, then the step that the analysis type
-// asks for (below 2 the solver, else a draw), unless the group is not to be
+// asks for (a draw when solutions are sampled, else the solver), unless the group is not to be
 // updated.
 void scan_levels(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
                  scan_stage stage, std::int32_t g, solver_sums& sums);

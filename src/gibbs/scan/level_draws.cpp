@@ -2,6 +2,8 @@
 
 #include "formats/free_format.h"
 #include "gibbs/scan/group_scan.h"
+#include "input/structures.h"
+#include "numerics/column_view.h"
 #include "numerics/normal_draws.h"
 
 #include <algorithm>
@@ -18,14 +20,14 @@ constexpr std::int64_t equations_near = 1 << 16; // solutions of fewer equations
 struct level_walk {
   std::int64_t levels = 0;
   std::int64_t stride = 0;
-  double *rhs = nullptr, *sol = nullptr; // level l at l stride
-  double* change = nullptr;              // the same; null: not wanted
+  column_view<double> rhs, sol; // level l at l stride
+  column_view<double> change;   // the same; none: not wanted
   const group_form* form = nullptr;
-  const link_form* links = nullptr;    // null: none
-  const double* diag = nullptr;        // of the relationship inverse; null: 1 throughout
-  const double* data_blocks = nullptr; // changing groups: D of level l at l packed_stride
+  const link_form* links = nullptr;      // null: none
+  column_view<const double> diag;        // of the relationship inverse; none: 1 throughout
+  column_view<const double> data_blocks; // changing groups: D of level l at l packed_stride
   std::int64_t packed_stride = 0;
-  const double* multipliers = nullptr;      // of the terms
+  column_view<const double> multipliers;    // of the terms
   const group_meetings* meetings = nullptr; // levels that meet in a record; null: none
   const design_store* design = nullptr;     // with them, for coefficients that move
   const sampler_store* sampler = nullptr;
@@ -49,7 +51,7 @@ constexpr int packed_of(int n) { return n * (n + 1) / 2; }
 template <int n>
 void sum_terms(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels]) {
   // a changing group: D of each level was summed over its records at the head of the round
-  if (w.data_blocks != nullptr) {
+  if (w.data_blocks) {
     for (int k = 0; k < packed_of(n); ++k)
       for (std::int64_t l = 0; l < count; ++l) block[k][l] = w.data_blocks[(from + l) * w.packed_stride + k];
     return;
@@ -59,23 +61,28 @@ void sum_terms(const level_walk& w, std::int64_t from, std::int64_t count, doubl
   for (int k = 0; k < packed_of(n); ++k) std::fill_n(block[k], count, 0.0);
   const std::vector<block_term>& terms = w.form->terms;
   for (std::size_t k = 0; k < terms.size() && terms[k].element < packed_of(n); ++k) {
-    const double m = w.multipliers[k];
-    const double* sums = w.form->sums.col(static_cast<std::int64_t>(k) + 1) + from;
+    const double m = w.multipliers[static_cast<std::int64_t>(k)];
+    const auto sums = col_of(w.form->sums, static_cast<std::int64_t>(k) + 1).part(from, count);
     double* to = block[terms[k].element];
     for (std::int64_t l = 0; l < count; ++l) to[l] += m * sums[l];
   }
 }
 
+// Diagonal elements of levels from..from+count-1; none where they are 1 throughout.
+column_view<const double> diag_of(const level_walk& w, std::int64_t from, std::int64_t count) {
+  return w.diag ? w.diag.part(from, count) : w.diag;
+}
+
 // block = L with L L' = block + G a(l,l), row by row, levels side by side; its diagonal is inverted,
-// so that the draws multiply. a null: 1. least: smallest pivot of each level, before its root.
+// so that the draws multiply. a without elements: 1. least: smallest pivot of each level, before its root.
 template <int n>
-void factor(const level_walk& w, const double* a, std::int64_t count, double (*block)[batch_levels],
-            double* least) {
+void factor(const level_walk& w, column_view<const double> a, std::int64_t count,
+            double (*block)[batch_levels], double* least) {
   if (w.random)
     for (int i = 0, k = 0; i < n; ++i)
       for (int j = 0; j <= i; ++j, ++k) {
         const double g = w.G[i][j];
-        if (a != nullptr)
+        if (a)
           for (std::int64_t l = 0; l < count; ++l) block[k][l] += g * a[l];
         else
           for (std::int64_t l = 0; l < count; ++l) block[k][l] += g;
@@ -106,7 +113,9 @@ void factor(const level_walk& w, const double* a, std::int64_t count, double (*b
 template <int n>
 void add_own(const level_walk& w, std::int64_t from, std::int64_t count, double (*block)[batch_levels],
              double (*x)[batch_levels]) {
-  const double *rhs = w.rhs + from * w.stride, *u = w.sol + from * w.stride;
+  const std::int64_t span = (count - 1) * w.stride + n; // of the batch, gaps between levels included
+  const column_view<const double> rhs = w.rhs.part(from * w.stride, span);
+  const column_view<const double> u = w.sol.part(from * w.stride, span);
   // D is symmetric and packed: element (i,j) is (max, min)
   for (int i = 0; i < n; ++i) {
     for (std::int64_t l = 0; l < count; ++l) x[i][l] = rhs[l * w.stride + i];
@@ -124,7 +133,7 @@ template <int n> int failed_row(const level_walk& w, std::int64_t level) {
   // factored from scratch for each order: the first diagonal element that is no number is the row
   for (int order = 1; order <= n; ++order) {
     sum_terms<n>(w, level, 1, b.L);
-    factor<n>(w, w.diag != nullptr ? w.diag + level : nullptr, 1, b.L, b.least);
+    factor<n>(w, diag_of(w, level, 1), 1, b.L, b.least);
     if (!std::isfinite(b.L[packed_of(order - 1) + order - 1][0])) return order;
   }
   return n;
@@ -142,14 +151,14 @@ template <int n> std::int64_t factor_classes(level_walk& w, group_form& form) {
     // the terms of classes are stored as those of levels: row c for class c
     sum_terms<n>(w, from, count, block);
     for (int k = 0; k < packed_of(n); ++k) std::copy_n(block[k], count, L[k]);
-    factor<n>(w, form.class_diag.data() + from, count, L, least);
+    factor<n>(w, part_of(form.class_diag, from, count), count, L, least);
     for (std::int64_t c = 0; c < count; ++c) {
-      double* to = form.class_data.data() + (from + c) * class_size<n>();
+      const auto to = part_of(form.class_data, (from + c) * class_size<n>(), class_size<n>());
       for (int k = 0; k < packed_of(n); ++k) {
         to[k] = block[k][c];
         to[packed_of(n) + k] = L[k][c];
       }
-      to[2 * packed_of(n)] = form.class_diag.data()[from + c];
+      to[2 * packed_of(n)] = form.class_diag(from + c + 1);
       // also true of a pivot that is no number
       if (!(least[c] > 0.0)) return from + c;
     }
@@ -158,8 +167,8 @@ template <int n> std::int64_t factor_classes(level_walk& w, group_form& form) {
 }
 
 void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
-  const std::int32_t* col = w.links->col.data();
-  for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(w.sol + col[node] * w.stride);
+  const auto col = view_of(w.links->col);
+  for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(&w.sol[col[node] * w.stride]);
 }
 
 // x(place) -= R^-1(t,t') z_i z_k change(k) for the levels before level l (from 0) that it meets in a record
@@ -196,29 +205,34 @@ template <int n, bool linked, bool classed, bool full, bool met>
 void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from, std::int64_t count,
                 std::int64_t& node, double* square) {
   const std::int64_t stride = full ? n : w.stride;
-  double *const sol = w.sol, *rhs = w.rhs + from * stride;
-  double* change = w.change != nullptr ? w.change + from * stride : nullptr;
-  const std::int32_t* classes = classed ? w.form->level_class.data() + from : nullptr;
-  const double* class_data = classed ? w.form->class_data.data() : nullptr;
-  const double* diag = w.diag != nullptr ? w.diag + from : nullptr;
-  const std::int32_t *before = nullptr, *after = nullptr, *col = nullptr;
-  const double* val = nullptr;
+  const std::int64_t span = (count - 1) * stride + n; // of the batch, gaps between levels included
+  const auto sol = w.sol, rhs_of_batch = w.rhs.part(from * stride, span);
+  const auto change = w.change ? w.change.part(from * stride, span) : w.change;
+  column_view<const std::int32_t> classes, before, after, col;
+  column_view<const double> class_data, val;
+  const auto diag = diag_of(w, from, count);
+  if constexpr (classed) {
+    classes = part_of(w.form->level_class, from, count);
+    class_data = view_of(w.form->class_data);
+  }
   if constexpr (linked) {
-    before = w.links->before.data() + from;
-    after = w.links->after.data() + from;
-    col = w.links->col.data() + node;
-    val = w.links->val.data() + node;
+    before = part_of(w.links->before, from, count);
+    after = part_of(w.links->after, from, count);
+    col = view_of(w.links->col);
+    val = view_of(w.links->val);
   }
   double G[n][n], sums[packed_of(n)]; // copies that no store through a pointer can change
   for (int i = 0; i < n; ++i)
     for (int j = 0; j < n; ++j) G[i][j] = w.G[i][j];
   for (int k = 0; k < packed_of(n); ++k) sums[k] = square[k];
   const double* z = b.z;
-  double* u = sol + from * stride;
-  for (std::int64_t l = 0; l < count; ++l, z += n, u += stride, rhs += stride) {
+  const auto sol_of_batch = sol.part(from * stride, span);
+  std::int64_t at = node;
+  for (std::int64_t l = 0; l < count; ++l, z += n) {
+    const auto rhs = rhs_of_batch.part(l * stride, n), u = sol_of_batch.part(l * stride, n);
     double x[n], L[packed_of(n)], earlier[n] = {}, a;
     if constexpr (classed) {
-      const double* data = class_data + classes[l] * class_size<n>();
+      const auto data = class_data.part(classes[l] * class_size<n>(), class_size<n>());
       for (int i = 0; i < n; ++i) x[i] = rhs[i];
       for (int i = 0; i < n; ++i) // x = RHS + D u
         for (int j = 0; j < n; ++j) x[i] += data[i > j ? packed_of(i) + j : packed_of(j) + i] * u[j];
@@ -227,16 +241,16 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
     } else {
       for (int i = 0; i < n; ++i) x[i] = b.x[i][l]; // RHS + D u, by add_own
       for (int k = 0; k < packed_of(n); ++k) L[k] = b.L[k][l];
-      a = diag != nullptr ? diag[l] : 1.0;
+      a = diag ? diag[l] : 1.0;
     }
     if constexpr (met) take_meetings<n>(w, from + l, x);
     if constexpr (linked) {
       double s[n] = {}; // s = sum over c < l of a(l,c) u(c), then over c > l too
-      for (const double* end = val + before[l]; val != end; ++val, ++col)
-        for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
+      for (const std::int64_t end = at + before[l]; at < end; ++at)
+        for (int j = 0; j < n; ++j) s[j] += val[at] * sol[col[at] * stride + j];
       for (int j = 0; j < n; ++j) earlier[j] = s[j];
-      for (const double* end = val + after[l]; val != end; ++val, ++col)
-        for (int j = 0; j < n; ++j) s[j] += *val * sol[*col * stride + j];
+      for (const std::int64_t end = at + after[l]; at < end; ++at)
+        for (int j = 0; j < n; ++j) s[j] += val[at] * sol[col[at] * stride + j];
       for (int i = 0; i < n; ++i) { // x -= G s
         double link = 0;
         for (int j = 0; j < n; ++j) link += G[i][j] * s[j];
@@ -253,7 +267,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
       for (int j = i + 1; j < n; ++j) x[i] -= L[packed_of(j) + i] * x[j];
       x[i] *= L[packed_of(i) + i];
     }
-    if (change != nullptr)
+    if (change)
       for (int i = 0; i < n; ++i) change[l * stride + i] = x[i] - u[i];
     for (int i = 0; i < n; ++i) u[i] = x[i];
     // the levels after l meet l in their `earlier`: each off-diagonal element once, both ways
@@ -263,7 +277,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
         if constexpr (linked) sums[k] += x[i] * earlier[j] + earlier[i] * x[j];
       }
   }
-  if constexpr (linked) node = val - w.links->val.data();
+  if constexpr (linked) node = at;
   for (int k = 0; k < packed_of(n); ++k) square[k] = sums[k];
 }
 
@@ -279,7 +293,7 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
     if (far) {
       std::int64_t last = std::max(fetched, node);
       for (std::int64_t l = from; l < from + count; ++l)
-        last += w.links->before.data()[l] + w.links->after.data()[l];
+        last += w.links->before(l + 1) + w.links->after(l + 1);
       fetch_related(w, node, last);
     }
     // n normals a level in the order of levels and equations, as sample_level takes them one by one
@@ -287,7 +301,7 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
     if constexpr (!classed) {
       sum_terms<n>(w, from, count, b.L);
       add_own<n>(w, from, count, b.L, b.x);
-      factor<n>(w, w.diag != nullptr ? w.diag + from : nullptr, count, b.L, b.least);
+      factor<n>(w, diag_of(w, from, count), count, b.L, b.least);
       for (std::int64_t l = 0; l < count; ++l)
         if (!(b.least[l] > 0.0)) return from + l;
     }
@@ -313,7 +327,7 @@ int draw_order(marsaglia_source& marsaglia, level_walk& w, group_form& form, dou
   if (classed) {
     failed = factor_classes<n>(w, form);
     if (failed >= 0) {
-      w.diag = form.class_diag.data();
+      w.diag = view_of(form.class_diag);
       return failed_row<n>(w, failed);
     }
     failed = w.links != nullptr ? draw_strided<n, true, true>(marsaglia, w, square)
@@ -332,17 +346,17 @@ double multiplier_of(const sampler_store& sampler, const block_term& term) {
 
 // The second list of a reduced animal model is summed elsewhere.
 bool squared_in_walk(const model_records& model, const directives& asked, const equation_group& group) {
-  if (asked.analysis_type <= 2 || group.kind != group_kind::random_factor) return false;
-  return !(structure_is(model.RMAT(group.number), "PED") && model.RMAT(group.number).L_RAM);
+  if (!samples_matrices(asked.analysis_type) || group.kind != group_kind::random_factor) return false;
+  return !(is_pedigree(model.RMAT(group.number)) && model.RMAT(group.number).L_RAM);
 }
 
 void describe_factor(const model_records& model, const relationship_store& relations,
                      const sampler_store& sampler, const residual_form& fast, std::int32_t n,
                      const equation_group& group, level_walk& w) {
   w.random = true;
-  if (!structure_is(model.RMAT(group.number), "I")) {
+  if (!is_identity(model.RMAT(group.number))) {
     w.links = &fast.links[static_cast<std::size_t>(group.number - 1)];
-    w.diag = relations.of(group.number).diag.data();
+    w.diag = view_of(relations.of(group.number).diag);
   }
   for (std::int32_t i = 0; i < n; ++i)
     for (std::int32_t j = 0; j < n; ++j) w.G[i][j] = sampler.GIF(i + 1, j + 1, group.number);
@@ -351,13 +365,13 @@ void describe_factor(const model_records& model, const relationship_store& relat
 } // namespace
 
 void level_block(const sampler_store& sampler, const group_form& form, std::int32_t n, std::int32_t l,
-                 double* block) {
+                 column_view<double> block) {
   const std::int64_t packed = std::int64_t{n} * (n + 1) / 2;
   const std::int64_t row = form.level_class.allocated() ? form.level_class(l) : std::int64_t{l} - 1;
-  std::fill_n(block, packed, 0.0);
+  std::fill_n(block.part(0, packed).unchecked(), packed, 0.0);
   for (std::size_t k = 0; k < form.terms.size() && form.terms[k].element < packed; ++k)
     block[form.terms[k].element] +=
-        multiplier_of(sampler, form.terms[k]) * form.sums.col(static_cast<std::int64_t>(k) + 1)[row];
+        multiplier_of(sampler, form.terms[k]) * col_of(form.sums, static_cast<std::int64_t>(k) + 1)[row];
 }
 
 void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change) {
@@ -368,25 +382,24 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
   level_walk w;
   w.levels = r.layout.NGR(g, 1);
   w.stride = group.stride;
-  w.rhs = r.sampler.RHS.data() + group.base;
-  w.sol = r.sampler.sol.data() + group.base;
-  // null at the last group: the residuals are then computed from scratch from all solutions
-  w.change = keep_change ? fast.change.data() : nullptr;
+  w.rhs = part_of(r.sampler.RHS, group.base, w.levels * w.stride);
+  w.sol = part_of(r.sampler.sol, group.base, w.levels * w.stride);
+  // none at the last group: the residuals are then computed from scratch from all solutions
+  if (keep_change) w.change = part_of(fast.change, 0, w.levels * w.stride);
   w.form = &form;
-  if (form.changing) w.data_blocks = r.layout.DI_of(g).data();
+  if (form.changing) w.data_blocks = view_of(r.layout.DI_of(g));
   w.packed_stride = r.layout.DI_of(g).extent(1);
   w.meetings = meetings_of(r.work.meetings, g, r.sampler, r.work.inverses, asked);
   if (w.meetings != nullptr) { // rows that the model in force leaves out do not change
-    w.change = fast.change.data();
-    std::fill_n(w.change, w.levels * w.stride, 0.0);
+    w.change = part_of(fast.change, 0, w.levels * w.stride);
+    for (std::int64_t i = 0; i < w.levels * w.stride; ++i) w.change[i] = 0.0;
     w.design = &r.design;
     w.sampler = &r.sampler;
     w.weighted = r.work.values.weighted;
   }
-  double* multipliers = fast.multipliers.data();
   for (std::size_t k = 0; k < form.terms.size(); ++k)
-    multipliers[k] = multiplier_of(r.sampler, form.terms[k]);
-  w.multipliers = multipliers;
+    fast.multipliers(k + 1) = multiplier_of(r.sampler, form.terms[k]);
+  w.multipliers = view_of(fast.multipliers);
   if (group.kind == group_kind::random_factor)
     describe_factor(r.model, r.relations, r.sampler, r.work.fast, n, group, w);
   std::array<double, packed_of(largest_unrolled_order)> square{};
@@ -409,7 +422,8 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
   if (info != 0) stop_at_block(r.report, g, " 1 potrf info= ", info);
   // U'A^-1 U came out of the walk: the draw of the matrix need not sum it again
   if (!squared_in_walk(r.model, asked, group)) return;
-  std::copy_n(square.data(), n * (n + 1) / 2, fast.square.col(group.number));
+  std::copy_n(square.data(), n * (n + 1) / 2,
+              col_of(fast.square, group.number).part(0, n * (n + 1) / 2).unchecked());
   fast.square_done(group.number) = 1;
 }
 

@@ -6,12 +6,13 @@
 
 #include "gibbs/scan/scan_records.h"
 #include "input/run_records.h"
+#include "numerics/column_view.h"
 
 namespace zeph {
 
-// Packed block D of level l (1-based) of a group of n places, from its sums.
+// Packed block D of level l (1-based) of a group of n places, from its sums: n(n+1)/2 elements.
 void level_block(const sampler_store& sampler, const group_form& form, std::int32_t n, std::int32_t l,
-                 double* block);
+                 column_view<double> block);
 
 // Draws all levels of group g in order. On entry RHS holds Z_l' R^-1 e; it leaves
 // with the right-hand sides of the levels as drawn. The change of the solutions

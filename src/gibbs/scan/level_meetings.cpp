@@ -57,7 +57,7 @@ void keep_link(const design_store& d, const directives& asked, bool weighted, st
   x.ti = std::max(t, u);
   x.tj = std::min(t, u);
   x.h = d.IRESG_M(irec);
-  x.pattern = asked.analysis_type <= 0 ? d.C_ISIT_M(irec) : 0;
+  x.pattern = solves(asked.analysis_type) ? d.C_ISIT_M(irec) : 0;
   level_link link;
   link.level = d.XD4_M(i, irec);
   link.place = d.XD5_M(i, irec) - 1;
@@ -135,7 +135,7 @@ const group_meetings* meetings_of(level_meetings& meetings, std::int32_t g, cons
   if (!group.any()) return nullptr;
   for (std::size_t k = 0; k < group.elements.size(); ++k) {
     const residual_element& x = group.elements[k];
-    group.inverse[k] = asked.analysis_type <= 0 ? inverses.by_pattern(x.ti, x.tj, x.pattern, x.h)
+    group.inverse[k] = solves(asked.analysis_type) ? inverses.by_pattern(x.ti, x.tj, x.pattern, x.h)
                                                 : sampler.RCOVI(x.ti, x.tj, x.h);
   }
   return &group;

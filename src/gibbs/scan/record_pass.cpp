@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/scan/record_product.h"
+#include "input/structures.h"
 #include "listing/listing_rows.h"
 #include "listing/run_log.h"
 #include "numerics/packed_matrix.h"
@@ -26,7 +27,7 @@ void add_right_hand_side(const model_records& model, const design_store& design,
 
 // Adds one record to RHS and to the diagonal blocks: products of entries of one level of one group, k <= i.
 void add_record(const model_records& model, equation_layout& layout, const design_store& design,
-                sampler_store& sampler, const residual_inverses& inverses, std::int32_t analysis_type,
+                sampler_store& sampler, const residual_inverses& inverses, analysis analysis_type,
                 std::int32_t irec) {
   for (std::int32_t i = 1; i <= design.M_M(irec); ++i) {
     if (!entry_active(design, layout, irec, i, analysis_type)) continue;
@@ -47,7 +48,7 @@ void add_prior_precision(const model_records& model, equation_layout& layout,
                          const relationship_store& relations, const sampler_store& sampler, std::int32_t k,
                          std::int32_t p) {
   const std::int32_t g = layout.group_of_factor(k, model.nramat), levels = layout.NGR(g, 1);
-  const bool identity = structure_is(model.RMAT(k), "I");
+  const bool identity = is_identity(model.RMAT(k));
   for (std::int32_t l = 1; l <= levels; ++l) {
     double* block = layout.DI_of(g).col(l);
     const double a = identity ? 1.0 : relations.of(k).diag(l);
@@ -70,7 +71,7 @@ std::string coefficient_row(const design_store& design, const sampler_store& sam
 
 } // namespace
 
-void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
+void bddrmc_init(scan_records& r, std::int64_t iround, analysis analysis_type,
                  const std::vector<std::int32_t>& ntr, scan_stage stage) {
   // RHS = Z'R^-1 y and DI = block diagonal of Z'R^-1 Z, one record after the other
   r.sampler.RHS.fill(0.0);

@@ -14,7 +14,7 @@ namespace zeph {
 // then adds the prior precision GIF(i,j,r) times the level's diagonal element
 // of the relationship inverse to the blocks of each factor r with traits in the
 // model (ntr(r) rows). A call with round 0 keeps the blocks without the precision in CDI.
-void bddrmc_init(scan_records& r, std::int64_t iround, std::int32_t analysis_type,
+void bddrmc_init(scan_records& r, std::int64_t iround, analysis analysis_type,
                  const std::vector<std::int32_t>& ntr, scan_stage stage = scan_stage::all);
 inline void bddrmc_init(scan_records& r, const directives& asked, const round_state& state,
                         scan_stage stage) {

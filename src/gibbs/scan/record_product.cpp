@@ -41,29 +41,29 @@ void allocate_residual_inverses(const model_records& m, residual_inverses& work,
 }
 
 void make_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
-               residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type, bool weights) {
+               residual_inverses& inverses, std::int32_t irec, analysis analysis_type, bool weights) {
   mat<double>& riff = inverses.riff;
   const std::int32_t g = design.IRESG_M(irec);
   // solver: R_oo^-1 of the record's pattern, 0 in missing traits; with sampling every missing trait
   // holds an imputed residual, so that the full R^-1 of the group applies
   const double* source =
-      analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), g) : sampler.RCOVI.slice(g);
+      solves(analysis_type) ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), g) : sampler.RCOVI.slice(g);
   std::copy_n(source, riff.size(), riff.data());
   if (weights) weigh_riff(design, irec, model.nt, riff);
 }
 
 void make_swept_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
-                     residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type,
-                     bool weights) {
-  if (analysis_type > 0) return make_riff(model, design, sampler, inverses, irec, analysis_type, weights);
+                     residual_inverses& inverses, std::int32_t irec, analysis analysis_type, bool weights) {
+  if (!solves(analysis_type))
+    return make_riff(model, design, sampler, inverses, irec, analysis_type, weights);
   invert_observed(inverses.swept, sampler.RCOV.slice(design.IRESG_M(irec)), design.ISIT_M(irec),
                   inverses.riff.data());
   if (weights) weigh_riff(design, irec, model.nt, inverses.riff);
 }
 
 void make_stage_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
-                     residual_inverses& inverses, scan_stage stage, std::int32_t irec,
-                     std::int32_t analysis_type, bool weights) {
+                     residual_inverses& inverses, scan_stage stage, std::int32_t irec, analysis analysis_type,
+                     bool weights) {
   if (stage == scan_stage::sources)
     make_swept_riff(model, design, sampler, inverses, irec, analysis_type, weights);
   else

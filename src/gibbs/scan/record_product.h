@@ -28,24 +28,23 @@ struct residual_inverses {
 // needs one matrix at a time. Groups that the file does not hold take its last one.
 void allocate_residual_inverses(const model_records& m, residual_inverses& work, reporting& report);
 
-// Fills riff for record irec. analysis_type 0 and below: the inverse of
+// Fills riff for record irec. The solver: the inverse of
 // the observed part of the record's missing pattern, zero in missing traits;
-// above: the full inverse of its residual group. Weighted by w_i^1/2 w_j^1/2
+// the others: the full inverse of its residual group. Weighted by w_i^1/2 w_j^1/2
 // when the model has weights.
 void make_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
-               residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type, bool weights);
+               residual_inverses& inverses, std::int32_t irec, analysis analysis_type, bool weights);
 
-// The same, but at analysis type 0 and below the inverse of the observed part of
+// The same, but in the solver the inverse of the observed part of
 // RCOV itself, by sweeps over the traits of the record's mask.
 void make_swept_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
-                     residual_inverses& inverses, std::int32_t irec, std::int32_t analysis_type,
-                     bool weights);
+                     residual_inverses& inverses, std::int32_t irec, analysis analysis_type, bool weights);
 
 // The one that belongs to the stage of the scan: the sources of covariables take
 // the swept one.
 void make_stage_riff(const model_records& model, const design_store& design, const sampler_store& sampler,
-                     residual_inverses& inverses, scan_stage stage, std::int32_t irec,
-                     std::int32_t analysis_type, bool weights);
+                     residual_inverses& inverses, scan_stage stage, std::int32_t irec, analysis analysis_type,
+                     bool weights);
 
 // inverse (nt x nt) of the part of R (nt x nt) that belongs to the traits of the
 // mask, by sweeps; zero in the rows and columns of the others.

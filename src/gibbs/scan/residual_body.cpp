@@ -3,6 +3,8 @@
 #include "gibbs/residuals/fast_residual_pass.h"
 #include "gibbs/scan/level_draws.h"
 #include "gibbs/scan/scan_groups.h"
+#include "input/structures.h"
+#include "numerics/column_view.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -22,18 +24,24 @@ const group_form& form_of(const residual_form& fast, std::int32_t g) {
   return fast.groups[static_cast<std::size_t>(g - 1)];
 }
 
+// Equations of all levels of a group, from its base on: levels times stride.
+std::int64_t equations_of(const equation_layout& layout, std::int32_t g) {
+  return std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride;
+}
+
 // Rows of a level beyond NGR(g,2) belong to traits that the model in force leaves out.
 bool active(const design_slot& slot, std::int32_t places) { return slot.place <= places; }
 
 // e -= Z x over the elements of one slot that lie in records lo..hi of block b
-void subtract_slot(const design_slot& slot, const double* x, double* e, std::int64_t lo, std::int64_t hi) {
+void subtract_slot(const design_slot& slot, column_view<const double> x, column_view<double> e,
+                   std::int64_t lo, std::int64_t hi) {
   // element i of the slot is record i: no list of records to read
   if (slot.every_record) {
-    const std::int32_t* row = slot.row.data();
+    const auto row = view_of(slot.row);
     if (slot.ones) {
       for (std::int64_t i = lo; i < hi; ++i) e[i] -= x[row[i]];
     } else {
-      const double* z = slot.z.data();
+      const auto z = view_of(slot.z);
       for (std::int64_t i = lo; i < hi; ++i) e[i] -= z[i] * x[row[i]];
     }
     return;
@@ -41,11 +49,11 @@ void subtract_slot(const design_slot& slot, const double* x, double* e, std::int
   // first(b+1) .. first(b+2)-1: the elements in records of block b
   const std::int64_t block = lo / records_of_block;
   const std::int64_t from = slot.first(block + 1), to = slot.first(block + 2);
-  const std::int32_t *row = slot.row.data(), *rec = slot.rec.data();
+  const auto row = view_of(slot.row), rec = view_of(slot.rec);
   if (slot.ones) {
     for (std::int64_t k = from; k < to; ++k) e[rec[k]] -= x[row[k]];
   } else {
-    const double* z = slot.z.data();
+    const auto z = view_of(slot.z);
     for (std::int64_t k = from; k < to; ++k) e[rec[k]] -= z[k] * x[row[k]];
   }
 }
@@ -53,17 +61,18 @@ void subtract_slot(const design_slot& slot, const double* x, double* e, std::int
 // sums += Z' w over the elements of one slot in records lo..hi; w(0) is record lo. Record i adds to
 // partial sum i mod 4: sums itself, or `partial`, whose three rows are `apart` elements long
 // (apart = 0: no partial sums). walk_records adds them up.
-void add_slot(const design_slot& slot, const double* w, double* sums, double* partial, std::int64_t apart,
-              std::int64_t lo, std::int64_t hi) {
-  const std::int32_t* row = slot.row.data();
-  const double* z = slot.ones ? nullptr : slot.z.data();
+void add_slot(const design_slot& slot, column_view<const double> w, column_view<double> sums,
+              column_view<double> partial, std::int64_t apart, std::int64_t lo, std::int64_t hi) {
+  const auto row = view_of(slot.row);
+  const auto z = slot.ones ? column_view<const double>() : view_of(slot.z);
   if (slot.every_record) {
     std::int64_t i = lo;
     if (apart > 0) {
       // four neighbours add to four arrays, so that no addition waits for the one before it
-      double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
+      const auto s1 = partial.part(0, apart), s2 = partial.part(apart, apart),
+                 s3 = partial.part(2 * apart, apart);
       for (; i + 4 <= hi; i += 4) {
-        const double* v = w + (i - lo);
+        const auto v = w.part(i - lo, 4);
         sums[row[i]] += z ? z[i] * v[0] : v[0];
         s1[row[i + 1]] += z ? z[i + 1] * v[1] : v[1];
         s2[row[i + 2]] += z ? z[i + 2] * v[2] : v[2];
@@ -80,10 +89,11 @@ void add_slot(const design_slot& slot, const double* w, double* sums, double* pa
   const std::int64_t block = lo / records_of_block;
   std::int64_t k = slot.first(block + 1);
   const std::int64_t to = slot.first(block + 2);
-  const std::int32_t* rec = slot.rec.data();
-  w -= lo;
+  const auto rec = view_of(slot.rec);
+  w = w.numbered_from(lo); // w[rec] is that of the record
   if (apart > 0) {
-    double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
+    const auto s1 = partial.part(0, apart), s2 = partial.part(apart, apart),
+               s3 = partial.part(2 * apart, apart);
     for (; k + 4 <= to; k += 4) {
       sums[row[k]] += z ? z[k] * w[rec[k]] : w[rec[k]];
       s1[row[k + 1]] += z ? z[k + 1] * w[rec[k + 1]] : w[rec[k + 1]];
@@ -101,38 +111,40 @@ void add_slot(const design_slot& slot, const double* w, double* sums, double* pa
 // Columns of classes that every record has, taken out of the residuals together.
 struct class_columns {
   static constexpr int most = 4;
-  const std::int32_t* row[most];
-  const double* x[most];
+  column_view<const std::int32_t> row[most];
+  column_view<const double> x[most];
   int n = 0;
 
-  bool add(const design_slot& slot, const double* solutions) {
+  bool add(const design_slot& slot, column_view<const double> solutions) {
     if (n == most || !slot.every_record || !slot.ones) return false;
-    row[n] = slot.row.data();
+    row[n] = view_of(slot.row);
     x[n++] = solutions;
     return true;
   }
   // e_i -= x1(r1_i) + x2(r2_i): two columns in one walk, each residual loaded and stored once
-  void subtract(double* e, std::int64_t lo, std::int64_t hi) const {
+  void subtract(column_view<double> e, std::int64_t lo, std::int64_t hi) const {
     int k = 0;
     for (; k + 2 <= n; k += 2) {
-      const std::int32_t *r1 = row[k], *r2 = row[k + 1];
-      const double *x1 = x[k], *x2 = x[k + 1];
+      const auto r1 = row[k], r2 = row[k + 1];
+      const auto x1 = x[k], x2 = x[k + 1];
       for (std::int64_t i = lo; i < hi; ++i) e[i] = e[i] - x1[r1[i]] - x2[r2[i]];
     }
     if (k == n) return;
-    const std::int32_t* r1 = row[k];
-    const double* x1 = x[k];
+    const auto r1 = row[k];
+    const auto x1 = x[k];
     for (std::int64_t i = lo; i < hi; ++i) e[i] -= x1[r1[i]];
   }
 };
 
 // e -= Z_left x and sums += Z_entered' e for two columns of classes in one walk: the residuals of a
 // record are touched once between two groups. Partial sums as in add_slot.
-void pass_on(const std::int32_t* left, const double* x, const std::int32_t* entered, double* e, double* sums,
-             double* partial, std::int64_t apart, std::int64_t lo, std::int64_t hi) {
+void pass_on(column_view<const std::int32_t> left, column_view<const double> x,
+             column_view<const std::int32_t> entered, column_view<double> e, column_view<double> sums,
+             column_view<double> partial, std::int64_t apart, std::int64_t lo, std::int64_t hi) {
   std::int64_t i = lo;
   if (apart > 0) {
-    double *s1 = partial, *s2 = partial + apart, *s3 = partial + 2 * apart;
+    const auto s1 = partial.part(0, apart), s2 = partial.part(apart, apart),
+               s3 = partial.part(2 * apart, apart);
     for (; i + 4 <= hi; i += 4) {
       // e = e - Z_left x of four records, then each into the partial sum of its remainder
       const double e0 = e[i] - x[left[i]], e1 = e[i + 1] - x[left[i + 1]];
@@ -159,14 +171,14 @@ const design_slot* lone_class(const group_form& group, std::int32_t places) {
 
 // R^-1 of record irec (from 1), nt x nt, without weights: in the solver that of the record's pattern (the
 // swept one among the sources of covariables), with sampling that of its residual group.
-const double* residual_inverse(const design_store& design, const sampler_store& sampler,
-                               const residual_inverses& inverses, const residual_form& fast,
-                               const directives& asked, scan_stage stage, std::int64_t irec) {
+column_view<const double> residual_inverse(const design_store& design, const sampler_store& sampler,
+                                           const residual_inverses& inverses, const residual_form& fast,
+                                           const directives& asked, scan_stage stage, std::int64_t irec) {
   const std::int32_t h = design.IRESG_M(irec);
-  if (asked.analysis_type <= 0 && stage == scan_stage::sources)
-    return &fast.swept_inverse(1, 1, fast.mask_of(irec) + 1, h);
-  return asked.analysis_type <= 0 ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h)
-                                  : sampler.RCOVI.slice(h);
+  if (!solves(asked.analysis_type)) return slice_of(sampler.RCOVI, h);
+  const std::int64_t elements = inverses.by_pattern.extent(1) * inverses.by_pattern.extent(2);
+  if (stage == scan_stage::sources) return {&fast.swept_inverse(1, 1, fast.mask_of(irec) + 1, h), elements};
+  return {&inverses.by_pattern(1, 1, design.C_ISIT_M(irec), h), elements};
 }
 
 // W(:,t) = row t of R^-1 e for records lo+1..hi, one matrix for all. Elements 0
@@ -174,14 +186,14 @@ const double* residual_inverse(const design_store& design, const sampler_store& 
 void weigh_alike(const model_records& model, const design_store& design, const sampler_store& sampler,
                  const residual_inverses& inverses, residual_form& fast, const directives& asked,
                  scan_stage stage, std::int32_t t, std::int64_t lo, std::int64_t hi) {
-  const double* inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, 1);
+  const auto inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, 1);
   const std::int64_t n = hi - lo;
-  double* w = fast.W.col(t); // w = sum over u of (R^-1)_tu e_u
-  std::fill_n(w, n, 0.0);
+  const auto w = col_of(fast.W, t); // w = sum over u of (R^-1)_tu e_u
+  std::fill_n(w.part(0, n).unchecked(), n, 0.0);
   for (std::int32_t u = 1; u <= model.nt; ++u) {
     const double c = inverse[(t - 1) + (u - 1) * model.nt];
     if (c == 0.0) continue;
-    const double* e = fast.E.col(u) + lo;
+    const column_view<const double> e = col_of(fast.E, u).part(lo, n);
     for (std::int64_t i = 0; i < n; ++i) w[i] += c * e[i];
   }
 }
@@ -191,24 +203,26 @@ void weigh_each(const model_records& model, const design_store& design, const sa
                 const residual_inverses& inverses, residual_form& fast, const directives& asked,
                 scan_stage stage, std::int32_t t, bool weights, std::int64_t lo, std::int64_t hi) {
   const std::int32_t nt = model.nt;
-  double* w = fast.W.col(t);
+  const auto w = col_of(fast.W, t);
   for (std::int64_t i = lo; i < hi; ++i) {
-    const double* inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, i + 1) + (t - 1);
-    const float* root = design.WV_SQRT_M.col(i + 1);
+    // row t: every nt-th element from t on
+    const auto inverse = residual_inverse(design, sampler, inverses, fast, asked, stage, i + 1)
+                             .part(t - 1, std::int64_t{nt} * (nt - 1) + 1);
+    const auto root = col_of(design.WV_SQRT_M, i + 1);
     // w_i = w_t c_tt e_t + w_t^1/2 sum over u of c_tu w_u^1/2 e_u, weights where the model has them
     double others = 0.0, own = 0.0;
     for (std::int32_t u = 1; u <= nt; ++u) {
       const double c = inverse[std::int64_t{u - 1} * nt];
       if (c == 0.0) continue;
-      const double e = fast.E.col(u)[i];
+      const double e = col_of(fast.E, u)[i];
       if (u == t)
         own = c * e;
       else
-        others += weights ? c * static_cast<double>(root[u - 1]) * e : c * e;
+        others += weights ? c * static_cast<double>(root(u)) * e : c * e;
     }
-    w[i - lo] =
-        weights ? static_cast<double>(design.WV_M(t, i + 1)) * own + static_cast<double>(root[t - 1]) * others
-                : own + others;
+    w[i - lo] = weights
+                    ? static_cast<double>(design.WV_M(t, i + 1)) * own + static_cast<double>(root(t)) * others
+                    : own + others;
   }
 }
 
@@ -221,10 +235,12 @@ void walk_records(const model_records& model, const equation_layout& layout, con
   const std::int64_t nobs = design.nobs;
   const std::int32_t left = fast.pending;
   const group_form* entered = g > 0 ? &form_of(fast, g) : nullptr;
-  double* sums = g > 0 ? sampler.RHS.data() + layout.group(g).base : nullptr;
-  const std::int64_t extent = g > 0 ? std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride : 0;
+  const std::int64_t extent = g > 0 ? equations_of(layout, g) : 0;
+  const auto sums = g > 0 ? part_of(sampler.RHS, layout.group(g).base, extent) : column_view<double>();
   const std::int64_t apart = extent <= most_partial ? extent : 0;
-  if (apart > 0) std::fill_n(fast.partial.data(), (n_partial_sums - 1) * apart, 0.0);
+  const auto partial = part_of(fast.partial, 0, (n_partial_sums - 1) * apart);
+  const column_view<const double> change = view_of(fast.change);
+  if (apart > 0) std::fill_n(partial.unchecked(), (n_partial_sums - 1) * apart, 0.0);
   // One trait and one matrix: R^-1 is a number, and RHS = R^-1 (Z'e) is scaled after the sums. With one
   // column of classes on either side, leaving and entering are one walk over the residuals.
   const bool plain_scale = fast.one_matrix && model.nt == 1;
@@ -238,14 +254,13 @@ void walk_records(const model_records& model, const equation_layout& layout, con
   for (std::int64_t lo = 0; lo < nobs; lo += records_of_block) {
     const std::int64_t hi = std::min(lo + records_of_block, nobs);
     if (from != nullptr && to != nullptr) {
-      pass_on(from->row.data(), fast.change.data(), to->row.data(), fast.E.data(), sums, fast.partial.data(),
-              apart, lo, hi);
+      pass_on(view_of(from->row), change, view_of(to->row), col_of(fast.E, 1), sums, partial, apart, lo, hi);
       continue;
     }
     if (left > 0)
       for (const design_slot& slot : form_of(fast, left).slots)
         if (active(slot, layout.NGR(left, 2)))
-          subtract_slot(slot, fast.change.data(), fast.E.col(slot.trait), lo, hi);
+          subtract_slot(slot, change, col_of(fast.E, slot.trait), lo, hi);
     if (entered == nullptr) continue;
     if (!plain_scale)
       for (const std::int32_t t : entered->traits) {
@@ -256,14 +271,15 @@ void walk_records(const model_records& model, const equation_layout& layout, con
       }
     for (const design_slot& slot : entered->slots) {
       if (!active(slot, layout.NGR(g, 2))) continue;
-      const double* w = plain_scale ? fast.E.col(slot.trait) + lo : fast.W.col(slot.trait);
-      add_slot(slot, w, sums, fast.partial.data(), apart, lo, hi);
+      const auto w = plain_scale ? col_of(fast.E, slot.trait).part(lo, hi - lo)
+                                 : col_of(fast.W, slot.trait).part(0, hi - lo);
+      add_slot(slot, w, sums, partial, apart, lo, hi);
     }
   }
   fast.pending = 0;
   if (apart > 0) // sums += partial sums 2 to 4
     for (std::int64_t q = 0; q < n_partial_sums - 1; ++q)
-      for (std::int64_t i = 0; i < extent; ++i) sums[i] += fast.partial.data()[q * apart + i];
+      for (std::int64_t i = 0; i < extent; ++i) sums[i] += partial[q * apart + i];
   if (g > 0 && plain_scale) { // one trait, one matrix: Z'e times R^-1
     const double c = residual_inverse(design, sampler, inverses, fast, asked, stage, 1)[0];
     for (std::int64_t i = 0; i < extent; ++i) sums[i] *= c;
@@ -287,13 +303,13 @@ void move_changing_coefficients(const equation_layout& layout, const design_stor
     for (design_slot& slot : form_of(fast, g).slots) {
       if (!slot.changing) continue;
       const bool taken = active(slot, layout.NGR(g, 2));
-      const double* x = sampler.sol.data() + layout.group(g).base;
-      double* e = fast.E.col(slot.trait);
+      const auto x = part_of(sampler.sol, layout.group(g).base, equations_of(layout, g));
+      const auto e = col_of(fast.E, slot.trait);
       for (std::int64_t k = 1; k <= slot.row.size(); ++k) {
         const std::int64_t rec = slot.every_record ? k : slot.rec(k) + 1;
         // e = y - z_old b becomes y - z b
         const double z = design.ZD_M(slot.entry(k), rec);
-        if (taken) e[rec - 1] -= (z - slot.z(k)) * x[slot.row(k)];
+        if (taken) e(rec) -= (z - slot.z(k)) * x[slot.row(k)];
         slot.z(k) = z;
       }
     }
@@ -301,7 +317,7 @@ void move_changing_coefficients(const equation_layout& layout, const design_stor
 
 // Record of element k (from 0) of a slot, from 0.
 std::int64_t record_of(const design_slot& slot, std::int64_t k) {
-  return slot.every_record ? k : slot.rec.data()[k];
+  return slot.every_record ? k : slot.rec(k + 1);
 }
 
 // Element (t,u) of the weighted residual inverse of record irec (from 1).
@@ -329,9 +345,9 @@ void add_slot_products(const model_records& model, const design_store& design, c
   const double c1 = alike && design.nobs > 0 ? weighted_inverse(model, design, sampler, inverses, values,
                                                                 fast, asked, stage, 1, a.trait, b.trait)
                                              : 0.0;
-  const std::int32_t *row_a = a.row.data(), *row_b = b.row.data();
+  const auto row_a = view_of(a.row), row_b = view_of(b.row);
   // a group of one level sums in a register
-  double* one_level = DI.extent(2) == 1 ? DI.data() + element : nullptr;
+  double* one_level = DI.extent(2) == 1 ? &col_of(DI, 1)[element] : nullptr;
   double sum = 0.0;
   for (std::int64_t k = 0, l = 0; k < n && l < m;) {
     const std::int64_t rec = record_of(a, k), other = record_of(b, l); // both ascending: a merge
@@ -341,7 +357,7 @@ void add_slot_products(const model_records& model, const design_store& design, c
     }
     const std::int64_t level = one_level ? 0 : row_a[k] / group.stride;
     if (one_level || level == row_b[l] / group.stride) {
-      double z = (a.ones ? 1.0 : a.z.data()[k]) * (b.ones ? 1.0 : b.z.data()[l]);
+      double z = (a.ones ? 1.0 : a.z(k + 1)) * (b.ones ? 1.0 : b.z(l + 1));
       if (!same && row_a[k] == row_b[l]) z *= 2.0; // one equation twice: the cross term is twice in z z'
       z *= alike ? c1
                  : weighted_inverse(model, design, sampler, inverses, values, fast, asked, stage, rec + 1,
@@ -349,7 +365,7 @@ void add_slot_products(const model_records& model, const design_store& design, c
       if (one_level)
         sum += z;
       else
-        DI.col(level + 1)[element] += z;
+        col_of(DI, level + 1)[element] += z;
     }
     ++k, ++l;
   }
@@ -378,25 +394,25 @@ void complete_blocks(const model_records& model, equation_layout& layout, const 
   const equation_group& group = layout.group(g);
   const std::int32_t levels = layout.NGR(g, 1), n = layout.NGR(g, 2);
   const bool random = group.kind == group_kind::random_factor;
-  const bool identity = random && structure_is(model.RMAT(group.number), "I");
+  const bool identity = random && is_identity(model.RMAT(group.number));
   for (std::int32_t l = 1; l <= levels; ++l) {
-    double* block = layout.DI_of(g).col(l);
+    const auto block = col_of(layout.DI_of(g), l).part(0, std::int64_t{n} * (n + 1) / 2);
     if (!form.changing) level_block(sampler, form, n, l, block);
     // e lacks the level's own part too: Z_l'R^-1 e + D_l b_l is its right-hand side
     const std::int64_t e0 = group.base + (l - 1) * group.stride;
-    double* rhs = sampler.RHS.data() + e0;
-    const double* sol = sampler.sol.data() + e0;
-    const double* element = block;
+    const auto rhs = part_of(sampler.RHS, e0, n);
+    const auto sol = part_of(sampler.sol, e0, n);
+    std::int64_t element = 0;
     for (std::int32_t i = 0; i < n; ++i) // rhs += D sol, D packed
       for (std::int32_t j = 0; j <= i; ++j, ++element) {
-        rhs[i] += *element * sol[j];
-        if (j < i) rhs[j] += *element * sol[i];
+        rhs[i] += block[element] * sol[j];
+        if (j < i) rhs[j] += block[element] * sol[i];
       }
     if (!random) continue;
     const double a = identity ? 1.0 : relations.of(group.number).diag(l);
-    double* filled = block; // block += G^-1 a(l,l)
+    element = 0; // block += G^-1 a(l,l)
     for (std::int32_t i = 1; i <= n; ++i)
-      for (std::int32_t j = 1; j <= i; ++j) *filled++ += sampler.GIF(i, j, group.number) * a;
+      for (std::int32_t j = 1; j <= i; ++j) block[element++] += sampler.GIF(i, j, group.number) * a;
   }
 }
 
@@ -406,14 +422,13 @@ void restrict_elsewhere(const equation_layout& layout, residual_form& fast, std:
                         double sol) {
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     const std::int64_t row = equation - std::int64_t{1} - layout.group(g).base;
-    if (row < 0 || row >= std::int64_t{layout.NGR(g, 1)} * layout.group(g).stride) continue;
+    if (row < 0 || row >= equations_of(layout, g)) continue;
     // e += z sol of every record that has the equation
     for (const design_slot& slot : form_of(fast, g).slots) {
       if (!active(slot, layout.NGR(g, 2))) continue;
-      double* e = fast.E.col(slot.trait);
-      for (std::int64_t k = 0; k < slot.row.size(); ++k)
-        if (slot.row.data()[k] == row)
-          e[slot.every_record ? k : slot.rec.data()[k]] += (slot.ones ? 1.0 : slot.z.data()[k]) * sol;
+      const auto e = col_of(fast.E, slot.trait);
+      for (std::int64_t k = 1; k <= slot.row.size(); ++k)
+        if (slot.row(k) == row) e[record_of(slot, k - 1)] += (slot.ones ? 1.0 : slot.z(k)) * sol;
     }
   }
 }
@@ -426,8 +441,8 @@ std::int32_t last_group(const equation_layout& layout) {
 }
 
 #ifdef ZEPH_DEBUG_VIEWS
-// Debug builds: every so many rounds E, with all changes of the groups before brought in, is held
-// against y - Z b computed from scratch; a difference beyond rounding ends the process.
+// Debug builds: at fixed intervals, E with all changes of the groups before is compared with y - Z b
+// computed from scratch; a difference beyond rounding ends the process.
 void check_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
                      const sampler_store& sampler, residual_form& fast, const directives& asked,
                      const round_state& state) {
@@ -475,22 +490,22 @@ void fresh_residuals(const model_records& model, const equation_layout& layout, 
                      const sampler_store& sampler, residual_form& fast, const directives& asked,
                      std::int64_t lo, std::int64_t hi) {
   const std::int32_t nt = model.nt;
-  const float* y = design.Y_M.data();
+  const auto y = view_of(design.Y_M); // nt x nobs
   for (std::int32_t t = 1; t <= nt; ++t) {
-    double* e = fast.E.col(t);
+    const auto e = col_of(fast.E, t);
     // with sampling Y_M of a missing trait is its imputed residual; the solver leaves it out, e = 0
-    if (asked.analysis_type > 0 && nt == 1)
+    if (!solves(asked.analysis_type) && nt == 1)
       for (std::int64_t i = lo; i < hi; ++i) e[i] = static_cast<double>(y[i]);
     else
       for (std::int64_t i = lo; i < hi; ++i) {
         e[i] = static_cast<double>(y[i * nt + t - 1]);
-        if (asked.analysis_type <= 0 && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
+        if (solves(asked.analysis_type) && !trait_present(design.ISIT_M(i + 1), t, nt)) e[i] = 0.0;
       }
     class_columns columns; // up to four columns of classes in one walk over e
     for (std::int32_t g = 1; g <= layout.ngroups; ++g)
       for (const design_slot& slot : form_of(fast, g).slots) {
         if (slot.trait != t || !active(slot, layout.NGR(g, 2))) continue;
-        const double* x = sampler.sol.data() + layout.group(g).base;
+        const auto x = part_of(sampler.sol, layout.group(g).base, equations_of(layout, g));
         if (!columns.add(slot, x)) subtract_slot(slot, x, e, lo, hi);
       }
     columns.subtract(e, lo, hi);
@@ -522,9 +537,9 @@ void residual_body::begin_round(scan_records& r, const directives& asked, const 
 
 void residual_body::enter_group(scan_records& r, const directives& asked, const round_state& state,
                                 scan_stage stage, std::int32_t g) const {
-  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  const std::int64_t extent = equations_of(r.layout, g);
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
-  std::fill_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, 0.0);
+  std::fill_n(part_of(r.sampler.RHS, r.layout.group(g).base, extent).unchecked(), extent, 0.0);
   walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, g);
   check_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, state);
 }
@@ -532,18 +547,18 @@ void residual_body::enter_group(scan_records& r, const directives& asked, const 
 void residual_body::solve_group(scan_records& r, const directives& asked, round_state& state,
                                 chain_counts& counts, scan_stage stage, std::int32_t g,
                                 solver_sums& sums) const {
-  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  const std::int64_t extent = equations_of(r.layout, g);
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
-  if (stage == scan_stage::all && asked.analysis_type >= 2 && state.gropd(g) != 0 &&
+  if (stage == scan_stage::all && samples_solutions(asked.analysis_type) && state.gropd(g) != 0 &&
       r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
     // the residual pass that follows computes the residuals from scratch from the solutions
     draw_levels(r, asked, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
     return;
   }
   // larger blocks, the solver, and draws that may be repeated: change = new less old solutions
-  const double* sol = r.sampler.sol.data() + r.layout.group(g).base;
-  double* change = r.work.fast.change.data();
-  std::copy_n(sol, extent, change);
+  const auto sol = part_of(r.sampler.sol, r.layout.group(g).base, extent);
+  const auto change = part_of(r.work.fast.change, 0, extent);
+  std::copy_n(sol.unchecked(), extent, change.unchecked());
   complete_blocks(r.model, r.layout, r.relations, r.sampler, r.work.fast, g);
   scan_levels(r, asked, state, counts, stage, g, sums);
   for (std::int64_t i = 0; i < extent; ++i) change[i] = sol[i] - change[i];
@@ -551,7 +566,7 @@ void residual_body::solve_group(scan_records& r, const directives& asked, round_
 
 void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
   const std::int64_t base = r.layout.group(g).base;
-  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  const std::int64_t extent = equations_of(r.layout, g);
   for (std::int32_t k = 1; k <= r.sampler.n_IREST; ++k) {
     const std::int64_t e = r.sampler.IREST(k) - std::int64_t{1} - base;
     double& sol = r.sampler.sol(r.sampler.IREST(k));
@@ -566,7 +581,7 @@ void residual_body::restrict_group(scan_records& r, std::int32_t g) const {
 }
 
 void residual_body::leave_group(scan_records& r, std::int32_t g) const {
-  const std::int64_t extent = std::int64_t{r.layout.NGR(g, 1)} * r.layout.group(g).stride;
+  const std::int64_t extent = equations_of(r.layout, g);
   if (extent > 0 && r.layout.NGR(g, 2) > 0) r.work.fast.pending = g;
 }
 
@@ -577,7 +592,7 @@ void residual_body::residual_pass(scan_records& r, const directives& asked, cons
 
 void residual_body::ready_values(scan_records& r, const directives& asked) const {
   values_from_residuals(r.work.values, r.work.fast.E);
-  if (asked.analysis_type > 0 && r.work.fast.by_masks) return; // the residual pass has left them there
+  if (!solves(asked.analysis_type) && r.work.fast.by_masks) return; // the residual pass has left them there
   for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
     fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
                     std::min(lo + records_of_block, std::int64_t{r.design.nobs}));

@@ -34,7 +34,7 @@ struct residual_body {
 };
 
 // E(rec,t) = y - Z b for the records lo+1..hi with sol as it is now. For missing traits y is
-// what Y_M holds; when analysis_type is 0 or less their residual is 0.
+// what Y_M holds; in the solver their residual is 0.
 void fresh_residuals(const model_records& model, const equation_layout& layout, const design_store& design,
                      const sampler_store& sampler, residual_form& fast, const directives& asked,
                      std::int64_t lo, std::int64_t hi);

@@ -3,6 +3,7 @@
 #include "gibbs/scan/record_product.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/class_effect_covariates.h"
+#include "input/structures.h"
 #include "numerics/growing_rows.h"
 #include "numerics/packed_matrix.h"
 
@@ -47,7 +48,7 @@ bool entries_are_regular(const model_records& model, const equation_layout& layo
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
     for (std::int32_t e = 1; e <= design.M_M(irec); ++e) {
       if (!takes_part(design, e, irec)) {
-        if (asked.analysis_type <= 0) return false;
+        if (solves(asked.analysis_type)) return false;
         continue;
       }
       const std::int32_t g = design.XD3_M(e, irec), level = design.XD4_M(e, irec),
@@ -320,7 +321,7 @@ double diagonal_of(const model_records& model, const equation_layout& layout,
                    const relationship_store& relations, std::int32_t g, std::int32_t l) {
   const equation_group& group = layout.group(g);
   if (!is_random(group)) return 0.0;
-  return structure_is(model.RMAT(group.number), "I") ? 1.0 : relations.of(group.number).diag(l);
+  return is_identity(model.RMAT(group.number)) ? 1.0 : relations.of(group.number).diag(l);
 }
 
 // Level of each class, first of its kind; empty when the levels have too little in common.
@@ -383,7 +384,7 @@ void keep_classes(const model_records& model, const equation_layout& layout,
 void build_classes(const model_records& model, const equation_layout& layout,
                    const relationship_store& relations, residual_form& fast, reporting& report,
                    const directives& asked) {
-  if (asked.analysis_type < 2) return;
+  if (!samples_solutions(asked.analysis_type)) return;
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     group_form& group = form_of(fast, g);
     if (group.changing || layout.NGR(g, 1) < few_levels || layout.group(g).stride > largest_unrolled_order)
@@ -402,10 +403,10 @@ void build_classes(const model_records& model, const equation_layout& layout,
 void build_links(const model_records& model, const relationship_store& relations, residual_form& fast,
                  reporting& report, const directives& asked) {
   allocate_rows(report, fast.links, "links", routine, model.nramat);
-  for (std::int32_t k = 1; k <= model.nramat && asked.analysis_type >= 2; ++k) {
-    if (structure_is(model.RMAT(k), "I")) continue;
+  for (std::int32_t k = 1; k <= model.nramat && samples_solutions(asked.analysis_type); ++k) {
+    if (is_identity(model.RMAT(k))) continue;
     // a smaller model may bring a level's block down to the orders that are written out
-    if (asked.analysis_type < 5 && model.RMAT(k).n_rc > largest_unrolled_order) continue;
+    if (!has_several_models(asked.analysis_type) && model.RMAT(k).n_rc > largest_unrolled_order) continue;
     const relationship_rows& rows = relations.of(k);
     link_form& links = fast.links[static_cast<std::size_t>(k - 1)];
     const std::int64_t levels = rows.diag.size();
@@ -485,7 +486,7 @@ void allocate_work(const model_records& model, const equation_layout& layout, co
 bool shares_one_matrix(const model_records& model, const design_store& design, const sampler_store& sampler,
                        const directives& asked) {
   if (model.has_weights()) return false;
-  if (asked.analysis_type > 0) return sampler.G == 1;
+  if (!solves(asked.analysis_type)) return sampler.G == 1;
   // solver: R_oo^-1 depends on the pattern of the record and on its group
   for (std::int32_t irec = 2; irec <= design.nobs; ++irec)
     if (design.C_ISIT_M(irec) != design.C_ISIT_M(1) || design.IRESG_M(irec) != design.IRESG_M(1) ||
@@ -529,7 +530,7 @@ bool build_residual_form(scan_records& r, const directives& asked) {
   form = residual_form{};
   if (!ranges_are_disjoint(r.layout) || !entries_are_regular(r.model, r.layout, r.design, asked))
     return false;
-  form.constant_R = asked.analysis_type < 3;
+  form.constant_R = !samples_matrices(asked.analysis_type);
   form.one_matrix = shares_one_matrix(r.model, r.design, r.sampler, asked);
   allocate_rows(r.report, form.groups, "groups", routine, r.layout.ngroups);
   // mixtures move records between residual groups: sums by group would have to follow each move
@@ -541,7 +542,7 @@ bool build_residual_form(scan_records& r, const directives& asked) {
   build_classes(r.model, r.layout, r.relations, r.work.fast, r.report, asked);
   build_links(r.model, r.relations, r.work.fast, r.report, asked);
   build_masks(r.model, r.design, r.sampler, r.work.fast, r.report);
-  if (asked.analysis_type <= 0 && scans_in_two_stages(asked)) {
+  if (solves(asked.analysis_type) && scans_in_two_stages(asked)) {
     if (!form.by_masks) return false;
     invert_masks(r.model, r.sampler, r.work.inverses, r.work.fast, r.report);
   }

@@ -75,7 +75,7 @@ struct mask_form {
 
 inline constexpr std::int64_t records_of_block = 512;     // records that a pass takes at a time
 inline constexpr std::int32_t largest_unrolled_order = 4; // blocks up to it are factored in line, unrolled
-// Each sum of a group of up to most_partial equations is kept in so many partial sums: neighbouring
+// The number of partial sums that each sum of a group of up to most_partial equations has: neighbouring
 // records often meet in one sum, and each addition would wait for the one before.
 inline constexpr std::int64_t n_partial_sums = 4;
 inline constexpr std::int64_t most_partial = 8192;
@@ -113,7 +113,7 @@ struct residual_form {
   bool counts_move = false;       // records change their residual group
   vec<logical> prepared;          // masks x groups: conditional is set in this round
   array<double, 4> swept_inverse; // nt x nt x masks x groups: inverse of R of the observed traits, by
-                                  // sweeps; for the sources of covariables in analysis type 0
+                                  // sweeps; for the sources of covariables in the solver
 };
 
 // Builds the form for the run's design. False when the records can't be stored as

@@ -55,10 +55,10 @@ struct scan_records {
 
 // The entries of the records, with the solutions as they are.
 inline record_entries entries_of(const design_store& design, const equation_layout& layout,
-                                 const sampler_store& sampler, std::int32_t analysis_type) {
+                                 const sampler_store& sampler, analysis analysis_type) {
   return {design, layout, sampler.sol, analysis_type};
 }
-inline record_entries entries_of(scan_records& r, std::int32_t analysis_type) {
+inline record_entries entries_of(scan_records& r, analysis analysis_type) {
   return entries_of(r.design, r.layout, r.sampler, analysis_type);
 }
 

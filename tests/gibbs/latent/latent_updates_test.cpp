@@ -30,6 +30,14 @@ struct latent_pass_case : scan_case {
     d.residual = {2.0, 0.6, -0.5, 0.3, 0.6, 1.0, 0.3, 0.1, -0.5, 0.3, 1.5, 0.2, 0.3, 0.1, 0.2, 1.2};
     return d;
   }
+  // Trait 4 becomes the indicator of a mixture of trait 1.
+  void make_indicator() {
+    m.MODEL(4).TRAIT_TYPE = trait_mixture;
+    m.MODEL(1).L_MIX_TRAIT = true;
+    for (std::int32_t i = 1; i <= count; ++i)
+      if (trait_present(design.ISIT_M(i), 1, 4)) design.XD6_M(1, i) = 4;
+    allocate_mixtures(m, mixtures, run.report);
+  }
   latent_pass_case() : scan_case(described()) {
     m.ncat = 1;
     start(traits);
@@ -58,7 +66,7 @@ struct latent_pass_case : scan_case {
     categories.catstr.push_back(std::move(x));
     SETALL(sources.combined, 1234, 98765);
     SETALL(own.combined, 1234, 98765);
-    f.asked.analysis_type = 3;
+    f.asked.analysis_type = analysis::gibbs;
     f.state.iround = 1;
     f.asked.isamp = 1;
     scan_records r = records();
@@ -159,7 +167,7 @@ TEST(samp_thresholds, of_three_categories_are_fixed_without_a_draw) {
   latent_pass_case c;
   c.categories.catstr[0].ncat_t = 3;
   c.categories.catobs.fill(1);
-  c.f.asked.analysis_type = 0;
+  c.f.asked.analysis_type = analysis::solve;
   scan_records r = c.records();
   samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f.asked, c.f.state, c.files);
   EXPECT_EQ(c.categories.catstr[0].thr(1), 0.0);
@@ -184,7 +192,7 @@ TEST(samp_thresholds, are_summed_and_written_in_sample_rounds_of_all_types_above
       c.categories.catobs(1, i) = i;
       c.design.Y_M(2, i) = 0.25F * static_cast<float>(i); // threshold 2 between 0.5 and 0.75
     }
-    c.f.asked.analysis_type = type;
+    c.f.asked.analysis_type = analysis_of(type);
     c.f.asked.nburn = 4, c.f.asked.isamp = 2;
     ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
     scan_records r = c.records();
@@ -245,12 +253,8 @@ TEST(update_latent_variables, leaves_thresholds_and_censored_values_to_the_form_
 TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_their_shares) {
   latent_pass_case cases[2];
   for (latent_pass_case& c : cases) {
-    c.m.MODEL(4).TRAIT_TYPE = trait_mixture;
-    c.m.MODEL(1).L_MIX_TRAIT = true;
-    for (std::int32_t i = 1; i <= c.count; ++i)
-      if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
-    allocate_mixtures(c.m, c.mixtures, c.run.report);
-    c.f.asked.analysis_type = 1;
+    c.make_indicator();
+    c.f.asked.analysis_type = analysis::sums;
     c.f.asked.nburn = 0;
     ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
     ASSERT_TRUE(c.files.threshold.open(c.directory / "threshold"));
@@ -286,12 +290,8 @@ TEST(update_latent_variables, draws_mixtures_before_censored_values_and_sums_the
 TEST(update_latent_variables, take_no_note_of_the_places_of_missing_traits_in_type_0) {
   latent_pass_case cases[2];
   for (latent_pass_case& c : cases) {
-    c.m.MODEL(4).TRAIT_TYPE = trait_mixture;
-    c.m.MODEL(1).L_MIX_TRAIT = true;
-    for (std::int32_t i = 1; i <= c.count; ++i)
-      if (trait_present(c.design.ISIT_M(i), 1, 4)) c.design.XD6_M(1, i) = 4;
-    allocate_mixtures(c.m, c.mixtures, c.run.report);
-    c.f.asked.analysis_type = 0;
+    c.make_indicator();
+    c.f.asked.analysis_type = analysis::solve;
     for (std::int32_t i = 1; i <= c.count; ++i)
       for (std::int32_t t = 1; t <= 4; ++t)
         if (!trait_present(c.design.ISIT_M(i), t, 4)) c.design.Y_M(t, i) = &c == cases ? 0.0F : 37.5F;
@@ -320,7 +320,7 @@ TEST(update_latent_variables, keep_no_sums_of_mixtures_in_type_0) {
   ASSERT_TRUE(c.files.mix_pi.open(c.directory / "mix_pi"));
   scan_records r = c.records();
   double shares = 0;
-  c.f.asked.analysis_type = 0;
+  c.f.asked.analysis_type = analysis::solve;
   for (c.f.state.iround = 1; c.f.state.iround <= 5; ++c.f.state.iround) {
     values_from_entries(r.work.values);
     update_latent_variables(r, c.f.asked, c.f.state, c.files);

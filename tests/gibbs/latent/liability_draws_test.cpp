@@ -224,7 +224,7 @@ TEST(samp_thresholds, draws_between_the_neighbours_liabilities_and_holds_the_out
   scan_records r = c.records();
   double sum = 0, squares = 0;
   constexpr int n = 20000;
-  c.f.asked.analysis_type = 0; // nothing is written
+  c.f.asked.analysis_type = analysis::solve; // nothing is written
   for (int i = 0; i < n; ++i) {
     samp_thresholds(r.design, r.categories, r.sources.combined, r.report, c.f.asked, c.f.state, c.files);
     const vec<double>& thr = c.categories.catstr[0].thr;

@@ -58,7 +58,7 @@ struct mixed_case : scan_case {
       design.Y_M(1, i) = 1.25F;
       design.Y_M(2, i) = 0.3125F;
     }
-    f.asked.analysis_type = 2;
+    f.asked.analysis_type = analysis::predict;
     f.state.iround = 1;
     f.asked.isamp = 1;
   }
@@ -315,7 +315,7 @@ struct sequence_case : scan_case {
     }
     scan_records r = records();
     prepare_conditionals(r.model, r.sampler, r.work.latent);
-    f.asked.analysis_type = 2;
+    f.asked.analysis_type = analysis::predict;
     f.state.iround = 1;
     f.asked.isamp = 1;
   }
@@ -387,7 +387,7 @@ TEST(bddrmc_cure, rounds_each_sum_of_fitted_values_once) {
 // What is in the place of a missing trait has no effect, also where nothing is imputed.
 TEST(bddrmc_cure, takes_no_note_of_a_missing_trait_s_place_in_the_solver) {
   sequence_case c(50, 3);
-  c.f.asked.analysis_type = 0;
+  c.f.asked.analysis_type = analysis::solve;
   for (std::int32_t i = 1; i <= 150; ++i)
     if (i % 3 != 0) c.design.Y_M(2, i) = std::numeric_limits<float>::quiet_NaN();
   scan_records r = c.records();
@@ -433,7 +433,7 @@ struct two_indicators_case : scan_case {
         design.Y_M(t, i) = 0.25F * static_cast<float>((i * 5 + t * 3) % 9 - 4);
       }
     }
-    f.asked.analysis_type = 2;
+    f.asked.analysis_type = analysis::predict;
     f.state.iround = 1;
     f.asked.isamp = 1;
   }

@@ -28,7 +28,7 @@ struct draw_case {
     for (const std::int32_t t : given.lc) m.MODEL(t).TRAIT_TYPE = trait_gaussian;
     for (const std::int32_t t : given.cc) m.MODEL(t).TRAIT_TYPE = trait_liability;
     for (const std::int32_t t : given.ccu) m.MODEL(t).TRAIT_TYPE = trait_mixture;
-    f.asked.analysis_type = 3;
+    f.asked.analysis_type = analysis::gibbs;
     prepare_residual_draw(m, f.asked, work, matrix_work, run.report);
     W.take(nt, nt);
     R.take(nt, nt);
@@ -306,9 +306,9 @@ TEST(prepare_residual_draw, refuses_a_trait_without_list_from_type_3_on) {
   constrained_work work;
   matrix_draw_work matrix_work;
   heard_run run;
-  f.asked.analysis_type = 2;
+  f.asked.analysis_type = analysis::predict;
   prepare_residual_draw(m, f.asked, work, matrix_work, run.report);
-  f.asked.analysis_type = 3;
+  f.asked.analysis_type = analysis::gibbs;
   expect_stop(16, run,
               [&](reporting& report) { prepare_residual_draw(m, f.asked, work, matrix_work, report); });
   EXPECT_NE(run.text().find("Illegal input in MODINF: TRAIT_TYPE(1) = 6"), std::string::npos);

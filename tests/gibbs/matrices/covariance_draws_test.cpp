@@ -201,7 +201,8 @@ TEST(sample_covariances, of_a_factor_with_a_proper_prior_have_the_start_matrix_a
   law(c, 1, 2, dense_matrix(2, {5.0 + 3.5, 1.5 + 0.7, 1.5 + 0.7, 4.0 + 7.0}), 40 + 10);
 }
 
-// Prior and data degrees of freedom whose sum is beyond 32 bits: the draw is (S + (v - p - 1) G0)/(q + v - p - 1)
+// Prior and data degrees of freedom whose sum is beyond 32 bits: the draw is
+// (S + (v - p - 1) G0)/(q + v - p - 1)
 // within its own spread, sqrt(2/(q + v)) = 3e-5 of the value (25 of these; 32 bits carry 2^-24 = 6e-8).
 TEST(sample_covariances, add_degrees_of_freedom_beyond_32_bits) {
   covariance_case c;

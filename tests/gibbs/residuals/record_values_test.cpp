@@ -20,7 +20,7 @@ double residual(const scan_case& c, std::int32_t r, std::int32_t t) {
 
 // Two traits, weights, missing traits, some solutions; E holds the residuals of all records.
 struct value_case : two_trait_case {
-  explicit value_case(std::int32_t analysis_type, bool missing = false)
+  explicit value_case(analysis analysis_type, bool missing = false)
       : two_trait_case(12, true, missing, false) {
     number_sequence x(31);
     for (double& value : s.sol) value = x.between(-1, 1);
@@ -38,7 +38,7 @@ struct value_case : two_trait_case {
 
 TEST(take_record, gives_observations_less_fitted_values_times_roots_of_weights) {
   for (const bool kept : {false, true}) {
-    value_case c(1);
+    value_case c(analysis::sums);
     for (std::int32_t r = 1; r <= 12; ++r) {
       take_record(entries(c), c.values(kept), r);
       for (std::int32_t t = 1; t <= 2; ++t) {
@@ -55,7 +55,7 @@ TEST(take_record, gives_observations_less_fitted_values_times_roots_of_weights) 
 
 TEST(take_record, gives_0_for_missing_traits_in_the_solver) {
   for (const bool kept : {false, true}) {
-    value_case c(0, true);
+    value_case c(analysis::solve, true);
     std::int32_t missing = 0;
     for (std::int32_t r = 1; r <= 12; ++r) {
       take_record(entries(c), c.values(kept), r);
@@ -75,7 +75,7 @@ TEST(take_record, leaves_rows_beyond_the_current_model_out) {
   for (two_trait_case* x : {&c, &less}) {
     number_sequence numbers(31);
     for (double& value : x->s.sol) value = numbers.between(-1, 1);
-    x->f.asked.analysis_type = 1;
+    x->f.asked.analysis_type = analysis::sums;
   }
   c.layout.NGR(5, 2) = 1;
   for (std::int32_t l = 1; l <= 4; ++l) less.s.sol(less.equation(5, l, 2)) = 0.0;
@@ -85,7 +85,7 @@ TEST(take_record, leaves_rows_beyond_the_current_model_out) {
 }
 
 TEST(add_fitted, rounds_each_sum_to_the_precision_of_its_row) {
-  value_case c(1);
+  value_case c(analysis::sums);
   float row[2] = {0.0F, 0.0F}, expected[2] = {0.0F, 0.0F};
   for (std::int32_t i = 1; i <= c.design.M_M(3); ++i) {
     float& sum = expected[c.design.XD2_M(i, 3) - 1];
@@ -96,7 +96,7 @@ TEST(add_fitted, rounds_each_sum_to_the_precision_of_its_row) {
 }
 
 TEST(store_observation, moves_the_kept_residual_by_the_change) {
-  value_case c(1);
+  value_case c(analysis::sums);
   const double before = residual(c, 4, 2);
   const float y = c.design.Y_M(2, 4);
   store_observation(c.design, c.values(true), 4, 2, y + 0.5F);
@@ -110,7 +110,7 @@ TEST(store_observation, moves_the_kept_residual_by_the_change) {
 }
 
 TEST(store_coefficient, moves_the_kept_residual_by_the_change_times_the_solution) {
-  value_case c(1);
+  value_case c(analysis::sums);
   const std::int32_t t = c.design.XD2_M(2, 5);
   store_coefficient(c.design, entries(c), c.values(true), 5, 2, 0.25);
   EXPECT_EQ(c.design.ZD_M(2, 5), 0.25);
@@ -118,10 +118,10 @@ TEST(store_coefficient, moves_the_kept_residual_by_the_change_times_the_solution
 }
 
 TEST(store_coefficient, leaves_the_residual_where_the_entry_is_not_in_the_model) {
-  value_case c(1);
+  value_case c(analysis::sums);
   c.layout.NGR(5, 2) = 1; // factor 1 with its first row alone
   for (std::int32_t e = 1; e <= c.design.M_M(1); ++e) {
-    if (entry_active(c.design, c.layout, 1, e, 1)) continue;
+    if (entry_active(c.design, c.layout, 1, e, analysis::sums)) continue;
     const double before = c.E(1, c.design.XD2_M(e, 1));
     store_coefficient(c.design, entries(c), c.values(true), 1, e, 7.0);
     EXPECT_EQ(c.design.ZD_M(e, 1), 7.0);
@@ -131,10 +131,10 @@ TEST(store_coefficient, leaves_the_residual_where_the_entry_is_not_in_the_model)
 
 TEST(entry_active, asks_for_a_trait_above_type_0_only) {
   two_trait_case c(1, false, false, false);
-  EXPECT_TRUE(entry_active(c.design, c.layout, 1, 1, 1));
+  EXPECT_TRUE(entry_active(c.design, c.layout, 1, 1, analysis::sums));
   c.design.XD2_M(1, 1) = 0;
-  EXPECT_FALSE(entry_active(c.design, c.layout, 1, 1, 1));
-  EXPECT_TRUE(entry_active(c.design, c.layout, 1, 1, 0));
+  EXPECT_FALSE(entry_active(c.design, c.layout, 1, 1, analysis::sums));
+  EXPECT_TRUE(entry_active(c.design, c.layout, 1, 1, analysis::solve));
 }
 
 TEST(entry_active, is_false_for_rows_of_a_factor_beyond_the_current_model) {
@@ -142,8 +142,8 @@ TEST(entry_active, is_false_for_rows_of_a_factor_beyond_the_current_model) {
   c.layout.NGR(5, 2) = 1; // factor 1 with its first row alone
   for (std::int32_t e = 1; e <= c.design.M_M(1); ++e) {
     const bool second_row = c.design.XD7_M(e, 1) == 1 && c.design.XD5_M(e, 1) == 2;
-    EXPECT_EQ(entry_active(c.design, c.layout, 1, e, 0), !second_row);
-    EXPECT_EQ(entry_active(c.design, c.layout, 1, e, 1), !second_row);
+    EXPECT_EQ(entry_active(c.design, c.layout, 1, e, analysis::solve), !second_row);
+    EXPECT_EQ(entry_active(c.design, c.layout, 1, e, analysis::sums), !second_row);
   }
 }
 

@@ -41,7 +41,7 @@ void some_solutions(scan_case& c) {
 }
 
 double sums(scan_case& c, std::int64_t round) {
-  c.f.asked.analysis_type = 1;
+  c.f.asked.analysis_type = analysis::sums;
   c.f.state.iround = round;
   scan_records records = c.records();
   double lik = 99;

@@ -155,7 +155,7 @@ TEST(Bddrmc_sscp, sums_products_before_it_draws_and_stores_what_it_draws_without
   two_trait_case c(12, true, true, true);
   heard_run quiet;
   mark_zero_covariances(c.m, c.s, quiet.report);
-  c.f.asked.analysis_type = 3;
+  c.f.asked.analysis_type = analysis::gibbs;
   c.f.state.iround = 1;
   c.f.asked.nburn = 5;
   number_sequence x(31);
@@ -194,7 +194,7 @@ TEST(Bddrmc_sscp, leaves_pairs_held_at_zero_out_of_the_sums) {
   for (two_trait_case* c : {&free, &held}) {
     heard_run quiet;
     mark_zero_covariances(c->m, c->s, quiet.report);
-    c->f.asked.analysis_type = 3;
+    c->f.asked.analysis_type = analysis::gibbs;
     c->f.asked.nburn = 5;
   }
   held.s.LNCOV(2) = 1;
@@ -210,7 +210,7 @@ TEST(Bddrmc_sscp, leaves_pairs_held_at_zero_out_of_the_sums) {
 
 TEST(Bddrmc_sscp, makes_no_products_for_the_solver_with_sums) {
   two_trait_case c(10, false, false, false);
-  c.f.asked.analysis_type = 1;
+  c.f.asked.analysis_type = analysis::sums;
   c.f.asked.nburn = 5;
   scan_records all = c.records();
   double lik = 0;

@@ -55,7 +55,7 @@ struct deviation_case : scan_case {
     for (std::int32_t i = 1; i <= levels; ++i) diagonal.push_back({i, i, 1.0});
     write_elements(directory / "AINV1", diagonal);
     start(8);
-    f.asked.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_of(analysis_type);
     f.state.iround = 40;
     m.L_TD = m.L_PTD = true;
     m.TD_FACTOR = 1;

@@ -64,7 +64,7 @@ struct weaning_case : scan_case {
 
   void round(std::int64_t number, std::int32_t analysis_type = 0) {
     f.state.iround = number;
-    f.asked.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_of(analysis_type);
     scan_records all = records();
     GIBSCAN(all, f.asked, f.state, f.counts, files);
   }
@@ -196,7 +196,7 @@ TEST(GIBSCAN, rewrites_the_status_file) {
 
 TEST(GIBSCAN, writes_py_and_sums_samples_in_the_sample_rounds_of_type_1) {
   weaning_case c;
-  c.f.asked.analysis_type = 1;
+  c.f.asked.analysis_type = analysis::sums;
   c.f.asked.nburn = 2, c.f.asked.isamp = 2;
   open_sample_files(c.m, c.layout, c.f.asked, c.files, c.run.report);
   std::string expected;
@@ -210,7 +210,7 @@ TEST(GIBSCAN, writes_py_and_sums_samples_in_the_sample_rounds_of_type_1) {
     squares += c.s.sol(3) * c.s.sol(3);
     double lik = 0;
     zeph_test::chain_frame apart;
-    apart.asked.analysis_type = 1;
+    apart.asked.analysis_type = analysis::sums;
     apart.asked.nburn = 1000;
     apart.state.iround = number;
     scan_records all = c.records();

@@ -46,7 +46,7 @@ void dense_round(const scan_case& c, const dense_equations& full, dense_vector& 
 }
 
 void scan(scan_case& c, std::int32_t analysis_type, std::int64_t iround, double omega) {
-  c.f.asked.analysis_type = analysis_type;
+  c.f.asked.analysis_type = analysis_of(analysis_type);
   c.f.state.iround = iround;
   scan_records records = c.records();
   solver_sums sums;
@@ -66,14 +66,14 @@ TEST(scan_groups, is_a_block_gauss_seidel_round_from_zero) {
       two_trait_case c(40, weights, missing, true);
       scan(c, 0, 1, 0.0);
       dense_vector x(c.layout.neq);
-      dense_round(c, dense_equations(c, 0), x, 0.0);
+      dense_round(c, dense_equations(c, analysis::solve), x, 0.0);
       expect_solutions(c, x, 1e-12);
     }
 }
 
 TEST(scan_groups, continues_from_the_solutions_of_the_round_before) {
   two_trait_case c(40, true, true, true);
-  const dense_equations full(c, 0);
+  const dense_equations full(c, analysis::solve);
   dense_vector x(c.layout.neq);
   for (std::int32_t round = 1; round <= 5; ++round) {
     scan(c, 0, round, 0.0);
@@ -84,7 +84,7 @@ TEST(scan_groups, continues_from_the_solutions_of_the_round_before) {
 
 TEST(scan_groups, over_relaxes_each_block_by_omega) {
   two_trait_case c(40, false, false, false);
-  const dense_equations full(c, 1);
+  const dense_equations full(c, analysis::sums);
   dense_vector x(c.layout.neq);
   for (std::int32_t round = 1; round <= 3; ++round) {
     scan(c, 1, round, 0.4);
@@ -99,7 +99,7 @@ TEST(scan_groups, holds_restricted_equations_at_zero_from_the_end_of_the_first_g
   c.s.IREST(1) = 6;  // group 3 solves it, then it is 0 for the groups after it
   c.s.IREST(2) = 17; // group 6 comes last
   c.s.n_IREST = 2;
-  const dense_equations full(c, 0);
+  const dense_equations full(c, analysis::solve);
   dense_vector x(c.layout.neq);
   for (std::int32_t e = 1; e <= c.layout.neq; ++e) x(e) = c.s.sol(e) = 0.1 * e;
   for (std::int32_t round = 1; round <= 2; ++round) {
@@ -113,7 +113,7 @@ TEST(scan_groups, holds_restricted_equations_at_zero_from_the_end_of_the_first_g
 
 TEST(scan_groups, keeps_the_solutions_of_a_group_that_is_not_updated_but_adjusts_its_right_hand_sides) {
   two_trait_case c(40, false, false, false);
-  const dense_equations full(c, 0);
+  const dense_equations full(c, analysis::solve);
   dense_vector x(c.layout.neq);
   for (std::int32_t e = 1; e <= c.layout.neq; ++e) x(e) = c.s.sol(e) = 0.1 * e;
   c.f.state.gropd(5) = 0;
@@ -141,7 +141,7 @@ TEST(scan_groups, works_on_the_leading_rows_of_a_factor_in_a_smaller_model) {
   for (std::int32_t l = 1; l <= 4; ++l) c.s.sol(c.equation(5, l, 2)) = 99.0; // neither read nor changed
   scan(c, 1, 1, 0.0);
   dense_vector x(c.layout.neq);
-  dense_round(c, dense_equations(c, 1), x, 0.0);
+  dense_round(c, dense_equations(c, analysis::sums), x, 0.0);
   for (std::int32_t l = 1; l <= 4; ++l) x(c.equation(5, l, 2)) = 99.0;
   expect_solutions(c, x, 1e-12);
 }
@@ -152,7 +152,7 @@ TEST(scan_groups, leaves_a_factor_out_that_is_not_in_the_model) {
   c.f.state.ntr[1] = 0;
   scan(c, 1, 1, 0.0);
   dense_vector x(c.layout.neq);
-  dense_round(c, dense_equations(c, 1), x, 0.0);
+  dense_round(c, dense_equations(c, analysis::sums), x, 0.0);
   expect_solutions(c, x, 1e-12);
 }
 
@@ -167,7 +167,7 @@ TEST(scan_groups, converges_to_the_solution_of_the_full_equations) {
     if (trait_present(c.design.ISIT_M(r), 1, 2)) c.entry(r, 1, 5, animal, 1, 1.0);
     if (trait_present(c.design.ISIT_M(r), 2, 2)) c.entry(r, 2, 5, animal, 2, 1.0);
   }
-  dense_equations full(c, 0);
+  dense_equations full(c, analysis::solve);
   for (std::int32_t e = 1; e <= 4; ++e) full.D(e, e) = 1.0; // regressions without data stay 0
   c.run.report.nlines = -100000;                            // their dependency prints do not end the test
   for (std::int32_t round = 1; round <= 400; ++round) scan(c, 0, round, 0.0);
@@ -191,7 +191,7 @@ TEST(subtract_links, takes_the_related_levels_without_the_level_itself) {
   two_trait_case c(1, false, false, false);
   number_sequence x(5);
   for (double& value : c.s.sol) value = x.between(-2, 2);
-  const dense_equations full(c, 0);
+  const dense_equations full(c, analysis::solve);
   for (std::int32_t l = 1; l <= 4; ++l)
     for (const std::int32_t p : {2, 1}) {
       c.s.RHS.fill(1.0);

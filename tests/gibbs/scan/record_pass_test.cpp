@@ -12,7 +12,7 @@ namespace {
 using namespace zeph_test;
 
 void init(scan_case& c, std::int32_t analysis_type, std::int64_t iround = 1) {
-  c.f.asked.analysis_type = analysis_type;
+  c.f.asked.analysis_type = analysis_of(analysis_type);
   c.f.state.iround = iround;
   scan_records records = c.records();
   bddrmc_init(records, c.f.asked, c.f.state, scan_stage::all);
@@ -37,7 +37,7 @@ TEST(bddrmc_init, agrees_with_full_matrices_in_the_solver_with_missing_traits_we
     for (const bool groups : {false, true}) {
       two_trait_case c(25, weights, true, groups);
       init(c, 0);
-      expect_equations(c, dense_equations(c, 0));
+      expect_equations(c, dense_equations(c, analysis::solve));
     }
 }
 
@@ -45,14 +45,14 @@ TEST(bddrmc_init, agrees_with_full_matrices_above_type_0) {
   for (const bool weights : {false, true}) {
     two_trait_case c(25, weights, false, true);
     init(c, 1);
-    expect_equations(c, dense_equations(c, 1));
+    expect_equations(c, dense_equations(c, analysis::sums));
   }
 }
 
 TEST(bddrmc_init, lets_imputed_values_of_missing_traits_act_above_type_0) {
   two_trait_case c(16, false, true, false);
   init(c, 2);
-  expect_equations(c, dense_equations(c, 2)); // full inverse for every record
+  expect_equations(c, dense_equations(c, analysis::predict)); // full inverse for every record
 }
 
 TEST(bddrmc_init, takes_nothing_from_a_missing_trait_in_the_solver_whatever_is_there) {
@@ -96,7 +96,7 @@ TEST(bddrmc_init, leaves_a_record_without_entries_out) {
   c.design.M_M(2) = 0;
   c.design.C_ISIT_M(2) = 0;
   init(c, 0);
-  expect_equations(c, dense_equations(c, 0));
+  expect_equations(c, dense_equations(c, analysis::solve));
 }
 
 TEST(bddrmc_init, keeps_the_blocks_without_prior_precision_in_a_call_with_round_0_only) {
@@ -105,7 +105,7 @@ TEST(bddrmc_init, keeps_the_blocks_without_prior_precision_in_a_call_with_round_
   for (std::int32_t g = 1; g <= c.layout.ngroups; ++g)
     for (const double element : c.layout.CDI_of(g)) EXPECT_EQ(element, 0.0);
   init(c, 1, 0);
-  const dense_equations full(c, 1);
+  const dense_equations full(c, analysis::sums);
   for (std::int32_t l = 1; l <= 4; ++l)
     for (std::int32_t i = 1; i <= 2; ++i)
       for (std::int32_t j = 1; j <= i; ++j)
@@ -148,7 +148,7 @@ TEST(bddrmc_init, leaves_rows_beyond_the_current_model_out) {
   c.layout.NGR(5, 2) = 1;
   c.f.state.ntr[0] = 1;
   init(c, 1);
-  expect_equations(c, dense_equations(c, 1));
+  expect_equations(c, dense_equations(c, analysis::sums));
   for (std::int32_t l = 1; l <= 4; ++l) EXPECT_EQ(c.s.RHS(c.equation(5, l, 2)), 0.0);
 }
 
@@ -157,7 +157,7 @@ TEST(bddrmc_init, adds_no_precision_to_a_factor_without_traits_in_the_model) {
   c.layout.NGR(6, 2) = 0;
   c.f.state.ntr[1] = 0;
   init(c, 1);
-  expect_equations(c, dense_equations(c, 1));
+  expect_equations(c, dense_equations(c, analysis::sums));
   for (const double element : c.layout.DI_of(6)) EXPECT_EQ(element, 0.0);
 }
 
@@ -188,7 +188,7 @@ void expect_adjusted(two_trait_case& c, std::int32_t g, std::int32_t analysis_ty
   for (double& value : c.s.sol) value = x.between(-2, 2);
   scan_records records = c.records();
   BDDRMC_GS(records, c.f.asked, c.f.state, scan_stage::all, g);
-  const dense_equations full(c, analysis_type);
+  const dense_equations full(c, analysis_of(analysis_type));
   for (std::int32_t h = 1; h <= c.layout.ngroups; ++h)
     for (std::int32_t l = 1; l <= c.layout.NGR(h, 1); ++l)
       for (std::int32_t p = 1; p <= c.layout.NGR(h, 2); ++p) {

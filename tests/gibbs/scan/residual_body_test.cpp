@@ -36,7 +36,7 @@ struct body_case : two_trait_case {
     for (double& u : s.sol) u = x.between(-2, 2);
     SETALL(sources.combined, 12345, 67890);
     RMARIN(sources.marsaglia, 1802, 9373);
-    f.asked.analysis_type = analysis_type;
+    f.asked.analysis_type = analysis_of(analysis_type);
     f.asked.isamp = 1000;
     f.asked.nburn = 1000;
     if (make) make(*this);
@@ -252,6 +252,20 @@ TEST(residual_body_death, a_residual_that_drifted_ends_the_process) {
     else
       enter();
   }
+}
+
+// The same builds check each equation number that the walk over the records takes.
+TEST(residual_body_death, an_equation_beyond_its_group_ends_the_process) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  body_case c({false, false, false}, 1, {}, false);
+  c.round();
+  scan_records r = c.records();
+  residual_body body;
+  body.begin_round(r, c.f.asked, c.f.state, scan_stage::all);
+  const std::int64_t extent = std::int64_t{r.layout.NGR(1, 1)} * r.layout.group(1).stride;
+  c.work.fast.groups[0].slots[0].row(1) = static_cast<std::int32_t>(extent);
+  EXPECT_DEATH(body.enter_group(r, c.f.asked, c.f.state, scan_stage::all, 1),
+               "array index [0-9]+ is outside 0\\.\\.");
 }
 #endif
 

@@ -130,7 +130,7 @@ TEST(sample_level, stops_with_the_group_when_a_block_is_not_positive_definite) {
 
 TEST(scan_levels, draws_n_normals_per_level_in_order_of_levels) {
   level_case whole(2, 4), parts(2, 4);
-  whole.f.asked.analysis_type = 2;
+  whole.f.asked.analysis_type = analysis::predict;
   scan_records all = whole.records();
   solver_sums sums;
   scan_levels(all, whole.f.asked, whole.f.state, whole.f.counts, scan_stage::all, 1, sums);
@@ -142,7 +142,7 @@ TEST(scan_levels, draws_n_normals_per_level_in_order_of_levels) {
 
 TEST(scan_levels, draws_nothing_for_a_group_that_is_not_updated) {
   level_case c(2, 4);
-  c.f.asked.analysis_type = 3;
+  c.f.asked.analysis_type = analysis::gibbs;
   c.f.state.gropd(1) = 0;
   c.s.sol.fill(0.75);
   marsaglia_source same = c.sources.marsaglia;
@@ -163,7 +163,7 @@ TEST(GIBSCAN, draws_for_all_groups_in_order_before_the_missing_traits) {
   // 19 equations and two missing values, one stream
   two_trait_case c(8, false, true, false);
   no_zero_covariances(c);
-  c.f.asked.analysis_type = 2;
+  c.f.asked.analysis_type = analysis::predict;
   c.f.state.iround = 1;
   c.f.asked.nburn = 10;
   RMARIN(c.sources.marsaglia, 1802, 9373);
@@ -178,7 +178,7 @@ TEST(GIBSCAN, does_not_relax_samples) {
   two_trait_case early(8, false, false, false), late(8, false, false, false);
   for (two_trait_case* c : {&early, &late}) {
     no_zero_covariances(*c);
-    c->f.asked.analysis_type = 2;
+    c->f.asked.analysis_type = analysis::predict;
     c->f.asked.nburn = 1000;
     RMARIN(c->sources.marsaglia, 5, 6);
   }

@@ -118,7 +118,7 @@ TEST(two_stage_scan, leaves_other_coefficients_alone) {
 // sources of round 1 see x4 and x5.
 TEST(two_stage_scan, solves_the_sources_with_the_coefficients_of_the_round_before) {
   staged_case c({}, 0);
-  const dense_equations before(c, 0);
+  const dense_equations before(c, analysis::solve);
   const std::vector<double> start(c.s.sol.begin(), c.s.sol.end());
   c.work.body = scan_body::plain;
   c.round();
@@ -131,7 +131,7 @@ TEST(two_stage_scan, solves_the_sources_with_the_coefficients_of_the_round_befor
     EXPECT_NEAR(c.s.sol(e), right / before.D(e, e), 1e-10);
   }
   // the plain regressions are solved with the new coefficients and sources
-  const dense_equations after(c, 0);
+  const dense_equations after(c, analysis::solve);
   dense_matrix block(2);
   dense_vector right(2);
   for (std::int32_t i = 1; i <= 2; ++i) {
@@ -161,7 +161,7 @@ TEST(two_stage_scan, converges_to_the_equations_with_the_found_covariables) {
         for (std::int32_t e = 1; e <= c.design.M_M(r); ++e)
           if (c.design.XD2_M(e, r) == 2 && c.design.XD3_M(e, r) <= 2)
             c.design.ZD_M(e, r) = c.coefficient(r, c.design.XD3_M(e, r) - 1);
-      const dense_equations full(c, 0);
+      const dense_equations full(c, analysis::solve);
       const dense_vector x = solve(full.sum(), full.b);
       double largest = 0;
       for (std::int32_t e = 1; e <= c.layout.neq; ++e) largest = std::max(largest, std::fabs(x(e)));

@@ -47,7 +47,7 @@ TEST(derived_checks, an_unknown_name_is_reported_with_the_nearest) {
   EXPECT_EQ(told("R[bwt,eese]"), "[derive] q: there is no trait \"eese\" (did you mean \"ease\"?)\n");
   EXPECT_EQ(told("firs + 1"), "[derive] q: there is no \"firs\" (did you mean \"first\"?)\n");
   EXPECT_EQ(told("h2[eese]"),
-            "[derive] q: h2 holds \"eese\", which is no trait, factor or row (did you mean \"ease\"?)\n");
+            "[derive] q: h2 holds \"eese\", which is not a trait, factor or row (did you mean \"ease\"?)\n");
   EXPECT_EQ(told("q + 1"), "[derive] q: there is no \"q\"\n");
   EXPECT_EQ(told("H[bwt]"),
             "[derive] q: there is no H[..]; known: G R threshold pi VP h2 m2 p2 d2 c2 pe2 repeatability rg "
@@ -100,7 +100,7 @@ TEST(derived_checks, the_parts_of_formulas_follow_the_grammar) {
 }
 
 TEST(derived_checks, signs_and_brackets_that_can_not_be_there_are_reported) {
-  EXPECT_EQ(told("R[bwt,bwt] > 2"), "[derive] q: \">\" can't stand in a formula\n");
+  EXPECT_EQ(told("R[bwt,bwt] > 2"), "[derive] q: \">\" can't appear in a formula\n");
   EXPECT_EQ(told("(1 + 2"), "[derive] q: this bracket is not closed\n");
   EXPECT_EQ(told("1 + 2)"), "[derive] q: this bracket was not opened\n");
   EXPECT_EQ(told("R[bwt,bwt"), "[derive] q: this bracket is not closed\n");

@@ -240,9 +240,9 @@ TEST(formula, faults_of_the_grammar_name_what_was_expected_and_where) {
       {"(x || g)", 4, "expected the name of a factor or column",
        "'||' holds covariances at zero: give each effect a factor of its own, (1 | a | g) + (0 + x | b | g)"},
       {"1 + 2nd", 4, "expected a term: 1, 0, an effect or ( .. | factor | column)",
-       "a name that begins with a digit stands in back quotes"},
+       "put a name that begins with a digit in back quotes"},
       {"1 | animal", 2, "expected '+' or the end of the formula",
-       "random terms stand in brackets: (1 | factor | column)"},
+       "put random terms in brackets: (1 | factor | column)"},
   };
   for (const faulty_formula& c : cases) {
     const result r = read(c.text);
@@ -269,15 +269,15 @@ TEST(formula, all_faults_of_meaning_are_reported_in_the_order_of_the_text) {
   std::vector<std::string> texts;
   for (const formula_fault& f : r.faults) texts.push_back(f.text);
   const std::vector<std::string> expected = {"1 and 0 contradict each other",
-                                             "effect a stands twice",
-                                             "effect a:b stands twice",
-                                             "effect c:c holds one column twice",
+                                             "effect a appears twice",
+                                             "effect a:b appears twice",
+                                             "effect c:c contains one column twice",
                                              "a random term with 0 alone has no effect",
                                              "a term with several columns needs the name of a factor",
-                                             "effect x stands twice",
-                                             "column d stands twice"};
+                                             "effect x appears twice",
+                                             "column d appears twice"};
   EXPECT_EQ(texts, expected);
-  EXPECT_EQ(read("1 + 1").faults[0].text, "1 stands twice");
+  EXPECT_EQ(read("1 + 1").faults[0].text, "1 appears twice");
 }
 
 TEST(formula, no_text_at_all_can_break_the_reading) {

@@ -81,7 +81,7 @@ TEST(kinds, a_mixed_trait_is_one_of_numbers_without_weight_or_random_curve) {
             "m.toml:7:10: error: [trait.y] weight: a trait with shift(..) takes no weight\n");
   EXPECT_EQ(
       told(trait("y", "", "shift(z) + (x | a)") + z + "[factor.a]\n[covariable.x]\n"),
-      "m.toml:6:12: error: shift(..) and a random regression can't stand in one formula: its curves would "
+      "m.toml:6:12: error: a formula can't have both shift(..) and a random regression: its curves would "
       "be switched too\n");
   EXPECT_EQ(told(trait("y", "", "shift(z) + shift(z)") + z),
             "m.toml:6:23: error: a formula holds one shift(..) at most\n");
@@ -156,7 +156,7 @@ TEST(kinds, a_censored_trait_has_one_way_to_tell_its_limits) {
             "m.toml:7:8: error: [trait.y] kind = \"censored\" needs limits = { code = \"column\", upper = "
             "\"column\" }, { event = \"column\" } or { upper = \"column\" }\n");
   EXPECT_EQ(told(trait("y", "kind = \"censored\"\nlimits = {event = \"e\", upper = \"u\"}\n")),
-            "m.toml:8:19: error: [trait.y] limits: event stands alone, without code and upper\n");
+            "m.toml:8:19: error: [trait.y] limits: event is given alone, without code and upper\n");
 }
 
 TEST(kinds, first_memberships_have_one_source) {
@@ -176,8 +176,9 @@ TEST(kinds, values_that_a_continued_chain_loses_are_reported) {
       "\"e\" }\n[run]\nanalysis = \"gibbs\"\ncontinue = true\n",
       "m.toml", log);
   ASSERT_EQ(log.entries.size(), 1U);
-  EXPECT_EQ(log.entries[0].text,
-            "the values of y (kind censored) are not kept between runs: a continued chain draws them anew");
+  EXPECT_EQ(
+      log.entries[0].text,
+      "the values of y (kind censored) are not kept between runs: a continued chain draws them from scratch");
 }
 
 // ---- residual (co)variances

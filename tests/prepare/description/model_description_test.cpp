@@ -468,9 +468,10 @@ TEST(model_description, kept_solutions_are_all_none_or_named) {
   EXPECT_EQ(r.d.keep.effects.size(), 4U);
   EXPECT_TRUE(r.d.keep.residuals.value);
   const result bad = read(small("[keep]\nsolutions = [\"sez\"]"));
-  EXPECT_EQ(told(bad),
-            "model.toml:7:14: error: [keep] solutions: \"sez\" is no factor and no effect; known: a, 1, "
-            "y.1, sex, y.sex\n");
+  EXPECT_EQ(
+      told(bad),
+      "model.toml:7:14: error: [keep] solutions: \"sez\" is neither a factor nor an effect; known: a, 1, "
+      "y.1, sex, y.sex\n");
   EXPECT_EQ(bad.log.entries[0].hint, "did you mean \"sex\"?");
 }
 
@@ -663,7 +664,7 @@ seed = 1
                                              "unknown key \"seed\" in [run]",
                                              "unknown key \"dat\""};
   EXPECT_EQ(first_words, expected);
-  EXPECT_EQ(r.log.entries[6].hint, "\"burnin\" belongs into [run]");
+  EXPECT_EQ(r.log.entries[6].hint, "\"burnin\" belongs in [run]");
   EXPECT_EQ(r.log.entries[11].hint, "did you mean \"data\"?");
 }
 
@@ -776,12 +777,13 @@ TEST(model_description, a_description_on_disk_is_read) {
 
 TEST(model_description, a_class_on_the_left_of_a_bar_is_refused) {
   const result r = read(small("", "1 + (days | a | cow)"));
-  EXPECT_EQ(told(r), "model.toml:5:17: error: days stands on the left of '|' and is no covariable\n");
+  EXPECT_EQ(told(r), "model.toml:5:17: error: days appears on the left of '|' but is not a covariable\n");
   EXPECT_EQ(r.log.entries[0].hint, "if it is a number, add a table [covariable.days]");
-  EXPECT_EQ(told(read(small("[covariable.x]", "1 + (sex:x | a | cow)"))),
-            "model.toml:5:17: error: sex:x stands on the left of '|' and is a product with a class, which is "
-            "not yet "
-            "supported\n");
+  EXPECT_EQ(
+      told(read(small("[covariable.x]", "1 + (sex:x | a | cow)"))),
+      "model.toml:5:17: error: sex:x appears on the left of '|' but is a product with a class, which is "
+      "not yet "
+      "supported\n");
 }
 
 TEST(model_description, two_covariables_in_one_effect_are_refused) {
@@ -966,7 +968,7 @@ TEST(model_description, a_range_must_rise) {
 TEST(model_description, more_than_twenty_traits_are_refused) {
   std::string text = "[data]\nfile='d'\n";
   for (int i = 0; i < 21; ++i) text += "[trait.t" + std::to_string(i) + "]\nformula='1'\n";
-  EXPECT_EQ(told(read(text)), "model.toml:43:8: error: 21 traits; 20 are the most\n");
+  EXPECT_EQ(told(read(text)), "model.toml:43:8: error: 21 traits; at most 20 are possible\n");
 }
 
 // ---- known, but of a later version
@@ -1033,8 +1035,7 @@ TEST(model_description, chains_over_models_warn_of_factors_without_a_proper_prio
   for (const std::string analysis : {"models", "jump"}) {
     const std::string text =
         "warning: analysis \"" + analysis + "\" compares numbers of rows, and [factor.a] has ";
-    const std::string end =
-        ": what comes out changes with the units of the traits; give prior_df = 4 or more\n";
+    const std::string end = ": the result depends on the units of the traits; give prior_df = 4 or more\n";
     EXPECT_EQ(warned(analysis, "", "1 + (x|a)"),
               "model.toml:8:12: " + text + "2 rows and a flat prior (prior_df = 0)" + end);
     for (const std::string df : {"2", "3"})
@@ -1078,7 +1079,7 @@ TEST(model_description, no_text_at_all_can_break_the_reading) {
   std::string dotted = "[a";
   for (int i = 0; i < 100000; ++i) dotted += ".a";
   EXPECT_EQ(told(read(dotted + "]")),
-            "model.toml: error: this is no model description: a key has more than 16 dots\n");
+            "model.toml: error: this is not a model description: a key has more than 16 dots\n");
   EXPECT_GT(read(std::string("\0\xFF\xFE", 3)).log.entries.size(), 0U);
   EXPECT_GT(read(std::string(std::size_t{17} << 20, ' ')).log.entries.size(), 0U);
 

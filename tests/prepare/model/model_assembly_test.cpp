@@ -409,7 +409,7 @@ TEST(model_assembly, value_outside_of_its_range_is_refused_with_its_line) {
   const prepared_case c =
       prepare(toml("[trait.y]\nformula = \"1 + leg(x, 1)\"\n[covariable.x]\nrange = [5, 305]\n"),
               "x,y\n5,3\n306,5\n4,7\n");
-  EXPECT_TRUE(c.says("d.csv:3: error: x = 306 is outside of its range 5 to 305")) << c.messages();
+  EXPECT_TRUE(c.says("d.csv:3: error: x = 306 is outside its range 5 to 305")) << c.messages();
   EXPECT_TRUE(c.says("d.csv:4: error: x = 4 is outside")) << c.messages();
 }
 
@@ -508,16 +508,16 @@ TEST(model_assembly, levels_all_of_one_record_and_flat_priors_of_few_levels_are_
   const prepared_case c =
       prepare(toml("[factor.b]\n[trait.y]\nformula = \"1 + (1 | b)\"\n", "analysis = \"gibbs\"\n"),
               "b,y\n1,3\n2,5\n3,4\n");
-  EXPECT_TRUE(c.says("b and the residual cannot be told apart")) << c.messages();
+  EXPECT_TRUE(c.says("b and the residual cannot be distinguished")) << c.messages();
   EXPECT_TRUE(c.says("b has 3 levels and a flat prior: its variances have no finite mean")) << c.messages();
 }
 
 TEST(model_assembly, factors_whose_levels_always_go_together_are_warned_of) {
   const std::string model = "[factor.b]\n[factor.c]\n[trait.y]\nformula = \"1 + (1 | b) + (1 | c)\"\n";
   const prepared_case twins = prepare(toml(model), "b,c,y\n1,x,3\n1,x,5\n2,z,4\n2,z,6\n");
-  EXPECT_TRUE(twins.says("b and c cannot be told apart")) << twins.messages();
+  EXPECT_TRUE(twins.says("b and c cannot be distinguished")) << twins.messages();
   const prepared_case apart = prepare(toml(model), "b,c,y\n1,x,3\n1,z,5\n2,z,4\n2,z,6\n");
-  EXPECT_FALSE(apart.says("cannot be told apart")) << apart.messages();
+  EXPECT_FALSE(apart.says("cannot be distinguished")) << apart.messages();
 }
 
 TEST(model_assembly, file_without_records_and_trait_without_observations_are_refused) {

@@ -18,12 +18,11 @@ prepared_case case_of(const std::string& formula, const std::string& more, const
 // The largest real of 32 bits is (2 - 2^-23) 2^127 = 3.4028e38, the smallest above zero 2^-149 = 1.4e-45.
 TEST(number_checks, numbers_that_32_bits_can_not_hold_are_errors_with_file_line_and_column) {
   const prepared_case large = case_of("1", "", "x,y\n1,3\n2,4\n1,3.5e38\n2,4\n");
-  EXPECT_TRUE(
-      large.says("d.csv:4: error: \"3.5e38\" in column y is beyond what 32 bits hold (3.4e38): take a "
-                 "larger unit\n"))
+  EXPECT_TRUE(large.says("d.csv:4: error: \"3.5e38\" in column y is beyond what 32 bits hold (3.4e38): use a "
+                         "larger unit\n"))
       << large.messages();
   const prepared_case small = case_of("1 + x", "", "x,y\n1,3\n1e-46,4\n0,5\n2,4\n");
-  EXPECT_TRUE(small.says("d.csv:3: error: \"1e-46\" in column x becomes 0 in 32 bits: take a smaller unit\n"))
+  EXPECT_TRUE(small.says("d.csv:3: error: \"1e-46\" in column x becomes 0 in 32 bits: use a smaller unit\n"))
       << small.messages();
   const prepared_case fits = case_of("1", "", "x,y\n1,3.4e38\n2,1e-40\n2,-3.4e38\n");
   EXPECT_FALSE(fits.says("32 bits: take") || fits.says("what 32 bits hold")) << fits.messages();
@@ -31,9 +30,8 @@ TEST(number_checks, numbers_that_32_bits_can_not_hold_are_errors_with_file_line_
 
 TEST(number_checks, curves_of_a_covariable_that_32_bits_can_not_hold_are_errors) {
   const prepared_case c = case_of("1 + poly(x, 2)", "", "x,y\n1,3\n2e20,4\n1e20,5\n4e20,4\n3e20,6\n");
-  EXPECT_TRUE(
-      c.says("d.csv:3: error: x.poly2 is 4e+40 here, beyond what 32 bits hold (3.4e38): take a larger "
-             "unit\n"))
+  EXPECT_TRUE(c.says("d.csv:3: error: x.poly2 is 4e+40 here, beyond what 32 bits hold (3.4e38): use a larger "
+                     "unit\n"))
       << c.messages();
 }
 

@@ -106,7 +106,7 @@ TEST(solution_covariables, nest_in_classes) {
 TEST(solution_covariables, hang_together_with_the_class_of_their_source_alone) {
   const prepared_case c =
       prepare(toml("1 + herd + (1 | sire)", "1 + herd + level", "solution = \"milk.herd\""));
-  EXPECT_TRUE(c.says("fixed effects of fat hang together")) << c.messages();
+  EXPECT_TRUE(c.says("fixed effects of fat are dependent")) << c.messages();
   EXPECT_EQ(c.p.model.MODEL(2).n_reg, 0);
   EXPECT_EQ(c.p.directives.size(), 5U); // no list: nothing uses the covariable
 }
@@ -127,7 +127,7 @@ TEST(solution_covariables, refuse_a_source_that_lost_levels) {
                    "[covariable.other]\nsolution = \"milk.year\""));
   EXPECT_TRUE(c.says(
       "[covariable.other]: year of milk has lost a level for the sake of full rank (year:1: most records "
-      "of year; its mean stands in herd)"))
+      "of year; its mean is in herd)"))
       << c.messages();
 }
 
@@ -157,14 +157,14 @@ TEST(solution_covariables, are_checked_in_the_description) {
   const std::string good_milk = "1 + herd + (1 | sire)", herd = "solution = \"milk.herd\"";
   const bad_description cases[] = {
       {good_milk, "1 + level", "solution = \"milk.hrd\"", "",
-       "\"milk.hrd\" is no class effect of a trait; known: milk.herd, milk.sire"},
+       "\"milk.hrd\" is not a class effect of a trait; known: milk.herd, milk.sire"},
       {good_milk + " + dim", "1 + level", "solution = \"milk.dim\"", "[covariable.dim]",
-       "\"milk.dim\" is no class effect"},
+       "\"milk.dim\" is not a class effect"},
       {good_milk + " + level", "1 + level", herd, "",
        "level is made from solutions and can't explain its own trait milk"},
       {good_milk, "1 + leg(level, 2)", herd, "", "level is made from solutions and takes no leg(level,2)"},
       {good_milk, "1 + (level | fatsire | sire)", herd, "",
-       "level is made from solutions and can't stand on the left"},
+       "level is made from solutions and can't appear on the left"},
       {good_milk, "1 + level", herd + "\ncolumn = \"dim\"", "",
        "[covariable.level] is a solution and has no column"},
       {good_milk, "1 + level", herd + "\ncenter = true", "", "no range and no center"},

@@ -7,6 +7,7 @@
 #include "support/prepared_case.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <sstream>
@@ -170,7 +171,7 @@ TEST(work_directory, that_can_not_be_made_is_a_fault) {
   out.write("file", "");
   const directory_result w = write_work_directory(c.description, c.p, out / "file", "");
   EXPECT_FALSE(w.ok);
-  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file") + ": a file of that name stands there");
+  EXPECT_EQ(w.fault, "can't make the directory " + (out / "file") + ": there is a file of that name");
 }
 
 TEST(work_directory, files_that_would_disturb_a_run_are_named) {
@@ -180,14 +181,14 @@ TEST(work_directory, files_that_would_disturb_a_run_are_named) {
   out.write("oldsol", "");
   EXPECT_EQ(
       disturbing_files(out.path()),
-      (std::vector<std::string>{"STOP stands there: the run would end after one round",
-                                "oldsol stands there without the other restart file: the run would stop"}));
+      (std::vector<std::string>{"STOP is present: the run would end after one round",
+                                "oldsol is present without the other restart file: the run would stop"}));
   out.write("r_parm", "");
   EXPECT_EQ(disturbing_files(out.path())[1],
-            "oldsol and r_parm stand there: the run would continue an old chain");
+            "oldsol and r_parm are present: the run would continue an old chain");
   out.write("mixz_last", "");
   EXPECT_TRUE(
-      disturbing_files(out.path())[2].starts_with("mixz_prob or mixz_last of a former run stand there"));
+      disturbing_files(out.path())[2].starts_with("mixz_prob or mixz_last of an earlier run is present"));
 }
 
 TEST(work_directory, codes_tell_identification_and_equation_of_every_level) {
@@ -252,6 +253,24 @@ TEST(work_directory, codes_of_a_combination_have_its_parts) {
   EXPECT_NE(out.read("names.json").find("\"parts\": [\n        \"herd\",\n        \"year\"\n      ]"),
             std::string::npos);
   EXPECT_NE(out.read("names.json").find("\"name\": \"wwg.herd:year\""), std::string::npos);
+}
+
+// Binary traits have residual variance 1 and a stored liability; gaussian ones are observed.
+TEST(work_directory, names_hold_what_is_known_of_the_kinds_of_the_traits) {
+  const prepared_case c("[data]\nfile = \"d.csv\"\n[trait.sick]\nkind = \"binary\"\nformula = \"1 + sex\"\n"
+                        "[trait.w]\nformula = \"1\"\n[trait.v]\nformula = \"1\"\n"
+                        "[run]\nanalysis = \"gibbs\"\nseeds = [1, 2]\n",
+                        {{"d.csv", "sex,sick,w,v\n1,0,2.5,1\n1,1,3.5,4\n2,0,3.1,2\n2,1,2.2,7\n1,1,4.1,3\n"
+                                   "2,0,2.6,5\n1,0,3.7,8\n2,1,3.3,6\n"}});
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  const scratch_directory out;
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  const auto names = nlohmann::json::parse(out.read("names.json"));
+  EXPECT_EQ(names["kinds"], nlohmann::json::parse(R"([
+    {"number": 1, "word": "gaussian", "unit_variance": false, "drawn_by": "none", "stored": false,
+     "thresholds": false},
+    {"number": 4, "word": "binary", "unit_variance": true, "drawn_by": "liabilities", "stored": true,
+     "thresholds": false}])"));
 }
 
 TEST(work_directory, a_factor_may_have_levels_of_columns_and_of_combinations) {

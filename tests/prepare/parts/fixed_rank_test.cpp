@@ -86,7 +86,7 @@ TEST(fixed_rank, widest_class_keeps_all_and_others_lose_their_largest_level) {
   EXPECT_EQ(c.n_kept, (levels{1, 3}));
   EXPECT_EQ(c.rank, 4);
   EXPECT_EQ(c.column[1].n_records, 4);
-  EXPECT_EQ(c.column[1].why, "most records of sex; its mean stands in herd");
+  EXPECT_EQ(c.column[1].why, "most records of sex; its mean is in herd");
 }
 
 TEST(fixed_rank, first_of_equal_effects_and_levels_is_taken) {
@@ -125,7 +125,7 @@ TEST(fixed_rank, columns_with_the_same_records_are_named) {
     EXPECT_EQ(
         message_text(log.entries[0]),
         std::string(is_error ? "error" : "warning") +
-            ": fixed effects of wwt hang together: damage:4 = herd:year:[7:1998] (the same 12 records); "
+            ": fixed effects of wwt are dependent: damage:4 = herd:year:[7:1998] (the same 12 records); "
             "damage:4 is dropped\n");
     EXPECT_EQ(names_in(effects, c, column_state::dependent), (words{"damage:4"}));
     EXPECT_EQ(c.column[3].why, "= herd:year:[7:1998] (the same 12 records)");
@@ -145,9 +145,9 @@ TEST(fixed_rank, a_class_that_refines_another_takes_its_place) {
   EXPECT_EQ(names_in(effects, c, column_state::dependent), (words{"region:2", "region:3"}));
   ASSERT_EQ(log.entries.size(), 2U);
   EXPECT_EQ(log.entries[0].text,
-            "fixed effects of y hang together: region:2 = herd:3 (the same 2 records); region:2 is dropped");
+            "fixed effects of y are dependent: region:2 = herd:3 (the same 2 records); region:2 is dropped");
   EXPECT_EQ(log.entries[1].text,
-            "fixed effects of y hang together: region:3 = herd:4 + herd:5; region:3 is dropped");
+            "fixed effects of y are dependent: region:3 = herd:4 + herd:5; region:3 is dropped");
   EXPECT_EQ(c.rank, 5);
 }
 
@@ -165,9 +165,9 @@ TEST(fixed_rank, a_covariable_that_is_constant_within_the_class_is_dropped) {
   EXPECT_EQ(names_in(effects, c, column_state::dependent), (words{"birth", "twice"}));
   ASSERT_EQ(log.entries.size(), 2U);
   EXPECT_EQ(log.entries[0].text,
-            "fixed effects of y hang together: birth = 2001 x year:2001 + 2002 x year:2002 + "
+            "fixed effects of y are dependent: birth = 2001 x year:2001 + 2002 x year:2002 + "
             "2003 x year:2003; birth is dropped");
-  EXPECT_EQ(log.entries[1].text, "fixed effects of y hang together: twice = 2 x age; twice is dropped");
+  EXPECT_EQ(log.entries[1].text, "fixed effects of y are dependent: twice = 2 x age; twice is dropped");
   EXPECT_EQ(c.rank, 4);
 }
 
@@ -180,7 +180,7 @@ TEST(fixed_rank, a_constant_covariable_is_the_mean) {
   const fixed_coding c = code_fixed_part("y", effects, {}, true, log);
   ASSERT_EQ(log.entries.size(), 1U);
   EXPECT_EQ(log.entries[0].text,
-            "fixed effects of y hang together: x = 3.3 x sex:1 + 3.3 x sex:2; x is dropped");
+            "fixed effects of y are dependent: x = 3.3 x sex:1 + 3.3 x sex:2; x is dropped");
   EXPECT_EQ(c.rank, 2);
 }
 
@@ -218,7 +218,7 @@ TEST(fixed_rank, regressions_alone_need_no_class) {
   message_log log;
   const fixed_coding c = code_fixed_part("y", effects, {}, true, log);
   ASSERT_EQ(log.entries.size(), 1U);
-  EXPECT_EQ(log.entries[0].text, "fixed effects of y hang together: s = x + z; s is dropped");
+  EXPECT_EQ(log.entries[0].text, "fixed effects of y are dependent: s = x + z; s is dropped");
   EXPECT_EQ(c.rank, 2);
 }
 
@@ -232,7 +232,7 @@ TEST(fixed_rank, nested_regressions_have_a_column_per_level) {
   const fixed_coding c = code_fixed_part("y", effects, {}, true, log);
   ASSERT_EQ(log.entries.size(), 1U);
   EXPECT_EQ(log.entries[0].text,
-            "fixed effects of y hang together: season:x:[wet] = 5 x season:wet; season:x:[wet] is dropped");
+            "fixed effects of y are dependent: season:x:[wet] = 5 x season:wet; season:x:[wet] is dropped");
   EXPECT_EQ(c.new_level[1], (levels{1, 0}));
   EXPECT_EQ(c.rank, 3);
 }

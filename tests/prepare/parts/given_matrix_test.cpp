@@ -150,7 +150,7 @@ TEST(given_matrix, a_singular_matrix_is_blended_and_reported) {
   ASSERT_EQ(log.entries.size(), 1U);
   EXPECT_EQ(log.entries[0].level, severity::warning);
   EXPECT_TRUE(log.entries[0].text.starts_with("smallest eigenvalue ")) << log.entries[0].text;
-  EXPECT_TRUE(log.entries[0].text.ends_with(" of 2; blended with 0.05 I (say blend = ...)"))
+  EXPECT_TRUE(log.entries[0].text.ends_with(" of 2; blended with 0.05 I (set blend = ...)"))
       << log.entries[0].text;
   EXPECT_EQ(g.blended, 0.05);
   const double d = 1.0 - 0.95 * 0.95;
@@ -162,7 +162,7 @@ TEST(given_matrix, a_near_singular_matrix_is_blended) {
   message_log log;
   const given_inverse g = read("a b\n1 0.999999998\n0.999999998 1\n", matrix_kind::relationship, log);
   EXPECT_EQ(only_message(log),
-            "G.txt: warning: smallest eigenvalue 2e-09 of 2; blended with 0.05 I (say blend = ...)\n");
+            "G.txt: warning: smallest eigenvalue 2e-09 of 2; blended with 0.05 I (set blend = ...)\n");
   EXPECT_EQ(g.blended, 0.05);
 }
 
@@ -197,12 +197,12 @@ TEST(given_matrix, blending_with_zero_leaves_a_singular_matrix_singular) {
   message_log log;
   EXPECT_TRUE(given_matrix_of_text("a b\n1 1\n1 1\n", request, log).element.empty());
   EXPECT_EQ(count_of(log, severity::error), 1);
-  EXPECT_NE(full_text(log).find("say blend = ..."), std::string::npos);
+  EXPECT_NE(full_text(log).find("set blend = ..."), std::string::npos);
 }
 
 TEST(given_matrix, reports_faults_with_their_lines) {
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"a a 1\na b x\nb b 1\n", "G.txt:2: error: \"x\" is no number\n"},
+      {"a a 1\na b x\nb b 1\n", "G.txt:2: error: \"x\" is not a number\n"},
       {"a a 1\na b\nb b 1\n",
        "G.txt:2: error: expected three values here: identification, identification, number\n"},
       {"a a 1\na b 0.5\nb b 1\nb a 0.4\n",
@@ -218,7 +218,7 @@ TEST(given_matrix, reports_faults_with_their_lines) {
       {"a b c d\n1 0 0 0\n0 1 0\n0 0 1 0\n0 0 0 1\n", "G.txt:3: error: 3 values here, 4 expected\n"},
       {"a b c d\n1 0 0 0\n0 1 0 0\n", "G.txt:1: error: 4 different identifications here, but 2 rows below\n"},
       {"a a\n1 0\n0 1\n", "G.txt:1: error: 1 different identifications here, but 2 rows below\n"},
-      {"a b\na 1 0\nc 0 1\n", "G.txt:3: error: the row of \"c\" stands where that of \"b\" is due\n"},
+      {"a b\na 1 0\nc 0 1\n", "G.txt:3: error: the row of \"c\" is where that of \"b\" is expected\n"},
       {"a b\n1 0.5\n0.4 1\n",
        "G.txt:3: error: the element of \"b\" and \"a\" is 0.4 here and 0.5 in line 2\n"}};
   for (const auto& [text, expected] : squares) {
@@ -229,8 +229,9 @@ TEST(given_matrix, reports_faults_with_their_lines) {
 }
 
 TEST(given_matrix, comment_lines_are_one_error) {
-  const std::string cause = "error: a line that begins with # is no element; a matrix file has no comments, "
-                            "take them out";
+  const std::string cause =
+      "error: a line that begins with # is not an element; a matrix file has no comments: "
+      "remove them";
   const std::vector<std::pair<std::string, std::string>> cases{
       {"# G of the herd 7\n# by K, 2010\na a 1\na b 0.5\nb b 1\n",
        "G.txt:1: " + cause + " (2 in all, lines 1, 2)\n"},

@@ -77,7 +77,7 @@ TEST(pedigree, refuses_a_header_that_does_not_tell) {
   message_log log, named;
   read("a,b,c\n1,0,0\n", log);
   EXPECT_EQ(only_message(log),
-            "pedigree.csv: error: the header does not tell animal, sire and dam; the columns are: a, b, c\n"
+            "pedigree.csv: error: the header does not name animal, sire and dam; the columns are: a, b, c\n"
             "    say which is which: pedigree = { file = .., animal = .., sire = .., dam = .. }\n");
   read("animal,sire,dam\n1,0,0\n", named, {.sire = "father"});
   ASSERT_EQ(named.entries.size(), 1U);
@@ -108,7 +108,7 @@ TEST(pedigree, reports_two_lines_of_an_animal) {
   message_log equal, different;
   const pedigree p = read("animal,sire,dam\n1,0,0\nK17,1,NA\nK17,1,0\n", equal);
   EXPECT_EQ(only_message(equal),
-            "pedigree.csv:4: note: animal \"K17\" has two equal lines (first: line 3)\n");
+            "pedigree.csv:4: note: animal \"K17\" has two identical lines (first: line 3)\n");
   EXPECT_EQ(p.n_animals(), 2);
   const pedigree none = read("animal,sire,dam\n1,0,0\n2,0,0\nK17,1,0\nK17,2,0\n", different);
   EXPECT_EQ(only_message(different),

@@ -1,4 +1,4 @@
-// Columns of the data: causes that are told once for all columns, and levels that look like missing codes.
+// Columns of the data: causes that are reported once for all columns, levels that look like missing codes.
 // Expected texts by hand.
 #include "prepare/records/data_columns.h"
 
@@ -23,7 +23,7 @@ TEST(data_columns, decimal_commas_of_several_columns_are_one_error) {
       {{"d.csv", "y;x;w;z\n1;2,5;1;1\n2,5;3,5;1,5;2\n3;4;2;3\n"}});
   EXPECT_EQ(
       c.messages(),
-      "d.csv:2: error: \"2,5\" in column x is no number (decimal comma? set decimal = \",\" in [data]):\n"
+      "d.csv:2: error: \"2,5\" in column x is not a number (decimal comma? set decimal = \",\" in [data]):\n"
       "    4 values in the columns w, x, y\n");
 }
 

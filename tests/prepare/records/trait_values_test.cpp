@@ -43,7 +43,7 @@ TEST(trait_values, ordered_labels_become_their_places) {
 TEST(trait_values, labels_of_an_ordered_trait_are_shown_ready_for_the_list) {
   const prepared_case c = with("kind = \"ordered\"\n", "y\nhard\neasy\nNA\ncut\neasy\n");
   EXPECT_TRUE(c.says(
-      "data.csv:2: error: \"hard\" in column y is no number: name the categories of y, the lowest first,\n"
+      "data.csv:2: error: \"hard\" in column y is not a number: name the categories of y, the lowest first,\n"
       "    by these put in their order: categories = [\"cut\", \"easy\", \"hard\"]\n"))
       << c.messages();
 }
@@ -55,8 +55,8 @@ TEST(trait_values, numbers_of_an_ordered_trait_need_no_list) {
   EXPECT_EQ(c.p.data.traits[0].categories, (std::vector<std::string>{"2", "5", "10"}));
   EXPECT_TRUE(
       with("kind = \"ordered\"\n", "y\n1\n2\n1\n").says("y is ordered and has 2 categories; two are kind"));
-  EXPECT_TRUE(
-      with("kind = \"ordered\"\n", "y\n1\nb\n1\n").says("data.csv:3: error: \"b\" in column y is no number"));
+  EXPECT_TRUE(with("kind = \"ordered\"\n", "y\n1\nb\n1\n")
+                  .says("data.csv:3: error: \"b\" in column y is not a number"));
 }
 
 TEST(trait_values, an_empty_category_is_refused_by_name) {
@@ -71,7 +71,7 @@ TEST(trait_values, a_label_outside_of_the_categories_is_reported_with_its_line) 
   const prepared_case c =
       with("kind = \"ordered\"\ncategories = [\"easy\", \"hard\", \"cut\"]\n", "y\ncut\neasy\nhrad\nhard\n");
   EXPECT_TRUE(
-      c.says("data.csv:4: error: \"hrad\" in column y is no category of y; they are: easy, hard, cut\n"))
+      c.says("data.csv:4: error: \"hrad\" in column y is not a category of y; they are: easy, hard, cut\n"))
       << c.messages();
 }
 
@@ -80,9 +80,9 @@ TEST(trait_values, one_wrong_label_is_one_error_with_the_nearest_label) {
   const prepared_case c = with(kind, "y\ncut\neasy\nhrad\nhard\nhrad\n.\n");
   EXPECT_EQ(
       c.messages(),
-      "data.csv:4: error: \"hrad\" in column y is no category of y; they are: easy, hard, cut (2 records, "
+      "data.csv:4: error: \"hrad\" in column y is not a category of y; they are: easy, hard, cut (2 records, "
       "lines 4, 6)\n    did you mean \"hard\"?\n"
-      "data.csv:7: error: \".\" in column y is no category of y; they are: easy, hard, cut\n"
+      "data.csv:7: error: \".\" in column y is not a category of y; they are: easy, hard, cut\n"
       "    if it means that there is no value: [data] missing = [\"NA\", \".\"]\n");
 }
 
@@ -100,7 +100,7 @@ TEST(trait_values, two_labels_become_zero_and_one) {
   EXPECT_EQ(c.p.model.MODEL(1).TRAIT_TYPE, 4);
   EXPECT_EQ(reals(c, 1), (std::vector<float>{0, 1, 1}));
   EXPECT_TRUE(with("kind = \"binary\"\n", "y\n0\n1\n2\n")
-                  .says("\"2\" in column y is no category of y; they are: 0, 1\n"
+                  .says("\"2\" in column y is not a category of y; they are: 0, 1\n"
                         "    name the two, categories = [\"no\", \"yes\"]; more are kind = \"ordered\"\n"));
   EXPECT_TRUE(with("kind = \"binary\"\n", "y\n1\n1\n").says("y has no record of \"0\"\n"));
 }
@@ -139,14 +139,14 @@ TEST(trait_values, faults_of_censoring_are_reported_with_their_lines) {
                                "y,c,u\n5,2,4\n6,2,NA\n7,3,NA\n1e6,1,NA\n8,0,NA\n");
   EXPECT_EQ(
       c.messages(),
-      "data.csv:4: error: \"3\" in column c is no code of censoring: -1 left, 0 none, 1 right, 2 interval\n"
+      "data.csv:4: error: \"3\" in column c is not a censoring code: -1 left, 0 none, 1 right, 2 interval\n"
       "data.csv:2: error: the upper limit 4 of y lies below the lower one, 5\n"
       "data.csv:3: error: the interval of y from 6 has no upper limit\n"
-      "data.csv:5: error: 1000000 of y is too large for a censored trait: 999999 stands for no bound; take "
+      "data.csv:5: error: 1000000 of y is too large for a censored trait: 999999 means no bound; use "
       "another unit\n");
-  EXPECT_TRUE(
-      with("kind = \"censored\"\nlimits = { event = \"e\" }\n", "y,e\n5,2\n4,1\n")
-          .says("data.csv:2: error: \"2\" in column e: 1 says that the end was seen, 0 that it was not yet"));
+  EXPECT_TRUE(with("kind = \"censored\"\nlimits = { event = \"e\" }\n", "y,e\n5,2\n4,1\n")
+                  .says("data.csv:2: error: \"2\" in column e: 1 means that the event was observed, 0 that "
+                        "it was not"));
 }
 
 // ---- mixtures
@@ -289,9 +289,9 @@ TEST(trait_values, without_positions_the_order_of_the_file_counts) {
 TEST(trait_values, positions_out_of_order_are_refused) {
   EXPECT_EQ(cure("cow,k,failed\nA,1,0\nA,3,0\nB,1,1\nB,1,0\nC,0,1\nD,1.5,0\n").messages(),
             "data.csv:3: error: the sequence of subject A is out of order: position 3 follows 1\n"
-            "data.csv:5: error: position 1 of subject B stands twice\n"
-            "data.csv:6: error: position 0 of subject C: they are whole numbers from 1\n"
-            "data.csv:7: error: position 1.5 of subject D: they are whole numbers from 1\n");
+            "data.csv:5: error: position 1 of subject B appears twice\n"
+            "data.csv:6: error: position 0 of subject C: positions are whole numbers from 1\n"
+            "data.csv:7: error: position 1.5 of subject D: positions are whole numbers from 1\n");
 }
 
 TEST(trait_values, a_sequence_without_columns_of_its_cured_trait_is_taken_out) {
@@ -357,7 +357,7 @@ TEST(trait_values, levels_of_one_outer_category_are_warned_of) {
       "[data]\nfile = \"data.csv\"\n[run]\nanalysis = \"gibbs\"\n[trait.y]\nformula = \"1 + "
       "h\"\nkind = \"binary\"\n",
       {{"data.csv", "y,h\n0,1\n1,1\n1,2\n1,2\n0,3\n"}});
-  EXPECT_TRUE(h.says("y has one outer category only in h:2, h:3: the solution there has no posterior"))
+  EXPECT_TRUE(h.says("y has only one outer category in h:2, h:3: the solution there has no posterior"))
       << h.messages();
 }
 

@@ -159,10 +159,9 @@ TEST(csv_columns, refuses_quotes_left_open_or_inside_a_cell) {
   EXPECT_EQ(only_message(open), "calves.csv:3: error: a quote is opened here and never closed\n");
   table_of("id,x\n1,a\"b\n", inside);
   ASSERT_EQ(count_of(inside, severity::error), 2);
-  EXPECT_EQ(
-      message_text(inside.entries[0]),
-      "calves.csv:2: error: a quote stands inside a value; put the whole value in quotes and write the inner "
-      "quote twice\n");
+  EXPECT_EQ(message_text(inside.entries[0]), "calves.csv:2: error: a value contains a quote; put the "
+                                             "whole value in quotes and write the inner "
+                                             "quote twice\n");
 }
 
 TEST(csv_columns, reports_an_unknown_column_with_those_there_are) {
@@ -208,9 +207,9 @@ TEST(csv_columns, reports_cells_that_are_no_numbers_with_line_and_hint) {
   const std::vector<double> x = column_numbers(t, 1, log);
   ASSERT_EQ(log.entries.size(), 2U);
   EXPECT_EQ(message_text(log.entries[0]),
-            "calves.csv:2: error: \"12,4\" in column bwt is no number (decimal comma? "
+            "calves.csv:2: error: \"12,4\" in column bwt is not a number (decimal comma? "
             "set decimal = \",\" in [data])\n");
-  EXPECT_EQ(message_text(log.entries[1]), "calves.csv:3: error: \"x\" in column bwt is no number\n");
+  EXPECT_EQ(message_text(log.entries[1]), "calves.csv:3: error: \"x\" in column bwt is not a number\n");
   EXPECT_TRUE(std::isnan(x[0]) && std::isnan(x[1]) && std::isnan(x[2]));
   EXPECT_EQ(x[3], 9.0);
 }
@@ -232,16 +231,17 @@ TEST(csv_columns, one_wrong_text_is_one_error_with_its_count_and_first_lines) {
   for (int k = 0; k < 7; ++k) text += "1,high\n2,3\n";
   message_log log;
   column_numbers(table_of(text + "3,low\n", log), 1, log);
-  EXPECT_EQ(full_text(log),
-            "calves.csv:2: error: \"high\" in column bwt is no number (7 records, lines 2, 4, 6, 8, 10, ..)\n"
-            "calves.csv:16: error: \"low\" in column bwt is no number\n");
+  EXPECT_EQ(
+      full_text(log),
+      "calves.csv:2: error: \"high\" in column bwt is not a number (7 records, lines 2, 4, 6, 8, 10, ..)\n"
+      "calves.csv:16: error: \"low\" in column bwt is not a number\n");
 }
 
 TEST(csv_columns, decimal_commas_are_one_error) {
   message_log log;
   column_numbers(table_of("id;bwt\n1;12,4\n2;13,1\n3;12\n4;14,5\n", log), 1, log);
   EXPECT_EQ(full_text(log),
-            "calves.csv:2: error: \"12,4\" in column bwt is no number (decimal comma? set decimal = "
+            "calves.csv:2: error: \"12,4\" in column bwt is not a number (decimal comma? set decimal = "
             "\",\" in [data]) (3 such records, lines 2, 3, 5)\n");
 }
 
@@ -263,7 +263,7 @@ TEST(csv_columns, words_for_no_value_name_the_key_that_says_so) {
   for (const std::string word : {"NaN", ".", "na", "*", "-"}) {
     message_log log;
     column_numbers(table_of("id,x\n1,2\n2," + word + "\n", log, {.missing = {"NA"}}), 1, log);
-    EXPECT_EQ(only_message(log), "calves.csv:3: error: \"" + word + "\" in column x is no number\n" +
+    EXPECT_EQ(only_message(log), "calves.csv:3: error: \"" + word + "\" in column x is not a number\n" +
                                      "    if it means that there is no value: [data] missing = [\"NA\", \"" +
                                      word + "\"]\n");
   }
@@ -273,8 +273,8 @@ TEST(csv_columns, long_cells_are_cut_and_control_bytes_are_visible) {
   message_log log;
   column_numbers(table_of("id,x\n1," + std::string(50, 'a') + "\n2,b\x01\x1B[31m\n", log), 1, log);
   ASSERT_EQ(log.entries.size(), 2U);
-  EXPECT_EQ(log.entries[0].text, "\"" + std::string(40, 'a') + "..\" in column x is no number");
-  EXPECT_EQ(log.entries[1].text, "\"b\\x01\\x1B[31m\" in column x is no number");
+  EXPECT_EQ(log.entries[0].text, "\"" + std::string(40, 'a') + "..\" in column x is not a number");
+  EXPECT_EQ(log.entries[1].text, "\"b\\x01\\x1B[31m\" in column x is not a number");
 }
 
 TEST(csv_columns, finds_the_first_fraction) {

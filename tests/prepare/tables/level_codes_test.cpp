@@ -110,7 +110,7 @@ TEST(level_codes, a_class_of_numbers_with_a_level_per_record_is_refused) {
   check_class_size(t, codes_of_columns(t, std::vector<std::size_t>{0}), log);
   ASSERT_EQ(log.entries.size(), 1U);
   EXPECT_EQ(message_text(log.entries[0]),
-            "calves.csv: error: herd is used as a class and has 190 levels in 200 records; a covariable? say "
+            "calves.csv: error: herd is used as a class and has 190 levels in 200 records; a covariable? add "
             "[covariable.herd]\n");
   check_class_size(t, codes_of_columns(t, std::vector<std::size_t>{1}), log); // texts can't be a covariable
   const csv_columns few = table_of("herd\n1\n2\n3\n4\n");
