@@ -1,6 +1,7 @@
 #include "chains/slurm_batch.h"
 
 #include "chains/processes.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <array>
@@ -68,7 +69,7 @@ int run_words(const std::vector<std::string>& words, bool with_errors, std::stri
   close(ends[1]);
   std::array<char, 4096> piece{};
   for (ssize_t n = 0; (n = read(ends[0], piece.data(), piece.size())) > 0;)
-    output.append(piece.data(), static_cast<std::size_t>(n));
+    output.append(piece.data(), from0(n));
   close(ends[0]);
   int status = 0;
   if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;

@@ -1,6 +1,7 @@
 #include "chains/study_records.h"
 
 #include "formats/byte_file.h"
+#include "shared/indexing.h"
 #include "shared/toml_parser.h"
 
 #include <array>
@@ -165,7 +166,7 @@ bool read_text(const fs::path& path, std::string& text) {
   std::int64_t n = 0;
   do { // the size is no measure: files of /proc have none, others grow
     n = file.read(piece.data(), std::ssize(piece));
-    text.append(piece.data(), static_cast<std::size_t>(n));
+    text.append(piece.data(), from0(n));
   } while (n == std::ssize(piece));
   if (file.failed()) text.clear();
   return !file.failed();

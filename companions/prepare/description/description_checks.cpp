@@ -413,7 +413,7 @@ void check_run(const model_description& d, message_log& log, bool rows_known) {
 double smallest_eigenvalue(const matrix_value& m) {
   std::vector<double> a = m.value;
   const int n = m.order, lwork = 34 * n; // (block size 32 + 2) n
-  std::vector<double> w(static_cast<std::size_t>(n)), work(static_cast<std::size_t>(lwork));
+  std::vector<double> w(from0(n)), work(from0(lwork));
   int info = 0;
   dsyev_("N", "L", &n, a.data(), &n, w.data(), work.data(), &lwork, &info, 1, 1);
   return info == 0 ? w.front() : std::numeric_limits<double>::quiet_NaN();
@@ -422,7 +422,7 @@ double smallest_eigenvalue(const matrix_value& m) {
 bool is_positive_definite(const matrix_value& m) {
   constexpr double smallest = 1e-10; // of the matrix with ones on the diagonal
   matrix_value scaled = m;
-  const std::size_t n = static_cast<std::size_t>(m.order);
+  const std::size_t n = from0(m.order);
   for (std::size_t i = 0; i < n; ++i)
     if (!(m.value[i * n + i] > 0.0)) return false;
   for (std::size_t i = 0; i < n; ++i)

@@ -1,5 +1,7 @@
 #include "prepare/description/description_messages.h"
 
+#include "shared/indexing.h"
+
 namespace zeph::prepare {
 
 namespace {
@@ -8,7 +10,7 @@ source_place source_of(const model_description& d, text_place at) { return {d.pa
 
 std::string line_at(const model_description& d, text_place at) {
   if (at.line < 1 || at.line > static_cast<int>(d.lines.size())) return {};
-  return d.lines[static_cast<std::size_t>(at.line) - 1];
+  return d.lines[from0(at.line) - 1];
 }
 
 message& at_place(const model_description& d, message& m, text_place at) {

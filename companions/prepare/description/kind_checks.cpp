@@ -2,6 +2,7 @@
 
 #include "prepare/description/description_words.h"
 #include "prepare/description/text_places.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -12,7 +13,7 @@ namespace {
 
 using kind = trait_kind;
 
-std::size_t at(int i) { return static_cast<std::size_t>(i); }
+std::size_t at(int i) { return from0(i); }
 
 bool is_one_of(kind k, std::initializer_list<kind> list) {
   return std::find(list.begin(), list.end(), k) != list.end();

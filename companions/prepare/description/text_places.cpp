@@ -1,6 +1,7 @@
 #include "prepare/description/text_places.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <charconv>
@@ -58,7 +59,7 @@ void pass_line_join(const std::vector<std::string>& lines, cursor& at) {
 
 text_place place_in_text(const model_description& d, const text_value& value, std::size_t offset) {
   if (!value.given || value.at.line < 1 || value.at.line > static_cast<int>(d.lines.size())) return value.at;
-  cursor at{static_cast<std::size_t>(value.at.line) - 1, 0};
+  cursor at{from0(value.at.line) - 1, 0};
   at.byte = byte_of(d.lines[at.line], value.at.column);
   const std::string_view opening = std::string_view(d.lines[at.line]).substr(at.byte);
   const bool basic = opening.starts_with('"');

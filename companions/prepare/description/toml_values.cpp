@@ -1,5 +1,7 @@
 #include "prepare/description/toml_values.h"
 
+#include "shared/indexing.h"
+
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
@@ -25,7 +27,7 @@ std::size_t byte_of_column(std::string_view line, int column) {
 std::string number_text(const table_view& t, const toml::node& node) {
   const text_place at = place_of(node);
   if (at.line < 1 || at.line > static_cast<int>(t.description->lines.size())) return {};
-  const std::string_view line = t.description->lines[static_cast<std::size_t>(at.line) - 1];
+  const std::string_view line = t.description->lines[from0(at.line) - 1];
   const std::size_t begin = byte_of_column(line, at.column);
   std::size_t end = begin;
   while (end < line.size() && std::string_view(" \t,]}#").find(line[end]) == std::string_view::npos) ++end;
@@ -68,7 +70,7 @@ bool shape_is_legal(const std::vector<std::vector<double>>& rows, bool& triangle
 }
 
 bool is_symmetric(const table_view& t, text_place at, const matrix_value& m, std::string_view what) {
-  const std::size_t n = static_cast<std::size_t>(m.order);
+  const std::size_t n = from0(m.order);
   for (std::size_t i = 0; i < n; ++i)
     for (std::size_t j = 0; j < i; ++j) {
       const double a = m.value[i * n + j], b = m.value[j * n + i];
@@ -248,7 +250,7 @@ stated<std::size_t> read_word(const table_view& t, std::string_view key, std::sp
   const text_value v = read_text(t, key);
   if (!v.given) return {fallback, {}, false};
   const auto found = std::find(words.begin(), words.end(), v.value);
-  if (found != words.end()) return {static_cast<std::size_t>(found - words.begin()), v.at, true};
+  if (found != words.end()) return {from0(found - words.begin()), v.at, true};
   message& m = error_at(*t.description, *t.log, v.at,
                         fmt::format("unknown {} \"{}\"; known: {}", named(t, key), v.value, joined(words)));
   m.hint = nearest_hint(v.value, words);

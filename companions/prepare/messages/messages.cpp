@@ -1,5 +1,7 @@
 #include "prepare/messages/messages.h"
 
+#include "shared/indexing.h"
+
 #include <algorithm>
 #include <cctype>
 #include <fmt/format.h>
@@ -43,7 +45,7 @@ std::string source_block(const message& m) {
     if (static_cast<unsigned char>(c) < ' ') c = ' ';
   std::string text = fmt::format("   {}\n", shown);
   if (m.at.column > 0) {
-    text += std::string(static_cast<std::size_t>(m.at.column) + 2, ' ') + '^';
+    text += std::string(from0(m.at.column) + 2, ' ') + '^';
     if (!m.hint.empty()) text += ' ' + m.hint;
     text += '\n';
   } else if (!m.hint.empty()) {

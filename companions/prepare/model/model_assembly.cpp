@@ -329,8 +329,7 @@ void fill_model(const model_description& d, const prepare_options& options, prep
   mark_deviations(d, p);
 
   const auto nt = static_cast<int>(d.traits.size());
-  for (int t = 0; t < nt; ++t)
-    add_observations(p.rows, p.records, static_cast<std::size_t>(t), p.data.traits[from0(t)].y);
+  for (int t = 0; t < nt; ++t) add_observations(p.rows, p.records, from0(t), p.data.traits[from0(t)].y);
   std::vector<std::map<std::string, std::int32_t>> level_column;
   for (const factor_levels& f : p.factors) level_column.push_back(add_level_columns(d, f, p));
   for (int t = 0; t < nt; ++t) fill_trait(d, t, level_column, p);
@@ -349,7 +348,7 @@ bool check_size(const model_description& d, const data_columns& data, message_lo
   if (d.traits.size() > most_traits_of_a_model)
     add_error(log, {},
               fmt::format("{} traits are too many, {} at most", d.traits.size(), most_traits_of_a_model));
-  if (data.n_records() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+  if (data.n_records() > from0(std::numeric_limits<std::int32_t>::max()))
     add_error(log, {}, "more records than the files can number (2147483647)");
   return d.traits.size() <= most_traits_of_a_model;
 }

@@ -3,6 +3,7 @@
 #include "prepare/tables/column_numbers.h"
 
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -107,8 +108,7 @@ void refuse_unfit_numbers(const prepared_model& p, message_log& log) {
       refuse_beyond_range(p, t, x.covariable, x.value, reported, log);
   for (const factor_levels& f : p.factors)
     for (const contribution& c : f.contributions)
-      if (!c.constant)
-        refuse_beyond_range(p, static_cast<std::size_t>(c.trait), c.curve.name, c.curve.value, reported, log);
+      if (!c.constant) refuse_beyond_range(p, from0(c.trait), c.curve.name, c.curve.value, reported, log);
 }
 
 void check_information(const model_description& d, const prepared_model& p, message_log& log) {
@@ -143,8 +143,7 @@ void warn_of_precision(const model_description& d, const prepared_model& p, mess
   for (const factor_levels& f : p.factors)
     for (const contribution& c : f.contributions)
       if (!c.constant && reported.insert(c.curve.name).second)
-        warn_of_digits(file, c.curve.name,
-                       values_in_use(p, static_cast<std::size_t>(c.trait), c.curve.value, true), log);
+        warn_of_digits(file, c.curve.name, values_in_use(p, from0(c.trait), c.curve.value, true), log);
 }
 
 } // namespace zeph::prepare

@@ -60,13 +60,13 @@ void fill_residual(const model_description& d, const record_selection& records,
       residual.carried.L_RCOV_ZERO(z.second + 1, z.first + 1) = 1;
     }
   for (std::int32_t q = 1; q <= residual.n_pat; ++q) {
-    const auto at = static_cast<std::size_t>(q - 1);
+    const auto at = from1(q);
     residual.carried.ISIT(q) = patterns.mask[at];
     residual.carried.ISIT_B(q) = static_cast<std::int32_t>(patterns.n_records[at]);
     residual.carried.ISIT_C(q) = q;
   }
   for (std::int32_t g = 1; g <= residual.n_hetgr; ++g) {
-    const auto at = static_cast<std::size_t>(g - 1);
+    const auto at = from1(g);
     residual.HETGR_CODE(g) = patterns.group_numbers.empty() ? 1 : patterns.group_numbers[at];
     const std::string title = patterns.group_codes.empty()
                                   ? "[residual]"

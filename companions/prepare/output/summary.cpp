@@ -50,7 +50,7 @@ std::string patterns_text(const model_description& d, const prepared_model& p) {
 }
 
 std::string cell(const std::string& text, int width) {
-  return text + std::string(static_cast<std::size_t>(std::max(0, width - characters(text))), ' ');
+  return text + std::string(from0(std::max(0, width - characters(text))), ' ');
 }
 
 std::string traits_text(const model_description& d, const prepared_model& p) {

@@ -93,7 +93,7 @@ bool write_columns(writing& w, const std::string& name, const std::vector<std::v
 
 void put_class(sequential_writer& file, const class_effect& c, std::int32_t trait, std::int32_t number) {
   for (std::int32_t l = 1; l <= c.n_levels(); ++l) {
-    const auto at = static_cast<std::size_t>(l - 1);
+    const auto at = from1(l);
     const std::array<std::int32_t, 6> row{class_row, c.code[at], static_cast<std::int32_t>(c.n_records[at]),
                                           l,         trait,      number};
     file.begin();
@@ -109,7 +109,7 @@ std::int32_t code_of_parent(const factor_levels& f, std::int32_t parent) {
 
 void put_factor(sequential_writer& file, const factor_levels& f, std::int32_t k) {
   for (std::int32_t l = 1; l <= f.n_levels(); ++l) {
-    const auto at = static_cast<std::size_t>(l - 1);
+    const auto at = from1(l);
     std::array<std::int32_t, 13> row{factor_row_code, f.code[at], static_cast<std::int32_t>(f.n_records[at]),
                                      l, k};
     if (!f.sire_dam.empty()) {

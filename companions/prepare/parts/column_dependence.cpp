@@ -1,5 +1,7 @@
 #include "prepare/parts/column_dependence.h"
 
+#include "shared/indexing.h"
+
 #include <SuiteSparseQR.hpp>
 
 #include <algorithm>
@@ -30,8 +32,7 @@ constexpr double cheap_work = 1e10; // operations
 // 1 / length of every column; 0 for a column of zeros.
 std::vector<double> scales_of(const fixed_columns& x) {
   std::vector<double> scale(x.decision.size(), 0.0);
-  for (std::size_t k = 0; k < x.column.size(); ++k)
-    scale[static_cast<std::size_t>(x.column[k])] += x.value[k] * x.value[k];
+  for (std::size_t k = 0; k < x.column.size(); ++k) scale[from0(x.column[k])] += x.value[k] * x.value[k];
   for (double& s : scale) s = s > 0.0 ? 1.0 / std::sqrt(s) : 0.0;
   return scale;
 }
@@ -39,14 +40,14 @@ std::vector<double> scales_of(const fixed_columns& x) {
 // Cross-products of the scaled columns beside the widest class, within its levels: S = Z'(I - W (W'W)^-1
 // W')Z. Order m = n - n_wide, full, column by column.
 std::vector<double> within_class_products(const fixed_columns& x, std::span<const double> scale) {
-  const auto m = static_cast<std::size_t>(x.n() - x.n_wide);
+  const auto m = from0(x.n() - x.n_wide);
   std::vector<double> s(m * m, 0.0);
-  const auto wide = static_cast<std::size_t>(x.n_wide);
+  const auto wide = from0(x.n_wide);
   // records by level of the widest class; those without one come last and are not centred
   std::vector<std::size_t> begin(wide + 2, 0), record(x.n_records());
   const auto place = [&](std::size_t r) {
     const std::int32_t w = wide_column(x, r);
-    return w < 0 ? wide : static_cast<std::size_t>(w);
+    return w < 0 ? wide : from0(w);
   };
   for (std::size_t r = 0; r < x.n_records(); ++r) ++begin[place(r) + 1];
   std::partial_sum(begin.begin(), begin.end(), begin.begin());
@@ -59,13 +60,13 @@ std::vector<double> within_class_products(const fixed_columns& x, std::span<cons
     for (std::size_t q = begin[w]; q < begin[w + 1]; ++q)
       for (std::size_t k = x.start[record[q]]; k < x.start[record[q] + 1]; ++k) {
         if (x.column[k] < x.n_wide) continue;
-        const auto j = static_cast<std::size_t>(x.column[k] - x.n_wide);
+        const auto j = from0(x.column[k] - x.n_wide);
         const double zj = x.value[k] * scale[wide + j];
         if (sum[j] == 0.0) touched.push_back(j);
         sum[j] += zj;
         for (std::size_t h = x.start[record[q]]; h < x.start[record[q] + 1]; ++h)
           if (x.column[h] >= x.n_wide) {
-            const auto i = static_cast<std::size_t>(x.column[h] - x.n_wide);
+            const auto i = from0(x.column[h] - x.n_wide);
             s[j * m + i] += zj * x.value[h] * scale[wide + i];
           }
       }
@@ -83,7 +84,7 @@ std::vector<double> within_class_products(const fixed_columns& x, std::span<cons
 
 // A sparse matrix of SuiteSparse, column by column, from entries that are given by row.
 cholmod_sparse* sparse_of_columns(const fixed_columns& x, std::span<const double> scale, cholmod_common* cc) {
-  const auto n = static_cast<std::size_t>(x.n());
+  const auto n = from0(x.n());
   cholmod_sparse* a = cholmod_l_allocate_sparse(x.n_records(), n, x.column.size(), 1, 1, 0, CHOLMOD_REAL, cc);
   if (a == nullptr) return a;
   auto* p = static_cast<SuiteSparse_long*>(a->p);
@@ -95,7 +96,7 @@ cholmod_sparse* sparse_of_columns(const fixed_columns& x, std::span<const double
   std::vector<SuiteSparse_long> next(p, p + n);
   for (std::size_t r = 0; r < x.n_records(); ++r)
     for (std::size_t k = x.start[r]; k < x.start[r + 1]; ++k) {
-      const auto c = static_cast<std::size_t>(x.column[k]);
+      const auto c = from0(x.column[k]);
       i[next[c]] = static_cast<SuiteSparse_long>(r);
       v[next[c]++] = x.value[k] * scale[c];
     }
@@ -169,20 +170,19 @@ triangular_factor factor_of(cholmod_sparse* a, int ordering, double tolerance, c
 // The dead column as a combination of live ones: R(live) c = R(:,dead), by back substitution.
 combination combination_of(const triangular_factor& r, std::int32_t dead) {
   std::vector<double> b(r.live.size(), 0.0);
-  const auto p = static_cast<std::size_t>(dead);
+  const auto p = from0(dead);
   for (std::size_t k = r.start[p]; k < r.start[p + 1]; ++k)
     if (static_cast<std::size_t>(r.row[k]) < b.size()) b[static_cast<std::size_t>(r.row[k])] = r.value[k];
   combination c;
   c.column = r.e[p];
   for (std::size_t row = b.size(); row-- > 0;) {
     if (b[row] == 0.0) continue;
-    const auto q = static_cast<std::size_t>(r.live[row]);
+    const auto q = from0(r.live[row]);
     double pivot = 0.0;
     for (std::size_t k = r.start[q]; k < r.start[q + 1]; ++k)
-      if (static_cast<std::size_t>(r.row[k]) == row) pivot = r.value[k];
+      if (from0(r.row[k]) == row) pivot = r.value[k];
     const double x = b[row] / pivot;
-    for (std::size_t k = r.start[q]; k < r.start[q + 1]; ++k)
-      b[static_cast<std::size_t>(r.row[k])] -= x * r.value[k];
+    for (std::size_t k = r.start[q]; k < r.start[q + 1]; ++k) b[from0(r.row[k])] -= x * r.value[k];
     if (std::abs(x) > no_coefficient) c.term.emplace_back(r.e[q], x);
   }
   return c;
@@ -211,12 +211,12 @@ std::vector<combination> pivoted_dependence(std::vector<double>& s, std::size_t 
   const int k = n - rank;
   if (k == 0) return found;
   const double one = 1.0;
-  double* const u2 = s.data() + static_cast<std::size_t>(rank) * order;
+  double* const u2 = s.data() + from0(rank) * order;
   dtrsm_("L", "U", "N", "N", &rank, &k, &one, s.data(), &n, u2, &n);
-  for (std::size_t c = 0; c < static_cast<std::size_t>(k); ++c) {
+  for (std::size_t c = 0; c < from0(k); ++c) {
     found.emplace_back();
-    found.back().column = piv[static_cast<std::size_t>(rank) + c] - 1;
-    for (std::size_t row = 0; row < static_cast<std::size_t>(rank); ++row)
+    found.back().column = piv[from0(rank) + c] - 1;
+    for (std::size_t row = 0; row < from0(rank); ++row)
       if (const double x = u2[c * order + row]; std::abs(x) > no_coefficient)
         found.back().term.emplace_back(piv[row] - 1, x);
   }
@@ -259,7 +259,7 @@ std::vector<combination> dead_columns(const triangular_factor& r, std::size_t at
   std::vector<combination> found;
   for (const std::int32_t dead : r.dead) {
     found.emplace_back();
-    found.back().column = r.e[static_cast<std::size_t>(dead)];
+    found.back().column = r.e[from0(dead)];
     if (found.size() <= at_most) found.back() = combination_of(r, dead);
   }
   return found;
@@ -283,7 +283,7 @@ std::vector<combination> columns_of_factor(const triangular_factor& r) {
 // wide class.
 std::vector<combination> scaled_dependence(const fixed_columns& x, std::span<const double> scale,
                                            cholmod_common* cc, std::int32_t& shift, bool& good) {
-  const auto m = static_cast<std::size_t>(x.n() - x.n_wide);
+  const auto m = from0(x.n() - x.n_wide);
   shift = x.n_wide;
   if (m <= most_in_order) {
     const triangular_factor r = factor_of(sparse_of_dense(within_class_products(x, scale), m, cc),
@@ -331,10 +331,10 @@ std::vector<combination> dependent_columns(const fixed_columns& x, bool& good) {
 
   for (combination& c : found) {
     c.column += shift;
-    const double own = scale[static_cast<std::size_t>(c.column)];
+    const double own = scale[from0(c.column)];
     for (auto& [column, coefficient] : c.term) {
       column += shift;
-      coefficient *= own == 0.0 ? 0.0 : scale[static_cast<std::size_t>(column)] / own;
+      coefficient *= own == 0.0 ? 0.0 : scale[from0(column)] / own;
     }
     std::sort(c.term.begin(), c.term.end());
   }

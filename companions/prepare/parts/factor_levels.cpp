@@ -8,6 +8,7 @@
 #include "prepare/parts/given_matrix.h"
 #include "prepare/tables/level_codes.h"
 #include "prepare/tables/missing_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -24,7 +25,7 @@ constexpr std::size_t most_levels_by_name = 1000; // beyond it every level has n
 // ---- contributions
 
 const random_term& term_of(const model_description& d, const factor_row& row) {
-  return d.traits[static_cast<std::size_t>(row.trait)].terms.random[static_cast<std::size_t>(row.term)];
+  return d.traits[from0(row.trait)].terms.random[from0(row.term)];
 }
 
 contribution coefficient_of(const model_description& d, const data_columns& data,
@@ -33,7 +34,7 @@ contribution coefficient_of(const model_description& d, const data_columns& data
   contribution c;
   c.trait = row.trait;
   if (row.effect < 0) return c;
-  const atom& x = *covariable_atom(term_of(d, row).left[static_cast<std::size_t>(row.effect)]);
+  const atom& x = *covariable_atom(term_of(d, row).left[from0(row.effect)]);
   const covariable_scale scale = scale_of(d, data, records, x, log);
   if (std::ranges::find(f.scales, scale.name, &covariable_scale::name) == f.scales.end())
     f.scales.push_back(scale);
@@ -78,7 +79,7 @@ void for_each_use(const record_selection& records, const factor_levels& f, const
     if (c.column == column) traits.insert(c.trait);
   for (const std::uint32_t r : records.records) {
     bool wanted = false;
-    for (const int t : traits) wanted = wanted || records.present[static_cast<std::size_t>(t)][r] != 0;
+    for (const int t : traits) wanted = wanted || records.present[from0(t)][r] != 0;
     if (wanted) visit(r);
   }
 }
@@ -129,7 +130,7 @@ column_levels levels_of_column(const data_columns& data, const record_selection&
   column_levels out{std::vector<level_parts>(codes.identification.size()), std::move(codes.level)};
   for (std::size_t r = 0; r < out.level.size(); ++r) {
     if (out.level[r] == 0) continue;
-    level_parts& parts = out.levels[static_cast<std::size_t>(out.level[r] - 1)];
+    level_parts& parts = out.levels[from1(out.level[r])];
     for (std::size_t k = parts.size(); k < places.size(); ++k)
       parts.emplace_back(data.table.cell(places[k], r));
   }
@@ -169,7 +170,7 @@ void levels_of_data(const data_columns& data, const record_selection& records, f
     std::vector<std::int32_t> number(c.levels.size());
     for (std::size_t l = 0; l < number.size(); ++l) number[l] = number_of.at(c.levels[l]);
     for (std::int32_t& l : c.level)
-      if (l > 0) l = number[static_cast<std::size_t>(l - 1)];
+      if (l > 0) l = number[from1(l)];
     f.level.emplace(column, std::move(c.level));
   }
   name_parts(f);
@@ -206,7 +207,7 @@ void look_up_levels(const data_columns& data, const record_selection& records, c
     repeated_cells unknown;
     for (std::size_t r = 0; r < c.level.size(); ++r) {
       if (c.level[r] == 0) continue;
-      const std::string id = joined_parts(c.levels[static_cast<std::size_t>(c.level[r] - 1)]);
+      const std::string id = joined_parts(c.levels[from1(c.level[r])]);
       const auto at = number_of.find(id);
       c.level[r] = at == number_of.end() ? 0 : at->second;
       if (at == number_of.end()) add_cell(unknown, id, data.table.line[r]);
@@ -255,10 +256,10 @@ void codes_of_pedigree(const pedigree& ped, factor_levels& f) {
 
 std::vector<std::uint8_t> animals_seen(const record_selection& records, const factor_levels& f,
                                        std::int32_t n) {
-  std::vector<std::uint8_t> seen(static_cast<std::size_t>(n), 0);
+  std::vector<std::uint8_t> seen(from0(n), 0);
   for (const auto& entry : f.level)
     for_each_use(records, f, entry.first, [&seen, &level = entry.second](std::size_t r) {
-      if (level[r] > 0) seen[static_cast<std::size_t>(level[r] - 1)] = 1;
+      if (level[r] > 0) seen[from1(level[r])] = 1;
     });
   return seen;
 }
@@ -268,7 +269,7 @@ pedigree prune_pedigree(const pedigree& ped, std::span<const std::uint8_t> seen,
   pedigree out = pruned(ped, connected_to_data(ped, seen), new_number);
   for (auto& [column, level] : f.level)
     for (std::int32_t& l : level)
-      if (l > 0) l = new_number[static_cast<std::size_t>(l - 1)];
+      if (l > 0) l = new_number[from1(l)];
   return out;
 }
 
@@ -350,7 +351,7 @@ void levels_in_record(const record_selection& records, const factor_levels& f, s
   levels.clear();
   without = false;
   for (const contribution& c : f.contributions) {
-    if (records.present[static_cast<std::size_t>(c.trait)][r] == 0) continue;
+    if (records.present[from0(c.trait)][r] == 0) continue;
     const std::int32_t l = f.level.at(c.column)[r];
     if (l == 0)
       without = true;
@@ -367,7 +368,7 @@ void count_records(const record_selection& records, factor_levels& f) {
     levels_in_record(records, f, r, levels, without);
     f.n_without += without ? 1 : 0;
     f.n_meeting += levels.size() > 1 ? 1 : 0;
-    for (const std::int32_t l : levels) ++f.n_records[static_cast<std::size_t>(l - 1)];
+    for (const std::int32_t l : levels) ++f.n_records[from1(l)];
   }
 }
 

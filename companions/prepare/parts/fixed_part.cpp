@@ -5,6 +5,7 @@
 #include "prepare/messages/messages.h"
 #include "prepare/records/solution_values.h"
 #include "prepare/tables/level_codes.h"
+#include "shared/indexing.h"
 
 #include <algorithm>
 #include <limits>
@@ -90,8 +91,8 @@ void add_curves(const model_description& d, const data_columns& data, const reco
 
 working_part gather(const model_description& d, const data_columns& data, const record_selection& records,
                     int t, fixed_part& out, message_log& log) {
-  const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
-  const std::vector<std::uint8_t>& present = records.present[static_cast<std::size_t>(t)];
+  const trait_section& trait = d.traits[from0(t)];
+  const std::vector<std::uint8_t>& present = records.present[from0(t)];
   working_part work;
   const bool absorbed =
       std::ranges::any_of(trait.terms.fixed, [](const effect& e) { return covariable_atom(e) == nullptr; });
@@ -111,9 +112,9 @@ working_part gather(const model_description& d, const data_columns& data, const 
 }
 
 std::string name_of(const working_part& work, const coded_effect& e) {
-  const std::string klass = e.klass < 0 ? "" : work.classes[static_cast<std::size_t>(e.klass)].codes.name;
+  const std::string klass = e.klass < 0 ? "" : work.classes[from0(e.klass)].codes.name;
   if (e.curve < 0) return klass;
-  const std::string& x = work.curves[static_cast<std::size_t>(e.curve)].name;
+  const std::string& x = work.curves[from0(e.curve)].name;
   return klass.empty() ? x : klass + ":" + x;
 }
 
@@ -123,16 +124,16 @@ std::vector<fixed_effect> effects_for_coding(const model_description& d, int t, 
     fixed_effect f;
     f.name = name_of(work, e);
     if (e.klass >= 0) {
-      const level_codes& codes = work.classes[static_cast<std::size_t>(e.klass)].codes;
+      const level_codes& codes = work.classes[from0(e.klass)].codes;
       f.level = codes.level;
       f.n_levels = codes.n_levels();
       f.identification = codes.identification;
     }
     if (e.curve >= 0) {
-      const covariable_curve& curve = work.curves[static_cast<std::size_t>(e.curve)];
+      const covariable_curve& curve = work.curves[from0(e.curve)];
       f.covariable = curve.solution < 0 ? curve.value : curve.stand_in;
     } else if (e.klass >= 0) {
-      f.whole = is_source(d, t, work.classes[static_cast<std::size_t>(e.klass)].columns);
+      f.whole = is_source(d, t, work.classes[from0(e.klass)].columns);
     }
     out.push_back(f);
   }
@@ -144,19 +145,19 @@ class_effect renumbered(const level_codes& codes, const std::vector<std::int32_t
   class_effect out;
   out.name = codes.name;
   const std::int32_t n = new_level.empty() ? 0 : *std::ranges::max_element(new_level);
-  out.identification.resize(static_cast<std::size_t>(n));
-  out.code.resize(static_cast<std::size_t>(n));
-  out.n_records.resize(static_cast<std::size_t>(n));
+  out.identification.resize(from0(n));
+  out.code.resize(from0(n));
+  out.n_records.resize(from0(n));
   for (std::size_t l = 0; l < new_level.size(); ++l) {
     if (new_level[l] == 0) continue;
-    const auto at = static_cast<std::size_t>(new_level[l] - 1);
+    const auto at = from1(new_level[l]);
     out.identification[at] = codes.identification[l];
     out.code[at] = codes.code[l];
     out.n_records[at] = codes.n_records[l];
   }
   out.level.resize(codes.level.size());
   for (std::size_t r = 0; r < codes.level.size(); ++r)
-    out.level[r] = codes.level[r] == 0 ? 0 : new_level[static_cast<std::size_t>(codes.level[r] - 1)];
+    out.level[r] = codes.level[r] == 0 ? 0 : new_level[from1(codes.level[r])];
   return out;
 }
 
@@ -173,14 +174,14 @@ int nesting_class(class_effect wanted, fixed_part& out) {
 
 void place_regression(const working_part& work, const coded_effect& e,
                       const std::vector<std::int32_t>& new_level, fixed_part& out) {
-  const covariable_curve& curve = work.curves[static_cast<std::size_t>(e.curve)];
+  const covariable_curve& curve = work.curves[from0(e.curve)];
   fixed_regression regression{name_of(work, e), curve.name, -1, curve.value, curve.solution, -1};
   if (e.klass < 0) {
     if (!new_level.empty() && new_level[0] == 0) return;
     out.regressions.push_back(std::move(regression));
     return;
   }
-  class_effect wanted = renumbered(work.classes[static_cast<std::size_t>(e.klass)].codes, new_level);
+  class_effect wanted = renumbered(work.classes[from0(e.klass)].codes, new_level);
   if (wanted.n_levels() == 0) return;
   for (std::size_t r = 0; r < wanted.level.size(); ++r)
     if (wanted.level[r] == 0) regression.value[r] = 0.0; // trait missing, or a dropped level
@@ -191,8 +192,7 @@ void place_regression(const working_part& work, const coded_effect& e,
 // A level with data that effect i lost.
 std::string lost_level(const fixed_coding& coding, const std::vector<fixed_effect>& effects, std::size_t i) {
   for (const column_decision& c : coding.column)
-    if (static_cast<std::size_t>(c.effect) == i && c.state != column_state::kept &&
-        c.state != column_state::no_data)
+    if (from0(c.effect) == i && c.state != column_state::kept && c.state != column_state::no_data)
       return column_name(effects[i], c.level) + ": " + c.why;
   return {};
 }
@@ -202,8 +202,7 @@ void place_effects(const working_part& work, const std::vector<fixed_effect>& ef
   for (std::size_t i = 0; i < work.effects.size(); ++i) {
     const coded_effect& e = work.effects[i];
     if (e.curve >= 0) continue;
-    class_effect placed =
-        renumbered(work.classes[static_cast<std::size_t>(e.klass)].codes, coding.new_level[i]);
+    class_effect placed = renumbered(work.classes[from0(e.klass)].codes, coding.new_level[i]);
     placed.source = effects[i].whole;
     placed.lost = placed.source ? lost_level(coding, effects, i) : "";
     if (placed.n_levels() > 0) out.classes.push_back(std::move(placed));
@@ -217,9 +216,9 @@ void place_effects(const working_part& work, const std::vector<fixed_effect>& ef
 // The distance between the components of a mixture: where the trait is present, 1 in component 1.
 void place_shift(const model_description& d, const data_columns& data, const record_selection& records, int t,
                  fixed_part& out) {
-  const trait_section& trait = d.traits[static_cast<std::size_t>(t)];
+  const trait_section& trait = d.traits[from0(t)];
   if (trait.indicator < 0) return;
-  const auto indicator = static_cast<std::size_t>(trait.indicator);
+  const auto indicator = from0(trait.indicator);
   fixed_regression shift{shift_text(trait.terms.shifts.front()),
                          d.traits[indicator].name,
                          -1,
@@ -227,7 +226,7 @@ void place_shift(const model_description& d, const data_columns& data, const rec
                          -1,
                          trait.indicator};
   for (std::size_t r = 0; r < shift.value.size(); ++r)
-    if (records.present[static_cast<std::size_t>(t)][r] == 0) shift.value[r] = 0.0;
+    if (records.present[from0(t)][r] == 0) shift.value[r] = 0.0;
   out.regressions.push_back(std::move(shift));
 }
 
@@ -241,14 +240,13 @@ fixed_part make_fixed_part(const model_description& d, const data_columns& data,
   if (count_of(log, severity::error) > errors) return out;
 
   const std::vector<fixed_effect> effects = effects_for_coding(d, t, work);
-  const std::vector<std::uint8_t>& present = records.present[static_cast<std::size_t>(t)];
-  const std::string& trait = d.traits[static_cast<std::size_t>(t)].name;
+  const std::vector<std::uint8_t>& present = records.present[from0(t)];
+  const std::string& trait = d.traits[from0(t)].name;
   const fixed_coding coding = d.run.restrict_solutions.value
                                   ? full_coding(effects, present)
                                   : code_fixed_part(trait, effects, present, false, log);
   for (const column_decision& c : coding.column)
-    out.coding.push_back(
-        {column_name(effects[static_cast<std::size_t>(c.effect)], c.level), c.n_records, c.state, c.why});
+    out.coding.push_back({column_name(effects[from0(c.effect)], c.level), c.n_records, c.state, c.why});
   place_shift(d, data, records, t, out);
   place_effects(work, effects, coding, out);
   return out;

@@ -2,6 +2,7 @@
 
 #include "prepare/parts/column_dependence.h"
 #include "prepare/tables/level_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -34,7 +35,7 @@ std::vector<std::size_t> first_lines(std::span<const fixed_effect> effects) {
   std::size_t n = 0;
   for (const fixed_effect& e : effects) {
     first.push_back(n);
-    n += static_cast<std::size_t>(e.n_levels);
+    n += from0(e.n_levels);
   }
   return first;
 }
@@ -51,7 +52,7 @@ std::vector<column_decision> all_columns(std::span<const fixed_effect> effects,
     for (std::size_t r = 0; r < n_records_of(effects); ++r)
       if (const std::int32_t l = level_at(effects[e], r);
           used(use, r) && l > 0 && value_at(effects[e], r) != 0.0)
-        ++table[first[e] + static_cast<std::size_t>(l - 1)].n_records;
+        ++table[first[e] + from1(l)].n_records;
   for (column_decision& d : table)
     if (d.n_records == 0) {
       d.state = column_state::no_data;
@@ -72,13 +73,13 @@ std::ptrdiff_t widest_class(std::span<const fixed_effect> effects,
                             const std::vector<column_decision>& table) {
   std::vector<std::int64_t> n(effects.size(), 0);
   for (const column_decision& d : table)
-    if (d.state != column_state::no_data) ++n[static_cast<std::size_t>(d.effect)];
+    if (d.state != column_state::no_data) ++n[from0(d.effect)];
   const auto before = [&](std::size_t a, std::size_t b) {
     return effects[a].whole != effects[b].whole ? effects[a].whole : n[a] > n[b];
   };
   std::ptrdiff_t widest = -1;
   for (std::size_t e = 0; e < effects.size(); ++e)
-    if (is_class(effects[e]) && (widest < 0 || before(e, static_cast<std::size_t>(widest))))
+    if (is_class(effects[e]) && (widest < 0 || before(e, from0(widest))))
       widest = static_cast<std::ptrdiff_t>(e);
   return widest;
 }
@@ -118,18 +119,18 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
   const std::vector<std::size_t> first = first_lines(effects);
   std::vector<std::int32_t> column_of(table.size(), -1);
   const auto take = [&](std::size_t e) {
-    for (std::size_t k = first[e]; k < first[e] + static_cast<std::size_t>(effects[e].n_levels); ++k)
+    for (std::size_t k = first[e]; k < first[e] + from0(effects[e].n_levels); ++k)
       if (table[k].state == column_state::kept) {
         column_of[k] = x.n();
         x.decision.push_back(k);
       }
   };
-  if (widest >= 0) take(static_cast<std::size_t>(widest));
+  if (widest >= 0) take(from0(widest));
   x.n_wide = x.n();
   for (std::size_t e = 0; e < effects.size(); ++e)
     if (static_cast<std::ptrdiff_t>(e) != widest) take(e);
 
-  const bool mean_is_in_class = widest >= 0 && covers_all(effects[static_cast<std::size_t>(widest)], use);
+  const bool mean_is_in_class = widest >= 0 && covers_all(effects[from0(widest)], use);
   std::vector<double> center;
   for (const fixed_effect& e : effects) center.push_back(center_of(e, use, mean_is_in_class));
   x.start.push_back(0);
@@ -138,7 +139,7 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
     for (std::size_t e = 0; e < effects.size(); ++e) {
       const std::int32_t l = level_at(effects[e], r);
       if (l <= 0) continue;
-      const std::int32_t c = column_of[first[e] + static_cast<std::size_t>(l - 1)];
+      const std::int32_t c = column_of[first[e] + from1(l)];
       if (c < 0) continue;
       x.column.push_back(c);
       x.value.push_back(value_at(effects[e], r) - center[e]);
@@ -148,11 +149,10 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
   // a covariable without spread is a multiple of the mean: what is left of it is rounding
   std::vector<double> spread(x.decision.size(), 0.0);
   for (std::size_t k = 0; k < x.column.size(); ++k)
-    spread[static_cast<std::size_t>(x.column[k])] =
-        std::max(spread[static_cast<std::size_t>(x.column[k])], std::abs(x.value[k]));
+    spread[from0(x.column[k])] = std::max(spread[from0(x.column[k])], std::abs(x.value[k]));
   for (std::size_t k = 0; k < x.column.size(); ++k) {
-    const auto c = static_cast<std::size_t>(x.column[k]);
-    const auto e = static_cast<std::size_t>(table[x.decision[c]].effect);
+    const auto c = from0(x.column[k]);
+    const auto e = from0(table[x.decision[c]].effect);
     if (spread[c] <= constant_column * std::abs(center[e])) x.value[k] = 0.0;
   }
   return x;
@@ -163,21 +163,21 @@ fixed_columns collect_columns(std::span<const fixed_effect> effects, std::span<c
 void add_wide_terms(std::span<const fixed_effect> effects, std::span<const std::uint8_t> use,
                     const std::vector<column_decision>& table, const fixed_columns& x, combination& c) {
   std::vector<double> coefficient(x.decision.size(), 0.0);
-  for (const auto& [column, v] : c.term) coefficient[static_cast<std::size_t>(column)] = -v;
-  coefficient[static_cast<std::size_t>(c.column)] = 1.0;
-  std::vector<double> sum(static_cast<std::size_t>(x.n_wide), 0.0);
+  for (const auto& [column, v] : c.term) coefficient[from0(column)] = -v;
+  coefficient[from0(c.column)] = 1.0;
+  std::vector<double> sum(from0(x.n_wide), 0.0);
   std::vector<std::size_t> n(sum.size(), 0);
   std::size_t u = 0; // of the records in use
   for (std::size_t r = 0; r < n_records_of(effects); ++r) {
     if (!used(use, r)) continue;
     const std::int32_t w = wide_column(x, u);
     if (w >= 0) {
-      ++n[static_cast<std::size_t>(w)];
+      ++n[from0(w)];
       for (std::size_t k = x.start[u]; k < x.start[u + 1]; ++k) {
-        const auto column = static_cast<std::size_t>(x.column[k]);
+        const auto column = from0(x.column[k]);
         if (x.column[k] < x.n_wide || coefficient[column] == 0.0) continue;
-        const auto e = static_cast<std::size_t>(table[x.decision[column]].effect);
-        sum[static_cast<std::size_t>(w)] += coefficient[column] * value_at(effects[e], r);
+        const auto e = from0(table[x.decision[column]].effect);
+        sum[from0(w)] += coefficient[column] * value_at(effects[e], r);
       }
     }
     ++u;
@@ -188,7 +188,7 @@ void add_wide_terms(std::span<const fixed_effect> effects, std::span<const std::
 }
 
 std::string name_of(std::span<const fixed_effect> effects, const column_decision& d) {
-  return column_name(effects[static_cast<std::size_t>(d.effect)], d.level);
+  return column_name(effects[from0(d.effect)], d.level);
 }
 
 // "herd:year:[7:1998] (the same 12 records)", "a:1 + a:2 - 0.5 x b:3", ...
@@ -196,19 +196,18 @@ std::string combination_text(std::span<const fixed_effect> effects, const std::v
                              const fixed_columns& x, const combination& c) {
   constexpr double whole_number =
       1e-6; // coefficients of class effects come out as whole numbers but for rounding
-  const column_decision& own = table[x.decision[static_cast<std::size_t>(c.column)]];
+  const column_decision& own = table[x.decision[from0(c.column)]];
   std::string text;
   for (std::size_t k = 0; k < c.term.size() && k < most_terms; ++k) {
     const auto& [column, v] = c.term[k];
     text += v < 0.0 ? (k == 0 ? "-" : " - ") : (k == 0 ? "" : " + ");
     if (std::abs(std::abs(v) - 1.0) > whole_number) text += fmt::format("{:.6g} x ", std::abs(v));
-    text += name_of(effects, table[x.decision[static_cast<std::size_t>(column)]]);
+    text += name_of(effects, table[x.decision[from0(column)]]);
   }
   if (c.term.empty()) return "0";
   if (c.term.size() > most_terms) text += fmt::format(" + ... ({} terms)", c.term.size());
-  const column_decision& other = table[x.decision[static_cast<std::size_t>(c.term[0].first)]];
-  const bool classes = is_class(effects[static_cast<std::size_t>(own.effect)]) &&
-                       is_class(effects[static_cast<std::size_t>(other.effect)]);
+  const column_decision& other = table[x.decision[from0(c.term[0].first)]];
+  const bool classes = is_class(effects[from0(own.effect)]) && is_class(effects[from0(other.effect)]);
   if (classes && c.term.size() == 1 && own.n_records == other.n_records)
     text += own.n_records == 1 ? " (the same record)" : fmt::format(" (the same {} records)", own.n_records);
   return text;
@@ -218,12 +217,11 @@ void number_kept_levels(std::span<const fixed_effect> effects, fixed_coding& cod
   coding.new_level.clear();
   coding.n_kept.assign(effects.size(), 0);
   coding.rank = 0;
-  for (const fixed_effect& e : effects)
-    coding.new_level.emplace_back(static_cast<std::size_t>(e.n_levels), 0);
+  for (const fixed_effect& e : effects) coding.new_level.emplace_back(from0(e.n_levels), 0);
   for (const column_decision& d : coding.column)
     if (d.state == column_state::kept) {
-      const auto e = static_cast<std::size_t>(d.effect);
-      coding.new_level[e][static_cast<std::size_t>(d.level - 1)] = ++coding.n_kept[e];
+      const auto e = from0(d.effect);
+      coding.new_level[e][from1(d.level)] = ++coding.n_kept[e];
       ++coding.rank;
     }
 }
@@ -231,7 +229,7 @@ void number_kept_levels(std::span<const fixed_effect> effects, fixed_coding& cod
 } // namespace
 
 std::string column_name(const fixed_effect& effect, std::int32_t level) {
-  const auto l = static_cast<std::size_t>(level - 1);
+  const auto l = from1(level);
   if (effect.level.empty()) return effect.name;
   return level_name(effect.name, l < effect.identification.size() ? shown(effect.identification[l])
                                                                   : fmt::format("{}", level));
@@ -242,7 +240,7 @@ fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_eff
   fixed_coding coding;
   coding.column = all_columns(effects, use);
   const std::ptrdiff_t widest = widest_class(effects, coding.column);
-  if (widest >= 0) choose_references(effects, use, static_cast<std::size_t>(widest), coding.column);
+  if (widest >= 0) choose_references(effects, use, from0(widest), coding.column);
 
   const fixed_columns x = collect_columns(effects, use, widest, coding.column);
   bool good = false;
@@ -253,7 +251,7 @@ fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_eff
         fmt::format("no memory to find the rank of the fixed effects of {} ({} columns)", trait, x.n()));
   for (std::size_t k = 0; k < dependent.size(); ++k) {
     combination& c = dependent[k];
-    column_decision& d = coding.column[x.decision[static_cast<std::size_t>(c.column)]];
+    column_decision& d = coding.column[x.decision[from0(c.column)]];
     std::string why = "columns before it";
     if (k < most_combined) {
       if (c.term.empty() || c.term[0].first >= x.n_wide) add_wide_terms(effects, use, coding.column, x, c);
@@ -269,7 +267,7 @@ fixed_coding code_fixed_part(const std::string& trait, std::span<const fixed_eff
       add_warning(log, {}, std::move(text), "rank " + trait);
   }
   for (const combination& c : dependent)
-    coding.column[x.decision[static_cast<std::size_t>(c.column)]].state = column_state::dependent;
+    coding.column[x.decision[from0(c.column)]].state = column_state::dependent;
   number_kept_levels(effects, coding);
   return coding;
 }

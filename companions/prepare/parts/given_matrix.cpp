@@ -4,6 +4,7 @@
 #include "prepare/tables/csv_columns.h"
 #include "prepare/tables/readable_file.h"
 #include "prepare/tables/text_encoding.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -254,13 +255,11 @@ bool order_elements(const matrix_request& request, text_matrix& m, std::vector<m
     const matrix_element &x = m.element[a], &y = m.element[b];
     return std::tuple(x.i, x.j, a) < std::tuple(y.i, y.j, b);
   });
-  const auto id = [&](std::int32_t l) -> const std::string& {
-    return m.identification[static_cast<std::size_t>(l - 1)];
-  };
+  const auto id = [&](std::int32_t l) -> const std::string& { return m.identification[from1(l)]; };
   std::vector<std::uint8_t> diagonal(m.identification.size(), 0);
   for (std::size_t k = 0; k < order.size(); ++k) {
     const matrix_element& e = m.element[order[k]];
-    if (e.i == e.j) diagonal[static_cast<std::size_t>(e.i - 1)] = 1;
+    if (e.i == e.j) diagonal[from1(e.i)] = 1;
     if (k > 0 && m.element[order[k - 1]].i == e.i && m.element[order[k - 1]].j == e.j) {
       const matrix_element& first = m.element[order[k - 1]];
       if (std::abs(first.v - e.v) > alike * (1.0 + std::abs(first.v) + std::abs(e.v)))
@@ -283,7 +282,7 @@ bool order_elements(const matrix_request& request, text_matrix& m, std::vector<m
 std::vector<double> dense_of(std::span<const matrix_element> element, std::size_t n) {
   std::vector<double> a(n * n, 0.0);
   for (const matrix_element& e : element) {
-    const auto i = static_cast<std::size_t>(e.i - 1), j = static_cast<std::size_t>(e.j - 1);
+    const auto i = from1(e.i), j = from1(e.j);
     a[i * n + j] = a[j * n + i] = e.v;
   }
   return a;
@@ -293,15 +292,15 @@ double smallest_eigenvalue(std::vector<double> a, int n) {
   const int one = 1, liwork = 10 * n;
   int m = 0, info = 0, lwork = -1;
   const double none = 0.0;
-  std::vector<double> w(static_cast<std::size_t>(n)), z(1), work(1);
-  std::vector<int> isuppz(2 * static_cast<std::size_t>(n)), iwork(static_cast<std::size_t>(liwork));
+  std::vector<double> w(from0(n)), z(1), work(1);
+  std::vector<int> isuppz(2 * from0(n)), iwork(from0(liwork));
   const auto call = [&] {
     dsyevr_("N", "I", "L", &n, a.data(), &n, &none, &none, &one, &one, &none, &m, w.data(), z.data(), &one,
             isuppz.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
   };
   call(); // lwork = -1 asks for the size
   lwork = static_cast<int>(work[0]);
-  work.resize(static_cast<std::size_t>(lwork));
+  work.resize(from0(lwork));
   call();
   return info == 0 && m >= 1 ? w[0] : 0.0;
 }
@@ -309,7 +308,7 @@ double smallest_eigenvalue(std::vector<double> a, int n) {
 // Cholesky of a copy shows whether the eigenvalue is worth its time: no when the estimated condition is good.
 bool clearly_positive(std::vector<double> a, int n) {
   double norm = 0.0; // largest column sum
-  const auto order = static_cast<std::size_t>(n);
+  const auto order = from0(n);
   for (std::size_t j = 0; j < order; ++j) {
     double sum = 0.0;
     for (std::size_t i = 0; i < order; ++i) sum += std::abs(a[j * order + i]);
@@ -391,7 +390,7 @@ void check_diagonals(const matrix_request& request, const given_inverse& given, 
   constexpr double correlation_rounding = 1e-4; // of a text with few digits
   for (const matrix_element& e : given.element) {
     if (e.i != e.j) continue;
-    const std::string& id = given.identification[static_cast<std::size_t>(e.i - 1)];
+    const std::string& id = given.identification[from1(e.i)];
     if (e.v <= 0.0)
       add_error(log, place_of(request, 0),
                 fmt::format("the diagonal element of \"{}\" is {}, not above 0", shown(id), e.v),

@@ -2,6 +2,7 @@
 
 #include "prepare/messages/messages.h"
 #include "prepare/tables/level_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -24,7 +25,7 @@ std::vector<std::string> levels_of_one_category(const data_columns& data, const 
   std::vector<char> other_than_first(c.code.size(), 0), other_than_last(c.code.size(), 0);
   for (const std::uint32_t r : records.records) {
     if (records.present[t][r] == 0 || c.level[r] == 0) continue;
-    const auto l = static_cast<std::size_t>(c.level[r] - 1);
+    const auto l = from1(c.level[r]);
     const double y = data.traits[t].y[r];
     if (y != first) other_than_first[l] = 1;
     if (y != last) other_than_last[l] = 1;
@@ -75,7 +76,7 @@ component_start component_of(const data_columns& data, const record_selection& r
 void check_components(const model_description& d, const data_columns& data, const record_selection& records,
                       std::size_t t, message_log& log) {
   if (d.traits[t].indicator < 0) return;
-  const auto indicator = static_cast<std::size_t>(d.traits[t].indicator);
+  const auto indicator = from0(d.traits[t].indicator);
   const component_start zero = component_of(data, records, t, indicator, 0.0),
                         one = component_of(data, records, t, indicator, 1.0);
   if (zero.n == 0.0 || one.n == 0.0) {
@@ -110,7 +111,7 @@ void warn_of_sequences(const model_description& d, const data_columns& data, con
     if (t.kind.value == trait_kind::sequence)
       add_warning(log, {data.table.file, 0, 0},
                   fmt::format("all sequences of {} end with an event: the data say nothing about {}", t.name,
-                              d.traits[static_cast<std::size_t>(t.partner)].name));
+                              d.traits[from0(t.partner)].name));
 }
 
 void note_ordered(const model_description& d, message_log& log) {

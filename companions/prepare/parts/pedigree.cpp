@@ -5,6 +5,7 @@
 #include "prepare/messages/repeated_cells.h"
 #include "prepare/parts/unlisted_parents.h"
 #include "prepare/tables/missing_codes.h"
+#include "shared/indexing.h"
 
 #include <boost/graph/compressed_sparse_row_graph.hpp>
 #include <boost/graph/strong_components.hpp>
@@ -146,7 +147,7 @@ void take_animals(const csv_columns& table, const pedigree_request& request, con
       add_animal(ped, text, table.line[r]);
       row.push_back(r);
     } else {
-      const auto first = static_cast<std::size_t>(at->second - 1);
+      const auto first = from1(at->second);
       const auto parent = [&](std::size_t c, std::size_t k) {
         return is_unknown(table, request, c, k) ? std::string_view{} : table.cell(c, k);
       };
@@ -193,7 +194,7 @@ void order_groups(const pedigree_request& request, pedigree& ped, message_log& l
         static_cast<std::int32_t>(std::find(sorted.begin(), sorted.end(), ped.group[g]) - sorted.begin() + 1);
   for (std::vector<std::int32_t>* parents : {&ped.sire, &ped.dam})
     for (std::int32_t& parent : *parents)
-      if (parent < 0) parent = -new_number[static_cast<std::size_t>(-parent)];
+      if (parent < 0) parent = -new_number[from0(-parent)];
   ped.group = std::move(sorted);
   for (const std::string& text : request.groups)
     if (std::find(ped.group.begin(), ped.group.end(), text) == ped.group.end())
@@ -207,13 +208,11 @@ void order_groups(const pedigree_request& request, pedigree& ped, message_log& l
 
 // Parents without a line were looked at before, but for those that the description calls animals.
 void check_sexes(const pedigree& ped, const pedigree_request& request, message_log& log) {
-  const auto n = static_cast<std::size_t>(ped.n_animals());
+  const auto n = from0(ped.n_animals());
   std::vector<std::int64_t> as_sire(n, 0), as_dam(n, 0); // first line where the animal is a sire, a dam
   for (std::size_t a = 0; a < n; ++a) {
-    if (ped.sire[a] > 0 && as_sire[static_cast<std::size_t>(ped.sire[a] - 1)] == 0)
-      as_sire[static_cast<std::size_t>(ped.sire[a] - 1)] = ped.line[a];
-    if (ped.dam[a] > 0 && as_dam[static_cast<std::size_t>(ped.dam[a] - 1)] == 0)
-      as_dam[static_cast<std::size_t>(ped.dam[a] - 1)] = ped.line[a];
+    if (ped.sire[a] > 0 && as_sire[from1(ped.sire[a])] == 0) as_sire[from1(ped.sire[a])] = ped.line[a];
+    if (ped.dam[a] > 0 && as_dam[from1(ped.dam[a])] == 0) as_dam[from1(ped.dam[a])] = ped.line[a];
   }
   for (std::size_t a = 0; a < n; ++a)
     if (as_sire[a] > 0 && as_dam[a] > 0 &&
@@ -227,24 +226,23 @@ void check_sexes(const pedigree& ped, const pedigree_request& request, message_l
 // Edges from each animal to its parents; vertices from 0.
 parent_graph graph_of(const pedigree& ped) {
   std::vector<std::pair<std::size_t, std::size_t>> edges;
-  const auto n = static_cast<std::size_t>(ped.n_animals());
+  const auto n = from0(ped.n_animals());
   edges.reserve(2 * n);
   for (std::size_t a = 0; a < n; ++a)
     for (const std::int32_t parent : {ped.sire[a], ped.dam[a]})
-      if (parent > 0) edges.emplace_back(a, static_cast<std::size_t>(parent - 1));
+      if (parent > 0) edges.emplace_back(a, from1(parent));
   return {boost::edges_are_sorted, edges.begin(), edges.end(), n};
 }
 
 // Each strong component with a cycle is shown by one loop in it, from the animal of the lowest line on.
 void report_loops(const pedigree& ped, const parent_graph& graph, message_log& log) {
-  const auto n = static_cast<std::size_t>(ped.n_animals());
+  const auto n = from0(ped.n_animals());
   std::vector<std::size_t> component(n);
   boost::strong_components(
       graph, boost::make_iterator_property_map(component.begin(), get(boost::vertex_index, graph)));
   const auto parent_within = [&](std::size_t a) {
     for (const std::int32_t parent : {ped.sire[a], ped.dam[a]})
-      if (parent > 0 && component[static_cast<std::size_t>(parent - 1)] == component[a])
-        return static_cast<std::size_t>(parent - 1);
+      if (parent > 0 && component[from1(parent)] == component[a]) return from1(parent);
     return n;
   };
   std::vector<std::uint8_t> told(n, 0); // by component
@@ -274,12 +272,12 @@ pedigree reordered(const pedigree& ped, std::span<const std::size_t> order,
   pedigree sorted;
   sorted.file = ped.file;
   sorted.group = ped.group;
-  new_number.assign(static_cast<std::size_t>(ped.n_animals()), 0);
+  new_number.assign(from0(ped.n_animals()), 0);
   sorted.number_of.reserve(order.size());
   for (const std::size_t a : order) {
     new_number[a] = add_animal(sorted, ped.identification[a], ped.line[a]);
     const auto renumbered = [&](std::int32_t parent) {
-      return parent > 0 ? new_number[static_cast<std::size_t>(parent - 1)] : parent;
+      return parent > 0 ? new_number[from1(parent)] : parent;
     };
     sorted.sire.back() = renumbered(ped.sire[a]);
     sorted.dam.back() = renumbered(ped.dam[a]);
@@ -375,7 +373,7 @@ std::vector<std::uint8_t> connected_to_data(const pedigree& ped, std::span<const
     if (connected[a] == 0) continue;
     connected[a] = 1;
     for (const std::int32_t parent : {ped.sire[a], ped.dam[a]})
-      if (parent > 0) connected[static_cast<std::size_t>(parent - 1)] = 1;
+      if (parent > 0) connected[from1(parent)] = 1;
   }
   return connected;
 }
@@ -390,7 +388,7 @@ pedigree pruned(const pedigree& ped, std::span<const std::uint8_t> keep,
   std::vector<std::int32_t> new_group(ped.group.size() + 1, 0);
   for (const std::vector<std::int32_t>* parents : {&rest.sire, &rest.dam})
     for (const std::int32_t parent : *parents)
-      if (parent < 0) new_group[static_cast<std::size_t>(-parent)] = 1;
+      if (parent < 0) new_group[from0(-parent)] = 1;
   rest.group.clear();
   for (std::size_t g = 1; g < new_group.size(); ++g) {
     if (new_group[g] == 0) continue;
@@ -399,7 +397,7 @@ pedigree pruned(const pedigree& ped, std::span<const std::uint8_t> keep,
   }
   for (std::vector<std::int32_t>* parents : {&rest.sire, &rest.dam})
     for (std::int32_t& parent : *parents)
-      if (parent < 0) parent = -new_group[static_cast<std::size_t>(-parent)];
+      if (parent < 0) parent = -new_group[from0(-parent)];
   return rest;
 }
 

@@ -1,5 +1,7 @@
 #include "prepare/parts/pedigree_inverse.h"
 
+#include "shared/indexing.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -21,13 +23,12 @@ struct ancestor {
 };
 
 std::vector<ancestor> ancestors_of(const pedigree& ped) {
-  std::vector<ancestor> anc(static_cast<std::size_t>(ped.n_animals()));
+  std::vector<ancestor> anc(from0(ped.n_animals()));
   for (std::size_t a = 0; a < anc.size(); ++a) {
     anc[a].sire = std::max(ped.sire[a], 0) - 1;
     anc[a].dam = std::max(ped.dam[a], 0) - 1;
     for (const std::int32_t p : {anc[a].sire, anc[a].dam})
-      if (p >= 0)
-        anc[a].generation = std::max(anc[a].generation, anc[static_cast<std::size_t>(p)].generation + 1);
+      if (p >= 0) anc[a].generation = std::max(anc[a].generation, anc[from0(p)].generation + 1);
   }
   return anc;
 }
@@ -38,7 +39,7 @@ std::vector<std::int32_t> first_full_sibs(const std::vector<ancestor>& anc) {
   std::vector<std::int32_t> order(anc.size());
   std::iota(order.begin(), order.end(), 0);
   const auto parents = [&](std::int32_t a) {
-    const ancestor& x = anc[static_cast<std::size_t>(a)];
+    const ancestor& x = anc[from0(a)];
     return std::minmax(x.sire, x.dam);
   };
   std::sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) {
@@ -48,11 +49,11 @@ std::vector<std::int32_t> first_full_sibs(const std::vector<ancestor>& anc) {
   });
   std::vector<std::int32_t> first(anc.size());
   for (std::size_t k = 0; k < order.size(); ++k) {
-    const auto a = static_cast<std::size_t>(order[k]);
+    const auto a = from0(order[k]);
     const bool sib = k > 0 && anc[a].sire >= 0 && anc[a].dam >= 0 &&
                      std::pair<std::int32_t, std::int32_t>(parents(order[k - 1])) ==
                          std::pair<std::int32_t, std::int32_t>(parents(order[k]));
-    first[a] = sib ? first[static_cast<std::size_t>(order[k - 1])] : order[k];
+    first[a] = sib ? first[from0(order[k - 1])] : order[k];
   }
   return first;
 }
@@ -60,7 +61,7 @@ std::vector<std::int32_t> first_full_sibs(const std::vector<ancestor>& anc) {
 double variance_given_parents(const ancestor& x, std::span<const double> f) {
   double d = 1.0;
   for (const std::int32_t p : {x.sire, x.dam})
-    if (p >= 0) d -= 0.25 * (1.0 + (f.empty() ? 0.0 : f[static_cast<std::size_t>(p)]));
+    if (p >= 0) d -= 0.25 * (1.0 + (f.empty() ? 0.0 : f[from0(p)]));
   return d;
 }
 
@@ -73,21 +74,21 @@ double trace_inbreeding(std::vector<ancestor>& anc, std::size_t i,
   double sum = anc[i].d;
   const auto reach = [&](std::int32_t p, double l) {
     if (p < 0) return;
-    ancestor& x = anc[static_cast<std::size_t>(p)];
-    if (x.l == 0.0) waiting[static_cast<std::size_t>(x.generation)].push_back(p);
+    ancestor& x = anc[from0(p)];
+    if (x.l == 0.0) waiting[from0(x.generation)].push_back(p);
     x.l += l;
   };
   reach(anc[i].sire, 0.5);
   reach(anc[i].dam, 0.5);
-  for (auto g = static_cast<std::size_t>(anc[i].generation); g-- > 0;) {
+  for (auto g = from0(anc[i].generation); g-- > 0;) {
     const std::vector<std::int32_t>& row = waiting[g];
     for (std::size_t k = 0; k < row.size(); ++k) {
       if (k + ahead < row.size()) { // memory is the bottleneck: parents needed soon are asked for now
-        const ancestor& soon = anc[static_cast<std::size_t>(row[k + ahead])];
-        __builtin_prefetch(&anc[static_cast<std::size_t>(std::max(soon.sire, 0))], 1);
-        __builtin_prefetch(&anc[static_cast<std::size_t>(std::max(soon.dam, 0))], 1);
+        const ancestor& soon = anc[from0(row[k + ahead])];
+        __builtin_prefetch(&anc[from0(std::max(soon.sire, 0))], 1);
+        __builtin_prefetch(&anc[from0(std::max(soon.dam, 0))], 1);
       }
-      ancestor& x = anc[static_cast<std::size_t>(row[k])];
+      ancestor& x = anc[from0(row[k])];
       const double l = x.l;
       x.l = 0.0;
       sum += l * l * x.d;
@@ -107,11 +108,11 @@ std::vector<double> inbreeding_of(const pedigree& ped) {
   const std::vector<std::int32_t> first = first_full_sibs(anc);
   std::int32_t last_generation = 0;
   for (const ancestor& x : anc) last_generation = std::max(last_generation, x.generation);
-  std::vector<std::vector<std::int32_t>> waiting(static_cast<std::size_t>(last_generation) + 1);
+  std::vector<std::vector<std::int32_t>> waiting(from0(last_generation) + 1);
   for (std::size_t i = 0; i < anc.size(); ++i) {
     anc[i].d = variance_given_parents(anc[i], f);
     if (anc[i].sire < 0 || anc[i].dam < 0) continue;
-    const auto sib = static_cast<std::size_t>(first[i]);
+    const auto sib = from0(first[i]);
     f[i] = sib == i ? trace_inbreeding(anc, i, waiting) : f[sib];
   }
   return f;
@@ -163,10 +164,10 @@ contribution contribution_of(const pedigree& ped, std::size_t a, double d, group
 // Stable distribution of the elements by one of their indices, 1..n.
 void distribute(const std::vector<matrix_element>& from, std::vector<matrix_element>& to,
                 std::int32_t matrix_element::*index, std::int32_t n) {
-  std::vector<std::size_t> begin(static_cast<std::size_t>(n) + 2, 0);
-  for (const matrix_element& e : from) ++begin[static_cast<std::size_t>(e.*index) + 1];
+  std::vector<std::size_t> begin(from0(n) + 2, 0);
+  for (const matrix_element& e : from) ++begin[from0(e.*index) + 1];
   std::partial_sum(begin.begin(), begin.end(), begin.begin());
-  for (const matrix_element& e : from) to[begin[static_cast<std::size_t>(e.*index)]++] = e;
+  for (const matrix_element& e : from) to[begin[from0(e.*index)]++] = e;
 }
 
 // Elements of one place follow each other: they become one.
@@ -216,10 +217,10 @@ std::vector<matrix_element> a_inverse(const pedigree& ped, std::span<const doubl
 }
 
 std::vector<std::int32_t> parents_of_levels(const pedigree& ped, group_place place) {
-  const auto n = static_cast<std::size_t>(ped.n_animals() + ped.n_groups());
+  const auto n = from0(ped.n_animals() + ped.n_groups());
   std::vector<std::int32_t> sire_dam(2 * n, 0);
   for (std::size_t a = 0; a < ped.sire.size(); ++a) {
-    const auto level = static_cast<std::size_t>(level_of(ped, static_cast<std::int32_t>(a) + 1, place) - 1);
+    const auto level = from0(level_of(ped, static_cast<std::int32_t>(a) + 1, place) - 1);
     const auto parent_level = [&](std::int32_t parent) {
       const std::int32_t l = level_of(ped, parent, place);
       return parent < 0 ? -l : l;
@@ -234,34 +235,33 @@ std::vector<double> relationship_block(const pedigree& ped, std::span<const doub
                                        std::span<const std::int32_t> animals) {
   const std::size_t n = animals.size();
   std::vector<double> block(n * n);
-  std::vector<std::uint8_t> named(static_cast<std::size_t>(ped.n_animals()), 0);
-  for (const std::int32_t a : animals) named[static_cast<std::size_t>(a - 1)] = 1;
+  std::vector<std::uint8_t> named(from0(ped.n_animals()), 0);
+  for (const std::int32_t a : animals) named[from1(a)] = 1;
   std::vector<std::int32_t> number;
   const pedigree part = pruned(ped, connected_to_data(ped, named), number);
   std::vector<ancestor> anc = ancestors_of(part);
   for (std::size_t a = 0; a < number.size(); ++a)
     if (number[a] > 0) {
-      ancestor& x = anc[static_cast<std::size_t>(number[a] - 1)];
+      ancestor& x = anc[from1(number[a])];
       x.d = 1.0;
       for (const std::int32_t p : {ped.sire[a], ped.dam[a]})
-        if (p > 0) x.d -= 0.25 * (1.0 + (f.empty() ? 0.0 : f[static_cast<std::size_t>(p - 1)]));
+        if (p > 0) x.d -= 0.25 * (1.0 + (f.empty() ? 0.0 : f[from1(p)]));
     }
 
   std::vector<double> x(anc.size());
   for (std::size_t c = 0; c < n; ++c) {
     std::fill(x.begin(), x.end(), 0.0);
-    x[static_cast<std::size_t>(number[static_cast<std::size_t>(animals[c] - 1)] - 1)] = 1.0;
+    x[from1(number[from1(animals[c])])] = 1.0;
     for (std::size_t a = anc.size(); a-- > 0;) // x = D T' e
       if (x[a] != 0.0) {
         for (const std::int32_t p : {anc[a].sire, anc[a].dam})
-          if (p >= 0) x[static_cast<std::size_t>(p)] += 0.5 * x[a];
+          if (p >= 0) x[from0(p)] += 0.5 * x[a];
         x[a] *= anc[a].d;
       }
     for (std::size_t a = 0; a < anc.size(); ++a) // x = T x
       for (const std::int32_t p : {anc[a].sire, anc[a].dam})
-        if (p >= 0) x[a] += 0.5 * x[static_cast<std::size_t>(p)];
-    for (std::size_t r = 0; r < n; ++r)
-      block[c * n + r] = x[static_cast<std::size_t>(number[static_cast<std::size_t>(animals[r] - 1)] - 1)];
+        if (p >= 0) x[a] += 0.5 * x[from0(p)];
+    for (std::size_t r = 0; r < n; ++r) block[c * n + r] = x[from1(number[from1(animals[r])])];
   }
   return block;
 }

@@ -6,6 +6,7 @@
 #include "numerics/lapack_calls.h"
 #include "numerics/normal_functions.h"
 #include "prepare/messages/messages.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -20,8 +21,7 @@ namespace zeph::prepare {
 namespace {
 
 start_matrix zero_matrix(int order) {
-  return {order, std::vector<double>(static_cast<std::size_t>(order) * static_cast<std::size_t>(order), 0.0),
-          false};
+  return {order, std::vector<double>(from0(order) * from0(order), 0.0), false};
 }
 
 start_matrix given_matrix(const matrix_value& m) { return {m.order, m.value, true}; }
@@ -67,7 +67,7 @@ double mean_square(const record_selection& records, const contribution& c) {
   double sum = 0.0;
   std::size_t n = 0;
   for (const std::uint32_t r : records.records) {
-    if (records.present[static_cast<std::size_t>(c.trait)][r] == 0) continue;
+    if (records.present[from0(c.trait)][r] == 0) continue;
     sum += c.curve.value[r] * c.curve.value[r];
     ++n;
   }
@@ -81,8 +81,7 @@ const contribution& first_of_row(const factor_levels& f, int row) {
 std::vector<int> factors_per_trait(const std::vector<factor_levels>& factors, std::size_t nt) {
   std::vector<int> out(nt, 0);
   for (const factor_levels& f : factors)
-    for (const int t : std::set<int>(f.row_trait.begin(), f.row_trait.end()))
-      ++out[static_cast<std::size_t>(t)];
+    for (const int t : std::set<int>(f.row_trait.begin(), f.row_trait.end())) ++out[from0(t)];
   return out;
 }
 
@@ -90,7 +89,7 @@ start_matrix default_matrix(const record_selection& records, const factor_levels
                             const std::vector<double>& variance, const std::vector<int>& n_factors) {
   start_matrix out = zero_matrix(f.order());
   for (int i = 0; i < f.order(); ++i) {
-    const auto t = static_cast<std::size_t>(f.row_trait[static_cast<std::size_t>(i)]);
+    const auto t = from0(f.row_trait[static_cast<std::size_t>(i)]);
     const auto rows = std::ranges::count(f.row_trait, static_cast<int>(t));
     const double share = 0.5 * variance[t] / n_factors[t] / static_cast<double>(rows);
     out.at(i, i) = share / mean_square(records, first_of_row(f, i + 1));
@@ -102,7 +101,7 @@ start_matrix default_residual(const model_description& d, const std::vector<doub
                               const std::vector<int>& n_factors) {
   start_matrix out = zero_matrix(static_cast<int>(variance.size()));
   for (int t = 0; t < out.order; ++t) {
-    const auto at = static_cast<std::size_t>(t);
+    const auto at = from0(t);
     const bool half = n_factors[at] > 0 || has_unit_variance(d.traits[at].kind.value);
     out.at(t, t) = half ? 0.5 * variance[at] : variance[at];
   }
@@ -128,15 +127,14 @@ void add_groups(const model_description& d, const std::vector<std::string>& code
 bool inverse_of_part(const start_matrix& m, const std::vector<int>& kept, std::vector<double>& inverse,
                      double& log_determinant) {
   const int n = static_cast<int>(kept.size());
-  const auto size = static_cast<std::size_t>(n) * static_cast<std::size_t>(n);
+  const auto size = from0(n) * from0(n);
   std::vector<double> a(size), b(size, 0.0);
   inverse.assign(m.value.size(), 0.0);
   log_determinant = 0.0;
   if (n == 0) return true;
-  const auto at = [n](int i, int j) { return static_cast<std::size_t>(j * n + i); };
+  const auto at = [n](int i, int j) { return from0(j * n + i); };
   for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i)
-      a[at(i, j)] = m.at(kept[static_cast<std::size_t>(i)], kept[static_cast<std::size_t>(j)]);
+    for (int i = 0; i < n; ++i) a[at(i, j)] = m.at(kept[from0(i)], kept[from0(j)]);
   int info = 0;
   DPOTRF(n, a.data(), n, info);
   if (info != 0) return false;
@@ -147,14 +145,13 @@ bool inverse_of_part(const start_matrix& m, const std::vector<int>& kept, std::v
   DPOTRS(n, n, a.data(), n, b.data(), n, info);
   for (int j = 0; j < n; ++j)
     for (int i = 0; i < n; ++i) // the mean of both triangles: exactly symmetric
-      inverse[static_cast<std::size_t>(kept[static_cast<std::size_t>(i)] * m.order +
-                                       kept[static_cast<std::size_t>(j)])] =
+      inverse[from0(kept[static_cast<std::size_t>(i)] * m.order + kept[static_cast<std::size_t>(j)])] =
           0.5 * (b[at(i, j)] + b[at(j, i)]);
   return info == 0;
 }
 
 bool inverse_of(const start_matrix& m, std::vector<double>& inverse, double& log_determinant) {
-  std::vector<int> all(static_cast<std::size_t>(m.order));
+  std::vector<int> all(from0(m.order));
   std::iota(all.begin(), all.end(), 0);
   return inverse_of_part(m, all, inverse, log_determinant);
 }

@@ -2,6 +2,7 @@
 
 #include "prepare/messages/messages.h"
 #include "prepare/tables/missing_words.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +14,7 @@ namespace zeph::prepare {
 
 namespace {
 
-std::size_t at(std::int32_t animal) { return static_cast<std::size_t>(animal - 1); }
+std::size_t at(std::int32_t animal) { return from1(animal); }
 
 // What the identifications of the animals with a line of their own are like.
 struct listed_numbers {

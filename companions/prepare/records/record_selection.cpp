@@ -112,7 +112,7 @@ flags presence_of(const model_description& d, const data_columns& data, int t, r
 void take_out_mixed_traits(const model_description& d, const data_columns& data, record_selection& out) {
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     if (d.traits[t].indicator < 0) continue;
-    const auto i = static_cast<std::size_t>(d.traits[t].indicator);
+    const auto i = from0(d.traits[t].indicator);
     const std::string& name = d.traits[i].name;
     take_out(data, static_cast<int>(t), name, name + " is missing", out.present[t], out,
              [&](std::size_t r) { return out.present[i][r] == 0; });
@@ -149,7 +149,7 @@ std::vector<std::size_t> last_records(const record_sequences& s, const flags& pr
 // Sequences of subjects whose trait of kind cured lacks a column are dropped.
 void take_out_sequences(const model_description& d, const data_columns& data, std::size_t t,
                         record_selection& out) {
-  const auto cured = static_cast<std::size_t>(d.traits[t].partner);
+  const auto cured = from0(d.traits[t].partner);
   const std::size_t c = find_column(data.table, d.traits[t].subject.value);
   std::set<std::string, std::less<>> without;
   for (const std::size_t r : last_records(out.sequences, out.present[t]))
@@ -161,7 +161,7 @@ void take_out_sequences(const model_description& d, const data_columns& data, st
 
 void place_sequences(const model_description& d, const data_columns& data, int number, record_selection& out,
                      message_log& log) {
-  const auto t = static_cast<std::size_t>(number);
+  const auto t = from0(number);
   const trait_section& trait = d.traits[t];
   const std::size_t subject = find_column(data.table, trait.subject.value);
   take_out(data, number, trait.subject.value, trait.subject.value + " is missing", out.present[t], out,
@@ -261,7 +261,7 @@ record_selection select_records(const model_description& d, const data_columns& 
       add_error(log, {data.table.file, 0, 0},
                 fmt::format("no record of trait {} can be used", d.traits[from0(t)].name));
     else
-      refuse_empty_categories(d, data, out, static_cast<std::size_t>(t), log);
+      refuse_empty_categories(d, data, out, from0(t), log);
   }
   return out;
 }

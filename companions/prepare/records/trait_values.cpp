@@ -254,7 +254,7 @@ void top_share(const std::vector<double>& y, double share, std::vector<double>& 
     if (!std::isnan(y[r])) order.push_back(r);
   std::ranges::stable_sort(order, [&y](std::size_t a, std::size_t b) { return y[a] > y[b]; });
   if (order.size() < 2) return;
-  const auto wanted = static_cast<std::size_t>(std::lround(share * static_cast<double>(order.size())));
+  const auto wanted = from0(std::lround(share * static_cast<double>(order.size())));
   const std::size_t n = std::clamp<std::size_t>(wanted, 1, order.size() - 1);
   for (std::size_t i = 0; i < n; ++i) member[order[i]] = 1.0;
 }
@@ -283,7 +283,7 @@ void read_membership(const trait_reader& in, int number, const std::vector<trait
 
 // 1 in all records of the subjects with an event in one of them.
 void read_cured(const trait_reader& in, const std::vector<trait_values>& values, trait_values& out) {
-  const std::size_t partner = static_cast<std::size_t>(in.trait.partner);
+  const std::size_t partner = from0(in.trait.partner);
   const std::vector<double>& event = values[partner].y;
   const std::size_t c = find_column(in.table, in.d.traits[partner].subject.value);
   std::set<std::string, std::less<>> failed;

@@ -1,6 +1,7 @@
 #include "prepare/tables/column_numbers.h"
 
 #include "prepare/tables/missing_codes.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -181,10 +182,8 @@ void warn_of_missing_codes(const csv_columns& table, std::size_t c, std::span<co
   std::sort(sorted.begin(), sorted.end());
   if (sorted.empty()) return;
   const std::span<const double> all(sorted);
-  const auto lower =
-      static_cast<std::size_t>(std::upper_bound(all.begin(), all.end(), all.front()) - all.begin());
-  const auto upper =
-      static_cast<std::size_t>(all.end() - std::lower_bound(all.begin(), all.end(), all.back()));
+  const auto lower = from0(std::upper_bound(all.begin(), all.end(), all.front()) - all.begin());
+  const auto upper = from0(all.end() - std::lower_bound(all.begin(), all.end(), all.back()));
   const std::string& name = table.header[c];
 
   if (all.front() == 0.0 && far_from(0.0, all.subspan(lower)))

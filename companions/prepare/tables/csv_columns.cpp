@@ -1,5 +1,7 @@
 #include "prepare/tables/csv_columns.h"
 
+#include "shared/indexing.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -15,8 +17,7 @@ source_place place_of(const csv_columns& table, std::int64_t line) {
 
 std::size_t find_column(const csv_columns& table, std::string_view name) {
   const auto at = std::find(table.header.begin(), table.header.end(), name);
-  return at == table.header.end() || name.empty() ? no_column
-                                                  : static_cast<std::size_t>(at - table.header.begin());
+  return at == table.header.end() || name.empty() ? no_column : from0(at - table.header.begin());
 }
 
 std::size_t require_column(const csv_columns& table, std::string_view name, message_log& log) {

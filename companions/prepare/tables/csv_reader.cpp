@@ -5,6 +5,7 @@
 #include "prepare/tables/readable_file.h"
 #include "prepare/tables/text_encoding.h"
 #include "prepare/tables/text_lines.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -175,7 +176,7 @@ csv_columns read_csv(const std::string& path, const csv_layout& layout, message_
     const std::streamoff size = in.tellg();
     in.seekg(0);
     if (size > 0) {
-      content.resize(static_cast<std::size_t>(size));
+      content.resize(from0(size));
       in.read(content.data(), size);
     }
     if (!in) why = "reading stopped with an error";

@@ -2,6 +2,7 @@
 
 #include "prepare/messages/messages.h"
 #include "prepare/tables/text_lines.h"
+#include "shared/indexing.h"
 
 #include <fmt/format.h>
 
@@ -104,8 +105,7 @@ std::string_view header_line(std::string_view content) {
   const std::string_view first = first_line(content, true), other = first_line(content, false);
   if (!is_comment(first) || other.empty()) return first;
   const char separator = separator_of(first);
-  std::string_view after =
-      content.substr(static_cast<std::size_t>(first.data() - content.data()) + first.size());
+  std::string_view after = content.substr(from0(first.data() - content.data()) + first.size());
   const bool is_header = !is_comment(first_line(after, true)) && width_of_line(first, separator) > 1 &&
                          width_of_line(first, separator) == width_of_line(other, separator);
   return is_header ? first : other;
