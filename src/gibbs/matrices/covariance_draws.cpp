@@ -7,6 +7,7 @@
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "numerics/cholesky_family.h"
+#include "numerics/column_view.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/packed_matrix.h"
 
@@ -110,7 +111,7 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   const structure_record& factor = model.RMAT(k);
   if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
-  double* sums = sampler.sscp.col(k);
+  double* sums = sampler.sscp.unchecked_col(k);
   std::int64_t df = std::int64_t{asked.DDF(k)} - p - 1; // the flat prior
   if (asked.PDF(k) > p + 1) {
     df = std::int64_t{asked.DDF(k)} + asked.PDF(k);
@@ -139,17 +140,17 @@ void mask_residual_sums(const model_records& model, sampler_store& sampler, repo
                         const directives& asked) {
   const std::int32_t nt = model.nt;
   for (std::int32_t h = 1; h <= sampler.G; ++h) {
-    double* sums = sampler.sscp.col(model.nramat + h);
+    const auto sums = col_of(sampler.sscp, model.nramat + h);
     for (std::int32_t k = 1; k <= nt * (nt + 1) / 2; ++k)
-      if (sampler.LNCOV(k)) sums[k - 1] = 0;
+      if (sampler.LNCOV(k)) sums(k) = 0;
   }
   if (asked.test_level <= 1) return;
   say(report, "sscp for residuals");
   for (std::int32_t h = 1; h <= sampler.G; ++h) {
-    const double* sums = sampler.sscp.col(model.nramat + h);
+    const auto sums = col_of(sampler.sscp, model.nramat + h);
     for (std::int32_t i = 1; i <= nt; ++i) {
       free_row row;
-      for (std::int32_t j = 1; j <= nt; ++j) row.r8(sums[ihmij(i, j, nt) - 1]);
+      for (std::int32_t j = 1; j <= nt; ++j) row.r8(sums(ihmij(i, j, nt)));
       say(report, row.str());
     }
   }
@@ -191,7 +192,8 @@ void draw_residual_matrix(const model_records& model, const sampler_store& sampl
   // every attempt takes its own draws of the combined source
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
     if (restricted)
-      rinvwish_con(report, sources, constrained, sampler.RCOV.slice(h), df, iw.W, iw.SCALE, matrices.draw);
+      rinvwish_con(report, sources, constrained, sampler.RCOV.unchecked_slice(h), df, iw.W, iw.SCALE,
+                   matrices.draw);
     else
       rinvwish(report, sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), model.nt,
                df, matrices.draw);
@@ -209,7 +211,7 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   const std::int32_t nt = model.nt, p = state.ntr.back(), column = model.nramat + h;
   const std::int32_t prior = asked.PDF(model.nramat + 1);
   const std::int64_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
-  double* sums = sampler.sscp.col(column);
+  double* sums = sampler.sscp.unchecked_col(column);
   // S + (v - nt - 1) R0 and n + v degrees of freedom, or S and n - nt - 1 with a flat prior.
   // kept: nt and not p, the order in the model in force, decides which
   const std::int64_t df = prior > nt + 1 ? records + prior : records - nt - 1;
@@ -223,8 +225,8 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   invert_drawn(report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
   if (state.matopd(model.nramat + 1)) {
-    std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.slice(h));
-    std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.slice(h));
+    std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.unchecked_slice(h));
+    std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.unchecked_slice(h));
   }
   // LVDET = ln |R| = -ln |R^-1|
   const double d = det_into(report, iw.W_INV.data(), nt, nt, matrices.draw.L.data());
@@ -248,7 +250,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
   const structure_record& factor = model.RMAT(k);
   const double* u = sampler.sol.data() + model.NBEGRA(k);
   // S = U'A^-1 U, U the levels' solutions in p columns; packed, lower triangle by rows
-  double* sums = sampler.sscp.col(k);
+  double* sums = sampler.sscp.unchecked_col(k);
   const structure_kind kind = structure_of(factor);
   const bool identity = kind == structure_kind::identity;
   if (!identity && (kind == structure_kind::unknown || !row_of(kind).has_related_sum)) {
@@ -258,8 +260,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
   }
   // the fast body has summed U'A^-1 U in its walk over the levels
   if (fast.square_done.allocated() && fast.square_done(k)) {
-    const double* walked = fast.square.col(k);
-    for (std::int32_t i = 0; i < p * (p + 1) / 2; ++i) sums[i] += walked[i];
+    for (std::int32_t i = 1; i <= p * (p + 1) / 2; ++i) sampler.sscp(i, k) += fast.square(i, k);
     fast.square_done(k) = 0;
   } else if (identity) {
     identity_sum(u, model.NRALEV(k), factor.n_rc, p, sums);
