@@ -177,9 +177,6 @@ void echo_df(const directives& asked, std::int32_t k, std::int32_t dimension, re
   say(report, indent + "Prior df = " + format_I(asked.PDF(k), 2) + " <= dim + 1 -> Flat prior assumed");
 }
 
-// A larger prior is a slip of the keyboard: the draw would be its start matrix.
-constexpr std::int32_t largest_prior_df = 2000000000;
-
 void read_df(const model_records& m, directives& asked, free_reader& lines, reporting& report) {
   allocate(report, asked.PDF, "PDF", "ZEPH", m.nramat + 1);
   allocate(report, asked.DDF, "DDF", "ZEPH", m.nramat + 1);

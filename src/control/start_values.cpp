@@ -49,7 +49,7 @@ void start_residual_matrix(const model_records& m, sampler_store& s, std::int32_
 bool invert_residual_matrix(const model_records& m, sampler_store& s, std::int32_t g,
                             residual_conditional& swept, reporting& report) {
   const std::int32_t nt = m.nt, f = m.nramat + g;
-  set_matrix(swept, s.RCOV.slice(g));
+  set_matrix(swept, s.RCOV.unchecked_slice(g));
   double product = 1.0;
   bool definite = true;
   s.LVDET(f) = 0;

@@ -8,6 +8,7 @@
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
+#include "numerics/column_view.h"
 #include "numerics/storage_door.h"
 
 #include <algorithm>
@@ -191,7 +192,7 @@ struct row_entry {
 void add_entry(const row_entry& e, const equation_layout& layout, data_record& in, design_store& design,
                reporting& report) {
   check_range(report, "equation", {in.r, in.entries + 1}, e.equation, 1, layout.neq);
-  std::int32_t* xd = design.XD.col(++in.entries);
+  const auto xd = col_of(design.XD, ++in.entries);
   xd[0] = static_cast<std::int32_t>(e.equation);
   xd[1] = e.trait;
   xd[2] = e.group;
@@ -306,7 +307,7 @@ void store_row(data_record& in, design_store& design) {
   const std::int64_t r = in.r;
   for (std::int32_t e = 1; e <= in.entries; ++e) {
     const auto from = static_cast<std::int32_t>(in.keys(e) & 0xFFFFFFFFU);
-    const std::int32_t* xd = design.XD.col(from);
+    const auto xd = col_of(design.XD, from);
     design.XD1_M(e, r) = xd[0];
     design.XD2_M(e, r) = xd[1];
     design.XD3_M(e, r) = xd[2];

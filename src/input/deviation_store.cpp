@@ -1,5 +1,7 @@
 #include "input/deviation_store.h"
 
+#include "numerics/column_view.h"
+
 #include <algorithm>
 
 namespace zeph {
@@ -16,8 +18,9 @@ std::int32_t row_of_trait(const structure_record& f, std::int32_t t) {
 }
 
 bool any_above_zero(const mat<std::int32_t>& counts, std::int32_t level) {
-  const std::int32_t* n = counts.col(level);
-  return std::any_of(n, n + counts.extent(1), [](std::int32_t x) { return x > 0; });
+  for (std::int64_t t = 1; t <= counts.extent(1); ++t)
+    if (counts(t, level) > 0) return true;
+  return false;
 }
 
 } // namespace

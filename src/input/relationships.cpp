@@ -272,7 +272,7 @@ void PEDFILE(const model_records& m, relationship_store& relations, reporting& r
   for (std::int32_t done = 0; done < n;) {
     const std::int32_t levels = std::min(levels_a_record, n - done);
     file.next();
-    file.take(relations.pedmat.col(done + 1), 2 * std::int64_t{levels});
+    file.take(relations.pedmat.unchecked_col(done + 1), 2 * std::int64_t{levels});
     if (file.code() != 0) pedigree_error(file.code(), report);
     check_parents(relations.pedmat, done + 1, done + levels, n, name, report);
     done += levels;

@@ -11,6 +11,9 @@
 
 namespace zeph {
 
+// A larger prior is a slip of the keyboard: the draw would be its start matrix.
+inline constexpr std::int32_t largest_prior_df = 2000000000;
+
 inline constexpr std::int32_t GS_CONVERGED = -987654321; // status of the scan: the solver has converged
 
 // One class-effect solution used as a covariate, as the directive lines give it.

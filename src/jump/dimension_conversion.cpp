@@ -350,10 +350,10 @@ void samppegm(jump_records& r, std::int32_t k) {
     const double elast = conditional_mean(t, u);
     if (jump.jump_down) {
       jump.prop_z(l) = (u[n - 1] - elast) / t.cstd;
-      pdn(report, work, l, CDI.col(l), t, u, out, jump.jacobian);
+      pdn(report, work, l, CDI.unchecked_col(l), t, u, out, jump.jacobian);
     } else {
       u[n - 1] = t.cstd * jump.prop_z(l) + elast;
-      pup(report, work, l, CDI.col(l), t, elast, jump.prop_z(l), u, out, jump.jacobian);
+      pup(report, work, l, CDI.unchecked_col(l), t, elast, jump.prop_z(l), u, out, jump.jacobian);
     }
   }
 }

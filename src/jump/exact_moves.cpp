@@ -27,7 +27,7 @@ bool moves_pedigree(const jump_records& r) { return is_pedigree(r.model.RMAT(r.j
 
 // cov_new = the leading `rows` rows of the factor's matrix as drawn in this round.
 void unpack_matrix(jump_records& r, std::int32_t rows) {
-  const double* packed = r.scan.sampler.sscp.col(r.jump.jump_k);
+  const double* packed = r.scan.sampler.sscp.unchecked_col(r.jump.jump_k);
   for (std::int32_t i = 1; i <= rows; ++i)
     for (std::int32_t j = 1; j <= i; ++j) r.jump.cov_new(i, j) = r.jump.cov_new(j, i) = *packed++;
 }
@@ -198,7 +198,7 @@ double prior_of_levels(const jump_records& r, double T) {
     for (std::int64_t l = 1; l <= w.levels; ++l) {
       double sum = rows.diag(l) * w.t(l);
       for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node)
-        sum += rows.val(node) * w.t(rows.col(node));
+        sum += rows.val(node) * w.t(rows.unchecked_col(node));
       quadratic += w.t(l) * sum;
     }
   } else {
@@ -265,7 +265,7 @@ void weigh_exact_move(jump_records& r) {
 void take_exact_move(jump_records& r) {
   jump_store& jump = r.jump;
   const std::int32_t k = jump.jump_k, n = rows_of(jump.new_model, k), q = r.model.RMAT(k).n_rc;
-  double* packed = r.scan.sampler.sscp.col(k);
+  double* packed = r.scan.sampler.sscp.unchecked_col(k);
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= i; ++j) *packed++ = jump.cov_new(i, j);
   double logdet = 0;

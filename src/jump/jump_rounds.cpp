@@ -9,6 +9,7 @@
 #include "jump/model_moves.h"
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
+#include "numerics/column_view.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -21,10 +22,10 @@ namespace {
 void unpack_drawn_matrix(jump_records& r) {
   jump_store& jump = r.jump;
   const std::int32_t k = jump.jump_k, rows = r.state.ntr[static_cast<std::size_t>(k - 1)];
-  const double* packed = r.scan.sampler.sscp.col(k);
+  const auto packed = col_of(r.scan.sampler.sscp, k);
   for (std::int32_t i = 1; i <= jump.imax; ++i)
-    for (std::int32_t j = 1; j <= i; ++j, ++packed)
-      jump.cov_new(i, j) = jump.cov_new(j, i) = i <= rows ? *packed : 0.0;
+    for (std::int32_t j = 1; j <= i; ++j)
+      jump.cov_new(i, j) = jump.cov_new(j, i) = i <= rows ? packed(ihmij(i, j, 0)) : 0.0;
 }
 
 // prop_scale = prodf times the factor's start matrix, last row and column by conv_coef.
@@ -131,10 +132,10 @@ void take_move(jump_records& r) {
   jump_store& jump = r.jump;
   const std::int32_t k = jump.jump_k, n = jump.new_model[static_cast<std::size_t>(k - 1)];
   if (!jump.jump_down) {
-    double* packed = r.scan.sampler.sscp.col(k);
+    const auto packed = col_of(r.scan.sampler.sscp, k);
     // up: the proposed matrix is the sample of the round
     for (std::int32_t i = 1; i <= n; ++i)
-      for (std::int32_t j = 1; j <= i; ++j) *packed++ = jump.cov_new(i, j);
+      for (std::int32_t j = 1; j <= i; ++j) packed(ihmij(i, j, 0)) = jump.cov_new(i, j);
   }
   double logdet = 0;
   int info = 0;

@@ -112,7 +112,7 @@ void invert_start_matrix(jump_records& r, std::int32_t k) {
   cube<double>& GIF = r.scan.sampler.GIF;
   double logdet = 0;
   int info = 0;
-  inverse_logdet(COV_MAT.data(), COV_MAT.extent(1), GIF.slice(k), GIF.extent(1),
+  inverse_logdet(COV_MAT.data(), COV_MAT.extent(1), GIF.unchecked_slice(k), GIF.extent(1),
                  r.state.ntr[static_cast<std::size_t>(k - 1)], logdet, info);
 }
 

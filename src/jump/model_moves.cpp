@@ -7,6 +7,7 @@
 #include "jump/jump_densities.h"
 #include "jump/jump_setup.h"
 #include "listing/listing_rows.h"
+#include "numerics/column_view.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -65,7 +66,7 @@ double sum_by_columns(scan_records& r, const directives& asked) {
       for (std::int32_t t = 1; t <= nt; ++t)
         for (std::int32_t u = 1; u <= t; ++u) {
           // ssq += r^tu e_t'e_u, off-diagonal elements twice
-          const double sum = product_sum(form.E.col(t) + lo, form.E.col(u) + lo, hi - lo);
+          const double sum = product_sum(form.E.unchecked_col(t) + lo, form.E.unchecked_col(u) + lo, hi - lo);
           ssq += (t == u ? 1.0 : 2.0) * r.sampler.RCOVI(t, u, 1) * sum;
         }
       continue;
@@ -128,8 +129,8 @@ void weigh_solutions(jump_records& r, std::int32_t n, model_side& side) {
     sweep(i, packed, n, least_pivot, r.scan.work.levels.swept.data(), pivot, info);
     side.logdet += std::log(pivot);
   }
-  double* sums = r.scan.sampler.sscp.col(k);
-  std::fill_n(sums, r.scan.sampler.sscp.extent(1), 0.0);
+  const auto sums = col_of(r.scan.sampler.sscp, k);
+  std::fill_n(sums.unchecked(), r.scan.sampler.sscp.extent(1), 0.0);
   // S = U'A^-1 U with the solutions of this side; sscp is put back at the end of the move
   add_factor_squares(r.scan.model, r.scan.relations, r.scan.sampler, r.scan.work.matrices, r.scan.work.fast,
                      r.scan.report, k, n);

@@ -4,7 +4,7 @@
 // lets a test make the n-th allocation fail.
 //
 // x(i), x(i,j), ... check their bounds in builds with ZEPH_DEBUG_VIEWS.
-// m.col(j) is the raw pointer to column j; its element i is col[i-1].
+// m.unchecked_col(j) is the raw pointer to column j; its element i is col[i-1].
 #pragma once
 
 #include "numerics/storage_door.h"
@@ -85,23 +85,23 @@ public:
     return cells_.data()[place(static_cast<std::int64_t>(index)...)];
   }
   // Column j of a two-dimensional array, as a plain 0-based pointer.
-  T* col(std::int64_t j) {
+  T* unchecked_col(std::int64_t j) {
     static_assert(N == 2);
     check_bound(j, axes_[1].low, axes_[1].count);
     return cells_.data() + (j - axes_[1].low) * axes_[0].count;
   }
-  const T* col(std::int64_t j) const {
+  const T* unchecked_col(std::int64_t j) const {
     static_assert(N == 2);
     check_bound(j, axes_[1].low, axes_[1].count);
     return cells_.data() + (j - axes_[1].low) * axes_[0].count;
   }
   // Matrix (:,:,k) of a three-dimensional array, column-major, 0-based pointer.
-  T* slice(std::int64_t k) {
+  T* unchecked_slice(std::int64_t k) {
     static_assert(N == 3);
     check_bound(k, axes_[2].low, axes_[2].count);
     return cells_.data() + (k - axes_[2].low) * axes_[0].count * axes_[1].count;
   }
-  const T* slice(std::int64_t k) const { return const_cast<array*>(this)->slice(k); }
+  const T* unchecked_slice(std::int64_t k) const { return const_cast<array*>(this)->unchecked_slice(k); }
 
   T* data() { return cells_.data(); }
   const T* data() const { return cells_.data(); }

@@ -88,13 +88,15 @@ column_view<const T> part_of(const array<T, N>& x, std::int64_t from, std::int64
   return view_of(x).part(from, count);
 }
 // Column j of a matrix.
-template <class T> column_view<T> col_of(mat<T>& x, std::int64_t j) { return {x.col(j), x.extent(1)}; }
+template <class T> column_view<T> col_of(mat<T>& x, std::int64_t j) {
+  return {x.unchecked_col(j), x.extent(1)};
+}
 template <class T> column_view<const T> col_of(const mat<T>& x, std::int64_t j) {
-  return {x.col(j), x.extent(1)};
+  return {x.unchecked_col(j), x.extent(1)};
 }
 // Matrix (:,:,k), column-major.
 template <class T> column_view<const T> slice_of(const cube<T>& x, std::int64_t k) {
-  return {x.slice(k), x.extent(1) * x.extent(2)};
+  return {x.unchecked_slice(k), x.extent(1) * x.extent(2)};
 }
 
 } // namespace zeph

@@ -78,7 +78,7 @@ void say_triangle(std::string_view title, const double* values, std::int32_t d, 
 void write_rows(const reported_matrix& x, const sampler_store& store, const round_state& state,
                 row_file& gparout, row_file& PAROUT) {
   constexpr std::size_t vector_entries = 5; // of the model vector, zeros beyond its end
-  const double *mean = store.PARPOSTMEAN.col(x.k), *sd = store.PARVAR.col(x.k);
+  const double *mean = store.PARPOSTMEAN.unchecked_col(x.k), *sd = store.PARVAR.unchecked_col(x.k);
   for (std::int32_t r = 1; r <= x.d; ++r)
     for (std::int32_t c = 1; c <= r; ++c) {
       column_line both, means;
@@ -96,10 +96,10 @@ void report_matrix(const reported_matrix& x, const sampler_store& store, const r
                    row_file& gparout, row_file& PAROUT, reporting& report) {
   say(report);
   say(report, free_row().text("   Random effect no ").i(x.k).str());
-  say_triangle("   Means", store.PARPOSTMEAN.col(x.k), x.d, report);
+  say_triangle("   Means", store.PARPOSTMEAN.unchecked_col(x.k), x.d, report);
   write_rows(x, store, state, gparout, PAROUT);
   say(report);
-  say_triangle("   Standard Errors           ", store.PARVAR.col(x.k), x.d, report);
+  say_triangle("   Standard Errors           ", store.PARVAR.unchecked_col(x.k), x.d, report);
 }
 
 } // namespace

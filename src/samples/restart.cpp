@@ -25,7 +25,8 @@ constexpr std::string_view solutions_file = "oldsol";
 // `Store` is a sampler_store, or a const one. False as soon as a visit says so.
 template <class Store, class Visit> bool walk_matrices(const model_records& m, Store& s, Visit&& visit) {
   for (std::int32_t k = 1; k <= m.nramat; ++k)
-    if (!visit("matrix GIF", "GIF", k, s.GIF.slice(k), s.GIF.extent(1) * s.GIF.extent(2), true)) return false;
+    if (!visit("matrix GIF", "GIF", k, s.GIF.unchecked_slice(k), s.GIF.extent(1) * s.GIF.extent(2), true))
+      return false;
   return visit("vector GDET", "GDET", 0, s.GDET.data(), s.GDET.size(), false) &&
          visit("matrix RCOV", "RCOV", 0, s.RCOV.data(), s.RCOV.size(), true) &&
          visit("vector RDET", "RDET", 0, s.RDET.data(), s.RDET.size(), false) &&

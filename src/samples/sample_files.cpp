@@ -6,6 +6,8 @@
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
+#include "numerics/column_view.h"
+#include "numerics/packed_matrix.h"
 #include "samples/accumulators.h"
 
 namespace zeph {
@@ -129,10 +131,10 @@ void write_gib_samples(const model_records& m, const sampler_store& store, const
     // the order in the model in force; packed elements run on without gaps
     const std::int32_t d = state.ntr[static_cast<std::size_t>(residual ? m.nramat : k - 1)];
     const std::int32_t code = residual ? m.residual().HETGR_CODE(m.hetgr_index(k - m.nramat)) : 0;
-    const double* element = store.sscp.col(k); // lower triangle by rows
+    const auto packed = col_of(store.sscp, k); // lower triangle by rows
     for (std::int32_t r = 1; r <= d; ++r)
       for (std::int32_t c = 1; c <= r; ++c) {
-        line.clear().I(state.iround, 8).I(k, 4).I(r, 4).I(c, 4).G(*element++, 15, 6).I(code, 11);
+        line.clear().I(state.iround, 8).I(k, 4).I(r, 4).I(c, 4).G(packed(ihmij(r, c, 0)), 15, 6).I(code, 11);
         written = files.gib_samples.line(line.str()) && written;
       }
   }
@@ -175,7 +177,7 @@ void write_residual_samples(const model_records& m, const design_store& design, 
     file.begin();
     file.put(static_cast<std::int32_t>(state.iround));
     file.put(design.OBS_POS_M(r));
-    file.put(design.ZEPH_RES.col(r), m.nt);
+    file.put(design.ZEPH_RES.unchecked_col(r), m.nt);
     if (!file.end()) write_fault(report, "res.samples", "write");
   }
   if (!file.flush()) write_fault(report, "res.samples", "write");

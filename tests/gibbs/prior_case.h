@@ -23,7 +23,7 @@ struct prior_case : scan_case {
   std::int32_t v_residual = 8; // prior degrees of freedom of the residual matrix, type 4
 
   prior_case(const described_model& d, std::int32_t type, bool exact) : scan_case(d) {
-    f.asked.analysis_type = type;
+    f.asked.analysis_type = analysis_of(type);
     f.asked.sampler.exact = exact;
     f.asked.nburn = 1000000; // no round is a sample
     f.asked.isamp = 1;

@@ -43,7 +43,7 @@ struct models_case : prior_case {
         entry(r, 1, 1, level, p, std::pow(x, p - 1));
       }
     find_meetings();
-    jump_setup(moves, relations, 6);
+    jump_setup(moves, relations, analysis::jump);
   }
   static described_model description(const std::string& structure, std::int32_t order, std::int32_t levels,
                                      std::int32_t records) {
@@ -77,7 +77,7 @@ struct models_case : prior_case {
     for (std::int32_t i = 1; i <= rows(); ++i)
       for (std::int32_t j = 1; j <= rows(); ++j) G(i, j) = whole(i, j);
     const dense_matrix inverse = dense_inverse(G).inverse, L = factor(G, rows()), LA = factor(A, levels);
-    double* packed = s.sscp.col(1);
+    double* packed = s.sscp.unchecked_col(1);
     for (std::int32_t i = 1; i <= rows(); ++i)
       for (std::int32_t j = 1; j <= i; ++j) *packed++ = G(i, j);
     for (std::int32_t i = 1; i <= rows(); ++i)

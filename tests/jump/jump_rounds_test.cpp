@@ -188,7 +188,8 @@ TEST(convert_dimension, scales_the_proposal_by_the_start_matrix) {
   for (std::int32_t i = 1; i <= 3; ++i)
     for (std::int32_t j = 1; j <= 3; ++j)
       EXPECT_EQ(c.r->jump.prop_scale(i, j), 10 * COV_MAT(i, j) * (i == 3 ? 0.5 : 1.0) * (j == 3 ? 0.5 : 1.0));
-  const double* drawn = c.r->sampler.sscp.col(1); // the block that stays is that of the round's draw
+  const double* drawn =
+      c.r->sampler.sscp.unchecked_col(1); // the block that stays is that of the round's draw
   EXPECT_EQ(c.r->jump.cov_new(1, 1), drawn[0]);
   EXPECT_EQ(c.r->jump.cov_new(1, 2), drawn[1]);
   EXPECT_EQ(c.r->jump.cov_new(2, 2), drawn[2]);

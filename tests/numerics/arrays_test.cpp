@@ -28,7 +28,7 @@ TEST(arrays, count_from_one_with_the_first_index_fastest) {
   EXPECT_EQ(x.data()[1], 21);
   EXPECT_EQ(x.data()[2], 12);
   EXPECT_EQ(x.data()[6], 112); // 2 x 3 elements before it
-  EXPECT_EQ(x.slice(2), x.data() + 6);
+  EXPECT_EQ(x.unchecked_slice(2), x.data() + 6);
   x(2, 3, 4) = 5;
   EXPECT_EQ(x.data()[23], 5);
 }
@@ -37,8 +37,8 @@ TEST(arrays, column_pointer_is_the_first_element_of_the_column) {
   kept_listing run;
   mat<float> x;
   allocate(run.report, x, "x", "arrays_test", 5, 3);
-  EXPECT_EQ(x.col(3), &x(1, 3));
-  x.col(2)[4] = 2.5F;
+  EXPECT_EQ(x.unchecked_col(3), &x(1, 3));
+  x.unchecked_col(2)[4] = 2.5F;
   EXPECT_EQ(x(5, 2), 2.5F);
 }
 
@@ -52,7 +52,7 @@ TEST(arrays, keep_their_lower_bounds) {
   EXPECT_EQ(x.extent(2), 3);
   EXPECT_EQ(&x(0, -1), x.data());
   EXPECT_EQ(&x(2, 1), x.data() + 8);
-  EXPECT_EQ(x.col(0), &x(0, 0));
+  EXPECT_EQ(x.unchecked_col(0), &x(0, 0));
 }
 
 TEST(arrays, of_no_elements_are_allocated) {
@@ -178,7 +178,7 @@ TEST(arrays_death, every_index_is_checked) {
   allocate(run.report, x, "x", "arrays_test", range(0, 2), 4);
   EXPECT_DEATH(x(3, 1) = 1.0, "array index 3 is outside 0\\.\\.2");
   EXPECT_DEATH(x(0, 0) = 1.0, "array index 0 is outside 1\\.\\.4");
-  EXPECT_DEATH(x.col(5), "array index 5 is outside 1\\.\\.4");
+  EXPECT_DEATH(x.unchecked_col(5), "array index 5 is outside 1\\.\\.4");
 }
 #endif
 

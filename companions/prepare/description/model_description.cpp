@@ -1,5 +1,6 @@
 #include "prepare/description/model_description.h"
 
+#include "input/run_records.h"
 #include "input/trait_kinds.h"
 #include "prepare/description/description_checks.h"
 #include "prepare/description/description_keys.h"
@@ -12,7 +13,6 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <iterator>
-#include <limits>
 
 namespace zeph::prepare {
 
@@ -196,10 +196,12 @@ matrix_value read_start(const table_view& t) {
 
 prior_degrees read_degrees(const table_view& t) {
   const toml::node* node = find(t, "prior_df");
-  if (node == nullptr || !node->is_floating_point()) return {read_whole(t, "prior_df", 0, 0)};
+  if (node == nullptr || !node->is_floating_point())
+    return {read_whole(t, "prior_df", 0, 0, largest_prior_df)};
   const double df = node->as_floating_point()->get();
-  if (!(df >= 0.0 && df < std::numeric_limits<std::int32_t>::max())) {
-    error_in(t, place_of(*node), t.title + " prior_df must be a whole number, 0 or more");
+  if (!(df >= 0.0 && df <= largest_prior_df)) {
+    error_in(t, place_of(*node),
+             fmt::format("{} prior_df must be a whole number from 0 to {}", t.title, largest_prior_df));
     return {};
   }
   const auto whole = static_cast<std::int32_t>(df);

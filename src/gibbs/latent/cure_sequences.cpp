@@ -16,7 +16,7 @@ namespace {
 void add_fitted_row(const model_records& model, const equation_layout& layout, design_store& design,
                     const sampler_store& sampler, const record_values& values, const directives& asked,
                     std::int32_t irec, std::int32_t pos) {
-  float* row = design.CURE_YHAT.col(pos);
+  float* row = design.CURE_YHAT.unchecked_col(pos);
   add_fitted(entries_of(design, layout, sampler, asked.analysis_type), irec, row);
   if (!values.weighted) return;
   // weighted fitted values: w_t^1/2 (Z b)_t, a product of 32-bit numbers
@@ -136,17 +136,17 @@ void close_sequence(scan_records& r, const directives& asked, const round_state&
     x.mean = r.work.values.fitted.data();
     x.pos = r.work.latent.pos.data();
     x.cat = r.work.latent.category.data();
-    x.cured = r.design.LOG_Z.col(i);
+    x.cured = r.design.LOG_Z.unchecked_col(i);
     if (r.design.Y_MMIN.allocated()) {
-      x.low = r.design.Y_MMIN.col(record);
-      x.high = r.design.Y_MMAX.col(record);
+      x.low = r.design.Y_MMIN.unchecked_col(record);
+      x.high = r.design.Y_MMAX.unchecked_col(record);
     }
     x.isit = r.design.ISIT_M(record);
     x.h = r.design.IRESG_M(record);
     liab_sample(r.model, r.categories, r.work.latent, r.sources.combined, r.work.values.res.data(), x);
     store_cure_record(r.model, r.design, r.mixtures, r.work.values, r.work.latent, asked, state, record, i);
   }
-  for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.col(i), r.model.nt, 0.0F);
+  for (std::int32_t i = 1; i <= npos; ++i) std::fill_n(r.design.CURE_YHAT.unchecked_col(i), r.model.nt, 0.0F);
 }
 
 } // namespace

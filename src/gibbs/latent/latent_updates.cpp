@@ -18,8 +18,8 @@ liability_record described(const design_store& design, const record_values& valu
   x.pos = latent.pos.data();
   x.cat = latent.category.data();
   if (design.Y_MMIN.allocated()) {
-    x.low = design.Y_MMIN.col(irec);
-    x.high = design.Y_MMAX.col(irec);
+    x.low = design.Y_MMIN.unchecked_col(irec);
+    x.high = design.Y_MMAX.unchecked_col(irec);
   }
   x.cured = latent.cured.data();
   x.isit = design.ISIT_M(irec);

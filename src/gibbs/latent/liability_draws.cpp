@@ -19,7 +19,7 @@ void sweep_others(const model_records& model, const sampler_store& sampler, late
   residual_conditional& given = latent.given;
   const std::int32_t nt = model.nt;
   // swept on all traits but t: row t holds its coefficients on the others, its diagonal its variance
-  set_matrix(given, sampler.RCOV.slice(h));
+  set_matrix(given, sampler.RCOV.unchecked_slice(h));
   sweep_mask(given, all_traits(nt) & ~trait_bit(t, nt));
   for (std::int32_t i = 1; i <= nt; ++i)
     latent.coefficient(i, t, h) = i == t ? 0.0 : coefficient_given(given, t, i);

@@ -74,10 +74,11 @@ double draw_tau(scan_records& r, const directives& asked, const round_state& sta
   double Phi = 0, Q = 0, density = 0;
   normal_tail(r.work.values.fitted(t), Phi, Q, density);
   const double p1 =
-      std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(second), r.work.mixture.e1.data(), nt)) *
+      std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.unchecked_slice(second), r.work.mixture.e1.data(), nt)) *
       r.sampler.IDET_RVAR(first + second - 1) * Phi;
-  const double p0 = std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.slice(1), r.work.mixture.e0.data(), nt)) *
-                    r.sampler.IDET_RVAR(first) * Q;
+  const double p0 =
+      std::exp(-0.5 * quadratic_form(r.sampler.RCOVI.unchecked_slice(1), r.work.mixture.e0.data(), nt)) *
+      r.sampler.IDET_RVAR(first) * Q;
   const double tau = p1 / (p1 + p0);
   if (takes_sample(asked, state)) {
     tau_sums& sums = r.mixtures.TAU_STAT[static_cast<std::size_t>(t - 1)];
@@ -196,7 +197,7 @@ void liab_sample_mix(const model_records& model, const sampler_store& sampler, m
   for (std::int32_t t = 1; t <= nt; ++t) {
     if (!listed(t)) continue;
     // P(nt+1,t) of an unswept row with border 0 is minus the mean of e_t given the traits of the mask
-    set_matrix(given, sampler.RCOV.slice(h));
+    set_matrix(given, sampler.RCOV.unchecked_slice(h));
     set_border(given, res, mask);
     sweep_mask(given, mask);
     const double m = mean_given(given, t), v = covariance_given(given, t, t);

@@ -33,7 +33,7 @@ component_side side_of(const scan_records& r, const double* e, std::int32_t irec
   x.h = h;
   x.m = mean_of_residual(r.work.latent, e, nt, t, h);
   x.v = r.work.latent.variance(t, h);
-  const double* Q = r.sampler.RCOVI.slice(h);
+  const double* Q = r.sampler.RCOVI.unchecked_slice(h);
   double q = 0;
   for (std::int32_t i = 0; i < nt; ++i)
     for (std::int32_t j = 0; j < nt; ++j)

@@ -58,7 +58,7 @@ last_record describe_last(scan_records& r, const subject_pair& x) {
   residual_conditional& given = r.work.sweep.given;
   std::int32_t mask = all_traits(r.model.nt) & ~trait_bit(x.t8, r.model.nt);
   if (y.at_risk) mask &= ~trait_bit(x.t7, r.model.nt);
-  set_matrix(given, r.sampler.RCOV.slice(r.design.IRESG_M(x.last)));
+  set_matrix(given, r.sampler.RCOV.unchecked_slice(r.design.IRESG_M(x.last)));
   set_border(given, r.work.values.res.data(), mask);
   sweep_mask(given, mask);
   y.a = scaled_fitted(r, x.last, x.t8) + mean_given(given, x.t8);

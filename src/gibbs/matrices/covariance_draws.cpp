@@ -7,6 +7,7 @@
 #include "listing/listing_rows.h"
 #include "listing/stops.h"
 #include "numerics/cholesky_family.h"
+#include "numerics/column_view.h"
 #include "numerics/lapack_calls.h"
 #include "numerics/packed_matrix.h"
 
@@ -42,7 +43,7 @@ void related_sum(const double* u, const relationship_rows& rows, std::int32_t st
     // the list of both its levels, so that all elements of A^-1 are taken.
     for (std::int32_t j = 0; j < p; ++j) t[j] = rows.diag(l) * own[j];
     for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node) {
-      const double* other = u + (rows.col(node) - std::int64_t{1}) * stride;
+      const double* other = u + (rows.unchecked_col(node) - std::int64_t{1}) * stride;
       const double a = rows.val(node);
       for (std::int32_t j = 0; j < p; ++j) t[j] += a * other[j];
     }
@@ -110,7 +111,7 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   const structure_record& factor = model.RMAT(k);
   if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
-  double* sums = sampler.sscp.col(k);
+  double* sums = sampler.sscp.unchecked_col(k);
   // order that the prior degrees of freedom belong to: in the exact sampler that of the whole factor, of which
   // smaller models have the leading rows
   const std::int32_t q = asked.sampler.exact ? factor.n_rc : p;
@@ -142,17 +143,17 @@ void mask_residual_sums(const model_records& model, sampler_store& sampler, repo
                         const directives& asked) {
   const std::int32_t nt = model.nt;
   for (std::int32_t h = 1; h <= sampler.G; ++h) {
-    double* sums = sampler.sscp.col(model.nramat + h);
+    const auto sums = col_of(sampler.sscp, model.nramat + h);
     for (std::int32_t k = 1; k <= nt * (nt + 1) / 2; ++k)
-      if (sampler.LNCOV(k)) sums[k - 1] = 0;
+      if (sampler.LNCOV(k)) sums(k) = 0;
   }
   if (asked.test_level <= 1) return;
   say(report, "sscp for residuals");
   for (std::int32_t h = 1; h <= sampler.G; ++h) {
-    const double* sums = sampler.sscp.col(model.nramat + h);
+    const auto sums = col_of(sampler.sscp, model.nramat + h);
     for (std::int32_t i = 1; i <= nt; ++i) {
       free_row row;
-      for (std::int32_t j = 1; j <= nt; ++j) row.r8(sums[ihmij(i, j, nt) - 1]);
+      for (std::int32_t j = 1; j <= nt; ++j) row.r8(sums(ihmij(i, j, nt)));
       say(report, row.str());
     }
   }
@@ -194,7 +195,8 @@ void draw_residual_matrix(const model_records& model, const sampler_store& sampl
   // every attempt takes its own draws of the combined source
   for (int attempt = 0; attempt < most_redraws; ++attempt) {
     if (restricted)
-      rinvwish_con(report, sources, constrained, sampler.RCOV.slice(h), df, iw.W, iw.SCALE, matrices.draw);
+      rinvwish_con(report, sources, constrained, sampler.RCOV.unchecked_slice(h), df, iw.W, iw.SCALE,
+                   matrices.draw);
     else
       rinvwish(report, sources, iw.W.data(), iw.W.extent(1), iw.sscp_f.data(), iw.sscp_f.extent(1), model.nt,
                df, matrices.draw);
@@ -212,7 +214,7 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   const std::int32_t nt = model.nt, p = state.ntr.back(), column = model.nramat + h;
   const std::int32_t prior = asked.PDF(model.nramat + 1);
   const std::int64_t records = model.residual().HETG_N_OBS(model.hetgr_index(h));
-  double* sums = sampler.sscp.col(column);
+  double* sums = sampler.sscp.unchecked_col(column);
   // S + (v - nt - 1) R0 and n + v degrees of freedom, or S and n - nt - 1 with a flat prior.
   // kept: nt and not p, the order in the model in force, decides which
   const std::int64_t df = prior > nt + 1 ? records + prior : records - nt - 1;
@@ -222,7 +224,7 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   inverse_wishart_store& iw = IW_STR_of(sampler, column, "sample_covariances", report);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
   if (!matrices.parts.parts.empty()) {
-    draw_residual_parts(report, sources, matrices.parts, sampler.RCOV.slice(h), records, prior, iw.W,
+    draw_residual_parts(report, sources, matrices.parts, sampler.RCOV.unchecked_slice(h), records, prior, iw.W,
                         matrices.draw);
   } else {
     make_scale(report, iw, nt, "residual group", h);
@@ -231,8 +233,8 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   invert_drawn(report, iw, nt, "residual group", h);
   pack(iw.W.data(), iw.W.extent(1), nt, sums);
   if (state.matopd(model.nramat + 1)) {
-    std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.slice(h));
-    std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.slice(h));
+    std::copy(iw.W_INV.begin(), iw.W_INV.end(), sampler.RCOVI.unchecked_slice(h));
+    std::copy(iw.W.begin(), iw.W.end(), sampler.RCOV.unchecked_slice(h));
   }
   // LVDET = ln |R| = -ln |R^-1|
   const double d = det_into(report, iw.W_INV.data(), nt, nt, matrices.draw.L.data());
@@ -256,7 +258,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
   const structure_record& factor = model.RMAT(k);
   const double* u = sampler.sol.data() + model.NBEGRA(k);
   // S = U'A^-1 U, U the levels' solutions in p columns; packed, lower triangle by rows
-  double* sums = sampler.sscp.col(k);
+  double* sums = sampler.sscp.unchecked_col(k);
   const structure_kind kind = structure_of(factor);
   const bool identity = kind == structure_kind::identity;
   if (!identity && (kind == structure_kind::unknown || !row_of(kind).has_related_sum)) {
@@ -266,8 +268,7 @@ void add_factor_squares(const model_records& model, const relationship_store& re
   }
   // the fast body has summed U'A^-1 U in its walk over the levels
   if (fast.square_done.allocated() && fast.square_done(k)) {
-    const double* walked = fast.square.col(k);
-    for (std::int32_t i = 0; i < p * (p + 1) / 2; ++i) sums[i] += walked[i];
+    for (std::int32_t i = 1; i <= p * (p + 1) / 2; ++i) sampler.sscp(i, k) += fast.square(i, k);
     fast.square_done(k) = 0;
   } else if (identity) {
     identity_sum(u, model.NRALEV(k), factor.n_rc, p, sums);

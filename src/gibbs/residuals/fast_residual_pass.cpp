@@ -31,7 +31,7 @@ column_view<double> setup_of(const model_records& model, residual_form& fast, st
 void sweep_present(const sampler_store& sampler, missing_draws& draws, const mask_form& mask,
                    std::int32_t h) {
   // without a border: one sweep of R serves all records of the mask and group
-  set_matrix(draws.given, sampler.RCOV.slice(h));
+  set_matrix(draws.given, sampler.RCOV.unchecked_slice(h));
   for (const std::int32_t t : mask.present) sweep_trait(draws.given, t);
 }
 
@@ -222,7 +222,8 @@ void score_each(const equation_layout& layout, const design_store& design, const
   lik = 0;
   for (std::int32_t irec = 1; irec <= design.nobs; ++irec) {
     take_record(entries, values, irec);
-    score_record(draws.given, values.res, design.ISIT_M(irec), sampler.RCOV.slice(design.IRESG_M(irec)), lik);
+    score_record(draws.given, values.res, design.ISIT_M(irec),
+                 sampler.RCOV.unchecked_slice(design.IRESG_M(irec)), lik);
   }
 }
 

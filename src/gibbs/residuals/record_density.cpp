@@ -67,7 +67,7 @@ density_form& form_of(scan_records& r, std::int32_t exact, std::int32_t latent) 
 // R of group h swept on the exact traits.
 void prepare_group(scan_records& r, const density_form& x, density_conditional& c, std::int32_t h) {
   residual_conditional& given = r.work.density.given;
-  set_matrix(given, r.sampler.RCOV.slice(h));
+  set_matrix(given, r.sampler.RCOV.unchecked_slice(h));
   c.log_constant = -0.5 * log_two_pi * static_cast<double>(x.g.size());
   for (const std::int32_t t : x.g) c.log_constant -= 0.5 * std::log(sweep_trait(given, t));
   for (std::size_t i = 0; i < x.g.size(); ++i)

@@ -1,6 +1,7 @@
 #include "gibbs/residuals/residual_sums.h"
 
 #include "gibbs/scan/scan_records.h"
+#include "numerics/column_view.h"
 #include "numerics/normal_functions.h"
 #include "numerics/packed_matrix.h"
 
@@ -30,10 +31,10 @@ void add_products(const model_records& model, sampler_store& sampler, const reco
   const vec<double>& res = values.res;
   const std::int32_t nt = model.nt;
   // sscp(k,nramat+g) += e_i e_j, k = ihmij(i,j), missing traits with the value imputed last
-  double* sums = sampler.sscp.col(model.nramat + g);
+  const auto sums = col_of(sampler.sscp, model.nramat + g);
   for (std::int32_t i = 1, k = 1; i <= nt; ++i)
     for (std::int32_t j = 1; j <= i; ++j, ++k)
-      if (all_pairs || !sampler.LNCOV(k)) sums[k - 1] += res(i) * res(j);
+      if (all_pairs || !sampler.LNCOV(k)) sums(k) += res(i) * res(j);
 }
 
 // Y_M = the imputed residual itself, without the fitted value: the equations of the next round read it so.
@@ -100,7 +101,7 @@ void start_missing_traits(scan_records& r) {
     if (complete(d.ISIT_M(irec), nt)) continue;
     r.work.values.res.fill(0.0);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
-                   r.sampler.RCOV.slice(d.IRESG_M(irec)), lik);
+                   r.sampler.RCOV.unchecked_slice(d.IRESG_M(irec)), lik);
     store_missing(d, irec, nt, r.work.values.res);
   }
 }
@@ -120,7 +121,7 @@ void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& st
     if (samples_solutions(asked.analysis_type) && !exact)
       add_products(r.model, r.sampler, r.work.values, g, false);
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
-                   r.sampler.RCOV.slice(g), lik);
+                   r.sampler.RCOV.unchecked_slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);
     if (samples_solutions(asked.analysis_type) && exact) add_products(r.model, r.sampler, r.work.values, g, true);
     if (!sampled) continue;

@@ -6,6 +6,7 @@
 #include "gibbs/scan/record_product.h"
 #include "listing/stops.h"
 #include "listing/work_files.h"
+#include "numerics/column_view.h"
 #include "numerics/lapack_calls.h"
 
 #include <algorithm>
@@ -71,9 +72,8 @@ void give_to_parent(const model_records& model, const sampler_store& sampler, de
     for (std::int32_t i = 1; i <= nt; ++i) d.v(i) += d.W(i, j, level) * corrected;
   }
   for (std::int32_t i = 1; i <= nt; ++i) d.PTD(i, parent) += w * d.v(i);
-  const double* W = d.W.slice(level);
-  double* sum = d.W_PTD.slice(parent);
-  for (std::int32_t k = 0; k < nt * nt; ++k) sum[k] += w * W[k];
+  for (std::int32_t j = 1; j <= nt; ++j)
+    for (std::int32_t i = 1; i <= nt; ++i) d.W_PTD(i, j, parent) += w * d.W(i, j, level);
 }
 
 // Each level with records gives to its parents; a parent is the level of its absolute value, 0 none.
@@ -122,7 +122,7 @@ void divide_by_information(deviation_store& d, std::int32_t level, std::int32_t 
   for (std::int32_t i = 1; i <= n && inverted; ++i)
     for (std::int32_t j = 1; j <= n; ++j)
       d.v(d.traits_ptd(i)) += d.inverse(i, j) * d.PTD(d.traits_ptd(j), level);
-  std::copy_n(d.v.data(), nt, d.PTD.col(level));
+  for (std::int32_t t = 1; t <= nt; ++t) d.PTD(t, level) = d.v(t);
 }
 
 void finish_progeny(deviation_store& d, std::int32_t nt) {
@@ -144,8 +144,9 @@ void write_progeny(const model_records& model, reporting& report, const round_st
   text_writer out;
   if (!out.open(whole.path())) write_fault(report, name, "open");
   for (std::int32_t level = 1; level <= d.levels; ++level) {
-    const std::int32_t* n = d.N_PTD.col(level);
-    if (*std::max_element(n, n + model.nt) <= model.PTD_LIMIT) continue;
+    std::int32_t most = 0;
+    for (std::int32_t t = 1; t <= model.nt; ++t) most = std::max(most, d.N_PTD(t, level));
+    if (most <= model.PTD_LIMIT) continue;
     free_row row;
     row.i(level);
     for (std::int32_t t = 1; t <= model.nt; ++t) row.i(d.N_PTD(t, level));

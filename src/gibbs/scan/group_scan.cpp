@@ -72,7 +72,7 @@ void sweep_block(const equation_layout& layout, const sampler_store& sampler, le
                  reporting& report, round_state& state, scan_stage stage, std::int32_t g, std::int32_t l,
                  std::int32_t n) {
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
-  const double* block = layout.DI_of(g).col(l);
+  const double* block = layout.DI_of(g).unchecked_col(l);
   border_block(work, block, sampler.RHS.data() + e0, n);
   double* parm = work.bordered.data();
   state.ist = 0;
@@ -213,7 +213,7 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
   const std::int32_t n = layout.NGR(g, 2);
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
   double *c = work.C.data(), *mean = work.mean.data(), *z = work.z.data(), *w = work.w.data();
-  unpack_block(layout.DI_of(g).col(l), n, c); // C = L L', mean = C^-1 RHS
+  unpack_block(layout.DI_of(g).unchecked_col(l), n, c); // C = L L', mean = C^-1 RHS
   std::copy_n(sampler.RHS.data() + e0, n, mean);
   int info = 0;
   DPOTRF(n, c, n, info);

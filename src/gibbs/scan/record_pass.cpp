@@ -18,7 +18,7 @@ void add_right_hand_side(const model_records& model, const design_store& design,
                          const residual_inverses& inverses, std::int32_t irec, std::int32_t i) {
   const std::int32_t nt = model.nt, trait = design.XD2_M(i, irec);
   const double z = design.ZD_M(i, irec);
-  const float* y = design.Y_M.col(irec);
+  const float* y = design.Y_M.unchecked_col(irec);
   double sum = 0;
   for (std::int32_t t = 1; t <= nt; ++t)
     if (const double w = inverses.riff(trait, t); w != 0.0) sum += static_cast<double>(y[t - 1]) * (w * z);
@@ -33,7 +33,7 @@ void add_record(const model_records& model, equation_layout& layout, const desig
     if (!entry_active(design, layout, irec, i, analysis_type)) continue;
     add_right_hand_side(model, design, sampler, inverses, irec, i);
     const std::int32_t g = design.XD3_M(i, irec), level = design.XD4_M(i, irec);
-    double* block = layout.DI_of(g).col(level);
+    double* block = layout.DI_of(g).unchecked_col(level);
     for (std::int32_t k = 1; k <= i; ++k) {
       if (design.XD3_M(k, irec) != g || design.XD4_M(k, irec) != level) continue;
       if (!entry_active(design, layout, irec, k, analysis_type)) continue;
@@ -50,7 +50,7 @@ void add_prior_precision(const model_records& model, equation_layout& layout,
   const std::int32_t g = layout.group_of_factor(k, model.nramat), levels = layout.NGR(g, 1);
   const bool identity = is_identity(model.RMAT(k));
   for (std::int32_t l = 1; l <= levels; ++l) {
-    double* block = layout.DI_of(g).col(l);
+    double* block = layout.DI_of(g).unchecked_col(l);
     const double a = identity ? 1.0 : relations.of(k).diag(l);
     for (std::int32_t i = 1; i <= p; ++i)
       for (std::int32_t j = 1; j <= i; ++j) *block++ += sampler.GIF(i, j, k) * a;

@@ -1,6 +1,7 @@
 #include "gibbs/scan/record_product.h"
 
 #include "gibbs/scan/scan_records.h"
+#include "numerics/column_view.h"
 #include "numerics/packed_matrix.h"
 
 #include <algorithm>
@@ -10,11 +11,11 @@ namespace {
 
 // riff(i,j) *= w_i^1/2 w_j^1/2
 void weigh_riff(const design_store& d, std::int32_t irec, std::int32_t nt, mat<double>& riff) {
-  const float* root = d.WV_SQRT_M.col(irec);
+  const auto root = col_of(d.WV_SQRT_M, irec);
   for (std::int32_t i = 1; i <= nt; ++i) {
-    const double wi = static_cast<double>(root[i - 1]);
+    const double wi = static_cast<double>(root(i));
     for (std::int32_t j = 1; j < i; ++j) {
-      const double wj = static_cast<double>(root[j - 1]);
+      const double wj = static_cast<double>(root(j));
       riff(i, j) = riff(i, j) * wi * wj;
       riff(j, i) = riff(j, i) * wi * wj;
     }
@@ -46,8 +47,8 @@ void make_riff(const model_records& model, const design_store& design, const sam
   const std::int32_t g = design.IRESG_M(irec);
   // solver: R_oo^-1 of the record's pattern, 0 in missing traits; with sampling every missing trait
   // holds an imputed residual, so that the full R^-1 of the group applies
-  const double* source =
-      solves(analysis_type) ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), g) : sampler.RCOVI.slice(g);
+  const double* source = solves(analysis_type) ? &inverses.by_pattern(1, 1, design.C_ISIT_M(irec), g)
+                                               : sampler.RCOVI.unchecked_slice(g);
   std::copy_n(source, riff.size(), riff.data());
   if (weights) weigh_riff(design, irec, model.nt, riff);
 }
@@ -56,7 +57,7 @@ void make_swept_riff(const model_records& model, const design_store& design, con
                      residual_inverses& inverses, std::int32_t irec, analysis analysis_type, bool weights) {
   if (!solves(analysis_type))
     return make_riff(model, design, sampler, inverses, irec, analysis_type, weights);
-  invert_observed(inverses.swept, sampler.RCOV.slice(design.IRESG_M(irec)), design.ISIT_M(irec),
+  invert_observed(inverses.swept, sampler.RCOV.unchecked_slice(design.IRESG_M(irec)), design.ISIT_M(irec),
                   inverses.riff.data());
   if (weights) weigh_riff(design, irec, model.nt, inverses.riff);
 }

@@ -502,8 +502,8 @@ void invert_masks(const model_records& model, const sampler_store& sampler, resi
   allocate(report, fast.swept_inverse, "swept_inverse", routine, nt, nt, masks, sampler.G);
   for (std::int32_t h = 1; h <= sampler.G; ++h)
     for (std::int32_t k = 1; k <= masks; ++k)
-      invert_observed(inverses.swept, sampler.RCOV.slice(h), fast.masks[static_cast<std::size_t>(k - 1)].mask,
-                      &fast.swept_inverse(1, 1, k, h));
+      invert_observed(inverses.swept, sampler.RCOV.unchecked_slice(h),
+                      fast.masks[static_cast<std::size_t>(k - 1)].mask, &fast.swept_inverse(1, 1, k, h));
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include "formats/free_format.h"
 #include "listing/listing_rows.h"
+#include "numerics/column_view.h"
+#include "numerics/packed_matrix.h"
 
 #include <algorithm>
 
@@ -16,9 +18,9 @@ void print_first_blocks(const equation_layout& layout, reporting& report) {
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     say(report, free_row().text("Group").i(g).str());
     if (layout.NGR(g, 1) < 1) continue;
-    const double* element = layout.DI_of(g).col(1);
+    const auto block = col_of(layout.DI_of(g), 1);
     for (std::int32_t i = 1; i <= layout.NGR(g, 2); ++i)
-      for (std::int32_t j = 1; j <= i; ++j) say(report, free_row().i(i).i(j).r8(*element++).str());
+      for (std::int32_t j = 1; j <= i; ++j) say(report, free_row().i(i).i(j).r8(block(ihmij(i, j, 0))).str());
   }
 }
 
@@ -28,10 +30,10 @@ void print_blocks(const equation_layout& layout, reporting& report) {
   for (std::int32_t g = 1; g <= layout.ngroups; ++g) {
     const std::int32_t n = layout.NGR(g, 2);
     for (std::int32_t l = 1; l <= std::min(layout.NGR(g, 1), most_printed); ++l) {
-      const double* element = layout.DI_of(g).col(l);
+      const auto block = col_of(layout.DI_of(g), l);
       free_row row;
       row.i(g).i(l);
-      for (std::int32_t p = 0; p < n * (n + 1) / 2; ++p) row.r8(element[p]);
+      for (std::int32_t p = 0; p < n * (n + 1) / 2; ++p) row.r8(block[p]);
       say(report, row.str());
     }
   }

@@ -226,7 +226,7 @@ TEST(sample_level, keeps_mixture_distances_positive) {
   mixed_case c(4, 1);
   ASSERT_EQ(c.work.levels.distances, std::vector<std::int32_t>{1});
   RMARIN(c.sources.marsaglia, 1802, 9373);
-  c.layout.DI_of(1).col(1)[0] = 1.0;
+  c.layout.DI_of(1).unchecked_col(1)[0] = 1.0;
   scan_records r = c.records();
   ranmar_draws draws(c.sources.marsaglia);
   double sum = 0;
@@ -246,7 +246,7 @@ TEST(sample_level, keeps_mixture_distances_positive) {
 TEST(sample_level, draws_a_mixture_distance_as_often_as_it_takes) {
   mixed_case c(4, 1);
   RMARIN(c.sources.marsaglia, 1802, 9373);
-  c.layout.DI_of(1).col(1)[0] = 1.0;
+  c.layout.DI_of(1).unchecked_col(1)[0] = 1.0;
   c.s.RHS(1) = -5.0; // one draw in 3.5 million is positive
   scan_records r = c.records();
   ranmar_draws draws(c.sources.marsaglia);
@@ -257,7 +257,7 @@ TEST(sample_level, draws_a_mixture_distance_as_often_as_it_takes) {
 
 void expect_vain_draws(mixed_case& c, double mean) {
   RMARIN(c.sources.marsaglia, 1802, 9373);
-  c.layout.DI_of(1).col(1)[0] = 1.0;
+  c.layout.DI_of(1).unchecked_col(1)[0] = 1.0;
   c.s.RHS(1) = mean;
   const std::string text = expect_stop(16, c.run, [&](reporting& report) {
     scan_records r{c.m,          c.layout,   c.design, c.relations, c.s,

@@ -61,13 +61,13 @@ struct covariance_case : scan_case {
   }
   // Sums of matrix k, packed, rows after rows.
   void set_sums(std::int32_t k, std::initializer_list<double> values) {
-    std::copy(values.begin(), values.end(), s.sscp.col(k));
+    std::copy(values.begin(), values.end(), s.sscp.unchecked_col(k));
   }
   void plain_sums() {
     set_sums(1, {5.0, 1.5, 4.0});
     set_sums(2, {2.5});
     for (std::int32_t h = 1; h <= s.G; ++h) {
-      double* sums = s.sscp.col(2 + h);
+      double* sums = s.sscp.unchecked_col(2 + h);
       for (std::int32_t i = 1; i <= m.nt; ++i)
         for (std::int32_t j = 1; j <= i; ++j) *sums++ = i == j ? 6.0 + i : 1.0 / (i + j);
     }

@@ -34,7 +34,7 @@ struct bare_case : scan_case {
     scan_records all = records();
     double lik = 0;
     sample_missing(all.model, all.work.missing, all.sources.marsaglia, all.report, work.values.res, mask,
-                   s.RCOV.slice(1), lik);
+                   s.RCOV.unchecked_slice(1), lik);
   }
 };
 
@@ -108,7 +108,7 @@ TEST(sample_missing, adds_nothing_to_the_density_of_a_record_without_observation
   scan_records all = c.records();
   double lik = 3.5;
   sample_missing(all.model, all.work.missing, all.sources.marsaglia, all.report, c.work.values.res, 0,
-                 c.s.RCOV.slice(1), lik);
+                 c.s.RCOV.unchecked_slice(1), lik);
   EXPECT_EQ(lik, 3.5);
 }
 

@@ -210,7 +210,7 @@ TEST(subtract_links, takes_the_related_levels_without_the_level_itself) {
 
 TEST(solve_level, solves_one_block_and_sums_squared_changes_and_old_solutions) {
   two_trait_case c(1, false, false, false);
-  double* block = c.layout.DI_of(5).col(2);
+  double* block = c.layout.DI_of(5).unchecked_col(2);
   block[0] = 4.0, block[1] = 1.0, block[2] = 3.0;
   c.s.RHS(11) = 6.0, c.s.RHS(12) = 7.0; // solution 1, 2
   c.s.sol(11) = 0.5, c.s.sol(12) = 3.0;
@@ -230,7 +230,7 @@ TEST(solve_level, solves_one_block_and_sums_squared_changes_and_old_solutions) {
 
 TEST(solve_level, reports_a_dependency_with_its_block_and_leaves_the_row_unswept) {
   two_trait_case c(1, false, false, false);
-  double* block = c.layout.DI_of(5).col(3);
+  double* block = c.layout.DI_of(5).unchecked_col(3);
   block[0] = 2.0, block[1] = 2.0, block[2] = 2.0; // the second row hangs on the first
   c.s.RHS(13) = 6.0, c.s.RHS(14) = 6.0;
   c.f.state.iround = 12;

@@ -33,7 +33,7 @@ struct level_case : scan_case {
     const std::int32_t n = layout.NGR(1, 2);
     dense_matrix X(n), C(n);
     for (double& cell : X.cells) cell = x.between(-1, 1);
-    double* packed = layout.DI_of(1).col(l);
+    double* packed = layout.DI_of(1).unchecked_col(l);
     for (std::int32_t i = 1; i <= n; ++i)
       for (std::int32_t j = 1; j <= i; ++j) {
         C(i, j) = i == j ? 1.0 : 0.0;
@@ -85,7 +85,7 @@ TEST(sample_level, adds_the_back_substituted_normals_to_the_conditional_mean) {
 TEST(sample_level, leaves_block_and_right_hand_side_as_they_are) {
   level_case c(3);
   const std::vector<double> rhs(c.s.RHS.begin(), c.s.RHS.end());
-  const double* packed = c.layout.DI_of(1).col(1);
+  const double* packed = c.layout.DI_of(1).unchecked_col(1);
   const std::vector<double> block(packed, packed + 6);
   c.draw(1);
   EXPECT_EQ(std::vector<double>(c.s.RHS.begin(), c.s.RHS.end()), rhs);
@@ -118,12 +118,12 @@ TEST(sample_level, has_mean_and_covariance_of_the_conditional_distribution) {
 
 TEST(sample_level, stops_with_the_group_when_a_block_is_not_positive_definite) {
   level_case c(2);
-  double* packed = c.layout.DI_of(1).col(1);
+  double* packed = c.layout.DI_of(1).unchecked_col(1);
   packed[0] = 1.0, packed[1] = 2.0, packed[2] = 1.0; // determinant -3: minor 2
   const std::string text = expect_stop(27, c.run, [&](reporting&) { c.draw(1); });
   EXPECT_EQ(text, "Group: " + I(1) + "  1 potrf info= " + I(2) + "\n");
   level_case zero(2);
-  zero.layout.DI_of(1).col(1)[0] = 0.0;
+  zero.layout.DI_of(1).unchecked_col(1)[0] = 0.0;
   const std::string first = expect_stop(27, zero.run, [&](reporting&) { zero.draw(1); });
   EXPECT_EQ(first, "Group: " + I(1) + "  1 potrf info= " + I(1) + "\n");
 }

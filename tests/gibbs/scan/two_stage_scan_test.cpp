@@ -231,7 +231,7 @@ struct swept_case : scan_case {
     C = dense_matrix(n);
     dense_matrix X(n);
     for (double& cell : X.cells) cell = x.between(-1, 1);
-    double* packed = layout.DI_of(1).col(1);
+    double* packed = layout.DI_of(1).unchecked_col(1);
     for (std::int32_t i = 1; i <= n; ++i)
       for (std::int32_t j = 1; j <= i; ++j) {
         C(i, j) = i == j ? 1.0 : 0.0;
@@ -284,7 +284,7 @@ TEST(sample_level_swept, adds_the_factor_of_the_inverse_times_the_normals_to_the
 
 TEST(sample_level_swept, reports_a_dependency_before_the_draw_stops) {
   swept_case c(2);
-  double* packed = c.layout.DI_of(1).col(1);
+  double* packed = c.layout.DI_of(1).unchecked_col(1);
   packed[0] = 1.0, packed[1] = 2.0, packed[2] = 1.0; // indefinite
   const std::string text = expect_stop(16, c.run, [&](reporting&) { c.draw(); });
   EXPECT_NE(text.find(" Linear dependency in group= "), std::string::npos);
@@ -294,7 +294,7 @@ TEST(sample_level_swept, reports_a_dependency_before_the_draw_stops) {
 
 TEST(sample_level_swept, ends_a_long_listing_in_its_own_words) {
   swept_case c(2);
-  double* packed = c.layout.DI_of(1).col(1);
+  double* packed = c.layout.DI_of(1).unchecked_col(1);
   packed[0] = 1.0, packed[1] = 2.0, packed[2] = 1.0;
   c.run.report.nlines = 1000;
   const std::string text = expect_stop(16, c.run, [&](reporting&) { c.draw(); });
@@ -317,7 +317,7 @@ struct distance_case : scan_case {
     RMARIN(sources.marsaglia, 1802, 9373);
     f.state.iround = 7;
     work.levels.distances = {1};
-    layout.DI_of(1).col(1)[0] = 1.0;
+    layout.DI_of(1).unchecked_col(1)[0] = 1.0;
   }
 };
 

@@ -892,6 +892,18 @@ TEST(model_description, a_prior_df_with_a_fraction_names_the_nearest_legal_value
   EXPECT_EQ(residual("3.0"), "");
 }
 
+// ZEPH refuses more.
+TEST(model_description, a_prior_df_is_at_most_2_000_000_000) {
+  const auto residual = [](const std::string& df) {
+    return told(read(small("[residual]\nprior_df = " + df + "\n")));
+  };
+  for (const std::string df : {"2000000000", "2000000000.0"}) EXPECT_EQ(residual(df), "");
+  EXPECT_EQ(residual("2000000001"),
+            "model.toml:7:12: error: [residual] prior_df = 2000000001 must be from 0 to 2000000000\n");
+  EXPECT_EQ(residual("2000000001.0"),
+            "model.toml:7:12: error: [residual] prior_df must be a whole number from 0 to 2000000000\n");
+}
+
 // The rows of a factor that no formula uses are not known.
 TEST(model_description, a_prior_df_with_a_fraction_and_no_order_names_its_neighbours) {
   const result r = read(small("[factor.b]\nprior_df = 1.5\n"));
