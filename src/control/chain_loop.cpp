@@ -85,7 +85,8 @@ void say_kept_components(run& r) {
   for (std::int32_t t = 1; t <= r.model.nt; ++t) {
     const std::int64_t kept = r.work.sweep.components[static_cast<std::size_t>(t - 1)].kept;
     if (kept > 0)
-      say(r.report, free_row().text("Components kept for their prior: trait ").i(t).text(" times").i(kept).str());
+      say(r.report,
+          free_row().text("Components kept for their prior: trait ").i(t).text(" times").i(kept).str());
   }
 }
 

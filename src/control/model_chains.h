@@ -16,10 +16,10 @@ void report_run(run& r);
 bool next_model(run& r);
 
 // For each model of the enumeration: "Current model" with the model vector, nburn+nround
-// rounds, without a stop test but with the word `state`, the final reports. Solutions and residual matrices carry
-// over from model to model; sums of samples start from zero. A restart too begins with
-// round 1 of the first model. A chain that is continued begins in the model and after the round of
-// r_state. With the word `state` it is saved between two models too, since files begin again there.
+// rounds, without a stop test but with the word `state`, the final reports. Solutions and residual matrices
+// carry over from model to model; sums of samples start from zero. A restart too begins with round 1 of the
+// first model. A chain that is continued begins in the model and after the round of r_state. With the word
+// `state` it is saved between two models too, since files begin again there.
 void run_models(run& r);
 
 // Rounds nburn+1 .. nburn+nround of a chain that moves between models, those that are finished left out. A

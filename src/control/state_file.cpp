@@ -144,7 +144,8 @@ void complete_values(run& r, const marsaglia_state& now) {
 chain_position position_of(const run& r) {
   chain_position p;
   p.analysis_type = static_cast<std::int32_t>(r.asked.analysis_type);
-  p.sampling = r.asked.analysis_type == analysis::models ? r.saved.model_number : r.saved.finished > r.counts.P_ROUND;
+  p.sampling =
+      r.asked.analysis_type == analysis::models ? r.saved.model_number : r.saved.finished > r.counts.P_ROUND;
   p.round = r.saved.finished;
   p.P_ROUND = r.counts.P_ROUND;
   p.seeds[0] = r.asked.seed_a, p.seeds[1] = r.asked.seed_b;

@@ -61,7 +61,7 @@ std::int64_t byte_source::read(char* to, std::int64_t n) {
 
 bool byte_source::move_to(std::int64_t n) {
   failed_ = false;
-  return fd_ >= 0 && ::lseek(fd_, n, SEEK_SET) == n;
+  return fd_ >= 0 && n >= 0 && ::lseek(fd_, n, SEEK_SET) == n;
 }
 
 bool byte_sink::open(const std::string& path, open_mode mode) {

@@ -81,8 +81,8 @@ void entries_of_row(const jump_records& r, std::int32_t irec, std::vector<std::i
       entries.push_back(e);
 }
 
-// p_l and h_l with the residuals without row n: kept residuals E, and those of row n's solutions v added back where
-// the row is in the model.
+// p_l and h_l with the residuals without row n: kept residuals E, and those of row n's solutions v added
+// back where the row is in the model.
 void sum_row(jump_records& r, const double* v) {
   scan_records& scan = r.scan;
   design_store& d = scan.design;
@@ -198,7 +198,7 @@ double prior_of_levels(const jump_records& r, double T) {
     for (std::int64_t l = 1; l <= w.levels; ++l) {
       double sum = rows.diag(l) * w.t(l);
       for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node)
-        sum += rows.val(node) * w.t(rows.unchecked_col(node));
+        sum += rows.val(node) * w.t(rows.col(node));
       quadratic += w.t(l) * sum;
     }
   } else {

@@ -10,7 +10,8 @@ namespace zeph {
 
 // Tries the names of all files that the final reports of this run will make. One that can't
 // be opened for writing is a write_fault. mixz_prob and mixz_last are not written over: a file of a
-// former run, of which this one is not the continuation (membership_made), is illegal input, code 16. Nothing is changed or left in the directory.
+// former run, of which this one is not the continuation (membership_made), is illegal input, code 16.
+// Nothing is changed or left in the directory.
 void check_result_files(const model_records& m, const deviation_store& deviations,
                         const mixture_store& mixtures, const directives& asked, reporting& report);
 

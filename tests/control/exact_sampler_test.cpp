@@ -100,8 +100,10 @@ TEST(exact_sampler, refuses_what_it_has_no_draw_for) {
   ASSERT_EQ(made.go(run_case::lines(3, 0, 3, 1)), 0);
   restarted.directory.write("oldsol", made.directory.read("lastsol"));
   restarted.directory.write("r_parm", made.directory.read("gparlast"));
-  EXPECT_EQ(refused(restarted, run_case::lines(3, 0, 3, 1)).substr(0, 69),
-            illegal("exact = r_parm and oldsol, legal: a").substr(0, 69));
+  EXPECT_EQ(
+      refused(restarted, run_case::lines(3, 0, 3, 1)),
+      illegal("exact = r_parm and oldsol, legal: continue a chain from r_state: the two files do not hold "
+              "the state of an exact chain"));
 }
 
 TEST(exact_sampler, refuses_a_present_trait_without_weight) {

@@ -1,5 +1,5 @@
-// Chains of the exact sampler leave the prior of state and data as it is; those of the plain sampler do not, in the
-// models that they are not exact for. Limit of |z|: 4.5 (error probability 7e-6 a function).
+// Chains of the exact sampler leave the prior of state and data as it is; those of the plain sampler do
+// not, in the models that they are not exact for. Limit of |z|: 4.5 (error probability 7e-6 a function).
 #include "gibbs/prior_case.h"
 #include "listing/stops.h"
 
@@ -113,7 +113,8 @@ struct bounded_case : prior_case {
     d.traits[0].upper_place = 4;
     return d;
   }
-  // Trait 1 is seen below -1.5, else it lies above -1.5, in odd records in an interval: values of either sign.
+  // Trait 1 is seen below -1.5, else it lies above -1.5, in odd records in an interval: values of either
+  // sign.
   void observe_record(std::int32_t r) {
     const float y = design.Y_M(1, r);
     const bool seen = y < -1.5F || (r % 2 == 1 && y > 2.0F);
@@ -197,8 +198,8 @@ TEST(plain_chains, are_off_with_censored_values_astride_0) {
   EXPECT_GT(astride_case(false).z(100000, 2), limit);
 }
 
-// ---- mixture: Gaussian trait with a shift, its indicator correlated with it, weights; prior of allocations with
-// both components ----
+// ---- mixture: Gaussian trait with a shift, its indicator correlated with it, weights; prior of
+// allocations with both components ----
 
 struct mixture_case : prior_case {
   bool two_groups;
@@ -294,8 +295,8 @@ struct cure_case : prior_case {
     d.traits[1].sequence_place = 2;
     return d;
   }
-  // An event at a position where the subject can fail and the liability of 7 is above 0; it ends nothing here: later
-  // positions are observed too.
+  // An event at a position where the subject can fail and the liability of 7 is above 0; it ends nothing
+  // here: later positions are observed too.
   bool draw_subjects() {
     std::int32_t can = 0;
     for (std::int32_t r = 1; r <= n; ++r) draw_record(r);
@@ -338,8 +339,8 @@ TEST(plain_chains, are_off_with_covariances_of_cure_sequences) {
 
 // ---- a covariance held at zero: three traits, pair (1,3), R drawn ----
 
-// With v degrees of freedom and scale S the restricted inverse Wishart of three traits, covariance (1,3) zero,
-// has closed forms: R_11 = S_11/chi2(v), R_33 = S_33/chi2(v), then row 2 given them.
+// With v degrees of freedom and scale S the restricted inverse Wishart of three traits, covariance (1,3)
+// zero, has closed forms: R_11 = S_11/chi2(v), R_33 = S_33/chi2(v), then row 2 given them.
 struct zero_case : prior_case {
   static constexpr std::int32_t n = 8;
   explicit zero_case(bool exact) : prior_case(description(), 4, exact) {

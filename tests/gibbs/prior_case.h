@@ -1,9 +1,10 @@
-// Tiny models whose state is drawn from the prior and whose data are drawn from the state. Rounds of a chain with
-// the data fixed leave every such pair distributed as it was: the mean change of any function of the state over
-// many replicates is 0. J. Geweke, Journal of the American Statistical Association 99 (2004) 799-804.
+// Tiny models whose state is drawn from the prior and whose data are drawn from the state. Rounds of a
+// chain with the data fixed leave every such pair distributed as it was: the mean change of any function of
+// the state over many replicates is 0. J. Geweke, Journal of the American Statistical Association 99 (2004)
+// 799-804.
 //
-// One random factor with identity, levels 1..L with a row for each trait (and more where a case asks), no flat
-// effects. Factor matrices stay at their start; from analysis type 4 on the residual matrix is drawn.
+// One random factor with identity, levels 1..L with a row for each trait (and more where a case asks), no
+// flat effects. Factor matrices stay at their start; from analysis type 4 on the residual matrix is drawn.
 #pragma once
 
 #include "gibbs/latent/latent_updates.h"
@@ -158,8 +159,8 @@ struct prior_case : scan_case {
     return static_cast<double>(design.WV_SQRT_M(t, r)) * (y - fitted(r, t));
   }
 
-  // The largest |z| over the functions: mean change over replicates of `rounds` rounds in its standard errors.
-  // draw: state and data from the prior; functions: of the state.
+  // The largest |z| over the functions: mean change over replicates of `rounds` rounds in its standard
+  // errors. draw: state and data from the prior; functions: of the state.
   double largest_z(int replicates, int rounds, const std::function<void()>& draw,
                    const std::function<std::vector<double>()>& functions) {
     std::vector<double> sum, squares;

@@ -60,8 +60,8 @@ TEST(include_check, a_wing_is_entered_by_its_doors) {
       {"latent", {"latent_updates.h"}},
       {"matrices", {"covariance_draws.h"}},
       {"residuals",
-       {"fast_residual_pass.h", "record_density.h", "record_values.h", "residual_conditional.h", "residual_sums.h",
-        "trait_deviations.h"}},
+       {"fast_residual_pass.h", "record_density.h", "record_values.h", "residual_conditional.h",
+        "residual_sums.h", "trait_deviations.h"}},
       {"scan", {"gibscan.h", "record_pass.h", "record_product.h", "residual_body.h", "scan_records.h"}}};
   for (const source_file& file : sources("src"))
     for (const std::string& include : file.includes) {

@@ -1,5 +1,5 @@
-// Rounds of the exact chain over models leave the prior of model, state and data as it is: the shares of the models
-// too. Limit of |z| 4.5 (error probability 7e-6 a function).
+// Rounds of the exact chain over models leave the prior of model, state and data as it is: the shares of
+// the models too. Limit of |z| 4.5 (error probability 7e-6 a function).
 #include "jump/exact_moves.h"
 
 #include "gibbs/prior_case.h"
@@ -129,7 +129,7 @@ struct models_case : prior_case {
     double largest = 0;
     for (std::size_t i = 0; i < sum.size(); ++i) {
       const double mean = sum[i] / replicates, variance = squares[i] / replicates - mean * mean;
-        printf("f%zu mean %g z %g\n", i, mean, mean / std::sqrt(variance / replicates));
+      printf("f%zu mean %g z %g\n", i, mean, mean / std::sqrt(variance / replicates));
       largest = std::max(largest, std::fabs(mean) / std::sqrt(variance / replicates));
     }
     return largest;

@@ -14,8 +14,8 @@ namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-// Natural logarithms of the lower tail: M. Abramowitz and I. A. Stegun, Handbook of Mathematical Functions, table 26.2
-// (-log10 Q(x)), 5 decimals.
+// Natural logarithms of the lower tail: M. Abramowitz and I. A. Stegun, Handbook of Mathematical Functions,
+// table 26.2 (-log10 Q(x)), 5 decimals.
 TEST(log_normal_lower, agrees_with_published_tails) {
   const double log_10 = std::log(10.0);
   for (const auto& [x, minus_log10] : {std::pair{5.0, 6.54265},
@@ -64,8 +64,8 @@ TEST(normal_between, is_the_inverse_of_the_truncated_distribution) {
     }
 }
 
-// Mean of N(m, s^2) between a and b: m + s (phi(a') - phi(b'))/P, by the closed form in long double, in every regime of
-// the draw; error probability 7e-6 each.
+// Mean of N(m, s^2) between a and b: m + s (phi(a') - phi(b'))/P, by the closed form in long double, in
+// every regime of the draw; error probability 7e-6 each.
 TEST(truncated_normal, has_the_mean_of_the_truncated_distribution) {
   heard_run run;
   random_sources sources{run.report};

@@ -95,10 +95,12 @@ inline named_files input_of(const chain_kind& kind, const std::string& rounds) {
   return files;
 }
 
-// What a chain has made: without the files that tell of its course, and those of its state.
+// What a chain has made: without the files of its course and of its state, and the one with the time of
+// preparation.
 inline named_files results_in(const std::string& directory) {
   named_files files = files_of(directory);
-  for (const char* name : {"status", "STOP", "sampler", "r_state", "statelast", "statelast.part", "zeph.dir"})
+  for (const char* name :
+       {"status", "STOP", "sampler", "r_state", "statelast", "statelast.part", "zeph.dir", "names.json"})
     files.erase(name);
   return files;
 }

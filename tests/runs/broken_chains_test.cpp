@@ -39,6 +39,15 @@ const std::vector<chain_kind>& all_chains() {
 
 class broken_chain : public testing::TestWithParam<chain_kind> {};
 
+// Models before the last one keep the rounds that they had.
+std::vector<chain_kind> chains_of_one_model() {
+  std::vector<chain_kind> out = all_chains();
+  std::erase_if(out, [](const chain_kind& kind) { return kind.type == "5"; });
+  return out;
+}
+
+class longer_chain : public testing::TestWithParam<chain_kind> {};
+
 constexpr const char* SHORT = "3 8 2";
 
 // STOP is there all the time: each run makes one round and ends, in burn-in, after its last round, in
@@ -58,8 +67,7 @@ TEST_P(broken_chain, ends_with_the_same_bytes_when_it_is_broken_after_every_roun
 }
 
 // The rounds are raised again and again; each run comes to its end, with its reports.
-TEST_P(broken_chain, ends_with_the_same_bytes_when_its_rounds_are_raised) {
-  if (GetParam().type == "5") GTEST_SKIP() << "models before the last one keep the rounds that they had";
+TEST_P(longer_chain, ends_with_the_same_bytes_when_its_rounds_are_raised) {
   chain_place unbroken(GetParam(), SHORT), raised(GetParam(), "3 1 2", "state 0");
   ASSERT_EQ(unbroken.go(), 0) << unbroken.listing;
   for (const char* rounds : {"3 1 2", "3 4 2", "3 4 2", "3 5 2", SHORT}) {
@@ -83,6 +91,8 @@ TEST_P(broken_chain, is_not_changed_by_saving_its_state) {
 }
 
 INSTANTIATE_TEST_SUITE_P(of, broken_chain, testing::ValuesIn(all_chains()),
+                         [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(of, longer_chain, testing::ValuesIn(chains_of_one_model()),
                          [](const auto& info) { return info.param.name; });
 
 TEST(killed_chains, end_with_the_bytes_of_the_unbroken_one) {

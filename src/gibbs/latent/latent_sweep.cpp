@@ -138,7 +138,8 @@ void count_components(const model_records& model, const design_store& design, co
   for (std::int32_t t = 1; t <= model.nt; ++t) {
     if (!is_indicator(model, t) && model.MODEL(t).TRAIT_TYPE != trait_cured) continue;
     component_counts& n = work.components[static_cast<std::size_t>(t - 1)];
-    n.least = t == last && sampler.G > 1 && flat && samples_matrices(asked.analysis_type) ? 2 * model.nt + 2 : 1;
+    n.least =
+        t == last && sampler.G > 1 && flat && samples_matrices(asked.analysis_type) ? 2 * model.nt + 2 : 1;
     count_trait(model, design, t, n);
     for (const int c : {0, 1})
       if (n.records[c] < n.least)

@@ -18,8 +18,8 @@ namespace zeph {
 
 struct scan_records;
 
-// Draws the pairs of the sequence that ends with record `last`, traits ascending, and then kinds 2, 3 and 4 of
-// its records in order. Per pair and sequence without event three uniforms (proposal, l, acceptance). A
+// Draws the pairs of the sequence that ends with record `last`, traits ascending, and then kinds 2, 3 and 4
+// of its records in order. Per pair and sequence without event three uniforms (proposal, l, acceptance). A
 // subject that is the last one of its status keeps it.
 void draw_sequence(scan_records& r, const directives& asked, const round_state& state, std::int32_t last);
 

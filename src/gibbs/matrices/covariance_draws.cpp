@@ -43,7 +43,7 @@ void related_sum(const double* u, const relationship_rows& rows, std::int32_t st
     // the list of both its levels, so that all elements of A^-1 are taken.
     for (std::int32_t j = 0; j < p; ++j) t[j] = rows.diag(l) * own[j];
     for (std::int64_t node = rows.start(l); node < rows.start(l + 1); ++node) {
-      const double* other = u + (rows.unchecked_col(node) - std::int64_t{1}) * stride;
+      const double* other = u + (rows.col(node) - std::int64_t{1}) * stride;
       const double a = rows.val(node);
       for (std::int32_t j = 0; j < p; ++j) t[j] += a * other[j];
     }
@@ -112,8 +112,8 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = sampler.sscp.unchecked_col(k);
-  // order that the prior degrees of freedom belong to: in the exact sampler that of the whole factor, of which
-  // smaller models have the leading rows
+  // order that the prior degrees of freedom belong to: in the exact sampler that of the whole factor, of
+  // which smaller models have the leading rows
   const std::int32_t q = asked.sampler.exact ? factor.n_rc : p;
   std::int64_t df = std::int64_t{asked.DDF(k)} - p - 1; // the flat prior
   if (asked.PDF(k) > q + 1) {
@@ -224,8 +224,8 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
   inverse_wishart_store& iw = IW_STR_of(sampler, column, "sample_covariances", report);
   unpack(sums, nt, iw.W.data(), iw.W.extent(1));
   if (!matrices.parts.parts.empty()) {
-    draw_residual_parts(report, sources, matrices.parts, sampler.RCOV.unchecked_slice(h), records, prior, iw.W,
-                        matrices.draw);
+    draw_residual_parts(report, sources, matrices.parts, sampler.RCOV.unchecked_slice(h), records, prior,
+                        iw.W, matrices.draw);
   } else {
     make_scale(report, iw, nt, "residual group", h);
     draw_residual_matrix(model, sampler, matrices, sources, report, iw, h, df);

@@ -122,8 +122,8 @@ void bounds_of(const scan_records& r, std::int32_t irec, std::int32_t t, bool on
   (positive ? low : high) = 0.0;
 }
 
-// log p of record irec for residuals work.e and fitted values work.fitted in group h; components: bit k of the
-// k-th indicator.
+// log p of record irec for residuals work.e and fitted values work.fitted in group h; components: bit k of
+// the k-th indicator.
 double log_density_in(scan_records& r, std::int32_t irec, density_form& form, std::int32_t h,
                       std::uint32_t components, std::int32_t points) {
   density_work& work = r.work.density;

@@ -123,7 +123,8 @@ void Bddrmc_sscp(scan_records& r, const directives& asked, const round_state& st
     sample_missing(r.model, r.work.missing, r.sources.marsaglia, r.report, r.work.values.res, d.ISIT_M(irec),
                    r.sampler.RCOV.unchecked_slice(g), lik);
     store_missing(d, irec, nt, r.work.values.res);
-    if (samples_solutions(asked.analysis_type) && exact) add_products(r.model, r.sampler, r.work.values, g, true);
+    if (samples_solutions(asked.analysis_type) && exact)
+      add_products(r.model, r.sampler, r.work.values, g, true);
     if (!sampled) continue;
     for (std::int32_t t = 1; t <= nt; ++t) {
       const double e = r.work.values.res(t);

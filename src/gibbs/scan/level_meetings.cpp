@@ -136,7 +136,7 @@ const group_meetings* meetings_of(level_meetings& meetings, std::int32_t g, cons
   for (std::size_t k = 0; k < group.elements.size(); ++k) {
     const residual_element& x = group.elements[k];
     group.inverse[k] = solves(asked.analysis_type) ? inverses.by_pattern(x.ti, x.tj, x.pattern, x.h)
-                                                : sampler.RCOVI(x.ti, x.tj, x.h);
+                                                   : sampler.RCOVI(x.ti, x.tj, x.h);
   }
   return &group;
 }

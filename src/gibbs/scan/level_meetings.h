@@ -19,7 +19,8 @@ namespace zeph {
 
 struct residual_inverses;
 
-// Element (ti,tj) of the inverse of residual group h; of missing pattern `pattern` of the group in the solver.
+// Element (ti,tj) of the inverse of residual group h; of missing pattern `pattern` of the group in the
+// solver.
 struct residual_element {
   std::int32_t ti = 0, tj = 0, h = 0, pattern = 0;
 };
