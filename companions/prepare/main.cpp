@@ -1,6 +1,7 @@
 // zeph-prepare: a model description, CSV data and a pedigree become a work directory of ZEPH.
 // Exit codes: 0 done; 1 a fault in the description or the data, nothing is written; 2 command line or files.
 #include "formats/byte_file.h"
+#include "prepare/description/description_messages.h"
 #include "prepare/description/model_description.h"
 #include "prepare/messages/messages.h"
 #include "prepare/model/model_assembly.h"
@@ -78,12 +79,15 @@ int faults(const command& c, const message_log& log) {
   return exit_faults;
 }
 
+bool continues_from_state(const run_section& run) { return run.continue_chain.value && run.saves_state(); }
+
 void tell_directory(const model_description& d, const fs::path& directory, const directory_result& written) {
   fmt::print("Written to {}: {} files\n", directory.string(), written.files.size());
   for (const std::string& name : written.removed)
     fmt::print("  {} of an earlier preparation was removed\n", name);
-  for (const std::string& line : disturbing_files(directory)) fmt::print("  beware: {}\n", line);
-  if (d.run.continue_chain.value)
+  for (const std::string& line : disturbing_files(directory, continues_from_state(d.run)))
+    fmt::print("  beware: {}\n", line);
+  if (d.run.continue_chain.value && !d.run.saves_state())
     fmt::print("To continue the chain of that directory: cp lastsol oldsol; cp gparlast r_parm\n");
   fmt::print("Run: cd {} && ZEPH\n", directory.string());
   if (samples_solutions(d.run.analysis.value))
@@ -98,7 +102,15 @@ int run(const command& c) {
   message_log log;
   const model_description d = read_description(c.model, log);
   if (exit_code(log) != 0) return faults(c, log);
-  const prepared_model p = assemble_model(d, {c.prune, stamp_now()}, log);
+  const fs::path directory = directory_of(c);
+  const bool from_state = continues_from_state(d.run);
+  // a saved state knows its model by the bytes of MODINF, the time of preparation among them
+  const auto stamp = from_state ? stamp_of_directory(directory) : std::nullopt;
+  const prepared_model p = assemble_model(d, {c.prune, stamp.value_or(stamp_now())}, log);
+  if (from_state && !fs::exists(directory / "r_state"))
+    error_at(d, log, d.run.continue_chain.at,
+             fmt::format("the chain continues from its saved state, and {} is missing: mv statelast r_state",
+                         (directory / "r_state").string()));
   if (exit_code(log) != 0) return faults(c, log);
 
   fmt::print(stderr, "{}", messages_of(c, log));
@@ -109,7 +121,6 @@ int run(const command& c) {
     return exit_done;
   }
   std::fflush(stdout);
-  const fs::path directory = directory_of(c);
   const directory_result written =
       write_work_directory(d, p, directory, full_text(log) + summary + detail_text(d, p));
   if (!written.ok) {

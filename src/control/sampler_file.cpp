@@ -13,8 +13,6 @@
 namespace zeph {
 namespace {
 
-constexpr std::int32_t most_minutes = 1000000;
-constexpr std::int32_t fewest_points = 16, most_points = 4096;
 constexpr std::string_view words_of_the_file = "exact, state, model_prior or density";
 
 // One line of the file: its word and the values after it.
@@ -61,13 +59,13 @@ void take_state(const sampler_line& line, sampler_words& asked, reporting& repor
   if (line.values() > 1) wrong_count(line, "at most one number, of minutes", report);
   asked.state = true;
   if (line.values() == 1)
-    asked.state_minutes = integer_within(line, 1, 0, most_minutes, "0 to 1000000 minutes", report);
+    asked.state_minutes = integer_within(line, 1, 0, most_state_minutes, "0 to 1000000 minutes", report);
 }
 
 void take_density(const sampler_line& line, sampler_words& asked, reporting& report) {
   constexpr std::string_view rule = "16 to 4096 points";
   if (line.values() != 1) wrong_count(line, rule, report);
-  asked.density_points = integer_within(line, 1, fewest_points, most_points, rule, report);
+  asked.density_points = integer_within(line, 1, fewest_density_points, most_density_points, rule, report);
 }
 
 void take_row_prior(const model_records& m, const sampler_line& line, sampler_words& asked,

@@ -35,6 +35,10 @@ struct row_weights {
   std::vector<double> weights; // [rows-1], all above 0
 };
 
+// Bounds of what the file asks for.
+inline constexpr std::int32_t most_state_minutes = 1000000;
+inline constexpr std::int32_t fewest_density_points = 16, most_density_points = 4096;
+
 // What the optional file `sampler` asks for beyond the plain sampler.
 struct sampler_words {
   bool exact = false;                 // each step draws from its full conditional distribution

@@ -46,6 +46,46 @@ TEST_F(command_line, names_the_way_to_several_chains_of_a_model_that_is_sampled)
       << place.read("said");
 }
 
+// A chain of 40 rounds that is prepared again for 100 has the samples of one of 100 rounds.
+TEST_F(command_line, continues_a_chain_from_its_saved_state_with_more_rounds) {
+  const auto zeph = [&](const std::string& work) {
+    return WEXITSTATUS(std::system(
+        ("cd " + place / work + " && " + zeph_test::binary_folder() + "/bin/ZEPH > listing 2>&1").c_str()));
+  };
+  const auto describe = [&](const std::string& rounds, const std::string& more) {
+    place.write("model.toml", MODEL + "[run]\nanalysis = \"gibbs\"\nsampler = \"exact\"\nstate_every = 5\n" +
+                                  "seeds = [1, 2]\nburnin = 10\ninterval = 2\nrounds = " + rounds + "\n" +
+                                  more);
+  };
+  place.write("d.csv", "sex,y\n1,3\n2,5\n2,6\n1,4\n2,5.5\n1,2\n2,7\n");
+  describe("40", "");
+  ASSERT_EQ(run("model.toml --into work"), 0) << place.read("said");
+  EXPECT_TRUE(said("Sampler: exact, state 5\n")) << place.read("said");
+  ASSERT_EQ(zeph("work"), 0) << place.read("work/listing");
+  ASSERT_TRUE(place.has("work/statelast"));
+
+  describe("100", "continue = true\n");
+  EXPECT_EQ(run("model.toml --into work"), 1);
+  EXPECT_TRUE(said("model.toml:13:12: error: the chain continues from its saved state, and work/r_state is "
+                   "missing: mv statelast r_state\n"))
+      << place.read("said");
+  std::filesystem::rename(place / "work/statelast", place / "work/r_state");
+  ASSERT_EQ(run("model.toml --into work"), 0) << place.read("said");
+  EXPECT_FALSE(said("beware")) << place.read("said");
+  ASSERT_EQ(zeph("work"), 0) << place.read("work/listing");
+
+  describe("100", "");
+  ASSERT_EQ(run("model.toml --into whole"), 0) << place.read("said");
+  ASSERT_EQ(zeph("whole"), 0) << place.read("whole/listing");
+  const std::string samples = place.read("whole/gib.samples");
+  EXPECT_FALSE(samples.empty());
+  for (const char* file : {"gib.samples", "gparout", "lastsol", "waic"})
+    EXPECT_EQ(place.read(std::string("work/") + file), place.read(std::string("whole/") + file)) << file;
+  EXPECT_EQ(run("model.toml --into work"), 0);
+  EXPECT_TRUE(said("beware: r_state is present: a run that saves its state would continue that chain\n"))
+      << place.read("said");
+}
+
 TEST_F(command_line, names_the_directory_after_the_description) {
   EXPECT_EQ(run("model.toml"), 0);
   EXPECT_TRUE(place.has("model/MODINF"));

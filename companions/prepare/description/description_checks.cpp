@@ -7,6 +7,7 @@
 #include "prepare/description/deviation_checks.h"
 #include "prepare/description/factor_rows.h"
 #include "prepare/description/kind_checks.h"
+#include "prepare/description/sampler_checks.h"
 #include "prepare/description/solution_checks.h"
 #include "shared/indexing.h"
 
@@ -337,7 +338,7 @@ bool has_groups(const factor_section& f) {
 // Flat priors of matrices of different order have no common constant.
 void warn_of_compared_rows(const model_description& d, message_log& log, const factor_section& f) {
   const std::size_t rows = f.rows.size();
-  if (!compares_rows(d, f) || f.prior_df.fraction > 0.0 ||
+  if (!compares_rows(d, f) || d.run.is_exact() || f.prior_df.fraction > 0.0 ||
       f.prior_df.value > static_cast<std::int32_t>(rows) + 1)
     return;
   warning_at(
@@ -371,7 +372,7 @@ void check_model_moves(const model_description& d, message_log& log, bool rows_k
       error_at(d, log, r.analysis.at,
                fmt::format("analysis \"{}\" takes one factor with a pedigree; [factor.{}] is the second",
                            word_of(r.analysis.value), f.name));
-    if (moves && pedigree && f.rows.size() > 1)
+    if (moves && pedigree && f.rows.size() > 1 && !r.is_exact())
       warning_at(d, log, r.analysis.at,
                  fmt::format("the run ends (code 16) at the first move of [factor.{}] down to one row: a "
                              "pedigree factor can't go back there",
@@ -390,7 +391,7 @@ void check_run(const model_description& d, message_log& log, bool rows_known) {
     error_at(d, log, r.restrict_solutions.at,
              fmt::format("restrict works in the analyses solve, sums and predict, not in {}",
                          word_of(r.analysis.value)));
-  if (r.continue_chain.value)
+  if (r.continue_chain.value && !r.saves_state())
     for (const trait_section& t : d.traits)
       if (t.kind.value == trait_kind::ordered) {
         error_at(d, log, r.continue_chain.at,
@@ -451,6 +452,7 @@ void check_description(model_description& d, message_log& log) {
   if (formulas_are_good) check_derived(d, log);
   check_deviations(d, log, formulas_are_good);
   check_run(d, log, formulas_are_good);
+  check_sampler(d, log, formulas_are_good);
 }
 
 } // namespace zeph::prepare

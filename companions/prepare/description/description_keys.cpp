@@ -33,6 +33,7 @@ constexpr key_row key_rows[] = {
     {s::factor, "correlation", k::file_or_table, "correlations between the levels, or their inverse"},
     {s::factor, "start", k::matrix, "start value of G, and the expected matrix of its prior"},
     {s::factor, "prior_df", k::whole, "degrees of freedom of the prior"},
+    {s::factor, "model_prior", k::numbers, "prior weights of the numbers of rows"},
     {s::factor, "order", k::texts, "names of all rows in the wanted order"},
     {s::factor, "deviations", k::word, "trait deviations of the levels, or of their progeny too"},
     {s::factor, "deviations_every", k::whole, "rounds between two files of progeny deviations"},
@@ -104,6 +105,9 @@ constexpr key_row key_rows[] = {
     {s::run, "test_level", k::whole, "level of test output"},
     {s::run, "continue", k::truth, "the chain continues from the files of the last run"},
     {s::run, "prune", k::truth, "animals with no connection to the data are left out"},
+    {s::run, "sampler", k::word, "\"exact\": every step draws from its full conditional distribution"},
+    {s::run, "state_every", k::false_or_whole, "minutes between saves of the chain's whole state"},
+    {s::run, "density_points", k::whole, "points for the density of three and more latent values"},
 };
 
 bool holds(key_section section, std::string_view key) {

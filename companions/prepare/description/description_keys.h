@@ -56,8 +56,10 @@ enum class key_type {
   whole, // number
   wholes,
   number,
+  numbers,         // a list
   range,           // two numbers
   truth_or_number, // center
+  false_or_whole,  // number of minutes
   truth_or_texts,
   word, // one of a few texts
   matrix,

@@ -111,6 +111,7 @@ struct factor_section {
   matrix_source matrix;     // kinds inverse, relationship, correlation, dominance
   matrix_value start;
   prior_degrees prior_df;
+  stated<std::vector<double>> model_prior; // weights of 1, 2, .. rows; empty: all alike
   std::vector<text_value> order;
   stated<deviation_kind> deviations;
   stated<std::int32_t> deviations_every, deviations_above; // rounds between files of PTD (0: none), progeny
@@ -221,6 +222,11 @@ struct keep_section {
 
 using analysis_type = zeph::analysis;
 
+enum class sampler_kind {
+  classic, // draws in the order and with the conditions that published chains have
+  exact    // every step draws from its full conditional distribution
+};
+
 struct run_section {
   text_place at;
   stated<analysis_type> analysis;
@@ -230,6 +236,12 @@ struct run_section {
   stated<std::int32_t> test_level;
   stated<bool> continue_chain; // key: continue
   stated<bool> prune;
+  stated<sampler_kind> sampler;
+  stated<std::int32_t> state_every{-1, {}, false}; // minutes between saves of the state; below 0: not saved
+  stated<std::int32_t> density_points;             // of records with three and more latent values; 0: none
+
+  bool is_exact() const { return sampler.value == sampler_kind::exact; }
+  bool saves_state() const { return state_every.value >= 0; }
 };
 
 struct model_description {

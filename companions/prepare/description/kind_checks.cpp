@@ -59,7 +59,8 @@ void check_keys(const model_description& d, message_log& log, const trait_sectio
     refuse_key(d, log, t, key->given, key->at, {kind::sequence},
                "subject and position need kind = \"sequence\"");
   refuse_key(d, log, t, t.of.given, t.of.at, {kind::cured}, "of needs kind = \"cured\"");
-  if (t.weight.given && t.kind.value != kind::gaussian)
+  // the classic draws of latent values leave weights out
+  if (t.weight.given && t.kind.value != kind::gaussian && !d.run.is_exact())
     error_at(
         d, log, t.weight.at,
         fmt::format("{} weight: a trait of kind {} takes no weight", title_of(t), word_of(t.kind.value)));
@@ -132,7 +133,7 @@ void check_mixed_trait(const model_description& d, message_log& log, const trait
     error_at(d, log, place,
              fmt::format("shift(..) needs a trait of numbers, and {} is of kind {}", t.name,
                          word_of(t.kind.value)));
-  if (t.weight.given)
+  if (t.weight.given && !d.run.is_exact())
     error_at(d, log, t.weight.at, title_of(t) + " weight: a trait with shift(..) takes no weight");
   if (has_random_covariable(t))
     error_at(d, log, place,
@@ -175,7 +176,7 @@ void check_indicators(model_description& d, message_log& log, bool formulas_are_
     last = i;
     ++n;
   }
-  if (n > 1)
+  if (n > 1 && !d.run.is_exact())
     warning_at(d, log, place_of_kind(d.traits[at(last)]),
                "more than one indicator: each record's indicators are drawn as if they switched together,\n"
                "so that the chain is exact with one indicator only");
@@ -266,6 +267,8 @@ void check_free(const model_description& d, message_log& log, const trait_pair& 
   else if (has_pair(r.zero, p.first, p.second))
     error_at(d, log, p.at,
              fmt::format("[residual] holds the covariance of {} at zero and leaves it free", names));
+  else if (d.run.is_exact() && (stands_apart(a) || stands_apart(b)))
+    return; // the draws of components and liabilities take it in
   else if (p.first == r.indicator || p.second == r.indicator)
     error_at(
         d, log, p.at,
@@ -293,7 +296,7 @@ void hold_covariances(model_description& d, message_log& log) {
 }
 
 void warn_of_lost_values(const model_description& d, message_log& log) {
-  if (!d.run.continue_chain.value) return;
+  if (!d.run.continue_chain.value || d.run.saves_state()) return;
   for (const trait_section& t : d.traits)
     if (is_one_of(t.kind.value, {kind::censored, kind::sequence, kind::cured})) {
       warning_at(d, log, d.run.continue_chain.at,

@@ -234,6 +234,7 @@ void read_factor(const table_view& t, factor_section& f) {
   read_relationship(t, f);
   f.start = read_start(t);
   f.prior_df = read_degrees(t);
+  f.model_prior = read_numbers(t, "model_prior");
   f.order = read_texts(t, "order");
   const std::vector<std::string> deviations = {"none", "own", "progeny"};
   const stated<std::size_t> word = read_word(t, "deviations", deviations, 0);
@@ -413,6 +414,17 @@ void read_seeds(const table_view& t, run_section& r) {
   r.seed_b = whole_of(t, *list->get(1), "[run] seeds: the second", 0, largest_b);
 }
 
+// Minutes, or false.
+stated<std::int32_t> read_state_every(const table_view& t) {
+  const toml::node* node = find(t, "state_every");
+  if (node != nullptr && !node->is_integer()) {
+    if (!node->is_boolean() || node->as_boolean()->get())
+      wrong_type(t, *node, "[run] state_every", "false or a whole number");
+    return {-1, place_of(*node), true};
+  }
+  return read_whole(t, "state_every", -1, 0, most_state_minutes);
+}
+
 void read_run(const table_view& top) {
   run_section& r = top.description->run;
   const table_view t = open_table(top, "run", key_section::run, "[run]");
@@ -428,6 +440,11 @@ void read_run(const table_view& top) {
   r.test_level = read_whole(t, "test_level", 0, 0);
   r.continue_chain = read_truth(t, "continue", false);
   r.prune = read_truth(t, "prune", false);
+  const std::vector<std::string> samplers = {"classic", "exact"};
+  const stated<std::size_t> sampler = read_word(t, "sampler", samplers, 0);
+  r.sampler = {static_cast<sampler_kind>(sampler.value), sampler.at, sampler.given};
+  r.state_every = read_state_every(t);
+  r.density_points = read_whole(t, "density_points", 0, fewest_density_points, most_density_points);
 }
 
 void read_sections(const toml::table& table, model_description& d, message_log& log) {

@@ -225,6 +225,22 @@ stated<double> read_number(const table_view& t, std::string_view key, double fal
   return {fallback, {}, false};
 }
 
+stated<std::vector<double>> read_numbers(const table_view& t, std::string_view key) {
+  const toml::node* node = find(t, key);
+  if (node == nullptr) return {};
+  if (!node->is_array()) {
+    wrong_type(t, *node, named(t, key), "a list of numbers");
+    return {};
+  }
+  stated<std::vector<double>> out{{}, place_of(*node), true};
+  for (const toml::node& element : *node->as_array()) {
+    const stated<double> x = number_of(t, element, named(t, key));
+    if (!x.given) return {};
+    out.value.push_back(x.value);
+  }
+  return out;
+}
+
 std::vector<text_value> read_texts(const table_view& t, std::string_view key) {
   std::vector<text_value> list;
   for (const toml::node* node : elements_of(t, key, false)) {

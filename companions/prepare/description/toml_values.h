@@ -54,6 +54,9 @@ std::vector<text_value> read_codes(const table_view& t, std::string_view key);
 stated<std::size_t> read_word(const table_view& t, std::string_view key, std::span<const std::string> words,
                               std::size_t fallback);
 
+// A list of finite numbers; empty when the key is absent, or after a fault.
+stated<std::vector<double>> read_numbers(const table_view& t, std::string_view key);
+
 // A text that is not empty, of a node; not given after a fault. `what` names it in the message.
 text_value text_of(const table_view& t, const toml::node& node, std::string_view what);
 

@@ -12,6 +12,7 @@
 #include "prepare/model/factor_records.h"
 #include "prepare/model/number_checks.h"
 #include "prepare/model/residual_record.h"
+#include "prepare/model/sampler_lines.h"
 #include "prepare/model/short_names.h"
 #include "prepare/model/solution_covariables.h"
 #include "prepare/model/trait_records.h"
@@ -342,6 +343,7 @@ void fill_model(const model_description& d, const prepare_options& options, prep
   keep_samples(d, p, log);
   p.largest_row = largest_row_of(p.model);
   p.directives = directive_lines(d.run, prior_df_of(d, p), solution_lines(d, p));
+  p.sampler = sampler_lines(d, p);
 }
 
 bool check_size(const model_description& d, const data_columns& data, message_log& log) {
@@ -382,6 +384,7 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   warn_of_twins(p, log);
   warn_of_defaults(d, p, log);
   warn_of_kinds(d, p.data, p.records, p.fixed, log);
+  note_missing_density(d, p, log);
   p.complete = !faulty(log, errors);
   return p;
 }

@@ -6,6 +6,7 @@
 #include "input/modinf_writer.h"
 #include "input/structures.h"
 #include "prepare/model/directive_lines.h"
+#include "prepare/model/sampler_lines.h"
 #include "prepare/output/side_files.h"
 #include "shared/indexing.h"
 
@@ -212,12 +213,14 @@ directory_result write_work_directory(const model_description& d, const prepared
     return w.result;
   }
   errno = 0;
-  const std::vector<std::string> former = former_files(directory);
+  std::vector<std::string> former = former_files(directory);
+  former.emplace_back(sampler_file); // whoever wrote it: it changes what the chain is
   write_model(w, p);
   write_columns(w, "RCDATA_I", p.rows.integers, p.records.n_used());
   write_columns(w, "RCDATA_R", p.rows.reals, p.records.n_used());
   write_codes(w, p);
   write_lines(w, directive_file, p.directives);
+  if (!p.sampler.empty()) write_lines(w, sampler_file, p.sampler);
   write_factors(w, p);
   for (const side_file& f : factor_code_files(p)) write_text(w, f.name, f.text);
   const side_file classes = class_code_file(d, p);
@@ -233,7 +236,19 @@ directory_result write_work_directory(const model_description& d, const prepared
   return w.result;
 }
 
-std::vector<std::string> disturbing_files(const fs::path& directory) {
+std::optional<std::array<std::int32_t, 6>> stamp_of_directory(const fs::path& directory) {
+  sequential_reader file;
+  std::int32_t version = 0; // four characters
+  std::array<std::int32_t, 6> stamp{};
+  constexpr std::int64_t length = sizeof version + sizeof stamp;
+  if (!file.open((directory / "MODINF").string()) || file.next() != 0 || file.record_length() != length)
+    return {};
+  file.take(version);
+  file.take(stamp.data(), 6);
+  return stamp;
+}
+
+std::vector<std::string> disturbing_files(const fs::path& directory, bool from_state) {
   std::vector<std::string> out;
   std::error_code ignored;
   const auto has = [&](const char* name) { return fs::exists(directory / name, ignored); };
@@ -244,6 +259,8 @@ std::vector<std::string> disturbing_files(const fs::path& directory) {
   if (oldsol != r_parm)
     out.push_back(std::string(oldsol ? "oldsol" : "r_parm") +
                   " is present without the other restart file: the run would stop");
+  if (has("r_state") && !from_state)
+    out.emplace_back("r_state is present: a run that saves its state would continue that chain");
   if (has("mixz_prob") || has("mixz_last"))
     out.emplace_back("mixz_prob or mixz_last of an earlier run is present: a mixture would end with code 16; "
                      "move them away");

@@ -3,7 +3,10 @@
 
 #include "prepare/model/prepared_model.h"
 
+#include <array>
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +20,8 @@ struct directory_result {
   std::vector<std::string> removed; // of an earlier preparation
 };
 
-// MODINF, RCDATA_I, RCDATA_R, CODE_TABLE, the directive file, one relationship file per factor that has one,
+// MODINF, RCDATA_I, RCDATA_R, CODE_TABLE, the directive file, sampler where the description asks for more than the
+// classic chain, one relationship file per factor that has one,
 // PEDFILEk for a pedigree, and beside them codes_*.csv, prepare.txt (the text given) and names.json.
 //
 // CODE_TABLE has one record per level, the class effects by trait, then the factors. Integers: 2 (class) or 3
@@ -32,9 +36,13 @@ struct directory_result {
 directory_result write_work_directory(const model_description& d, const prepared_model& p,
                                       const std::filesystem::path& directory, const std::string& listing);
 
+// The time of preparation in the MODINF of the directory: day, month, year, hour, minute, second; none: no such
+// file. A chain that continues from its saved state knows its model by the bytes of MODINF.
+std::optional<std::array<std::int32_t, 6>> stamp_of_directory(const std::filesystem::path& directory);
+
 // Files in the directory that ZEPH would act on though this preparation did not make them: STOP ends the run,
 // oldsol and r_parm continue an old chain, mixz_prob and mixz_last of a mixture are not written over,
-// ytopredict asks for predictions. A line each.
-std::vector<std::string> disturbing_files(const std::filesystem::path& directory);
+// ytopredict asks for predictions; r_state, unless the chain is to continue from it. A line each.
+std::vector<std::string> disturbing_files(const std::filesystem::path& directory, bool from_state = false);
 
 } // namespace zeph::prepare

@@ -95,7 +95,7 @@ void check_components(const model_description& d, const data_columns& data, cons
 
 void warn_of_small_components(const model_description& d, message_log& log) {
   const std::int32_t order = static_cast<std::int32_t>(d.traits.size());
-  if (d.residual.indicator < 0 || !samples_matrices(d.run.analysis.value)) return;
+  if (d.residual.indicator < 0 || !samples_matrices(d.run.analysis.value) || d.run.is_exact()) return;
   if (d.residual.prior_df.value > order + 1) return;
   add_warning(
       log, {},
@@ -115,6 +115,7 @@ void warn_of_sequences(const model_description& d, const data_columns& data, con
 }
 
 void note_ordered(const model_description& d, message_log& log) {
+  if (d.run.saves_state()) return;
   for (const trait_section& t : d.traits)
     if (t.kind.value == trait_kind::ordered) {
       add_note(log, {}, "with an ordered trait the chain can't be continued; choose its length now");

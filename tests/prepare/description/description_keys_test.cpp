@@ -128,6 +128,8 @@ const std::map<key_type, std::string>& words_of_types() {
       {k::whole, "a whole number"},
       {k::number, "a number"},
       {k::truth_or_number, "true, false or a number"},
+      {k::false_or_whole, "false or a whole number"},
+      {k::numbers, "a list of numbers"},
       {k::truth_or_texts, "true, false or a list of effects"},
       {k::word, "a text"},
       {k::pairs, "a list of pairs"},

@@ -165,6 +165,53 @@ TEST(work_directory, files_of_a_former_preparation_go_and_all_others_stay) {
   EXPECT_EQ(w.removed, (std::vector<std::string>{"AINV1", "PEDFILE1"}));
 }
 
+// A line a word, in the order of the description's keys; the factor by its number.
+TEST(work_directory, has_a_file_sampler_when_more_than_the_classic_chain_is_asked_for) {
+  const auto with = [](const std::string& run) {
+    std::string model = MODEL;
+    return prepared_case(model.replace(model.find("rounds = 500"), 12, run),
+                         {{"d.csv", DATA}, {"p.csv", PEDIGREE}});
+  };
+  const scratch_directory out;
+  const auto prepare = [&](const prepared_case& c) {
+    ASSERT_TRUE(c.p.complete) << c.messages();
+    const directory_result written = write_work_directory(c.description, c.p, out.path(), "");
+    ASSERT_TRUE(written.ok);
+    EXPECT_EQ(std::ranges::count(written.files, "sampler"), out.has("sampler") ? 1 : 0);
+  };
+  prepare(with("analysis = \"gibbs\"\nsampler = \"exact\"\nstate_every = 5\ndensity_points = 64"));
+  EXPECT_EQ(out.read("sampler"), "exact\nstate 5\ndensity 64\n");
+  EXPECT_NE(out.read("names.json").find("\"sampler\""), std::string::npos);
+  prepare(with("analysis = \"gibbs\"\nstate_every = 0"));
+  EXPECT_EQ(out.read("sampler"), "state 0\n");
+  prepare(with("analysis = \"gibbs\"\nsampler = \"classic\"\nstate_every = false"));
+  EXPECT_FALSE(out.has("sampler"));
+  out.write("sampler", "exact\n"); // of whoever: it changes what the chain is
+  prepare(with("analysis = \"gibbs\""));
+  EXPECT_FALSE(out.has("sampler"));
+}
+
+TEST(work_directory, weights_of_numbers_of_rows_name_the_factor_by_its_number) {
+  const prepared_case c(
+      "[data]\nfile = \"d.csv\"\n[run]\nanalysis = \"jump\"\nsampler = \"exact\"\n"
+      "[trait.wwg]\nformula = \"1 + (1 | sex) + (x | herd)\"\n[factor.sex]\n[covariable.x]\n"
+      "[factor.herd]\nprior_df = 8\nmodel_prior = [2, 0.25]\n",
+      {{"d.csv", "sex,herd,x,wwg\n1,1,0.5,4\n2,1,1,3\n1,2,2,5\n2,2,0.1,4\n1,3,1,6\n2,3,3,2\n"}});
+  ASSERT_TRUE(c.p.complete) << c.messages();
+  EXPECT_EQ(c.p.sampler, (std::vector<std::string>{"exact", "model_prior 2 2 0.25"}));
+}
+
+TEST(work_directory, knows_the_time_of_its_preparation) {
+  const scratch_directory out;
+  EXPECT_FALSE(zeph::prepare::stamp_of_directory(out.path()).has_value());
+  prepared_case c = calves();
+  c.p.model.run_stamp = {22, 11, 2026, 10, 3, 59};
+  ASSERT_TRUE(write_work_directory(c.description, c.p, out.path(), "").ok);
+  EXPECT_EQ(zeph::prepare::stamp_of_directory(out.path()), c.p.model.run_stamp);
+  out.write("MODINF", "short");
+  EXPECT_FALSE(zeph::prepare::stamp_of_directory(out.path()).has_value());
+}
+
 TEST(work_directory, that_can_not_be_made_is_a_fault) {
   const prepared_case c = calves();
   const scratch_directory out;

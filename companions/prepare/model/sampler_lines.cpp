@@ -1,0 +1,45 @@
+#include "prepare/model/sampler_lines.h"
+
+#include <fmt/format.h>
+
+namespace zeph::prepare {
+
+namespace {
+
+constexpr int values_in_closed_form = 2; // latent values of a record whose density needs no lattice
+
+bool has_many_latent_values(const model_description& d, std::int32_t mask) {
+  const std::size_t nt = d.traits.size();
+  int n = 0;
+  for (std::size_t t = 0; t < nt; ++t)
+    n += (mask >> (nt - 1 - t)) % 2 == 1 && d.traits[t].kind.value != trait_kind::gaussian ? 1 : 0;
+  return n > values_in_closed_form;
+}
+
+} // namespace
+
+std::vector<std::string> sampler_lines(const model_description& d, const prepared_model& p) {
+  std::vector<std::string> lines;
+  const run_section& run = d.run;
+  if (run.is_exact()) lines.emplace_back("exact");
+  if (run.saves_state()) lines.push_back(fmt::format("state {}", run.state_every.value));
+  for (std::size_t k = 0; k < p.factors.size(); ++k) {
+    const std::vector<double>& weights = d.factors[p.factors[k].section].model_prior.value;
+    if (!weights.empty()) lines.push_back(fmt::format("model_prior {} {}", k + 1, fmt::join(weights, " ")));
+  }
+  if (run.density_points.given) lines.push_back(fmt::format("density {}", run.density_points.value));
+  return lines;
+}
+
+void note_missing_density(const model_description& d, const prepared_model& p, message_log& log) {
+  if (!d.run.is_exact() || d.run.density_points.given) return;
+  for (const std::int32_t mask : p.patterns.mask) {
+    if (!has_many_latent_values(d, mask)) continue;
+    add_note(log, {},
+             "records with three and more latent values have no density, and py will be NaN: "
+             "[run] density_points = 256 computes it");
+    return;
+  }
+}
+
+} // namespace zeph::prepare

@@ -1,0 +1,141 @@
+#include "prepare/description/sampler_checks.h"
+
+#include "prepare/description/model_description.h"
+
+#include <gtest/gtest.h>
+
+namespace zeph::prepare {
+namespace {
+
+struct result {
+  model_description d;
+  message_log log;
+};
+
+// [run] holds the lines of `run`, from line 4 on.
+result read(const std::string& run, const std::string& tables) {
+  result r;
+  r.d = parse_description("[data]\nfile = \"d.csv\"\n[run]\n" + run + tables, "m.toml", r.log);
+  return r;
+}
+
+// Messages without source lines and hints.
+std::string said(const std::string& run, const std::string& tables = "[trait.y]\nformula = \"1 + (1 | a)\"\n"
+                                                                     "[factor.a]\n") {
+  std::string text;
+  for (message m : read(run, tables).log.entries) {
+    m.source_line.clear();
+    m.hint.clear();
+    text += message_text(m);
+  }
+  return text;
+}
+
+const std::string GIBBS = "analysis = \"gibbs\"\n", EXACT = GIBBS + "sampler = \"exact\"\n";
+const std::string ROWS = "[trait.y]\nformula = \"1 + (x | a)\"\n[covariable.x]\n[factor.a]\n";
+
+TEST(sampler_words, are_classic_without_a_saved_state_when_nothing_is_said) {
+  const result r = read(GIBBS, "[trait.y]\nformula = \"1\"\n");
+  EXPECT_FALSE(r.d.run.is_exact());
+  EXPECT_FALSE(r.d.run.saves_state());
+  EXPECT_FALSE(r.d.run.density_points.given);
+}
+
+TEST(sampler_words, are_read) {
+  const result r = read(EXACT + "state_every = 0\ndensity_points = 4096\n", "[trait.y]\nformula = \"1\"\n");
+  EXPECT_EQ(full_text(r.log), "");
+  EXPECT_TRUE(r.d.run.is_exact());
+  EXPECT_TRUE(r.d.run.saves_state());
+  EXPECT_EQ(r.d.run.state_every.value, 0);
+  EXPECT_EQ(r.d.run.density_points.value, 4096);
+  EXPECT_FALSE(read(GIBBS + "state_every = false\n", "").d.run.saves_state());
+}
+
+TEST(sampler_words, out_of_their_range_are_errors) {
+  EXPECT_EQ(said(GIBBS + "state_every = -1\n"),
+            "m.toml:5:15: error: [run] state_every = -1 must be from 0 to 1000000\n");
+  EXPECT_EQ(said(GIBBS + "state_every = true\n"),
+            "m.toml:5:15: error: [run] state_every must be false or a whole number, not true or false\n");
+  EXPECT_EQ(said(EXACT + "density_points = 8\n"),
+            "m.toml:6:18: error: [run] density_points = 8 must be from 16 to 4096\n");
+  EXPECT_EQ(said(GIBBS + "sampler = \"precise\"\n"),
+            "m.toml:5:11: error: unknown [run] sampler \"precise\"; known: classic, exact\n");
+}
+
+TEST(sampler_words, that_need_others_say_so) {
+  EXPECT_EQ(said("state_every = 10\n"),
+            "m.toml:4:15: error: [run] state_every: analysis \"solve\" has no chain "
+            "whose state could be saved\n");
+  EXPECT_EQ(said("state_every = false\n"), "");
+  EXPECT_EQ(said(GIBBS + "density_points = 64\n"),
+            "m.toml:5:18: error: [run] density_points needs sampler = \"exact\"\n");
+}
+
+TEST(model_prior, is_one_weight_above_0_for_each_number_of_rows_of_an_exact_jump) {
+  const std::string jump = "analysis = \"jump\"\nsampler = \"exact\"\n", proper = "prior_df = 6\n";
+  EXPECT_EQ(said(jump, ROWS + proper + "model_prior = [3, 0.5]\n"), "");
+  EXPECT_EQ(
+      said(jump, ROWS + proper + "model_prior = [3]\n"),
+      "m.toml:11:15: error: [factor.a] model_prior has 1 weights and 2 rows: one weight for each number of "
+      "rows\n");
+  EXPECT_EQ(said(jump, ROWS + proper + "model_prior = [3, 0]\n"),
+            "m.toml:11:15: error: [factor.a] model_prior: weights are above 0\n");
+  EXPECT_EQ(said(EXACT, ROWS + "model_prior = [3, 1]\n"),
+            "m.toml:10:15: error: [factor.a] model_prior needs [run] analysis = \"jump\"\n");
+  EXPECT_EQ(said(GIBBS, ROWS + "model_prior = [3, 1]\n"),
+            "m.toml:9:15: error: [factor.a] model_prior needs [run] sampler = \"exact\"\n"
+            "m.toml:9:15: error: [factor.a] model_prior needs [run] analysis = \"jump\"\n");
+}
+
+TEST(exact_descriptions, compare_numbers_of_rows_under_proper_priors_only) {
+  const std::string jump = "analysis = \"jump\"\nsampler = \"exact\"\n";
+  EXPECT_EQ(said(jump, ROWS), "m.toml:9:9: error: [factor.a] prior_df = 0: models are compared under proper "
+                              "priors only; give 4 or more\n");
+  EXPECT_EQ(said(jump, ROWS + "prior_df = 4\n"), "");
+}
+
+TEST(exact_descriptions, with_what_no_exact_chain_exists_for_are_errors) {
+  EXPECT_EQ(said(EXACT + "test_level = 2\n"),
+            "m.toml:6:14: error: sampler = \"exact\" prints no test output above test_level = 1\n");
+  EXPECT_EQ(said(EXACT + "continue = true\n"), "m.toml:6:12: error: an exact chain continues from its saved "
+                                               "state alone: add state_every to [run]\n");
+  EXPECT_EQ(said(EXACT + "continue = true\nstate_every = 5\n"), "");
+  EXPECT_EQ(said(EXACT, "[trait.y]\nformula = \"1 + shift(m)\"\n[trait.m]\nkind = \"indicator\"\n"
+                        "formula = \"1 + sex\"\n"),
+            "m.toml:10:11: error: sampler = \"exact\": m has fixed effects beside its mean, which some "
+            "allocation of the records separates; make them random\n");
+}
+
+// The graph of free pairs: y and z are joined to b, so that the pair (y, z) held at zero lies inside a part
+// with a trait of unit variance.
+TEST(exact_descriptions, hold_no_covariance_at_zero_inside_a_part_with_a_fixed_variance) {
+  const std::string traits = "[trait.y]\nformula = \"1\"\n[trait.z]\nformula = \"1\"\n"
+                             "[trait.b]\nkind = \"binary\"\nformula = \"1\"\n[residual]\n";
+  EXPECT_EQ(
+      said(EXACT, traits + "zero = [[\"y\", \"z\"]]\n"),
+      "m.toml:14:9: error: sampler = \"exact\": no draw holds the residual covariance of y and z at zero "
+      "in one part with b, whose variance is 1; free it, or hold all that join them\n");
+  EXPECT_EQ(said(EXACT, traits + "zero = [[\"y\", \"z\"], [\"y\", \"b\"]]\n"), "");
+  EXPECT_EQ(said(GIBBS, traits + "zero = [[\"y\", \"z\"]]\n"), "");
+}
+
+// What the classic chain warns of or refuses and the exact one draws.
+TEST(exact_descriptions, take_weights_of_latent_traits_and_free_covariances_beside_groups) {
+  const std::string weight = "[trait.b]\nkind = \"binary\"\nformula = \"1\"\nweight = \"w\"\n";
+  EXPECT_NE(said(GIBBS, weight), "");
+  EXPECT_EQ(said(EXACT, weight), "");
+  const std::string mixture = "[trait.y]\nformula = \"1 + shift(m)\"\n[trait.m]\nkind = \"indicator\"\n"
+                              "formula = \"1\"\n[residual]\ngroups = \"m\"\nfree = [[\"y\", \"m\"]]\n";
+  EXPECT_NE(said(GIBBS, mixture), "");
+  EXPECT_EQ(said(EXACT, mixture), "");
+}
+
+// The whole state has thresholds and liabilities too.
+TEST(saved_states, continue_chains_of_ordered_and_censored_traits) {
+  const std::string ordered = "[trait.o]\nkind = \"ordered\"\nformula = \"1\"\n";
+  EXPECT_NE(said(GIBBS + "continue = true\n", ordered), "");
+  EXPECT_EQ(said(GIBBS + "continue = true\nstate_every = 10\n", ordered), "");
+}
+
+} // namespace
+} // namespace zeph::prepare
