@@ -20,9 +20,9 @@ struct directory_result {
   std::vector<std::string> removed; // of an earlier preparation
 };
 
-// MODINF, RCDATA_I, RCDATA_R, CODE_TABLE, the directive file, sampler where the description asks for more than the
-// classic chain, one relationship file per factor that has one,
-// PEDFILEk for a pedigree, and beside them codes_*.csv, prepare.txt (the text given) and names.json.
+// MODINF, RCDATA_I, RCDATA_R, CODE_TABLE, the directive file, sampler where the description asks for more
+// than the classic chain, one relationship file per factor that has one, PEDFILEk for a pedigree, and beside
+// them codes_*.csv, prepare.txt (the text given) and names.json.
 //
 // CODE_TABLE has one record per level, the class effects by trait, then the factors. Integers: 2 (class) or 3
 // (factor), code, number of records, level, trait or factor, and for a class its number in the trait; a
@@ -36,8 +36,8 @@ struct directory_result {
 directory_result write_work_directory(const model_description& d, const prepared_model& p,
                                       const std::filesystem::path& directory, const std::string& listing);
 
-// The time of preparation in the MODINF of the directory: day, month, year, hour, minute, second; none: no such
-// file. A chain that continues from its saved state knows its model by the bytes of MODINF.
+// The time of preparation in the MODINF of the directory: day, month, year, hour, minute, second; none: no
+// such file. A chain that continues from its saved state knows its model by the bytes of MODINF.
 std::optional<std::array<std::int32_t, 6>> stamp_of_directory(const std::filesystem::path& directory);
 
 // Files in the directory that ZEPH would act on though this preparation did not make them: STOP ends the run,
