@@ -20,6 +20,8 @@ std::string run_fault(std::int32_t number) {
 }
 
 std::string continue_fault(const study& s, const work_model& m) {
+  if (m.exact)
+    return "a chain with the word exact in sampler can't be continued from the files of its segments";
   if (m.draws_thresholds()) return "a chain with an ordered trait can't be continued";
   if (!samples_matrices(analysis_of(s.analysis)))
     return fmt::format("a chain of analysis type {} saves no state and can't be continued", s.analysis);

@@ -18,6 +18,7 @@ namespace zeph::chains {
 namespace {
 
 constexpr std::int64_t bytes_of_marsaglia_state = 812;
+constexpr const char* sampler_name = "sampler";
 
 std::string without_blanks(const std::string& text) {
   const std::size_t first = text.find_first_not_of(" \t");
@@ -93,6 +94,17 @@ void lay_out_state(const model_records& m, work_model& out) {
   if (G > 1) add("IRESG_M", 4 * nobs);
 }
 
+// A line of the file sampler begins with the word exact.
+bool asks_for_exact(const fs::path& work) {
+  std::istringstream lines(text_of(work / sampler_name));
+  for (std::string line; std::getline(lines, line);) {
+    std::string word;
+    std::istringstream(line) >> word;
+    if (word == "exact" || word.starts_with("exact#")) return true;
+  }
+  return false;
+}
+
 bool is_numbered(std::string_view name, std::string_view prefix) {
   if (!name.starts_with(prefix)) return false;
   const std::string_view number = name.substr(prefix.size());
@@ -144,6 +156,7 @@ bool read_work_model(const fs::path& work, work_model& out, std::string& fault) 
     return false;
   }
   out.neq = layout.neq;
+  out.exact = asks_for_exact(work);
   for (std::int32_t j = 1; j <= m.nt; ++j) out.types.push_back(m.MODEL(j).TRAIT_TYPE);
   lay_out_state(m, out);
   return read_directives(work, m, out, fault);
@@ -153,12 +166,12 @@ std::vector<std::string> input_names(const fs::path& work, const work_model& m) 
   std::set<std::string> names = {"MODINF", "RCDATA_I", "RCDATA_R", "CODE_TABLE"};
   const std::vector<std::string> listed = names_listed(work);
   names.insert(listed.begin(), listed.end());
-  for (const char* name : {"names.json", "ytopredict", "QVA_LOG"}) names.insert(name);
+  for (const char* name : {"names.json", "ytopredict", "QVA_LOG", sampler_name}) names.insert(name);
   std::error_code ignored;
   for (const auto& entry : fs::directory_iterator(work, ignored))
     if (is_relationship(entry.path().filename())) names.insert(entry.path().filename());
-  for (const std::string& own : {m.directive_name, std::string("oldsol"), std::string("r_parm")})
-    names.erase(own);
+  for (const char* own : {"oldsol", "r_parm", "r_state", "statelast"}) names.erase(own);
+  names.erase(m.directive_name);
   std::erase_if(names, [&](const std::string& name) { return !fs::is_regular_file(work / name, ignored); });
   return {names.begin(), names.end()};
 }

@@ -20,6 +20,8 @@ struct work_model {
   std::vector<std::int64_t> state;      // bytes of each record of gparlast, in order
   std::vector<std::string> state_names; // what each of them holds
 
+  bool exact = false; // the file sampler has the word
+
   bool draws_thresholds() const; // a trait has them
   bool forgets_values() const;   // a continued chain draws values of a trait again
 };
@@ -29,7 +31,8 @@ struct work_model {
 bool read_work_model(const fs::path& work, work_model& m, std::string& fault);
 
 // Names of the files of the directory that go into every segment as links, sorted: those that ZEPH reads, and
-// those that names.json lists. The directive file, oldsol, r_parm and STOP are not among them.
+// those that names.json lists; `sampler` whoever wrote it. The directive file, oldsol, r_parm, r_state,
+// statelast and STOP are not among them.
 std::vector<std::string> input_names(const fs::path& work, const work_model& m);
 
 // The sizes and hashes of these files and of the directive file. False with `fault` when one can't be read.

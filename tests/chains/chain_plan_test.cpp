@@ -108,6 +108,10 @@ TEST(continue_fault, refuses_ordered_traits_and_analyses_that_do_not_save_their_
   s.analysis = 6;
   EXPECT_EQ(continue_fault(s, m),
             "a chain of analysis type 6 does not save its model and can't be continued");
+  s.analysis = 3;
+  m.exact = true;
+  EXPECT_EQ(continue_fault(s, m),
+            "a chain with the word exact in sampler can't be continued from the files of its segments");
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 using namespace zeph::chains;
@@ -86,6 +88,21 @@ TEST(input_names, are_those_that_ZEPH_reads_and_those_of_the_preparation) {
   EXPECT_EQ(input_names(c.place / "work", model_in(c.place / "work")),
             (std::vector<std::string>{"AINV1", "CODE_TABLE", "HINV1", "MODINF", "PEDFILE1", "RCDATA_I",
                                       "RCDATA_R"}));
+}
+
+// It makes another chain of the directory, so that every segment has it; saved states are of one run.
+TEST(input_names, have_the_file_sampler_and_no_saved_state) {
+  const study_case c;
+  c.prepare();
+  EXPECT_FALSE(model_in(c.place / "work").exact);
+  for (const char* name : {"r_state", "statelast"}) c.place.write(std::string("work/") + name, "x");
+  c.place.write("work/sampler", "# exact\nstate 5\n");
+  EXPECT_FALSE(model_in(c.place / "work").exact);
+  c.place.write("work/sampler", "state 5\n exact # from today on\n");
+  EXPECT_TRUE(model_in(c.place / "work").exact);
+  const std::vector<std::string> names = input_names(c.place / "work", model_in(c.place / "work"));
+  EXPECT_EQ(std::ranges::count(names, "sampler"), 1);
+  EXPECT_EQ(std::ranges::count(names, "r_state") + std::ranges::count(names, "statelast"), 0);
 }
 
 TEST(changed_inputs, finds_files_that_are_gone_or_have_other_bytes) {
