@@ -392,7 +392,9 @@ void tell(analysis_type analysis, bool exact, const data_columns& data, const fa
     add_warning(log, {data.table.file, 0, 0},
                 fmt::format("no level of {} in {}: the effect is left out there", f.name,
                             records_in_words(f.n_without)));
-  if (f.n_meeting > 0 && !exact) add_warning(log, {data.table.file, 0, 0}, words_of_meeting(analysis, f));
+  if (f.n_meeting > 0 && !exact)
+    add_warning(log, {data.table.file, 0, 0}, words_of_meeting(analysis, f)).hint =
+        "[run] sampler = \"exact\" draws each given the newest values of the others";
 }
 
 } // namespace

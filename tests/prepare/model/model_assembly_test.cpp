@@ -206,6 +206,8 @@ TEST(model_assembly, direct_and_maternal_rows_are_in_the_users_order_and_their_m
   EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(g.CONT_EFF_RCI(1) - 1)], (rows_i{2, 2, 5, 5}));
   EXPECT_EQ(c.p.rows.integers[static_cast<std::size_t>(g.CONT_EFF_RCI(2) - 1)], (rows_i{4, 5, 7, 8}));
   EXPECT_TRUE(c.says("two levels of genetic meet in 4 records")) << c.messages();
+  EXPECT_TRUE(c.says("[run] sampler = \"exact\" draws each given the newest values of the others"))
+      << c.messages();
   // animal 5: its own record, and dam of two others
   EXPECT_EQ(c.p.factors[0].n_records[4], 3);
 }
@@ -226,6 +228,8 @@ TEST(model_assembly, levels_that_meet_are_warned_of_by_what_they_do_to_the_analy
                "three posterior standard deviations"))
         << c.messages();
   }
+  for (const char* analysis : {"gibbs", "predict", "solve"})
+    EXPECT_FALSE(prepared(std::string(analysis) + "\"\nsampler = \"exact").says("meet in")) << analysis;
   for (const char* analysis : {"solve", "sums", "predict"})
     EXPECT_FALSE(prepared(analysis).says("(co)variances of this model are wrong")) << analysis;
   EXPECT_TRUE(prepared("predict").says("and the standard deviations of the solutions are wrong"));
