@@ -99,7 +99,7 @@ std::vector<std::string> categories_of_numbers(const trait_reader& in, std::size
   return out;
 }
 
-// The texts that mean 1, 2, .. (ordered) or 0, 1; a number stands for all its spellings.
+// The texts that mean 1, 2, .. (ordered) or 0, 1; a number is all of its spellings.
 void number_categories(const trait_reader& in, std::size_t c, double first, trait_values& out) {
   std::unordered_map<std::string, double> by_text;
   std::map<double, double> by_number;

@@ -5,7 +5,7 @@
 // indicator and there are two groups. With m_c and s_c^2 mean and variance of e_t given e'_c under R_c,
 //   p_c = N(e'_c; 0, R_c without t) Phi(+-(w^1/2 fitted_t + m_c)/s_c),  + for c = 1,
 // the component is 1 with probability tau = p_1/(p_1 + p_0), formed in logs, and e_t is then normal on the
-// side that the component tells: one draw of the pair from its full conditional distribution.
+// side that the component implies: one draw of the pair from its full conditional distribution.
 #pragma once
 
 #include "input/run_records.h"
