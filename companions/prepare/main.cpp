@@ -131,7 +131,11 @@ int run(const command& c) {
       fmt::print(stderr, "nothing was written to {}\n", directory.string());
     return exit_files;
   }
-  tell_directory(d, directory, written);
+  try {
+    tell_directory(d, directory, written);
+  } catch (const std::bad_alloc&) { // the directory is whole, only words about it are lost
+    std::fputs("zeph-prepare: the work directory is written; out of memory for more words\n", stderr);
+  }
   return exit_done;
 }
 

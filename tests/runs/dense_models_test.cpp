@@ -766,6 +766,30 @@ start = 14.0
   expect_full_rank();
 }
 
+// With a small residual variance the animal and its dam weigh heavily on each other: each taken with the
+// newest value of the other, the iteration converges; with that of the round before it does not.
+TEST_F(dense_models, levels_that_meet_in_records_of_small_residual_variance_in_an_exact_solver) {
+  dense_description d = described();
+  d.traits = {{"y1", {herd}}};
+  d.factors = {
+      {"genetic", {part("y1", "animal"), part("y1", "dam")}, {{9.0, -4.0}, {-4.0, 8.0}}, a_inverse()}};
+  d.R = {{1.0}};
+  std::string toml = solving(R"toml([trait.y1]
+formula = "1 + herd + (1 | genetic | animal) + (1 | genetic | dam)"
+[factor.genetic]
+pedigree = "pedigree.csv"
+start = [[9.0, -4.0], [-4.0, 8.0]]
+[residual]
+start = 1.0
+)toml");
+  EXPECT_FALSE(prepare_and_solve(directory, toml).run.says("GS-solver converged"));
+  toml.insert(toml.find("rounds"), "sampler = \"exact\"\n");
+  const prepared_run solved = prepare_and_solve(directory, toml);
+  ASSERT_TRUE(solved.prepared) << solved.messages;
+  EXPECT_TRUE(solved.run.says("GS-solver converged"));
+  EXPECT_LT(compare(dense_equations(d), solved.solution).error, bound);
+}
+
 TEST_F(dense_models, maternal_effect_on_one_of_two_traits_with_rows_in_a_given_order) {
   dense_description d = described();
   d.traits = {{"y1", {herd}}, {"y2_m", {sex}}};

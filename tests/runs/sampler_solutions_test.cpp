@@ -94,6 +94,38 @@ start_by_group = { b = [[1.5, -0.6], [-0.6, 2.5]] }
   EXPECT_EQ(expect_exact_solutions(herd, d), 29U);
 }
 
+// The animal of a record and its mate have levels of one factor with a covariance between their rows; the
+// mate's number is three above the animal's, around the ten.
+TEST(samples_of_solutions,
+     of_levels_that_meet_in_a_record_have_the_exact_mean_and_variance_in_an_exact_chain) {
+  std::string data;
+  std::istringstream lines(herd_data);
+  for (std::string line; std::getline(lines, line);) {
+    const int animal = std::atoi(line.c_str());
+    data += line + (animal == 0 ? ",mate\n" : "," + std::to_string(1 + (animal + 2) % 10) + "\n");
+  }
+  const small_herd herd;
+  herd.directory.write("data.csv", data);
+  dense_description d{csv_of_text(data), {}, {}, {}};
+  d.traits = {{"y1", {{"sex", {"sex"}}}}};
+  d.factors = {{"genetic",
+                {{"y1.animal", "y1", {"animal"}}, {"y1.mate", "y1", {"mate"}}},
+                {{2.0, -0.7}, {-0.7, 1.4}},
+                herd.a_inverse()}};
+  d.R = {{1.5}};
+  std::string toml = sampling(60000, R"toml([trait.y1]
+formula = "0 + sex + (1 | genetic | animal) + (1 | genetic | mate)"
+[factor.genetic]
+pedigree = "pedigree.csv"
+start = [[2.0, -0.7], [-0.7, 1.4]]
+[residual]
+start = 1.5
+)toml");
+  toml.insert(toml.find("burnin"), "sampler = \"exact\"\n");
+  herd.run(toml);
+  EXPECT_EQ(expect_exact_solutions(herd, d), 22U);
+}
+
 TEST(samples_of_solutions, differ_from_one_seed_to_another_and_have_no_sample_of_a_matrix) {
   const std::string tables =
       "[trait.y1]\nformula = \"1 + (1 | pen)\"\n[factor.pen]\nstart = 1.0\n[residual]\nstart = 2.0\n";

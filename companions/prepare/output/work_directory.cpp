@@ -18,6 +18,7 @@
 #include <fstream>
 #include <list>
 #include <system_error>
+#include <utility>
 
 namespace zeph::prepare {
 
@@ -190,12 +191,20 @@ std::vector<std::string> former_files(const fs::path& directory) {
   return out;
 }
 
-void remove_former(writing& w, const std::vector<std::string>& former) {
-  for (const std::string& name : former) {
-    if (std::ranges::find(w.result.files, name) != w.result.files.end()) continue;
-    std::error_code ignored;
-    if (fs::remove(w.directory / name, ignored)) w.result.removed.push_back(name);
-  }
+// Those of `former` that are not written now. Room for the names of what is removed is taken here: once the
+// new files have their names nothing may fail for want of memory.
+std::vector<fs::path> leaving_files(writing& w, const std::vector<std::string>& former) {
+  std::vector<fs::path> out;
+  for (const std::string& name : former)
+    if (std::ranges::find(w.result.files, name) == w.result.files.end()) out.push_back(w.directory / name);
+  w.result.removed.reserve(out.size());
+  return out;
+}
+
+void remove_files(writing& w, const std::vector<fs::path>& leaving, std::vector<std::string>& names) {
+  std::error_code ignored;
+  for (std::size_t i = 0; i < leaving.size(); ++i)
+    if (fs::remove(leaving[i], ignored)) w.result.removed.push_back(std::move(names[i]));
 }
 
 } // namespace
@@ -230,10 +239,13 @@ directory_result write_work_directory(const model_description& d, const prepared
   std::vector<std::string> files = w.result.files;
   files.push_back("names.json");
   write_text(w, "names.json", names_json(d, p, files));
+  const std::vector<fs::path> leaving = leaving_files(w, former);
+  std::vector<std::string> names;
+  for (const fs::path& path : leaving) names.push_back(path.filename().string());
   w.publish();
-  if (w.result.fault.empty()) remove_former(w, former);
+  if (w.result.fault.empty()) remove_files(w, leaving, names);
   w.result.ok = w.result.fault.empty();
-  return w.result;
+  return std::move(w.result);
 }
 
 std::optional<std::array<std::int32_t, 6>> stamp_of_directory(const fs::path& directory) {
