@@ -171,21 +171,33 @@ void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
   for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(&w.sol[col[node] * w.stride]);
 }
 
-// x(place) -= R^-1(t,t') z_i z_k change(k) for the levels before level l (from 0) that it meets in a record
-template <int n> void take_meetings(const level_walk& w, std::int64_t l, double* x) {
-  const group_meetings& met = *w.meetings;
-  const std::int64_t from = met.first.data()[l], to = met.first.data()[l + 1];
+// y(place) += R^-1(t,t') z_i z_k change(k) for links from..to-1 of a level, whose coefficients or groups move
+template <int n>
+[[gnu::noinline]] void add_moving_links(const level_walk& w, std::int64_t from, std::int64_t to, double* y) {
   for (std::int64_t k = from; k < to; ++k) {
-    if (met.moving.empty()) {
+    const moving_link& link = w.meetings->moving[static_cast<std::size_t>(k)];
+    if (link.place < n)
+      y[link.place] += moving_value(link, *w.design, *w.sampler, w.weighted) * w.change[link.row];
+  }
+}
+
+// x less what the levels before level l (from 0) that it meets in a record have changed; summed apart, so
+// that x stays in registers
+template <int n> inline void take_meetings(const level_walk& w, std::int64_t l, double (&x)[n]) {
+  const group_meetings& met = *w.meetings;
+  const std::int64_t from = met.first(l + 1), to = met.first(l + 2);
+  if (from == to) return;
+  double y[n] = {};
+  if (met.moving.empty()) {
+    for (std::int64_t k = from; k < to; ++k) {
       const level_link& link = met.links[static_cast<std::size_t>(k)];
       if (link.place < n)
-        x[link.place] -= met.inverse[static_cast<std::size_t>(link.element)] * link.v * w.change[link.row];
-    } else {
-      const moving_link& link = met.moving[static_cast<std::size_t>(k)];
-      if (link.place < n)
-        x[link.place] -= moving_value(link, *w.design, *w.sampler, w.weighted) * w.change[link.row];
+        y[link.place] += met.inverse[static_cast<std::size_t>(link.element)] * link.v * w.change[link.row];
     }
+  } else {
+    add_moving_links<n>(w, from, to, y);
   }
+  for (int i = 0; i < n; ++i) x[i] -= y[i];
 }
 
 // The draws of one batch in the order of the levels, for level l of n equations, u its solutions:
@@ -313,7 +325,9 @@ std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, double* 
 // full: levels without gaps, so that the stride is known to the compiler
 template <int n, bool linked, bool classed>
 std::int64_t draw_strided(marsaglia_source& marsaglia, const level_walk& w, double* square) {
-  if (w.meetings != nullptr) return draw_all<n, linked, classed, false, true>(marsaglia, w, square);
+  if (w.meetings != nullptr)
+    return w.stride == n ? draw_all<n, linked, classed, true, true>(marsaglia, w, square)
+                         : draw_all<n, linked, classed, false, true>(marsaglia, w, square);
   return w.stride == n ? draw_all<n, linked, classed, true, false>(marsaglia, w, square)
                        : draw_all<n, linked, classed, false, false>(marsaglia, w, square);
 }
