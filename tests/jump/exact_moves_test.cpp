@@ -129,7 +129,6 @@ struct models_case : prior_case {
     double largest = 0;
     for (std::size_t i = 0; i < sum.size(); ++i) {
       const double mean = sum[i] / replicates, variance = squares[i] / replicates - mean * mean;
-      printf("f%zu mean %g z %g\n", i, mean, mean / std::sqrt(variance / replicates));
       largest = std::max(largest, std::fabs(mean) / std::sqrt(variance / replicates));
     }
     return largest;
