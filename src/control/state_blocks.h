@@ -236,7 +236,7 @@ template <class Door> void walk_jump(Door& door, run& r) {
     block_of(door, "CDI " + std::to_string(k), r.layout.CDI_of(r.layout.group_of_factor(k, r.model.nramat)));
 }
 
-// E last: its form is built from what was read before it.
+// E last: its form is built from what was read before it, and checked.
 template <class Door> void walk_residuals(Door& door, run& r, std::int64_t next_round) {
   residual_form& fast = r.work.fast;
   std::int32_t kept = r.work.body == scan_body::fast && fast.valid_round == next_round;
@@ -250,8 +250,8 @@ template <class Door> void walk_residuals(Door& door, run& r, std::int64_t next_
   block_of(door, "E", fast.E);
 }
 
-// `now`: the Marsaglia source.
-template <class Door> void walk_chain(Door& door, run& r, marsaglia_state& now, std::int64_t next_round) {
+// All but the residuals, which walk_residuals takes last. `now`: the Marsaglia source.
+template <class Door> void walk_chain(Door& door, run& r, marsaglia_state& now) {
   walk_sampler(door, r.sampler);
   walk_design(door, r.layout, r.asked, r.design);
   walk_latent(door, r.categories, r.mixtures);
@@ -262,7 +262,6 @@ template <class Door> void walk_chain(Door& door, run& r, marsaglia_state& now, 
   walk_combined(door, r.sources.combined);
   walk_exact(door, r.work, r.sampler.density);
   walk_jump(door, r);
-  walk_residuals(door, r, next_round);
 }
 
 } // namespace zeph

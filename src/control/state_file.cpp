@@ -222,11 +222,12 @@ void take_state(run& r) {
   s.finished = s.position.round;
   if (r.asked.analysis_type == analysis::models) s.model_number = s.position.sampling;
   marsaglia_state now;
-  walk_chain(*s.from, r, now, s.finished + 1);
+  walk_chain(*s.from, r, now);
+  check_values(r, now);
+  walk_residuals(*s.from, r, s.finished + 1);
   s.from->finish();
   s.from.reset();
   s.continued = true;
-  check_values(r, now);
   complete_values(r, now);
 }
 
@@ -249,7 +250,8 @@ void save_state(run& r) {
   walk_inputs(*s.to, s.inputs);
   walk_position(*s.to, position);
   walk_growing_files(*s.to, files);
-  walk_chain(*s.to, r, now, s.finished + 1);
+  walk_chain(*s.to, r, now);
+  walk_residuals(*s.to, r, s.finished + 1);
   if (!s.to->finish() || !whole.publish() || !sync_folder_of(path))
     write_fault(r.report, saved_state_file, "write");
   s.last_save = std::chrono::steady_clock::now();
