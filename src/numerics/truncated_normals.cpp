@@ -15,7 +15,7 @@ constexpr double root_two = 1.41421356237309504880;
 constexpr double half_log_two_pi = 0.91893853320467274178;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double far_out = 37.0;   // beyond: tail probabilities are no normal numbers of 64 bits
-constexpr double far_bound = 40.0; // stands in for an infinite bound where its tail is 0
+constexpr double far_bound = 40.0; // in place of an infinite bound, where its tail is 0
 constexpr double likely = 1e-4;    // least probability of an interval that is drawn by the plain routine
 
 double upper_tail(double x) { return 0.5 * std::erfc(x * root_half); }

@@ -172,7 +172,7 @@ struct chain_place {
   }
 };
 
-// Kills a chain at random times and takes it up again, so many times in all; each time that it comes to its
+// Kills a chain at random times and continues it, so many times in all; each time that it comes to its
 // end its files are those of the unbroken chain.
 inline void kill_and_continue(const chain_kind& kind, const std::string& rounds, int kills, unsigned seed) {
   chain_place unbroken(kind, rounds);
