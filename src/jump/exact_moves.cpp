@@ -268,13 +268,7 @@ void take_exact_move(jump_records& r) {
   double* packed = r.scan.sampler.sscp.unchecked_col(k);
   for (std::int32_t i = 1; i <= n; ++i)
     for (std::int32_t j = 1; j <= i; ++j) *packed++ = jump.cov_new(i, j);
-  double logdet = 0;
-  int info = 0;
-  inverse_logdet(jump.cov_new, jump.prop_scale, n, logdet, info);
-  for (std::int32_t j = 1; j <= n; ++j)
-    for (std::int32_t i = 1; i <= n; ++i) r.scan.sampler.GIF(i, j, k) = jump.prop_scale(i, j);
-  set_structure(r, jump.new_model, k);
-  r.state.ntr = jump.new_model;
+  enter_new_model(r);
   double* sol = r.scan.sampler.sol.data() + r.model.NBEGRA(k);
   for (std::int32_t l = 1; l <= r.model.NRALEV(k); ++l)
     sol[(l - std::int64_t{1}) * q + jump.imax - 1] = jump.jump_down ? 0.0 : jump.exact.v(l);

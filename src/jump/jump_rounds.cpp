@@ -137,14 +137,7 @@ void take_move(jump_records& r) {
     for (std::int32_t i = 1; i <= n; ++i)
       for (std::int32_t j = 1; j <= i; ++j) packed(ihmij(i, j, 0)) = jump.cov_new(i, j);
   }
-  double logdet = 0;
-  int info = 0;
-  // prop_scale is free again: the inverse of the new matrix on its way to GIF
-  inverse_logdet(jump.cov_new, jump.prop_scale, n, logdet, info);
-  for (std::int32_t j = 1; j <= n; ++j)
-    for (std::int32_t i = 1; i <= n; ++i) r.scan.sampler.GIF(i, j, k) = jump.prop_scale(i, j);
-  set_structure(r, jump.new_model, k);
-  r.state.ntr = jump.new_model;
+  enter_new_model(r); // prop_scale is free again
   swap_solutions(r, k, jump.large_model);
 }
 

@@ -116,6 +116,18 @@ void invert_start_matrix(jump_records& r, std::int32_t k) {
                  r.state.ntr[static_cast<std::size_t>(k - 1)], logdet, info);
 }
 
+void enter_new_model(jump_records& r) {
+  jump_store& jump = r.jump;
+  const std::int32_t k = jump.jump_k, n = jump.new_model[static_cast<std::size_t>(k - 1)];
+  double logdet = 0;
+  int info = 0;
+  inverse_logdet(jump.cov_new, jump.prop_scale, n, logdet, info);
+  for (std::int32_t j = 1; j <= n; ++j)
+    for (std::int32_t i = 1; i <= n; ++i) r.scan.sampler.GIF(i, j, k) = jump.prop_scale(i, j);
+  set_structure(r, jump.new_model, k);
+  r.state.ntr = jump.new_model;
+}
+
 void jump_setup(jump_records& r, relationship_store& relations, analysis start) {
   reporting& report = r.scan.report;
   PEDFILE(r.model, relations, report);

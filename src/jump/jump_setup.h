@@ -21,6 +21,10 @@ inline void set_structure(jump_records& r, const std::vector<std::int32_t>& mode
 // model in force gives it; other elements stay.
 void invert_start_matrix(jump_records& r, std::int32_t k);
 
+// Makes new_model the model in force, with cov_new as the matrix of factor jump_k: GIF is its inverse, which
+// passes through prop_scale; the layout and the model vector follow. Solutions stay.
+void enter_new_model(jump_records& r);
+
 // Once, before the first round. Reads the pedigree (PEDFILE). start of analysis::jump: the model in force
 // becomes one row of each factor, with GIF(1,1,k) = 1/COV_MAT(1,1). Without a factor
 // of two rows or more: "All random effects have covariance matrix of dimension

@@ -172,8 +172,8 @@ struct chain_place {
   }
 };
 
-// Kills a chain at random times and continues it, so many times in all; each time that it comes to its
-// end its files are those of the unbroken chain.
+// Kills a chain at random times and continues it, `kills` times in all. Whenever it reaches its end, its
+// files are those of the unbroken chain.
 inline void kill_and_continue(const chain_kind& kind, const std::string& rounds, int kills, unsigned seed) {
   chain_place unbroken(kind, rounds);
   ASSERT_EQ(unbroken.go(), 0) << unbroken.listing;
