@@ -5,7 +5,8 @@ browser <- unname(Sys.which("chromium-headless-shell"))
 # A study on made data with everything on its page: two traits, a formula, chains of two segments.
 home <- scratch()
 work <- two_traits(more = c('[derive]', 'total = "G[genetic,bwt,bwt] + R[bwt,bwt]"'),
-  run = "burnin = 200\nrounds = 2000\ninterval = 5\nseeds = [11, 12]", into = file.path(home, "work"))
+  run = c("burnin = 200\nrounds = 2000\ninterval = 5\nseeds = [11, 12]", 'sampler = "classic"'),
+  into = file.path(home, "work"))
 made <- run_program("zeph-chains", c("run", work, "--chains", "2", "--into", file.path(home, "RUNS")))
 more <- run_program("zeph-chains", c("continue", file.path(home, "RUNS"), "--rounds", "500"))
 page <- file.path(home, "report.html")

@@ -11,14 +11,17 @@ page_of <- function(root) {
 
 has <- function(page, ...) for (text in c(...)) expect_true(grepl(text, page$html, fixed = TRUE), info = text)
 
-# An example of the source tree with fewer rounds, run: by ZEPH alone, or in two chains.
-example_run <- function(name, rounds, file = "model.toml", chains = FALSE) {
+# An example of the source tree with fewer rounds, run: by ZEPH alone, or in two chains; sampler: "exact" or "classic",
+# NULL as the example has it.
+example_run <- function(name, rounds, file = "model.toml", chains = FALSE, sampler = NULL) {
   home <- scratch()
   folder <- file.path(source_tree, "examples", name)
   file.copy(list.files(folder, full.names = TRUE), home)
   lines <- readLines(file.path(folder, file))
   lines <- sub("^rounds( *)=.*", paste("rounds =", rounds), sub("^interval( *)=.*", "interval = 4", lines))
-  writeLines(sub("^burnin( *)=.*", "burnin = 100", lines), file.path(home, "short.toml"))
+  lines <- sub("^burnin( *)=.*", "burnin = 100", lines)
+  if (!is.null(sampler)) lines <- sub("^(analysis *=.*)", sprintf('\\1\nsampler = "%s"', sampler), lines)
+  writeLines(lines, file.path(home, "short.toml"))
   done <- run_program("zeph-prepare", c(file.path(home, "short.toml"), "--into", file.path(home, "work")))
   if (done$status != 0) stop(paste(done$out, collapse = "\n"))
   if (!chains) return(run_zeph(file.path(home, "work")))
@@ -35,17 +38,33 @@ test_that("one chain alone: densities, no ranks", {
 })
 
 test_that("one chain that moves between models, and one for each model", {
-  page <- page_of(example_run("number_of_traits", 600, "jump.toml"))
-  has(page, "The same in every draw: dimension[pen] = ", "<h3>Models</h3>", "Moves proposed and accepted",
-      "Transitions between neighbouring samples", "their listings have no DIC",
-      "<th class=\"n\">share of samples</th>",
-      "The share of samples is the time that the chains spent there, not a measure of what the data support: ",
+  page <- page_of(jump_study(list(rep(2L, 40))))
+  has(page, "The same in every draw: dimension[1] = ", "<h3>Models</h3>", "Transitions between neighbouring samples",
+      "their listings have no DIC", "<th class=\"n\">share of samples</th>",
+      "The share of samples is the time that the chains spent there. It is not a posterior probability, ",
       "beyond some tens of levels a chain stays where it is whatever the truth, ",
       "and with a flat prior a change of units reverses the shares.")
-  expect_false(grepl("probabilit", page$html, ignore.case = TRUE)) # the chain gives none of a model
-  page <- page_of(example_run("number_of_traits", 200, "models.toml"))
+  expect_false(grepl("<th[^>]*>(posterior probability|Bayes factor)</th>", page$html)) # the chain gives none of a model
+  page <- page_of(example_run("number_of_traits", 200, "models.toml", sampler = "classic"))
   has(page, "Each model has a chain of its own; the verdict is on the last one.")
   expect_equal(nrow(page$enumerated), 3L)
+})
+
+test_that("two exact chains that move between models", {
+  runs <- example_run("number_of_traits", 1200, "jump.toml", chains = TRUE, sampler = "exact")
+  page <- page_of(runs)
+  has(page, "<th class=\"n\">posterior probability</th>", "<th class=\"n\">Bayes factor</th>",
+      "Moves proposed and accepted", "<h2>Predictive fit (WAIC)</h2>", "WAIC is of their mixture")
+  expect_false(grepl("share of samples|no Bayes factor is computed", page$html))
+  expect_equal(sum(page$moves$proposed), 2400)
+  expect_equal(page$waic$table$samples, c(300, 300, 600))
+  for (i in 1:2) { # what the chain's own listing says
+    listing <- readLines(file.path(runs, paste0("chain", i), "seg1/listing.txt"))
+    of <- function(label) as.numeric(substring(grep(label, listing, fixed = TRUE, value = TRUE), 51))
+    expect_equal(page$waic$table$lppd[i], of("Log pointwise predictive density"), tolerance = 1e-10)
+    expect_equal(page$waic$table$elpd_waic[i], of("Expected log predictive density"), tolerance = 1e-10)
+    expect_equal(page$waic$table$se[i], of("Standard error of elpd"), tolerance = 1e-9)
+  }
 })
 
 test_that("cured, mixed, ordered, censored and binary traits", {
@@ -71,7 +90,7 @@ test_that("chains of some samples only", {
 
 test_that("chains stopped in their burn-ins have nothing to report; those that went on lack nothing", {
   home <- scratch()
-  work <- two_traits(run = "burnin = 100000\nrounds = 400\ninterval = 10\nseeds = [11, 12]",
+  work <- two_traits(run = c("burnin = 100000\nrounds = 400\ninterval = 10\nseeds = [11, 12]", 'sampler = "classic"'),
     into = file.path(home, "work"))
   runs <- file.path(home, "RUNS")
   system2(file.path(programs, "zeph-chains"), c("run", work, "--chains", "1", "--into", runs), wait = FALSE,

@@ -87,6 +87,30 @@ study_of <- function(chains, base = one_trait(), toml = NULL) {
   root
 }
 
+# A study over models made of samples: one factor of order 3, dims a list of chains, of each the number of its rows in
+# each sample. sampler: lines of that file.
+jump_study <- function(dims, sampler = NULL) {
+  root <- scratch()
+  for (i in seq_along(dims)) {
+    path <- file.path(root, paste0("chain", i), "seg1")
+    dir.create(path, recursive = TRUE)
+    file.copy(list.files(file.path(source_tree, "tests/data/workdirs/jumpI3_t6"), full.names = TRUE), path)
+    Sys.chmod(list.files(path, full.names = TRUE), "644")
+    rounds <- 1000L + 5L * seq_along(dims[[i]])
+    rows <- lapply(seq_along(rounds), function(j) {
+      d <- dims[[i]][j]
+      data.frame(round = rounds[j], k = c(rep(1L, d * (d + 1) / 2), rep(2L, 6)),
+        r = c(rep(seq_len(d), seq_len(d)), 1L, 2L, 2L, 3L, 3L, 3L),
+                 c = c(sequence(seq_len(d)), 1L, 1L, 2L, 1L, 2L, 3L), value = sin(j + d +
+                   seq_len(d * (d + 1) / 2 + 6)), group = 0L)
+    })
+    writeLines(matrix_lines(do.call(rbind, rows)), file.path(path, "gib.samples"))
+    writeLines(sprintf("%d %d 3 1.5", rounds, dims[[i]]), file.path(path, "py"))
+    if (!is.null(sampler)) writeLines(sampler, file.path(path, "sampler"))
+  }
+  root
+}
+
 joined_chains <- function(root, burnin = 0) {
   place <- find_chains(root)
   m <- read_model(place$model_directory)

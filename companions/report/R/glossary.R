@@ -11,6 +11,8 @@ statistics_glossary <- c(
   "accuracy" = "correlation of true and predicted effect: sqrt(1 - SD^2 / ((1 + F) s2)), s2 the variance of the effect",
   "F" = "coefficient of inbreeding",
   "DIC, pD" = "deviance information criterion and effective number of parameters, for each trait",
+  "elpd_waic, p_waic, lppd" = paste("expected log density of new data by the widely applicable information criterion,",
+    "effective number of parameters, and log density of the data averaged over the draws: elpd_waic = lppd - p_waic"),
   "sample, round" = "the chain runs round by round; the last round of every interval is a sample")
 
 name_kinds <- c(

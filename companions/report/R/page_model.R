@@ -8,7 +8,7 @@ verdict_section <- function(r) {
   left_out <- if (r$burnin > 0)
     sentence("The first ", count_of(r$burnin, "sampling round"),
       " of each chain are left out (--burnin); the means of ",
-             "solutions still include them.")
+             "solutions", if (!is.null(r$waic)) " and WAIC", " still include them.")
   section("verdict", "Verdict", box, paragraphs(r$remarks), left_out)
 }
 

@@ -84,12 +84,48 @@ factor_block <- function(name, effects) {
   titled(paste("Factor", name), told, lapply(unique(effects$row), one))
 }
 
+# ---- WAIC
+
+waic_section <- function(r) {
+  if (is.null(r$waic)) return(NULL)
+  heads <- c(chain = "chain", samples = "samples", units = "units", elpd_waic = "elpd_waic", se = "standard error",
+             p_waic = "p_waic", lppd = "lppd", variance_above_0.4 = "units of variance above 0.4")
+  what <- sentence("elpd_waic = lppd - p_waic estimates the log density of new data of the same size: larger is ",
+                   "better, and of two models of the same data the difference counts, with the standard error of its ",
+                   "parts (waic_units.csv of --csv). p_waic is the effective number of parameters. Units are records, ",
+                   "or whole cure sequences.")
+  section("waic", "Predictive fit (WAIC)", html_table(r$waic$table[names(heads)], unname(heads), digits = 6),
+          paragraphs(what_waic_is_of(r)), what, paragraphs(waic_warnings(r$waic)))
+}
+
+# Of which samples: all of every chain, merged as if they were of one.
+what_waic_is_of <- function(r) {
+  type <- analysis_of(r$place)
+  several <- nrow(r$waic$table) > 1
+  c(if (several) "The row all is of the samples of all chains together, which is not the mean of their rows.",
+    if (r$burnin > 0) "The samples that --burnin leaves out are in it.",
+    if (has_chain_for_each_model(type)) "It is that of the last model; the others are in the table of the models.",
+    if (moves_between_models(type))
+      "The density is that over all models, each as often as the chains visited it: WAIC is of their mixture.")
+}
+
+waic_warnings <- function(waic) {
+  w <- whole_waic(waic)
+  if (!is.finite(w$elpd_waic))
+    return(paste("Some unit has no log density. Records with three and more latent values need points for it:",
+                 "density_points in [run] of the description."))
+  own <- utils::head(waic$table$elpd_waic, -1)
+  c(if (length(own) > 1) paste0("Between the chains elpd_waic has a standard deviation of ",
+      number_text(stats::sd(own)), ", the Monte Carlo error of a single chain's."),
+    if (w$variance_above_0.4 > 0) paste0("Units whose log density has a variance above 0.4 over the samples: ",
+      whole_number(w$variance_above_0.4), " of ", whole_number(w$units), ". For them, and so for the sum, the ",
+      "estimate may be unreliable."))
+}
+
 # ---- DIC
 
 fit_section <- function(r) {
-  no_measure <- sentence("The rows of the listings called Log Marginal Likelihood, Var and Average, like the file py, ",
-                         "leave out the logarithm of the residual scale: they do not measure fit, and no Bayes ",
-                         "factor is computed from them.")
+  no_measure <- if (!r$sampler$exact) not_measured()
   d <- r$pooled_dic
   if (is.null(d)) {
     type <- analysis_of(r$place)
@@ -107,6 +143,11 @@ fit_section <- function(r) {
     " records, missing values ",
                    "imputed). Means over runs by their numbers of samples.")
   section("dic", "DIC per trait", html_table(d[names(heads)], heads, digits = 7), told, no_measure)
+}
+
+not_measured <- function() {
+  sentence("The rows of the listings called Log Marginal Likelihood, Var and Average, like the file py, leave out the ",
+           "logarithm of the residual scale: they do not measure fit, and no Bayes factor is computed from them.")
 }
 
 # ---- mixtures, thresholds, chains between models
@@ -143,9 +184,16 @@ threshold_block <- function(r) {
 
 # A move up draws new solutions blind to the data, so that with many levels none is taken.
 no_support <- paste(
-  "The share of samples is the time that the chains spent there, not a measure of what the data support:",
-  "beyond some tens of levels a chain stays where it is whatever the truth, and with a flat prior a change of units",
-  "reverses the shares.")
+  "The share of samples is the time that the chains spent there. It is not a posterior probability, nor another",
+  "measure of what the data support: the moves weigh the models by other ratios, beyond some tens of levels a chain",
+  "stays where it is whatever the truth, and with a flat prior a change of units reverses the shares. Exact chains",
+  "(sampler = \"exact\" in [run] of the description) visit models by posterior probability.")
+
+how_judged <- paste(
+  "MCSE is the Monte Carlo standard error of a posterior probability and R-hat its split R-hat, both of the indicator",
+  "that is 1 in samples of the model and else 0; changes are the neighbouring samples of a chain between which it",
+  "changed. They are empty where the chains saw one model only. The Bayes factor is that of the model against all",
+  "others together: its posterior odds divided by its prior odds.")
 
 words_of_columns <- function(table) gsub("_", " ", names(table), fixed = TRUE)
 
@@ -154,17 +202,41 @@ visit_block <- function(r) {
   if (is.null(v)) return(NULL)
   factors <- paste(vapply(r$model$factors, function(f) f$name, ""), collapse = ", ")
   htmltools::tagList(
-    titled("Models", sentence("A model is the number of rows of each factor in it (", factors, "). ", no_support),
-           html_table(v$visits, words_of_columns(v$visits))),
+    titled("Models", sentence("A model is the number of rows of each factor in it (", factors, "). ",
+                              if (r$sampler$exact) how_judged else no_support),
+           model_table_of(v$visits), if (r$sampler$exact) changes_in_words(v)),
     titled("Transitions between neighbouring samples", html_table(v$transitions)),
     titled("How often a row was in the model", html_table(v$inclusion, words_of_columns(v$inclusion))),
     if (!is.null(r$moves)) titled("Moves proposed and accepted", html_table(r$moves)))
 }
 
+model_table_of <- function(visits) {
+  heads <- words_of_columns(visits)
+  written <- c(mcse = "MCSE", rhat = "R-hat", "bayes factor" = "Bayes factor")
+  heads <- ifelse(heads %in% names(written), written[heads], heads)
+  if (!is.null(visits$rhat)) visits$rhat <- rhat_text(visits$rhat)
+  html_table(visits, heads)
+}
+
+# How often the chains changed their model, and which models they never saw.
+changes_in_words <- function(v) {
+  moved <- sum(v$transitions$times[v$transitions$from != v$transitions$to])
+  told <- paste0("Between neighbouring samples the chains changed their model ", count_of(moved, "time"), ".")
+  never <- v$never
+  if (NROW(never) == 0) return(tags$p(told))
+  shown <- utils::head(never, top_rows)
+  more <- nrow(never) - nrow(shown)
+  sentence(told, " Never visited, in brackets the prior probability: ",
+           paste0(shown$model, " (", vapply(shown$prior_probability, number_text, ""), ")", collapse = "; "),
+           if (more > 0) paste0("; and ", whole_number(more), " more"), ".")
+}
+
 enumeration_block <- function(r) {
   if (is.null(r$enumerated)) return(NULL)
-  told <- tags$p("Each model has a chain of its own. The tables above are those of the last one.")
-  titled("Models", told, html_table(r$enumerated))
+  told <- tags$p("Each model has a chain of its own. The tables above are those of the last one.",
+                 if (r$sampler$exact)
+                   "Such chains give no posterior probability of a model; larger elpd_waic is better.")
+  titled("Models", told, html_table(r$enumerated, words_of_columns(r$enumerated), digits = 6))
 }
 
 # ---- glossary

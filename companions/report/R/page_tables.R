@@ -41,12 +41,14 @@ section <- function(id, title, ...) tags$section(id = id, tags$h2(title), ...)
 # The summary table of some names.
 summary_block <- function(table) {
   columns <- table[c("name", "mean", "median", "sd", "low", "high", "ess_bulk", "ess_tail", "rhat", "mcse", "draws")]
-  columns$rhat <- ifelse(is.na(columns$rhat), "", formatC(columns$rhat, digits = 3, format = "f"))
+  columns$rhat <- rhat_text(columns$rhat)
   columns$ess_bulk <- round(columns$ess_bulk)
   columns$ess_tail <- round(columns$ess_tail)
   html_table(columns, c("name", "mean", "median", "SD", "95 % HPD from", "to", "bulk ESS", "tail ESS", "R-hat", "MCSE",
                         "draws"))
 }
+
+rhat_text <- function(rhat) ifelse(is.na(rhat), "", trimws(formatC(rhat, digits = 3, format = "f")))
 
 # "name = value" of names that the model fixes.
 fixed_values <- function(rows) paste0(rows$name, " = ", vapply(rows$mean, number_text, ""), collapse = ", ")

@@ -42,9 +42,10 @@ make_report <- function(arguments) {
   m <- read_model(place$model_directory)
   chains <- lapply(place$chains, function(chain) join_segments(m, chain, arguments$burnin, remarks))
   joined <- array_of_chains(chains, remarks)
-  r <- list(place = place, model = m, chains = chains, joined = joined, burnin = arguments$burnin)
+  r <- list(place = place, model = m, chains = chains, joined = joined, burnin = arguments$burnin,
+            sampler = read_sampler_words(m))
   r <- add_draws(r, read_records_of_data(m), remarks)
-  r <- add_judgement(r)
+  r <- add_judgement(r, remarks)
   r <- add_results(r, remarks)
   r$remarks <- remarks$all()
   if (joined$length == 0 && is.null(r$solutions))
@@ -62,19 +63,22 @@ add_draws <- function(r, data, remarks) {
   draws <- r$joined$draws
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, derived, NULL)
   if (dim(draws)[3] > 0) draws <- add_formula_draws(m, draws, asked, remarks)
-  visits <- model_visits(m, r$chains, moves_between_models(analysis_of(r$place)))
+  visits <- model_visits(m, models_in_use(r$chains, r$joined), moves_between_models(analysis_of(r$place)))
+  if (r$sampler$exact) visits <- model_probabilities(visits, r$sampler$weights)
   if (!is.null(visits)) draws <- bind_names(draws, dimension_draws(m, r$chains, r$joined$used, r$joined$length))
   if (dim(draws)[1] > 0) draws <- draws[, , !apply(is.na(draws), 3, all), drop = FALSE]
   asked$what <- rep("asked for in [derive]", nrow(asked))
   c(r, list(draws = draws, formulas = rbind(derived, asked), visits = visits, curves = curves_of(m, data, draws)))
 }
 
-# The table of all names, those that are fixed, those whose errors the verdict reports, and the verdict.
-add_judgement <- function(r) {
+# The table of all names, those that are fixed, those whose errors the verdict reports, WAIC, and the verdict.
+add_judgement <- function(r, remarks) {
   table <- summarise_names(r$draws)
   asked <- c(intersect(asked_formulas(r$model)$name, table$name), grep("^(h2|rg)\\[", table$name, value = TRUE))
   verdict <- verdict_of(r$place, r$model, table, asked, length(r$joined$used), r$joined$length, r$joined$rounds)
-  c(r, list(table = table, fixed_names = fixed_names(r$draws), asked = asked, verdict = verdict))
+  waic <- read_waic(r$model, r$place, r$chains, remarks)
+  verdict$lines <- c(verdict$lines, model_lines(r$visits), waic_lines(waic))
+  c(r, list(table = table, fixed_names = fixed_names(r$draws), asked = asked, waic = waic, verdict = verdict))
 }
 
 # Solutions, DIC, memberships, moves: what runs leave at their end.
@@ -82,9 +86,10 @@ add_results <- function(r, remarks) {
   solutions <- pool_solutions(r$model, r$place, r$chains, remarks)
   dic <- read_dic(r$model, r$place)
   memberships <- read_memberships(r$model, r$place)
-  moves <- if (!is.null(r$visits)) read_moves(r$model, r$place)
+  read <- if (r$sampler$exact) read_exact_moves else read_moves
+  moves <- if (!is.null(r$visits)) read(r$model, r$place)
   c(r, list(solutions = solutions, dic = dic, pooled_dic = pooled_dic(dic), memberships = memberships, moves = moves,
-            enumerated = enumerated_models(r$model, r$place)),
+            enumerated = enumerated_models(r$model, r$place, r$sampler$exact)),
     solution_tables(r$model, r$place, solutions, r$table, r$joined))
 }
 
@@ -161,7 +166,8 @@ tables_of <- function(report) {
   fixed <- report$fixed
   fixed$equation <- NULL
   segments <- do.call(rbind, lapply(report$chains, function(chain) chain$segments))
-  c(list(summary = report$table, segments = segments, fixed = fixed, dic = report$dic, memberships = report$memberships,
+  c(list(summary = report$table, segments = segments, fixed = fixed, waic = report$waic$table,
+         waic_units = waic_of_each_unit(report$waic), dic = report$dic, memberships = report$memberships,
          curves = report$curves, models = report$visits$visits, transitions = report$visits$transitions,
          moves = report$moves, enumerated = report$enumerated),
     effects)

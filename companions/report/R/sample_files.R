@@ -1,7 +1,7 @@
 # The sample files of one segment. A file may end in half a row, or in half a round, while the chain runs or when it was
 # killed: only whole rows of whole rounds are used.
 
-# Lines that end in a newline. `cut`: whether a started line was left out.
+# Lines that end in a newline.
 whole_lines <- function(path) {
   if (!file.exists(path) || file.size(path) == 0) return(character(0))
   lines <- readLines(path, warn = FALSE, skipNul = TRUE)
@@ -51,6 +51,8 @@ read_segment <- function(m, path, analysis) {
   parts <- Filter(Negate(is.null), parts)
   rounds <- if (length(parts) > 0) parts[[1]]$round else if (is.null(fit)) numeric(0) else fit[, 1]
   n <- min(length(rounds), vapply(parts, function(p) length(p$round), 1))
+  # a killed chain between models may lack the row of `py`, and with it the model, of its last samples
+  if (moves_between_models(analysis)) n <- min(n, match(NA, match(rounds, fit[, 1]), n + 1L) - 1L)
   rounds <- rounds[seq_len(n)]
   values <- lapply(parts, function(p) p$values[seq_len(n), , drop = FALSE])
   at <- match(rounds, fit[, 1])

@@ -57,6 +57,23 @@ error_lines <- function(table, asked) {
   paste0(rows$name, " ", text(rows$mean, 4), ", SD ", text(rows$sd, 4), ", Monte Carlo error ", text(rows$mcse, 2), ".")
 }
 
+# The models of at least a tenth of the posterior probability, at most four.
+model_lines <- function(visits) {
+  v <- visits$visits
+  if (is.null(v$posterior_probability)) return(character(0))
+  v <- utils::head(v[v$posterior_probability >= 0.1, ], 4)
+  error <- ifelse(is.na(v$mcse), "", paste0(", Monte Carlo error ", vapply(v$mcse, number_text, "", digits = 2)))
+  paste0("Model ", v$model, ": posterior probability ", vapply(v$posterior_probability, number_text, ""), error, ".")
+}
+
+waic_lines <- function(waic) {
+  if (is.null(waic)) return(character(0))
+  w <- whole_waic(waic)
+  if (!is.finite(w$elpd_waic)) return("No WAIC: some unit of the data has no log density.")
+  paste0("elpd_waic ", number_text(w$elpd_waic, 6), ", standard error ", number_text(w$se), "; p_waic ",
+         number_text(w$p_waic), ".")
+}
+
 number_text <- function(x, digits = 4) {
   if (!is.finite(x)) return("")
   format(signif(x, digits), scientific = abs(x) >= 1e7 || (x != 0 && abs(x) < 1e-5), trim = TRUE)
