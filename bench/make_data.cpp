@@ -5,7 +5,8 @@
 // herdyear, sex, age, litter when there are litters, y1..yn), truth.csv (animal,
 // true breeding value of each trait) and model.toml, the description that fits
 // them. With test days: one trait milk on days 5 to 305, breeding values and
-// permanent environment as curves of three normalised Legendre coefficients.
+// permanent environment as curves of three normalised Legendre coefficients. With
+// periods: a disease by animal and period, which some of the animals can't get.
 //
 // Breeding values: founders N(0, G); others half the parents' sum plus a
 // Mendelian deviate N(0, (1 - (F_s + F_d)/2) G / 2), inbreeding left out, since
@@ -38,13 +39,20 @@ struct sizes {
   bool testdays = false;                // test-day records of one trait with curves in place of values
   bool animal_model = true;             // the model has a pedigree factor of the animals
   double missing = 0.0;                 // share of missing observations, traits 2 and up
-  std::string analysis = "solve";
+  double censored = 0.0;                // share of records that end the last trait at a limit below its value
+  bool maternal = false;                // direct and maternal effects of one pedigree factor on one trait
+  bool mixture = false;                 // a third of the records of the only trait is shifted
+  std::int64_t periods = 0;             // of each animal, in the data of a cure model; 0: another model
+  int values() const { return maternal ? 2 : traits; } // of each animal
+  std::string analysis = "solve", sampler;             // of the model description; sampler: none named
   std::int64_t rounds = 2000, burnin = 0, interval = 1;
   std::string into = ".";
 };
 
 constexpr double genetic_variance = 40.0, residual_variance = 60.0;
 constexpr double litter_variance = 15.0;
+constexpr double maternal_scale = 0.8; // of the second value of a dam
+constexpr double mixture_shift = 40.0;
 constexpr std::array<double, 3> curve_variances = {10.0, 3.0, 1.0}; // of the Legendre coefficients
 constexpr double first_day = 5.0, last_day = 305.0;
 constexpr double genetic_correlation = 0.5, residual_correlation = 0.2;
@@ -88,7 +96,7 @@ struct pedigree {
 pedigree make_pedigree(const sizes& s, normal_source& source) {
   pedigree p;
   const auto n = static_cast<std::size_t>(s.animals);
-  const auto traits = static_cast<std::size_t>(s.traits);
+  const auto traits = static_cast<std::size_t>(s.values());
   p.sire.resize(n);
   p.dam.resize(n);
   p.value.resize(n * traits);
@@ -97,7 +105,7 @@ pedigree make_pedigree(const sizes& s, normal_source& source) {
     const std::int64_t before = static_cast<std::int64_t>(i) / block - 1;
     double* own = &p.value[i * traits];
     if (before < 0) {
-      draw(source, genetic_variance, genetic_correlation, own, s.traits);
+      draw(source, genetic_variance, genetic_correlation, own, s.values());
       continue;
     }
     const std::int64_t first = before * block;
@@ -110,7 +118,7 @@ pedigree make_pedigree(const sizes& s, normal_source& source) {
       p.sire[i] = first + source.below(males) + 1;
       p.dam[i] = first + males + source.below(block - males) + 1;
     }
-    draw(source, genetic_variance / 2, genetic_correlation, own, s.traits);
+    draw(source, genetic_variance / 2, genetic_correlation, own, s.values());
     for (std::size_t t = 0; t < traits; ++t)
       own[t] += 0.5 * (p.value[static_cast<std::size_t>(p.sire[i] - 1) * traits + t] +
                        p.value[static_cast<std::size_t>(p.dam[i] - 1) * traits + t]);
@@ -122,14 +130,14 @@ void write_pedigree(const sizes& s, const pedigree& p) {
   const output file = create(s, "pedigree.csv"), truth = create(s, "truth.csv");
   fmt::print(file.get(), "animal,sire,dam\n");
   fmt::print(truth.get(), "animal");
-  for (int t = 1; t <= s.traits; ++t) fmt::print(truth.get(), ",a{}", t);
+  for (int t = 1; t <= s.values(); ++t) fmt::print(truth.get(), ",a{}", t);
   fmt::print(truth.get(), "\n");
   for (std::size_t i = 0; i < p.sire.size(); ++i) {
     fmt::print(file.get(), "{},{},{}\n", i + 1, p.sire[i], p.dam[i]);
     fmt::print(truth.get(), "{}", i + 1);
-    for (int t = 0; t < s.traits; ++t)
+    for (int t = 0; t < s.values(); ++t)
       fmt::print(truth.get(), ",{:.5f}",
-                 p.value[i * static_cast<std::size_t>(s.traits) + static_cast<std::size_t>(t)]);
+                 p.value[i * static_cast<std::size_t>(s.values()) + static_cast<std::size_t>(t)]);
     fmt::print(truth.get(), "\n");
   }
 }
@@ -173,6 +181,23 @@ void write_testdays(const sizes& s, const pedigree& p, normal_source& source) {
   }
 }
 
+// A disease by animal and period until it comes; a third of the animals can't get it.
+void write_periods(const sizes& s, const pedigree& p, normal_source& source) {
+  const output file = create(s, "data.csv");
+  fmt::print(file.get(), "animal,period,herdyear,ill\n");
+  for (std::int64_t r = 0; r < s.records; ++r) {
+    const auto animal = static_cast<std::size_t>(s.animals - 1 - r % s.animals);
+    const std::int64_t herdyear = source.below(s.herds);
+    const bool can_fall_ill = source.uniform() < 2.0 / 3.0;
+    bool ill = false;
+    for (std::int64_t period = 1; period <= s.periods && !ill; ++period) {
+      const double liability = p.value[animal] / std::sqrt(2 * genetic_variance) - 0.5 + source.normal();
+      ill = can_fall_ill && liability > 0;
+      fmt::print(file.get(), "{},{},{},{}\n", animal + 1, period, herdyear + 1, ill ? 1 : 0);
+    }
+  }
+}
+
 // Categories of equal width over most of the last trait's values.
 int category(const sizes& s, double y) {
   const double center = 200.0 + 10.0 * (s.traits - 1) + 2.0 + 0.7 * 25.0;
@@ -181,10 +206,19 @@ int category(const sizes& s, double y) {
   return std::clamp(k, 1, s.categories) - (s.categories == 2 ? 1 : 0);
 }
 
+// The dam's effect on her progeny; the shift of a record of the second distribution.
+double further_parts(const sizes& s, const pedigree& p, std::int64_t dam, normal_source& source) {
+  double sum = 0;
+  if (s.maternal && dam > 0) sum += maternal_scale * p.value[static_cast<std::size_t>(2 * dam - 1)];
+  if (s.mixture && source.below(3) == 0) sum += mixture_shift;
+  return sum;
+}
+
 // Records go to the youngest animals, and again when there are more of them.
 void write_records(const sizes& s, const pedigree& p, normal_source& source) {
   const output file = create(s, "data.csv");
-  fmt::print(file.get(), "animal,herdyear,sex,age{}", s.litters > 0 ? ",litter" : "");
+  fmt::print(file.get(), "animal,{}herdyear,sex,age{}{}", s.maternal ? "dam," : "",
+             s.litters > 0 ? ",litter" : "", s.censored > 0 ? ",reached" : "");
   for (int c = 1; c <= s.class_effects; ++c) fmt::print(file.get(), ",c{}", c);
   for (int t = 1; t <= s.traits; ++t) fmt::print(file.get(), ",y{}", t);
   fmt::print(file.get(), "\n");
@@ -201,15 +235,21 @@ void write_records(const sizes& s, const pedigree& p, normal_source& source) {
     const double age = 20.0 + 10.0 * source.uniform();
     const std::int64_t litter = s.litters > 0 ? source.below(s.litters) : 0;
     draw(source, residual_variance, residual_correlation, residual.data(), s.traits);
-    fmt::print(file.get(), "{},{},{},{:.3f}", animal + 1, herdyear + 1, sex == 0 ? "F" : "M", age);
+    const std::int64_t dam = p.dam[static_cast<std::size_t>(animal)];
+    fmt::print(file.get(), "{},", animal + 1);
+    if (s.maternal) fmt::print(file.get(), "{},", dam > 0 ? fmt::format("{}", dam) : "NA");
+    fmt::print(file.get(), "{},{},{:.3f}", herdyear + 1, sex == 0 ? "F" : "M", age);
     if (s.litters > 0) fmt::print(file.get(), ",{}", litter + 1);
+    const bool cut = s.censored > 0 && source.uniform() < s.censored;
+    if (s.censored > 0) fmt::print(file.get(), ",{}", cut ? 0 : 1);
     for (int c = 0; c < s.class_effects; ++c) fmt::print(file.get(), ",{}", source.below(50) + 1);
     for (int t = 0; t < s.traits; ++t) {
       const double y = 200.0 + 10.0 * t + herd[static_cast<std::size_t>(herdyear * s.traits + t)] +
                        4.0 * static_cast<double>(sex) + 0.7 * age +
                        (s.litters > 0 ? common[static_cast<std::size_t>(litter * s.traits + t)] : 0.0) +
-                       p.value[static_cast<std::size_t>(animal * s.traits + t)] +
-                       residual[static_cast<std::size_t>(t)];
+                       p.value[static_cast<std::size_t>(animal * s.values() + t)] +
+                       residual[static_cast<std::size_t>(t)] + further_parts(s, p, dam, source) -
+                       (cut && t == s.traits - 1 ? 10.0 * source.uniform() : 0.0);
       if (t > 0 && source.uniform() < s.missing)
         fmt::print(file.get(), ",NA");
       else if (s.categories > 0 && t == s.traits - 1)
@@ -241,6 +281,29 @@ void write_run(std::FILE* file, const sizes& s, const std::string& residual) {
              "[residual]\nstart = {}\n\n[run]\nanalysis = \"{}\"\nburnin   = {}\nrounds   = {}\n"
              "interval = {}\nseeds    = [1201, 707]\n",
              residual, s.analysis, s.burnin, s.rounds, s.interval);
+  if (!s.sampler.empty()) fmt::print(file, "sampler  = \"{}\"\n", s.sampler);
+}
+
+void write_maternal_model(std::FILE* file, const sizes& s) {
+  fmt::print(file, "order = [\"y1.animal\", \"y1.dam\"]\nstart = [[40, 16], [16, 25.6]]\n\n[trait.y1]\n"
+                   "formula = \"herdyear + sex + (1 | animal | animal) + (1 | animal | dam)\"\n\n");
+  write_run(file, s, "60.0");
+}
+
+void write_mixture_model(std::FILE* file, const sizes& s) {
+  fmt::print(file,
+             "start = 40.0\n\n[trait.y1]\nformula = \"herdyear + sex + shift(second) + (1 | animal)\"\n\n"
+             "[trait.second]\nkind = \"indicator\"\nformula = \"1\"\n"
+             "first = {{ upper = 0.3, of = \"y1\" }}\n\n");
+  write_run(file, s, "[[60, 0], [0, 1]]");
+}
+
+void write_cure_model(std::FILE* file, const sizes& s) {
+  fmt::print(file,
+             "start = 0.5\n\n[trait.ill]\nkind = \"sequence\"\nsubject = \"animal\"\nposition = \"period\"\n"
+             "formula = \"herdyear + (1 | animal)\"\n\n[trait.susceptible]\nkind = \"cured\"\nof = \"ill\"\n"
+             "formula = \"1\"\n\n");
+  write_run(file, s, "[[1, 0], [0, 1]]");
 }
 
 void write_model(const sizes& s) {
@@ -261,6 +324,9 @@ void write_model(const sizes& s) {
     write_run(file.get(), s, "4.0");
     return;
   }
+  if (s.maternal) return write_maternal_model(file.get(), s);
+  if (s.mixture) return write_mixture_model(file.get(), s);
+  if (s.periods > 0) return write_cure_model(file.get(), s);
   if (s.animal_model)
     fmt::print(file.get(), "start = {}\n\n",
                square(s.traits, genetic_variance, genetic_correlation, s.categories == 2 ? 0.5 : 0.0));
@@ -275,6 +341,8 @@ void write_model(const sizes& s) {
                s.animal_model ? " + (1 | animal)" : "", s.litters > 0 ? " + (1 | litter)" : "");
     if (s.categories == 2 && t == s.traits) fmt::print(file.get(), "kind = \"binary\"\n");
     if (s.categories > 2 && t == s.traits) fmt::print(file.get(), "kind = \"ordered\"\n");
+    if (s.censored > 0 && t == s.traits)
+      fmt::print(file.get(), "kind = \"censored\"\nlimits = {{ event = \"reached\" }}\n");
     fmt::print(file.get(), "\n");
   }
   if (s.age) fmt::print(file.get(), "[covariable.age]\ncenter = true\n\n");
@@ -309,7 +377,15 @@ int main(int argc, char** argv) {
   app.add_flag("!--no-pedigree", s.animal_model, "leave the animals out of the model description");
   app.add_option("--missing", s.missing, "share of missing values, traits 2 and up")
       ->check(CLI::Range(0.0, 0.9));
+  app.add_option("--censored", s.censored, "share of values of the last trait that are cut on the right")
+      ->check(CLI::Range(0.0, 0.9));
+  app.add_flag("--maternal", s.maternal, "direct and maternal effects on one trait");
+  app.add_flag("--mixture", s.mixture, "one trait whose records come from two distributions");
+  app.add_option("--periods", s.periods, "periods of each animal in a cure model; 0: another model")
+      ->check(CLI::Range(0, 1000));
   app.add_option("--analysis", s.analysis, "analysis of the model description");
+  app.add_option("--sampler", s.sampler, "sampler of the model description")
+      ->check(CLI::IsMember({"exact", "classic"}));
   app.add_option("--burnin", s.burnin, "rounds of burn-in of the model description");
   app.add_option("--rounds", s.rounds, "rounds of the model description");
   app.add_option("--interval", s.interval, "sampling interval of the model description");
@@ -322,6 +398,8 @@ int main(int argc, char** argv) {
     write_pedigree(s, p);
     if (s.testdays)
       write_testdays(s, p, source);
+    else if (s.periods > 0)
+      write_periods(s, p, source);
     else
       write_records(s, p, source);
     write_model(s);

@@ -21,7 +21,6 @@ struct density_store {
 
 // Takes x of unit u (1-based) into the sums of sample number store.samples.
 inline void add_density(density_store& store, std::int64_t u, double x) {
-  const auto n = static_cast<double>(store.samples);
   if (store.samples == 1) {
     store.top(u) = x;
     store.sum(u) = 1.0;
@@ -29,14 +28,15 @@ inline void add_density(density_store& store, std::int64_t u, double x) {
     store.ss(u) = 0.0;
     return;
   }
-  if (x <= store.top(u)) {
-    store.sum(u) += std::exp(x - store.top(u));
+  const double above = x - store.top(u), smaller = std::exp(-std::fabs(above));
+  if (above <= 0) {
+    store.sum(u) += smaller;
   } else {
-    store.sum(u) = store.sum(u) * std::exp(store.top(u) - x) + 1.0;
+    store.sum(u) = store.sum(u) * smaller + 1.0;
     store.top(u) = x;
   }
   const double d = x - store.mean(u);
-  store.mean(u) += d / n;
+  store.mean(u) += d / static_cast<double>(store.samples);
   store.ss(u) += d * (x - store.mean(u));
 }
 

@@ -2,6 +2,7 @@
 
 #include "gibbs/scan/scan_records.h"
 #include "listing/listing_rows.h"
+#include "numerics/column_view.h"
 #include "numerics/growing_rows.h"
 #include "numerics/truncated_normals.h"
 
@@ -43,10 +44,11 @@ std::int32_t exact_traits(const model_records& m, const design_store& d, std::in
   return mask;
 }
 
-density_form& form_of(scan_records& r, std::int32_t exact, std::int32_t latent) {
+// Index of the form, from 0.
+std::int32_t form_index(scan_records& r, std::int32_t exact, std::int32_t latent) {
   std::vector<density_form>& forms = r.work.density.forms;
-  for (density_form& x : forms)
-    if (x.exact == exact && x.latent == latent) return x;
+  for (std::size_t k = 0; k < forms.size(); ++k)
+    if (forms[k].exact == exact && forms[k].latent == latent) return static_cast<std::int32_t>(k);
   density_form& x = append_row(r.report, forms, "forms", routine);
   x.exact = exact;
   x.latent = latent;
@@ -61,7 +63,11 @@ density_form& form_of(scan_records& r, std::int32_t exact, std::int32_t latent) 
     allocate(r.report, c.coefficient, "coefficient", routine, g, l);
     allocate(r.report, c.covariance, "covariance", routine, l, l);
   }
-  return x;
+  return static_cast<std::int32_t>(forms.size()) - 1;
+}
+
+density_form& form_of(scan_records& r, std::int32_t exact, std::int32_t latent) {
+  return r.work.density.forms[static_cast<std::size_t>(form_index(r, exact, latent))];
 }
 
 // R of group h swept on the exact traits.
@@ -83,6 +89,12 @@ void prepare_group(scan_records& r, const density_form& x, density_conditional& 
           covariance_given(given, x.l[i], x.l[k]);
   }
   c.prepared = true;
+}
+
+const density_conditional& conditional_of(scan_records& r, density_form& form, std::int32_t h) {
+  density_conditional& c = form.groups[static_cast<std::size_t>(h - 1)];
+  if (!c.prepared) prepare_group(r, form, c, h);
+  return c;
 }
 
 // Bounds of y_t that its observation allows; on: component of an indicator.
@@ -127,16 +139,14 @@ void bounds_of(const scan_records& r, std::int32_t irec, std::int32_t t, bool on
 double log_density_in(scan_records& r, std::int32_t irec, density_form& form, std::int32_t h,
                       std::uint32_t components, std::int32_t points) {
   density_work& work = r.work.density;
-  density_conditional& c = form.groups[static_cast<std::size_t>(h - 1)];
-  if (!c.prepared) prepare_group(r, form, c, h);
+  const density_conditional& c = conditional_of(r, form, h);
   double quadratic = 0;
   for (std::size_t i = 0; i < form.g.size(); ++i)
     for (std::size_t j = 0; j < form.g.size(); ++j)
       quadratic += work.e(form.g[i]) * work.e(form.g[j]) *
                    c.inverse(static_cast<std::int64_t>(i) + 1, static_cast<std::int64_t>(j) + 1);
   double log_p = c.log_constant - 0.5 * quadratic;
-  if (r.work.values.weighted)
-    for (const std::int32_t t : form.g) log_p += std::log(root_weight(r, t, irec));
+  if (r.work.values.weighted) log_p += work.log_roots(irec);
   const auto n = static_cast<std::int32_t>(form.l.size());
   for (std::int32_t k = 1; k <= n; ++k) {
     const std::int32_t t = form.l[static_cast<std::size_t>(k - 1)];
@@ -232,6 +242,64 @@ double sequence_density(scan_records& r, const directives& asked, std::int32_t f
   return total;
 }
 
+// Log p of record irec by its kept residuals; all its present traits are seen exactly.
+double seen_density(scan_records& r, std::int32_t irec, std::int32_t form) {
+  density_work& work = r.work.density;
+  const mat<double>& E = *r.work.values.kept;
+  density_form& x = work.forms[static_cast<std::size_t>(form)];
+  const density_conditional& c = conditional_of(r, x, r.design.IRESG_M(irec));
+  double quadratic = 0; // e'R^-1 e
+  const auto n = static_cast<std::int64_t>(x.g.size());
+  for (std::int64_t i = 1; i <= n; ++i) {
+    const std::int32_t t = x.g[static_cast<std::size_t>(i - 1)];
+    const double e = root_weight(r, t, irec) * E(irec, t);
+    double row = 0;
+    for (std::int64_t j = 1; j < i; ++j) row += c.inverse(i, j) * work.e(j);
+    quadratic += e * (c.inverse(i, i) * e + 2.0 * row);
+    work.e(i) = e;
+  }
+  const double log_p = c.log_constant - 0.5 * quadratic;
+  return r.work.values.weighted ? log_p + work.log_roots(irec) : log_p;
+}
+
+// The records one by one, none of a sequence; returns the sum.
+double score_records(scan_records& r, const directives& asked) {
+  const density_work& work = r.work.density;
+  const bool kept = r.work.values.kept != nullptr;
+  density_store& store = r.sampler.density;
+  double sum = 0;
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    const std::int32_t form = kept ? work.seen_form(irec) : -1;
+    const double x = form >= 0 ? seen_density(r, irec, form) : record_density(r, asked, irec);
+    add_density(store, irec, x);
+    sum += x;
+  }
+  return sum;
+}
+
+// The same for records of one trait without missing values, groups or weights.
+double score_single(scan_records& r) {
+  density_store& store = r.sampler.density;
+  const density_conditional& c = conditional_of(r, r.work.density.forms.front(), 1);
+  const column_view<const double> e = col_of(*r.work.values.kept, 1);
+  const double constant = c.log_constant, half_inverse = 0.5 * c.inverse(1, 1);
+  double sum = 0;
+  for (std::int64_t i = 0; i < r.design.nobs; ++i) {
+    const double x = constant - half_inverse * e[i] * e[i];
+    add_density(store, i + 1, x);
+    sum += x;
+  }
+  return sum;
+}
+
+// log of the product of the roots of the weights of its traits seen exactly
+double log_roots_of(const scan_records& r, std::int32_t irec, std::int32_t exact) {
+  double sum = 0;
+  for (std::int32_t t = 1; t <= r.model.nt; ++t)
+    if (trait_present(exact, t, r.model.nt)) sum += std::log(root_weight(r, t, irec));
+  return sum;
+}
+
 // Calls take(first, last) for each unit in order.
 template <class Take> void for_each_unit(const design_store& d, Take&& take) {
   std::int32_t first = 1;
@@ -256,12 +324,20 @@ void prepare_densities(scan_records& r, const directives& asked) {
   work.can_fail.fill(1);
   for (std::int32_t t = 1; t <= nt; ++t)
     if (r.model.MODEL(t).TRAIT_TYPE == trait_cured) work.cured.push_back(t);
+  if (r.work.values.weighted) allocate(r.report, work.log_roots, "log_roots", routine, r.design.nobs);
+  allocate(r.report, work.seen_form, "seen_form", routine, r.design.nobs);
   int most = 0;
+  bool all_seen = true;
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
-    work.exact(irec) = exact_traits(r.model, r.design, irec);
-    most =
-        std::max(most, std::popcount(static_cast<std::uint32_t>(r.design.ISIT_M(irec) & ~work.exact(irec))));
+    const std::int32_t exact = exact_traits(r.model, r.design, irec), latent = r.design.ISIT_M(irec) & ~exact;
+    work.exact(irec) = exact;
+    work.seen_form(irec) = latent == 0 ? form_index(r, exact, 0) : -1;
+    all_seen = all_seen && latent == 0;
+    if (r.work.values.weighted) work.log_roots(irec) = log_roots_of(r, irec, exact);
+    most = std::max(most, std::popcount(static_cast<std::uint32_t>(latent)));
   }
+  work.single = nt == 1 && all_seen && work.forms.size() == 1 && work.forms[0].exact != 0 &&
+                r.sampler.G == 1 && !r.work.values.weighted;
   density_store& store = r.sampler.density;
   std::int64_t units = 0;
   for_each_unit(r.design, [&](std::int32_t, std::int32_t) { ++units; });
@@ -285,13 +361,16 @@ double score_units(scan_records& r, const directives& asked) {
     for (density_conditional& c : form.groups) c.prepared = false;
   ++store.samples;
   double sum = 0;
-  std::int64_t u = 0;
-  for_each_unit(r.design, [&](std::int32_t first, std::int32_t last) {
-    const double x =
-        r.design.SEQ_M.allocated() ? sequence_density(r, asked, first, last) : record_density(r, asked, last);
-    add_density(store, ++u, x);
-    sum += x;
-  });
+  if (r.design.SEQ_M.allocated()) {
+    std::int64_t u = 0;
+    for_each_unit(r.design, [&](std::int32_t first, std::int32_t last) {
+      const double x = sequence_density(r, asked, first, last);
+      add_density(store, ++u, x);
+      sum += x;
+    });
+  } else {
+    sum = r.work.density.single && r.work.values.kept != nullptr ? score_single(r) : score_records(r, asked);
+  }
   store.total += sum;
   return -sum;
 }

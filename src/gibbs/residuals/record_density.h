@@ -34,6 +34,9 @@ struct density_form {
 
 struct density_work {
   vec<std::int32_t> exact;         // nobs: mask of the traits seen exactly
+  vec<std::int32_t> seen_form;     // nobs: form of a record without latent values, from 0; -1: another record
+  vec<double> log_roots;           // nobs, with weights: sum of log w^1/2 over the traits seen exactly
+  bool single = false;             // all records: one trait, seen, without weights or groups
   std::vector<density_form> forms; // found as they are needed
   residual_conditional given;
   box_work box;

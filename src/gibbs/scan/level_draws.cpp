@@ -171,33 +171,39 @@ void fetch_related(const level_walk& w, std::int64_t first, std::int64_t last) {
   for (std::int64_t node = first; node < last; ++node) __builtin_prefetch(&w.sol[col[node] * w.stride]);
 }
 
-// y(place) += R^-1(t,t') z_i z_k change(k) for links from..to-1 of a level, whose coefficients or groups move
+// The levels that each level of the group has met before it, for the walk: levels from 0.
+struct met_levels {
+  column_view<const std::int64_t> first; // links of level l: first[l] .. first[l+1] - 1
+  const level_link* links = nullptr;     // null: coefficients or groups move
+  const double* inverse = nullptr;       // of their elements
+};
+
+// x(place) -= R^-1(t,t') z_i z_k change(k) for links from..to-1 of a level, whose coefficients or groups move
 template <int n>
-[[gnu::noinline]] void add_moving_links(const level_walk& w, std::int64_t from, std::int64_t to, double* y) {
+[[gnu::noinline]] void take_moving(const level_walk& w, std::int64_t from, std::int64_t to, double* x) {
   for (std::int64_t k = from; k < to; ++k) {
     const moving_link& link = w.meetings->moving[static_cast<std::size_t>(k)];
     if (link.place < n)
-      y[link.place] += moving_value(link, *w.design, *w.sampler, w.weighted) * w.change[link.row];
+      x[link.place] -= moving_value(link, *w.design, *w.sampler, w.weighted) * w.change[link.row];
   }
 }
 
-// x less what the levels before level l (from 0) that it meets in a record have changed; summed apart, so
-// that x stays in registers
-template <int n> inline void take_meetings(const level_walk& w, std::int64_t l, double (&x)[n]) {
-  const group_meetings& met = *w.meetings;
-  const std::int64_t from = met.first(l + 1), to = met.first(l + 2);
-  if (from == to) return;
-  double y[n] = {};
-  if (met.moving.empty()) {
-    for (std::int64_t k = from; k < to; ++k) {
-      const level_link& link = met.links[static_cast<std::size_t>(k)];
-      if (link.place < n)
-        y[link.place] += met.inverse[static_cast<std::size_t>(link.element)] * link.v * w.change[link.row];
-    }
-  } else {
-    add_moving_links<n>(w, from, to, y);
+// x less what the levels before level l (from 0) that it meets in a record have changed
+template <int n>
+inline void take_meetings(const level_walk& w, const met_levels& met, std::int64_t l, double (&x)[n]) {
+  const std::int64_t from = met.first[l], to = met.first[l + 1];
+  if (met.links == nullptr && from != to) {
+    double moved[n]; // a copy, so that x stays in registers
+    for (int i = 0; i < n; ++i) moved[i] = x[i];
+    take_moving<n>(w, from, to, moved);
+    for (int i = 0; i < n; ++i) x[i] = moved[i];
+    return;
   }
-  for (int i = 0; i < n; ++i) x[i] -= y[i];
+  for (std::int64_t k = from; k < to; ++k) {
+    const level_link& link = met.links[k];
+    const double part = met.inverse[link.element] * link.v * w.change[link.row];
+    for (int i = 0; i < n; ++i) x[i] -= link.place == i ? part : 0.0; // x[place] would be in memory
+  }
 }
 
 // The draws of one batch in the order of the levels, for level l of n equations, u its solutions:
@@ -233,6 +239,14 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
     col = view_of(w.links->col);
     val = view_of(w.links->val);
   }
+  met_levels before_level;
+  if constexpr (met) {
+    before_level.first = view_of(w.meetings->first);
+    if (w.meetings->moving.empty()) {
+      before_level.links = w.meetings->links.data();
+      before_level.inverse = w.meetings->inverse.data();
+    }
+  }
   double G[n][n], sums[packed_of(n)]; // copies that no store through a pointer can change
   for (int i = 0; i < n; ++i)
     for (int j = 0; j < n; ++j) G[i][j] = w.G[i][j];
@@ -255,7 +269,7 @@ void draw_batch(const level_walk& w, const level_batch<n>& b, std::int64_t from,
       for (int k = 0; k < packed_of(n); ++k) L[k] = b.L[k][l];
       a = diag ? diag[l] : 1.0;
     }
-    if constexpr (met) take_meetings<n>(w, from + l, x);
+    if constexpr (met) take_meetings<n>(w, before_level, from + l, x);
     if constexpr (linked) {
       double s[n] = {}; // s = sum over c < l of a(l,c) u(c), then over c > l too
       for (const std::int64_t end = at + before[l]; at < end; ++at)
@@ -404,9 +418,10 @@ void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool 
   if (form.changing) w.data_blocks = view_of(r.layout.DI_of(g));
   w.packed_stride = r.layout.DI_of(g).extent(1);
   w.meetings = meetings_of(r.work.meetings, g, r.sampler, r.work.inverses, asked);
-  if (w.meetings != nullptr) { // rows that the model in force leaves out do not change
+  if (w.meetings != nullptr) {
     w.change = part_of(fast.change, 0, w.levels * w.stride);
-    for (std::int64_t i = 0; i < w.levels * w.stride; ++i) w.change[i] = 0.0;
+    if (w.stride != n) // rows that the model in force leaves out do not change
+      std::fill_n(w.change.unchecked(), w.levels * w.stride, 0.0);
     w.design = &r.design;
     w.sampler = &r.sampler;
     w.weighted = r.work.values.weighted;

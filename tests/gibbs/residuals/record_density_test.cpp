@@ -1,4 +1,5 @@
-// Densities of records against Simpson's rule on the joint normal density of all present traits.
+// Densities of records against Simpson's rule on the joint normal density of all present traits, from the
+// records' entries and from residuals that the scan has kept.
 #include "gibbs/residuals/record_density.h"
 
 #include "gibbs/prior_case.h"
@@ -100,7 +101,22 @@ struct density_case : prior_case {
       total += out.back();
     }
     EXPECT_NEAR(sum, -total, 1e-12 * std::fabs(total));
+    expect_the_same_from_residuals(all, out);
     return out;
+  }
+  // From residuals that the scan has kept in place of the records' entries.
+  void expect_the_same_from_residuals(scan_records& all, const std::vector<double>& from_entries) {
+    mat<double> E;
+    allocate(all.report, E, "E", "density_case", design.nobs, m.nt);
+    for (std::int32_t irec = 1; irec <= design.nobs; ++irec)
+      for (std::int32_t t = 1; t <= m.nt; ++t) E(irec, t) = residual(irec, t) / root(irec, t);
+    values_from_residuals(work.values, E);
+    s.density.samples = 0;
+    score_units(all, f.asked);
+    for (std::size_t u = 0; u < from_entries.size(); ++u)
+      EXPECT_NEAR(s.density.mean(static_cast<std::int64_t>(u) + 1), from_entries[u],
+                  1e-11 * std::fabs(from_entries[u]));
+    values_from_entries(work.values);
   }
 };
 
@@ -151,6 +167,53 @@ TEST(score_units, integrates_censored_and_binary_values_given_gaussian_ones) {
   ASSERT_EQ(scored.size(), logs.size());
   for (std::size_t i = 0; i < logs.size(); ++i)
     EXPECT_NEAR(scored[i], logs[i], tolerances[i]) << "record " << i + 1;
+}
+
+// ---- Gaussian traits alone: one by the closed form, three with weights and missing values by the dense density
+
+TEST(score_units, are_normal_log_densities_of_one_trait) {
+  density_case c(prior_description({1}, 8, 3, {1.7}));
+  for (std::int32_t r = 1; r <= 8; ++r) c.entry(r, 1, 1, 1 + r % 3, 1, 1.0);
+  c.find_meetings();
+  c.set_R(dense_matrix(1, {1.7}));
+  c.draw_solutions();
+  for (std::int32_t r = 1; r <= 8; ++r) c.draw_record(r);
+  const std::vector<double> scored = c.scored();
+  for (std::int32_t r = 1; r <= 8; ++r) {
+    const double e = c.residual(r, 1);
+    EXPECT_NEAR(scored[static_cast<std::size_t>(r - 1)],
+                -0.5 * std::log(2.0 * std::acos(-1.0) * 1.7) - 0.5 * e * e / 1.7, 1e-12);
+  }
+}
+
+TEST(score_units, leave_missing_traits_out) {
+  described_model d = prior_description({1, 1, 1}, 12, 3, {1.2, 0.5, 0.6, 0.5, 1, 0.4, 0.6, 0.4, 1});
+  for (described_trait& t : d.traits) t.weight_place = 4;
+  density_case c(d);
+  for (std::int32_t r = 1; r <= 12; ++r) {
+    c.observe(r, 1 + r % 7);
+    for (std::int32_t t = 1; t <= 3; ++t) {
+      c.weigh(r, t, 0.75F + 0.125F * static_cast<float>((r + t) % 4));
+      if (trait_present(c.design.ISIT_M(r), t, 3)) c.entry(r, t, 1, 1 + r % 3, t, 1.0);
+    }
+  }
+  c.find_meetings();
+  c.set_R(dense_matrix(3, {1.2, 0.5, 0.6, 0.5, 1, 0.4, 0.6, 0.4, 1}));
+  c.draw_solutions();
+  std::vector<double> logs;
+  for (std::int32_t r = 1; r <= 12; ++r) {
+    c.draw_record(r);
+    std::vector<present_trait> traits;
+    double jacobian = 1;
+    for (std::int32_t t = 1; t <= 3; ++t) {
+      if (!trait_present(c.design.ISIT_M(r), t, 3)) continue;
+      traits.push_back(c.seen(r, t));
+      jacobian *= c.root(r, t);
+    }
+    logs.push_back(std::log(jacobian * density_by_rule(c.R_of(), traits)));
+  }
+  const std::vector<double> scored = c.scored();
+  for (std::size_t i = 0; i < logs.size(); ++i) EXPECT_NEAR(scored[i], logs[i], 1e-11);
 }
 
 // ---- mixtures: the sum over both components, each with its own residual matrix
