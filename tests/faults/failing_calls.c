@@ -1,6 +1,6 @@
 // Preloaded into a program under test: one of its calls of the system fails. The
 // environment says which:
-//   FAULT_KIND   write, full, close, rename, open, read, storage, fork
+//   FAULT_KIND   write, full, close, rename, open, sync, read, storage, fork
 //   FAULT_AT     the number of the call that fails, from 1; 0: none
 //   FAULT_COUNT  a file that takes the number of calls made, at the end of main
 //
@@ -9,6 +9,7 @@
 //   close    the closing of a plain file that was open for writing: EIO
 //   rename   EACCES
 //   open     the opening of a file for writing: EACCES
+//   sync     a file or folder brought to the device: EIO
 //   read     a read of a plain file: EIO
 //   storage  a request of storage: none is given
 //   fork     a new process: EAGAIN
@@ -91,6 +92,16 @@ int rename(const char* from, const char* to) {
     return -1;
   }
   return next(from, to);
+}
+
+int fsync(int fd) {
+  static int (*next)(int) = NULL;
+  if (!next) next = (int (*)(int))next_of("fsync");
+  if (is("sync") && fails()) {
+    errno = EIO;
+    return -1;
+  }
+  return next(fd);
 }
 
 typedef int open_function(const char*, int, ...);

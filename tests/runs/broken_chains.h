@@ -172,14 +172,17 @@ struct chain_place {
   }
 };
 
-// Kills a chain at random times and continues it, `kills` times in all. Whenever it reaches its end, its
-// files are those of the unbroken chain.
+// Kills a chain at random times, up to twice that of the unbroken one, and continues it, `kills` times in all.
+// Whenever it reaches its end, its files are those of the unbroken chain.
 inline void kill_and_continue(const chain_kind& kind, const std::string& rounds, int kills, unsigned seed) {
+  using clock = std::chrono::steady_clock;
   chain_place unbroken(kind, rounds);
+  const auto start = clock::now();
   ASSERT_EQ(unbroken.go(), 0) << unbroken.listing;
+  const long its_time = std::chrono::duration_cast<std::chrono::microseconds>(clock::now() - start).count();
   const named_files expected = unbroken.results();
   std::mt19937 random(seed);
-  std::uniform_int_distribution<long> life(3000, 60000);
+  std::uniform_int_distribution<long> life(3000, std::max(60000L, 2 * its_time));
   int left = kills, from_state = 0;
   while (left > 0) {
     chain_place broken(kind, rounds, "state 1");
