@@ -1,6 +1,6 @@
-// Each call by which a continued chain writes its files and its state fails once: the listing names the file,
-// the exit code is 16, and the state that is there, the former one or the new one, continues to the end of the
-// unbroken chain.
+// Each call by which a continued chain writes its files and its state fails once: the listing names the
+// file, the exit code is 16, and the state that is there, the former one or the new one, continues to the
+// end of the unbroken chain.
 #include "faults/small_runs.h"
 #include "support/skip_reasons.h"
 
