@@ -107,6 +107,7 @@ double log_box_probability(box_work& work, std::int32_t n, const double* mean, c
   double a = 0, b = 0;
   const double first = conditional(x, work.z.data(), 0, a, b);
   if (n == 1 || first == minus_infinity) return first;
+  if (n == 2 && x.L[1] == 0.0) return first + conditional(x, work.z.data(), 1, a, b); // independent
   return first + (n == 2 ? two_variables(x, work.z.data()) : more_variables(x, work.z.data(), points));
 }
 

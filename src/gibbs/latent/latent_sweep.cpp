@@ -181,6 +181,11 @@ void draw_between(scan_records& r, std::int32_t irec, std::int32_t t, double low
   store_latent(r.design, values, irec, t, e, low, high);
 }
 
+bool has_bounded_values(const model_records& model) {
+  return model.has_type(trait_censored) || model.has_type(trait_categorical) ||
+         model.has_type(trait_liability);
+}
+
 void draw_bounded_values(scan_records& r, std::int32_t irec) {
   for (std::int32_t t = 1; t <= r.model.nt; ++t) {
     if (!trait_present(r.design.ISIT_M(irec), t, r.model.nt)) continue;
@@ -208,12 +213,15 @@ void sweep_latent_values(scan_records& r, const directives& asked, const round_s
     r.work.sweep.log_root(h) = std::log(r.sampler.IDET_RVAR(r.model.nramat + h));
   const record_entries entries = entries_of(r, asked.analysis_type);
   const bool mixtures = r.model.has_type(trait_mixture), sequences = r.design.SEQ_M.allocated();
+  const bool bounded = has_bounded_values(r.model);
+  const vec<std::int32_t>& seen_form = r.work.density.seen_form;
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    if (!sequences && seen_form.allocated() && seen_form(irec) >= 0) continue; // no latent values
     if (mixtures || !sequences) take_record(entries, r.work.values, irec);
     if (mixtures) draw_components(r, asked, state, irec);
-    if (!sequences)
+    if (!sequences && bounded)
       draw_bounded_values(r, irec);
-    else if (r.design.SEQ_M(irec) < 0)
+    else if (sequences && r.design.SEQ_M(irec) < 0)
       draw_sequence(r, asked, state, irec);
   }
   if (mixtures || sequences) count_members(r, asked, state);

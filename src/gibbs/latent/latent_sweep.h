@@ -29,7 +29,6 @@ struct sweep_work {
   vec<double> log_root;                     // groups: -log |R| / 2
   vec<double> other;                        // nt: residuals in the component that is not in force
   residual_conditional given;               // of the last record of a sequence
-  vec<double> log_none;                     // n_cure_seq: log P(no event) at the positions
 };
 
 void allocate_sweep_work(const model_records& m, sweep_work& work, reporting& report);
@@ -46,6 +45,9 @@ void count_components(const model_records& model, const design_store& design, co
 
 // The sweep, from the combined source.
 void sweep_latent_values(scan_records& r, const directives& asked, const round_state& state);
+
+// True where the model has a trait of kind 2, 3 or 4.
+bool has_bounded_values(const model_records& model);
 
 // Draws kinds 2, 3 and 4 of record irec, whose values have been taken, and stores them.
 void draw_bounded_values(scan_records& r, std::int32_t irec);

@@ -12,6 +12,7 @@ namespace zeph {
 namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double root_half = 0.70710678118654752440;
 
 // The pair of traits of one subject: records first..last.
 struct subject_pair {
@@ -38,12 +39,29 @@ bool has_event(const design_store& d, const subject_pair& x) {
   return false;
 }
 
-// log P(no event) of record irec given its other residuals
-double log_no_event(const scan_records& r, std::int32_t irec, std::int32_t t7) {
+// z of an event in record irec given its other residuals: P(no event) = Phi(-z)
+double event_mean(const scan_records& r, std::int32_t irec, std::int32_t t7) {
   const std::int32_t h = r.design.IRESG_M(irec);
   const double m = mean_of_residual(r.work.latent, r.work.values.res.data(), r.model.nt, t7, h);
-  return log_normal_lower(-(scaled_fitted(r, irec, t7) + m) / std::sqrt(r.work.latent.variance(t7, h)));
+  return (scaled_fitted(r, irec, t7) + m) / std::sqrt(r.work.latent.variance(t7, h));
 }
+
+// Product of probabilities of no event, with one logarithm for many of them.
+struct survival {
+  static constexpr double near = 20.0, least = 1e-200; // Phi(-near) least is a number of 64 bits
+  double q = 1.0, log_part = 0.0;                      // the product is q exp(log_part)
+  void add(double z) {
+    if (!(z < near)) {
+      log_part += log_normal_lower(-z);
+      return;
+    }
+    q *= 0.5 * std::erfc(z * root_half);
+    if (q > least) return;
+    log_part += std::log(q);
+    q = 1.0;
+  }
+  double log() const { return log_part + std::log(q); }
+};
 
 // What the last record says of the pair without its liabilities of 7 and 8.
 struct last_record {
@@ -69,13 +87,14 @@ last_record describe_last(scan_records& r, const subject_pair& x) {
   return y;
 }
 
-// log of the weight of liability l of 8 in the last record, whose values are taken
+// log of the weight of liability l of 8 in the last record, whose values are taken; 0 where 8 says nothing of 7
 double log_weight(scan_records& r, const subject_pair& x, const last_record& y, double l) {
   if (!(l > 0.0) || !y.at_risk) return 0.0;
+  if (r.work.latent.coefficient(x.t8, x.t7, r.design.IRESG_M(x.last)) == 0.0) return 0.0;
   double& e8 = r.work.values.res(x.t8);
   const double kept = e8;
   e8 = l - scaled_fitted(r, x.last, x.t8);
-  const double log_p = log_no_event(r, x.last, x.t7);
+  const double log_p = log_normal_lower(-event_mean(r, x.last, x.t7));
   e8 = kept;
   return log_p - y.log_q;
 }
@@ -89,15 +108,15 @@ void store_liability(scan_records& r, const subject_pair& x, double l) {
 // Status and liability of 8 of a subject without event.
 void propose_status(scan_records& r, const directives& asked, const subject_pair& x) {
   const record_entries entries = entries_of(r, asked.analysis_type);
-  double log_q = 0; // log of the product over the positions
+  survival none; // over the positions before the last one
   for (std::int32_t i = x.first; i < x.last; ++i) {
     if (!has(r, i, x.t7)) continue;
     take_record(entries, r.work.values, i);
-    log_q += log_no_event(r, i, x.t7);
+    none.add(event_mean(r, i, x.t7));
   }
   take_record(entries, r.work.values, x.last);
   const last_record y = describe_last(r, x);
-  log_q += y.log_q;
+  const double log_q = none.log() + y.log_q;
   combined_source& source = r.sources.combined;
   const double z = y.a / std::sqrt(y.v);
   const bool before = r.design.Y_M(x.t8, x.last) > 0.0F;
@@ -110,7 +129,8 @@ void propose_status(scan_records& r, const directives& asked, const subject_pair
   const bool drawn = uniform_range(source) <= p, can = stays ? before : drawn;
   const double proposal = truncated_normal(source, can ? 0.0 : -infinity, can ? infinity : 0.0, y.a, y.v);
   const double log_ratio = log_weight(r, x, y, proposal) - (before ? log_weight(r, x, y, l) : 0.0);
-  if (!(std::log(uniform_range(source)) <= log_ratio)) return;
+  const double u = uniform_range(source); // above 0, at most 1
+  if (!(log_ratio >= 0.0) && !(std::log(u) <= log_ratio)) return;
   if (can != before) --n.records[before ? 1 : 0], ++n.records[can ? 1 : 0];
   store_liability(r, x,
                   can ? std::max(proposal, std::numeric_limits<double>::min()) : std::min(proposal, 0.0));
@@ -155,6 +175,7 @@ void draw_sequence(scan_records& r, const directives& asked, const round_state&,
     x.t7 = r.model.MODEL(x.t8).link1;
     draw_pair(r, asked, x);
   }
+  if (!has_bounded_values(r.model)) return;
   const record_entries entries = entries_of(r, asked.analysis_type);
   for (std::int32_t i = x.first; i <= last; ++i) {
     take_record(entries, r.work.values, i);

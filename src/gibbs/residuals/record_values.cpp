@@ -5,9 +5,11 @@
 namespace zeph {
 namespace {
 
-// With sampling every trait has a value in Y_M, observed or imputed; the solver has the observed ones only.
-bool imputed_or_present(const record_entries& x, std::int32_t irec, std::int32_t t, std::int32_t nt) {
-  return !solves(x.analysis_type) || trait_present(x.design.ISIT_M(irec), t, nt);
+// y of a trait that is missing in the solver, whatever Y_M holds: residual and fitted value are 0. With sampling
+// every trait has a value in Y_M, observed or imputed.
+void clear_missing(const record_entries& x, record_values& v, std::int32_t irec, std::int32_t nt) {
+  for (std::int32_t t = 1; t <= nt; ++t)
+    if (!trait_present(x.design.ISIT_M(irec), t, nt)) v.res(t) = v.fitted(t) = 0.0;
 }
 
 } // namespace
@@ -26,14 +28,13 @@ void read_record(const record_entries& x, record_values& v, std::int32_t irec) {
     add_fitted(x, irec, v.fitted.data());
     for (std::int32_t t = 1; t <= nt; ++t) v.res(t) = static_cast<double>(y(t)) - v.fitted(t);
   } else { // fitted = y - e
+    const mat<double>& E = *v.kept;
     for (std::int32_t t = 1; t <= nt; ++t) {
-      v.res(t) = (*v.kept)(irec, t);
+      v.res(t) = E(irec, t);
       v.fitted(t) = static_cast<double>(y(t)) - v.res(t);
     }
   }
-  // missing in the solver: residual and fitted value 0, whatever Y_M holds
-  for (std::int32_t t = 1; t <= nt; ++t)
-    if (!imputed_or_present(x, irec, t, nt)) v.res(t) = v.fitted(t) = 0.0;
+  if (solves(x.analysis_type)) clear_missing(x, v, irec, nt);
 }
 
 void take_record(const record_entries& x, record_values& v, std::int32_t irec) {
