@@ -2,6 +2,7 @@
 
 #include "control/sampler_file.h"
 #include "gibbs/scan/residual_body.h"
+#include "input/structures.h"
 #include "listing/stops.h"
 
 #include <string>
@@ -36,11 +37,16 @@ void refuse_directives(run& r) {
              "the whole animal model: a reduced one leaves levels out of its sum");
 }
 
-// Prior degrees of freedom of every factor of two rows and more, for analyses over models.
-void refuse_flat_priors(run& r) {
+// Structure and prior degrees of freedom of every factor of two rows and more, for analyses over models.
+void refuse_factors(run& r) {
   if (!has_several_models(r.asked.analysis_type)) return;
   for (std::int32_t k = 1; k <= r.model.nramat; ++k) {
     const std::int32_t q = r.model.RMAT(k).n_rc;
+    if (q > 1 && moves_between_models(r.asked.analysis_type) && !is_identity(r.model.RMAT(k)) &&
+        !is_pedigree(r.model.RMAT(k)))
+      refuse(r.report, "CV_STRUCT", {k},
+             r.model.RMAT(k).CV_STRUCT.substr(0, r.model.RMAT(k).CV_STRUCT.find(' ')),
+             "no structure or a pedigree for a factor whose rows come and go");
     if (q > 1 && r.asked.PDF(k) <= q + 1)
       refuse(r.report, "PDF", {k}, std::to_string(r.asked.PDF(k)),
              "above " + std::to_string(q + 1) + ": models are compared under proper priors only");
@@ -93,7 +99,7 @@ void refuse_flat_effects(run& r, std::int32_t t) {
 void begin_exact_sampler(run& r) {
   if (!r.asked.sampler.exact) return;
   refuse_directives(r);
-  refuse_flat_priors(r);
+  refuse_factors(r);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) refuse_record(r, irec);
   for (std::int32_t t = 1; t <= r.model.nt; ++t)
     if (r.model.MODEL(t).TRAIT_TYPE == trait_mixture || r.model.MODEL(t).TRAIT_TYPE == trait_cured)

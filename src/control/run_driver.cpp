@@ -171,7 +171,8 @@ void load_data(run& r) {
 // file, then start values of missing traits, one normal each.
 void start_latent_values(run& r) {
   const model_records& m = r.model;
-  if (m.has_type(trait_categorical)) SETCAT(m, r.design, r.categories, r.sources.combined, r.report);
+  if (m.has_type(trait_categorical))
+    SETCAT(m, r.design, r.categories, r.sources.combined, r.asked.sampler.exact, r.report);
   if (solves(r.asked.analysis_type)) return;
   if (!r.asked.restart || r.asked.analysis_type == analysis::predict)
     RMARIN(r.sources.marsaglia, r.asked.seed_a, r.asked.seed_b);

@@ -65,7 +65,7 @@ std::int64_t count_code(const category_store& categories, std::int32_t c, std::i
 
 // Prints the frequencies and sets thr(1..n-1) from them.
 void count_categories(const model_records& m, const design_store& design, category_store& categories,
-                      std::int32_t c, reporting& report) {
+                      std::int32_t c, bool may_be_empty, reporting& report) {
   category_record& record = categories.catstr[static_cast<std::size_t>(c - 1)];
   const std::int32_t n = record.ncat_t;
   say(report, free_row().text("       Trait").i(record.trait).str());
@@ -83,7 +83,7 @@ void count_categories(const model_records& m, const design_store& design, catego
   for (std::int32_t g = 1; g <= n; ++g) {
     const std::int64_t count = count_code(categories, c, design.nobs, g);
     say(report, free_row().i(g).i(count).str());
-    failed = failed || count == 0;
+    failed = failed || (count == 0 && !(may_be_empty && g > 1 && g < n));
     below += count;
     if (g == n) break;
     // start threshold k: Phi^-1 of the share of records in categories up to k
@@ -99,6 +99,8 @@ double scale_thresholds(category_record& record) {
   record.thr(0) = -outer_limit;
   record.thr(n) = outer_limit;
   // thr -> (thr - thr(1)) / (thr(n-1) - thr(1)): the outer two at 0 and 1; the liabilities' s.d. is then s
+  if (n > 2 && !(record.thr(n - 1) > record.thr(1))) // all inner categories are empty
+    for (std::int32_t k = 1; k < n; ++k) record.thr(k) = k;
   const double a = record.thr(1), s = 1.0 / (record.thr(n - 1) - a);
   for (std::int32_t k = 0; k <= n; ++k) record.thr(k) = (record.thr(k) - a) * s;
   record.thr(1) = 0.0;
@@ -122,11 +124,11 @@ void start_liabilities(design_store& design, const category_store& categories, s
 } // namespace
 
 void SETCAT(const model_records& m, design_store& design, category_store& categories, combined_source& source,
-            reporting& report) {
+            bool may_be_empty, reporting& report) {
   say(report, free_row().text("       Number of Category traits =").i(m.ncat).str());
   allocate_stores(m, design, categories, report);
   for (std::int32_t c = 1; c <= m.ncat; ++c) find_categories(m, design, categories, c);
-  for (std::int32_t c = 1; c <= m.ncat; ++c) count_categories(m, design, categories, c, report);
+  for (std::int32_t c = 1; c <= m.ncat; ++c) count_categories(m, design, categories, c, may_be_empty, report);
   for (std::int32_t c = 1; c <= m.ncat; ++c) {
     const double variance = scale_thresholds(categories.catstr[static_cast<std::size_t>(c - 1)]);
     start_liabilities(design, categories, c, variance, source);

@@ -14,9 +14,10 @@ namespace zeph {
 // location and scale of the liability; and a start liability for each record,
 // drawn from the combined source between its thresholds around 1/2, into Y_M.
 // Prints the frequencies. Categories that are not coded 1, 2, ..., n, each with a
-// record, stop the run after their message (code 16). With n = 2 there is one
-// inner threshold, 1.0, and the outer limits are infinite.
+// record, stop the run after their message (code 16); may_be_empty: the first and the
+// last one need a record. With n = 2 there is one inner threshold, 1.0, and the outer
+// limits are infinite.
 void SETCAT(const model_records& m, design_store& design, category_store& categories, combined_source& source,
-            reporting& report);
+            bool may_be_empty, reporting& report);
 
 } // namespace zeph

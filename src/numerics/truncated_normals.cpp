@@ -1,6 +1,7 @@
 #include "numerics/truncated_normals.h"
 
 #include "numerics/normal_draws.h"
+#include "numerics/normal_functions.h"
 
 #include <algorithm>
 #include <boost/math/special_functions/erf.hpp>
@@ -15,7 +16,7 @@ constexpr double root_two = 1.41421356237309504880;
 constexpr double half_log_two_pi = 0.91893853320467274178;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double far_out = 37.0;   // beyond: tail probabilities are no normal numbers of 64 bits
-constexpr double far_bound = 40.0; // in place of an infinite bound, where its tail is 0
+constexpr double far_bound = 40.0; // in place of an infinite bound: its tail is 0
 constexpr double likely = 1e-4;    // least probability of an interval that is drawn by the plain routine
 
 double upper_tail(double x) { return 0.5 * std::erfc(x * root_half); }
@@ -35,6 +36,18 @@ double far_draw(combined_source& source, double a, double b) {
     const double beyond = -std::log1p(-(1.0 - uniform_range(source)) * mass) / a;
     if (std::log(uniform_range(source)) <= -0.5 * beyond * beyond) return a + beyond;
   }
+}
+
+// Standard normal between a and b, an interval of some probability: the numbers of GEN_TRUNC_NORMAL, but for
+// probabilities that NORMAL_INVCDF would clip.
+double likely_draw(combined_source& source, double a, double b) {
+  double pa = 0, pb = 0, upper = 0;
+  cumnor(std::max(a, -far_bound), pa, upper);
+  cumnor(std::min(b, far_bound), pb, upper);
+  double p = pa + (pb - pa) * static_cast<double>(ranf(source));
+  if (clipped_probability(p) == p) return NORMAL_INVCDF(*source.report, p);
+  const double tail = std::max(std::min(p, 1.0 - p), std::numeric_limits<double>::min());
+  return (p < 0.5 ? -root_two : root_two) * boost::math::erfc_inv(2.0 * tail);
 }
 
 // Standard normal between a and b, the interval not in the lower half: a + b >= 0.
@@ -87,8 +100,7 @@ double truncated_normal(combined_source& source, double a, double b, double mean
   const double lo = (a - mean) / sd, hi = (b - mean) / sd;
   double x = 0;
   if (is_likely(lo, hi)) {
-    const double least = std::max(a, mean - far_bound * sd), most = std::min(b, mean + far_bound * sd);
-    x = GEN_TRUNC_NORMAL(source, least, most, mean, var);
+    x = mean + sd * likely_draw(source, lo, hi);
   } else if (lo + hi >= 0.0) {
     x = mean + sd * upper_draw(source, lo, hi);
   } else {

@@ -106,6 +106,16 @@ TEST(exact_sampler, refuses_what_it_has_no_draw_for) {
               "the state of an exact chain"));
 }
 
+TEST(exact_sampler, refuses_a_structure_whose_rows_can_not_come_and_go) {
+  run_case c;
+  c.d.factors = {{"SNP", 8, 2, {{1, 2, 1}, {1, 3, 2}}}};
+  c.make_model();
+  c.m->RMAT(1).GIF(2, 2) = 1.0 / 20.0;
+  EXPECT_EQ(
+      refused(c, run_case::lines(6, 0, 3, 1)),
+      illegal("CV_STRUCT(1) = SNP, legal: no structure or a pedigree for a factor whose rows come and go"));
+}
+
 TEST(exact_sampler, refuses_a_present_trait_without_weight) {
   run_case c;
   c.d.traits[0].weight_place = 2;

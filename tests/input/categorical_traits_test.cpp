@@ -30,7 +30,8 @@ struct category_case {
     }
     SETALL(source, 17, 4242);
   }
-  void set() { SETCAT(m, design, categories, source, run.report); }
+  bool may_be_empty = false;
+  void set() { SETCAT(m, design, categories, source, may_be_empty, run.report); }
   const category_record& record() const { return categories.catstr[0]; }
   heard_run run;
   model_records m;
@@ -113,6 +114,31 @@ TEST(SETCAT, stops_for_codes_that_are_not_1_to_n_each_with_a_record) {
     const std::string text = expect_stop(16, c.run, [&](reporting&) { c.set(); });
     EXPECT_NE(text.find("Fail in category code for trait           1\n" + end), std::string::npos) << text;
   }
+}
+
+TEST(SETCAT, lets_inner_categories_be_empty_where_the_chain_may) {
+  // 3, 5 and 8 of 10 records up to thresholds 1, 2 (and 3) and 4: Phi^-1 is -0.524401, 0 and 0.841621 (tables),
+  // so that thr(2) = 0.524401/(0.841621 + 0.524401)
+  category_case c({1, 1, 1, 2, 2, 4, 4, 4, 5, 5});
+  c.may_be_empty = true;
+  c.set();
+  EXPECT_EQ(c.record().ncat_t, 5);
+  EXPECT_EQ(c.record().thr(1), 0.0);
+  EXPECT_NEAR(c.record().thr(2), 0.383889, 1e-6);
+  EXPECT_EQ(c.record().thr(3), c.record().thr(2));
+  EXPECT_EQ(c.record().thr(4), 1.0);
+  // none but the outer categories: places apart by themselves
+  category_case two({1, 1, 4, 4});
+  two.may_be_empty = true;
+  two.set();
+  EXPECT_EQ(two.record().thr(1), 0.0);
+  EXPECT_EQ(two.record().thr(2), 0.5);
+  EXPECT_EQ(two.record().thr(3), 1.0);
+  for (std::int32_t r = 1; r <= 4; ++r) EXPECT_TRUE(std::isfinite(two.design.Y_M(1, r)));
+  // an outer one needs a record
+  category_case outer({2, 2, 3, 3});
+  outer.may_be_empty = true;
+  expect_stop(16, outer.run, [&](reporting&) { outer.set(); });
 }
 
 } // namespace

@@ -11,8 +11,8 @@
 // of squares with the prior:
 //   A = C'V^-1 S_oo V^-1 C,  m = A^-1 C'V^-1 S_oj,  q = S_jj - m'A m,
 //   g = q/chi-square(df + p - 1 - |s|),  s ~ N(m, g A^-1),  R_oj = C s,  R_jj = g + s'C'V^-1 C s,
-// the full conditional distribution of row j: H. Wang, Journal of Machine Learning Research 10 (2009)
-// 1187-1238, read for covariances.
+// the full conditional distribution of row j: R. Silva and Z. Ghahramani, Journal of Machine Learning
+// Research 10 (2009) 1187-1238.
 #pragma once
 
 #include "gibbs/matrices/constrained_wishart.h"
