@@ -485,7 +485,6 @@ struct calibrated_kind {
   drawn_set (*draw)(prior_source&);
   int interval;
   bool jump = false;
-  int more = 1; // times the samples that are ranked are taken
 };
 
 inline void PrintTo(const calibrated_kind& kind, std::ostream* out) { *out << kind.name; }
@@ -497,8 +496,8 @@ inline const std::vector<calibrated_kind>& calibrated_kinds() {
       {"censored", censored_set_of_priors, 20},
       {"binary", binary_set_of_priors, 40},
       {"ordered", ordered_set_of_priors, 60},
-      {"mixture", [](prior_source& s) { return mixture_set_of_priors(s, false); }, 40, false, 3},
-      {"mixture_groups", [](prior_source& s) { return mixture_set_of_priors(s, true); }, 40, false, 3},
+      {"mixture", [](prior_source& s) { return mixture_set_of_priors(s, false); }, 40},
+      {"mixture_groups", [](prior_source& s) { return mixture_set_of_priors(s, true); }, 40},
       {"cure", cure_set_of_priors, 60},
       {"zero_pair", zero_pair_set, 20},
       {"groups", groups_set, 20},
@@ -543,42 +542,56 @@ struct ranked {
   double worth; // effective samples a sample
 };
 
-inline std::vector<ranked> ranks_of_set(const calibrated_kind& kind, const scratch_directory& place, int n,
-                                        const std::string& sampler = "exact") {
-  prior_source s(static_cast<unsigned>(20260000 + n));
-  const drawn_set set = kind.draw(s);
-  for (const auto& [name, text] : set.files) place.write(name, text);
+inline ranked_chain chain_of_set(const calibrated_kind& kind, const drawn_set& set,
+                                 const scratch_directory& place, int n, const std::string& sampler,
+                                 int samples) {
   std::filesystem::remove_all(place / "work");
   const prepared_run run = prepare_and_solve(
       place, set.toml + "[keep]\nsolutions = true\n[run]\nanalysis = \"" + (kind.jump ? "jump" : "gibbs") +
                  "\"\nsampler = \"" + sampler + "\"\nburnin = " + std::to_string(10 * kind.interval) +
-                 "\nrounds = " + std::to_string(ranked_samples * kind.more * kind.interval) +
+                 "\nrounds = " + std::to_string(samples * kind.interval) +
                  "\ninterval = " + std::to_string(kind.interval) + "\nseeds = [" +
                  std::to_string(1 + n % 31000) + ", " + std::to_string(1 + 7 * n % 30000) + "]\n");
   if (!run.prepared || run.run.exit_code != 0) throw std::runtime_error(run.messages + run.run.listing);
-  const ranked_chain chain = ranked_chain_in(place / "work/");
-  std::vector<series> samples;
-  std::vector<std::size_t> kept;
-  for (const ranked_quantity& q : set.quantities) samples.push_back(q.samples(chain));
-  for (std::size_t i = 0; i < chain.samples && kept.size() < ranked_samples; ++i) {
+  return ranked_chain_in(place / "work/");
+}
+
+// The first 63 samples within all bounds, of each quantity; fewer when there are no more.
+inline std::vector<series> samples_within_bounds(const drawn_set& set, const ranked_chain& chain) {
+  std::vector<series> all, out(set.quantities.size());
+  for (const ranked_quantity& q : set.quantities) all.push_back(q.samples(chain));
+  for (std::size_t i = 0; i < chain.samples && out[0].size() < ranked_samples; ++i) {
     bool within = true;
-    for (std::size_t k = 0; k < samples.size(); ++k)
-      within =
-          within && set.quantities[k].low <= samples[k].at(i) && samples[k].at(i) <= set.quantities[k].high;
-    if (within) kept.push_back(i);
+    for (std::size_t k = 0; k < all.size(); ++k)
+      within = within && set.quantities[k].low <= all[k].at(i) && all[k].at(i) <= set.quantities[k].high;
+    for (std::size_t k = 0; k < all.size() && within; ++k) out[k].push_back(all[k][i]);
   }
-  if (kept.size() < ranked_samples) throw std::runtime_error("too few samples within the bounds of a prior");
+  return out;
+}
+
+// The chain is made longer until enough of its samples are within the bounds of the priors.
+inline std::vector<ranked> ranks_of_set(const calibrated_kind& kind, const scratch_directory& place, int n,
+                                        const std::string& sampler) {
+  prior_source s(static_cast<unsigned>(20260000 + n));
+  const drawn_set set = kind.draw(s);
+  for (const auto& [name, text] : set.files) place.write(name, text);
+  bool bounded = false;
+  for (const ranked_quantity& q : set.quantities) bounded = bounded || q.low > -HUGE_VAL || q.high < HUGE_VAL;
+  std::vector<series> samples(1);
+  for (int times = bounded ? 2 : 1; samples[0].size() < ranked_samples; times *= 4) {
+    if (times > 3000) throw std::runtime_error("no samples within the bounds of the priors");
+    const ranked_chain chain = chain_of_set(kind, set, place, n, sampler, ranked_samples * times);
+    samples = samples_within_bounds(set, chain);
+  }
   std::vector<ranked> out;
   for (std::size_t k = 0; k < samples.size(); ++k) {
     int below = 0, equal = 0;
-    series x;
-    for (const std::size_t i : kept) {
-      x.push_back(samples[k].at(i));
-      below += x.back() < set.quantities[k].truth;
-      equal += x.back() == set.quantities[k].truth;
+    for (const double x : samples[k]) {
+      below += x < set.quantities[k].truth;
+      equal += x == set.quantities[k].truth;
     }
     out.push_back({set.quantities[k].name, below + s.below(equal + 1),
-                   estimate_of(x).ess / static_cast<double>(ranked_samples)});
+                   estimate_of(samples[k]).ess / static_cast<double>(ranked_samples)});
   }
   return out;
 }

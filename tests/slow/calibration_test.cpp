@@ -44,7 +44,7 @@ TEST(simulation_based_calibration, finds_uniform_ranks_of_matrices_and_solutions
 
 class calibration : public testing::TestWithParam<calibrated_kind> {};
 
-// The same for exact chains of every kind: 42.0 for each of 76 quantities, 0.015 in all.
+// The same for exact chains of every kind: 42.0 for each of 72 quantities, 0.015 in all.
 TEST_P(calibration, finds_uniform_ranks_with_the_exact_sampler) {
   for (const ranks_of_quantity& q : calibrate(GetParam(), 640)) {
     const double chi_square = q.chi_square(16);
