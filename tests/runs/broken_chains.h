@@ -172,8 +172,8 @@ struct chain_place {
   }
 };
 
-// Kills a chain at random times, up to twice that of the unbroken one, and continues it, `kills` times in all.
-// Whenever it reaches its end, its files are those of the unbroken chain.
+// Kills a chain at random times, up to twice that of the unbroken one, and continues it, `kills` times in
+// all. Whenever it reaches its end, its files are those of the unbroken chain.
 inline void kill_and_continue(const chain_kind& kind, const std::string& rounds, int kills, unsigned seed) {
   using clock = std::chrono::steady_clock;
   chain_place unbroken(kind, rounds);
