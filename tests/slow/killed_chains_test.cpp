@@ -1,5 +1,5 @@
-// Chains that are killed, those of the plain sampler 200 times in all and the exact ones 200 times, and continued
-// from their saved state.
+// Chains that are killed, those of the plain sampler 200 times in all and the exact ones 200 times, and
+// continued from their saved state.
 #include "runs/broken_chains.h"
 
 namespace {
