@@ -7,6 +7,7 @@
 
 #include "gibbs/latent/latent_updates.h"
 #include "gibbs/matrices/covariance_draws.h"
+#include "gibbs/moves/move_store.h"
 #include "gibbs/residuals/record_density.h"
 #include "gibbs/residuals/record_values.h"
 #include "gibbs/residuals/residual_sums.h"
@@ -30,6 +31,7 @@ struct round_work {
   level_meetings meetings; // of the exact sampler
   density_work density;    // of the exact sampler
   covariance_work matrices;
+  move_store moves;
   scan_body body = scan_body::unchosen;
   residual_form fast; // of the fast body
 };
