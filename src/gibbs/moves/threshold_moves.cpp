@@ -76,4 +76,39 @@ double log_density(const threshold_density& f, const vec<double>& tau, double mo
   return sum - M * std::log(tau(f.d));
 }
 
+bool find_maximum(const threshold_density& f, vec<double>& tau, mat<double>& Hs) {
+  const std::int32_t d = f.d;
+  start_at_multiple(f, tau);
+  vec<double> gradient, step, tried;
+  // small: at most the number of categories
+  gradient.take(d);
+  step.take(d);
+  tried.take(d);
+  mat<double> L;
+  L.take(d, d);
+  for (int n = 0; n < most_steps; ++n) {
+    slopes(f, tau, gradient, Hs);
+    std::copy(Hs.begin(), Hs.end(), L.begin());
+    if (!factor_safely(L.data(), d, d)) return false;
+    for (std::int32_t i = 1; i <= d; ++i) { // step = Hs^-1 gradient
+      double sum = gradient(i);
+      for (std::int32_t k = 1; k < i; ++k) sum -= L(i, k) * step(k);
+      step(i) = sum / L(i, i);
+    }
+    solve_upper(L.data(), d, d, step.data());
+    double decrement = 0;
+    for (std::int32_t i = 1; i <= d; ++i) decrement += gradient(i) * step(i);
+    if (!(decrement >= smallest_decrement)) return decrement >= 0.0;
+    const double now = log_density(f, tau, 1.0, 0.0);
+    double share = 1.0;
+    do {
+      for (std::int32_t i = 1; i <= d; ++i) tried(i) = tau(i) + share * step(i);
+      share *= 0.5;
+    } while (!(log_density(f, tried, 1.0, 0.0) > now) && share > smallest_decrement);
+    if (!(share > smallest_decrement)) return true; // no rise is left within rounding
+    std::copy(tried.begin(), tried.end(), tau.begin());
+  }
+  return false;
+}
+
 } // namespace zeph
