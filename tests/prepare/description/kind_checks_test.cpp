@@ -20,16 +20,27 @@ result read(const std::string& tables) {
   return r;
 }
 
+// The same in as many lines.
+result read_classic(const std::string& tables) {
+  result r;
+  r.d = parse_description(
+      "run = { analysis = \"gibbs\", sampler = \"classic\" }\n[data]\nfile = \"d.csv\"\n\n" + tables,
+      "m.toml", r.log);
+  return r;
+}
+
 // Messages without source lines and hints.
-std::string told(const std::string& tables) {
+std::string told_by(const result& r) {
   std::string text;
-  for (message m : read(tables).log.entries) {
+  for (message m : r.log.entries) {
     m.source_line.clear();
     m.hint.clear();
     text += message_text(m);
   }
   return text;
 }
+std::string told(const std::string& tables) { return told_by(read(tables)); }
+std::string told_of_classic(const std::string& tables) { return told_by(read_classic(tables)); }
 
 std::string trait(const std::string& name, const std::string& keys, const std::string& formula = "1") {
   return "[trait." + name + "]\nformula = \"" + formula + "\"\n" + keys;
@@ -77,8 +88,9 @@ TEST(kinds, a_mixed_trait_is_one_of_numbers_without_weight_or_random_curve) {
   const std::string z = trait("z", "kind = \"indicator\"\n");
   EXPECT_EQ(told(trait("y", "kind = \"binary\"\n", "shift(z)") + z),
             "m.toml:6:12: error: shift(..) needs a trait of numbers, and y is of kind binary\n");
-  EXPECT_EQ(told(trait("y", "weight = \"w\"\n", "shift(z)") + z),
+  EXPECT_EQ(told_of_classic(trait("y", "weight = \"w\"\n", "shift(z)") + z),
             "m.toml:7:10: error: [trait.y] weight: a trait with shift(..) takes no weight\n");
+  EXPECT_EQ(told(trait("y", "weight = \"w\"\n", "shift(z)") + z), "");
   EXPECT_EQ(
       told(trait("y", "", "shift(z) + (x | a)") + z + "[factor.a]\n[covariable.x]\n"),
       "m.toml:6:12: error: a formula can't have both shift(..) and a random regression: its curves would "
@@ -94,10 +106,11 @@ TEST(kinds, the_indicator_alone_chooses_residual_groups) {
       "or leave groups out\n");
 }
 
-TEST(kinds, two_indicators_are_warned_of) {
-  EXPECT_NE(told(MIXED + trait("y", "", "shift(z)") + trait("z", "kind = \"indicator\"\n"))
-                .find("warning: more than one indicator"),
-            std::string::npos);
+TEST(kinds, two_indicators_of_a_classic_chain_are_warned_of) {
+  const std::string two = MIXED + trait("y", "", "shift(z)") + trait("z", "kind = \"indicator\"\n");
+  EXPECT_NE(told_of_classic(two).find("m.toml:14:8: warning: more than one indicator"), std::string::npos)
+      << told_of_classic(two);
+  EXPECT_EQ(told(two), "");
 }
 
 TEST(kinds, the_partners_of_a_sequence_are_complete) {
@@ -128,12 +141,12 @@ TEST(kinds, keys_of_a_kind_need_that_kind) {
             "m.toml:11:6: error: [trait.y] of needs kind = \"cured\"\n");
 }
 
-TEST(kinds, latent_traits_take_no_weight) {
+TEST(kinds, latent_traits_of_a_classic_chain_take_no_weight) {
   for (const char* kind : {"censored", "ordered", "binary"})
-    EXPECT_NE(
-        told(trait("y", std::string("weight = \"w\"\nlimits = {event = \"e\"}\nkind = \"") + kind + "\"\n"))
-            .find(std::string("[trait.y] weight: a trait of kind ") + kind + " takes no weight\n"),
-        std::string::npos);
+    EXPECT_NE(told_of_classic(trait("y", std::string("weight = \"w\"\nlimits = {event = \"e\"}\nkind = \"") +
+                                             kind + "\"\n"))
+                  .find(std::string("[trait.y] weight: a trait of kind ") + kind + " takes no weight\n"),
+              std::string::npos);
 }
 
 TEST(kinds, latent_traits_need_a_chain) {
@@ -173,7 +186,7 @@ TEST(kinds, values_that_a_continued_chain_loses_are_reported) {
   message_log log;
   parse_description(
       "[data]\nfile = \"d\"\n[trait.y]\nformula = \"1\"\nkind = \"censored\"\nlimits = { event = "
-      "\"e\" }\n[run]\nanalysis = \"gibbs\"\ncontinue = true\n",
+      "\"e\" }\n[run]\nanalysis = \"gibbs\"\nsampler = \"classic\"\ncontinue = true\n",
       "m.toml", log);
   ASSERT_EQ(log.entries.size(), 1U);
   EXPECT_EQ(
@@ -216,14 +229,15 @@ TEST(kinds, a_stated_pair_is_once_and_not_among_those_of_every_draw) {
 TEST(kinds, a_pair_can_be_left_free_with_a_warning) {
   const std::string free = "[residual]\nfree = [[\"infected\", \"scs\"]]\n";
   EXPECT_TRUE(read(MIXED + free).d.residual.zero.empty());
-  EXPECT_EQ(told(MIXED + free),
+  EXPECT_EQ(told(MIXED + free), "");
+  EXPECT_EQ(told_of_classic(MIXED + free),
             "m.toml:11:9: warning: with a residual covariance of scs and infected the chain is "
             "not exact: the memberships are drawn\n    with the liability of the round "
             "before\n");
   EXPECT_EQ(
       told(MIXED + "[residual]\nzero = [[\"scs\", \"infected\"]]\nfree = [[\"scs\", \"infected\"]]\n"),
       "m.toml:12:9: error: [residual] holds the covariance of scs and infected at zero and leaves it free\n");
-  EXPECT_EQ(told(MIXED + "[residual]\ngroups = \"infected\"\nfree = [[\"scs\", \"infected\"]]\n"),
+  EXPECT_EQ(told_of_classic(MIXED + "[residual]\ngroups = \"infected\"\nfree = [[\"scs\", \"infected\"]]\n"),
             "m.toml:12:9: error: [residual] free: with residual groups by infected the covariance of scs and "
             "infected stays at zero: such a chain loses a component\n");
   EXPECT_EQ(told(CURE + "[residual]\nfree = [[\"failed\", \"able\"]]\n"),

@@ -171,7 +171,7 @@ formula = "shift(infected) + 1 + herd + parity + (1 | genetic | cow)"
 
 [trait.infected]
 kind    = "indicator"
-formula = "1 + parity + (1 | genetic | cow)"
+formula = "1 + (1 | genetic | cow)"
 first   = { upper = 0.2, of = "scs" }
 
 [residual]
@@ -1040,9 +1040,10 @@ TEST(model_description, chains_over_models_need_a_factor_of_two_rows_and_one_ped
 
 // Rows + 1 degrees of freedom or fewer are no proper prior of a matrix, and without one the comparison of
 // numbers of rows hangs on the units of the traits.
-TEST(model_description, chains_over_models_warn_of_factors_without_a_proper_prior) {
+TEST(model_description, classic_chains_over_models_warn_of_factors_without_a_proper_prior) {
   const auto warned = [](const std::string& analysis, const std::string& prior, const std::string& formula) {
-    return told(read(small("[covariable.x]\n[run]\nanalysis = \"" + analysis + "\"\n", formula, prior)));
+    return told(read(small("[covariable.x]\n[run]\nanalysis = \"" + analysis + "\"\nsampler = \"classic\"\n",
+                           formula, prior)));
   };
   for (const std::string analysis : {"models", "jump"}) {
     const std::string text =
@@ -1060,18 +1061,20 @@ TEST(model_description, chains_over_models_warn_of_factors_without_a_proper_prio
   EXPECT_EQ(warned("gibbs", "", "1 + (x|a)"), "");
 }
 
-TEST(model_description, jump_warns_that_a_pedigree_factor_ends_the_run) {
-  const std::string jump = told(read(small(
-      "[factor.g]\npedigree = \"p\"\n[covariable.x]\n[run]\nanalysis = \"jump\"\n", "1 + (1|a) + (x|g)")));
+TEST(model_description, classic_jump_warns_that_a_pedigree_factor_ends_the_run) {
+  const std::string jump = told(read(small("[factor.g]\npedigree = \"p\"\n[covariable.x]\n[run]\nanalysis = "
+                                           "\"jump\"\nsampler = \"classic\"\n",
+                                           "1 + (1|a) + (x|g)")));
   EXPECT_TRUE(jump.find("warning: the run ends (code 16) at the first move of [factor.g] down to one row: a "
                         "pedigree factor can't go back there\n") != std::string::npos)
       << jump;
 }
 
-TEST(model_description, an_ordered_trait_can_not_be_continued) {
-  const result r = read(std::string(CALVING) + "continue = true\n");
+TEST(model_description, an_ordered_trait_can_not_be_continued_without_its_saved_state) {
+  EXPECT_EQ(told(read(std::string(CALVING) + "continue = true\n")), "");
+  const result r = read(std::string(CALVING) + "sampler = \"classic\"\ncontinue = true\n");
   EXPECT_EQ(told(r),
-            "model.toml:25:12: error: restarting is not possible with an ordered trait; remove [run] "
+            "model.toml:26:12: error: restarting is not possible with an ordered trait; remove [run] "
             "continue\n");
 }
 
