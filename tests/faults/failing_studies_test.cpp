@@ -14,7 +14,8 @@ struct prepared_study {
     place.write("data.csv", "animal,sex,y1\n1,M,12.1\n2,F,9.3\n3,M,10.5\n4,F,10.2\n5,M,11.8\n3,F,12.6\n");
     place.write("model.toml",
                 "[data]\nfile = \"data.csv\"\n[run]\nanalysis = \"gibbs\"\nburnin = 4\nrounds = 8\n"
-                "sampler = \"classic\"\ninterval = 2\nseeds = [5, 6]\n[trait.y1]\nformula = \"1 + sex + (1 | animal)\"\n"
+                "sampler = \"classic\"\ninterval = 2\nseeds = [5, 6]\n"
+                "[trait.y1]\nformula = \"1 + sex + (1 | animal)\"\n"
                 "[factor.animal]\npedigree = \"pedigree.csv\"\nstart = 2.0\nprior_df = 6\n"
                 "[residual]\nstart = 3.0\nprior_df = 6\n");
     EXPECT_EQ(run_child({program("zeph-prepare"), "model.toml", "--into", "work"}, place.path()).code, 0);
