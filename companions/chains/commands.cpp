@@ -111,7 +111,8 @@ void ask_for_more(study& s, const std::vector<chain_position>& positions, std::i
                   std::vector<std::string>& faults) {
   for (chain_record& c : s.chains) {
     const chain_position& p = positions[from1(c.number)];
-    const std::int64_t there = resumes(p) ? p.state.saved.round + p.state.record.shift : p.done;
+    const bool saved = resumes(p) && p.state.saved.known;
+    const std::int64_t there = saved ? p.state.saved.round + p.state.record.shift : p.done;
     c.last = std::max<std::int64_t>(there, s.burnin) + rounds;
     if (c.last > last_round_number)
       faults.push_back(

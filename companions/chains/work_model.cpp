@@ -196,8 +196,10 @@ std::vector<std::string> changed_inputs(const fs::path& work, const study& s, bo
     std::error_code fault;
     file_print print;
     const auto bytes = fs::file_size(work / i.file, fault);
-    if (fault || (!quick && !print_of_file(work / i.file, print)))
+    if (fault)
       lines.push_back(fmt::format("{} is gone", (work / i.file).string()));
+    else if (!quick && !print_of_file(work / i.file, print))
+      lines.push_back(fmt::format("can't read {}", (work / i.file).string()));
     else if (static_cast<std::int64_t>(bytes) != i.bytes || (!quick && print.sha256 != i.sha256))
       lines.push_back(fmt::format("{} has changed since the chains began", (work / i.file).string()));
   }

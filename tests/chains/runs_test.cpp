@@ -224,7 +224,7 @@ TEST(stop, ends_running_chains_and_keeps_the_others_from_starting) {
 
 TEST(stop, reports_a_chain_whose_directory_takes_no_file) {
   const study_case c;
-  c.prepare({20, endless, 2000000}); // a sample in some minutes
+  c.prepare({0, endless, 2000000}); // a sample in some minutes; a burn-in would end at once
   background_program chains(
       {programs() + "zeph-chains", "run", c.place / "work", "--chains", "1", "--into", c.place / "runs"},
       c.place / "said");

@@ -126,7 +126,7 @@ TEST(a_resumed_chain, is_starting_again_and_shown_from_where_it_continues) {
   t.put(1, 1, "status", status(131, 1100));
   EXPECT_EQ(look(all[0], 20), "chain 1  sampling  round 131 of 1100");
   t.put(1, 1, "status", status(141, 1100));
-  EXPECT_EQ(look(all[0], 30), "chain 1  sampling  round 141 of 1100  1/s  15:59 left"); // 959 rounds
+  EXPECT_EQ(look(all[0], 30), "chain 1  sampling  round 141 of 1100  1.0/s  15:59 left"); // 959 rounds
 }
 
 TEST(no_sign_of_life, is_reported_after_a_minute_without_a_new_round) {
