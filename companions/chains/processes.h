@@ -32,10 +32,10 @@ process_life life_of(const process_record& p);
 // far as the caller may see them; 0: none. It may have outlived the shell around it.
 pid_t process_in(const fs::path& directory, const std::string& name);
 
-// Starts `program` in the directory, in a process group of its own, on one thread, standard output and error
-// to the end of listing.txt. A shell around it writes the exit code to the file `exit`, also when the caller is no
-// longer there. Writes the file `process`. Returns the pid, a child of the caller; -1 with `fault` when it
-// can't be started.
+// Starts `program` in the directory, in a process group of its own, on one thread, standard output and
+// error to the end of listing.txt. A shell around it writes the exit code to the file `exit`, also when the
+// caller is no longer there. Writes the file `process`. Returns the pid, a child of the caller; -1 with
+// `fault` when it can't be started.
 pid_t start_program(const fs::path& directory, const fs::path& program, std::string& fault);
 
 // The program ZEPH: beside the running program, else on PATH; empty when it is not found.

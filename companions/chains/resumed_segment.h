@@ -1,7 +1,7 @@
 // Continues a segment in its own directory, from the state that it saved.
 //
 // What is done, in this order, so that a break at any place leaves a segment that can be continued again:
-//   statelast becomes r_state     without one the r_state stays, of a run that was killed before its first save
+//   statelast becomes r_state     without one r_state stays, of a run killed before its first save
 //   oldsol, r_parm are removed    all of the chain is in r_state
 //   directive file, segment.toml  with the rounds asked for, and a [[resume]] more
 //   process                       names the caller: from then on the segment runs

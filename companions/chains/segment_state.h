@@ -50,7 +50,8 @@ struct segment_state {
 // False with `fault` when segment.toml can't be read.
 bool look_at_segment(const fs::path& directory, segment_state& s, std::string& fault);
 
-// The last line of a text file that is not blank and does not begin with `besides`, and the whole rows of `py`, one a sample round.
+// The last line of a text file that is not blank and does not begin with `besides`, and the whole rows of
+// `py`, one a sample round.
 std::string last_line_of(const fs::path& path, std::string_view besides = "");
 std::int64_t sample_rounds_in(const fs::path& directory);
 

@@ -8,12 +8,12 @@
 
 namespace zeph::chains {
 
-// The batch file. Its task K makes the next segment of chain K, or takes up the last one (`zeph-chains advance`), runs ZEPH in it, and
-// writes the exit code to the segment's file `exit`. Slurm sends USR1 to the batch shell 120 seconds before
-// the time limit; the trap creates STOP in the segment, and the segment ends on its next sample round.
-// SIGTERM (scancel) does the same, within the time that Slurm leaves. Paths are written whole. `requeue`: Slurm
-// may put a task back into the queue after it was pre-empted or its node was lost; `advance` then continues the
-// segment from the state that it saved last.
+// The batch file. Its task K makes the next segment of chain K, or takes up the last one (`zeph-chains
+// advance`), runs ZEPH in it, and writes the exit code to the segment's file `exit`. Slurm sends USR1 to
+// the batch shell 120 seconds before the time limit; the trap creates STOP in the segment, and the segment
+// ends on its next sample round. SIGTERM (scancel) does the same, within the time that Slurm leaves. Paths
+// are written whole. `requeue`: Slurm may put a task back into the queue after it was pre-empted or its
+// node was lost; `advance` then continues the segment from the state that it saved last.
 std::string batch_text(const fs::path& runs, const study& s, const fs::path& zeph_chains, bool requeue);
 
 // Words of the options of sbatch as a shell takes them: blanks apart, '..', "..", \c. False on an open

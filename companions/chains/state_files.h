@@ -1,5 +1,5 @@
-// The saved state of a chain, looked at without running it: statelast, from which its segment is continued, or
-// lastsol and gparlast, from which the next segment begins.
+// The saved state of a chain, looked at without running it: statelast, from which its segment is continued,
+// or lastsol and gparlast, from which the next segment begins.
 #pragma once
 
 #include "chains/work_model.h"

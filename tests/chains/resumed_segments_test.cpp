@@ -1,5 +1,5 @@
-// Segments that are continued in their own directories, held against chains that were never broken: every file
-// but the listing, `status` and the records of the segment has the same bytes.
+// Segments that are continued in their own directories, held against chains that were never broken: every
+// file but the listing, `status` and the records of the segment has the same bytes.
 #include "chains/segment_processes.h"
 #include "chains/study_case.h"
 #include "chains/study_records.h"
@@ -16,7 +16,8 @@ namespace fs = std::filesystem;
 
 using named_files = std::map<std::string, std::string>; // bytes by name
 
-// A study of one of the work directories of the tests, which saves its state every ten minutes and at the end.
+// A study of one of the work directories of the tests, which saves its state every ten minutes and at the
+// end.
 struct resumed_case : study_case {
   explicit resumed_case(const std::string& name, const std::string& more_words = "") {
     fs::copy(source_folder() + "/tests/data/workdirs/" + name, place / "work");
