@@ -57,8 +57,9 @@ void start_segment(local_run& l, int chain) {
   r.chain = chain;
   const chain_position p = position_of(l.runs, l.s, chain);
   if (p.segment > 0 && p.state.live()) // another call has been here since the plan was made
-    return end_chain(l, l.outcome.failed,
-                     fmt::format("chain {}  failed: segment {} {}", chain, p.segment, p.state.text()));
+    return end_chain(
+        l, l.outcome.failed,
+        fmt::format("chain {}  failed: {}", chain, fmt::format("segment {} {}", p.segment, p.state.text())));
   const bool again = resumes(p);
   r.record = again ? resumed_segment(l.s, chain, p) : next_segment(l.s, chain, p);
   r.directory = segment_directory(l.runs, chain, r.record.segment);

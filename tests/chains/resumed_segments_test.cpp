@@ -125,11 +125,12 @@ TEST_P(resumed_chain, ends_with_the_bytes_of_the_unbroken_one) {
 }
 
 INSTANTIATE_TEST_SUITE_P(of, resumed_chain,
-                         testing::Values(chain_kind{"missing_values", "three3_t3", "20 20000 5", ""},
-                                         chain_kind{"mixture", "mix2_t3", "20 8000 5", ""},
-                                         chain_kind{"exact_censored", "cens2_t3", "20 8000 5", "", "exact\n"},
-                                         chain_kind{"jump", "jumpI3_t6", "20 6000 3", ""},
-                                         chain_kind{"given_matrices", "cat3_t3", "20 12000 4", "2"}),
+                         testing::Values(chain_kind{"missing_values", "three3_t3", "20 40000 5", ""},
+                                         chain_kind{"mixture", "mix2_t3", "20 20000 5", ""},
+                                         chain_kind{"exact_censored", "cens2_t3", "20 20000 5", "",
+                                                    "exact\n"},
+                                         chain_kind{"jump", "jumpI3_t6", "20 24000 3", ""},
+                                         chain_kind{"given_matrices", "cat3_t3", "20 24000 4", "2"}),
                          [](const auto& info) { return info.param.name; });
 
 int times_in(const std::string& text, const std::string& part) {
