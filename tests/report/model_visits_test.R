@@ -149,7 +149,7 @@ test_that("a model that no chain left, or all did, has no error, no R-hat and no
   expect_true(grepl("<td class=\"n\">Inf</td>", as.character(visit_block(apart)), fixed = TRUE))
 })
 
-test_that("models are counted over the samples of the tables: as many of each chain, none of a chain far behind", {
+test_that("models are counted over the samples of the tables: as many of each chain, none of a chain that lags", {
   r <- report_of(jump_study(list(rep(1:2, 5), c(rep(2L, 8), 1L, 1L, 1L, 1L), c(3L, 3L)), "exact"))
   expect_equal(r$visits$visits$model, c("2", "1"))
   expect_equal(r$visits$visits$samples, c(13, 7)) # 10 and 10

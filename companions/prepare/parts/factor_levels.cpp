@@ -386,7 +386,7 @@ std::string words_of_meeting(analysis_type analysis, const factor_levels& f) {
                                                "deviations");
 }
 
-void tell(const data_columns& data, const factor_levels& f, message_log& log) {
+void warn_of_meeting(const data_columns& data, const factor_levels& f, message_log& log) {
   if (f.n_without > 0)
     add_warning(log, {data.table.file, 0, 0},
                 fmt::format("no level of {} in {}: the effect is left out there", f.name,
@@ -416,7 +416,7 @@ std::vector<factor_levels> make_factors(const model_description& d, const data_c
     }
     if (count_of(log, severity::error) == errors) {
       count_records(records, f);
-      tell(data, f, log);
+      warn_of_meeting(data, f, log);
     }
     out.push_back(std::move(f));
   }

@@ -99,8 +99,8 @@ bind_names <- function(a, b) {
 }
 
 asked_formulas <- function(m) {
-  told <- if (m$labelled) m$names$derive else list()
-  data.frame(name = vapply(told, function(d) d$name, ""), formula = vapply(told, function(d) d$formula, ""))
+  described <- if (m$labelled) m$names$derive else list()
+  data.frame(name = vapply(described, function(d) d$name, ""), formula = vapply(described, function(d) d$formula, ""))
 }
 
 # Fixed effects with contrasts, and the effects of every factor.
