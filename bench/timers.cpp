@@ -67,7 +67,7 @@ BENCHMARK(scan_round_plain)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 void state_saving(benchmark::State& state) {
   started_run s;
   if (!s.started) return state.SkipWithError(s.listing.str().c_str());
-  if (s.r.asked.analysis_type < 2) return state.SkipWithError("not a chain");
+  if (!zeph::samples_solutions(s.r.asked.analysis_type)) return state.SkipWithError("not a chain");
   zeph::scan_records records = zeph::records_of(s.r);
   s.r.state.iround = 1;
   zeph::GIBSCAN(records, s.r.asked, s.r.state, s.r.counts, s.r.files);

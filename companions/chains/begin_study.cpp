@@ -4,7 +4,6 @@
 #include "chains/processes.h"
 
 #include <algorithm>
-#include <ctime>
 #include <fmt/format.h>
 #include <sched.h>
 
@@ -31,7 +30,7 @@ void check_directives(const directive_text& d, const std::string& path, std::vec
 }
 
 void find_program(study& s, std::vector<std::string>& faults) {
-  const fs::path program = find_beside("ZEPH");
+  const fs::path program = find_beside(program_name);
   file_print print;
   if (program.empty())
     faults.emplace_back("the program ZEPH is neither beside zeph-chains nor on PATH");
@@ -79,12 +78,7 @@ int jobs_of(int asked, std::size_t chains) {
 }
 
 start_record start_now(const std::string& command, bool slurm, int jobs, const std::string& options) {
-  const std::time_t now = std::time(nullptr);
-  std::tm t{};
-  localtime_r(&now, &t);
-  const std::string time = fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", t.tm_year + 1900, t.tm_mon + 1,
-                                       t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
-  return {command, time, slurm ? "slurm" : "here", slurm ? 0 : jobs, slurm ? options : "", "", {}};
+  return {command, time_now(), slurm ? "slurm" : "here", slurm ? 0 : jobs, slurm ? options : "", "", {}};
 }
 
 bool plan_study(const run_options& o, study& s, std::vector<std::string>& notes,

@@ -7,6 +7,12 @@ namespace zeph::chains {
 
 namespace {
 
+// Where the chain continues.
+std::string saved_text(const chain_position& p) {
+  if (!p.state.saved.known) return {};
+  return fmt::format(", saved after round {}", p.state.saved.round + p.state.record.shift);
+}
+
 std::string state_word(const chain_position& p, std::int64_t last) {
   const process_record& process = p.state.process;
   switch (p.state.phase) {
@@ -18,7 +24,9 @@ std::string state_word(const chain_position& p, std::int64_t last) {
   case segment_phase::stopped:
     return p.done >= last ? "complete" : "stopped";
   case segment_phase::killed:
-    return "killed";
+    return "killed" + saved_text(p);
+  case segment_phase::failed:
+    return p.state.text() + saved_text(p);
   default:
     return p.state.text();
   }

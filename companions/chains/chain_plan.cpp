@@ -4,6 +4,7 @@
 #include "input/analysis.h"
 #include "shared/indexing.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace zeph::chains {
@@ -31,6 +32,17 @@ std::string continue_fault(const study& s, const work_model& m) {
   return {};
 }
 
+bool resumes(const chain_position& p) {
+  if (p.segment == 0 || !p.state.saved.there || p.state.live()) return false;
+  return p.state.record.counts || p.state.phase != segment_phase::finished;
+}
+
+bool is_complete(const chain_position& p, std::int64_t last) {
+  if (p.segment == 0 || p.done < last) return false;
+  if (p.state.phase == segment_phase::finished) return true;
+  return p.state.phase == segment_phase::stopped && !p.state.saved.there; // of its last round
+}
+
 chain_position position_of(const fs::path& runs, const study&, int chain) {
   chain_position p;
   p.segment = last_segment(runs, chain);
@@ -50,15 +62,18 @@ void check_continuation(const fs::path& runs, const study& s, const work_model& 
                         chain_position& p) {
   if (p.segment == 0 || !p.faults.empty()) return;
   const std::string name = of_chain(chain, p.segment);
-  if (p.state.phase != segment_phase::finished && p.state.phase != segment_phase::stopped) {
-    p.faults.push_back(fmt::format("{} {}", name, p.state.text()));
+  const bool ended_well = p.state.phase == segment_phase::finished || p.state.phase == segment_phase::stopped;
+  if (!ended_well && !resumes(p)) {
+    const bool lost = m.saves_state && p.state.phase == segment_phase::killed;
+    p.faults.push_back(
+        fmt::format("{} {}{}", name, p.state.text(), lost ? ", before it saved its first state" : ""));
     return;
   }
   const chain_record& c = s.chains[from1(chain)];
   if (p.state.record.seeds != c.seeds)
     p.faults.push_back(fmt::format("{} has the seeds {} {}, {} has {} {}", name, p.state.record.seeds.A,
                                    p.state.record.seeds.B, chains_name, c.seeds.A, c.seeds.B));
-  if (p.done >= c.last) return;
+  if (resumes(p) || p.done >= c.last) return;
   for (const std::string& line : state_faults(segment_directory(runs, chain, p.segment), m, c.seeds))
     p.faults.push_back(fmt::format("{}: {}", name, line));
 }
@@ -80,6 +95,14 @@ segment_record next_segment(const study& s, int chain, const chain_position& p) 
   r.shift = p.done + 1 - r.first;
   r.counts = p.done >= s.burnin;
   r.rounds = static_cast<std::int32_t>((r.counts ? c.last : std::int64_t{s.burnin}) - p.done);
+  return r;
+}
+
+segment_record resumed_segment(const study& s, int chain, const chain_position& p) {
+  segment_record r = p.state.record;
+  const std::int64_t last = r.counts ? s.chains[from1(chain)].last : std::int64_t{s.burnin};
+  r.rounds = static_cast<std::int32_t>(last - r.shift - (r.first - 1) - r.burnin);
+  r.resumes.push_back({time_now(), std::max(p.state.saved.round, r.first - 1), r.rounds});
   return r;
 }
 

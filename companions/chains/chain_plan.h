@@ -19,11 +19,18 @@ struct chain_position {
   bool running() const { return segment > 0 && state.live(); }
 };
 
+// The last segment is continued in its own directory, from the state that it saved, however it ended. One
+// that only ends a burn-in is not continued beyond it.
+bool resumes(const chain_position& p);
+
+// The chain has all rounds up to this one, and the reports of its end.
+bool is_complete(const chain_position& p, std::int64_t last);
+
 // Looks at the last segment of the chain, passing over one that never began.
 chain_position position_of(const fs::path& runs, const study& s, int chain);
 
-// Adds to the position why the chain can't be continued: it runs, it failed, its state does not fit the
-// model, or a trait or type of analysis can't be continued. A chain without a segment can always begin.
+// Adds to the position why the chain can't be continued: it runs; or its last segment, without a saved state,
+// failed or was killed, or has files that do not fit the model. A chain without a segment can always begin.
 void check_continuation(const fs::path& runs, const study& s, const work_model& m, int chain,
                         chain_position& p);
 
@@ -31,9 +38,14 @@ void check_continuation(const fs::path& runs, const study& s, const work_model& 
 // stopped, which does not count; or a continuation to the chain's last round.
 segment_record next_segment(const study& s, int chain, const chain_position& p);
 
-// Types of analysis whose chains zeph-chains runs, and those that it continues: a line, or empty when it
-// does.
+// The record of the last segment, continued in its own directory now, to the chain's last round.
+segment_record resumed_segment(const study& s, int chain, const chain_position& p);
+
+// Types of analysis whose chains zeph-chains runs: a line, or empty when it does.
 std::string run_fault(std::int32_t number);
+
+// Chains that begin their next segment from lastsol and gparlast of the one before: a line for those that
+// can't, which a trait or the type of analysis decides. Segments with a saved state don't need them.
 std::string continue_fault(const study& s, const work_model& m);
 
 } // namespace zeph::chains

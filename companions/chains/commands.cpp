@@ -4,7 +4,9 @@
 #include "chains/chain_lines.h"
 #include "chains/local_runs.h"
 #include "chains/new_segment.h"
+#include "chains/resumed_segment.h"
 #include "chains/slurm_batch.h"
+#include "input/analysis.h"
 #include "shared/indexing.h"
 
 #include <algorithm>
@@ -53,7 +55,8 @@ int start_here(const fs::path& runs, const study& s, int jobs) {
 // The plan is written before the jobs can begin, and once more with their numbers.
 int start_slurm(const fs::path& runs, study& s, const std::string& options, int segments) {
   std::string fault;
-  const bool submitted = submit_array(runs, s, options, segments, s.starts.back().job_ids, fault);
+  const bool requeue = sampler_asks_for(work_of(runs, s), "state");
+  const bool submitted = submit_array(runs, s, options, segments, requeue, s.starts.back().job_ids, fault);
   std::string write_fault;
   if (!write_study(runs, s, write_fault)) return refuse(write_fault);
   for (const std::string& id : s.starts.back().job_ids)
@@ -72,13 +75,6 @@ int start(const fs::path& runs, study& s, const std::string& options, int segmen
 
 // ---- continuation ----
 
-// A segment on a node that Slurm no longer runs was killed.
-void ask_slurm(chain_position& p) {
-  if (p.segment == 0 || p.state.phase != segment_phase::unknown || p.state.process.job.empty()) return;
-  std::vector<std::string> held;
-  if (jobs_in_queue({p.state.process.job}, held) && held.empty()) p.state.phase = segment_phase::killed;
-}
-
 void check_queue(const study& s, std::vector<std::string>& faults) {
   std::vector<std::string> ids, held;
   for (const start_record& t : s.starts) ids.insert(ids.end(), t.job_ids.begin(), t.job_ids.end());
@@ -93,13 +89,13 @@ std::vector<chain_position> check_chains(const fs::path& runs, const study& s, c
   bool any_begun = false, any_left = false;
   for (const chain_record& c : s.chains) {
     chain_position p = position_of(runs, s, c.number);
-    ask_slurm(p);
+    settle_by_queue(p.state);
     study wanted = s; // with the rounds that are asked for
     if (more_rounds > 0) wanted.chains[from1(c.number)].last = last_round_number;
     check_continuation(runs, wanted, m, c.number, p);
-    const bool left = p.done < wanted.chains[from1(c.number)].last;
+    const bool left = !is_complete(p, wanted.chains[from1(c.number)].last);
     any_left = any_left || left;
-    any_begun = any_begun || (left && p.segment > 0);
+    any_begun = any_begun || (left && p.segment > 0 && !resumes(p));
     faults.insert(faults.end(), p.faults.begin(), p.faults.end());
     positions.push_back(std::move(p));
   }
@@ -114,7 +110,10 @@ std::vector<chain_position> check_chains(const fs::path& runs, const study& s, c
 void ask_for_more(study& s, const std::vector<chain_position>& positions, std::int64_t rounds,
                   std::vector<std::string>& faults) {
   for (chain_record& c : s.chains) {
-    c.last = std::max<std::int64_t>(positions[from1(c.number)].done, s.burnin) + rounds;
+    const chain_position& p = positions[from1(c.number)];
+    const bool saved = resumes(p) && p.state.saved.known;
+    const std::int64_t there = saved ? p.state.saved.round + p.state.record.shift : p.done;
+    c.last = std::max<std::int64_t>(there, s.burnin) + rounds;
     if (c.last > last_round_number)
       faults.push_back(
           fmt::format("chain {}: round {}, legal: up to {}", c.number, c.last, last_round_number));
@@ -154,11 +153,28 @@ void set_start(const continue_options& o, study& s) {
   if (print.sha256 != hash_before) fmt::print("{} is not the one that ran before\n", s.program);
 }
 
-// What a continued chain does not take up from the state that was saved.
-void note_latent_values(const work_model& m) {
-  if (m.forgets_values())
+// What a chain that continues in a next segment does not take up from the state that was saved.
+void note_latent_values(const work_model& m, const std::vector<chain_position>& positions) {
+  const bool any =
+      std::ranges::any_of(positions, [](const chain_position& p) { return p.segment > 0 && !resumes(p); });
+  if (any && m.forgets_values())
     fmt::print("Values of censored and sequence traits are not saved: they are drawn from scratch, given the "
                "saved state\n");
+}
+
+// A chain for each model has the rounds of the models before the last one already.
+void note_models(const study& s, const std::vector<chain_position>& positions) {
+  if (analysis_of(s.analysis) == analysis::models && std::ranges::any_of(positions, resumes))
+    fmt::print(
+        "Models whose chains have ended keep their rounds: those asked for are of the model in force and "
+        "of those after it\n");
+}
+
+// A task that Slurm has put back into the queue before its segment had saved a state: it begins again. With
+// the same seeds it makes what it made before.
+bool begins_again(const work_model& m, const chain_position& p) {
+  return m.saves_state && p.segment > 0 && p.faults.empty() && !p.state.saved.there &&
+         p.state.phase == segment_phase::killed && !slurm_job().empty() && p.state.process.job == slurm_job();
 }
 
 } // namespace
@@ -210,7 +226,8 @@ int continue_chains(const continue_options& o) {
   if (!faults.empty()) return refuse(faults, way_on(positions));
   remove_stops(o.runs, positions);
   set_start(o, s);
-  note_latent_values(m);
+  note_latent_values(m, positions);
+  if (o.rounds > 0) note_models(s, positions);
   std::fflush(stdout);
   const std::string options = s.starts.back().options;
   return start(o.runs, s, options, o.segments);
@@ -223,8 +240,8 @@ int tell_status(const fs::path& runs) {
   bool complete = true;
   for (const chain_record& c : s.chains) {
     chain_position p = position_of(runs, s, c.number);
-    ask_slurm(p);
-    complete = complete && p.segment > 0 && p.done >= c.last && !p.running();
+    settle_by_queue(p.state);
+    complete = complete && is_complete(p, c.last);
     fmt::print("{}\n", standing_line(runs, s, c.number, p));
   }
   std::error_code none;
@@ -270,13 +287,17 @@ int advance_chain(const fs::path& runs, int chain, int process) {
   if (faults.empty() && !read_work_model(work_of(runs, s), m, fault)) faults.push_back(fault);
   if (!faults.empty()) return refuse(faults, "");
   chain_position p = position_of(runs, s, chain);
-  ask_slurm(p);
-  check_continuation(runs, s, m, chain, p);
+  settle_by_queue(p.state);
+  const bool requeued = begins_again(m, p);
+  if (!requeued) check_continuation(runs, s, m, chain, p);
   if (!p.faults.empty()) return refuse(p.faults, "");
-  if (p.segment > 0 && p.done >= s.chains[from1(chain)].last) return exit_done;
-  if (const std::string line = p.segment > 0 ? continue_fault(s, m) : ""; !line.empty()) return refuse(line);
-  const segment_record r = next_segment(s, chain, p);
-  if (!make_segment(runs, s, r, process, fault)) return refuse(fault);
+  if (is_complete(p, s.chains[from1(chain)].last)) return exit_done;
+  const bool again = requeued || resumes(p);
+  if (const std::string line = p.segment > 0 && !again ? continue_fault(s, m) : ""; !line.empty())
+    return refuse(line);
+  const segment_record r = again ? resumed_segment(s, chain, p) : next_segment(s, chain, p);
+  if (!(again ? resume_segment(runs, s, r, process, fault) : make_segment(runs, s, r, process, fault)))
+    return refuse(fault);
   fmt::print("{}\n", fs::absolute(segment_directory(runs, chain, r.segment)).lexically_normal().string());
   return exit_done;
 }

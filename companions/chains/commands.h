@@ -16,8 +16,8 @@ int continue_chains(const continue_options& o);
 int tell_status(const fs::path& runs);
 int stop_chains(const fs::path& runs);
 
-// Of the batch file: makes the next segment of a chain for the process and prints its directory; prints
-// nothing when no round is left or a stop was asked for.
+// Of the batch file: makes the next segment of a chain, or takes up its last one, for the process, and prints
+// its directory; prints nothing when no round is left or a stop was asked for.
 int advance_chain(const fs::path& runs, int chain, int process);
 
 } // namespace zeph::chains

@@ -2,6 +2,7 @@
 
 #include "chains/chain_lines.h"
 #include "chains/new_segment.h"
+#include "chains/resumed_segment.h"
 #include "chains/signal_wait.h"
 #include "shared/indexing.h"
 
@@ -40,7 +41,8 @@ struct local_run {
 std::int64_t round_of(running_chain& r) {
   const status_line status = read_status(r.directory);
   if (status.what == status_line::kind::round) note_round(r.pace, steady_seconds(), status.round);
-  const std::int64_t round = r.pace.looks.empty() ? r.record.first - 1 : r.pace.looks.back().round;
+  const std::int64_t before = r.record.resumes.empty() ? r.record.first - 1 : r.record.resumes.back().after;
+  const std::int64_t round = r.pace.looks.empty() ? before : r.pace.looks.back().round;
   return round + r.record.shift;
 }
 
@@ -49,21 +51,29 @@ void end_chain(local_run& l, int& count, const std::string& line) {
   show_line(l.screen, line);
 }
 
-// Starts the next segment of a chain, or says why not.
+// Starts the next segment of a chain, or continues the last one, or says why not.
 void start_segment(local_run& l, int chain) {
   running_chain r;
   r.chain = chain;
   const chain_position p = position_of(l.runs, l.s, chain);
-  r.record = next_segment(l.s, chain, p);
+  if (p.segment > 0 && p.state.live()) // another call has been here since the plan was made
+    return end_chain(
+        l, l.outcome.failed,
+        fmt::format("chain {}  failed: {}", chain, fmt::format("segment {} {}", p.segment, p.state.text())));
+  const bool again = resumes(p);
+  r.record = again ? resumed_segment(l.s, chain, p) : next_segment(l.s, chain, p);
   r.directory = segment_directory(l.runs, chain, r.record.segment);
   std::string fault;
-  if (make_segment(l.runs, l.s, r.record, getpid(), fault))
+  if (again ? resume_segment(l.runs, l.s, r.record, getpid(), fault)
+            : make_segment(l.runs, l.s, r.record, getpid(), fault))
     r.pid = start_program(r.directory, l.s.program, fault);
   if (r.pid < 0) return end_chain(l, l.outcome.failed, fmt::format("chain {}  failed: {}", chain, fault));
+  const std::string from =
+      again ? fmt::format("continues after round {}", r.record.resumes.back().after + r.record.shift)
+            : fmt::format("starts at round {}", r.record.first + r.record.shift);
   if (!l.screen.terminal)
-    show_line(l.screen,
-              fmt::format("chain {}  seg {} starts at round {}, seeds {} {}", chain, r.record.segment,
-                          r.record.first + r.record.shift, r.record.seeds.A, r.record.seeds.B));
+    show_line(l.screen, fmt::format("chain {}  seg {} {}, seeds {} {}", chain, r.record.segment, from,
+                                    r.record.seeds.A, r.record.seeds.B));
   l.running.push_back(std::move(r));
 }
 
@@ -92,7 +102,7 @@ void settle_segment(local_run& l, const running_chain& r) {
   if (phase != segment_phase::finished && phase != segment_phase::stopped)
     return end_chain(l, l.outcome.failed,
                      line(fmt::format("seg {} {}; {}", p.segment, p.state.text(), kept_text(l, r.chain))));
-  if (p.done >= last)
+  if (is_complete(p, last))
     return end_chain(l, l.outcome.complete,
                      line(fmt::format("complete, round {}, {}", p.done, kept_text(l, r.chain))));
   if (phase == segment_phase::stopped || l.stopping)
@@ -168,7 +178,7 @@ local_outcome run_here(const fs::path& runs, const study& s, int jobs, screen_li
   local_run l{runs, s, screen, {}, {}, {}, false, steady_seconds()};
   for (const chain_record& c : s.chains) {
     const chain_position p = position_of(runs, s, c.number);
-    if (p.segment > 0 && p.done >= c.last)
+    if (is_complete(p, c.last))
       ++l.outcome.complete;
     else
       l.waiting.push_back(c.number);

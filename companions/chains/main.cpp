@@ -62,7 +62,8 @@ void add_others(CLI::App& app, command_line& c) {
   app.add_subcommand("stop", "end all chains at their next sample round")
       ->add_option("runs", c.runs, "directory of the study")
       ->required();
-  CLI::App* advance = app.add_subcommand("advance", "used by batch files: make the next segment of a chain");
+  CLI::App* advance = app.add_subcommand(
+      "advance", "used by batch files: make the next segment of a chain, or take up its last one");
   advance->add_option("runs", c.runs, "directory of the study")->required();
   advance->add_option("--chain", c.chain, "its number")->required();
   advance->add_option("--process", c.process, "the process that will run it")->required();

@@ -33,13 +33,8 @@ void fill(const fs::path& part, const fs::path& place, const fs::path& work, con
     fs::create_symlink(before / "lastsol", part / "oldsol");
     fs::create_symlink(before / "gparlast", part / "r_parm");
   }
-  const std::string directives = directives_of(work, s, r);
-  if (directives.empty()) {
-    fault = fmt::format("can't read {}", (work / s.directive).string());
-    return;
-  }
-  if (!replace_file(part / s.directive, directives) || !write_segment(part, r, fault) ||
-      !write_process(part, record_of_process(runner, slurm_job())))
+  if (!write_directives(part, work, s, r, fault)) return;
+  if (!write_segment(part, r, fault) || !write_process(part, record_of_process(runner, slurm_job())))
     fault = fmt::format("can't write in {}", part.string());
 }
 
@@ -67,6 +62,16 @@ std::string slurm_job() {
   };
   const std::string array = value("SLURM_ARRAY_JOB_ID");
   return array.empty() ? value("SLURM_JOB_ID") : array + "_" + value("SLURM_ARRAY_TASK_ID");
+}
+
+bool write_directives(const fs::path& directory, const fs::path& work, const study& s,
+                      const segment_record& r, std::string& fault) {
+  const std::string directives = directives_of(work, s, r);
+  if (directives.empty())
+    fault = fmt::format("can't read {}", (work / s.directive).string());
+  else if (!replace_file(directory / s.directive, directives))
+    fault = fmt::format("can't write in {}", directory.string());
+  return fault.empty();
 }
 
 bool make_segment(const fs::path& runs, const study& s, const segment_record& r, pid_t runner,

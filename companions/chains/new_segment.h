@@ -15,6 +15,11 @@ namespace zeph::chains {
 bool make_segment(const fs::path& runs, const study& s, const segment_record& r, pid_t runner,
                   std::string& fault);
 
+// Writes the segment's own directive file into its directory: that of the work directory with the segment's
+// seeds and rounds. False with `fault`, which names the file.
+bool write_directives(const fs::path& directory, const fs::path& work, const study& s,
+                      const segment_record& r, std::string& fault);
+
 // The work directory of a study.
 fs::path work_of(const fs::path& runs, const study& s);
 

@@ -31,7 +31,7 @@ std::int64_t begin_of(pid_t pid) {
 }
 
 // The program on one thread; its exit code in a file that appears whole.
-constexpr const char* shell_text = "\"$0\" > listing.txt 2>&1 < /dev/null\n"
+constexpr const char* shell_text = "\"$0\" >> listing.txt 2>&1 < /dev/null\n"
                                    "echo $? > exit.part && mv exit.part exit\n";
 
 [[noreturn]] void become_program(const fs::path& directory, const fs::path& program) {
@@ -75,6 +75,20 @@ process_life life_of(const process_record& p) {
   if (p.host != host_name()) return process_life::elsewhere;
   const std::int64_t begun = begin_of(p.pid);
   return begun != 0 && begun == p.begun ? process_life::alive : process_life::gone;
+}
+
+pid_t process_in(const fs::path& directory, const std::string& name) {
+  std::error_code fault;
+  const fs::path place = fs::canonical(directory, fault);
+  if (fault) return 0;
+  for (const auto& entry : fs::directory_iterator("/proc", fault)) {
+    const std::string number = entry.path().filename();
+    if (number.find_first_not_of("0123456789") != std::string::npos) continue;
+    if (fs::read_symlink(entry.path() / "cwd", fault) != place) continue;
+    const auto pid = static_cast<pid_t>(std::strtol(number.c_str(), nullptr, 10));
+    if (text_of(entry.path() / "comm") == name + "\n" && begin_of(pid) != 0) return pid;
+  }
+  return 0;
 }
 
 pid_t start_program(const fs::path& directory, const fs::path& program, std::string& fault) {

@@ -1,6 +1,6 @@
 #include "chains/segment_state.h"
 
-#include "chains/state_files.h"
+#include "input/analysis.h"
 
 #include <algorithm>
 #include <chrono>
@@ -34,8 +34,24 @@ std::int64_t last_row_of_py(const fs::path& directory) {
   return round;
 }
 
+// STOP has ended the last run in the directory; a run that continues a chain begins with a line that says so.
+bool last_run_was_stopped(const fs::path& directory) {
+  const std::string listing = text_of(directory / listing_name);
+  const std::size_t begin = listing.rfind("The chain continues from r_state");
+  return listing.find("Stop signal received.", begin == std::string::npos ? 0 : begin) != std::string::npos;
+}
+
+// The end by the saved state: a chain for each model is at its end after the last of them.
+void settle_by_state(const fs::path& directory, segment_state& s) {
+  s.round = s.saved.round;
+  const bool stopped = s.round < s.record.last() ||
+                       (analysis_of(s.saved.analysis) == analysis::models && last_run_was_stopped(directory));
+  s.phase = stopped ? segment_phase::stopped : segment_phase::finished;
+}
+
 // The last round of a run that ended with code 0, and whether all rounds were run.
 void settle_end(const fs::path& directory, segment_state& s) {
+  if (s.saved.known) return settle_by_state(directory, s);
   std::int64_t saved = 0;
   if (saved_round(directory, saved)) {
     s.phase = saved >= s.record.last() ? segment_phase::finished : segment_phase::stopped;
@@ -43,18 +59,22 @@ void settle_end(const fs::path& directory, segment_state& s) {
     return;
   }
   // without a saved state (fixed matrices): the rows of py, and the words of the listing
-  const bool stopped = text_of(directory / listing_name).find("Stop signal received.") != std::string::npos;
+  const bool stopped = last_run_was_stopped(directory);
   s.phase = stopped ? segment_phase::stopped : segment_phase::finished;
   s.round = stopped ? std::max(s.record.first - 1, last_row_of_py(directory)) : s.record.last();
 }
 
-segment_phase phase_without_exit(const fs::path& directory, const segment_state& s) {
+segment_phase phase_without_exit(const fs::path& directory, segment_state& s) {
   std::error_code ignored;
-  const bool begun = fs::exists(directory / listing_name, ignored);
+  const bool begun = s.saved.there || fs::exists(directory / listing_name, ignored);
   if (!s.has_process) return begun ? segment_phase::unknown : segment_phase::not_begun;
   const process_life life = life_of(s.process);
   if (life == process_life::alive) return segment_phase::running;
   if (life == process_life::elsewhere) return segment_phase::unknown;
+  if (const pid_t pid = begun ? process_in(directory, program_name) : 0; pid != 0) {
+    s.process = record_of_process(pid, ""); // it has outlived the shell around it
+    return segment_phase::running;
+  }
   return begun ? segment_phase::killed : segment_phase::not_begun;
 }
 
@@ -84,7 +104,7 @@ status_line read_status(const fs::path& directory) {
   return s;
 }
 
-std::string last_line_of(const fs::path& path) {
+std::string last_line_of(const fs::path& path, std::string_view besides) {
   std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) return {};
   constexpr std::streamoff tail = 8192;
@@ -92,7 +112,9 @@ std::string last_line_of(const fs::path& path) {
   in.seekg(std::max<std::streamoff>(0, size - tail));
   std::string last, line;
   while (std::getline(in, line))
-    if (!in.eof() && line.find_first_not_of(" \r") != std::string::npos) last = line; // whole lines only
+    if (const std::size_t first = line.find_first_not_of(" \r"); first != std::string::npos)
+      if (!in.eof() && (besides.empty() || !line.substr(first).starts_with(besides)))
+        last = line; // whole lines only
   const std::size_t first = last.find_first_not_of(' ');
   return first == std::string::npos ? std::string() : last.substr(first);
 }
@@ -105,7 +127,8 @@ std::int64_t sample_rounds_in(const fs::path& directory) {
 bool look_at_segment(const fs::path& directory, segment_state& s, std::string& fault) {
   s = {};
   if (!read_segment(directory, s.record, fault)) return false;
-  s.round = s.record.first - 1;
+  s.saved = find_saved_state(directory);
+  s.round = std::max(s.record.first - 1, s.saved.round);
   const bool ended = read_exit(directory, s.exit_code); // before `status`: what is read then is the last
   s.status = read_status(directory);
   s.has_process = read_process(directory, s.process);
@@ -120,7 +143,7 @@ bool look_at_segment(const fs::path& directory, segment_state& s, std::string& f
   } else {
     s.phase = s.exit_code > first_signal_code ? segment_phase::killed : segment_phase::failed;
   }
-  s.last_words = last_line_of(directory / listing_name);
+  s.last_words = last_line_of(directory / listing_name, "ZEPH terminates.");
   return true;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "chains/processes.h"
+#include "chains/state_files.h"
 #include "chains/study_records.h"
 
 #include <cstdint>
@@ -35,11 +36,12 @@ struct segment_state {
   segment_phase phase = segment_phase::not_begun;
   int exit_code = 0;
   std::int64_t round =
-      0; // last round known, as the segment's own files number it; first - 1 when there is none
+      0;             // last round known, as the segment's own files number it; first - 1 when there is none
+  saved_place saved; // the state from which it can be continued
   status_line status;
   process_record process;
   bool has_process = false;
-  std::string last_words;   // last line of the listing that is not blank
+  std::string last_words;   // last line of the listing but for blank ones and "ZEPH terminates."
   std::string text() const; // "running", "ended with exit code 16: .."
 
   bool live() const { return phase == segment_phase::running || phase == segment_phase::unknown; }
@@ -48,8 +50,9 @@ struct segment_state {
 // False with `fault` when segment.toml can't be read.
 bool look_at_segment(const fs::path& directory, segment_state& s, std::string& fault);
 
-// The last line of a text file that is not blank, and the whole rows of `py`, one a sample round.
-std::string last_line_of(const fs::path& path);
+// The last line of a text file that is not blank and does not begin with `besides`, and the whole rows of
+// `py`, one a sample round.
+std::string last_line_of(const fs::path& path, std::string_view besides = "");
 std::int64_t sample_rounds_in(const fs::path& directory);
 
 } // namespace zeph::chains

@@ -38,7 +38,7 @@ while [ -z "$asked" ]; do
   (
     trap '' USR1 TERM # ZEPH ends by STOP
     cd "$segment" || exit 1
-    "$zeph" > listing.txt 2>&1 < /dev/null
+    "$zeph" >> listing.txt 2>&1 < /dev/null
     echo $? > exit.part && mv exit.part exit
   ) &
   child=$!
@@ -98,7 +98,7 @@ std::string job_id_in(const std::string& said) {
 
 } // namespace
 
-std::string batch_text(const fs::path& runs, const study& s, const fs::path& zeph_chains) {
+std::string batch_text(const fs::path& runs, const study& s, const fs::path& zeph_chains, bool requeue) {
   std::string name = fs::absolute(runs).lexically_normal().filename();
   if (name.empty()) name = "zeph";
   std::erase_if(name,
@@ -106,9 +106,9 @@ std::string batch_text(const fs::path& runs, const study& s, const fs::path& zep
   const std::string output = (fs::absolute(runs) / slurm_name / "%A_%a.txt").lexically_normal();
   std::string text = "#!/bin/sh\n";
   text += fmt::format("#SBATCH --job-name={}\n#SBATCH --array=1-{}\n#SBATCH --ntasks=1\n"
-                      "#SBATCH --cpus-per-task=1\n#SBATCH --signal=B:USR1@{}\n#SBATCH --no-requeue\n"
-                      "#SBATCH --output=\"{}\"\n\n",
-                      name, s.chains.size(), seconds_before_limit, output);
+                      "#SBATCH --cpus-per-task=1\n#SBATCH --signal=B:USR1@{}\n#SBATCH --{}requeue\n"
+                      "#SBATCH --open-mode=append\n#SBATCH --output=\"{}\"\n\n",
+                      name, s.chains.size(), seconds_before_limit, requeue ? "" : "no-", output);
   text += fmt::format("zeph_chains={}\nzeph={}\nruns={}\n", shell_word(zeph_chains), shell_word(s.program),
                       shell_word(fs::absolute(runs).lexically_normal()));
   return text + batch_body;
@@ -148,14 +148,14 @@ bool split_options(const std::string& options, std::vector<std::string>& words, 
 }
 
 bool submit_array(const fs::path& runs, const study& s, const std::string& options, int segments,
-                  std::vector<std::string>& job_ids, std::string& fault) {
+                  bool requeue, std::vector<std::string>& job_ids, std::string& fault) {
   std::vector<std::string> given;
   if (!split_options(options, given, fault)) return false;
   const fs::path own = fs::read_symlink("/proc/self/exe");
   std::error_code ignored;
   fs::create_directories(runs / slurm_name, ignored);
   const fs::path batch = free_batch_file(runs / slurm_name);
-  if (!replace_file(batch, batch_text(runs, s, own))) {
+  if (!replace_file(batch, batch_text(runs, s, own, requeue))) {
     fault = fmt::format("can't write {}", batch.string());
     return false;
   }

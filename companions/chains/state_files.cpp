@@ -1,5 +1,6 @@
 #include "chains/state_files.h"
 
+#include "formats/byte_file.h"
 #include "formats/sequential_file.h"
 
 #include <fmt/format.h>
@@ -46,7 +47,68 @@ std::string parameters_fault(const fs::path& path, const work_model& m, seed_pai
   return {};
 }
 
+// The head of a saved state, and its blocks, one after another: i4 length of the name, the name, i4 bytes of
+// an element, i8 number of elements, the elements (docs/files.md).
+constexpr std::string_view state_head = "ZEPH state 1";
+
+class block_walk {
+public:
+  bool open(const fs::path& path) {
+    std::string head(state_head.size(), ' ');
+    return file_.open(path.string()) && take(head.data(), std::ssize(head)) && head == state_head;
+  }
+  // The next block; false at the end of the file, or where none begins.
+  bool next(std::string& name) {
+    std::int32_t n = 0, size = 0;
+    std::int64_t count = 0;
+    at_ += left_;
+    if (!file_.move_to(at_) || !take(&n, 4) || n < 1 || n > longest_name) return false;
+    name.resize(static_cast<std::size_t>(n));
+    if (!take(name.data(), n) || !take(&size, 4) || !take(&count, 8)) return false;
+    if (size < 1 || count < 0 || count > file_.size() / size) return false;
+    left_ = size * count;
+    return true;
+  }
+  // Its only element.
+  template <class T> bool number(T& x) {
+    if (left_ != sizeof(T) || !take(&x, left_)) return false;
+    left_ = 0;
+    return true;
+  }
+
+private:
+  bool take(void* x, std::int64_t n) {
+    at_ += n;
+    return file_.read(static_cast<char*>(x), n) == n;
+  }
+  static constexpr std::int32_t longest_name = 256;
+  byte_source file_;
+  std::int64_t at_ = 0, left_ = 0; // bytes taken; of the block, not yet
+};
+
+bool read_place(const fs::path& path, saved_place& place) {
+  block_walk blocks;
+  if (!blocks.open(path)) return false;
+  for (std::string name; blocks.next(name);) {
+    if (name == "analysis type" && !blocks.number(place.analysis)) return false;
+    if (name == "round") return blocks.number(place.round);
+  }
+  return false;
+}
+
 } // namespace
+
+saved_place find_saved_state(const fs::path& directory) {
+  saved_place place;
+  std::error_code ignored;
+  for (const char* name : {saved_state_name, given_state_name}) {
+    if (!fs::exists(directory / name, ignored)) continue;
+    place.there = true;
+    place.known = read_place(directory / name, place);
+    return place;
+  }
+  return place;
+}
 
 std::vector<std::string> state_faults(const fs::path& directory, const work_model& m, seed_pair seeds) {
   std::vector<std::string> lines;

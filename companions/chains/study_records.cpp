@@ -5,6 +5,7 @@
 #include "shared/toml_parser.h"
 
 #include <array>
+#include <ctime>
 #include <fmt/format.h>
 #include <fstream>
 #include <limits>
@@ -136,10 +137,14 @@ std::string study_text(const study& s) {
 }
 
 std::string segment_text(const segment_record& r) {
-  return fmt::format("chain = {}\nsegment = {}\nseeds = [{}, {}]\nburnin = {}\nrounds = {}\ninterval = {}\n"
-                     "first = {}\nshift = {}\ncounts = {}\n",
-                     r.chain, r.segment, r.seeds.A, r.seeds.B, r.burnin, r.rounds, r.interval, r.first,
-                     r.shift, r.counts);
+  std::string out = fmt::format(
+      "chain = {}\nsegment = {}\nseeds = [{}, {}]\nburnin = {}\nrounds = {}\ninterval = {}\n"
+      "first = {}\nshift = {}\ncounts = {}\n",
+      r.chain, r.segment, r.seeds.A, r.seeds.B, r.burnin, r.rounds, r.interval, r.first, r.shift, r.counts);
+  for (const resume_record& again : r.resumes)
+    out += fmt::format("\n[[resume]]\ntime = {}\nafter = {}\nrounds = {}\n", toml_string(again.time),
+                       again.after, again.rounds);
+  return out;
 }
 
 void take_tables(const key_reader& keys, study& s) {
@@ -176,6 +181,14 @@ std::string text_of(const fs::path& path) {
   std::string text;
   read_text(path, text);
   return text;
+}
+
+std::string time_now() {
+  const std::time_t now = std::time(nullptr);
+  std::tm t{};
+  localtime_r(&now, &t);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,
+                     t.tm_hour, t.tm_min, t.tm_sec);
 }
 
 bool replace_file(const fs::path& path, const std::string& text) {
@@ -240,6 +253,12 @@ bool read_segment(const fs::path& directory, segment_record& r, std::string& fau
   r.first = keys.integer<std::int64_t>("first");
   r.shift = keys.integer<std::int64_t>("shift");
   r.counts = keys.flag("counts");
+  r.resumes.clear();
+  if (table.contains("resume"))
+    keys.tables("resume", [&](const key_reader& k) {
+      r.resumes.push_back(
+          {k.text("time"), k.integer<std::int64_t>("after"), k.integer<std::int32_t>("rounds")});
+    });
   if (damage.empty()) return true;
   fault = fmt::format("{}: {}", path.string(), damage);
   return false;

@@ -49,13 +49,20 @@ struct study {
   std::int64_t first_sampled() const { return std::int64_t{burnin} + 1; }
 };
 
+struct resume_record {
+  std::string time;        // as of a start
+  std::int64_t after = 0;  // round of the state that it was continued from, as the segment's files number it
+  std::int32_t rounds = 0; // in its directive file from then on
+};
+
 struct segment_record {
   int chain = 0, segment = 0;
   seed_pair seeds;
   std::int32_t burnin = 0, rounds = 0, interval = 1; // third line of its directive file
   std::int64_t first = 1;                            // number of its first round in its own files
-  std::int64_t shift = 0; // number in the files + shift = number of the round in the chain
-  bool counts = true;     // false: only ends a burn-in
+  std::int64_t shift = 0;                  // number in the files + shift = number of the round in the chain
+  bool counts = true;                      // false: only ends a burn-in
+  std::vector<resume_record> resumes = {}; // each time that it was continued in its own directory
 
   std::int64_t last() const { return first - 1 + burnin + rounds; } // as its files number it
 };
@@ -66,6 +73,9 @@ bool read_study(const fs::path& runs, study& s, std::string& fault);
 bool write_study(const fs::path& runs, const study& s, std::string& fault);
 bool read_segment(const fs::path& directory, segment_record& r, std::string& fault);
 bool write_segment(const fs::path& directory, const segment_record& r, std::string& fault);
+
+// The local time, 2026-11-21 09:30:00.
+std::string time_now();
 
 // Puts the text under a name beside `path`, then renames. False when it can't be written.
 bool replace_file(const fs::path& path, const std::string& text);

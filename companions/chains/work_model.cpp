@@ -94,17 +94,6 @@ void lay_out_state(const model_records& m, work_model& out) {
   if (G > 1) add("IRESG_M", 4 * nobs);
 }
 
-// A line of the file sampler begins with the word exact.
-bool asks_for_exact(const fs::path& work) {
-  std::istringstream lines(text_of(work / sampler_name));
-  for (std::string line; std::getline(lines, line);) {
-    std::string word;
-    std::istringstream(line) >> word;
-    if (word == "exact" || word.starts_with("exact#")) return true;
-  }
-  return false;
-}
-
 bool is_numbered(std::string_view name, std::string_view prefix) {
   if (!name.starts_with(prefix)) return false;
   const std::string_view number = name.substr(prefix.size());
@@ -156,10 +145,21 @@ bool read_work_model(const fs::path& work, work_model& out, std::string& fault) 
     return false;
   }
   out.neq = layout.neq;
-  out.exact = asks_for_exact(work);
+  out.exact = sampler_asks_for(work, "exact");
+  out.saves_state = sampler_asks_for(work, "state");
   for (std::int32_t j = 1; j <= m.nt; ++j) out.types.push_back(m.MODEL(j).TRAIT_TYPE);
   lay_out_state(m, out);
   return read_directives(work, m, out, fault);
+}
+
+bool sampler_asks_for(const fs::path& work, std::string_view word) {
+  std::istringstream lines(text_of(work / sampler_name));
+  for (std::string line; std::getline(lines, line);) {
+    std::string first;
+    std::istringstream(line) >> first;
+    if (first.substr(0, first.find('#')) == word) return true;
+  }
+  return false;
 }
 
 std::vector<std::string> input_names(const fs::path& work, const work_model& m) {
@@ -196,8 +196,10 @@ std::vector<std::string> changed_inputs(const fs::path& work, const study& s, bo
     std::error_code fault;
     file_print print;
     const auto bytes = fs::file_size(work / i.file, fault);
-    if (fault || (!quick && !print_of_file(work / i.file, print)))
+    if (fault)
       lines.push_back(fmt::format("{} is gone", (work / i.file).string()));
+    else if (!quick && !print_of_file(work / i.file, print))
+      lines.push_back(fmt::format("can't read {}", (work / i.file).string()));
     else if (static_cast<std::int64_t>(bytes) != i.bytes || (!quick && print.sha256 != i.sha256))
       lines.push_back(fmt::format("{} has changed since the chains began", (work / i.file).string()));
   }

@@ -20,7 +20,8 @@ struct work_model {
   std::vector<std::int64_t> state;      // bytes of each record of gparlast, in order
   std::vector<std::string> state_names; // what each of them holds
 
-  bool exact = false; // the file sampler has the word
+  bool exact = false;       // the file sampler has the word
+  bool saves_state = false; // it has the word state: the whole state of a chain is saved along the way
 
   bool draws_thresholds() const; // a trait has them
   bool forgets_values() const;   // a continued chain draws values of a trait again
@@ -29,6 +30,9 @@ struct work_model {
 // Reads MODINF and the directive file. False with `fault` when they can't be read, or when the directive file
 // is not in the directory itself.
 bool read_work_model(const fs::path& work, work_model& m, std::string& fault);
+
+// A line of the file `sampler` of the directory begins with the word.
+bool sampler_asks_for(const fs::path& work, std::string_view word);
 
 // Names of the files of the directory that go into every segment as links, sorted: those that ZEPH reads, and
 // those that names.json lists; `sampler` whoever wrote it. The directive file, oldsol, r_parm, r_state,

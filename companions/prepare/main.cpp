@@ -81,11 +81,20 @@ int faults(const command& c, const message_log& log) {
 
 bool continues_from_state(const run_section& run) { return run.continue_chain.value && run.saves_state(); }
 
-void tell_directory(const model_description& d, const fs::path& directory, const directory_result& written) {
+void refuse_missing_state(const model_description& d, const fs::path& directory, message_log& log) {
+  message& m = error_at(
+      d, log, d.run.continue_chain.at,
+      fmt::format("the chain continues from its saved state, and {} is missing: mv statelast r_state",
+                  (directory / "r_state").string()));
+  if (!d.run.state_every.given) m.hint = "without a saved state: state_every = false";
+}
+
+void tell_directory(const model_description& d, bool exact, const fs::path& directory,
+                    const directory_result& written) {
   fmt::print("Written to {}: {} files\n", directory.string(), written.files.size());
   for (const std::string& name : written.removed)
     fmt::print("  {} of an earlier preparation was removed\n", name);
-  for (const std::string& line : disturbing_files(directory, continues_from_state(d.run)))
+  for (const std::string& line : disturbing_files(directory, exact, continues_from_state(d.run)))
     fmt::print("  beware: {}\n", line);
   if (d.run.continue_chain.value && !d.run.saves_state())
     fmt::print("To continue the chain of that directory: cp lastsol oldsol; cp gparlast r_parm\n");
@@ -107,10 +116,7 @@ int run(const command& c) {
   // a saved state knows its model by the bytes of MODINF, the time of preparation among them
   const auto stamp = from_state ? stamp_of_directory(directory) : std::nullopt;
   const prepared_model p = assemble_model(d, {c.prune, stamp.value_or(stamp_now())}, log);
-  if (from_state && !fs::exists(directory / "r_state"))
-    error_at(d, log, d.run.continue_chain.at,
-             fmt::format("the chain continues from its saved state, and {} is missing: mv statelast r_state",
-                         (directory / "r_state").string()));
+  if (from_state && !fs::exists(directory / "r_state")) refuse_missing_state(d, directory, log);
   if (exit_code(log) != 0) return faults(c, log);
 
   fmt::print(stderr, "{}", messages_of(c, log));
@@ -132,7 +138,7 @@ int run(const command& c) {
     return exit_files;
   }
   try {
-    tell_directory(d, directory, written);
+    tell_directory(d, p.exact, directory, written);
   } catch (const std::bad_alloc&) { // the directory is whole, only words about it are lost
     std::fputs("zeph-prepare: the work directory is written; out of memory for more words\n", stderr);
   }

@@ -83,10 +83,12 @@ void look_at_directory(watched_chain& c, double now) {
   c.look.state = stopping ? "stopping" : "running";
 }
 
-std::string state_while_running(const watched_chain& c, const study& s, const segment_state& segment) {
+// `begins`: it did not run when it was looked at before.
+std::string state_while_running(const watched_chain& c, const study& s, const segment_state& segment,
+                                bool begins) {
   std::error_code ignored;
   if (fs::exists(c.directory / stop_name, ignored)) return "stopping";
-  if (segment.status.what != status_line::kind::round) return c.seen_round < 0 ? "starting" : c.look.state;
+  if (segment.status.what != status_line::kind::round) return begins ? "starting" : c.look.state;
   return c.look.round <= s.burnin ? "burn-in" : "sampling";
 }
 
@@ -119,9 +121,10 @@ void look_at_study(watched_chain& c, double now) {
   c.directory = segment_directory(c.runs, c.chain, p.segment);
   take_round(c, p.state.status, p.state.record.shift, now);
   if (!p.running()) return settle(c, p);
+  const bool begins = c.look.now != life::running;
   c.look.now = life::running;
   c.look.trouble.clear();
-  c.look.state = state_while_running(c, s, p.state);
+  c.look.state = state_while_running(c, s, p.state, begins);
 }
 
 bool looks_like_a_run(const fs::path& directory) {

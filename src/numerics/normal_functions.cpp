@@ -136,12 +136,15 @@ double NORMALCDF(reporting& report, double x, double mean, double sd) {
   return lower;
 }
 
+double normal_quantile(double p) {
+  const double q = 1.0 - p;
+  return p <= q ? inverse_tail(p) : -inverse_tail(q);
+}
+
 double NORMAL_INVCDF(reporting& report, double& p, double mean, double sd) {
   p = clipped_probability(p);
   if (!(sd > 0.0) || std::isnan(p)) parameters_incorrect(report, "Parameters for NORMAL_INVCDF incorrect");
-  const double q = 1.0 - p;
-  const double z = p <= q ? inverse_tail(p) : -inverse_tail(q);
-  return sd * z + mean;
+  return sd * normal_quantile(p) + mean;
 }
 
 } // namespace zeph

@@ -35,6 +35,9 @@ inline double clipped_probability(double p) {
   return p > highest_probability ? highest_probability : p;
 }
 
+// The standard normal x with P(X < x) = p, lowest_probability <= p <= highest_probability: as NORMAL_INVCDF.
+double normal_quantile(double p);
+
 // The x with P(X < x) = p, P(X > x) = 1 - p. p is clipped first, and the clipped
 // value is left in the argument. DCDFLIB's starting value and Newton steps on
 // `cumnor`. sd not above 0, or p not a number: "Parameters for NORMAL_INVCDF

@@ -44,8 +44,8 @@ double likely_draw(combined_source& source, double a, double b) {
   double pa = 0, pb = 0, upper = 0;
   cumnor(std::max(a, -far_bound), pa, upper);
   cumnor(std::min(b, far_bound), pb, upper);
-  double p = pa + (pb - pa) * static_cast<double>(ranf(source));
-  if (clipped_probability(p) == p) return NORMAL_INVCDF(*source.report, p);
+  const double p = pa + (pb - pa) * static_cast<double>(ranf(source));
+  if (p >= lowest_probability && p <= highest_probability) return normal_quantile(p);
   const double tail = std::max(std::min(p, 1.0 - p), std::numeric_limits<double>::min());
   return (p < 0.5 ? -root_two : root_two) * boost::math::erfc_inv(2.0 * tail);
 }

@@ -88,6 +88,68 @@ TEST(next_segment, ends_a_burnin_that_was_stopped_in_a_segment_that_does_not_cou
   EXPECT_TRUE(next_segment(s, 1, after(one, segment_phase::stopped, 100)).counts);
 }
 
+// A segment that saved its state in this round.
+chain_position with_state(chain_position p, std::int64_t round) {
+  p.state.saved = {true, true, 3, round};
+  return p;
+}
+
+TEST(resumed_segment, runs_to_the_last_round_of_the_chain_in_the_same_directory) {
+  study s = plan();
+  const segment_record one = next_segment(s, 1, {});
+  segment_record r = resumed_segment(s, 1, with_state(after(one, segment_phase::killed, 350), 340));
+  EXPECT_EQ(r.segment, 1);
+  EXPECT_EQ(r.burnin, 100);
+  EXPECT_EQ(r.rounds, 1000);
+  EXPECT_EQ(r.last(), 1100);
+  ASSERT_EQ(r.resumes.size(), 1U);
+  EXPECT_EQ(r.resumes[0].after, 340);
+  EXPECT_EQ(r.resumes[0].rounds, 1000);
+  s.chains[0].last = 1600; // more of them
+  r = resumed_segment(s, 1, with_state(after(r, segment_phase::finished, 1100), 1100));
+  EXPECT_EQ(r.rounds, 1500);
+  EXPECT_EQ(r.last(), 1600);
+  EXPECT_EQ(r.resumes.size(), 2U);
+}
+
+// the chain's 351 is round 350 of its second segment
+TEST(resumed_segment, counts_the_rounds_of_a_later_segment_as_its_files_do) {
+  const study s = plan();
+  const segment_record one = next_segment(s, 1, {});
+  const segment_record two = next_segment(s, 1, after(one, segment_phase::stopped, 350));
+  const segment_record r = resumed_segment(s, 1, with_state(after(two, segment_phase::killed, 500), 400));
+  EXPECT_EQ(r.first, 350);
+  EXPECT_EQ(r.shift, 1);
+  EXPECT_EQ(r.rounds, 750);
+  // one that only ends the burn-in does not go beyond it
+  const segment_record part = next_segment(s, 1, after(one, segment_phase::stopped, 40));
+  EXPECT_EQ(resumed_segment(s, 1, with_state(after(part, segment_phase::killed, 70), 60)).rounds, 60);
+  EXPECT_FALSE(resumes(with_state(after(part, segment_phase::finished, 99), 99)));
+}
+
+TEST(resumes, is_asked_of_every_segment_with_a_state_that_does_not_run) {
+  const segment_record one = next_segment(plan(), 1, {});
+  EXPECT_FALSE(resumes({}));
+  for (const segment_phase phase :
+       {segment_phase::finished, segment_phase::stopped, segment_phase::failed, segment_phase::killed}) {
+    EXPECT_FALSE(resumes(after(one, phase, 500)));
+    EXPECT_TRUE(resumes(with_state(after(one, phase, 500), 500)));
+  }
+  for (const segment_phase phase : {segment_phase::running, segment_phase::unknown})
+    EXPECT_FALSE(resumes(with_state(after(one, phase, 500), 500)));
+}
+
+TEST(is_complete, needs_the_last_round_and_its_end) {
+  const segment_record one = next_segment(plan(), 1, {});
+  EXPECT_FALSE(is_complete({}, 1100));
+  EXPECT_TRUE(is_complete(after(one, segment_phase::finished, 1100), 1100));
+  EXPECT_FALSE(is_complete(after(one, segment_phase::finished, 1100), 1200));
+  EXPECT_TRUE(is_complete(after(one, segment_phase::stopped, 1100), 1100)); // in its last round
+  // killed while it wrote its reports; stopped in the last round of a model that is not the last one
+  EXPECT_FALSE(is_complete(with_state(after(one, segment_phase::killed, 1100), 1100), 1100));
+  EXPECT_FALSE(is_complete(with_state(after(one, segment_phase::stopped, 1100), 1100), 1100));
+}
+
 TEST(run_fault, refuses_the_solver_only) {
   EXPECT_EQ(run_fault(0),
             "analysis type 0 is the solver: it gives the same solutions every time, run ZEPH once");

@@ -116,9 +116,9 @@ TEST(run, reports_a_chain_that_ZEPH_ends_with_an_error) {
   c.place.remove("work/AINV1");
   const said_by_program said = c.chains("run work --chains 2 --into runs");
   EXPECT_EQ(said.exit_code, 1);
-  EXPECT_TRUE(says(said, "chain 2  seg 1 ended with exit code 16: ZEPH terminates.; 0 samples kept\n"));
+  EXPECT_TRUE(says(said, "chain 2  seg 1 ended with exit code 16: Data not found; 0 samples kept\n"));
   EXPECT_TRUE(says(said, "zeph-chains: 2 chains failed; the output of each is in its directory\n"));
-  EXPECT_TRUE(refused(c, "continue runs", "chain 1, segment 1 ended with exit code 16: ZEPH terminates.\n"));
+  EXPECT_TRUE(refused(c, "continue runs", "chain 1, segment 1 ended with exit code 16: Data not found\n"));
 }
 
 TEST(run, reports_a_program_that_does_not_start) {

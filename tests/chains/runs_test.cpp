@@ -1,5 +1,5 @@
 // Chains of the real program: run, interrupted, killed, continued.
-#include "chains/processes.h"
+#include "chains/segment_processes.h"
 #include "chains/study_case.h"
 
 #include <gtest/gtest.h>
@@ -17,31 +17,6 @@ std::string seeds_line(int k) {
 }
 
 std::string chain_of(const std::string& runs, int k) { return runs + "/chain" + std::to_string(k); }
-
-// The shell around ZEPH in a segment; 0 unless it lives, began when the file `process` says, works in that
-// directory and leads a group of its own: only what zeph-chains has started for this test is ever killed.
-pid_t shell_of(const std::string& segment) {
-  zeph::chains::process_record p;
-  if (!zeph::chains::read_process(segment, p) || p.pid <= 1 || p.pid == ::getpid()) return 0;
-  std::error_code fault;
-  const std::filesystem::path works_in =
-      std::filesystem::read_symlink("/proc/" + std::to_string(p.pid) + "/cwd", fault);
-  const bool ours = zeph::chains::life_of(p) == zeph::chains::process_life::alive &&
-                    works_in == std::filesystem::canonical(segment, fault) && ::getpgid(p.pid) == p.pid;
-  return ours ? p.pid : 0;
-}
-
-std::vector<pid_t> children_of(pid_t parent) {
-  std::vector<pid_t> children;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    if (entry.path().filename().string().find_first_not_of("0123456789") != std::string::npos) continue;
-    const std::string stat = bytes_of(entry.path() / "stat"); // pid (name) state parent ..
-    const std::size_t name_end = stat.rfind(") ");
-    if (name_end != std::string::npos && std::stoi(stat.substr(name_end + 4)) == parent)
-      children.push_back(std::stoi(entry.path().filename()));
-  }
-  return children;
-}
 
 TEST(run, makes_of_every_chain_what_ZEPH_alone_makes_with_its_seeds) {
   const study_case c;
@@ -249,7 +224,7 @@ TEST(stop, ends_running_chains_and_keeps_the_others_from_starting) {
 
 TEST(stop, reports_a_chain_whose_directory_takes_no_file) {
   const study_case c;
-  c.prepare({20, endless, 2000000}); // a sample in some minutes
+  c.prepare({0, endless, 2000000}); // a sample in some minutes; a burn-in would end at once
   background_program chains(
       {programs() + "zeph-chains", "run", c.place / "work", "--chains", "1", "--into", c.place / "runs"},
       c.place / "said");

@@ -19,6 +19,26 @@ std::string round_record(std::int32_t round) {
   return {reinterpret_cast<const char*>(words), sizeof words};
 }
 
+// The head of a saved state as docs/files.md has it: blocks of a sum, the type, the phase and the round.
+std::string state_of(std::int32_t analysis, std::int64_t round) {
+  std::string text = "ZEPH state 1";
+  const auto bytes = [&](const void* x, std::size_t n) { text.append(static_cast<const char*>(x), n); };
+  const auto block = [&](const std::string& name, std::int32_t size, std::int64_t count, const void* x) {
+    const auto n = static_cast<std::int32_t>(name.size());
+    bytes(&n, 4);
+    bytes(name.data(), name.size());
+    bytes(&size, 4);
+    bytes(&count, 8);
+    bytes(x, static_cast<std::size_t>(size * count));
+  };
+  const std::int32_t phase = 1;
+  block("SHA-256 of MODINF", 1, 64, std::string(64, 'a').data());
+  block("analysis type", 4, 1, &analysis);
+  block("phase", 4, 1, &phase);
+  block("round", 8, 1, &round);
+  return text;
+}
+
 // Segment 2 of a chain, rounds 101 to 300 in its files.
 struct segment_case {
   segment_case() {
@@ -123,13 +143,73 @@ TEST(look_at_segment, reports_failures_with_the_last_words_and_kills_by_signals)
   c.begun();
   c.place.write("exit", "16\n");
   EXPECT_EQ(c.look().phase, segment_phase::failed);
-  EXPECT_EQ(c.look().text(), "ended with exit code 16: ZEPH terminates.");
+  EXPECT_EQ(c.look().text(), "ended with exit code 16: ERROR - something");
   for (const char* code : {"2\n", "27\n", "127\n"}) {
     c.place.write("exit", code);
     EXPECT_EQ(c.look().phase, segment_phase::failed) << code;
   }
   c.place.write("exit", "137\n");
   EXPECT_EQ(c.look().phase, segment_phase::killed);
+}
+
+TEST(look_at_segment, takes_the_round_of_an_end_from_the_saved_state) {
+  const segment_case c;
+  c.begun();
+  c.place.write("exit", "0\n");
+  c.place.write("gparlast", round_record(159));
+  c.place.write("statelast", state_of(3, 160));
+  EXPECT_EQ(c.look().phase, segment_phase::stopped);
+  EXPECT_EQ(c.look().round, 160);
+  c.place.write("statelast", state_of(3, 300));
+  c.place.write("r_state", state_of(3, 160)); // an older one
+  EXPECT_EQ(c.look().phase, segment_phase::finished);
+  EXPECT_EQ(c.look().saved.round, 300);
+  // a chain for each model: the last round of one that is not the last one
+  const std::string stop = "Stop signal received. Processing ends graceously\n";
+  c.place.write("statelast", state_of(5, 300));
+  EXPECT_EQ(c.look().phase, segment_phase::finished);
+  c.place.write("listing.txt", " ZEPH\n" + stop);
+  EXPECT_EQ(c.look().phase, segment_phase::stopped);
+  // of a run before
+  c.place.write("listing.txt", " ZEPH\n" + stop + " ZEPH\nThe chain continues from r_state after round 20\n");
+  EXPECT_EQ(c.look().phase, segment_phase::finished);
+}
+
+TEST(look_at_segment, knows_a_killed_one_to_continue_from_its_state) {
+  const segment_case c;
+  c.begun();
+  c.process(c.gone());
+  c.place.write("status", "Current round is        190 out of        200 in model           2\n");
+  EXPECT_FALSE(c.look().saved.there);
+  c.place.write("r_state", state_of(3, 150));
+  segment_state s = c.look();
+  EXPECT_EQ(s.phase, segment_phase::killed);
+  EXPECT_EQ(s.round, 190);
+  EXPECT_TRUE(s.saved.known);
+  EXPECT_EQ(s.saved.round, 150);
+  c.place.remove("status"); // killed before its first round
+  EXPECT_EQ(c.look().round, 150);
+  c.place.remove("listing.txt"); // thrown away: it has begun all the same
+  EXPECT_EQ(c.look().phase, segment_phase::killed);
+}
+
+TEST(find_saved_state, does_not_know_what_can_not_be_read) {
+  const scratch_directory place;
+  EXPECT_FALSE(find_saved_state(place.path()).there);
+  const std::string whole = state_of(6, 42);
+  place.write("statelast", whole + "and so on");
+  EXPECT_EQ(find_saved_state(place.path()).analysis, 6);
+  EXPECT_EQ(find_saved_state(place.path()).round, 42);
+  std::string long_name = whole, negative = whole, huge = whole;
+  long_name[14] = 1; // 65,553 bytes of name
+  negative[36] = '\xff';
+  huge[44] = 127; // elements of the first block
+  for (const std::string& text : {std::string(), whole.substr(0, 12), whole.substr(0, whole.size() - 1),
+                                  "zEPH" + whole.substr(4), long_name, negative, huge}) {
+    place.write("statelast", text);
+    EXPECT_TRUE(find_saved_state(place.path()).there);
+    EXPECT_FALSE(find_saved_state(place.path()).known) << text.size();
+  }
 }
 
 TEST(look_at_segment, needs_segment_toml) {

@@ -1,4 +1,5 @@
 // The batch file under a plain shell, with programs in the places of Slurm's.
+#include "chains/segment_processes.h"
 #include "chains/slurm_batch.h"
 #include "chains/study_case.h"
 
@@ -87,7 +88,7 @@ TEST(run_with_slurm, submits_arrays_of_which_each_waits_for_the_one_before) {
   const std::string batch = c.file("runs/slurm/start1.sh");
   for (const char* line :
        {"#!/bin/sh\n", "#SBATCH --job-name=runs\n", "#SBATCH --array=1-3\n", "#SBATCH --signal=B:USR1@120\n",
-        "#SBATCH --no-requeue\n", "#SBATCH --cpus-per-task=1\n"})
+        "#SBATCH --no-requeue\n", "#SBATCH --open-mode=append\n", "#SBATCH --cpus-per-task=1\n"})
     EXPECT_NE(batch.find(line), std::string::npos) << line;
   EXPECT_EQ(shell("sh -n " + (c.place / "runs/slurm/start1.sh")).exit_code, 0);
 }
@@ -142,6 +143,113 @@ TEST(the_batch_file, ends_its_segment_at_the_signal_and_continues_at_the_next_st
   // the round after a stop is a sample round: it has the number of the stop, a multiple of the interval
   EXPECT_TRUE(
       says(c.with_slurm("status runs"), "chain 1  seg 3  complete  round 60100 of 60100  1201 samples"));
+}
+
+// A study of the given rounds whose state is saved, with Slurm.
+chain_settings with_state(int rounds) {
+  chain_settings c{20, rounds, 10};
+  c.state_every = "10";
+  return c;
+}
+
+// What Slurm does to a task that is pre-empted, or whose node is lost: all its processes are killed at once.
+void kill_task(const slurm_case& c, background_program& task, const std::string& segment) {
+  const std::string process = c.file(segment + "process");
+  for (const pid_t child : children_of(std::stoi(process.substr(process.find("pid ") + 4)))) {
+    for (const pid_t zeph : children_of(child)) ::kill(zeph, SIGKILL);
+    ::kill(child, SIGKILL);
+  }
+  EXPECT_EQ(task.end(SIGKILL), 128 + SIGKILL);
+}
+
+// The files of the whole chain, but for those of its course.
+void expect_files_of(const slurm_case& c, const std::string& whole, const std::string& segment) {
+  for (const char* name : {"gib.samples", "py", "gibsol", "solpostmean", "lastsol", "gparlast", "gparout",
+                           "statelast", "zeph.dir", "exit"}) {
+    EXPECT_NE(c.file(segment + name), "") << name;
+    EXPECT_TRUE(c.file(segment + name) == c.file(whole + name)) << name;
+  }
+}
+
+TEST(a_task_put_back_into_the_queue, resumes_its_segment_wherever_it_begins_again) {
+  const slurm_case c;
+  c.prepare(with_state(30000));
+  ASSERT_EQ(c.with_slurm("run work --into runs --chains 2 --slurm ''").exit_code, 0);
+  const std::string batch = c.file("runs/slurm/start1.sh"), segment = "runs/chain1/seg1/";
+  EXPECT_NE(batch.find("#SBATCH --requeue\n"), std::string::npos);
+  EXPECT_EQ(batch.find("no-requeue"), std::string::npos);
+  c.program("squeue", "echo 101_1"); // the task that asks is in the queue itself
+  const auto rows = [&] { return c.file(segment + "py").size(); };
+  {
+    background_program task(c.task(1), c.place / "task.txt");
+    ASSERT_TRUE(soon([&] { return rows() > 1000; })) << c.file("task.txt");
+    task.send(SIGTERM); // the first notice: STOP, and the state is saved
+    EXPECT_EQ(task.wait(), 0) << c.file("task.txt");
+    EXPECT_TRUE(c.has(segment + "STOP"));
+    EXPECT_TRUE(c.has(segment + "statelast"));
+  }
+  { // here again, and killed on the way
+    background_program task(c.task(1), c.place / "task.txt");
+    const std::size_t before = rows();
+    ASSERT_TRUE(soon([&] { return c.has(segment + "r_state") && rows() > before + 1000; }));
+    kill_task(c, task, segment);
+    EXPECT_FALSE(c.has(segment + "exit"));
+  }
+  // on another node, where nothing is known of the first
+  const std::string process = c.file(segment + "process");
+  c.place.write(segment + "process", "host node7" + process.substr(process.find('\n')));
+  EXPECT_EQ(c.run_task(1), 0) << c.file("task.txt");
+  EXPECT_TRUE(
+      says(c.with_slurm("status runs"), "chain 1  seg 1  complete  round 30020 of 30020  3000 samples"));
+  EXPECT_EQ(c.run_task(1), 0); // nothing is left
+  EXPECT_FALSE(c.has("runs/chain1/seg2"));
+  ASSERT_EQ(c.chains("run work --chains 1 --into whole").exit_code, 0);
+  expect_files_of(c, "whole/chain1/seg1/", segment);
+}
+
+TEST(a_task_put_back_into_the_queue, begins_its_segment_again_when_no_state_was_saved) {
+  const slurm_case c;
+  c.prepare(with_state(6000));
+  ASSERT_EQ(c.with_slurm("run work --into runs --chains 1 --slurm ''").exit_code, 0);
+  const std::string segment = "runs/chain1/seg1/";
+  {
+    background_program task(c.task(1), c.place / "task.txt");
+    ASSERT_TRUE(soon([&] { return c.file(segment + "py").size() > 100; })) << c.file("task.txt");
+    kill_task(c, task, segment);
+  }
+  EXPECT_TRUE(says(c.with_slurm("continue runs --here"), "before it saved its first state")); // no task asks
+  EXPECT_EQ(c.run_task(1), 0) << c.file("task.txt");
+  ASSERT_EQ(c.chains("run work --chains 1 --into whole").exit_code, 0);
+  expect_files_of(c, "whole/chain1/seg1/", segment);
+  EXPECT_NE(c.file(segment + "segment.toml").find("[[resume]]\n"), std::string::npos);
+}
+
+TEST(a_task_put_back_into_the_queue, is_refused_when_the_study_saves_no_state) {
+  const slurm_case c;
+  c.prepare({20, endless, 10});
+  ASSERT_EQ(c.with_slurm("run work --into runs --chains 1 --slurm ''").exit_code, 0);
+  background_program task(c.task(1), c.place / "task.txt");
+  ASSERT_TRUE(soon([&] { return !c.file("runs/chain1/seg1/py").empty(); })) << c.file("task.txt");
+  kill_task(c, task, "runs/chain1/seg1/");
+  EXPECT_EQ(c.run_task(1), 1);
+  EXPECT_NE(c.file("task.txt").find("zeph-chains: chain 1, segment 1 was killed in round "),
+            std::string::npos);
+}
+
+// A time limit ends the segment; the next array, or `continue`, takes it up.
+TEST(the_next_array, resumes_a_segment_that_was_stopped) {
+  const slurm_case c;
+  c.prepare(with_state(30000));
+  ASSERT_EQ(c.with_slurm("run work --into runs --chains 1 --slurm '' --segments 2").exit_code, 0);
+  const std::string segment = "runs/chain1/seg1/";
+  background_program task(c.task(1), c.place / "task.txt");
+  ASSERT_TRUE(soon([&] { return c.file(segment + "py").size() > 100; })) << c.file("task.txt");
+  task.send(SIGUSR1);
+  EXPECT_EQ(task.wait(), 0) << c.file("task.txt");
+  EXPECT_EQ(c.run_task(1), 0) << c.file("task.txt");
+  EXPECT_TRUE(says(c.with_slurm("status runs"), "chain 1  seg 1  complete  round 30020 of 30020"));
+  ASSERT_EQ(c.chains("run work --chains 1 --into whole").exit_code, 0);
+  expect_files_of(c, "whole/chain1/seg1/", segment);
 }
 
 TEST(the_batch_file, passes_a_failure_of_ZEPH_on_so_that_the_next_array_does_not_begin) {

@@ -126,6 +126,8 @@ inline std::string scored(const std::string& kind) {
 struct chain_settings {
   int burnin = 20, rounds = 200, interval = 2;
   std::string seeds = "[11, 12]", analysis = "gibbs", tables = two_traits;
+  std::string sampler = "classic";   // its segments continue from lastsol and gparlast,
+  std::string state_every = "false"; // unless it has minutes between two saves of the state
 };
 
 inline constexpr int endless = 90000000; // rounds; a chain of hours
@@ -157,7 +159,8 @@ struct study_case {
     place.write("model.toml", "[data]\nfile = \"data.csv\"\n" + c.tables + "[run]\nanalysis = \"" +
                                   c.analysis + "\"\nburnin = " + number(c.burnin) +
                                   "\nrounds = " + number(c.rounds) + "\ninterval = " + number(c.interval) +
-                                  "\nseeds = " + c.seeds + "\n");
+                                  "\nseeds = " + c.seeds + "\nsampler = \"" + c.sampler +
+                                  "\"\nstate_every = " + c.state_every + "\n");
     const said_by_program said =
         shell("cd " + place.path() + " && " + programs() + "zeph-prepare model.toml --into " + into);
     ASSERT_EQ(said.exit_code, 0) << said.text;

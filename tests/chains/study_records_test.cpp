@@ -122,9 +122,31 @@ TEST(segment_toml, is_read_back_as_it_was_written_and_reports_damage) {
   EXPECT_EQ(back.shift, 2);
   EXPECT_FALSE(back.counts);
   EXPECT_EQ(back.last(), 45000);
+  EXPECT_TRUE(back.resumes.empty());
   place.write("segment.toml", "chain = 2\n");
   EXPECT_FALSE(read_segment(place.path(), back, fault));
   EXPECT_NE(fault.find("key \"segment\" is missing or damaged"), std::string::npos) << fault;
+}
+
+TEST(segment_toml, keeps_every_continuation_in_the_same_directory) {
+  const scratch_directory place;
+  segment_record r{2, 1, {11, 12}, 20, 300, 10, 1, 0, true}, back;
+  r.resumes = {{"2026-11-22 09:30:00", 120, 200}, {"2026-11-23 10:00:00", 220, 300}};
+  std::string fault;
+  ASSERT_TRUE(write_segment(place.path(), r, fault));
+  const std::string text = place.read("segment.toml");
+  EXPECT_NE(text.find("rounds = 300\n"), std::string::npos);
+  EXPECT_NE(text.find("\n[[resume]]\ntime = \"2026-11-22 09:30:00\"\nafter = 120\nrounds = 200\n"),
+            std::string::npos);
+  ASSERT_TRUE(read_segment(place.path(), back, fault)) << fault;
+  ASSERT_EQ(back.resumes.size(), 2U);
+  EXPECT_EQ(back.resumes[1].time, "2026-11-23 10:00:00");
+  EXPECT_EQ(back.resumes[1].after, 220);
+  EXPECT_EQ(back.resumes[1].rounds, 300);
+  std::string damaged = text;
+  place.write("segment.toml", damaged.replace(damaged.find("after = 120"), 11, "after = \"\""));
+  EXPECT_FALSE(read_segment(place.path(), back, fault));
+  EXPECT_NE(fault.find("key \"after\" of [[resume]] is missing or damaged"), std::string::npos) << fault;
 }
 
 TEST(records, that_cannot_be_written_are_reported_with_their_file) {

@@ -51,14 +51,17 @@ constexpr std::array<std::string_view, 2> report_sources = {
 struct other_text {
   std::string_view file, text;
 };
-constexpr std::array<other_text, 24> other_texts = {{
-    {"companions/chains/processes.cpp", "\"$0\" > listing.txt"},           // shell
-    {"companions/chains/processes.cpp", "host {}\npid"},                   // a file of a segment
-    {"companions/chains/segment_state.cpp", "Current round is"},           // looked for in `status`
-    {"companions/chains/segment_state.cpp", "Program ZEPH has concluded"}, // looked for in `status`
-    {"companions/chains/segment_state.cpp", "Stop signal received."},      // looked for in a listing
-    {"companions/chains/slurm_batch.cpp", "Invalid job id"},               // looked for in what squeue says
-    {"companions/chains/slurm_batch.cpp", "#SBATCH"},                      // a batch file
+constexpr std::array<other_text, 27> other_texts = {{
+    {"companions/chains/processes.cpp", "\"$0\" >> listing.txt"},                // shell
+    {"companions/chains/processes.cpp", "host {}\npid"},                         // a file of a segment
+    {"companions/chains/segment_state.cpp", "Current round is"},                 // looked for in `status`
+    {"companions/chains/segment_state.cpp", "Program ZEPH has concluded"},       // looked for in `status`
+    {"companions/chains/segment_state.cpp", "Stop signal received."},            // looked for in a listing
+    {"companions/chains/segment_state.cpp", "The chain continues from r_state"}, // looked for in a listing
+    {"companions/chains/segment_state.cpp", "ZEPH terminates."},                 // passed over in a listing
+    {"companions/chains/state_files.cpp", "ZEPH state 1"},                       // the head of a file
+    {"companions/chains/slurm_batch.cpp", "Invalid job id"}, // looked for in what squeue says
+    {"companions/chains/slurm_batch.cpp", "#SBATCH"},        // a batch file
     {"companions/chains/study_records.cpp", "# Several chains of one model"}, // TOML
     {"companions/chains/study_records.cpp", "\n[["},                          // TOML
     {"companions/chains/study_records.cpp", "chain = {}"},                    // TOML

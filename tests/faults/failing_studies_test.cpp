@@ -14,11 +14,17 @@ struct prepared_study {
     place.write("data.csv", "animal,sex,y1\n1,M,12.1\n2,F,9.3\n3,M,10.5\n4,F,10.2\n5,M,11.8\n3,F,12.6\n");
     place.write("model.toml",
                 "[data]\nfile = \"data.csv\"\n[run]\nanalysis = \"gibbs\"\nburnin = 4\nrounds = 8\n"
-                "interval = 2\nseeds = [5, 6]\n[trait.y1]\nformula = \"1 + sex + (1 | animal)\"\n"
+                "sampler = \"classic\"\ninterval = 2\nseeds = [5, 6]\n"
+                "[trait.y1]\nformula = \"1 + sex + (1 | animal)\"\n"
                 "[factor.animal]\npedigree = \"pedigree.csv\"\nstart = 2.0\nprior_df = 6\n"
                 "[residual]\nstart = 3.0\nprior_df = 6\n");
     EXPECT_EQ(run_child({program("zeph-prepare"), "model.toml", "--into", "work"}, place.path()).code, 0);
     before = files_in(place / "work/");
+  }
+  // A finished study that has saved its state.
+  [[nodiscard]] child_end saved() const {
+    place.write("work/sampler", "state 10\n");
+    return run();
   }
   [[nodiscard]] child_end chains(const std::vector<std::string>& words,
                                  const child_options& with = {}) const {
@@ -43,8 +49,8 @@ struct prepared_study {
 
 // One of the texts by which zeph-chains reports a fault of the system.
 bool is_told(const std::string& said) {
-  for (const char* text :
-       {"can't read ", "can't write ", "can't make ", "can't start ", "ended with exit code "})
+  for (const char* text : {"can't read ", "can't write ", "can't make ", "can't rename ", "can't start ",
+                           "ended with exit code "})
     if (said.find(text) != std::string::npos) return true;
   return false;
 }
@@ -77,6 +83,51 @@ TEST_P(failing_study, reports_its_fault_and_the_next_call_what_it_finds) {
                       status.all().find("runs holds no chains") != std::string::npos;
     EXPECT_TRUE(told) << what << status.all();
     EXPECT_EQ(status.all().find("running"), std::string::npos) << what << status.all();
+  }
+  EXPECT_GE(faults, 1);
+}
+
+// Whatever fails on the way, the segment can be continued afterwards, and ends with the same bytes.
+TEST_P(failing_study, loses_nothing_when_a_segment_can_not_be_resumed) {
+  if (!calls_can_fail()) GTEST_SKIP() << sanitizer_build;
+  const std::string kind = GetParam();
+  const prepared_study p;
+  EXPECT_EQ(p.saved().code, 0);
+  const std::filesystem::path kept = p.place / "kept", runs = p.place / "runs";
+  std::filesystem::rename(runs, kept);
+  const auto go_on = [&](const child_options& with) {
+    std::filesystem::remove_all(runs);
+    std::filesystem::copy(
+        kept, runs, std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
+    return p.chains({"continue", "runs", "--rounds", "4"}, with);
+  };
+  child_options with;
+  with.fault = {kind, 0};
+  with.count_file = p.place / "count";
+  EXPECT_EQ(go_on(with).code, 0);
+  const file_set whole = files_in(p.place / "runs/chain1/seg1/");
+  const long calls = std::atol(p.place.read("count").c_str());
+  with.count_file.clear();
+  int faults = 0;
+  for (long n = 1; n <= calls + 2; n += 1 + calls / 40) {
+    with.fault = {kind, n};
+    const child_end end = go_on(with);
+    const std::string what =
+        kind + " " + std::to_string(n) + " of " + std::to_string(calls) + ":\n" + end.all();
+    if (end.code != 0) {
+      ++faults;
+      EXPECT_EQ(end.code, 1) << what;
+      EXPECT_TRUE(is_told(end.all())) << what;
+      const child_end on = p.chains({"continue", "runs"});
+      const bool not_begun = on.all().find("all chains are complete") != std::string::npos;
+      EXPECT_TRUE(on.code == 0 || not_begun) << what << on.all();
+      if (not_begun) {
+        EXPECT_EQ(p.chains({"continue", "runs", "--rounds", "4"}).code, 0) << what;
+      }
+    }
+    const file_set found = files_in(p.place / "runs/chain1/seg1/");
+    for (const char* name : {"gib.samples", "py", "gibsol", "statelast", "zeph.dir", "exit"})
+      EXPECT_TRUE(found.contains(name) && found.at(name) == whole.at(name)) << name << '\n' << what;
   }
   EXPECT_GE(faults, 1);
 }

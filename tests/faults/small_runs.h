@@ -89,6 +89,7 @@ solutions = true
 residuals = true
 [run]
 analysis = "gibbs"
+sampler = "classic"
 seeds = [1234, 5678]
 [trait.y1]
 formula = "1 + sex + (1 | animal)"

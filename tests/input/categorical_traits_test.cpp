@@ -117,8 +117,8 @@ TEST(SETCAT, stops_for_codes_that_are_not_1_to_n_each_with_a_record) {
 }
 
 TEST(SETCAT, lets_inner_categories_be_empty_where_the_chain_may) {
-  // 3, 5 and 8 of 10 records up to thresholds 1, 2 (and 3) and 4: Phi^-1 is -0.524401, 0 and 0.841621 (tables),
-  // so that thr(2) = 0.524401/(0.841621 + 0.524401)
+  // 3, 5 and 8 of 10 records up to thresholds 1, 2 (and 3) and 4: Phi^-1 is -0.524401, 0 and 0.841621
+  // (tables), so that thr(2) = 0.524401/(0.841621 + 0.524401)
   category_case c({1, 1, 1, 2, 2, 4, 4, 4, 5, 5});
   c.may_be_empty = true;
   c.set();

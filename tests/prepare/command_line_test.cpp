@@ -86,6 +86,33 @@ TEST_F(command_line, continues_a_chain_from_its_saved_state_with_more_rounds) {
       << place.read("said");
 }
 
+// Nothing is said of the sampler: the chain saves its state, and that is what is continued.
+TEST_F(command_line, continues_from_the_saved_state_unless_none_is_saved) {
+  const auto describe = [&](const std::string& more) {
+    place.write("model.toml",
+                MODEL + "[run]\nanalysis = \"gibbs\"\nseeds = [1, 2]\ncontinue = true\n" + more);
+  };
+  place.write("d.csv", "sex,y\n1,3\n2,5\n2,6\n1,4\n2,5.5\n1,2\n2,7\n");
+  describe("");
+  EXPECT_EQ(run("model.toml --into work"), 1);
+  EXPECT_TRUE(
+      said("model.toml:8:12: error: the chain continues from its saved state, and work/r_state is missing: "
+           "mv statelast r_state\n   continue = true\n              ^ without a saved state: state_every = "
+           "false\n"))
+      << place.read("said");
+  const std::string how = "To continue the chain of that directory: cp lastsol oldsol; cp gparlast r_parm\n";
+  describe("state_every = false\n");
+  EXPECT_EQ(run("model.toml --into work"), 0);
+  EXPECT_TRUE(said("an exact chain continues from its saved state alone")) << place.read("said");
+  EXPECT_TRUE(said("Sampler: classic\n")) << place.read("said");
+  EXPECT_TRUE(said(how)) << place.read("said");
+  EXPECT_FALSE(place.has("work/sampler"));
+  describe("sampler = \"classic\"\n");
+  EXPECT_EQ(run("model.toml --into work"), 0);
+  EXPECT_FALSE(said("warning")) << place.read("said");
+  EXPECT_TRUE(said(how)) << place.read("said");
+}
+
 TEST_F(command_line, names_the_directory_after_the_description) {
   EXPECT_EQ(run("model.toml"), 0);
   EXPECT_TRUE(place.has("model/MODINF"));

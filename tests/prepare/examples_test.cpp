@@ -145,15 +145,17 @@ TEST(examples, number_of_traits_finds_two_rows) {
   ASSERT_EQ(run.exit_code, 0);
   int rounds[4] = {}, taken[4][4] = {};
   for (const std::vector<double>& row : run.rows("zeinfo")) {
-    if (row.size() != 11) continue;
-    ++rounds[static_cast<int>(row[1])];
-    taken[static_cast<int>(row[1])][static_cast<int>(row[3])] += row[10] != 0.0;
+    ASSERT_EQ(row.size(), 10U); // round, factor, rows, rows proposed, .., whether it was accepted
+    ++rounds[static_cast<int>(row[2])];
+    taken[static_cast<int>(row[2])][static_cast<int>(row[3])] += row[9] != 0.0;
   }
-  EXPECT_EQ(rounds[1], 964); // the numbers of its README
-  EXPECT_EQ(rounds[2], 7036);
-  EXPECT_EQ(rounds[3], 0);
+  EXPECT_EQ(rounds[1], 1); // the numbers of its README
+  EXPECT_EQ(rounds[2], 7995);
+  EXPECT_EQ(rounds[3], 4);
   EXPECT_EQ(taken[1][2], 1);
-  EXPECT_EQ(taken[2][1] + taken[2][3], 0);
+  EXPECT_EQ(taken[2][1], 0);
+  EXPECT_EQ(taken[2][3], 4);
+  EXPECT_EQ(taken[3][2], 4);
 }
 
 TEST(examples, number_of_traits_runs_a_chain_for_each_number_of_rows) {
@@ -164,6 +166,8 @@ TEST(examples, number_of_traits_runs_a_chain_for_each_number_of_rows) {
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(lpm[i][0], static_cast<double>(i + 1));
     EXPECT_EQ(lpm[i][2], 1000.0);
+    const double elpd[3] = {-1045.5, -1028.5, -1034.4}; // of its README
+    EXPECT_NEAR(lpm[i][3], elpd[i], 0.05);
   }
   for (const std::vector<double>& row : run.rows("gparout")) { // of the last model, as its README says
     if (row[0] != 1.0 || row[1] != row[2]) continue;

@@ -55,3 +55,17 @@ test_that("a run that did not come to its end is named", {
   writeLines("27", file.path(root, "chain1/seg1/exit"))
   expect_match(joined_chains(root)$remarks$all(), "a run that ended with code 27", all = FALSE)
 })
+
+test_that("a segment that is resumed has not ended, whatever its former end has left", {
+  home <- scratch()
+  put <- function(name, ...) writeLines(c(...), file.path(home, name))
+  put("segment.toml", "chain = 1", "segment = 1", "", "[[resume]]", "time = \"2026-11-22 09:30:00\"", "after = 300",
+      "rounds = 500")
+  put("gibsol", "")
+  put("gparlast", "")
+  put("status", "Current round is        340 out of        600 in model           1")
+  expect_equal(segment_state(list(path = home)), "running or killed")
+  put("exit", "0")
+  put("status", "Program ZEPH has concluded")
+  expect_equal(segment_state(list(path = home)), "finished")
+})

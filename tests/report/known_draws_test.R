@@ -85,6 +85,14 @@ test_that("the verdict asks for what is missing", {
   expect_equal(apart$more, 10000)
   ordered <- verdict_of(place, list(kinds = of_kind("ordered")), row(1.2, 900), "h2[y]", 4, 1000, 10)
   expect_match(ordered$command, "such chains can't be continued")
+  words <- function(...) utils::modifyList(plain_sampler, list(...))
+  exact <- verdict_of(place, model, row(1.2, 900), "h2[y]", 4, 1000, 10, words(exact = TRUE))
+  expect_match(exact$command, "such chains can't be continued")
+  for (kind in c("gaussian", "ordered")) { # the whole state of a chain is saved
+    saved <- verdict_of(place, list(kinds = of_kind(kind)), row(1.2, 900), "h2[y]", 4, 1000, 10,
+      words(exact = kind == "ordered", state = TRUE))
+    expect_equal(saved$command, "zeph-chains continue RUNS --rounds 10000")
+  }
   single <- verdict_of(list(study = FALSE, shown = "WORK"), model, row(1.2, 900), "h2[y]", 1, 1000, 10)
   expect_match(single$command, "zeph-chains run WORK --chains 4")
   expect_match(single$lines, "One chain only", all = FALSE)

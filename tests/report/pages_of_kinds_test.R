@@ -1,6 +1,8 @@
 # A page of every kind of study: one chain, moves between models, a chain for each model, latent traits, burn-ins that
 # were stopped, solutions alone.
 
+assign("picture_limit", 2L, globalenv()) # names with pictures; page_test.R has as many as a page may have
+
 # The report of a directory, and the text of its page.
 page_of <- function(root) {
   r <- report_of(root)

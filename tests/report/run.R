@@ -2,12 +2,13 @@
 # skipped; each reason is printed, "skipped: [code] text". A package that is missing is no reason but an error.
 # Environment: ZEPH_SOURCE, the source tree; ZEPH_BIN, the directory of the programs; ZEPH_SHARED, data sets of others
 # (../shared beside the source tree when it is not set).
+invisible(compiler::enableJIT(0)) # as in main.R of the report
 source_tree <- Sys.getenv("ZEPH_SOURCE")
 programs <- Sys.getenv("ZEPH_BIN")
 if (!nzchar(Sys.getenv("ZEPH_SHARED"))) Sys.setenv(ZEPH_SHARED = file.path(dirname(source_tree), "shared"))
 needed <- c("testthat", "posterior", "coda", "bayesplot", "dygraphs", "rmarkdown", "ncdf4", "jsonlite", "RcppTOML",
   "png")
-missing <- Filter(function(p) !requireNamespace(p, quietly = TRUE), needed)
+missing <- Filter(function(p) !nzchar(system.file(package = p)), needed)
 missing <- c(missing, Filter(function(tool) !nzchar(Sys.which(tool)), c("chromium-headless-shell", "pandoc")))
 if (length(missing) > 0) {
   cat("R packages and programs that are not installed:", missing, "(scripts/install)\n")

@@ -63,7 +63,9 @@ test_that("each chain has its own row", {
 
 test_that("two units by hand", {
   # densities 1/2, 1/4 and 1/8, 1/8: lppd log(3/8) + log(1/8); p (log 2)^2 / 2 + 0
-  w <- read_of(waic_study(list(log(cbind(c(1 / 2, 1 / 4), c(1 / 8, 1 / 8))))))$table
+  path <- file.path(scratch(), "waic")
+  writeLines(waic_lines_of(log(cbind(c(1 / 2, 1 / 4), c(1 / 8, 1 / 8)))), path)
+  w <- waic_of(read_waic_units(path))
   expect_equal(w$lppd, log(3 / 64))
   expect_equal(w$p_waic, log(2)^2 / 2)
   # se: two terms a and b have sqrt(2 var) = |a - b|
@@ -95,8 +97,8 @@ test_that("chains of other units are refused, damaged files named with their lin
   }
   other <- paste0(path, " has other units than ", file.path(root, "chain1/seg1/waic"),
     ": are they of one model and one data file?")
-  fault(other, good[-5])
   fault(other, sub("^5 ", "6 ", good))
+  fault(paste0(path, " has 4 units, the model 5 records: it is cut, or of another model"), good[-5])
   in_line <- function(n) paste0("damaged line ", n, " in ", path)
   fault(in_line(3), replace(good, 3, sub("^3 25 ", "3 25.5 ", good[3])))
   fault(in_line(3), replace(good, 3, sub("^3 25 ", "3 24 ", good[3])))
@@ -108,7 +110,16 @@ test_that("chains of other units are refused, damaged files named with their lin
   fault(in_line(5), good, end = "")
 })
 
-test_that("a file cut anywhere is refused, unless a whole row of the only chain is its end", {
+test_that("without sequences each record is a unit, with them there are fewer units", {
+  five <- data.frame(position = 1:5)
+  model <- function(n, kinds) list(nobs = n, kinds = kinds_by_number[kinds_by_number$word %in% kinds, ])
+  expect_error(check_units(model(6L, "gaussian"), five, "waic"), "waic has 5 units, the model 6 records")
+  expect_error(check_units(model(4L, c("sequence", "cured")), five, "waic"), "waic has 5 units, the model 4 records")
+  expect_silent(check_units(model(5L, "gaussian"), five, "waic"))
+  expect_silent(check_units(model(9L, c("sequence", "cured")), five, "waic"))
+})
+
+test_that("a file cut anywhere but after a row is refused, and one of changed bytes holds numbers or is refused", {
   root <- waic_study(densities()[1])
   path <- file.path(root, "chain1/seg1/waic")
   bytes <- readBin(path, "raw", file.size(path))

@@ -91,6 +91,7 @@ inline named_files input_of(const chain_kind& kind, const std::string& rounds) {
     text += (n == 3 ? rounds : line) + "\n";
   }
   files["zeph.dir"] = text;
+  files.erase("sampler"); // that of the description
   if (!kind.words.empty()) files["sampler"] = kind.words + "\n";
   return files;
 }

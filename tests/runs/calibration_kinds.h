@@ -548,7 +548,8 @@ inline ranked_chain chain_of_set(const calibrated_kind& kind, const drawn_set& s
   std::filesystem::remove_all(place / "work");
   const prepared_run run = prepare_and_solve(
       place, set.toml + "[keep]\nsolutions = true\n[run]\nanalysis = \"" + (kind.jump ? "jump" : "gibbs") +
-                 "\"\nsampler = \"" + sampler + "\"\nburnin = " + std::to_string(10 * kind.interval) +
+                 "\"\nsampler = \"" + sampler +
+                 "\"\nstate_every = false\nburnin = " + std::to_string(10 * kind.interval) +
                  "\nrounds = " + std::to_string(samples * kind.interval) +
                  "\ninterval = " + std::to_string(kind.interval) + "\nseeds = [" +
                  std::to_string(1 + n % 31000) + ", " + std::to_string(1 + 7 * n % 30000) + "]\n");

@@ -8,8 +8,8 @@ class damaged_files : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(damaged_files, end_the_run_with_a_message_and_never_by_a_signal) {
   damaged_directory d(prepared_directory(GetParam()));
-  d.damage(50, 50);
-  EXPECT_GT(d.runs, 400 / damage_share);
+  d.damage(25, 25);
+  EXPECT_GT(d.runs, 200 / damage_share);
   EXPECT_GT(d.refused, d.runs / 4);
   RecordProperty("runs", d.runs);
   RecordProperty("ended_well", d.ended_well);

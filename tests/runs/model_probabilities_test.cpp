@@ -54,8 +54,8 @@ prior_df = 8
 )toml";
 
 std::string chain_over_models(int burnin, int rounds, const char* seeds) {
-  return "[run]\nanalysis = \"jump\"\nsampler = \"exact\"\ninterval = 1\nburnin = " + std::to_string(burnin) +
-         "\nrounds = " + std::to_string(rounds) + "\nseeds = " + seeds + "\n";
+  return "[run]\nanalysis = \"jump\"\nsampler = \"exact\"\nstate_every = false\ninterval = 1\nburnin = " +
+         std::to_string(burnin) + "\nrounds = " + std::to_string(rounds) + "\nseeds = " + seeds + "\n";
 }
 
 // Rows of the factor in each sample: py holds round, rows, traits, density.

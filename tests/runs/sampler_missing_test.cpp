@@ -48,7 +48,7 @@ TEST(samples_of_variances, of_two_traits_one_of_them_missing_in_half_of_the_reco
   herd.directory.write("data.csv", data.csv);
   herd.run("[data]\nfile = \"data.csv\"\n[trait.x]\nformula = \"1\"\n[trait.y]\nformula = \"1\"\n[residual]\n"
            "start = [[4.0, 3.0], [3.0, 5.0]]\nprior_df = 8\n[keep]\nsolutions = true\n[run]\nanalysis = "
-           "\"gibbs\"\n"
+           "\"gibbs\"\nsampler = \"classic\"\n"
            "burnin = 1000\nrounds = 200000\ninterval = 4\nseeds = [2023, 11]\n");
 
   const double n = two_means::n, nc = static_cast<double>(data.xc.size()), v = two_means::v;

@@ -41,7 +41,7 @@ std::string with_missing(std::string tables) {
 std::string chain(int burnin, int rounds, int interval, const std::string& tables,
                   const std::string& seeds = "[11, 12]") {
   return "[data]\nfile = \"data.csv\"\n[keep]\nsolutions = true\nresiduals = true\n[run]\nanalysis = "
-         "\"gibbs\"\nburnin = " +
+         "\"gibbs\"\nsampler = \"classic\"\nburnin = " +
          std::to_string(burnin) + "\ninterval = " + std::to_string(interval) +
          "\nrounds = " + std::to_string(rounds) + "\nseeds = " + seeds + "\n" + tables;
 }

@@ -214,8 +214,8 @@ void expect_listed(const std::string& name, const provisions& table, const std::
       << where << " uses " << name << " of " << row->second << ", which scripts/packages.txt does not list";
 }
 
-const std::set<std::string> r_base = {"base",     "stats",   "utils", "tools",    "grDevices",
-                                      "graphics", "methods", "grid",  "parallel", "splines"};
+const std::set<std::string> r_base = {"base",    "stats", "utils",    "tools",   "grDevices", "graphics",
+                                      "methods", "grid",  "parallel", "splines", "compiler"};
 
 // Names of packages in lists of needed ones: needed <- c("posterior", ..).
 std::set<std::string> needed_lists(const std::string& text) {

@@ -36,8 +36,8 @@ TEST(simulation_based_calibration, finds_uniform_ranks_of_matrices_and_solutions
     for (const int c : count) chi_square += (c - expected) * (c - expected) / expected;
     EXPECT_LT(chi_square, 42.0) << name;
     char row[200];
-    std::snprintf(row, sizeof row, "| calibration | herds, plain sampler | %s | %.1f | %.2f |", name.c_str(),
-                  chi_square, worth[name]);
+    std::snprintf(row, sizeof row, "| calibration | herds | %s | %.1f | %.2f |", name.c_str(), chi_square,
+                  worth[name]);
     note_row(row);
   }
 }

@@ -71,7 +71,7 @@ protected:
     place.write("data.csv", set.data);
     place.write("model.toml", "[data]\nfile = \"data.csv\"\n" + set.toml +
                                   "[keep]\nsolutions = true\nresiduals = true\n[run]\nanalysis = \"gibbs\"\n"
-                                  "burnin = 100\nrounds = " +
+                                  "sampler = \"classic\"\nburnin = 100\nrounds = " +
                                   std::to_string(rounds) + "\ninterval = 100\nseeds = [5, 6]\n");
     const child_end end = run_child({program("zeph-prepare"), "model.toml", "--into", "work"}, place.path());
     ASSERT_EQ(end.code, 0) << end.all();

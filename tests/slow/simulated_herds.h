@@ -122,7 +122,8 @@ inline std::string description_of_herds(int number, int burnin, int samples, int
          "prior_df = " + std::to_string(simulated_herd::df_P) +
          "\n[residual]\nstart = " + rows(simulated_herd::mean_R) +
          "prior_df = " + std::to_string(simulated_herd::df_R) +
-         "\ngroups = \"group\"\n[keep]\nsolutions = true\n[run]\nanalysis = \"gibbs\"\nburnin = " +
+         "\ngroups = \"group\"\n[keep]\nsolutions = true\n[run]\nanalysis = \"gibbs\"\n"
+         "sampler = \"classic\"\nburnin = " +
          std::to_string(burnin) + "\nrounds = " + std::to_string(samples * interval) +
          "\ninterval = " + std::to_string(interval) + "\nseeds = [" + std::to_string(1 + number) + ", " +
          std::to_string(1 + 7 * number % 30000) + "]\n";

@@ -169,7 +169,8 @@ inline latent_chain chain_of_set(const scratch_directory& place, const simulated
   std::filesystem::remove_all(place / "work");
   const prepared_run run = prepare_and_solve(
       place, "[data]\nfile = \"data.csv\"\n" + set.toml +
-                 "[keep]\nsolutions = true\n[run]\nanalysis = \"gibbs\"\n" + "burnin = 600\nrounds = " +
+                 "[keep]\nsolutions = true\n[run]\nanalysis = \"gibbs\"\nsampler = \"classic\"\nburnin = "
+                 "600\nrounds = " +
                  std::to_string(samples * interval) + "\ninterval = " + std::to_string(interval) +
                  "\nseeds = [" + std::to_string(number + 1) + ", " + std::to_string(7 * number + 1) + "]\n");
   if (!run.prepared || run.run.exit_code != 0) throw std::runtime_error(run.messages + run.run.listing);

@@ -112,6 +112,23 @@ TEST(a_continued_chain, is_shown_with_the_rounds_of_the_whole_chain) {
   EXPECT_EQ(look(all[0], 10), "chain 1  sampling  round 401 of 1100");
 }
 
+// In the same directory: the status of the run before is removed, and the new one begins at the saved state.
+TEST(a_resumed_chain, is_starting_again_and_shown_from_where_it_continues) {
+  const study_of_two t;
+  std::vector<watched_chain> all = t.chains();
+  t.put(1, 1, "status", status(140, 1100));
+  t.put(1, 1, "exit", "137\n");
+  EXPECT_EQ(look(all[0], 10), "chain 1  killed  round 140 of 1100");
+  fs::remove(t.place / "chain1/seg1/exit");
+  fs::remove(t.place / "chain1/seg1/status");
+  EXPECT_EQ(look(all[0], 11), "chain 1  starting  round 140 of 1100");
+  EXPECT_EQ(look(all[0], 12), "chain 1  starting  round 140 of 1100");
+  t.put(1, 1, "status", status(131, 1100));
+  EXPECT_EQ(look(all[0], 20), "chain 1  sampling  round 131 of 1100");
+  t.put(1, 1, "status", status(141, 1100));
+  EXPECT_EQ(look(all[0], 30), "chain 1  sampling  round 141 of 1100  1.0/s  15:59 left"); // 959 rounds
+}
+
 TEST(no_sign_of_life, is_reported_after_a_minute_without_a_new_round) {
   const study_of_two t;
   std::vector<watched_chain> all = t.chains();

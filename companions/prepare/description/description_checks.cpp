@@ -335,20 +335,6 @@ bool has_groups(const factor_section& f) {
          (f.pedigree.group_pattern.given || !f.pedigree.group_codes.empty());
 }
 
-// Flat priors of matrices of different order have no common constant.
-void warn_of_compared_rows(const model_description& d, message_log& log, const factor_section& f) {
-  const std::size_t rows = f.rows.size();
-  if (!compares_rows(d, f) || d.run.is_exact() || f.prior_df.fraction > 0.0 ||
-      f.prior_df.value > static_cast<std::int32_t>(rows) + 1)
-    return;
-  warning_at(
-      d, log, f.prior_df.given ? f.prior_df.at : d.run.analysis.at,
-      fmt::format("analysis \"{}\" compares numbers of rows, and [factor.{}] has {} rows and a flat prior "
-                  "(prior_df = {}): the result depends on the units of the traits; give "
-                  "prior_df = {} or more",
-                  word_of(d.run.analysis.value), f.name, rows, f.prior_df.value, rows + 2));
-}
-
 // Chains over models: moves know "I" and "PED" factors only, one pedigree, no phantom groups, and a factor
 // of two rows or more is needed. The rows are known when the formulas are good.
 void check_model_moves(const model_description& d, message_log& log, bool rows_known) {
@@ -372,12 +358,6 @@ void check_model_moves(const model_description& d, message_log& log, bool rows_k
       error_at(d, log, r.analysis.at,
                fmt::format("analysis \"{}\" takes one factor with a pedigree; [factor.{}] is the second",
                            word_of(r.analysis.value), f.name));
-    if (moves && pedigree && f.rows.size() > 1 && !r.is_exact())
-      warning_at(d, log, r.analysis.at,
-                 fmt::format("the run ends (code 16) at the first move of [factor.{}] down to one row: a "
-                             "pedigree factor can't go back there",
-                             f.name));
-    if (rows_known) warn_of_compared_rows(d, log, f);
   }
   if (rows_known && largest < 2)
     error_at(d, log, r.analysis.at,

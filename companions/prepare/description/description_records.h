@@ -236,7 +236,7 @@ struct run_section {
   stated<std::int32_t> test_level;
   stated<bool> continue_chain; // key: continue
   stated<bool> prune;
-  stated<sampler_kind> sampler;
+  stated<sampler_kind> sampler;                    // not stated: that of a chain is chosen by check_sampler
   stated<std::int32_t> state_every{-1, {}, false}; // minutes between saves of the state; below 0: not saved
   stated<std::int32_t> density_points;             // of records with three and more latent values; 0: none
 

@@ -59,11 +59,6 @@ void check_keys(const model_description& d, message_log& log, const trait_sectio
     refuse_key(d, log, t, key->given, key->at, {kind::sequence},
                "subject and position need kind = \"sequence\"");
   refuse_key(d, log, t, t.of.given, t.of.at, {kind::cured}, "of needs kind = \"cured\"");
-  // the classic draws of latent values leave weights out
-  if (t.weight.given && t.kind.value != kind::gaussian && !d.run.is_exact())
-    error_at(
-        d, log, t.weight.at,
-        fmt::format("{} weight: a trait of kind {} takes no weight", title_of(t), word_of(t.kind.value)));
 }
 
 void check_categories(const model_description& d, message_log& log, const trait_section& t) {
@@ -133,8 +128,6 @@ void check_mixed_trait(const model_description& d, message_log& log, const trait
     error_at(d, log, place,
              fmt::format("shift(..) needs a trait of numbers, and {} is of kind {}", t.name,
                          word_of(t.kind.value)));
-  if (t.weight.given && !d.run.is_exact())
-    error_at(d, log, t.weight.at, title_of(t) + " weight: a trait with shift(..) takes no weight");
   if (has_random_covariable(t))
     error_at(d, log, place,
              "a formula can't have both shift(..) and a random regression: its curves would be switched too");
@@ -176,10 +169,6 @@ void check_indicators(model_description& d, message_log& log, bool formulas_are_
     last = i;
     ++n;
   }
-  if (n > 1 && !d.run.is_exact())
-    warning_at(d, log, place_of_kind(d.traits[at(last)]),
-               "more than one indicator: each record's indicators are drawn as if they switched together,\n"
-               "so that the chain is exact with one indicator only");
   residual_section& r = d.residual;
   if (n == 0 || !r.groups.given) return;
   if (r.groups.value == d.traits[at(last)].name)
@@ -267,21 +256,7 @@ void check_free(const model_description& d, message_log& log, const trait_pair& 
   else if (has_pair(r.zero, p.first, p.second))
     error_at(d, log, p.at,
              fmt::format("[residual] holds the covariance of {} at zero and leaves it free", names));
-  else if (d.run.is_exact() && (stands_apart(a) || stands_apart(b)))
-    return; // the draws of components and liabilities take it in
-  else if (p.first == r.indicator || p.second == r.indicator)
-    error_at(
-        d, log, p.at,
-        fmt::format("[residual] free: with residual groups by {} the covariance of {} stays at zero: such "
-                    "a chain loses a component",
-                    r.groups.value, names));
-  else if (stands_apart(a) || stands_apart(b))
-    warning_at(
-        d, log, p.at,
-        fmt::format("with a residual covariance of {} the chain is not exact: the memberships are drawn\n"
-                    "with the liability of the round before",
-                    names));
-  else
+  else if (!stands_apart(a) && !stands_apart(b))
     warning_at(d, log, p.at, fmt::format("[residual] free: the covariance of {} is free anyway", names));
 }
 

@@ -414,14 +414,16 @@ void read_seeds(const table_view& t, run_section& r) {
   r.seed_b = whole_of(t, *list->get(1), "[run] seeds: the second", 0, largest_b);
 }
 
-// Minutes, or false.
-stated<std::int32_t> read_state_every(const table_view& t) {
+// Minutes, or false. A chain saves its state unless it is said to be classic.
+stated<std::int32_t> read_state_every(const table_view& t, bool chain, const stated<sampler_kind>& sampler) {
+  const bool classic = sampler.given && sampler.value == sampler_kind::classic;
   const toml::node* node = find(t, "state_every");
   if (node != nullptr && !node->is_integer()) {
     if (!node->is_boolean() || node->as_boolean()->get())
       wrong_type(t, *node, "[run] state_every", "false or a whole number");
     return {-1, place_of(*node), true};
   }
+  if (node == nullptr) return {chain && !classic ? sampler_words{}.state_minutes : -1, {}, false};
   return read_whole(t, "state_every", -1, 0, most_state_minutes);
 }
 
@@ -443,7 +445,7 @@ void read_run(const table_view& top) {
   const std::vector<std::string> samplers = {"classic", "exact"};
   const stated<std::size_t> sampler = read_word(t, "sampler", samplers, 0);
   r.sampler = {static_cast<sampler_kind>(sampler.value), sampler.at, sampler.given};
-  r.state_every = read_state_every(t);
+  r.state_every = read_state_every(t, chain, r.sampler);
   r.density_points = read_whole(t, "density_points", 0, fewest_density_points, most_density_points);
 }
 

@@ -3,16 +3,37 @@
 
 #include "prepare/description/description_messages.h"
 
+#include <string>
+#include <vector>
+
 namespace zeph::prepare {
 
-// Checks [run] sampler, state_every, density_points and [factor.NAME] model_prior. Errors:
-//   - state_every in an analysis without a chain; density_points or model_prior without sampler = "exact"
-//   - model_prior in another analysis than "jump", a weight of 0 or below, not one for each number of rows
-//   - with sampler = "exact" what no exact chain exists for: test output above level 1, covariables made from
-//     solutions, fixed effects beside the mean of an indicator or cured trait (some allocation of the records
-//     separates them and has infinite weight), flat priors of compared numbers of rows, covariances held at
-//     zero beside a trait of unit residual variance, a chain continued otherwise than from its saved state
-// The rows of the factors are known when the formulas are good. Needs link_kinds before it.
-void check_sampler(const model_description& d, message_log& log, bool rows_known);
+// Why a run can't be exact, and what to do about it: a sentence without its end, and its place.
+struct sampler_reason {
+  text_place at;
+  std::string text;
+};
+
+// What the description has that no exact run exists for: test output above level 1, a run continued otherwise
+// than from its saved state, covariables made from solutions, fixed effects beside the mean of an indicator
+// or cured trait (some allocation of the records separates them and has infinite weight), flat priors of
+// compared numbers of rows, covariances held at zero beside a trait of unit residual variance. The rows of
+// the factors are known when the formulas are good. Needs link_kinds before it.
+std::vector<sampler_reason> reasons_against_exact(const model_description& d, bool rows_known);
+
+// The reasons as errors, where the description says sampler = "exact".
+void refuse_exact(const model_description& d, const std::vector<sampler_reason>& reasons, message_log& log);
+
+// The reasons as one warning, where it does not say which sampler, and would have an exact one but for them.
+void warn_of_classic(const model_description& d, const std::vector<sampler_reason>& reasons,
+                     message_log& log);
+
+// Checks [run] sampler, state_every, density_points and [factor.NAME] model_prior, and chooses the sampler of
+// a chain whose description does not: exact unless there are reasons against it, of which a warning is given.
+// Solvers stay classic here: whether levels meet in their records is not known yet. Errors:
+//   - state_every in an analysis without a chain; model_prior in another analysis than "jump", a weight of 0
+//     or below, not one for each number of rows
+//   - with sampler = "exact" the reasons against it; of a classic run what check_classic_chain says
+void check_sampler(model_description& d, message_log& log, bool rows_known);
 
 } // namespace zeph::prepare

@@ -368,6 +368,9 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   for (int t = 0; t < static_cast<int>(d.traits.size()); ++t)
     p.fixed.push_back(make_fixed_part(d, p.data, p.records, t, log));
   if (faulty(log, errors)) return p;
+  p.exact = choose_exact(d, p, log);
+  if (!p.exact) warn_of_meetings(d, p.data, p.factors, log);
+  if (faulty(log, errors)) return p;
   complete_source_levels(d, p, log);
   if (faulty(log, errors)) return p;
 
@@ -383,7 +386,7 @@ prepared_model assemble_model(const model_description& d, const prepare_options&
   warn_of_likeness(p, log);
   warn_of_twins(p, log);
   warn_of_defaults(d, p, log);
-  warn_of_kinds(d, p.data, p.records, p.fixed, log);
+  warn_of_kinds(d, p.data, p.records, p.fixed, p.exact, log);
   note_missing_density(d, p, log);
   p.complete = !faulty(log, errors);
   return p;

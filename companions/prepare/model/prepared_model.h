@@ -33,6 +33,7 @@ struct prepared_model {
   model_names names;
   model_records model;                 // MODINF
   std::vector<std::string> directives; // lines of the directive file
+  bool exact = false;                  // the run draws every step from its full conditional distribution
   std::vector<std::string> sampler;    // lines of the file sampler; none: no such file
   std::int64_t largest_row = 0;        // entries of the largest design row
   bool complete = false;               // false: an error was found, only the parts before it are filled

@@ -1,5 +1,9 @@
 #include "prepare/model/sampler_lines.h"
 
+#include "prepare/description/classic_checks.h"
+#include "prepare/parts/kind_warnings.h"
+
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace zeph::prepare {
@@ -18,10 +22,24 @@ bool has_many_latent_values(const model_description& d, std::int32_t mask) {
 
 } // namespace
 
+bool choose_exact(const model_description& d, const prepared_model& p, message_log& log) {
+  const bool solver = !samples_solutions(d.run.analysis.value);
+  const auto meet = [](const factor_levels& f) { return f.n_meeting > 0; };
+  const bool chosen = solver && !d.run.sampler.given && std::ranges::any_of(p.factors, meet);
+  if (!d.run.is_exact() && !chosen) return false;
+  const std::vector<sampler_reason> why =
+      chosen ? reasons_against_exact(d, true) : small_components(d, p.data, p.records);
+  if (d.run.sampler.given) refuse_exact(d, why, log);
+  if (why.empty() || d.run.sampler.given) return true;
+  warn_of_classic(d, why, log);
+  if (!solver) check_classic_chain(d, log, true); // the description was taken for that of an exact one
+  return false;
+}
+
 std::vector<std::string> sampler_lines(const model_description& d, const prepared_model& p) {
   std::vector<std::string> lines;
   const run_section& run = d.run;
-  if (run.is_exact()) lines.emplace_back("exact");
+  if (p.exact) lines.emplace_back("exact");
   if (run.saves_state()) lines.push_back(fmt::format("state {}", run.state_every.value));
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const std::vector<double>& weights = d.factors[p.factors[k].section].model_prior.value;
@@ -32,7 +50,7 @@ std::vector<std::string> sampler_lines(const model_description& d, const prepare
 }
 
 void note_missing_density(const model_description& d, const prepared_model& p, message_log& log) {
-  if (!d.run.is_exact() || d.run.density_points.given) return;
+  if (!p.exact || d.run.density_points.given) return;
   for (const std::int32_t mask : p.patterns.mask) {
     if (!has_many_latent_values(d, mask)) continue;
     add_note(log, {},

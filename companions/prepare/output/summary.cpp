@@ -242,8 +242,10 @@ std::string size_text(const model_description& d, const prepared_model& p) {
       d.run.rounds.value, d.run.interval.value);
 }
 
-std::string sampler_text(const prepared_model& p) {
-  return p.sampler.empty() ? "" : fmt::format("Sampler: {}\n", fmt::join(p.sampler, ", "));
+std::string sampler_text(const model_description& d, const prepared_model& p) {
+  std::vector<std::string> words = p.sampler;
+  if (!p.exact && samples_solutions(d.run.analysis.value)) words.insert(words.begin(), "classic");
+  return words.empty() ? "" : fmt::format("Sampler: {}\n", fmt::join(words, ", "));
 }
 
 const char* word_of_state(column_state state) {
@@ -265,7 +267,7 @@ const char* word_of_state(column_state state) {
 std::string summary_text(const model_description& d, const prepared_model& p) {
   std::string out = d.title.value.empty() ? "" : d.title.value + "\n\n";
   return out + records_text(d, p) + patterns_text(d, p) + traits_text(d, p) + kinds_text(d, p) +
-         effects_text(d, p) + scales_text(p) + matrices_text(d, p) + size_text(d, p) + sampler_text(p);
+         effects_text(d, p) + scales_text(p) + matrices_text(d, p) + size_text(d, p) + sampler_text(d, p);
 }
 
 std::string detail_text(const model_description& d, const prepared_model& p) {

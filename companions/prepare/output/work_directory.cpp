@@ -260,20 +260,22 @@ std::optional<std::array<std::int32_t, 6>> stamp_of_directory(const fs::path& di
   return stamp;
 }
 
-std::vector<std::string> disturbing_files(const fs::path& directory, bool from_state) {
+std::vector<std::string> disturbing_files(const fs::path& directory, bool exact, bool from_state) {
   std::vector<std::string> out;
   std::error_code ignored;
   const auto has = [&](const char* name) { return fs::exists(directory / name, ignored); };
   if (has("STOP")) out.emplace_back("STOP is present: the run would end after one round");
   const bool oldsol = has("oldsol"), r_parm = has("r_parm");
   if (oldsol && r_parm)
-    out.emplace_back("oldsol and r_parm are present: the run would continue an old chain");
+    out.emplace_back(
+        exact ? "oldsol and r_parm are present: an exact run would end with code 16; move them away"
+              : "oldsol and r_parm are present: the run would continue an old chain");
   if (oldsol != r_parm)
     out.push_back(std::string(oldsol ? "oldsol" : "r_parm") +
                   " is present without the other restart file: the run would stop");
   if (has("r_state") && !from_state)
     out.emplace_back("r_state is present: a run that saves its state would continue that chain");
-  if (has("mixz_prob") || has("mixz_last"))
+  if ((has("mixz_prob") || has("mixz_last")) && !from_state)
     out.emplace_back("mixz_prob or mixz_last of an earlier run is present: a mixture would end with code 16; "
                      "move them away");
   if (has("ytopredict")) out.emplace_back("ytopredict is present: its records would be predicted");

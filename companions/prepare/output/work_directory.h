@@ -40,9 +40,12 @@ directory_result write_work_directory(const model_description& d, const prepared
 // such file. A chain that continues from its saved state knows its model by the bytes of MODINF.
 std::optional<std::array<std::int32_t, 6>> stamp_of_directory(const std::filesystem::path& directory);
 
-// Files in the directory that ZEPH would act on though this preparation did not make them: STOP ends the run,
-// oldsol and r_parm continue an old chain, mixz_prob and mixz_last of a mixture are not written over,
-// ytopredict asks for predictions; r_state, unless the chain is to continue from it. A line each.
-std::vector<std::string> disturbing_files(const std::filesystem::path& directory, bool from_state = false);
+// Files in the directory that ZEPH would act on though this preparation did not make them: STOP ends the
+// run, oldsol and r_parm, or r_state, continue an old chain, mixz_prob and mixz_last of a mixture are not
+// written over, ytopredict asks for predictions. A line each, in the words of the run that is prepared: an
+// exact one refuses oldsol and r_parm, one that is to continue from its r_state takes mixz_prob and
+// mixz_last.
+std::vector<std::string> disturbing_files(const std::filesystem::path& directory, bool exact,
+                                          bool from_state = false);
 
 } // namespace zeph::prepare

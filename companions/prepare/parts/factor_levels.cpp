@@ -386,15 +386,11 @@ std::string words_of_meeting(analysis_type analysis, const factor_levels& f) {
                                                "deviations");
 }
 
-void tell(analysis_type analysis, bool exact, const data_columns& data, const factor_levels& f,
-          message_log& log) {
+void warn_of_meeting(const data_columns& data, const factor_levels& f, message_log& log) {
   if (f.n_without > 0)
     add_warning(log, {data.table.file, 0, 0},
                 fmt::format("no level of {} in {}: the effect is left out there", f.name,
                             records_in_words(f.n_without)));
-  if (f.n_meeting > 0 && !exact)
-    add_warning(log, {data.table.file, 0, 0}, words_of_meeting(analysis, f)).hint =
-        "[run] sampler = \"exact\" draws each given the newest values of the others";
 }
 
 } // namespace
@@ -420,11 +416,21 @@ std::vector<factor_levels> make_factors(const model_description& d, const data_c
     }
     if (count_of(log, severity::error) == errors) {
       count_records(records, f);
-      tell(d.run.analysis.value, d.run.is_exact(), data, f, log);
+      warn_of_meeting(data, f, log);
     }
     out.push_back(std::move(f));
   }
   return out;
+}
+
+void warn_of_meetings(const model_description& d, const data_columns& data,
+                      const std::vector<factor_levels>& factors, message_log& log) {
+  for (const factor_levels& f : factors) {
+    if (f.n_meeting == 0) continue;
+    message& m = add_warning(log, {data.table.file, 0, 0}, words_of_meeting(d.run.analysis.value, f));
+    if (d.run.sampler.given)
+      m.hint = "[run] sampler = \"exact\" draws each given the newest values of the others";
+  }
 }
 
 } // namespace zeph::prepare

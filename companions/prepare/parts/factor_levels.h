@@ -56,9 +56,14 @@ struct factor_levels {
 // the used records, in ascending order: by number where all are whole numbers, else by text; those of
 // combinations part by part, the first part first. Pedigree: all animals, parents first, then the phantom
 // parent groups; with `prune` only animals with records and their ancestors. A given matrix: the levels of
-// its file. Errors: those of the files, and levels of the data that a file does not have. Warnings: records
-// without level, records where levels of one factor meet, in the words of what that does to the analysis.
+// its file. Errors: those of the files, and levels of the data that a file does not have. Warning: records
+// without level.
 std::vector<factor_levels> make_factors(const model_description& d, const data_columns& data,
                                         const record_selection& records, bool prune, message_log& log);
+
+// Warnings of a classic run: records where levels of one factor meet, in the words of what that does to the
+// analysis.
+void warn_of_meetings(const model_description& d, const data_columns& data,
+                      const std::vector<factor_levels>& factors, message_log& log);
 
 } // namespace zeph::prepare

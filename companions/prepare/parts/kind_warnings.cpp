@@ -93,10 +93,42 @@ void check_components(const model_description& d, const data_columns& data, cons
                     d.traits[indicator].name, one.mean, d.traits[t].name, zero.mean, d.traits[t].name));
 }
 
+// Residual matrices by component are drawn, under a flat prior.
+bool has_flat_components(const model_description& d) {
+  return d.residual.indicator >= 0 && samples_matrices(d.run.analysis.value) &&
+         d.residual.prior_df.value <= static_cast<std::int32_t>(d.traits.size()) + 1;
+}
+
+void add_small_components(const model_description& d, const data_columns& data,
+                          const record_selection& records, std::vector<sampler_reason>& out) {
+  if (!has_flat_components(d)) return;
+  const auto order = static_cast<std::int64_t>(d.traits.size()), least = 2 * order + 2;
+  const trait_section& t = d.traits[from0(d.residual.indicator)];
+  std::int64_t n[2] = {0, 0};
+  for (const std::uint32_t r : records.records)
+    ++n[data.traits[from0(d.residual.indicator)].y[r] > 0.0 ? 1 : 0];
+  for (const int c : {0, 1})
+    if (n[c] < least)
+      out.push_back({t.at, fmt::format("{} of {} in component {} of {} at the start, where a flat residual "
+                                       "prior needs {}: give [residual] prior_df = {} or more, or other "
+                                       "first memberships",
+                                       n[c], records.n_used(), c, t.name, least, order + 2)});
+}
+
+// A prior without information has no posterior where nobody is cured.
+void add_empty_fractions(const model_description& d, const record_sequences& s,
+                         std::vector<sampler_reason>& out) {
+  if (s.position.empty() || s.n_with_event < s.n_subjects) return;
+  for (const trait_section& t : d.traits)
+    if (t.kind.value == trait_kind::cured)
+      out.push_back({t.at, fmt::format("all sequences of {} end with an event, so that no subject is cured: "
+                                       "make it kind = \"binary\" and leave {} out",
+                                       d.traits[from0(t.partner)].name, t.name)});
+}
+
 void warn_of_small_components(const model_description& d, message_log& log) {
   const std::int32_t order = static_cast<std::int32_t>(d.traits.size());
-  if (d.residual.indicator < 0 || !samples_matrices(d.run.analysis.value) || d.run.is_exact()) return;
-  if (d.residual.prior_df.value > order + 1) return;
+  if (!has_flat_components(d)) return;
   add_warning(
       log, {},
       fmt::format("residual matrices by component and a flat prior: the run stops when a component has "
@@ -125,13 +157,21 @@ void note_ordered(const model_description& d, message_log& log) {
 
 } // namespace
 
+std::vector<sampler_reason> small_components(const model_description& d, const data_columns& data,
+                                             const record_selection& records) {
+  std::vector<sampler_reason> out;
+  add_small_components(d, data, records, out);
+  add_empty_fractions(d, records.sequences, out);
+  return out;
+}
+
 void warn_of_kinds(const model_description& d, const data_columns& data, const record_selection& records,
-                   const std::vector<fixed_part>& fixed, message_log& log) {
+                   const std::vector<fixed_part>& fixed, bool exact, message_log& log) {
   for (std::size_t t = 0; t < d.traits.size(); ++t) {
     warn_of_one_category(d, data, records, fixed[t], t, log);
     check_components(d, data, records, t, log);
   }
-  warn_of_small_components(d, log);
+  if (!exact) warn_of_small_components(d, log);
   warn_of_sequences(d, data, records.sequences, log);
   note_ordered(d, log);
 }

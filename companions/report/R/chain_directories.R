@@ -50,9 +50,9 @@ segment_of <- function(path, number) {
   out <- list(number = number, path = path, counts = TRUE, shift = NA_integer_, directives = directives,
               seeds = directives$seeds, burnin = if (continued) 0 else directives$burnin, rounds = directives$rounds,
               interval = directives$interval)
-  told <- read_toml(file.path(path, "segment.toml"))
-  for (name in intersect(names(told), c("counts", "shift", "seeds", "burnin", "rounds",
-    "interval"))) out[[name]] <- told[[name]]
+  recorded <- read_toml(file.path(path, "segment.toml"))
+  for (name in intersect(names(recorded), c("counts", "shift", "seeds", "burnin", "rounds",
+    "interval"))) out[[name]] <- recorded[[name]]
   out
 }
 

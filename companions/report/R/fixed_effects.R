@@ -43,8 +43,8 @@ fixed_codes <- function(m) {
 # The name of the part of the model that holds the row's equation, or the short name in the model.
 regression_word <- function(m, row) {
   holds <- function(e) e$part != "factor" && e$first <= row$equation && row$equation < e$first + e$equations
-  told <- if (m$labelled) Filter(holds, m$names$equations_of)
-  if (length(told) > 0) told[[1]]$name else m$traits[[row$trait]]$regressions$name[row$number]
+  named <- if (m$labelled) Filter(holds, m$names$equations_of)
+  if (length(named) > 0) named[[1]]$name else m$traits[[row$trait]]$regressions$name[row$number]
 }
 
 effect_word <- function(m, codes, row) {

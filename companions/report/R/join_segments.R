@@ -61,9 +61,13 @@ segment_state <- function(s) {
   if (!is.na(code) && code != 0) return(paste("a run that ended with code", code))
   status <- readLines_or_na(file.path(s$path, "status"))
   if (grepl("concluded", status)) return("finished")
-  if (file.exists(file.path(s$path, "gibsol")) || file.exists(file.path(s$path, "gparlast"))) return("finished")
+  resumed <- any(grepl("[[resume]]", readLines_of(file.path(s$path, "segment.toml")), fixed = TRUE)) && is.na(code)
+  ended <- file.exists(file.path(s$path, "gibsol")) || file.exists(file.path(s$path, "gparlast"))
+  if (ended && !resumed) return("finished") # a resumed segment has the files of its former end
   if (is.na(status)) "not begun" else "running or killed"
 }
+
+readLines_of <- function(path) if (file.exists(path)) readLines(path, warn = FALSE) else character(0)
 
 readLines_or_na <- function(path) {
   if (!file.exists(path)) return(NA_character_)

@@ -36,25 +36,25 @@ trait_names_of <- function(m) {
 
 group_names_of <- function(m) {
   groups <- m$structures[[m$nramat + 1L]]$groups
-  told <- if (m$labelled) m$names$residual$groups else list()
-  if (length(told) == nrow(groups) && length(told) > 0) return(vapply(told, function(g) as.character(g$code), ""))
+  named <- if (m$labelled) m$names$residual$groups else list()
+  if (length(named) == nrow(groups) && length(named) > 0) return(vapply(named, function(g) as.character(g$code), ""))
   if (nrow(groups) == 0) "1" else as.character(groups$code)
 }
 
 factor_of <- function(m, k) {
   s <- m$structures[[k]]
-  told <- if (m$labelled) m$names$factors[[k]] else NULL
-  rows <- if (is.null(told)) numbered_rows(s) else named_rows(told)
+  named <- if (m$labelled) m$names$factors[[k]] else NULL
+  rows <- if (is.null(named)) numbered_rows(s) else named_rows(named)
   # rows are called by their trait where each trait has one plain row, else by their own names
-  plain <- !is.null(told) && !anyDuplicated(rows$trait) && all(rows$basis == "1")
+  plain <- !is.null(named) && !anyDuplicated(rows$trait) && all(rows$basis == "1")
   rows$label <- if (plain) m$trait_names[rows$trait] else rows$name
-  list(number = k, name = if (is.null(told)) as.character(k) else told$name, structure = s$structure,
+  list(number = k, name = if (is.null(named)) as.character(k) else named$name, structure = s$structure,
        levels = m$NRALEV[k], order = s$order, rows = rows, contributions = s$contributions, start = s$start,
-       scales = told$scales)
+       scales = named$scales)
 }
 
-named_rows <- function(told) {
-  take <- function(what, kind) vapply(told$rows, function(r) what(r), kind)
+named_rows <- function(named) {
+  take <- function(what, kind) vapply(named$rows, function(r) what(r), kind)
   term <- function(r, key, default) if (is.null(r$term[[key]])) default else r$term[[key]]
   rows <- data.frame(row = take(function(r) r$row, 1L), name = take(function(r) r$name, ""),
                      trait = take(function(r) r$trait, 1L), basis = take(function(r) term(r, "basis", "1"), ""),

@@ -16,7 +16,7 @@ write_page <- function(report, path, home) {
 
 page_format <- function(title) {
   head <- rmarkdown::includes(in_header = "head.html")
-  told <- c("--metadata", paste0("title=", title), "--metadata", paste0("pagetitle=", title))
+  pandoc_options <- c("--metadata", paste0("title=", title), "--metadata", paste0("pagetitle=", title))
   rmarkdown::html_document(theme = NULL, highlight = NULL, mathjax = NULL, self_contained = TRUE, css = "page.css",
-                           section_divs = FALSE, includes = head, pandoc_args = told)
+                           section_divs = FALSE, includes = head, pandoc_args = pandoc_options)
 }

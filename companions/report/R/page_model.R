@@ -108,7 +108,7 @@ prepare_block <- function(m) {
   if (!m$labelled || !file.exists(path)) return(NULL)
   lines <- readLines(path, warn = FALSE)
   dropped <- grep("dropped|left out|without connection|not used|warning:", lines, value = TRUE)
-  told <- if (length(dropped) > 0) tags$ul(lapply(dropped, tags$li)) else tags$p("Nothing was dropped.")
-  titled("Data, and what was dropped", told,
+  remark <- if (length(dropped) > 0) tags$ul(lapply(dropped, tags$li)) else tags$p("Nothing was dropped.")
+  titled("Data, and what was dropped", remark,
          tags$details(tags$summary("all that zeph-prepare said"), tags$pre(paste(lines, collapse = "\n"))))
 }

@@ -41,9 +41,9 @@ picture_section <- function(r) {
   left <- sum(is.finite(r$table$ess_bulk)) - length(names)
   rest <- if (left > 0)
     paste0(" ", length(names), " names are shown, those asked for and the worst first; --csv has the draws of all.")
-  told <- sentence("Drag in a trace to zoom, double click to go back.", rest)
+  remark <- sentence("Drag in a trace to zoom, double click to go back.", rest)
   one <- function(name) pictures_of_name(r$draws, name, r$joined$used, r$joined$rounds)
-  section("pictures", "Pictures", told, lapply(names, one))
+  section("pictures", "Pictures", remark, lapply(names, one))
 }
 
 # ---- solutions
@@ -80,8 +80,8 @@ factor_block <- function(name, effects) {
     htmltools::tagList(tags$h4(row), html_table(rows, heads[names(rows)]))
   }
   levels <- max(table(effects$row))
-  told <- sentence("The ", min(top_rows, levels), " highest of ", whole_number(levels), " levels; all in --csv.")
-  titled(paste("Factor", name), told, lapply(unique(effects$row), one))
+  remark <- sentence("The ", min(top_rows, levels), " highest of ", whole_number(levels), " levels; all in --csv.")
+  titled(paste("Factor", name), remark, lapply(unique(effects$row), one))
 }
 
 # ---- WAIC
@@ -139,10 +139,10 @@ fit_section <- function(r) {
   heads <- c(trait = "trait", DIC = "DIC as listed", pD = "pD", full = "DIC with n log 2 pi",
     lowest = "lowest of the runs",
              highest = "highest")
-  told <- sentence("ZEPH leaves n log 2 pi out of its DIC (n = ", whole_number(r$model$nobs),
+  remark <- sentence("ZEPH leaves n log 2 pi out of its DIC (n = ", whole_number(r$model$nobs),
     " records, missing values ",
                    "imputed). Means over runs by their numbers of samples.")
-  section("dic", "DIC per trait", html_table(d[names(heads)], heads, digits = 7), told, no_measure)
+  section("dic", "DIC per trait", html_table(d[names(heads)], heads, digits = 7), remark, no_measure)
 }
 
 not_measured <- function() {
@@ -221,22 +221,22 @@ model_table_of <- function(visits) {
 # How often the chains changed their model, and which models they never saw.
 changes_in_words <- function(v) {
   moved <- sum(v$transitions$times[v$transitions$from != v$transitions$to])
-  told <- paste0("Between neighbouring samples the chains changed their model ", count_of(moved, "time"), ".")
+  remark <- paste0("Between neighbouring samples the chains changed their model ", count_of(moved, "time"), ".")
   never <- v$never
-  if (NROW(never) == 0) return(tags$p(told))
+  if (NROW(never) == 0) return(tags$p(remark))
   shown <- utils::head(never, top_rows)
   more <- nrow(never) - nrow(shown)
-  sentence(told, " Never visited, in brackets the prior probability: ",
+  sentence(remark, " Never visited, in brackets the prior probability: ",
            paste0(shown$model, " (", vapply(shown$prior_probability, number_text, ""), ")", collapse = "; "),
            if (more > 0) paste0("; and ", whole_number(more), " more"), ".")
 }
 
 enumeration_block <- function(r) {
   if (is.null(r$enumerated)) return(NULL)
-  told <- tags$p("Each model has a chain of its own. The tables above are those of the last one.",
+  remark <- tags$p("Each model has a chain of its own. The tables above are those of the last one.",
                  if (r$sampler$exact)
                    "Such chains give no posterior probability of a model; larger elpd_waic is better.")
-  titled("Models", told, html_table(r$enumerated, words_of_columns(r$enumerated), digits = 6))
+  titled("Models", remark, html_table(r$enumerated, words_of_columns(r$enumerated), digits = 6))
 }
 
 # ---- glossary

@@ -29,7 +29,7 @@ needed_packages <- c("posterior", "coda", "bayesplot", "dygraphs", "rmarkdown", 
                      "htmltools", "knitr", "ggplot2")
 
 need_packages <- function() {
-  missing <- Filter(function(p) !requireNamespace(p, quietly = TRUE), needed_packages)
+  missing <- Filter(function(p) !nzchar(system.file(package = p)), needed_packages) # each is loaded when it is used
   if (length(missing) == 0) return(invisible())
   stop_report("missing R packages: ", paste(missing, collapse = " "), "; in Debian r-cran-", tolower(missing[1]),
               " and so on")
@@ -75,7 +75,8 @@ add_draws <- function(r, data, remarks) {
 add_judgement <- function(r, remarks) {
   table <- summarise_names(r$draws)
   asked <- c(intersect(asked_formulas(r$model)$name, table$name), grep("^(h2|rg)\\[", table$name, value = TRUE))
-  verdict <- verdict_of(r$place, r$model, table, asked, length(r$joined$used), r$joined$length, r$joined$rounds)
+  verdict <- verdict_of(r$place, r$model, table, asked, length(r$joined$used), r$joined$length, r$joined$rounds,
+                        r$sampler)
   waic <- read_waic(r$model, r$place, r$chains, remarks)
   verdict$lines <- c(verdict$lines, model_lines(r$visits), waic_lines(waic))
   c(r, list(table = table, fixed_names = fixed_names(r$draws), asked = asked, waic = waic, verdict = verdict))
@@ -98,8 +99,8 @@ bind_names <- function(a, b) {
 }
 
 asked_formulas <- function(m) {
-  told <- if (m$labelled) m$names$derive else list()
-  data.frame(name = vapply(told, function(d) d$name, ""), formula = vapply(told, function(d) d$formula, ""))
+  described <- if (m$labelled) m$names$derive else list()
+  data.frame(name = vapply(described, function(d) d$name, ""), formula = vapply(described, function(d) d$formula, ""))
 }
 
 # Fixed effects with contrasts, and the effects of every factor.

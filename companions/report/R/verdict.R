@@ -7,8 +7,8 @@ enough_rhat <- 1.01
 enough_ess <- 400
 
 # list(good, lines (sentences), worst_rhat, worst_ess, more (rounds per chain that are missing, 0 when good), command).
-# asked: names whose Monte Carlo errors are reported.
-verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
+# asked: names whose Monte Carlo errors are reported. sampler: of read_sampler_words().
+verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds, sampler = plain_sampler) {
   none <- function(...) list(good = NA, lines = c(...), more = 0, command = NULL)
   if (n_draws == 0) return(none(nothing_to_judge(place, 0)))
   size <- paste0(count_of(n_chains, "chain"), " of ", count_of(n_draws, "sample"), ", one every ",
@@ -29,7 +29,7 @@ verdict_of <- function(place, model, table, asked, n_chains, n_draws, rounds) {
     "Each model has a chain of its own; the verdict is on the last one."
   list(good = good, lines = c(size, worst, error_lines(table, asked), single, last), worst_rhat = r, worst_ess = e,
     more = more,
-       command = if (good) NULL else command_for(place, model, more))
+       command = if (good) NULL else command_for(place, model, more, sampler))
 }
 
 nothing_to_judge <- function(place, n_draws) {
@@ -79,13 +79,14 @@ number_text <- function(x, digits = 4) {
   format(signif(x, digits), scientific = abs(x) >= 1e7 || (x != 0 && abs(x) < 1e-5), trim = TRUE)
 }
 
-# What to type for more rounds. Chains with ordered traits, and those over models, can't be continued: they are run
-# again from scratch.
-command_for <- function(place, model, more) {
+# What to type for more rounds. Chains that save their whole state can all be continued; of others those with ordered
+# traits, those over models and exact ones can't be: they are run again from scratch.
+command_for <- function(place, model, more, sampler) {
   rounds <- format(more, scientific = FALSE, trim = TRUE)
   asked <- paste(rounds, "more rounds in [run] of the description)")
   if (!place$study) return(paste("zeph-chains run", place$shown, "--chains 4    (with", asked))
-  if (length(with_thresholds(model)) > 0 || has_several_models(analysis_of(place)))
+  kept <- !sampler$exact && length(with_thresholds(model)) == 0 && !has_several_models(analysis_of(place))
+  if (!sampler$state && !kept)
     return(paste("zeph-chains run WORK --into NEW    (such chains can't be continued: ask for", asked))
   paste("zeph-chains continue", place$shown, "--rounds", rounds)
 }

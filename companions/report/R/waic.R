@@ -8,7 +8,7 @@
 doubtful_variance <- 0.4 # Vehtari, Gelman and Gabry 2017, section 2.2
 
 # list(units (all chains merged), table (a row a chain, then one of all chains)); NULL when no chain has ended with one.
-# Stops when chains have other units.
+# Stops when chains have other units, or units are missing.
 read_waic <- function(m, place, chains, remarks) {
   by_chain <- list()
   first <- NULL
@@ -16,6 +16,7 @@ read_waic <- function(m, place, chains, remarks) {
     path <- file.path(s$path, "waic")
     units <- if (s$counts) read_waic_units(path)
     if (NROW(units) == 0) next
+    check_units(m, units, path)
     if (is.null(first)) first <- list(path = path, position = units$position)
     if (!identical(units$position, first$position))
       stop_report(path, " has other units than ", first$path, ": are they of one model and one data file?")
@@ -28,6 +29,13 @@ read_waic <- function(m, place, chains, remarks) {
   rows <- if (length(by_chain) > 1) c(by_chain, list(all = all)) else by_chain
   table <- do.call(rbind, lapply(names(rows), function(name) cbind(chain = name, waic_of(rows[[name]]))))
   list(units = all, table = table)
+}
+
+# A unit is a record; with sequences the records of each are one.
+check_units <- function(m, units, path) {
+  n <- nrow(units)
+  whole <- if (length(drawn_by(m, "sequences")) > 0) n <= m$nobs else n == m$nobs
+  if (!whole) stop_report(path, " has ", n, " units, the model ", m$nobs, " records: it is cut, or of another model")
 }
 
 # A chain that runs again from its saved state has the file of its former end.

@@ -87,7 +87,8 @@ last_record describe_last(scan_records& r, const subject_pair& x) {
   return y;
 }
 
-// log of the weight of liability l of 8 in the last record, whose values are taken; 0 where 8 says nothing of 7
+// log of the weight of liability l of 8 in the last record, whose values are taken; 0 where 8 says nothing
+// of 7
 double log_weight(scan_records& r, const subject_pair& x, const last_record& y, double l) {
   if (!(l > 0.0) || !y.at_risk) return 0.0;
   if (r.work.latent.coefficient(x.t8, x.t7, r.design.IRESG_M(x.last)) == 0.0) return 0.0;

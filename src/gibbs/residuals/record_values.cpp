@@ -5,7 +5,7 @@
 namespace zeph {
 namespace {
 
-// y of a trait that is missing in the solver, whatever Y_M holds: residual and fitted value are 0. With sampling
+// A trait that is missing in the solver has residual and fitted value 0, whatever Y_M holds. With sampling
 // every trait has a value in Y_M, observed or imputed.
 void clear_missing(const record_entries& x, record_values& v, std::int32_t irec, std::int32_t nt) {
   for (std::int32_t t = 1; t <= nt; ++t)

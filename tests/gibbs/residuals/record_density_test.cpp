@@ -169,7 +169,8 @@ TEST(score_units, integrates_censored_and_binary_values_given_gaussian_ones) {
     EXPECT_NEAR(scored[i], logs[i], tolerances[i]) << "record " << i + 1;
 }
 
-// ---- Gaussian traits alone: one by the closed form, three with weights and missing values by the dense density
+// ---- Gaussian traits alone: one by the closed form, three with weights and missing values by the dense
+// density
 
 TEST(score_units, are_normal_log_densities_of_one_trait) {
   density_case c(prior_description({1}, 8, 3, {1.7}));

@@ -31,14 +31,37 @@ std::string said(const std::string& run, const std::string& tables = "[trait.y]\
   return text;
 }
 
-const std::string GIBBS = "analysis = \"gibbs\"\n", EXACT = GIBBS + "sampler = \"exact\"\n";
-const std::string ROWS = "[trait.y]\nformula = \"1 + (x | a)\"\n[covariable.x]\n[factor.a]\n";
+const std::string GIBBS = "analysis = \"gibbs\"\n", EXACT = GIBBS + "sampler = \"exact\"\n",
+                  CLASSIC = GIBBS + "sampler = \"classic\"\n";
 
-TEST(sampler_words, are_classic_without_a_saved_state_when_nothing_is_said) {
-  const result r = read(GIBBS, "[trait.y]\nformula = \"1\"\n");
+const std::string ROWS = "[trait.y]\nformula = \"1 + (x | a)\"\n[covariable.x]\n[factor.a]\n";
+const std::string PLAIN = "[trait.y]\nformula = \"1\"\n";
+
+TEST(sampler_words, of_a_chain_are_exact_with_a_state_every_ten_minutes_when_nothing_is_said) {
+  for (const char* analysis : {"predict", "gibbs", "models", "jump"}) {
+    const result r = read("analysis = \"" + std::string(analysis) + "\"\n", ROWS + "prior_df = 4\n");
+    EXPECT_EQ(full_text(r.log), "");
+    EXPECT_TRUE(r.d.run.is_exact()) << analysis;
+    EXPECT_EQ(r.d.run.state_every.value, 10) << analysis;
+    EXPECT_FALSE(r.d.run.density_points.given);
+  }
+}
+
+// Whether levels meet in their records is known with the data.
+TEST(sampler_words, of_a_solver_are_none_when_nothing_is_said) {
+  for (const char* analysis : {"solve", "sums"}) {
+    const result r = read("analysis = \"" + std::string(analysis) + "\"\n", PLAIN);
+    EXPECT_FALSE(r.d.run.is_exact()) << analysis;
+    EXPECT_FALSE(r.d.run.saves_state()) << analysis;
+  }
+}
+
+TEST(sampler_words, of_a_chain_that_is_said_to_be_classic_save_no_state_by_themselves) {
+  const result r = read(CLASSIC, PLAIN);
+  EXPECT_EQ(full_text(r.log), "");
   EXPECT_FALSE(r.d.run.is_exact());
   EXPECT_FALSE(r.d.run.saves_state());
-  EXPECT_FALSE(r.d.run.density_points.given);
+  EXPECT_EQ(read(CLASSIC + "state_every = 3\n", PLAIN).d.run.state_every.value, 3);
 }
 
 TEST(sampler_words, are_read) {
@@ -67,8 +90,11 @@ TEST(sampler_words, that_need_others_say_so) {
             "m.toml:4:15: error: [run] state_every: analysis \"solve\" has no chain "
             "whose state could be saved\n");
   EXPECT_EQ(said("state_every = false\n"), "");
-  EXPECT_EQ(said(GIBBS + "density_points = 64\n"),
-            "m.toml:5:18: error: [run] density_points needs sampler = \"exact\"\n");
+  EXPECT_EQ(said(GIBBS + "density_points = 64\n"), "");
+  EXPECT_EQ(said(CLASSIC + "density_points = 64\n"),
+            "m.toml:6:18: error: [run] density_points needs sampler = \"exact\"\n");
+  EXPECT_EQ(said("density_points = 64\n"),
+            "m.toml:4:18: error: [run] density_points needs sampler = \"exact\"\n");
 }
 
 TEST(model_prior, is_one_weight_above_0_for_each_number_of_rows_of_an_exact_jump) {
@@ -82,28 +108,33 @@ TEST(model_prior, is_one_weight_above_0_for_each_number_of_rows_of_an_exact_jump
             "m.toml:11:15: error: [factor.a] model_prior: weights are above 0\n");
   EXPECT_EQ(said(EXACT, ROWS + "model_prior = [3, 1]\n"),
             "m.toml:10:15: error: [factor.a] model_prior needs [run] analysis = \"jump\"\n");
-  EXPECT_EQ(said(GIBBS, ROWS + "model_prior = [3, 1]\n"),
-            "m.toml:9:15: error: [factor.a] model_prior needs [run] sampler = \"exact\"\n"
-            "m.toml:9:15: error: [factor.a] model_prior needs [run] analysis = \"jump\"\n");
+  EXPECT_EQ(said(CLASSIC, ROWS + "model_prior = [3, 1]\n"),
+            "m.toml:10:15: error: [factor.a] model_prior needs [run] analysis = \"jump\"\n"
+            "m.toml:10:15: error: [factor.a] model_prior needs [run] sampler = \"exact\"\n");
+  EXPECT_EQ(said("analysis = \"jump\"\n", ROWS + proper + "model_prior = [3, 0.5]\n"), "");
 }
 
 TEST(exact_descriptions, compare_numbers_of_rows_under_proper_priors_only) {
   const std::string jump = "analysis = \"jump\"\nsampler = \"exact\"\n";
-  EXPECT_EQ(said(jump, ROWS), "m.toml:9:9: error: [factor.a] prior_df = 0: models are compared under proper "
-                              "priors only; give 4 or more\n");
+  EXPECT_EQ(said(jump, ROWS),
+            "m.toml:9:9: error: sampler = \"exact\": [factor.a] prior_df = 0 is flat, and under a flat prior "
+            "the comparison of models depends on the units of the traits: give 4 or more\n");
   EXPECT_EQ(said(jump, ROWS + "prior_df = 4\n"), "");
 }
 
 TEST(exact_descriptions, with_what_no_exact_chain_exists_for_are_errors) {
-  EXPECT_EQ(said(EXACT + "test_level = 2\n"),
-            "m.toml:6:14: error: sampler = \"exact\" prints no test output above test_level = 1\n");
-  EXPECT_EQ(said(EXACT + "continue = true\n"), "m.toml:6:12: error: an exact chain continues from its saved "
-                                               "state alone: add state_every to [run]\n");
-  EXPECT_EQ(said(EXACT + "continue = true\nstate_every = 5\n"), "");
+  EXPECT_EQ(said(EXACT + "test_level = 2\n"), "m.toml:6:14: error: sampler = \"exact\": test_level = 2: an "
+                                              "exact run prints no test output above 1\n");
+  EXPECT_EQ(said(EXACT + "continue = true\nstate_every = false\n"),
+            "m.toml:6:12: error: sampler = \"exact\": continue = true: an exact chain continues from its "
+            "saved state alone, and state_every = false saves none\n");
+  EXPECT_EQ(said(EXACT + "continue = true\n"), "");
+  EXPECT_EQ(said("sampler = \"exact\"\ncontinue = true\n"),
+            "m.toml:5:12: error: sampler = \"exact\": continue = true: an exact solver begins from zero\n");
   EXPECT_EQ(said(EXACT, "[trait.y]\nformula = \"1 + shift(m)\"\n[trait.m]\nkind = \"indicator\"\n"
                         "formula = \"1 + sex\"\n"),
             "m.toml:10:11: error: sampler = \"exact\": m has fixed effects beside its mean, which some "
-            "allocation of the records separates; make them random\n");
+            "allocation of the records separates: make them random\n");
 }
 
 // The graph of free pairs: y and z are joined to b, so that the pair (y, z) held at zero lies inside a part
@@ -114,27 +145,86 @@ TEST(exact_descriptions, hold_no_covariance_at_zero_inside_a_part_with_a_fixed_v
   EXPECT_EQ(
       said(EXACT, traits + "zero = [[\"y\", \"z\"]]\n"),
       "m.toml:14:9: error: sampler = \"exact\": no draw holds the residual covariance of y and z at zero "
-      "in one part with b, whose variance is 1; free it, or hold all that join them\n");
+      "in one part with b, whose variance is 1: free it, or hold all that join them\n");
   EXPECT_EQ(said(EXACT, traits + "zero = [[\"y\", \"z\"], [\"y\", \"b\"]]\n"), "");
-  EXPECT_EQ(said(GIBBS, traits + "zero = [[\"y\", \"z\"]]\n"), "");
+  EXPECT_EQ(said(CLASSIC, traits + "zero = [[\"y\", \"z\"]]\n"), "");
 }
 
 // What the classic chain warns of or refuses and the exact one draws.
 TEST(exact_descriptions, take_weights_of_latent_traits_and_free_covariances_beside_groups) {
   const std::string weight = "[trait.b]\nkind = \"binary\"\nformula = \"1\"\nweight = \"w\"\n";
-  EXPECT_NE(said(GIBBS, weight), "");
+  EXPECT_EQ(said(CLASSIC, weight),
+            "m.toml:9:10: error: [trait.b] weight: a trait of kind binary takes no weight\n");
+  EXPECT_EQ(read(CLASSIC, weight).log.entries.front().hint, "sampler = \"exact\" takes it");
   EXPECT_EQ(said(EXACT, weight), "");
+  EXPECT_EQ(said(GIBBS, weight), "");
   const std::string mixture = "[trait.y]\nformula = \"1 + shift(m)\"\n[trait.m]\nkind = \"indicator\"\n"
                               "formula = \"1\"\n[residual]\ngroups = \"m\"\nfree = [[\"y\", \"m\"]]\n";
-  EXPECT_NE(said(GIBBS, mixture), "");
+  EXPECT_NE(said(CLASSIC, mixture), "");
   EXPECT_EQ(said(EXACT, mixture), "");
+  EXPECT_EQ(said(GIBBS, mixture), "");
+}
+
+const std::string REASONS = "m.toml:4:12: warning: this chain is classic, and its limit may differ from the "
+                            "posterior of the model. It can't be exact, since\n";
+
+TEST(classic_by_default, is_a_chain_that_can_not_be_exact_and_one_warning_has_all_reasons) {
+  const std::string mixture = "[trait.y]\nformula = \"1 + shift(m)\"\n[trait.m]\nkind = \"indicator\"\n"
+                              "formula = \"1 + sex\"\n";
+  EXPECT_EQ(
+      said(GIBBS + "test_level = 2\n", mixture),
+      REASONS +
+          "      m.toml:5:14: test_level = 2: an exact run prints no test output above 1\n"
+          "      m.toml:10:11: m has fixed effects beside its mean, which some allocation of the records "
+          "separates: make them random\n"
+          "    Change these, or set [run] sampler = \"classic\" if such a chain is what you want\n");
+  const result r = read(GIBBS, mixture);
+  EXPECT_FALSE(r.d.run.is_exact());
+  EXPECT_EQ(r.d.run.state_every.value, 10); // the words are independent
+  EXPECT_EQ(said(CLASSIC + "test_level = 2\n", mixture), "");
+}
+
+TEST(classic_by_default, is_a_chain_over_models_with_flat_priors_as_its_warning_says) {
+  EXPECT_EQ(said("analysis = \"models\"\n", ROWS),
+            REASONS +
+                "      m.toml:8:9: [factor.a] prior_df = 0 is flat, and under a flat prior the comparison of "
+                "models "
+                "depends on the units of the traits: give 4 or more\n"
+                "    Change that, or set [run] sampler = \"classic\" if such a chain is what you want\n");
+}
+
+// What the classic chain can't do stays an error; the reasons say what to change instead.
+TEST(classic_by_default, refuses_what_only_an_exact_chain_takes) {
+  const result r =
+      read(GIBBS + "test_level = 2\n", "[trait.b]\nkind = \"binary\"\nformula = \"1\"\nweight = \"w\"\n");
+  ASSERT_EQ(r.log.entries.size(), 2U);
+  EXPECT_NE(r.log.entries[0].text.find("It can't be exact, since\n  m.toml:5:14: test_level = 2"),
+            std::string::npos);
+  EXPECT_EQ(r.log.entries[1].text, "[trait.b] weight: a trait of kind binary takes no weight");
+  EXPECT_EQ(r.log.entries[1].hint, "an exact chain takes it: see the warning of what prevents one");
 }
 
 // The whole state has thresholds and liabilities too.
 TEST(saved_states, continue_chains_of_ordered_and_censored_traits) {
-  const std::string ordered = "[trait.o]\nkind = \"ordered\"\nformula = \"1\"\n";
-  EXPECT_NE(said(GIBBS + "continue = true\n", ordered), "");
-  EXPECT_EQ(said(GIBBS + "continue = true\nstate_every = 10\n", ordered), "");
+  const std::string ordered = "[trait.o]\nkind = \"ordered\"\nformula = \"1\"\n",
+                    censored = "[trait.c]\nkind = \"censored\"\nlimits = { event = \"e\" }\n"
+                               "formula = \"1\"\n";
+  const std::string refused = "m.toml:6:12: error: restarting is not possible with an ordered trait; remove "
+                              "[run] continue\n";
+  EXPECT_EQ(said(CLASSIC + "continue = true\n", ordered), refused);
+  EXPECT_EQ(said(CLASSIC + "continue = true\nstate_every = 10\n", ordered), "");
+  EXPECT_EQ(said(GIBBS + "continue = true\n", ordered), "");
+  EXPECT_EQ(said(GIBBS + "continue = true\n", censored), "");
+  EXPECT_NE(said(CLASSIC + "continue = true\n", censored), "");
+}
+
+TEST(saved_states, left_out_let_a_chain_continue_as_a_classic_one) {
+  EXPECT_EQ(
+      said(GIBBS + "continue = true\nstate_every = false\n"),
+      REASONS +
+          "      m.toml:5:12: continue = true: an exact chain continues from its saved state alone, and "
+          "state_every = false saves none\n"
+          "    Change that, or set [run] sampler = \"classic\" if such a chain is what you want\n");
 }
 
 } // namespace

@@ -191,7 +191,8 @@ TEST(model_assembly, equations_of_factors_without_pedigree_come_before_those_wit
 TEST(model_assembly, direct_and_maternal_rows_are_in_the_users_order_and_their_meeting_is_reported) {
   const prepared_case c =
       prepare(toml("[factor.genetic]\npedigree = \"p.csv\"\norder = [\"bw.dam\", \"bw.id\"]\n"
-                   "[trait.bw]\nformula = \"1 + (1 | genetic | id) + (1 | genetic | dam)\"\n"));
+                   "[trait.bw]\nformula = \"1 + (1 | genetic | id) + (1 | genetic | dam)\"\n",
+                   "sampler = \"classic\"\n"));
   ASSERT_TRUE(c.p.complete) << c.messages();
   const zeph::structure_record& g = c.p.model.RMAT(1);
   EXPECT_EQ(g.n_rc, 2);
@@ -212,29 +213,34 @@ TEST(model_assembly, direct_and_maternal_rows_are_in_the_users_order_and_their_m
   EXPECT_EQ(c.p.factors[0].n_records[4], 3);
 }
 
-// The same four records under each analysis. Sampled matrices are wrong in such a model; a chain with given
-// matrices has wrong spreads; a solver still ends at the solutions, if it ends.
+// The same four records under each analysis. Sampled matrices are wrong in such a model of a classic chain; a
+// chain with given matrices has wrong spreads; a solver still ends at the solutions, if it ends.
 TEST(model_assembly, levels_that_meet_are_warned_of_by_what_they_do_to_the_analysis) {
   const auto prepared = [](const std::string& analysis) {
     return prepare(toml("[factor.genetic]\npedigree = \"p.csv\"\norder = [\"bw.dam\", \"bw.id\"]\n"
                         "[trait.bw]\nformula = \"1 + (1 | genetic | id) + (1 | genetic | dam)\"\n",
                         "analysis = \"" + analysis + "\"\n"));
   };
+  const auto classic = [&](const std::string& analysis) {
+    return prepared(analysis + "\"\nsampler = \"classic");
+  };
   for (const char* analysis : {"gibbs", "models"}) {
-    const prepared_case c = prepared(analysis);
+    const prepared_case c = classic(analysis);
     EXPECT_TRUE(
         c.says("two levels of genetic meet in 4 records: the chain draws each given the other's value of "
                "the round before,\n    and the (co)variances of this model are wrong, in made data by two to "
                "three posterior standard deviations"))
         << c.messages();
   }
-  for (const char* analysis : {"gibbs", "predict", "solve"})
+  for (const char* analysis : {"gibbs", "predict", "solve", "sums"}) {
     EXPECT_FALSE(prepared(std::string(analysis) + "\"\nsampler = \"exact").says("meet in")) << analysis;
+    EXPECT_FALSE(prepared(analysis).says("meet in")) << analysis;
+  }
   for (const char* analysis : {"solve", "sums", "predict"})
-    EXPECT_FALSE(prepared(analysis).says("(co)variances of this model are wrong")) << analysis;
-  EXPECT_TRUE(prepared("predict").says("and the standard deviations of the solutions are wrong"));
+    EXPECT_FALSE(classic(analysis).says("(co)variances of this model are wrong")) << analysis;
+  EXPECT_TRUE(classic("predict").says("and the standard deviations of the solutions are wrong"));
   EXPECT_TRUE(
-      prepared("solve").says("the solver takes each with the other's last value\n    and may diverge"));
+      classic("solve").says("the solver takes each with the other's last value\n    and may diverge"));
 }
 
 TEST(model_assembly, two_columns_after_the_bar_put_two_levels_into_one_row) {

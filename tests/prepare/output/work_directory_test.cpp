@@ -182,12 +182,20 @@ TEST(work_directory, has_a_file_sampler_when_more_than_the_classic_chain_is_aske
   prepare(with("analysis = \"gibbs\"\nsampler = \"exact\"\nstate_every = 5\ndensity_points = 64"));
   EXPECT_EQ(out.read("sampler"), "exact\nstate 5\ndensity 64\n");
   EXPECT_NE(out.read("names.json").find("\"sampler\""), std::string::npos);
-  prepare(with("analysis = \"gibbs\"\nstate_every = 0"));
+  prepare(with("analysis = \"gibbs\"\nsampler = \"classic\"\nstate_every = 0"));
   EXPECT_EQ(out.read("sampler"), "state 0\n");
   prepare(with("analysis = \"gibbs\"\nsampler = \"classic\"\nstate_every = false"));
   EXPECT_FALSE(out.has("sampler"));
-  out.write("sampler", "exact\n"); // of whoever: it changes what the chain is
   prepare(with("analysis = \"gibbs\""));
+  EXPECT_EQ(out.read("sampler"), "exact\nstate 10\n");
+  prepare(with("analysis = \"gibbs\"\nstate_every = false"));
+  EXPECT_EQ(out.read("sampler"), "exact\n");
+  prepare(with("analysis = \"gibbs\"\ntest_level = 2")); // which no exact chain prints
+  EXPECT_EQ(out.read("sampler"), "state 10\n");
+  prepare(with("analysis = \"solve\""));
+  EXPECT_FALSE(out.has("sampler"));
+  out.write("sampler", "exact\n"); // of whoever: it changes what the chain is
+  prepare(with("analysis = \"gibbs\"\nsampler = \"classic\""));
   EXPECT_FALSE(out.has("sampler"));
 }
 
@@ -198,7 +206,7 @@ TEST(work_directory, weights_of_numbers_of_rows_name_the_factor_by_its_number) {
       "[factor.herd]\nprior_df = 8\nmodel_prior = [2, 0.25]\n",
       {{"d.csv", "sex,herd,x,wwg\n1,1,0.5,4\n2,1,1,3\n1,2,2,5\n2,2,0.1,4\n1,3,1,6\n2,3,3,2\n"}});
   ASSERT_TRUE(c.p.complete) << c.messages();
-  EXPECT_EQ(c.p.sampler, (std::vector<std::string>{"exact", "model_prior 2 2 0.25"}));
+  EXPECT_EQ(c.p.sampler, (std::vector<std::string>{"exact", "state 10", "model_prior 2 2 0.25"}));
 }
 
 TEST(work_directory, knows_the_time_of_its_preparation) {
@@ -223,19 +231,22 @@ TEST(work_directory, that_can_not_be_made_is_a_fault) {
 
 TEST(work_directory, files_that_would_disturb_a_run_are_named) {
   const scratch_directory out;
-  EXPECT_TRUE(disturbing_files(out.path()).empty());
+  EXPECT_TRUE(disturbing_files(out.path(), false).empty());
   out.write("STOP", "");
   out.write("oldsol", "");
   EXPECT_EQ(
-      disturbing_files(out.path()),
+      disturbing_files(out.path(), false),
       (std::vector<std::string>{"STOP is present: the run would end after one round",
                                 "oldsol is present without the other restart file: the run would stop"}));
   out.write("r_parm", "");
-  EXPECT_EQ(disturbing_files(out.path())[1],
+  EXPECT_EQ(disturbing_files(out.path(), false)[1],
             "oldsol and r_parm are present: the run would continue an old chain");
+  EXPECT_EQ(disturbing_files(out.path(), true)[1],
+            "oldsol and r_parm are present: an exact run would end with code 16; move them away");
   out.write("mixz_last", "");
-  EXPECT_TRUE(
-      disturbing_files(out.path())[2].starts_with("mixz_prob or mixz_last of an earlier run is present"));
+  EXPECT_TRUE(disturbing_files(out.path(), false)[2].starts_with(
+      "mixz_prob or mixz_last of an earlier run is present"));
+  EXPECT_EQ(disturbing_files(out.path(), true, true).size(), 2U); // the chain that is continued left them
 }
 
 TEST(work_directory, codes_tell_identification_and_equation_of_every_level) {
