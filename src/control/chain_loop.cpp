@@ -1,6 +1,7 @@
 #include "control/chain_loop.h"
 
 #include "formats/free_format.h"
+#include "gibbs/moves/moves.h"
 #include "gibbs/residuals/trait_deviations.h"
 #include "gibbs/scan/gibscan.h"
 #include "listing/listing_rows.h"
@@ -100,6 +101,7 @@ void run_chain(run& r) {
   if (!r.counts.stop_seen) sample(r, records);
   save_state(r);
   say_kept_components(r);
+  report_moves(r.work.moves, r.report);
 }
 
 } // namespace zeph

@@ -1,6 +1,7 @@
 #include "control/model_chains.h"
 
 #include "formats/free_format.h"
+#include "gibbs/moves/moves.h"
 #include "gibbs/scan/gibscan.h"
 #include "jump/jump_rounds.h"
 #include "jump/jump_setup.h"
@@ -87,7 +88,10 @@ void run_models(run& r) {
   for (;;) {
     say_model(r, r.report);
     const bool whole = run_rounds(r, records.scan, last);
-    if (!whole || !has_next_model(r)) save_state(r);
+    if (!whole || !has_next_model(r)) {
+      save_state(r);
+      report_moves(r.work.moves, r.report);
+    }
     report_run(r);
     if (!whole || !next_model(r)) return;
     ++r.saved.model_number;
@@ -114,6 +118,7 @@ void run_jump_chain(run& r) {
   take_state(r);
   if (run_rounds(r, records.scan, r.counts.P_ROUND)) run_jump_rounds(r);
   save_state(r);
+  report_moves(r.work.moves, r.report);
   report_run(r);
 }
 

@@ -9,6 +9,7 @@
 #include "control/start_values.h"
 #include "formats/free_format.h"
 #include "gibbs/latent/latent_updates.h"
+#include "gibbs/moves/moves.h"
 #include "gibbs/residuals/residual_sums.h"
 #include "input/categorical_traits.h"
 #include "input/class_effect_covariates.h"
@@ -207,6 +208,7 @@ void start_run(run& r) {
   restart_latent_values(r);
   find_exact_forms(r);
   scan_records records = records_of(r);
+  find_moves(records, r.asked, r.state);
   start_mixing_proportions(records.model, records.design, records.mixtures);
   if (continues(r.saved))
     continue_files(r);

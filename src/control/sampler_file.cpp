@@ -13,7 +13,7 @@
 namespace zeph {
 namespace {
 
-constexpr std::string_view words_of_the_file = "exact, state, model_prior or density";
+constexpr std::string_view words_of_the_file = "exact, state, moves, model_prior or density";
 
 // One line of the file: its word and the values after it.
 struct sampler_line {
@@ -103,6 +103,9 @@ void take_line(const model_records& m, const sampler_line& line, sampler_words& 
   if (line.word() == "exact") {
     if (line.values() != 0) wrong_count(line, "no value", report);
     asked.exact = true;
+  } else if (line.word() == "moves") {
+    if (line.values() != 0) wrong_count(line, "no value", report);
+    asked.moves = true;
   } else if (line.word() == "state") {
     take_state(line, asked, report);
   } else if (line.word() == "model_prior") {
@@ -134,11 +137,12 @@ void judge_words(const directives& asked, reporting& report) {
 
 // The words again, as they are taken.
 void repeat_words(const sampler_words& s, reporting& report) {
-  if (!s.exact && !s.state) return;
+  if (!s.exact && !s.state && !s.moves) return;
   say(report);
   say(report, "Words of the file sampler");
   if (s.exact) say(report, "  exact");
   if (s.state) say(report, free_row().text("  state").i(s.state_minutes).str());
+  if (s.moves) say(report, "  moves");
   for (const row_weights& row : s.row_prior) {
     free_row line;
     line.text("  model_prior").i(row.factor);

@@ -36,7 +36,8 @@
 //                   with it: residuals of imputed values differ in their last bits from those computed
 //                   from scratch. The form itself is constant, and is built before E is read. Of the exact
 //                   sampler STATE: records and kept of sweep.components, SCALE of matrices.parts;
-//                   constant: meetings but for their inverse, which is work; work: density
+//                   constant: meetings but for their inverse, which is work; work: density.
+//                   Of moves STATE: the counts of each; constant: what moves; work: their work
 // files, jump.zeinfo  the growing files; their lengths are in the state, their rows in themselves
 // jump              STATE: blocks_made; work: the move of the round, conversion, saved_sscp, diagnostic;
 //                   constant: log_det_A, settled, blocks_stay
@@ -227,6 +228,24 @@ template <class Door> void walk_exact(Door& door, round_work& work, density_stor
     block_of(door, "SCALE of part " + std::to_string(++b), part.SCALE);
 }
 
+// How often each move was tried and accepted, in burn-in and after. Nothing in chains without moves.
+template <class Door> void walk_moves(Door& door, move_store& moves) {
+  if (!moves.on) return;
+  const auto counts = [&](const std::string& name, move_count& count) {
+    door.block(name + " tried", count.tried, 2);
+    door.block(name + " accepted", count.accepted, 2);
+  };
+  std::size_t k = 0;
+  for (factor_move& move : moves.factors) counts("moves of factor " + std::to_string(++k), move.count);
+  for (pair_move& move : moves.pairs) {
+    const std::string pair =
+        "moves of factors " + std::to_string(move.k) + " and " + std::to_string(move.other);
+    counts(pair + ", first", move.count[0]);
+    counts(pair + ", second", move.count[1]);
+  }
+  for (trait_move& move : moves.traits) counts("moves of trait " + std::to_string(move.t), move.count);
+}
+
 template <class Door> void walk_jump(Door& door, run& r) {
   if (!moves_between_models(r.asked.analysis_type)) return;
   std::int32_t made = r.jump.blocks_made;
@@ -261,6 +280,7 @@ template <class Door> void walk_chain(Door& door, run& r, marsaglia_state& now) 
   walk_marsaglia(door, "saved source", r.sources.marsaglia.saved);
   walk_combined(door, r.sources.combined);
   walk_exact(door, r.work, r.sampler.density);
+  walk_moves(door, r.work.moves);
   walk_jump(door, r);
 }
 

@@ -42,6 +42,7 @@ inline constexpr std::int32_t fewest_density_points = 16, most_density_points = 
 // What the optional file `sampler` asks for beyond the plain sampler.
 struct sampler_words {
   bool exact = false;                 // each step draws from its full conditional distribution
+  bool moves = false;                 // steps beside the draws that let scales move freely
   bool state = false;                 // the whole state of the chain is saved
   std::int32_t state_minutes = 10;    // between two saves; 0: at the end only
   std::vector<row_weights> row_prior; // factors ascending
@@ -90,6 +91,11 @@ struct chain_counts {
 // covariables, and the run keeps to one model.
 inline bool scans_in_two_stages(const directives& asked) {
   return asked.nfeto > 0 && !has_several_models(asked.analysis_type);
+}
+
+// True in the rounds before those that samples are taken of.
+inline bool is_burn_in(const directives& asked, const round_state& state) {
+  return !asked.restart && state.iround <= asked.nburn;
 }
 
 // True in the rounds of which samples are taken.

@@ -36,7 +36,7 @@ TEST(sampler_file, is_repeated_on_the_listing) {
 
 TEST(sampler_file, refuses_what_is_no_word_or_no_value) {
   EXPECT_EQ(refusal("# first\nexakt\n"),
-            illegal("word(2) = exakt, legal: exact, state, model_prior or density"));
+            illegal("word(2) = exakt, legal: exact, state, moves, model_prior or density"));
   EXPECT_EQ(refusal("exact 1\n"), illegal("exact = 1 values, legal: no value"));
   EXPECT_EQ(refusal("exact\nexact\n"), illegal("exact(2) = given twice, legal: once"));
   EXPECT_EQ(refusal("exact\ndensity 15\n"), illegal("density(1) = 15, legal: 16 to 4096 points"));

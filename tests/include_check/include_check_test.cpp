@@ -59,6 +59,7 @@ TEST(include_check, a_wing_is_entered_by_its_doors) {
   const std::map<std::string, std::set<std::string>> doors = {
       {"latent", {"latent_updates.h"}},
       {"matrices", {"covariance_draws.h"}},
+      {"moves", {"factor_moves.h", "move_store.h", "moves.h"}},
       {"residuals",
        {"fast_residual_pass.h", "record_density.h", "record_values.h", "residual_conditional.h",
         "residual_sums.h", "trait_deviations.h"}},

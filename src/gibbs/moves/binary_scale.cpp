@@ -55,7 +55,7 @@ void move_binary_scale(scan_records& r, const directives& asked, const round_sta
   const double x = x0 + ranmar_snorm(r.sources.marsaglia) / std::sqrt(precision), c = std::exp(x);
   const double ratio = f.at(x) - f.at(0.0) + 0.5 * precision * ((x - x0) * (x - x0) - x0 * x0);
   const bool legal = std::isfinite(c) && c > 0.0;
-  if (!accept_move(r.sources.marsaglia, ratio, legal, state.iround <= asked.nburn, trait.count)) return;
+  if (!accept_move(r.sources.marsaglia, ratio, legal, is_burn_in(asked, state), trait.count)) return;
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)
     store_scaled(r, irec, trait.t, scaled(r.design.Y_M(trait.t, irec), c), c);
   scale_solutions(r, trait, c);

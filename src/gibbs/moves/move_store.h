@@ -6,6 +6,7 @@
 #include "numerics/arrays.h"
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 namespace zeph {
@@ -18,10 +19,10 @@ struct move_count {
 
 // One random factor.
 struct factor_move {
-  bool relaxed = false;      // its levels are drawn over-relaxed
-  bool moves = false;        // U -> U A', G -> A G A'
-  bool meets = false;        // two of its levels meet in some record
-  const char* why = nullptr; // words of the listing where it does not move
+  bool relaxed = false; // its levels are drawn over-relaxed
+  bool moves = false;   // U -> U A', G -> A G A'
+  bool meets = false;   // two of its levels meet in some record
+  std::string_view why; // words of the listing where it does not move
   move_count count;
 };
 
@@ -38,7 +39,7 @@ struct trait_move {
   std::int32_t t = 0;
   std::int32_t c = 0; // kind 3: index of its categories, from 1
   bool moves = false;
-  const char* why = nullptr;
+  std::string_view why;                        // words of the listing where it does not move
   std::vector<std::int32_t> equations;         // of its fixed part, from 1
   std::int64_t n_t = 0;                        // of them those with records, not restricted
   std::vector<std::vector<std::int32_t>> rows; // [k-1]: rows of factor k that are the trait's, from 1
@@ -61,8 +62,12 @@ struct move_work {
   vec<double> z, m;         // p^2
   mat<double> Q, X;         // p x p: W'A^-1 W and U'A^-1 W of a pair
   vec<double> row;          // 2 p
+  mat<double> class_sums;   // packed(p) x classes of equal levels: sum of u u'
+  mat<double> products;     // packed(p) x packed(p): sum over levels of D (x) u u'
+  bool in_walk = false;     // the draws of the group in hand have left the sums of its move
 };
 
+// All empty where the run has no moves.
 struct move_store {
   bool on = false;
   std::vector<factor_move> factors; // [k-1]

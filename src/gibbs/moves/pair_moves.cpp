@@ -1,6 +1,7 @@
 #include "gibbs/moves/pair_moves.h"
 
 #include "gibbs/moves/factor_moves.h"
+#include "gibbs/moves/moves.h"
 #include "gibbs/moves/proposals.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/structures.h"
@@ -100,7 +101,7 @@ bool move_direction(scan_records& r, const directives& asked, const round_state&
     ratio = static_cast<double>(r.model.NRALEV(w) - asked.DDF(w) - prior.nu - p) * log_det -
             0.5 * change_of_trace(r.model.RMAT(w).COV_MAT, prior.weight, precision, ldp,
                                   work.A_inverse.data(), ld, p);
-  if (!accept_move(r.sources.marsaglia, ratio, legal, state.iround <= asked.nburn, count)) return false;
+  if (!accept_move(r.sources.marsaglia, ratio, legal, is_burn_in(asked, state), count)) return false;
   take_levels(work, r.model, r.sampler, x, w, partner, p);
   transform_precision(precision, ldp, work.A_inverse.data(), ld, p, work.D.data());
   // the sums of squares are made again from the new solutions

@@ -17,12 +17,6 @@
 
 namespace zeph {
 
-struct scan_records;
-
-// Each pair in turn, first x = k, then x = the other one. p^2 normals and a uniform of the Marsaglia source
-// for each direction whose Q has a safe factor; nothing is drawn for another.
-void move_pairs(scan_records& r, const directives& asked, const round_state& state);
-
 // Q and X of the pair of factors x and w: partner of the levels of x in w, from 1, 0 without one. The first p
 // rows. row: work of 2 p.
 void sum_pair(const relationship_store& relations, const model_records& model, const sampler_store& sampler,

@@ -2,6 +2,7 @@
 
 #include "formats/free_format.h"
 #include "gibbs/latent/latent_updates.h"
+#include "gibbs/moves/moves.h"
 #include "gibbs/scan/record_pass.h"
 #include "gibbs/scan/residual_body.h"
 #include "gibbs/scan/scan_groups.h"
@@ -85,9 +86,14 @@ void round_with(const Body& body, scan_records& r, const directives& asked, roun
     if (state.iround > 0) refresh_covariates(r.sampler.sol, r.design);
   }
   const scan_stage stage = two_stages ? scan_stage::others : scan_stage::all;
+  if (!r.work.moves.traits.empty()) {
+    body.ready_head(r, asked, state);
+    move_traits(r, asked, state);
+  }
   body.begin_round(r, asked, state, stage);
   if (asked.test_level > 2) print_equations(r.layout, r.sampler, r.report, state);
   scan_groups(body, r, asked, state, counts, stage, sums);
+  if (!r.work.moves.pairs.empty()) move_pairs(r, asked, state);
   post_scan(body, r, asked, state, counts, files);
 }
 

@@ -33,6 +33,9 @@ void BDDRMC_XD_PRINT(const model_records& model, const design_store& design, con
                      std::int32_t irec, std::int32_t nxd);
 
 struct record_pass {
+  void ready_head(scan_records& r, const directives&, const round_state&) const {
+    values_from_entries(r.work.values);
+  }
   void begin_round(scan_records& r, const directives& asked, const round_state& state,
                    scan_stage stage) const {
     bddrmc_init(r, asked, state, stage);

@@ -512,6 +512,27 @@ void fresh_residuals(const model_records& model, const equation_layout& layout, 
   }
 }
 
+namespace {
+
+// E still holds when neither y nor coefficients have changed since the last residual pass.
+void bring_up_to_date(scan_records& r, const directives& asked, const round_state& state) {
+  residual_form& form = r.work.fast;
+  read_changing_coefficients(r.design, form);
+  form.pending = 0;
+  if (form.valid_round == state.iround) return;
+  for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
+    fresh_residuals(r.model, r.layout, r.design, r.sampler, form, asked, lo,
+                    std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+}
+
+} // namespace
+
+void residual_body::ready_head(scan_records& r, const directives& asked, const round_state& state) const {
+  bring_up_to_date(r, asked, state);
+  r.work.fast.valid_round = state.iround;
+  values_from_residuals(r.work.values, r.work.fast.E);
+}
+
 void residual_body::begin_round(scan_records& r, const directives& asked, const round_state& state,
                                 scan_stage stage) const {
   residual_form& form = r.work.fast;
@@ -521,13 +542,7 @@ void residual_body::begin_round(scan_records& r, const directives& asked, const 
     walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, 0);
     move_changing_coefficients(r.layout, r.design, r.sampler, r.work.fast);
   } else {
-    // E still holds when neither y nor coefficients have changed since the last residual pass
-    read_changing_coefficients(r.design, r.work.fast);
-    form.pending = 0;
-    if (form.valid_round != state.iround)
-      for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block)
-        fresh_residuals(r.model, r.layout, r.design, r.sampler, r.work.fast, asked, lo,
-                        std::min(lo + records_of_block, std::int64_t{r.design.nobs}));
+    bring_up_to_date(r, asked, state);
   }
   // from the first change of a group on E holds only within the round
   form.valid_round = -1;

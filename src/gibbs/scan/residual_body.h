@@ -17,6 +17,9 @@ namespace zeph {
 scan_body body_of(scan_records& r, const directives& asked);
 
 struct residual_body {
+  // Before begin_round: E up to date, and the values of a record come from there. begin_round then finds it
+  // so; who changes y or solutions in between keeps E with them.
+  void ready_head(scan_records& r, const directives& asked, const round_state& state) const;
   // Brings E up to date with the solutions, and sums the round's diagonal blocks where they change.
   void begin_round(scan_records& r, const directives& asked, const round_state& state,
                    scan_stage stage) const;

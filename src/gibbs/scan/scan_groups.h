@@ -1,4 +1,5 @@
 // The walk over the groups of a round, and what a body of the scan offers it:
+//   ready_head      before a round: says where the values of a record come from, for moves of traits
 //   begin_round     head of a pass over the groups: what all groups need of the records
 //   enter_group     RHS of group g = what its levels get from the records, with sol as it is
 //   solve_group     its levels in order, links taken out, solved or drawn
