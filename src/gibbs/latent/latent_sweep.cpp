@@ -157,16 +157,22 @@ double mean_of_residual(const latent_work& latent, const double* e, std::int32_t
   return mean;
 }
 
+float within(double y, double low, double high) {
+  constexpr float up = std::numeric_limits<float>::infinity();
+  float stored = static_cast<float>(y);
+  if (!(static_cast<double>(stored) > low))
+    for (stored = static_cast<float>(low); !(static_cast<double>(stored) > low);)
+      stored = std::nextafter(stored, up);
+  if (static_cast<double>(stored) > high)
+    for (stored = static_cast<float>(high); static_cast<double>(stored) > high;)
+      stored = std::nextafter(stored, -up);
+  return stored;
+}
+
 void store_latent(design_store& design, record_values& values, std::int32_t irec, std::int32_t t, double e,
                   double low, double high) {
   const double root = values.weighted ? static_cast<double>(design.WV_SQRT_M(t, irec)) : 1.0;
-  constexpr float up = std::numeric_limits<float>::infinity();
-  float y = static_cast<float>(values.fitted(t) + e / root);
-  // above low, at most high, as far as 32 bits have such a number
-  if (!(static_cast<double>(y) > low))
-    for (y = static_cast<float>(low); !(static_cast<double>(y) > low);) y = std::nextafter(y, up);
-  if (static_cast<double>(y) > high)
-    for (y = static_cast<float>(high); static_cast<double>(y) > high;) y = std::nextafter(y, -up);
+  const float y = within(values.fitted(t) + e / root, low, high);
   store_observation(design, values, irec, t, y);
   values.res(t) = root * (static_cast<double>(y) - values.fitted(t));
 }

@@ -60,6 +60,9 @@ void draw_between(scan_records& r, std::int32_t irec, std::int32_t t, double low
 void store_latent(design_store& design, record_values& values, std::int32_t irec, std::int32_t t, double e,
                   double low, double high);
 
+// y as a 32-bit number above low and at most high, as far as 32 bits have such a number.
+float within(double y, double low, double high);
+
 // Mean of e_t of a record in group h given the residuals e (nt) of all other traits.
 double mean_of_residual(const latent_work& latent, const double* e, std::int32_t nt, std::int32_t t,
                         std::int32_t h);

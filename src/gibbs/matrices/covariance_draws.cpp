@@ -172,15 +172,6 @@ bool mask_drawn(const model_records& model, const sampler_store& sampler, mat<do
   return info == 0;
 }
 
-// Prior matrix of residual group h: its own when its diagonal is positive.
-double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, std::int32_t j) {
-  const structure_record& residual = m.residual();
-  const std::int32_t g = m.hetgr_index(h);
-  for (std::int32_t t = 1; t <= m.nt; ++t)
-    if (!(residual.HETGR_COV_MAT(g, t, t) > 0)) return residual.COV_MAT(i, j);
-  return residual.HETGR_COV_MAT(g, i, j);
-}
-
 // W drawn for the sums that it holds and their inverse in sscp_f; again while
 // masking spoils it, which W_INV is scratch for. h: residual group.
 void draw_residual_matrix(const model_records& model, const sampler_store& sampler, covariance_work& matrices,
@@ -244,6 +235,14 @@ void sample_residual(const model_records& model, sampler_store& sampler, covaria
 }
 
 } // namespace
+
+double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, std::int32_t j) {
+  const structure_record& residual = m.residual();
+  const std::int32_t g = m.hetgr_index(h);
+  for (std::int32_t t = 1; t <= m.nt; ++t)
+    if (!(residual.HETGR_COV_MAT(g, t, t) > 0)) return residual.COV_MAT(i, j);
+  return residual.HETGR_COV_MAT(g, i, j);
+}
 
 void allocate_covariance_work(const model_records& m, covariance_work& work, reporting& report) {
   std::int32_t n = 0;

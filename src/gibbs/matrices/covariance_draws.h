@@ -38,6 +38,9 @@ void add_factor_squares(const model_records& model, const relationship_store& re
                         sampler_store& sampler, covariance_work& matrices, residual_form& fast,
                         reporting& report, std::int32_t k, std::int32_t p);
 
+// Element (i,j) of the prior matrix of residual group h: of its own where its diagonal is positive.
+double residual_prior(const model_records& m, std::int32_t h, std::int32_t i, std::int32_t j);
+
 // Draws the matrices from the combined source: factors in order, then residual
 // groups. sscp(:,k) becomes the new matrix, packed; GIF, RCOV, RCOVI follow where
 // matopd says so; IDET_RVAR and LVDET are those of the new inverse. A prior is

@@ -204,6 +204,18 @@ void draw_whole(reporting& report, random_sources& sources, residual_part& part,
 
 } // namespace
 
+free_part free_part_of(const model_records& m, std::int32_t t, reporting& report) {
+  const mat<logical> held = held_pairs(m, report);
+  std::vector<logical> taken(static_cast<std::size_t>(m.nt), 0);
+  free_part part;
+  part.traits = part_of(m, held, t, taken);
+  for (const std::int32_t i : part.traits) {
+    if (i != t && held(i, t) == 0 && !zero_by_kind(m.MODEL(i).TRAIT_TYPE, m.MODEL(t).TRAIT_TYPE)) ++part.free;
+    for (const std::int32_t j : part.traits) part.held = part.held || held(i, j) != 0;
+  }
+  return part;
+}
+
 void find_residual_parts(const model_records& m, const directives& asked, residual_parts& parts,
                          matrix_draw_work& matrix_work, reporting& report) {
   const mat<logical> held = held_pairs(m, report);

@@ -34,6 +34,14 @@ struct residual_part {
   vec<double> m, z;                            // |s|
 };
 
+// The part that a trait is in.
+struct free_part {
+  std::vector<std::int32_t> traits; // ascending, from 1
+  bool held = false;                // some pair in it is held at zero
+  std::int32_t free = 0;            // free covariances of the trait
+};
+free_part free_part_of(const model_records& m, std::int32_t t, reporting& report);
+
 struct residual_parts {
   std::vector<residual_part> parts; // empty: the matrix is one part without zeros, drawn whole
 };

@@ -15,8 +15,17 @@ namespace zeph {
 
 struct scan_records;
 
-// One normal and one uniform of the Marsaglia source. Needs the conditionals of the latent work and the
-// records' values at hand. Liabilities keep their sign.
+// f(x) as above.
+struct scale_density {
+  double m = 0, alpha = 0, beta = 0, c1 = 0, c2 = 0;
+};
+double log_density(const scale_density& f, double x);
+
+// That of the state as it is. Needs the conditionals of the latent work and the records' values at hand.
+scale_density density_of_scale(scan_records& r, const directives& asked, const trait_move& trait);
+
+// One normal and one uniform of the Marsaglia source; nothing where all residuals are 0. Needs what
+// density_of_scale does. Kept residuals stay y - Z b, and liabilities keep their sign.
 void move_binary_scale(scan_records& r, const directives& asked, const round_state& state, trait_move& trait);
 
 } // namespace zeph

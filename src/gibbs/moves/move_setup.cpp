@@ -1,5 +1,6 @@
 #include "formats/column_format.h"
 #include "gibbs/moves/moves.h"
+#include "gibbs/moves/trait_setup.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/structures.h"
 #include "listing/listing_rows.h"
@@ -150,6 +151,7 @@ void find_moves(scan_records& r, const directives& asked, const round_state& sta
   move_store& moves = r.work.moves;
   moves.on = true;
   find_factors(r, asked, state);
+  find_traits(r, asked, state);
   allocate_move_work(r.model, moves.factors, moves.work, r.report);
   say_moves(r.model, moves, r.report);
 }

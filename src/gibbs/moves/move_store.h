@@ -3,6 +3,7 @@
 // no memory and adapt nothing; only the counts belong to the state of a chain.
 #pragma once
 
+#include "gibbs/moves/threshold_density.h"
 #include "numerics/arrays.h"
 
 #include <cstdint>
@@ -74,6 +75,7 @@ struct move_store {
   std::vector<pair_move> pairs;
   std::vector<trait_move> traits; // of kinds 3 and 4, ascending
   move_work work;
+  threshold_work thresholds; // of ordered traits
 };
 
 } // namespace zeph
