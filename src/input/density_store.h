@@ -4,7 +4,6 @@
 
 #include "numerics/arrays.h"
 
-#include <cmath>
 #include <cstdint>
 
 namespace zeph {
@@ -18,26 +17,5 @@ struct density_store {
   double total = 0;           // sum over samples of the sum of x
   bool without = false;       // some unit has no density: too many latent values and no points for them
 };
-
-// Takes x of unit u (1-based) into the sums of sample number store.samples.
-inline void add_density(density_store& store, std::int64_t u, double x) {
-  if (store.samples == 1) {
-    store.top(u) = x;
-    store.sum(u) = 1.0;
-    store.mean(u) = x;
-    store.ss(u) = 0.0;
-    return;
-  }
-  const double above = x - store.top(u), smaller = std::exp(-std::fabs(above));
-  if (above <= 0) {
-    store.sum(u) += smaller;
-  } else {
-    store.sum(u) = store.sum(u) * smaller + 1.0;
-    store.top(u) = x;
-  }
-  const double d = x - store.mean(u);
-  store.mean(u) += d / static_cast<double>(store.samples);
-  store.ss(u) += d * (x - store.mean(u));
-}
 
 } // namespace zeph

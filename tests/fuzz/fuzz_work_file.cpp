@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -50,7 +51,7 @@ public:
   explicit patience(const std::string& directory)
       : user_([this, directory] {
           std::unique_lock<std::mutex> lock(mutex_);
-          if (!done_.wait_for(lock, std::chrono::seconds(10), [this] { return over_; }))
+          if (!done_.wait_for(lock, std::chrono::seconds(5), [this] { return over_; }))
             write(directory + "STOP", "");
         }) {}
   ~patience() {
@@ -80,6 +81,12 @@ void go_on(zeph::run& r) {
     zeph::run_chain(r);
     zeph::report_run(r);
   } else if (!moves_between_models(r.asked.analysis_type)) {
+    // a file may ask for thousands of models: only runs that save their state look for STOP then
+    if (!r.saved.wanted) {
+      r.saved.wanted = true;
+      r.asked.sampler.state_minutes = 0; // at the end only
+      r.saved.to = std::make_unique<zeph::state_writer>();
+    }
     zeph::run_models(r);
   } else {
     zeph::run_jump_chain(r);
@@ -97,7 +104,7 @@ void run_in(const std::string& path) {
     } catch (const zeph::run_stop&) {
     } catch (const std::bad_alloc&) {}
   }
-  for (const char* name : {"mixz_prob", "mixz_last", "STOP"}) fs::remove(path + name);
+  for (const char* name : {"mixz_prob", "mixz_last", "statelast", "STOP"}) fs::remove(path + name);
 }
 
 // The name that ZEPH_FUZZED has in a directory; "" when it plays no part there.

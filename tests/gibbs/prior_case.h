@@ -10,6 +10,7 @@
 #include "gibbs/latent/latent_updates.h"
 #include "gibbs/matrices/covariance_draws.h"
 #include "gibbs/scan_case.h"
+#include "support/build_kind.h"
 
 #include <cmath>
 #include <functional>
@@ -161,8 +162,9 @@ struct prior_case : scan_case {
 
   // The largest |z| over the functions: mean change over replicates of `rounds` rounds in its standard
   // errors. draw: state and data from the prior; functions: of the state.
-  double largest_z(int replicates, int rounds, const std::function<void()>& draw,
+  double largest_z(int wanted, int rounds, const std::function<void()>& draw,
                    const std::function<std::vector<double>()>& functions) {
+    const int replicates = replicates_here(wanted);
     std::vector<double> sum, squares;
     scan_records all = records();
     for (int n = 0; n < replicates; ++n) {

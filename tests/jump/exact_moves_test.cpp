@@ -107,7 +107,8 @@ struct models_case : prior_case {
     return out;
   }
 
-  double z(int replicates, int rounds) {
+  double z(int wanted, int rounds) {
+    const int replicates = replicates_here(wanted);
     std::vector<double> sum(static_cast<std::size_t>(q) + 4), squares(sum.size());
     for (int n = 0; n < replicates; ++n) {
       draw_state();

@@ -1,5 +1,6 @@
 #include "gibbs/residuals/record_density.h"
 
+#include "gibbs/residuals/density_sums.h"
 #include "gibbs/scan/scan_records.h"
 #include "listing/listing_rows.h"
 #include "numerics/column_view.h"
@@ -277,17 +278,20 @@ double score_records(scan_records& r, const directives& asked) {
   return sum;
 }
 
+constexpr std::int64_t units_at_once = 512;
+
 // The same for records of one trait without missing values, groups or weights.
 double score_single(scan_records& r) {
   density_store& store = r.sampler.density;
   const density_conditional& c = conditional_of(r, r.work.density.forms.front(), 1);
   const column_view<const double> e = col_of(*r.work.values.kept, 1);
   const double constant = c.log_constant, half_inverse = 0.5 * c.inverse(1, 1);
-  double sum = 0;
-  for (std::int64_t i = 0; i < r.design.nobs; ++i) {
-    const double x = constant - half_inverse * e[i] * e[i];
-    add_density(store, i + 1, x);
-    sum += x;
+  double sum = 0, x[units_at_once];
+  for (std::int64_t first = 0; first < r.design.nobs; first += units_at_once) {
+    const std::int64_t n = std::min(units_at_once, r.design.nobs - first);
+    for (std::int64_t i = 0; i < n; ++i) x[i] = constant - half_inverse * e[first + i] * e[first + i];
+    for (std::int64_t i = 0; i < n; ++i) sum += x[i];
+    add_densities(store, first, x, n);
   }
   return sum;
 }
