@@ -58,6 +58,40 @@ TEST(sampler_file, refuses_what_is_no_word_or_no_value) {
   EXPECT_EQ(refusal("model_prior 1 1\n"), illegal("model_prior(1) = given, legal: only together with exact"));
 }
 
+// What the listing says of moves, line by line, without blanks before it.
+std::vector<std::string> lines_of_moves(const std::string& listing) {
+  std::vector<std::string> found;
+  std::istringstream lines(listing);
+  bool here = false;
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t at = line.find_first_not_of(' ');
+    here =
+        (here && line.find(" ...") != std::string::npos) || line.find("Moves that mix") != std::string::npos;
+    if (here) found.push_back(line.substr(at));
+  }
+  return found;
+}
+
+TEST(sampler_file, takes_the_word_moves) {
+  using rows = std::vector<std::string>;
+  const std::string dots(36, '.'), factor_dots(31, '.');
+  const auto listing_of = [](std::int32_t type) {
+    run_case c;
+    c.directory.write("sampler", "moves\n");
+    EXPECT_EQ(c.go(run_case::lines(type, 0, 3, 1)), 0) << c.text();
+    EXPECT_NE(c.text().find("\nWords of the file sampler\n  moves\n"), std::string::npos) << c.text();
+    return lines_of_moves(c.text());
+  };
+  EXPECT_EQ(listing_of(0), rows{"Moves that mix " + dots + " off: a solver has no chain"});
+  EXPECT_EQ(listing_of(2),
+            (rows{"Moves that mix " + dots + " on",
+                  "Random factor no  1 " + factor_dots + " relaxed draws; no move: matrices as given"}));
+  EXPECT_EQ(listing_of(3), (rows{"Moves that mix " + dots + " on",
+                                 "Random factor no  1 " + factor_dots + " relaxed draws, moves"}));
+  EXPECT_EQ(refusal("moves 1"), illegal("moves = 1 values, legal: no value"));
+  EXPECT_EQ(refusal("moves\nmoves"), illegal("moves(2) = given twice, legal: once"));
+}
+
 TEST(sampler_file, takes_the_word_state_with_minutes_or_without) {
   const std::pair<const char*, const char*> words[] = {{"state\n", "  state          10\n"},
                                                        {"state 0 # at the end\n", "  state           0\n"},

@@ -33,6 +33,14 @@ const std::vector<chain_kind>& all_chains() {
       {"exact_ordered_3", "cat3_t3", "3", "exact"},
       {"exact_all_kinds_3", "all_kinds", "3", "exact"},
       {"exact_cure_3", "cure_t3", "3", "exact"},
+      {"moves_2", "herd", "2", "moves"},
+      {"moves_missing_4", "three3_t3", "4", "moves"},
+      {"moves_ordered_3", "cat3_t3", "3", "moves"},
+      {"moves_all_kinds_3", "all_kinds", "3", "moves"},
+      {"moves_exact_herd_3", "herd", "3", "exact\nmoves"},
+      {"moves_exact_ordered_3", "cat3_t3", "3", "exact\nmoves"},
+      {"moves_models_5", "jumpI3_t6", "5", "moves"},
+      {"moves_jump_6", "jumpI3_t6", "6", "moves"},
   };
   return all;
 }
@@ -76,6 +84,28 @@ TEST_P(longer_chain, ends_with_the_same_bytes_when_its_rounds_are_raised) {
     raised.take_up();
   }
   EXPECT_EQ(differing_files(raised.results(), unbroken.results()), std::vector<std::string>{});
+}
+
+// The lines of the listing with the shares of accepted moves.
+std::string shares_in(const std::string& listing) {
+  std::istringstream lines(listing);
+  std::string found;
+  for (std::string line; std::getline(lines, line);)
+    if (line.find("Accepted moves") != std::string::npos) found += line + "\n";
+  return found;
+}
+
+// Counts of moves belong to the state: a chain that is continued reports the shares of the unbroken one.
+TEST(broken_chain, reports_the_accepted_moves_of_all_its_rounds) {
+  const chain_kind kind{"moves", "herd", "3", "moves"};
+  chain_place unbroken(kind, SHORT), broken(kind, "3 4 2", "state 5");
+  ASSERT_EQ(unbroken.go(), 0) << unbroken.listing;
+  ASSERT_EQ(broken.go(), 0) << broken.listing;
+  broken.take_up();
+  broken.ask_for(SHORT);
+  ASSERT_EQ(broken.go(), 0) << broken.listing;
+  EXPECT_NE(shares_in(unbroken.listing), "");
+  EXPECT_EQ(shares_in(broken.listing), shares_in(unbroken.listing));
 }
 
 TEST_P(broken_chain, is_not_changed_by_saving_its_state) {
