@@ -177,6 +177,12 @@ struct checked_body {
                    zeph::solver_sums& sums) const {
     body.solve_group(s, asked, state, counts, stage, g, sums);
   }
+  void sum_factor(zeph::scan_records& s, const zeph::directives& asked, std::int32_t g) const {
+    body.sum_factor(s, asked, g);
+  }
+  void take_factor(zeph::scan_records& s, const zeph::round_state& state, std::int32_t g) const {
+    body.take_factor(s, state, g);
+  }
   void restrict_group(zeph::scan_records& s, std::int32_t g) const { body.restrict_group(s, g); }
   void leave_group(zeph::scan_records& s, std::int32_t g) const { body.leave_group(s, g); }
 };

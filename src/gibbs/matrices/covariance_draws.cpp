@@ -112,15 +112,10 @@ void sample_factor(const model_records& model, sampler_store& sampler, covarianc
   if (printed(asked, state))
     say(report, free_row().text("Sampling new co-variance matrix for random effect no ").i(k).str());
   double* sums = sampler.sscp.unchecked_col(k);
-  // order that the prior degrees of freedom belong to: in the exact sampler that of the whole factor, of
-  // which smaller models have the leading rows
-  const std::int32_t q = asked.sampler.exact ? factor.n_rc : p;
-  std::int64_t df = std::int64_t{asked.DDF(k)} - p - 1; // the flat prior
-  if (asked.PDF(k) > q + 1) {
-    df = std::int64_t{asked.DDF(k)} + asked.PDF(k) - q + p;
-    add_prior(sums, p, static_cast<double>(asked.PDF(k) - q - 1),
-              [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
-  }
+  const factor_prior prior = prior_of_factor(model, asked, k, p);
+  const std::int64_t df = asked.DDF(k) + prior.nu;
+  if (prior.weight > 0)
+    add_prior(sums, p, prior.weight, [&](std::int32_t i, std::int32_t j) { return factor.COV_MAT(i, j); });
   inverse_wishart_store& iw = IW_STR_of(sampler, k, "sample_covariances", report);
   // S in full, its inverse the scale: W^-1 is Wishart (df, S^-1), W inverse Wishart; then G^-1 = W^-1
   unpack(sums, p, iw.W.data(), iw.W.extent(1));
@@ -249,6 +244,14 @@ void allocate_covariance_work(const model_records& m, covariance_work& work, rep
   for (std::int32_t k = 1; k <= m.nramat + 1; ++k) n = std::max(n, m.RMAT(k).n_rc);
   allocate(report, work.t, "t", "sscp_random", n);
   fit_matrix_work(report, work.draw, std::max(n, m.nt));
+}
+
+factor_prior prior_of_factor(const model_records& model, const directives& asked, std::int32_t k,
+                             std::int32_t p) {
+  const std::int32_t q = asked.sampler.exact ? model.RMAT(k).n_rc : p;
+  if (asked.PDF(k) > q + 1)
+    return {std::int64_t{asked.PDF(k)} - q + p, static_cast<double>(asked.PDF(k) - q - 1)};
+  return {-(std::int64_t{p} + 1), 0.0};
 }
 
 void add_factor_squares(const model_records& model, const relationship_store& relations,

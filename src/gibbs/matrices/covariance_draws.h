@@ -28,6 +28,18 @@ struct covariance_work {
 
 void allocate_covariance_work(const model_records& m, covariance_work& work, reporting& report);
 
+// Inverse Wishart prior of the leading p rows of a factor's matrix: nu degrees of freedom, scale weight
+// COV_MAT[1..p]; the uniform one as nu = -(p + 1), weight 0.
+struct factor_prior {
+  std::int64_t nu = 0;
+  double weight = 0;
+};
+
+// Of factor k with p rows in the model. In the exact sampler the degrees of freedom belong to the whole
+// factor, of which smaller models have the leading rows.
+factor_prior prior_of_factor(const model_records& model, const directives& asked, std::int32_t k,
+                             std::int32_t p);
+
 // Adds to sscp(:,k) the sums of squares of each factor k over its relationship,
 // rows 1..ntr(k), packed. A pedigree factor with a reduced animal model takes its
 // second list. A structure without a sum is reported and stops with code 16.

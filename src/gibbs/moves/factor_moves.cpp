@@ -15,22 +15,24 @@ constexpr std::int32_t largest_of_every_round = 4;
 
 } // namespace
 
-factor_prior prior_of_factor(const model_records& model, const directives& asked, std::int32_t k,
-                             std::int32_t p) {
-  const std::int32_t q = asked.sampler.exact ? model.RMAT(k).n_rc : p;
-  if (asked.PDF(k) > q + 1)
-    return {std::int64_t{asked.PDF(k)} - q + p, static_cast<double>(asked.PDF(k) - q - 1)};
-  return {-(std::int64_t{p} + 1), 0.0};
-}
-
 bool moves_in_round(std::int32_t p, std::int64_t round) {
   if (p <= largest_of_every_round) return true;
   const std::int64_t every = (std::int64_t{p} * p + 17) / 18;
   return round % every == 0;
 }
 
-void add_record_to_sums(const scan_records& r, std::int32_t irec, std::int32_t k, std::int32_t p,
-                        factor_sums& sums) {
+bool factor_moves_now(const scan_records& r, const round_state& state, std::int32_t g) {
+  const equation_group& group = r.layout.group(g);
+  if (!r.work.moves.on || group.kind != group_kind::random_factor) return false;
+  const std::int32_t p = r.layout.NGR(g, 2);
+  return r.work.moves.factors[static_cast<std::size_t>(group.number - 1)].moves && p > 0 &&
+         r.layout.NGR(g, 1) > 0 && state.gropd(g) != 0 && moves_in_round(p, state.iround);
+}
+
+namespace {
+
+// Adds the entries of record irec, taken, in levels of factor k.
+void add_record(const scan_records& r, std::int32_t irec, std::int32_t k, std::int32_t p, factor_sums& sums) {
   const design_store& d = r.design;
   const std::int32_t nt = r.model.nt, h = d.IRESG_M(irec);
   const bool weighted = r.work.values.weighted;
@@ -58,6 +60,35 @@ void add_record_to_sums(const scan_records& r, std::int32_t irec, std::int32_t k
           sums.K((q - 1) * p + v, (q2 - 1) * p + v2) += c * u[v - 1] * other[v2 - 1];
     }
   }
+}
+
+bool concerns(const design_store& d, std::int32_t irec, std::int32_t k) {
+  for (std::int32_t i = 1; i <= d.M_M(irec); ++i)
+    if (d.XD7_M(i, irec) == k) return true;
+  return false;
+}
+
+} // namespace
+
+void sum_factor_by_records(scan_records& r, const directives& asked, std::int32_t k, std::int32_t p) {
+  factor_sums& sums = r.work.moves.work.sums;
+  for (std::int32_t i = 1; i <= p; ++i) std::fill_n(sums.H.unchecked_col(i), p, 0.0);
+  for (std::int32_t i = 1; i <= p * p; ++i) std::fill_n(sums.K.unchecked_col(i), p * p, 0.0);
+  const record_entries entries = entries_of(r, asked.analysis_type);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    if (!concerns(r.design, irec, k)) continue;
+    take_record(entries, r.work.values, irec);
+    add_record(r, irec, k, p, sums);
+  }
+}
+
+bool decide_factor_move(scan_records& r, const directives& asked, const round_state& state, std::int32_t g) {
+  const std::int32_t k = r.layout.group(g).number, p = r.layout.NGR(g, 2);
+  const factor_prior prior = prior_of_factor(r.model, asked, k, p);
+  const auto exponent = static_cast<double>(r.model.NRALEV(k) - asked.DDF(k) - prior.nu - p);
+  return propose_factor_move(r.work.moves.work, r.sources.marsaglia, r.model, r.sampler, k, p, prior,
+                             exponent, is_burn_in(asked, state),
+                             r.work.moves.factors[static_cast<std::size_t>(k - 1)].count);
 }
 
 bool propose_factor_move(move_work& work, marsaglia_source& source, const model_records& model,
@@ -91,35 +122,83 @@ bool propose_factor_move(move_work& work, marsaglia_source& source, const model_
   return accept_move(source, r, legal, burn_in, count);
 }
 
-void take_factor_move(move_work& work, sampler_store& sampler, std::int32_t k, std::int32_t p,
-                      std::int32_t levels, std::int32_t stride, std::int64_t base, double* change,
-                      double* square) {
-  double* row = work.row.data();
-  for (std::int32_t l = 0; l < levels; ++l) {
-    double* u = sampler.sol.data() + base + std::int64_t{l} * stride;
+namespace {
+
+// u -> A u of n rows, A by rows
+template <int n>
+void multiply_levels(const double* elements, std::int64_t levels, std::int64_t stride, double* u,
+                     double* change) {
+  double A[n * n];
+  std::copy_n(elements, n * n, A);
+  for (std::int64_t l = 0; l < levels; ++l, u += stride) {
+    double x[n];
+    for (int i = 0; i < n; ++i) {
+      x[i] = 0;
+      for (int j = 0; j < n; ++j) x[i] += A[i * n + j] * u[j];
+    }
+    if (change != nullptr)
+      for (int i = 0; i < n; ++i) change[l * stride + i] += x[i] - u[i];
+    for (int i = 0; i < n; ++i) u[i] = x[i];
+  }
+}
+
+// The same of p rows; row: work of p.
+void multiply_levels(const double* A, std::int32_t p, std::int64_t levels, std::int64_t stride, double* u,
+                     double* change, double* row) {
+  for (std::int64_t l = 0; l < levels; ++l, u += stride) {
     for (std::int32_t i = 0; i < p; ++i) {
       row[i] = 0;
-      for (std::int32_t j = 0; j < p; ++j) row[i] += work.A(i + 1, j + 1) * u[j];
+      for (std::int32_t j = 0; j < p; ++j) row[i] += A[i * p + j] * u[j];
     }
-    for (std::int32_t i = 0; i < p; ++i) {
-      if (change != nullptr) change[std::int64_t{l} * stride + i] += row[i] - u[i];
-      u[i] = row[i];
+    if (change != nullptr)
+      for (std::int32_t i = 0; i < p; ++i) change[l * stride + i] += row[i] - u[i];
+    std::copy_n(row, p, u);
+  }
+}
+
+// S -> A S A', packed; C: work of the order of A
+void move_square(const mat<double>& A, std::int32_t p, double* square, mat<double>& C) {
+  for (std::int32_t i = 1; i <= p; ++i) // C = A S
+    for (std::int32_t j = 1; j <= p; ++j) {
+      C(i, j) = 0;
+      for (std::int32_t v = 1; v <= p; ++v) C(i, j) += A(i, v) * square[ihmij(v, j, 0) - 1];
     }
+  for (std::int32_t i = 1; i <= p; ++i)
+    for (std::int32_t j = 1; j <= i; ++j) {
+      double sum = 0;
+      for (std::int32_t v = 1; v <= p; ++v) sum += C(i, v) * A(j, v);
+      square[ihmij(i, j, 0) - 1] = sum;
+    }
+}
+
+} // namespace
+
+void take_factor_move(move_work& work, const equation_layout& layout, sampler_store& sampler, std::int32_t g,
+                      double* change, double* square) {
+  const equation_group& group = layout.group(g);
+  const std::int32_t k = group.number, levels = layout.NGR(g, 1), p = layout.NGR(g, 2);
+  const std::int64_t stride = group.stride;
+  double* u = sampler.sol.data() + group.base;
+  double* by_rows = work.m.data();
+  for (std::int32_t i = 1; i <= p; ++i)
+    for (std::int32_t j = 1; j <= p; ++j) by_rows[(i - 1) * p + j - 1] = work.A(i, j);
+  switch (p) {
+  case 1:
+    multiply_levels<1>(by_rows, levels, stride, u, change);
+    break;
+  case 2:
+    multiply_levels<2>(by_rows, levels, stride, u, change);
+    break;
+  case 3:
+    multiply_levels<3>(by_rows, levels, stride, u, change);
+    break;
+  case 4:
+    multiply_levels<4>(by_rows, levels, stride, u, change);
+    break;
+  default:
+    multiply_levels(by_rows, p, levels, stride, u, change, work.row.data());
   }
-  if (square != nullptr) { // C = A S, then S = C A'
-    for (std::int32_t i = 1; i <= p; ++i)
-      for (std::int32_t j = 1; j <= p; ++j) {
-        double sum = 0;
-        for (std::int32_t v = 1; v <= p; ++v) sum += work.A(i, v) * square[ihmij(v, j, 0) - 1];
-        work.C(i, j) = sum;
-      }
-    for (std::int32_t i = 1; i <= p; ++i)
-      for (std::int32_t j = 1; j <= i; ++j) {
-        double sum = 0;
-        for (std::int32_t v = 1; v <= p; ++v) sum += work.C(i, v) * work.A(j, v);
-        square[ihmij(i, j, 0) - 1] = sum;
-      }
-  }
+  if (square != nullptr) move_square(work.A, p, square, work.C);
   transform_precision(sampler.GIF.unchecked_slice(k), sampler.GIF.extent(1), work.A_inverse.data(),
                       work.A_inverse.extent(1), p, work.C.data());
 }

@@ -11,6 +11,7 @@
 // J. S. Liu and C. Sabatti, Biometrika 87 (2000) 353-369.
 #pragma once
 
+#include "gibbs/matrices/covariance_draws.h"
 #include "gibbs/moves/move_store.h"
 #include "input/run_records.h"
 #include "input/sampler_store.h"
@@ -18,24 +19,21 @@
 
 namespace zeph {
 
-// Inverse Wishart prior of a factor's leading p rows: nu degrees of freedom, scale weight COV_MAT[1..p]; the
-// uniform one as nu = -(p + 1), weight 0.
-struct factor_prior {
-  std::int64_t nu = 0;
-  double weight = 0;
-};
-
-// exact: the degrees of freedom belong to the whole factor, of which smaller models have the leading rows.
-factor_prior prior_of_factor(const model_records& model, const directives& asked, std::int32_t k,
-                             std::int32_t p);
+struct scan_records;
 
 // Rounds in which a factor of p rows in force moves: every one up to 4 rows, else each max(1, p^2/18)-th.
 bool moves_in_round(std::int32_t p, std::int64_t round);
 
-// Adds to the sums the entries of record irec in levels of factor k, with e = work.values.res as taken (with
-// the roots of the weights) and the solutions as they are.
-void add_record_to_sums(const struct scan_records& r, std::int32_t irec, std::int32_t k, std::int32_t p,
-                        factor_sums& sums);
+// True when the factor of group g moves after its last level in this round; false for other groups.
+bool factor_moves_now(const scan_records& r, const round_state& state, std::int32_t g);
+
+// work.sums of factor k, p rows, from a pass over the records: e from where work.values has it, with the
+// roots of the weights, and the solutions as they are.
+void sum_factor_by_records(scan_records& r, const directives& asked, std::int32_t k, std::int32_t p);
+
+// Proposes the move of group g from work.sums and decides it, with the prior with which the round draws the
+// matrix: propose_factor_move.
+bool decide_factor_move(scan_records& r, const directives& asked, const round_state& state, std::int32_t g);
 
 // Proposes A from work.sums, p^2 normals and a uniform of the Marsaglia source; true where it is accepted: A
 // and its inverse are then in the work. Nothing is drawn where K has no safe factor.
@@ -43,10 +41,9 @@ bool propose_factor_move(move_work& work, marsaglia_source& source, const model_
                          const sampler_store& sampler, std::int32_t k, std::int32_t p,
                          const factor_prior& prior, double exponent, bool burn_in, move_count& count);
 
-// U -> U A' and GIF -> A'^-1 GIF A^-1 for factor k (base: its first equation less 1, stride rows a level).
-// change (levels times stride, may be null): A u - u is added. square (packed, may be null): S -> A S A'.
-void take_factor_move(move_work& work, sampler_store& sampler, std::int32_t k, std::int32_t p,
-                      std::int32_t levels, std::int32_t stride, std::int64_t base, double* change,
-                      double* square);
+// U -> U A' and GIF -> A'^-1 GIF A^-1 for the factor of group g, A that of the work. change (levels times
+// stride, may be null): A u - u is added. square (packed, may be null): S -> A S A'.
+void take_factor_move(move_work& work, const equation_layout& layout, sampler_store& sampler, std::int32_t g,
+                      double* change, double* square);
 
 } // namespace zeph

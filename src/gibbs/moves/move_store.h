@@ -63,9 +63,6 @@ struct move_work {
   vec<double> z, m;         // p^2
   mat<double> Q, X;         // p x p: W'A^-1 W and U'A^-1 W of a pair
   vec<double> row;          // 2 p
-  mat<double> class_sums;   // packed(p) x classes of equal levels: sum of u u'
-  mat<double> products;     // packed(p) x packed(p): sum over levels of D (x) u u'
-  bool in_walk = false;     // the draws of the group in hand have left the sums of its move
 };
 
 // All empty where the run has no moves.

@@ -209,7 +209,7 @@ void solve_level(const equation_layout& layout, sampler_store& sampler, level_wo
 }
 
 void sample_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
-                  chain_counts& counts, ranmar_draws& draws, std::int32_t g, std::int32_t l) {
+                  chain_counts& counts, ranmar_draws& draws, std::int32_t g, std::int32_t l, bool relaxed) {
   const std::int32_t n = layout.NGR(g, 2);
   const std::int64_t e0 = layout.group(g).base + (l - 1) * layout.group(g).stride;
   double *c = work.C.data(), *mean = work.mean.data(), *z = work.z.data(), *w = work.w.data();
@@ -234,6 +234,13 @@ void sample_level(const equation_layout& layout, sampler_store& sampler, level_w
       for (std::int32_t i = 0; i < n; ++i) z[i] = ranmar_snorm(draws);
       solve_transposed(c, n, z, w);
     } while (breaks_distance_rule(work.distances, mean, w));
+  }
+  if (relaxed) {
+    for (std::int32_t i = 0; i < n; ++i) {
+      double& u = sampler.sol(e0 + i + 1);
+      u = mean[i] + draw_relaxation * (u - mean[i]) + relaxed_noise * w[i];
+    }
+    return;
   }
   for (std::int32_t i = 0; i < n; ++i) sampler.sol(e0 + i + 1) = mean[i] + w[i];
 }
@@ -334,10 +341,11 @@ void scan_levels(scan_records& r, const directives& asked, round_state& state, c
     }
     return;
   }
+  const bool relaxed = draws_relaxed(r.work.moves, group);
   ranmar_draws draws(r.sources.marsaglia); // started: tested once, not at each draw
   for (std::int32_t l = 1; l <= levels; ++l) {
     complete_rhs(l);
-    sample_level(r.layout, r.sampler, r.work.levels, r.report, counts, draws, g, l);
+    sample_level(r.layout, r.sampler, r.work.levels, r.report, counts, draws, g, l, relaxed);
   }
 }
 

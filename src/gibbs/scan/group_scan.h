@@ -1,6 +1,7 @@
 // The levels of one group: relationship links, the solver step, restrictions.
 #pragma once
 
+#include "gibbs/moves/move_store.h"
 #include "gibbs/scan/mixture_distance.h"
 #include "input/design_store.h"
 #include "input/equation_layout.h"
@@ -41,6 +42,10 @@ void allocate_level_work(const model_records& m, const equation_layout& layout, 
                          reporting& report);
 
 inline constexpr double relaxation = static_cast<double>(0.4F); // from round 101 on
+// Over-relaxed draws of a random factor's levels: u -> m + a (u - m) + (1 - a^2)^1/2 w, w ~ N(0, C^-1),
+// leaves N(m, C^-1) as it is. S. L. Adler, Physical Review D 23 (1981) 2901-2904.
+inline constexpr double draw_relaxation = -0.7;              // a
+inline constexpr double relaxed_noise = 0.71414284285428498; // (1 - a^2)^1/2
 inline constexpr double sweep_tolerance = 1e-12;
 inline constexpr double dependency_pivot = 1e-18;
 inline constexpr std::int32_t largest_listing = 1000; // lines of diagnostic print
@@ -74,14 +79,22 @@ void sample_level_swept(const equation_layout& layout, sampler_store& sampler, l
 // distance among them is below 1e-12; counts.nlabel grows by one when that happens. There
 // is no limit; but where it can be shown after 1,000,000 draws, or as many more, that
 // none will ever do, or where the file STOP is there then, the run stops with code 16.
+// relaxed: over-relaxed, from the level's present solutions.
 void sample_level(const equation_layout& layout, sampler_store& sampler, level_work& work, reporting& report,
-                  chain_counts& counts, ranmar_draws& draws, std::int32_t g, std::int32_t l);
+                  chain_counts& counts, ranmar_draws& draws, std::int32_t g, std::int32_t l,
+                  bool relaxed = false);
 
 // "Group: " g, the routine's words, info; ends the run with code 27.
 [[noreturn]] void stop_at_block(reporting& report, std::int32_t g, std::string_view routine, int info);
 
 // Sets the restricted equations to zero.
 void restrict_solutions(sampler_store& s);
+
+// True where the levels of a group are drawn over-relaxed: random factors of runs with moves.
+inline bool draws_relaxed(const move_store& moves, const equation_group& group) {
+  return moves.on && group.kind == group_kind::random_factor &&
+         moves.factors[static_cast<std::size_t>(group.number - 1)].relaxed;
+}
 
 void say_group_start(reporting& report, std::int32_t g);
 

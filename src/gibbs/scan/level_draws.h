@@ -22,6 +22,9 @@ void level_block(const sampler_store& sampler, const group_form& form, std::int3
 // z of the Marsaglia source, as many as there are equations, in their order. The
 // factor is that of the unblocked routine of LAPACK (dpotf2, lower), operations in
 // the same order. A block that can't be factored is reported, as by sample_level.
-void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change);
+//
+// Levels of a factor that is drawn over-relaxed (group_scan.h) take as many normals. With sum_move they leave
+// work.fast.moved; not where levels meet in a record.
+void draw_levels(scan_records& r, const directives& asked, std::int32_t g, bool keep_change, bool sum_move);
 
 } // namespace zeph

@@ -4,6 +4,7 @@
 // What a body offers: scan_groups.h.
 #pragma once
 
+#include "gibbs/moves/factor_moves.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/run_records.h"
 
@@ -47,6 +48,13 @@ struct record_pass {
   void solve_group(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
                    scan_stage stage, std::int32_t g, solver_sums& sums) const {
     scan_levels(r, asked, state, counts, stage, g, sums);
+  }
+  void sum_factor(scan_records& r, const directives& asked, std::int32_t g) const {
+    values_from_entries(r.work.values);
+    sum_factor_by_records(r, asked, r.layout.group(g).number, r.layout.NGR(g, 2));
+  }
+  void take_factor(scan_records& r, const round_state&, std::int32_t g) const {
+    take_factor_move(r.work.moves.work, r.layout, r.sampler, g, nullptr, nullptr);
   }
   void restrict_group(scan_records& r, std::int32_t) const { restrict_solutions(r.sampler); }
   void leave_group(scan_records&, std::int32_t) const {}

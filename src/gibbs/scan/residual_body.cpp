@@ -470,10 +470,121 @@ void check_residuals(const model_records&, const equation_layout&, const design_
                      residual_form&, const directives&, const round_state&) {}
 #endif
 
+const factor_move& factor_move_of(const scan_records& r, std::int32_t g) {
+  return r.work.moves.factors[static_cast<std::size_t>(r.layout.group(g).number - 1)];
+}
+
+// True when the draws of group g leave what its move needs; a pass over the records makes it where levels
+// meet.
+bool leaves_sums(const scan_records& r, const round_state& state, std::int32_t g) {
+  return factor_moves_now(r, state, g) && !factor_move_of(r, g).meets;
+}
+
+// False for the last group, unless restrictions or a pass over the records for its move need its change: the
+// residual pass that follows makes the residuals from scratch from the solutions. Larger blocks keep it in
+// any case.
+bool keeps_change(const scan_records& r, const round_state& state, std::int32_t g) {
+  return g != last_group(r.layout) || r.sampler.n_IREST > 0 || r.layout.NGR(g, 2) > largest_unrolled_order ||
+         (factor_moves_now(r, state, g) && factor_move_of(r, g).meets);
+}
+
+// D of level l of a group whose blocks are complete: DI less GIF a(l,l) where the sums change.
+void block_of_data(const scan_records& r, const group_form& form, std::int32_t g, std::int32_t l,
+                   column_view<double> D) {
+  const equation_group& group = r.layout.group(g);
+  const std::int32_t n = r.layout.NGR(g, 2);
+  if (!form.changing) {
+    level_block(r.sampler, form, n, l, D);
+    return;
+  }
+  const double a = is_identity(r.model.RMAT(group.number)) ? 1.0 : r.relations.of(group.number).diag(l);
+  const double* block = r.layout.DI_of(g).unchecked_col(l);
+  std::int64_t element = 0;
+  for (std::int32_t i = 1; i <= n; ++i)
+    for (std::int32_t j = 1; j <= i; ++j, ++element)
+      D[element] = block[element] - r.sampler.GIF(i, j, group.number) * a;
+}
+
 // Group 1 when its regressions are mixture distances, which sample_level draws again while they break
 // their rule.
 bool mixture_rule_holds(const equation_layout& layout, const level_work& work, std::int32_t g) {
   return g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty();
+}
+
+// Room for what the draws leave for the moves of factors whose levels don't meet.
+void allocate_level_sums(const scan_records& r, level_sums& sums) {
+  std::int64_t order = 0, squares = 0, larger = 0;
+  for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
+    const equation_group& group = r.layout.group(g);
+    if (group.kind != group_kind::random_factor) continue;
+    const factor_move& move = factor_move_of(r, g);
+    if (!move.moves || move.meets) continue;
+    const std::int64_t n = group.stride, in_line = std::min<std::int64_t>(n, largest_unrolled_order);
+    order = std::max(order, n);
+    squares = std::max(squares, in_line * (in_line + 1) / 2 * form_of(r.work.fast, g).class_diag.size());
+    if (n > in_line) larger = std::max(larger, equations_of(r.layout, g));
+  }
+  if (order == 0) return;
+  const std::int64_t packed = order * (order + 1) / 2;
+  allocate(r.report, sums.H, "H", "residual_body", order * order);
+  allocate(r.report, sums.products, "products", "residual_body", packed * packed);
+  allocate(r.report, sums.squares, "squares", "residual_body", squares);
+  allocate(r.report, sums.rhs, "rhs", "residual_body", larger);
+  allocate(r.report, sums.level, "level", "residual_body", 2 * packed);
+}
+
+// H and products of group g with blocks of larger order: rhs as it was before the draws.
+void sum_by_levels(scan_records& r, std::int32_t g) {
+  level_sums& sums = r.work.fast.moved;
+  const group_form& form = form_of(r.work.fast, g);
+  const equation_group& group = r.layout.group(g);
+  const std::int64_t n = r.layout.NGR(g, 2), packed = n * (n + 1) / 2, stride = group.stride;
+  std::fill_n(sums.H.data(), n * n, 0.0);
+  std::fill_n(sums.products.data(), packed * packed, 0.0);
+  const auto D = part_of(sums.level, 0, packed), squares = part_of(sums.level, packed, packed);
+  for (std::int32_t l = 1; l <= r.layout.NGR(g, 1); ++l) {
+    block_of_data(r, form, g, l, D);
+    const auto u = part_of(r.sampler.sol, group.base + (l - 1) * stride, n);
+    const auto rhs = part_of(sums.rhs, (l - 1) * stride, n);
+    for (std::int64_t i = 0, k = 0; i < n; ++i) {
+      for (std::int64_t j = 0; j < n; ++j) sums.H(i * n + j + 1) += rhs[i] * u[j];
+      for (std::int64_t j = 0; j <= i; ++j, ++k) squares[k] = u[i] * u[j];
+    }
+    for (std::int64_t k = 0; k < packed; ++k) {
+      if (D[k] == 0.0) continue;
+      const auto row = part_of(sums.products, k * packed, packed);
+      for (std::int64_t m = 0; m < packed; ++m) row[m] += D[k] * squares[m];
+    }
+  }
+}
+
+// products of levels with classes: D of the class times its sum of squares.
+void sum_by_classes(const group_form& form, std::int64_t n, level_sums& sums) {
+  const std::int64_t packed = n * (n + 1) / 2;
+  for (std::int64_t c = 0; c < form.class_diag.size(); ++c) {
+    const auto D = part_of(form.class_data, c * (2 * packed + 1), packed); // L and a(l,l) follow it
+    const auto squares = part_of(sums.squares, c * packed, packed);
+    for (std::int64_t k = 0; k < packed; ++k)
+      for (std::int64_t m = 0; m < packed; ++m) sums.products(k * packed + m + 1) += D[k] * squares[m];
+  }
+}
+
+// K[(q,v),(q',v')] = sum of D_qq' u_v u_v', and H = sum of Z'R^-1 e u' with e after the draws:
+// sum of (rhs - D u) u'.
+void expand_sums(const level_sums& from, std::int32_t n, factor_sums& sums) {
+  const std::int32_t packed = n * (n + 1) / 2;
+  const auto product = [&](std::int32_t q, std::int32_t q2, std::int32_t v, std::int32_t v2) {
+    return from.products((ihmij(q, q2, 0) - 1) * packed + ihmij(v, v2, 0));
+  };
+  for (std::int32_t q = 1; q <= n; ++q)
+    for (std::int32_t v = 1; v <= n; ++v) {
+      sums.H(q, v) = from.H((q - 1) * n + v);
+      for (std::int32_t q2 = 1; q2 <= n; ++q2) {
+        sums.H(q, v) -= product(q, q2, q2, v);
+        for (std::int32_t v2 = 1; v2 <= n; ++v2)
+          sums.K((q - 1) * n + v, (q2 - 1) * n + v2) = product(q, q2, v, v2);
+      }
+    }
 }
 
 } // namespace
@@ -537,6 +648,7 @@ void residual_body::begin_round(scan_records& r, const directives& asked, const 
                                 scan_stage stage) const {
   residual_form& form = r.work.fast;
   form.square_done.fill(0);
+  if (r.work.moves.on && !form.moved.H.allocated()) allocate_level_sums(r, form.moved);
   if (stage == scan_stage::others) {
     // E holds the round's residuals but for the last group's change
     walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, 0);
@@ -566,8 +678,7 @@ void residual_body::solve_group(scan_records& r, const directives& asked, round_
   if (extent == 0 || r.layout.NGR(g, 2) == 0) return;
   if (stage == scan_stage::all && samples_solutions(asked.analysis_type) && state.gropd(g) != 0 &&
       r.layout.NGR(g, 2) <= largest_unrolled_order && !mixture_rule_holds(r.layout, r.work.levels, g)) {
-    // the residual pass that follows computes the residuals from scratch from the solutions
-    draw_levels(r, asked, g, g != last_group(r.layout) || r.sampler.n_IREST > 0);
+    draw_levels(r, asked, g, keeps_change(r, state, g), leaves_sums(r, state, g));
     return;
   }
   // larger blocks, the solver, and draws that may be repeated: change = new less old solutions
@@ -575,8 +686,37 @@ void residual_body::solve_group(scan_records& r, const directives& asked, round_
   const auto change = part_of(r.work.fast.change, 0, extent);
   std::copy_n(sol.unchecked(), extent, change.unchecked());
   complete_blocks(r.model, r.layout, r.relations, r.sampler, r.work.fast, g);
+  if (leaves_sums(r, state, g))
+    std::copy_n(r.sampler.RHS.data() + r.layout.group(g).base, extent, r.work.fast.moved.rhs.data());
   scan_levels(r, asked, state, counts, stage, g, sums);
   for (std::int64_t i = 0; i < extent; ++i) change[i] = sol[i] - change[i];
+}
+
+void residual_body::sum_factor(scan_records& r, const directives& asked, std::int32_t g) const {
+  residual_form& fast = r.work.fast;
+  const std::int32_t n = r.layout.NGR(g, 2);
+  if (factor_move_of(r, g).meets) {
+    fast.pending = g;
+    walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, fast, asked, scan_stage::all, 0);
+    std::fill_n(fast.change.data(), equations_of(r.layout, g), 0.0);
+    values_from_residuals(r.work.values, fast.E);
+    sum_factor_by_records(r, asked, r.layout.group(g).number, n);
+    return;
+  }
+  const group_form& form = form_of(fast, g);
+  if (n > largest_unrolled_order)
+    sum_by_levels(r, g);
+  else if (form.level_class.allocated())
+    sum_by_classes(form, n, fast.moved);
+  expand_sums(fast.moved, n, r.work.moves.work.sums);
+}
+
+void residual_body::take_factor(scan_records& r, const round_state& state, std::int32_t g) const {
+  residual_form& fast = r.work.fast;
+  const std::int32_t k = r.layout.group(g).number;
+  take_factor_move(r.work.moves.work, r.layout, r.sampler, g,
+                   keeps_change(r, state, g) ? fast.change.data() : nullptr,
+                   fast.square_done(k) != 0 ? fast.square.unchecked_col(k) : nullptr);
 }
 
 void residual_body::restrict_group(scan_records& r, std::int32_t g) const {

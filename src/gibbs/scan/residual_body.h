@@ -29,6 +29,10 @@ struct residual_body {
   // The levels in order, as scan_levels; levels of small order are drawn in line.
   void solve_group(scan_records& r, const directives& asked, round_state& state, chain_counts& counts,
                    scan_stage stage, std::int32_t g, solver_sums& sums) const;
+  // Orders that are drawn in line: from the sums that the draws have left; larger ones: from the blocks;
+  // levels that meet in a record: by a pass over the records, with the group's change in the residuals.
+  void sum_factor(scan_records& r, const directives& asked, std::int32_t g) const;
+  void take_factor(scan_records& r, const round_state& state, std::int32_t g) const;
   void restrict_group(scan_records& r, std::int32_t g) const;
   void leave_group(scan_records& r, std::int32_t g) const;
   void residual_pass(scan_records& r, const directives& asked, const round_state& state, double& lik) const;

@@ -83,6 +83,17 @@ inline constexpr std::int64_t most_partial = 8192;
 // The body that scans the rounds of a run: chosen once, at the first of them.
 enum class scan_body : std::int32_t { unchosen, fast, plain };
 
+// What the draws of a factor's levels leave for its move U -> U A' (moves/factor_moves.h), n rows in force:
+//   H(i n + j + 1)   sum over levels of rhs u', rhs = Z'R^-1 e + D u before the draw and without the links
+//   squares          by class of levels: sum of u u', packed
+//   products         levels without classes: sum of D (x) u u', packed, a row for each element of D
+struct level_sums {
+  vec<double> H, squares, products;
+  // of blocks of larger order than are factored in line
+  vec<double> rhs;   // of all levels
+  vec<double> level; // 2 packed: D and u u' of one level
+};
+
 struct residual_form {
   bool one_matrix = false;        // all records share one residual inverse, without weights
   bool constant_R = false;        // the residual matrices stay in this run: terms are whole
@@ -101,6 +112,7 @@ struct residual_form {
   // sums of squares made in the same walk as the links
   vec<logical> square_done; // nramat
   mat<double> square;       // packed x nramat
+  level_sums moved;         // of the group in hand
 
   // residual pass
   std::vector<mask_form> masks;
