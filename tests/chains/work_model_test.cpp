@@ -105,6 +105,20 @@ TEST(input_names, have_the_file_sampler_and_no_saved_state) {
   EXPECT_EQ(std::ranges::count(names, "r_state") + std::ranges::count(names, "statelast"), 0);
 }
 
+TEST(changed_inputs, has_the_file_sampler_once_the_chain_takes_other_steps) {
+  const study_case c;
+  c.prepare();
+  c.place.write("work/sampler", "state 10\nmoves\n");
+  study s;
+  std::string fault;
+  ASSERT_TRUE(print_inputs(c.place / "work", input_names(c.place / "work", model_in(c.place / "work")),
+                           s.inputs, fault));
+  EXPECT_TRUE(changed_inputs(c.place / "work", s, false).empty());
+  c.place.write("work/sampler", "state 10\n#oves\n"); // of the same size
+  EXPECT_EQ(changed_inputs(c.place / "work", s, false),
+            std::vector<std::string>{(c.place / "work/sampler") + " has changed since the chains began"});
+}
+
 TEST(changed_inputs, finds_files_that_are_gone_or_have_other_bytes) {
   const study_case c;
   c.prepare();

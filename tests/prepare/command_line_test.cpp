@@ -60,7 +60,7 @@ TEST_F(command_line, continues_a_chain_from_its_saved_state_with_more_rounds) {
   place.write("d.csv", "sex,y\n1,3\n2,5\n2,6\n1,4\n2,5.5\n1,2\n2,7\n");
   describe("40", "");
   ASSERT_EQ(run("model.toml --into work"), 0) << place.read("said");
-  EXPECT_TRUE(said("Sampler: exact, state 5\n")) << place.read("said");
+  EXPECT_TRUE(said("Sampler: exact, state 5, moves\n")) << place.read("said");
   ASSERT_EQ(zeph("work"), 0) << place.read("work/listing");
   ASSERT_TRUE(place.has("work/statelast"));
 
@@ -104,11 +104,12 @@ TEST_F(command_line, continues_from_the_saved_state_unless_none_is_saved) {
   describe("state_every = false\n");
   EXPECT_EQ(run("model.toml --into work"), 0);
   EXPECT_TRUE(said("an exact chain continues from its saved state alone")) << place.read("said");
-  EXPECT_TRUE(said("Sampler: classic\n")) << place.read("said");
+  EXPECT_TRUE(said("Sampler: classic, moves\n")) << place.read("said");
   EXPECT_TRUE(said(how)) << place.read("said");
-  EXPECT_FALSE(place.has("work/sampler"));
+  EXPECT_EQ(place.read("work/sampler"), "moves\n");
   describe("sampler = \"classic\"\n");
   EXPECT_EQ(run("model.toml --into work"), 0);
+  EXPECT_FALSE(place.has("work/sampler"));
   EXPECT_FALSE(said("warning")) << place.read("said");
   EXPECT_TRUE(said(how)) << place.read("said");
 }

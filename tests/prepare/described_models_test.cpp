@@ -157,7 +157,7 @@ TEST(described_models, maternal_effect_shares_a_factor_of_order_three_with_both_
   EXPECT_EQ(m.residual().n_pat, 2);
   EXPECT_EQ(c.p.directives[3], "1 6");
   EXPECT_EQ(c.p.factors[0].n_meeting, 60); // which an exact chain takes into account
-  EXPECT_EQ(c.p.sampler, (std::vector<std::string>{"exact", "state 10"}));
+  EXPECT_EQ(c.p.sampler, (std::vector<std::string>{"exact", "state 10", "moves"}));
   EXPECT_FALSE(c.says("meet in")) << c.messages();
 }
 

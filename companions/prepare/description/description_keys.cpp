@@ -107,6 +107,7 @@ constexpr key_row key_rows[] = {
     {s::run, "prune", k::truth, "animals with no connection to the data are left out"},
     {s::run, "sampler", k::word, "\"exact\": every step draws from its full conditional distribution"},
     {s::run, "state_every", k::false_or_whole, "minutes between saves of the chain's whole state"},
+    {s::run, "moves", k::truth, "the chain takes steps that let matrices, scales and thresholds move freely"},
     {s::run, "density_points", k::whole, "points for the density of three and more latent values"},
 };
 

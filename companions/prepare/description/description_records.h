@@ -238,9 +238,11 @@ struct run_section {
   stated<bool> prune;
   stated<sampler_kind> sampler;                    // not stated: that of a chain is chosen by check_sampler
   stated<std::int32_t> state_every{-1, {}, false}; // minutes between saves of the state; below 0: not saved
+  stated<bool> moves;                              // steps that mix; not stated: chosen by check_sampler
   stated<std::int32_t> density_points;             // of records with three and more latent values; 0: none
 
   bool is_exact() const { return sampler.value == sampler_kind::exact; }
+  bool is_said_classic() const { return sampler.given && !is_exact(); }
   bool saves_state() const { return state_every.value >= 0; }
 };
 

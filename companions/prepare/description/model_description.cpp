@@ -446,6 +446,7 @@ void read_run(const table_view& top) {
   const stated<std::size_t> sampler = read_word(t, "sampler", samplers, 0);
   r.sampler = {static_cast<sampler_kind>(sampler.value), sampler.at, sampler.given};
   r.state_every = read_state_every(t, chain, r.sampler);
+  r.moves = read_truth(t, "moves", false);
   r.density_points = read_whole(t, "density_points", 0, fewest_density_points, most_density_points);
 }
 

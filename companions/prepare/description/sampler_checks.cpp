@@ -23,6 +23,23 @@ void check_state(const model_description& d, message_log& log) {
                          word_of(r.analysis.value)));
 }
 
+// Unless the description says so: the chains that sample one model's matrices, where none is said to be classic
+// and each round has one stage.
+void choose_moves(model_description& d, message_log& log) {
+  run_section& r = d.run;
+  const bool in_stages =
+      std::ranges::any_of(d.covariables, [](const covariable_section& c) { return c.solution.given; });
+  if (!r.moves.given)
+    r.moves.value = r.analysis.value == analysis_type::gibbs && !r.is_said_classic() && !in_stages;
+  else if (r.moves.value && !samples_solutions(r.analysis.value))
+    error_at(d, log, r.moves.at,
+             fmt::format("[run] moves: analysis \"{}\" has none, since moves belong to sampled matrices",
+                         word_of(r.analysis.value)));
+  else if (r.moves.value && in_stages)
+    error_at(d, log, r.moves.at,
+             "[run] moves: a round with covariables made from solutions has two stages, and no moves");
+}
+
 void check_model_prior(const model_description& d, message_log& log, const factor_section& f,
                        bool rows_known) {
   if (!f.model_prior.given) return;
@@ -148,6 +165,7 @@ void warn_of_classic(const model_description& d, const std::vector<sampler_reaso
 void check_sampler(model_description& d, message_log& log, bool rows_known) {
   run_section& run = d.run;
   check_state(d, log);
+  choose_moves(d, log);
   for (const factor_section& f : d.factors) check_model_prior(d, log, f, rows_known);
   if (run.is_exact() || (!run.sampler.given && samples_solutions(run.analysis.value))) {
     const reasons why = reasons_against_exact(d, rows_known);

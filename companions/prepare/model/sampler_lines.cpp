@@ -41,6 +41,7 @@ std::vector<std::string> sampler_lines(const model_description& d, const prepare
   const run_section& run = d.run;
   if (p.exact) lines.emplace_back("exact");
   if (run.saves_state()) lines.push_back(fmt::format("state {}", run.state_every.value));
+  if (run.moves.value) lines.emplace_back("moves");
   for (std::size_t k = 0; k < p.factors.size(); ++k) {
     const std::vector<double>& weights = d.factors[p.factors[k].section].model_prior.value;
     if (!weights.empty()) lines.push_back(fmt::format("model_prior {} {}", k + 1, fmt::join(weights, " ")));

@@ -97,6 +97,50 @@ TEST(sampler_words, that_need_others_say_so) {
             "m.toml:4:18: error: [run] density_points needs sampler = \"exact\"\n");
 }
 
+TEST(sampler_moves, are_on_in_chains_that_sample_the_matrices_of_one_model) {
+  const auto on = [](const std::string& run) { return read(run, ROWS + "prior_df = 4\n").d.run.moves.value; };
+  EXPECT_TRUE(on(GIBBS));
+  EXPECT_TRUE(on(EXACT));
+  EXPECT_TRUE(on(GIBBS + "test_level = 2\n")); // classic, but not said to be
+  EXPECT_FALSE(on(GIBBS + "moves = false\n"));
+  EXPECT_FALSE(on(CLASSIC));
+  EXPECT_TRUE(on(CLASSIC + "moves = true\n"));
+  for (const std::string analysis : {"solve", "sums", "predict", "models", "jump"})
+    EXPECT_FALSE(on("analysis = \"" + analysis + "\"\n")) << analysis;
+}
+
+TEST(sampler_moves, may_be_asked_for_in_every_chain) {
+  for (const std::string analysis : {"predict", "gibbs", "models", "jump"})
+    EXPECT_EQ(said("analysis = \"" + analysis + "\"\nmoves = true\n", ROWS + "prior_df = 4\n"), "")
+        << analysis;
+  EXPECT_EQ(said(CLASSIC + "moves = true\n"), "");
+}
+
+TEST(sampler_moves, of_solvers_are_errors) {
+  EXPECT_EQ(said("moves = true\n"),
+            "m.toml:4:9: error: [run] moves: analysis \"solve\" has none, since moves belong to "
+            "sampled matrices\n");
+  EXPECT_EQ(
+      said("analysis = \"sums\"\nmoves = true\n"),
+      "m.toml:5:9: error: [run] moves: analysis \"sums\" has none, since moves belong to sampled matrices\n");
+  EXPECT_EQ(said("moves = false\n"), "");
+  EXPECT_EQ(said(GIBBS + "moves = 1\n"),
+            "m.toml:5:9: error: [run] moves must be true or false, not a whole number\n");
+}
+
+// A round of two stages has none.
+TEST(sampler_moves, are_off_where_covariables_are_made_from_solutions) {
+  const std::string tables = "[covariable.size]\nsolution = \"s.herd\"\n[trait.s]\nformula = \"1 + herd\"\n"
+                             "[trait.y]\nformula = \"1 + size\"\n[residual]\nzero = [[\"s\", \"y\"]]\n";
+  EXPECT_FALSE(read(GIBBS, tables).d.run.moves.value);
+  EXPECT_EQ(said(CLASSIC, tables), "");
+  EXPECT_EQ(said(CLASSIC + "moves = false\n", tables), "");
+  EXPECT_EQ(
+      said(CLASSIC + "moves = true\n", tables),
+      "m.toml:6:9: error: [run] moves: a round with covariables made from solutions has two stages, and no "
+      "moves\n");
+}
+
 TEST(model_prior, is_one_weight_above_0_for_each_number_of_rows_of_an_exact_jump) {
   const std::string jump = "analysis = \"jump\"\nsampler = \"exact\"\n", proper = "prior_df = 6\n";
   EXPECT_EQ(said(jump, ROWS + proper + "model_prior = [3, 0.5]\n"), "");

@@ -66,17 +66,17 @@ TEST(sampler_lines, have_no_exact_where_a_component_begins_with_fewer_records_th
                              "give [residual] prior_df = 4 or more, or other first memberships\n";
   const prepared_case half = mixture("", "0.5");
   ASSERT_TRUE(half.p.complete) << half.messages();
-  EXPECT_EQ(half.p.sampler, (words{"exact", "state 10"}));
+  EXPECT_EQ(half.p.sampler, (words{"exact", "state 10", "moves"}));
   const prepared_case third = mixture("", "0.34");
   ASSERT_TRUE(third.p.complete) << third.messages();
-  EXPECT_EQ(third.p.sampler, words{"state 10"});
+  EXPECT_EQ(third.p.sampler, (words{"state 10", "moves"}));
   EXPECT_TRUE(third.says("this chain is classic, and its limit may differ")) << third.messages();
   EXPECT_TRUE(third.says(reason)) << third.messages();
   EXPECT_TRUE(third.says("residual matrices by component and a flat prior")) << third.messages();
   const prepared_case wanted = mixture("sampler = \"exact\"\n", "0.34");
   EXPECT_FALSE(wanted.p.complete);
   EXPECT_TRUE(wanted.says("error: sampler = \"exact\": " + reason)) << wanted.messages();
-  EXPECT_EQ(mixture("", "0.34", "prior_df = 4\n").p.sampler, (words{"exact", "state 10"}));
+  EXPECT_EQ(mixture("", "0.34", "prior_df = 4\n").p.sampler, (words{"exact", "state 10", "moves"}));
 }
 
 // What was taken since an exact chain takes it is an error once the data show that there is none.
@@ -96,10 +96,10 @@ TEST(sampler_lines, have_no_exact_where_all_sequences_end_with_an_event) {
         "formula = \"1\"\n",
         {{"d.csv", "cow,ill\n1,0\n1,1\n2,0\n2,1\n3,0\n3," + last + "\n"}});
   };
-  EXPECT_EQ(cows("0").p.sampler, (words{"exact", "state 10"}));
+  EXPECT_EQ(cows("0").p.sampler, (words{"exact", "state 10", "moves"}));
   const prepared_case all = cows("1");
   ASSERT_TRUE(all.p.complete) << all.messages();
-  EXPECT_EQ(all.p.sampler, words{"state 10"});
+  EXPECT_EQ(all.p.sampler, (words{"state 10", "moves"}));
   EXPECT_TRUE(all.says("all sequences of ill end with an event, so that no subject is cured: make it kind = "
                        "\"binary\" and leave risk out\n"))
       << all.messages();
@@ -120,7 +120,7 @@ TEST(sampler_lines, without_density_points_come_with_a_note_where_records_have_t
   EXPECT_FALSE(scores("sampler = \"classic\"\n", true).says(note));
   const prepared_case given = scores("density_points = 64\n", true);
   EXPECT_FALSE(given.says(note));
-  EXPECT_EQ(given.p.sampler, (words{"exact", "state 10", "density 64"})) << given.messages();
+  EXPECT_EQ(given.p.sampler, (words{"exact", "state 10", "moves", "density 64"})) << given.messages();
 }
 
 // The state has thresholds and liabilities too.

@@ -73,7 +73,7 @@ Random factors
 Equations 20, of them fixed 4
 Design in memory: 0.0 MB (36 bytes x 5 entries x 5 records)
 Analysis "gibbs": 100 rounds of burn-in, 1000 rounds, interval 10
-Sampler: exact, state 10
+Sampler: exact, state 10, moves
 )TOML";
 
 TEST(summary, screen_shows_records_patterns_traits_effects_factors_and_sizes) {

@@ -180,18 +180,20 @@ TEST(work_directory, has_a_file_sampler_when_more_than_the_classic_chain_is_aske
     EXPECT_EQ(std::ranges::count(written.files, "sampler"), out.has("sampler") ? 1 : 0);
   };
   prepare(with("analysis = \"gibbs\"\nsampler = \"exact\"\nstate_every = 5\ndensity_points = 64"));
-  EXPECT_EQ(out.read("sampler"), "exact\nstate 5\ndensity 64\n");
+  EXPECT_EQ(out.read("sampler"), "exact\nstate 5\nmoves\ndensity 64\n");
   EXPECT_NE(out.read("names.json").find("\"sampler\""), std::string::npos);
   prepare(with("analysis = \"gibbs\"\nsampler = \"classic\"\nstate_every = 0"));
   EXPECT_EQ(out.read("sampler"), "state 0\n");
   prepare(with("analysis = \"gibbs\"\nsampler = \"classic\"\nstate_every = false"));
   EXPECT_FALSE(out.has("sampler"));
   prepare(with("analysis = \"gibbs\""));
-  EXPECT_EQ(out.read("sampler"), "exact\nstate 10\n");
-  prepare(with("analysis = \"gibbs\"\nstate_every = false"));
+  EXPECT_EQ(out.read("sampler"), "exact\nstate 10\nmoves\n");
+  prepare(with("analysis = \"gibbs\"\nstate_every = false\nmoves = false"));
   EXPECT_EQ(out.read("sampler"), "exact\n");
+  prepare(with("analysis = \"gibbs\"\nsampler = \"classic\"\nmoves = true"));
+  EXPECT_EQ(out.read("sampler"), "moves\n");
   prepare(with("analysis = \"gibbs\"\ntest_level = 2")); // which no exact chain prints
-  EXPECT_EQ(out.read("sampler"), "state 10\n");
+  EXPECT_EQ(out.read("sampler"), "state 10\nmoves\n");
   prepare(with("analysis = \"solve\""));
   EXPECT_FALSE(out.has("sampler"));
   out.write("sampler", "exact\n"); // of whoever: it changes what the chain is
