@@ -34,7 +34,7 @@ test_that("each chain has the shares of its listing, the last of each move", {
 })
 
 test_that("moves are called by the factors and traits of the model", {
-  m <- list(nramat = 2L, nt = 2L, trait_names = c("milk", "ease"), factors = list(list(name = "animal"),
+  m <- list(trait_names = c("milk", "ease"), factors = list(list(name = "animal"),
     list(name = "pe")))
   named <- function(label) move_in_words(label, m)
   expect_equal(named("random factor no  2"), "matrix and levels of factor pe")

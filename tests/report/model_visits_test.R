@@ -84,13 +84,13 @@ test_that("exact chains give posterior probabilities, and Bayes factors against 
 
 test_that("without model_prior all numbers of rows are alike, and of several factors the prior is the product", {
   m <- list(directory = scratch(), factors = list(list(order = 3L), list(order = 1L), list(order = 2L)))
-  expect_equal(read_sampler_words(m), list(exact = FALSE, state = FALSE,
+  expect_equal(read_sampler_words(m), list(exact = FALSE, state = FALSE, moves = FALSE,
     weights = list(rep(1 / 3, 3), 1, c(1, 1) / 2)))
   path <- file.path(m$directory, "sampler")
-  writeLines(c("# model_prior 1 9 9 9", "state 10", "model_prior 3 3 1 # rows", "\tmodel_prior\t1 2 1 1", "exact"),
-    path)
+  writeLines(c("# model_prior 1 9 9 9", "state 10", "model_prior 3 3 1 # rows", "\tmodel_prior\t1 2 1 1", "exact",
+    "moves"), path)
   s <- read_sampler_words(m)
-  expect_true(s$exact && s$state)
+  expect_true(s$exact && s$state && s$moves)
   # 1 of 3 rows 1/2, 1/4, 1/4; 3 of 2 rows 3/4, 1/4
   expect_equal(prior_of_models(c("1 1 1", "3 1 2", "2 1 1"), s$weights), c(3 / 8, 1 / 16, 3 / 16))
   never <- never_visited(c("1 1 1", "3 1 2"), s$weights)

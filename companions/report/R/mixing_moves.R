@@ -23,28 +23,29 @@ mixing_of_listing <- function(path, m) {
     lines <- grep(form, readLines(file, warn = FALSE, skipNul = TRUE), value = TRUE, perl = TRUE, useBytes = TRUE)
     part <- function(i) sub(form, paste0("\\", i), lines, perl = TRUE, useBytes = TRUE)
     share <- function(i) suppressWarnings(as.numeric(part(i)))
-    out <- data.frame(move = vapply(part(1), move_in_words, "", m = m), burnin = share(2), after = share(3))
-    out <- out[!is.na(out$move) & !duplicated(out$move, fromLast = TRUE), ]
-    if (nrow(out) > 0) return(out)
+    move <- vapply(part(1), move_in_words, "", m = m, USE.NAMES = FALSE)
+    last <- !is.na(move) & !duplicated(move, fromLast = TRUE)
+    if (any(last)) return(data.frame(move = move, burnin = share(2), after = share(3))[last, ])
   }
   NULL
 }
 
-# "random factor no  1", "random factors no  1 and  2, first" and "trait no  2" by the names of the model; NA for others.
+# "random factor no  1", "random factors no  1 and  2, first", "trait no  2" by the names of the model; NA for others.
 move_in_words <- function(label, m) {
-  form <- "^(random factor|random factors|trait) no +([0-9]+)( and +([0-9]+), (first|second))?$"
+  form <- "^(random factor|random factors|trait) no *([0-9]+)( and *([0-9]+), (first|second))?$"
   part <- regmatches(label, regexec(form, label))[[1]]
   if (length(part) == 0) return(NA_character_)
-  one <- as.integer(part[3])
-  other <- as.integer(part[5])
-  name <- function(k) vapply(m$factors, function(f) f$name, "")[k]
-  out <- if (part[2] == "trait") paste("scale of trait", m$trait_names[one])
-         else if (is.na(other)) paste("matrix and levels of factor", name(one))
-         else if (part[6] == "first") paste("exchange of factors:", name(other), "into", name(one))
-         else paste("exchange of factors:", name(one), "into", name(other))
-  if (is.na(one) || one > (if (part[2] == "trait") m$nt else m$nramat) || (!is.na(other) && other > m$nramat))
-    return(NA_character_)
-  out
+  name <- function(number) { # of one of the factors or traits
+    all <- if (part[2] == "trait") m$trait_names else vapply(m$factors, function(f) f$name, "")
+    all[match(as.integer(number), seq_along(all))]
+  }
+  one <- name(part[3])
+  other <- name(part[5])
+  if (is.na(one) || (nzchar(part[5]) && is.na(other))) return(NA_character_)
+  if (part[2] == "trait") return(paste("scale of trait", one))
+  if (!nzchar(part[5])) return(paste("matrix and levels of factor", one))
+  if (part[6] == "first") paste("exchange of factors:", other, "into", one)
+  else paste("exchange of factors:", one, "into", other)
 }
 
 # Of all chains: data frame (move, burnin, after, lowest, highest), means over the chains, and the range of `after`.

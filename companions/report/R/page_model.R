@@ -14,7 +14,7 @@ verdict_section <- function(r) {
 
 model_section <- function(r) {
   section("model", "Model and data", model_table(r$model), prior_block(r), asked_block(r$model), chain_block(r),
-          input_block(r), prepare_block(r$model))
+          mixing_block(r), input_block(r), prepare_block(r$model))
 }
 
 model_table <- function(m) {
@@ -74,6 +74,20 @@ chain_block <- function(r) {
     ""))
   out <- data.frame(rows[c("chain", "segment")], seeds = unlist(seeds), rows[c("samples", "first", "last", "state")])
   titled("Chains", html_table(out, c("chain", "segment", "seeds", "samples", "first round", "last round", "state")))
+}
+
+# Steps beside the draws, and how often they were accepted.
+mixing_block <- function(r) {
+  if (!r$sampler$moves) return(NULL)
+  title <- "Moves that mix"
+  pooled <- pooled_mixing(r$mixing)
+  none <- "No listing of a run that has ended was found, or it has no moves."
+  if (is.null(pooled)) return(titled(title, tags$p(none)))
+  rare <- pooled$move[!is.na(pooled$after) & pooled$after < rare_move]
+  heads <- c("move", "accepted in burn-in", "after burn-in", "lowest of the chains", "highest")
+  titled(title, html_table(pooled, heads, digits = 3),
+         if (length(rare) > 0) sentence("Accepted with a share below ", rare_move, " after burn-in: the chain is right",
+                                        ", but gains little by it: ", paste(rare, collapse = "; "), "."))
 }
 
 input_block <- function(r) {

@@ -90,7 +90,7 @@ add_results <- function(r, remarks) {
   read <- if (r$sampler$exact) read_exact_moves else read_moves
   moves <- if (!is.null(r$visits)) read(r$model, r$place)
   c(r, list(solutions = solutions, dic = dic, pooled_dic = pooled_dic(dic), memberships = memberships, moves = moves,
-            enumerated = enumerated_models(r$model, r$place, r$sampler$exact)),
+            mixing = read_mixing(r$model, r$place), enumerated = enumerated_models(r$model, r$place, r$sampler$exact)),
     solution_tables(r$model, r$place, solutions, r$table, r$joined))
 }
 
@@ -170,6 +170,6 @@ tables_of <- function(report) {
   c(list(summary = report$table, segments = segments, fixed = fixed, waic = report$waic$table,
          waic_units = waic_of_each_unit(report$waic), dic = report$dic, memberships = report$memberships,
          curves = report$curves, models = report$visits$visits, transitions = report$visits$transitions,
-         moves = report$moves, enumerated = report$enumerated),
+         moves = report$moves, mixing = report$mixing, enumerated = report$enumerated),
     effects)
 }

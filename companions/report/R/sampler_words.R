@@ -1,17 +1,18 @@
 # The optional file `sampler` of a work directory, as far as the report asks for it.
 
-plain_sampler <- list(exact = FALSE, state = FALSE) # without the file
+plain_sampler <- list(exact = FALSE, state = FALSE, moves = FALSE) # without the file
 
-# list(exact, state, weights): whether the chains draw every step from its full conditional distribution; whether they
-# save their whole state; weights, a list with an element for each factor: prior probabilities of 1, 2, .. rows of it,
-# alike without a line `model_prior k w1 .. wq`. Stops on such a line that does not fit the model.
+# list(exact, state, moves, weights): whether the chains draw every step from its full conditional distribution, save
+# their whole state, and take the moves that mix; weights, a list with an element for each factor: prior probabilities
+# of 1, 2, .. rows of it, alike without a line `model_prior k w1 .. wq`. Stops on such a line that does not fit the
+# model.
 read_sampler_words <- function(m) {
   path <- file.path(m$directory, "sampler")
   out <- c(plain_sampler, list(weights = lapply(m$factors, function(f) rep(1 / f$order, f$order))))
   if (!file.exists(path)) return(out)
   lines <- strsplit(trimws(sub("#.*", "", readLines(path, warn = FALSE, skipNul = TRUE))), "[ \t]+")
   first <- vapply(lines, function(words) if (length(words) > 0) words[1] else "", "")
-  for (word in c("exact", "state")) out[[word]] <- word %in% first
+  for (word in names(plain_sampler)) out[[word]] <- word %in% first
   for (i in which(first == "model_prior")) {
     values <- suppressWarnings(as.numeric(lines[[i]][-1]))
     k <- values[1]
