@@ -1,6 +1,6 @@
 # Effective sizes of the chains of work directories, by coda: Rscript --vanilla effective_sizes.R DIRECTORY ..
-# A line a directory: samples, the smallest effective size of all (co)variances and thresholds, its name, and the smallest
-# of the thresholds alone, NA without any. What never moves (a variance of 1, the outer thresholds) is left out.
+# A line a directory: samples, the smallest effective size of all (co)variances and thresholds, that of the thresholds
+# alone (NA without any), the name of the first. What never moves (a variance of 1, the outer thresholds) is left out.
 
 # Columns of a fixed-width file as a matrix of samples x names; parts: the integer columns that name a value.
 samples_of <- function(path, widths, parts, value) {
@@ -8,7 +8,7 @@ samples_of <- function(path, widths, parts, value) {
   split(x[[value]], do.call(paste, c(x[parts], sep = ",")))
 }
 
-# gib.samples: round I8, matrix, row and column 3I4, value G15.6, residual group; threshold: round, trait, number, value.
+# gib.samples: round I8, matrix, row, column 3I4, value G15.6, residual group; threshold: round, trait, number, value.
 series_of <- function(directory) {
   matrices <- samples_of(file.path(directory, "gib.samples"), c(8L, 4L, 4L, 4L, 15L, 11L), c(2, 3, 4, 6), 5)
   names(matrices) <- paste0("matrix ", names(matrices))
@@ -25,5 +25,6 @@ for (directory in commandArgs(TRUE)) {
   size <- vapply(series, function(x) unname(coda::effectiveSize(coda::mcmc(x))), 1)
   worst <- which.min(size)
   of_thresholds <- size[startsWith(names(size), "threshold")]
-  cat(length(series[[1]]), size[worst], if (length(of_thresholds) > 0) min(of_thresholds) else NA, names(size)[worst], "\n")
+  least <- if (length(of_thresholds) > 0) min(of_thresholds) else NA
+  cat(length(series[[1]]), size[worst], least, names(size)[worst], "\n")
 }
