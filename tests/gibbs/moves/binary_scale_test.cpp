@@ -112,7 +112,8 @@ double z_of(const trait_setting& setting, int replicates, std::int64_t wrong = 0
   c.find();
   c.move_of(2).n_t += wrong; // m is off by that
   return c.z_of_the_moves(
-      replicates, 4, [&] { c.draw_all(false); }, [&] { return c.functions_of(2); });
+      wrong == 0 ? replicates_here(replicates) : replicates, 4, [&] { c.draw_all(false); },
+      [&] { return c.functions_of(2); });
 }
 
 TEST(binary_scale, keeps_the_prior_alone_beside_a_gaussian_trait) {
@@ -124,6 +125,21 @@ TEST(binary_scale, keeps_the_prior_alone_with_missing_traits_and_weights) {
   EXPECT_LT(z_of(x, 4000), limit);
 }
 TEST(binary_scale, with_another_exponent_is_off) { EXPECT_GT(z_of(binary_after_gaussian(), 4000, 2), limit); }
+
+// Rounds of an exact chain with the moves of factors too; G and liabilities are drawn.
+TEST(binary_scale, in_whole_rounds_keeps_the_prior) {
+  trait_setting x = binary_after_gaussian();
+  x.missing = true;
+  trait_case c(x);
+  c.draw_all(false);
+  c.f.asked.analysis_type = analysis::gibbs_no_groups;
+  c.f.state.matopd(c.m.nramat + 1) = 0; // R stays
+  c.begin_rounds();
+  const double z = c.largest_z(
+      1500, 4, [&] { c.draw_all(false); }, [&] { return c.functions_of(2); });
+  EXPECT_LT(z, limit);
+  EXPECT_GT(c.move_of(2).count.tried[0], 0);
+}
 
 // ---- what a step leaves behind ----
 

@@ -293,7 +293,7 @@ step_result z_of(const trait_setting& setting, std::int32_t t, int replicates, s
   c.find();
   c.move_of(t).n_t += wrong; // M is off by that
   const double z = c.z_of_the_moves(
-      replicates, 4,
+      wrong == 0 ? replicates_here(replicates) : replicates, 4,
       [&] {
         if (draw_R) draw_R(c);
         c.draw_all(!draw_R);
@@ -337,6 +337,26 @@ TEST(threshold_moves, keep_the_prior_alone_in_a_part_of_the_residual_matrix) {
 TEST(threshold_moves, with_another_exponent_are_off) {
   EXPECT_GT(z_of(ordered_after_gaussian(3), 2, 3000, 3).z, limit);
   EXPECT_GT(z_of(ordered_after_gaussian(5), 2, 3000, 3).z, limit);
+}
+
+// Rounds of an exact chain with the moves of factors too; R, G, liabilities and thresholds are drawn.
+TEST(threshold_moves, in_whole_rounds_keep_the_prior) {
+  trait_setting x = ordered_after_gaussian(5);
+  x.missing = true;
+  trait_case c(x);
+  c.draw_all(true);
+  c.categories.catobs(1, 1) = 5;
+  c.begin_rounds();
+  ASSERT_TRUE(c.move_of(2).moves);
+  const double z = c.largest_z(
+      1500, 4,
+      [&] {
+        c.draw_all(true);
+        c.set_moves_by_data();
+      },
+      [&] { return c.functions_of(2); });
+  EXPECT_LT(z, limit);
+  EXPECT_GT(c.move_of(2).count.tried[0], 0);
 }
 
 // ---- what a step leaves behind ----

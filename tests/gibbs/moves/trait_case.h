@@ -8,6 +8,7 @@
 #include "gibbs/moves/moves.h"
 #include "gibbs/moves/trait_setup.h"
 #include "gibbs/prior_case.h"
+#include "gibbs/scan/residual_body.h"
 
 #include <algorithm>
 
@@ -18,7 +19,7 @@ struct trait_setting {
   std::int32_t categories = 3; // of traits of kind 3
   std::int32_t records = 16, levels = 6, factors = 1;
   bool weights = false, missing = false, fixed = false, exact = true;
-  std::int32_t groups = 1;
+  std::int32_t fixed_levels = 2, groups = 1;
   std::vector<std::pair<std::int32_t, std::int32_t>> zeros = {}; // residual covariances held at zero
   std::int32_t v_factor = 7, v_residual = 8;                     // prior degrees of freedom; 0: uniform
   double correlation = 0.4;                                      // of residuals
@@ -63,11 +64,12 @@ struct trait_case : prior_case {
     for (std::int32_t i = 1; i <= nt; ++i) at(i, i) = 1.0;
     for (const auto& [i, j] : x.zeros) at(i, j) = at(j, i) = 0.0;
     described_model d = prior_description(x.kinds, x.records, x.levels, R);
+    if (x.factors == 0) d.factors.clear();
     for (std::int32_t k = 2; k <= x.factors; ++k) d.factors.push_back(d.factors[0]);
     if (x.weights)
       for (described_trait& t : d.traits) t.weight_place = nt + 1;
     if (x.fixed)
-      for (described_trait& t : d.traits) t.effects = {{1, 2}};
+      for (described_trait& t : d.traits) t.effects = {{1, x.fixed_levels}};
     if (x.groups > 1) {
       d.group_place = 4;
       d.residual_groups = x.groups;
@@ -84,7 +86,7 @@ struct trait_case : prior_case {
     for (std::int32_t t = 1; t <= m.nt; ++t) {
       if (!trait_present(design.ISIT_M(r), t, m.nt)) continue;
       if (is.weights) weigh(r, t, 0.75F + 0.25F * static_cast<float>((r + t) % 4));
-      if (is.fixed) entry(r, t, t, 1 + r % 2, 1, 1.0);
+      if (is.fixed) entry(r, t, t, 1 + r % is.fixed_levels, 1, 1.0);
       for (std::int32_t k = 1; k <= m.nramat; ++k)
         entry(r, t, g0 + k, 1 + (k * r + r / is.levels) % is.levels, t, x.between(0.5, 1.5));
     }
@@ -194,6 +196,16 @@ struct trait_case : prior_case {
   void ready() {
     values_from_entries(work.values);
     prepare_conditionals(m, s, work.latent);
+  }
+
+  // For rounds of GIBSCAN with all moves.
+  void begin_rounds() {
+    if (is.exact) find_residual_parts(m, f.asked, work.matrices.parts, work.matrices.draw, run.report);
+    find_meetings();
+    scan_records all = records();
+    body_of(all, f.asked);
+    find_moves(all, f.asked, f.state);
+    run.listing.str("");
   }
 
   // The move alone: mean change of each function over replicates in standard errors, the largest.
