@@ -33,14 +33,17 @@ double log_density(const scale_density& f, double x) {
 
 scale_density density_of_scale(scan_records& r, const directives& asked, const trait_move& trait) {
   scale_density f;
-  const std::int32_t t = trait.t, nt = r.model.nt;
-  const record_entries entries = entries_of(r, asked.analysis_type);
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) { // those with t missing too: imputed residuals
-    take_record(entries, r.work.values, irec);
-    const std::int32_t h = r.design.IRESG_M(irec);
-    const double e = r.work.values.res(t), v = r.work.latent.variance(t, h);
-    f.alpha += e * e / v;
-    f.beta -= e * mean_of_residual(r.work.latent, r.work.values.res.data(), nt, t, h) / v;
+  trait_residuals x;
+  // all records, those with t missing too: they have an imputed residual
+  for (std::int32_t lo = 0; lo < r.design.nobs; lo += trait_residuals::most) {
+    const std::int32_t hi = std::min(lo + trait_residuals::most, r.design.nobs);
+    read_residuals(r, asked, trait.t, lo, hi, x);
+    for (std::int32_t irec = lo + 1; irec <= hi; ++irec) {
+      const auto i = static_cast<std::size_t>(irec - lo - 1);
+      const double weighed = x.e[i] / r.work.latent.variance(trait.t, r.design.IRESG_M(irec));
+      f.alpha += weighed * x.e[i];
+      f.beta -= weighed * x.mean[i];
+    }
   }
   const scale_terms terms = terms_of_factors(r, asked, trait);
   f.m = likelihood_power(r, trait) + terms.m;
@@ -61,8 +64,11 @@ void move_binary_scale(scan_records& r, const directives& asked, const round_sta
       log_density(f, x) - log_density(f, 0.0) + 0.5 * precision * ((x - x0) * (x - x0) - x0 * x0);
   const bool legal = std::isfinite(c) && c > 0.0;
   if (!accept_move(r.sources.marsaglia, ratio, legal, is_burn_in(asked, state), trait.count)) return;
-  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec)
-    store_scaled(r, irec, trait.t, scaled(r.design.Y_M(trait.t, irec), c), c);
+  double* e = kept_residuals(r.work.values, trait.t);
+  for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
+    float& y = r.design.Y_M(trait.t, irec);
+    store_scaled(y, e == nullptr ? nullptr : e + irec - 1, scaled(y, c), c);
+  }
   scale_solutions(r, trait, c);
 }
 

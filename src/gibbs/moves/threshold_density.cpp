@@ -94,6 +94,8 @@ void allocate_threshold_work(reporting& report, threshold_work& work, std::int32
   for (vec<double>* x : {&f.n, &f.diagonal, &f.next, &f.g, &work.x, &work.now, &work.tau, &work.gradient,
                          &work.step, &work.way})
     allocate(report, *x, "tau", routine, d);
+  allocate_rows(report, work.sums, "sums", routine, d + 3);
+  allocate_rows(report, work.maps, "maps", routine, d + 3);
   for (mat<double>* x : {&work.Hs, &work.L}) allocate(report, *x, "Hs", routine, d, d);
 }
 

@@ -9,6 +9,8 @@
 #include "numerics/arrays.h"
 #include "numerics/random_sources.h"
 
+#include <vector>
+
 namespace zeph {
 
 // Arrays may be longer than d.
@@ -20,9 +22,21 @@ struct threshold_density {
   double M = 0;
 };
 
+// Over the records of one category: w the place of a liability in it, h its mean and q its precision.
+struct category_sums {
+  double n = 0, q = 0, wq = 0, wwq = 0, hq = 0, whq = 0;
+};
+
+// What a category's liabilities become: shift + slope (y - low), above `above` and at most at `limit`.
+struct category_map {
+  double low = 0, slope = 1, shift = 0, above = 0, limit = 0;
+};
+
 // Sized once for the largest d.
 struct threshold_work {
   threshold_density f;
+  std::vector<category_sums> sums; // [k], k = 0 for missing
+  std::vector<category_map> maps;  // the same
   vec<double> x;                   // the maximum
   vec<double> now, tau;            // present thresholds, proposed ones
   vec<double> gradient, step, way; // of Newton's steps

@@ -1,6 +1,5 @@
 #include "gibbs/moves/trait_scaling.h"
 
-#include "gibbs/moves/factor_moves.h"
 #include "gibbs/scan/scan_records.h"
 
 #include <algorithm>
@@ -53,13 +52,30 @@ void scale_solutions(scan_records& r, const trait_move& trait, double c) {
   }
 }
 
-void store_scaled(scan_records& r, std::int32_t irec, std::int32_t t, float y, double c) {
-  float& stored = r.design.Y_M(t, irec);
-  if (r.work.values.kept != nullptr) {
-    double& e = (*r.work.values.kept)(irec, t);
-    e = static_cast<double>(y) - c * (static_cast<double>(stored) - e);
+void read_residuals(scan_records& r, const directives& asked, std::int32_t t, std::int32_t lo,
+                    std::int32_t hi, trait_residuals& x) {
+  record_values& values = r.work.values;
+  const latent_work& latent = r.work.latent;
+  const std::int32_t nt = r.model.nt, n = hi - lo;
+  if (values.kept == nullptr || values.weighted || r.sampler.G > 1) {
+    const record_entries entries = entries_of(r, asked.analysis_type);
+    for (std::int32_t i = 0; i < n; ++i) {
+      take_record(entries, values, lo + i + 1);
+      const auto at = static_cast<std::size_t>(i);
+      x.e[at] = values.res(t);
+      x.mean[at] = mean_of_residual(latent, values.res.data(), nt, t, r.design.IRESG_M(lo + i + 1));
+    }
+    return;
   }
-  stored = y;
+  // the same coefficients for all records: column by column
+  std::copy_n(values.kept->unchecked_col(t) + lo, n, x.e.begin());
+  std::fill_n(x.mean.begin(), n, 0.0);
+  for (std::int32_t u = 1; u <= nt; ++u) {
+    if (u == t) continue;
+    const double c = latent.coefficient(u, t, 1);
+    const double* e = values.kept->unchecked_col(u) + lo;
+    for (std::int32_t i = 0; i < n; ++i) x.mean[static_cast<std::size_t>(i)] += c * e[i];
+  }
 }
 
 } // namespace zeph

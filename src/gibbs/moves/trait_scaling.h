@@ -3,8 +3,11 @@
 #pragma once
 
 #include "gibbs/moves/move_store.h"
+#include "gibbs/residuals/record_values.h"
 #include "input/run_records.h"
 #include "input/sampler_store.h"
+
+#include <array>
 
 namespace zeph {
 
@@ -21,11 +24,30 @@ struct scale_terms {
 // Over all factors, with their rows in force.
 scale_terms terms_of_factors(const scan_records& r, const directives& asked, const trait_move& trait);
 
+// Residuals of a trait in some records: e with the root of its weight, as the conditionals of the latent work
+// want it, and its mean given the record's other residuals.
+struct trait_residuals {
+  static constexpr std::int32_t most = 256;
+  std::array<double, most> e, mean;
+};
+
+// Those of records lo+1..hi, at most `most`, into places 0, 1, ...
+void read_residuals(scan_records& r, const directives& asked, std::int32_t t, std::int32_t lo,
+                    std::int32_t hi, trait_residuals& x);
+
 // Fixed effects and rows of u times c; GIF follows: rows and columns of the trait divided by c.
 void scale_solutions(scan_records& r, const trait_move& trait, double c);
 
-// Y_M = y of record irec, an observation or the imputed residual of a missing trait; the kept residual is that
-// of a fitted value times c.
-void store_scaled(scan_records& r, std::int32_t irec, std::int32_t t, float y, double c);
+// stored = y of a record, an observation or the imputed residual of a missing trait, whose fitted value has
+// become c times what it was; a kept residual e follows.
+inline void store_scaled(float& stored, double* e, float y, double c) {
+  if (e != nullptr) *e = static_cast<double>(y) - c * (static_cast<double>(stored) - *e);
+  stored = y;
+}
+
+// Residuals of trait t that the scan body keeps, record by record; null: it keeps none.
+inline double* kept_residuals(const record_values& values, std::int32_t t) {
+  return values.kept == nullptr ? nullptr : values.kept->unchecked_col(t);
+}
 
 } // namespace zeph

@@ -88,8 +88,7 @@ std::int64_t count_equations_with_records(const scan_records& r, std::int32_t t)
     for (std::int32_t j = 1; j <= d.M_M(irec); ++j)
       if (d.XD7_M(j, irec) == 0 && d.XD2_M(j, irec) == t) met.push_back(d.XD1_M(j, irec));
   std::ranges::sort(met);
-  const auto repeated = std::ranges::unique(met);
-  met.erase(repeated.begin(), repeated.end());
+  met.erase(std::unique(met.begin(), met.end()), met.end());
   for (std::int32_t k = 1; k <= r.sampler.n_IREST; ++k) std::erase(met, r.sampler.IREST(k));
   return static_cast<std::int64_t>(met.size());
 }
