@@ -1,5 +1,6 @@
 #include "formats/column_format.h"
 #include "gibbs/moves/moves.h"
+#include "gibbs/moves/pair_setup.h"
 #include "gibbs/moves/trait_setup.h"
 #include "gibbs/scan/scan_records.h"
 #include "input/structures.h"
@@ -85,7 +86,7 @@ void allocate_move_work(const model_records& model, const std::vector<factor_mov
   if (p == 0) return;
   allocate(report, w.sums.H, "H", "find_moves", p, p);
   allocate(report, w.sums.K, "K", "find_moves", p * p, p * p);
-  for (mat<double>* x : {&w.A, &w.A_inverse, &w.C, &w.D, &w.E, &w.F, &w.Q, &w.X})
+  for (mat<double>* x : {&w.A, &w.A_inverse, &w.C, &w.D, &w.E, &w.F})
     allocate(report, *x, "A", "find_moves", p, p);
   allocate(report, w.z, "z", "find_moves", p * p);
   allocate(report, w.m, "m", "find_moves", p * p);
@@ -151,6 +152,7 @@ void find_moves(scan_records& r, const directives& asked, const round_state& sta
   move_store& moves = r.work.moves;
   moves.on = true;
   find_factors(r, asked, state);
+  if (samples_matrices(asked.analysis_type)) find_pairs(r.model, r.design, moves.pairs, r.report);
   find_traits(r, asked, state);
   allocate_move_work(r.model, moves.factors, moves.work, r.report);
   say_moves(r.model, moves, r.report);

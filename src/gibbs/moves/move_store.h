@@ -27,12 +27,24 @@ struct factor_move {
   move_count count;
 };
 
+// What the move of one pair works with; matrices p x p, p the order of both factors. [0]: direction x = k,
+// w = other; [1]: the reverse.
+struct pair_work {
+  mat<double> Q, X;           // of one direction: W'A_x^-1 W, U_x'A_x^-1 W
+  mat<double> uu, uw, ww;     // sums of u u', u w', w w' over the levels with a partner
+  mat<double> B[2], C[2];     // x -> x + B w, w -> C w; 0 and I where nothing moves
+  mat<double> UU, UW, WU, WW; // both directions: u -> UU u + UW w, w -> WU u + WW w
+  mat<double> L, G, inverse;
+  vec<double> sums; // 5 p^2 + 2 p
+};
+
 // Two factors on the same levels: x + w stays, x -> x + B w, w -> (I - B) w.
 struct pair_move {
   std::int32_t k = 0, other = 0; // factors from 1, k < other
   vec<std::int32_t> partner;     // levels of k: level of other, from 1; 0: none
   vec<std::int32_t> back;        // levels of other: level of k
   move_count count[2];           // x = k, x = other
+  pair_work work;
 };
 
 // The scale of one trait of kind 3 or 4.
@@ -61,7 +73,6 @@ struct move_work {
   mat<double> A, A_inverse; // p x p
   mat<double> C, D, E, F;   // p x p, of one proposal
   vec<double> z, m;         // p^2
-  mat<double> Q, X;         // p x p: W'A^-1 W and U'A^-1 W of a pair
   vec<double> row;          // 2 p
 };
 
