@@ -124,22 +124,33 @@ bool propose_factor_move(move_work& work, marsaglia_source& source, const model_
 
 namespace {
 
-// u -> A u of n rows, A by rows
-template <int n>
-void multiply_levels(const double* elements, std::int64_t levels, std::int64_t stride, double* u,
-                     double* change) {
+// u -> A u of n rows, A by rows. full: the stride is n; kept: change follows.
+template <int n, bool full, bool kept>
+void multiply_each(const double* elements, std::int64_t levels, std::int64_t stride, double* u,
+                   double* change) {
   double A[n * n];
   std::copy_n(elements, n * n, A);
-  for (std::int64_t l = 0; l < levels; ++l, u += stride) {
-    double x[n];
+  if (full) stride = n;
+  for (std::int64_t at = 0; at < levels * stride; at += stride) {
+    double old[n], x[n];
+    for (int i = 0; i < n; ++i) old[i] = u[at + i];
     for (int i = 0; i < n; ++i) {
-      x[i] = 0;
-      for (int j = 0; j < n; ++j) x[i] += A[i * n + j] * u[j];
+      x[i] = A[i * n] * old[0];
+      for (int j = 1; j < n; ++j) x[i] += A[i * n + j] * old[j];
     }
-    if (change != nullptr)
-      for (int i = 0; i < n; ++i) change[l * stride + i] += x[i] - u[i];
-    for (int i = 0; i < n; ++i) u[i] = x[i];
+    for (int i = 0; i < n; ++i) u[at + i] = x[i];
+    if constexpr (kept)
+      for (int i = 0; i < n; ++i) change[at + i] += x[i] - old[i];
   }
+}
+template <int n>
+void multiply_levels(const double* A, std::int64_t levels, std::int64_t stride, double* u, double* change) {
+  if (stride != n)
+    change != nullptr ? multiply_each<n, false, true>(A, levels, stride, u, change)
+                      : multiply_each<n, false, false>(A, levels, stride, u, change);
+  else
+    change != nullptr ? multiply_each<n, true, true>(A, levels, stride, u, change)
+                      : multiply_each<n, true, false>(A, levels, stride, u, change);
 }
 
 // The same of p rows; row: work of p.

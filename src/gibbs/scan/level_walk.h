@@ -49,10 +49,13 @@ template <int n, bool moved> struct level_batch {
   double least[batch_levels];     // smallest pivot
 };
 
+using two_doubles = double __attribute__((vector_size(16)));
+
 // With over-relaxed draws also what the sums of a move need of levels without classes.
 template <int n> struct level_batch<n, true> : level_batch<n, false> {
+  static constexpr int pairs = (packed_of(n) + 1) / 2;
   double D[packed_of(n)][batch_levels];
-  double squares[batch_levels][packed_of(n)]; // by level: u u'
+  two_doubles squares[batch_levels][pairs]; // by level: u u'
 };
 
 // block(k) = D of levels from..from+count-1
@@ -267,8 +270,9 @@ static void draw_batch(const level_walk& w, level_batch<n, moved>& b, std::int64
   for (int k = 0; k < packed_of(n); ++k) sums[k] = square[k];
   [[maybe_unused]] const bool wanted = summed && w.sums != nullptr;
   [[maybe_unused]] double H[summed ? n * n : 1] = {};
+  [[maybe_unused]] double product = 0;          // n = 1: sum of D u^2
   [[maybe_unused]] column_view<double> squares; // of classes
-  if constexpr (summed && classed)
+  if constexpr (summed && classed && n > 1)
     if (wanted) squares = view_of(w.sums->squares);
   const double* z = b.z;
   const auto sol_of_batch = sol.part(from * stride, span);
@@ -332,31 +336,45 @@ static void draw_batch(const level_walk& w, level_batch<n, moved>& b, std::int64
       if (!wanted) continue;
       for (int i = 0; i < n; ++i)
         for (int j = 0; j < n; ++j) H[i * n + j] += before_links[i] * x[j];
-      if constexpr (classed) {
+      if constexpr (n == 1) {
+        if constexpr (classed)
+          product += class_data[classes[l] * class_size<n>()] * (x[0] * x[0]);
+        else
+          product += b.D[0][l] * (x[0] * x[0]);
+      } else if constexpr (classed) {
         const auto to = squares.part(classes[l] * packed_of(n), packed_of(n));
         for (int i = 0, k = 0; i < n; ++i)
           for (int j = 0; j <= i; ++j, ++k) to[k] += x[i] * x[j];
       } else {
+        constexpr int pairs = level_batch<n, true>::pairs;
+        double squares_of_level[2 * pairs] = {};
         for (int i = 0, k = 0; i < n; ++i)
-          for (int j = 0; j <= i; ++j, ++k) b.squares[l][k] = x[i] * x[j];
+          for (int j = 0; j <= i; ++j, ++k) squares_of_level[k] = x[i] * x[j];
+        for (int m = 0; m < pairs; ++m)
+          b.squares[l][m] = two_doubles{squares_of_level[2 * m], squares_of_level[2 * m + 1]};
       }
     }
   }
   if constexpr (linked) node = at;
   for (int k = 0; k < packed_of(n); ++k) square[k] = sums[k];
   if constexpr (summed)
-    if (wanted)
+    if (wanted) {
       for (int k = 0; k < n * n; ++k) w.sums->H(k + 1) += H[k];
+      if constexpr (n == 1) w.sums->products(1) += product;
+    }
 }
 
 // products += D (x) u u' of the levels of a batch, a row for each element of D
 template <int n>
 static void add_products(const level_batch<n, true>& b, std::int64_t count, level_sums& sums) {
+  constexpr int pairs = level_batch<n, true>::pairs;
   for (int k = 0; k < packed_of(n); ++k) {
-    double row[packed_of(n)] = {};
-    for (std::int64_t l = 0; l < count; ++l)
-      for (int m = 0; m < packed_of(n); ++m) row[m] += b.D[k][l] * b.squares[l][m];
-    for (int m = 0; m < packed_of(n); ++m) sums.products(k * packed_of(n) + m + 1) += row[m];
+    two_doubles row[pairs] = {};
+    for (std::int64_t l = 0; l < count; ++l) {
+      const two_doubles d = {b.D[k][l], b.D[k][l]};
+      for (int m = 0; m < pairs; ++m) row[m] += d * b.squares[l][m];
+    }
+    for (int m = 0; m < packed_of(n); ++m) sums.products(k * packed_of(n) + m + 1) += row[m / 2][m % 2];
   }
 }
 
@@ -388,7 +406,7 @@ static std::int64_t draw_all(marsaglia_source& marsaglia, const level_walk& w, d
         if (!(b.least[l] > 0.0)) return from + l;
     }
     draw_batch<n, linked, classed, full, met, moved>(w, b, from, count, node, square);
-    if constexpr (moved && !met && !classed)
+    if constexpr (moved && !met && !classed && n > 1)
       if (w.sums != nullptr) add_products<n>(b, count, *w.sums);
   }
   return -1;

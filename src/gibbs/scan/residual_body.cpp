@@ -706,7 +706,7 @@ void residual_body::sum_factor(scan_records& r, const directives& asked, std::in
   const group_form& form = form_of(fast, g);
   if (n > largest_unrolled_order)
     sum_by_levels(r, g);
-  else if (form.level_class.allocated())
+  else if (form.level_class.allocated() && n > 1)
     sum_by_classes(form, n, fast.moved);
   expand_sums(fast.moved, n, r.work.moves.work.sums);
 }

@@ -85,8 +85,8 @@ enum class scan_body : std::int32_t { unchosen, fast, plain };
 
 // What the draws of a factor's levels leave for its move U -> U A' (moves/factor_moves.h), n rows in force:
 //   H(i n + j + 1)   sum over levels of rhs u', rhs = Z'R^-1 e + D u before the draw and without the links
-//   squares          by class of levels: sum of u u', packed
-//   products         levels without classes: sum of D (x) u u', packed, a row for each element of D
+//   squares          orders above 1, by class of levels: sum of u u', packed
+//   products         the others: sum of D (x) u u', packed, a row for each element of D
 struct level_sums {
   vec<double> H, squares, products;
   // of blocks of larger order than are factored in line
