@@ -70,10 +70,14 @@ bool concerns(const design_store& d, std::int32_t irec, std::int32_t k) {
 
 } // namespace
 
-void sum_factor_by_records(scan_records& r, const directives& asked, std::int32_t k, std::int32_t p) {
-  factor_sums& sums = r.work.moves.work.sums;
+void clear_sums(factor_sums& sums, std::int32_t p) {
   for (std::int32_t i = 1; i <= p; ++i) std::fill_n(sums.H.unchecked_col(i), p, 0.0);
   for (std::int32_t i = 1; i <= p * p; ++i) std::fill_n(sums.K.unchecked_col(i), p * p, 0.0);
+}
+
+void sum_factor_by_records(scan_records& r, const directives& asked, std::int32_t k, std::int32_t p) {
+  factor_sums& sums = r.work.moves.work.sums;
+  clear_sums(sums, p);
   const record_entries entries = entries_of(r, asked.analysis_type);
   for (std::int32_t irec = 1; irec <= r.design.nobs; ++irec) {
     if (!concerns(r.design, irec, k)) continue;

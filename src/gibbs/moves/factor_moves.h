@@ -27,6 +27,9 @@ bool moves_in_round(std::int32_t p, std::int64_t round);
 // True when the factor of group g moves after its last level in this round; false for other groups.
 bool factor_moves_now(const scan_records& r, const round_state& state, std::int32_t g);
 
+// Zero, of a factor with p rows.
+void clear_sums(factor_sums& sums, std::int32_t p);
+
 // work.sums of factor k, p rows, from a pass over the records: e from where work.values has it, with the
 // roots of the weights, and the solutions as they are.
 void sum_factor_by_records(scan_records& r, const directives& asked, std::int32_t k, std::int32_t p);

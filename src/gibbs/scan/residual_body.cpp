@@ -511,18 +511,28 @@ bool mixture_rule_holds(const equation_layout& layout, const level_work& work, s
   return g == 1 && layout.group(g).kind == group_kind::plain_regressions && !work.distances.empty();
 }
 
-// Room for what the draws leave for the moves of factors whose levels don't meet.
+// Room for what the moves of factors are made from.
 void allocate_level_sums(const scan_records& r, level_sums& sums) {
-  std::int64_t order = 0, squares = 0, larger = 0;
+  sums.ready = true;
+  std::int64_t order = 0, squares = 0, larger = 0, columns = 0;
   for (std::int32_t g = 1; g <= r.layout.ngroups; ++g) {
     const equation_group& group = r.layout.group(g);
     if (group.kind != group_kind::random_factor) continue;
     const factor_move& move = factor_move_of(r, g);
-    if (!move.moves || move.meets) continue;
-    const std::int64_t n = group.stride, in_line = std::min<std::int64_t>(n, largest_unrolled_order);
+    if (!move.moves) continue;
+    const std::int64_t n = group.stride;
+    if (move.meets) {
+      columns = std::max(columns, n * static_cast<std::int64_t>(form_of(r.work.fast, g).slots.size()));
+      continue;
+    }
+    const std::int64_t in_line = std::min<std::int64_t>(n, largest_unrolled_order);
     order = std::max(order, n);
     squares = std::max(squares, in_line * (in_line + 1) / 2 * form_of(r.work.fast, g).class_diag.size());
     if (n > in_line) larger = std::max(larger, equations_of(r.layout, g));
+  }
+  if (columns > 0) {
+    allocate(r.report, sums.columns, "columns", "residual_body", columns * records_of_block);
+    allocate(r.report, sums.scaled, "scaled", "residual_body", 2 * records_of_block);
   }
   if (order == 0) return;
   const std::int64_t packed = order * (order + 1) / 2;
@@ -554,6 +564,102 @@ void sum_by_levels(scan_records& r, std::int32_t g) {
       if (D[k] == 0.0) continue;
       const auto row = part_of(sums.products, k * packed, packed);
       for (std::int64_t m = 0; m < packed; ++m) row[m] += D[k] * squares[m];
+    }
+  }
+}
+
+// W(:,t) = row t of R^-1 e of records lo+1..hi, the traits of a group.
+void weigh_block(scan_records& r, const directives& asked, const group_form& form, std::int64_t lo,
+                 std::int64_t hi) {
+  for (const std::int32_t t : form.traits) {
+    if (r.work.fast.one_matrix)
+      weigh_alike(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, asked, scan_stage::all, t, lo,
+                  hi);
+    else
+      weigh_each(r.model, r.design, r.sampler, r.work.inverses, r.work.fast, asked, scan_stage::all, t,
+                 r.model.has_weights(), lo, hi);
+  }
+}
+
+// Sum of x y over n elements, by four partial sums.
+double dot(const double* x, const double* y, std::int64_t n) {
+  double sums[4] = {};
+  std::int64_t i = 0;
+  for (; i + 4 <= n; i += 4)
+    for (int q = 0; q < 4; ++q) sums[q] += x[i + q] * y[i + q];
+  for (; i < n; ++i) sums[0] += x[i] * y[i];
+  return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+}
+
+// x(v,i) = z u_v of the level that column `slot` of group g has in record lo+1+i, 0 without one; v from 0,
+// p rows of records_of_block elements.
+void gather_column(const scan_records& r, std::int32_t g, const design_slot& slot, std::int64_t lo,
+                   std::int64_t hi, double* x) {
+  const std::int32_t p = r.layout.NGR(g, 2);
+  const double* u = r.sampler.sol.data() + r.layout.group(g).base - (slot.place - 1);
+  const std::int64_t block = lo / records_of_block;
+  if (!slot.every_record) std::fill_n(x, p * records_of_block, 0.0);
+  const std::int64_t from = slot.every_record ? lo : slot.first(block + 1);
+  const std::int64_t to = slot.every_record ? hi : slot.first(block + 2);
+  for (std::int64_t k = from; k < to; ++k) {
+    const std::int64_t i = record_of(slot, k) - lo;
+    const double z = slot.ones ? 1.0 : slot.z(k + 1);
+    const double* own = u + slot.row(k + 1);
+    for (std::int32_t v = 0; v < p; ++v) x[v * records_of_block + i] = z * own[v];
+  }
+}
+
+// K of two columns in a block of n records: x and y those of gather_column, for places qx and qy; c the
+// elements of the residual inverse by record, null: c1 for all. scaled: work of a block.
+void add_pair(const double* x, const double* y, const double* c, double c1, std::int64_t n, std::int32_t p,
+              std::int32_t qx, std::int32_t qy, double* scaled, mat<double>& K) {
+  for (std::int32_t i = 0; i < p; ++i) {
+    const double* row = x + i * records_of_block;
+    if (c != nullptr) {
+      for (std::int64_t k = 0; k < n; ++k) scaled[k] = c[k] * row[k];
+      row = scaled;
+    }
+    for (std::int32_t j = 0; j < (x == y ? i + 1 : p); ++j) {
+      const double sum = (c != nullptr ? 1.0 : c1) * dot(row, y + j * records_of_block, n);
+      const std::int32_t at = (qx - 1) * p + i + 1, other = (qy - 1) * p + j + 1;
+      K(at, other) += sum;
+      if (x != y || i != j) K(other, at) += sum; // the pair both ways round
+    }
+  }
+}
+
+// H and K of group g, whose levels meet in records: E is up to date with its change. H = sum of X'R^-1 e and
+// K = sum of X'R^-1 X over the records, X with a column z u_v for row v of each column of the group.
+void sum_by_columns(scan_records& r, const directives& asked, std::int32_t g, factor_sums& sums) {
+  residual_form& fast = r.work.fast;
+  const std::int32_t p = r.layout.NGR(g, 2);
+  const group_form& form = form_of(fast, g);
+  const std::int64_t size = std::int64_t{p} * records_of_block; // of one column
+  double* columns = fast.moved.columns.data();
+  double *c = fast.moved.scaled.data(), *scaled = c + records_of_block;
+  clear_sums(sums, p);
+  const auto inverse = [&](std::int64_t rec, const design_slot& a, const design_slot& b) {
+    return weighted_inverse(r.model, r.design, r.sampler, r.work.inverses, r.work.values, fast, asked,
+                            scan_stage::all, rec + 1, a.trait, b.trait);
+  };
+  for (std::int64_t lo = 0; lo < r.design.nobs; lo += records_of_block) {
+    const std::int64_t hi = std::min(lo + records_of_block, std::int64_t{r.design.nobs}), n = hi - lo;
+    weigh_block(r, asked, form, lo, hi);
+    for (std::size_t a = 0; a < form.slots.size(); ++a) {
+      const design_slot& slot = form.slots[a];
+      if (!active(slot, p)) continue;
+      double* x = columns + static_cast<std::int64_t>(a) * size;
+      gather_column(r, g, slot, lo, hi, x);
+      for (std::int32_t v = 0; v < p; ++v)
+        sums.H(slot.place, v + 1) += dot(col_of(fast.W, slot.trait).unchecked(), x + v * records_of_block, n);
+      for (std::size_t b = 0; b <= a; ++b) {
+        const design_slot& other = form.slots[b];
+        if (!active(other, p)) continue;
+        const double c1 = fast.one_matrix ? inverse(lo, slot, other) : 0.0;
+        for (std::int64_t k = 0; k < n && !fast.one_matrix; ++k) c[k] = inverse(lo + k, slot, other);
+        add_pair(x, columns + static_cast<std::int64_t>(b) * size, fast.one_matrix ? nullptr : c, c1, n, p,
+                 slot.place, other.place, scaled, sums.K);
+      }
     }
   }
 }
@@ -648,7 +754,7 @@ void residual_body::begin_round(scan_records& r, const directives& asked, const 
                                 scan_stage stage) const {
   residual_form& form = r.work.fast;
   form.square_done.fill(0);
-  if (r.work.moves.on && !form.moved.H.allocated()) allocate_level_sums(r, form.moved);
+  if (r.work.moves.on && !form.moved.ready) allocate_level_sums(r, form.moved);
   if (stage == scan_stage::others) {
     // E holds the round's residuals but for the last group's change
     walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, r.work.fast, asked, stage, 0);
@@ -699,8 +805,7 @@ void residual_body::sum_factor(scan_records& r, const directives& asked, std::in
     fast.pending = g;
     walk_records(r.model, r.layout, r.design, r.sampler, r.work.inverses, fast, asked, scan_stage::all, 0);
     std::fill_n(fast.change.data(), equations_of(r.layout, g), 0.0);
-    values_from_residuals(r.work.values, fast.E);
-    sum_factor_by_records(r, asked, r.layout.group(g).number, n);
+    sum_by_columns(r, asked, g, r.work.moves.work.sums);
     return;
   }
   const group_form& form = form_of(fast, g);

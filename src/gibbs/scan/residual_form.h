@@ -88,10 +88,14 @@ enum class scan_body : std::int32_t { unchosen, fast, plain };
 //   squares          orders above 1, by class of levels: sum of u u', packed
 //   products         the others: sum of D (x) u u', packed, a row for each element of D
 struct level_sums {
+  bool ready = false; // sized
   vec<double> H, squares, products;
   // of blocks of larger order than are factored in line
   vec<double> rhs;   // of all levels
   vec<double> level; // 2 packed: D and u u' of one level
+  // of levels that meet in records, for a block of records
+  vec<double> columns; // columns of the group times n: z u of each record's level
+  vec<double> scaled;  // 2: elements of the residual inverse, and a column times them
 };
 
 struct residual_form {
