@@ -53,42 +53,46 @@ struct pair_levels {
 };
 
 // The five sums one after the other, p x p by rows; of the symmetric ones, and of Q, the lower triangle.
-// s and t are those of one level.
+// t is that of one level.
 struct sum_places {
-  double *Q, *X, *xx, *xw, *ww, *s, *t;
+  double *Q, *X, *xx, *xw, *ww, *t;
   sum_places(double* at, int p)
-      : Q(at), X(Q + p * p), xx(X + p * p), xw(xx + p * p), ww(xw + p * p), s(ww + p * p), t(s + p) {}
+      : Q(at), X(Q + p * p), xx(X + p * p), xw(xx + p * p), ww(xw + p * p), t(ww + p * p) {}
 };
 
-// Over the levels l of x with a partner, x and w their solutions: s = sum over c of a(l,c) x_c,
-// t = sum over c of a(l,c) w_c; Q += w t', X += s w'; plain: xx += x x', xw += x w', ww += w w'.
+// t = sum over c of a(l,c) w_c, the diagonal first, over the levels c of x that have a partner
+inline void relate(const pair_levels& a, std::int32_t l, int p, double* t) {
+  for (int j = 0; j < p; ++j) t[j] = 0;
+  const auto add = [&](std::int32_t partner, double v) {
+    if (partner == 0) return;
+    const auto w = a.w.part((std::int64_t{partner} - 1) * p, p);
+    for (int j = 0; j < p; ++j) t[j] += v * w[j];
+  };
+  add(a.partner[l], a.rows->diag(l + 1));
+  for (std::int64_t node = a.rows->start(l + 1); node < a.rows->start(l + 2); ++node)
+    add(a.partner[a.rows->col(node) - 1], a.rows->val(node));
+}
+
+// Over the levels l of x, x and w their solutions (w 0 without a partner): t = sum over c of a(l,c) w_c;
+// Q += w t', X += x t'; plain, with a partner: xx += x x', xw += x w', ww += w w'.
 // n: the order; 0: that of a.p, summed where `work` is.
 template <int n, bool linked, bool plain> void sum_levels(const pair_levels& a, column_view<double> work) {
   const int p = n > 0 ? n : a.p;
-  double near[n > 0 ? 5 * n * n + 2 * n : 1];
+  double near[n > 0 ? 5 * n * n + n : 1];
   const sum_places to(n > 0 ? near : work.unchecked(), p);
   std::fill_n(to.Q, 5 * p * p, 0.0);
   for (std::int32_t l = 0; l < a.levels; ++l) {
-    if (a.partner[l] == 0) continue;
-    const auto x = a.x.part(std::int64_t{l} * p, p), w = a.w.part((std::int64_t{a.partner[l]} - 1) * p, p);
+    const auto x = a.x.part(std::int64_t{l} * p, p);
     if constexpr (linked) {
-      const double own = a.rows->diag(l + 1);
-      for (int j = 0; j < p; ++j) to.s[j] = own * x[j];
-      for (int j = 0; j < p; ++j) to.t[j] = own * w[j];
-      for (std::int64_t node = a.rows->start(l + 1); node < a.rows->start(l + 2); ++node) {
-        const std::int64_t c = a.rows->col(node) - 1;
-        const double v = a.rows->val(node);
-        const auto related = a.x.part(c * p, p);
-        for (int j = 0; j < p; ++j) to.s[j] += v * related[j];
-        if (a.partner[c] == 0) continue;
-        const auto its = a.w.part((std::int64_t{a.partner[c]} - 1) * p, p);
-        for (int j = 0; j < p; ++j) to.t[j] += v * its[j];
-      }
-      for (int i = 0; i < p; ++i) {
-        for (int j = 0; j <= i; ++j) to.Q[i * p + j] += w[i] * to.t[j];
-        for (int j = 0; j < p; ++j) to.X[i * p + j] += to.s[i] * w[j];
-      }
+      relate(a, l, p, to.t);
+      for (int i = 0; i < p; ++i)
+        for (int j = 0; j < p; ++j) to.X[i * p + j] += x[i] * to.t[j];
     }
+    if (a.partner[l] == 0) continue;
+    const auto w = a.w.part((std::int64_t{a.partner[l]} - 1) * p, p);
+    if constexpr (linked)
+      for (int i = 0; i < p; ++i)
+        for (int j = 0; j <= i; ++j) to.Q[i * p + j] += w[i] * to.t[j];
     if constexpr (plain)
       for (int i = 0; i < p; ++i) {
         for (int j = 0; j <= i; ++j) to.xx[i * p + j] += x[i] * x[j];
