@@ -83,7 +83,7 @@ bool records_pair(const design_store& d, pair_move& pair, record_part& a, record
 void allocate_pair_work(pair_work& w, std::int32_t p, reporting& report) {
   for (mat<double>* x : {&w.Q, &w.X, &w.uu, &w.uw, &w.ww, &w.B[0], &w.B[1], &w.C[0], &w.C[1], &w.UU, &w.UW,
                          &w.WU, &w.WW, &w.L, &w.G, &w.inverse})
-    allocate(report, *x, "pair work", routine, p, p);
+    allocate(report, *x, "pair%work", routine, p, p);
   allocate(report, w.sums, "sums", routine, std::int64_t{5} * p * p + 2 * p);
 }
 
