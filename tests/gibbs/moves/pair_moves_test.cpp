@@ -428,6 +428,52 @@ TEST(pair_moves, with_a_wrong_exponent_lose_the_prior) {
   EXPECT_GT(pair_case({"GREL", "I", 2}).z(2000, 3), limit);
 }
 
+// Whole rounds with data, both matrices and R drawn.
+struct round_case : pair_case {
+  scan_records all = records();
+  explicit round_case(const pair_shape& shape) : pair_case(shape) { work.moves.pairs = std::move(pairs); }
+  void draw_all() {
+    set_R(inverse_wishart(dense_matrix(1, {1.0}), 1, v_residual));
+    draw_state();
+    for (std::int32_t r = 1; r <= design.nobs; ++r) draw_record(r);
+  }
+  std::int64_t taken() const {
+    const move_count* count = work.moves.pairs.at(0).count;
+    return count[0].accepted[0] + count[1].accepted[0];
+  }
+};
+
+TEST(pair_moves, keep_the_prior_in_whole_rounds) {
+  for (const pair_shape& shape : {pair_shape{"GREL", "I", 2}, pair_shape{"I", "GREL", 2}}) {
+    round_case c(shape);
+    EXPECT_LT(c.largest_z(
+                  1000, 4, [&] { c.draw_all(); }, [&] { return c.functions(); }),
+              limit);
+    EXPECT_GT(c.taken(), 0);
+  }
+}
+
+TEST(pair_moves, make_the_same_rounds_with_both_bodies) {
+  for (const pair_shape& shape : all_shapes(2)) {
+    round_case fast(shape), plain(shape);
+    plain.f.asked.test_level = 2;
+    for (round_case* c : {&fast, &plain}) {
+      c->draw_all(); // the same numbers
+      count_group_records(c->m, c->design);
+      for (c->f.state.iround = 1; c->f.state.iround <= 10; ++c->f.state.iround)
+        GIBSCAN(c->all, c->f.asked, c->f.state, c->f.counts, c->files);
+    }
+    EXPECT_EQ(fast.work.body, scan_body::fast);
+    EXPECT_EQ(plain.work.body, scan_body::plain);
+    EXPECT_GT(fast.taken(), 0) << name_of(shape);
+    EXPECT_EQ(fast.taken(), plain.taken());
+    for (std::int32_t k = 1; k <= 2; ++k) {
+      expect_near(fast.solutions(k), plain.solutions(k), 1e-9, "solutions " + name_of(shape));
+      expect_near(fast.precision(k), plain.precision(k), 1e-9, "precision " + name_of(shape));
+    }
+  }
+}
+
 TEST(pair_moves, draw_nothing_where_Q_has_no_factor) {
   pair_case c({"GREL", "I", 2});
   c.draw_state();
