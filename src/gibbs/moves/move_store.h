@@ -35,7 +35,7 @@ struct pair_work {
   mat<double> B[2], C[2];     // x -> x + B w, w -> C w; 0 and I where nothing moves
   mat<double> UU, UW, WU, WW; // both directions: u -> UU u + UW w, w -> WU u + WW w
   mat<double> L, G, inverse;
-  vec<double> sums; // 5 p^2 + 2 p
+  vec<double> sums; // 3 p^2 + 2 p
 };
 
 // Two factors on the same levels: x + w stays, x -> x + B w, w -> (I - B) w.

@@ -52,14 +52,6 @@ struct pair_levels {
   const relationship_rows* rows = nullptr; // null: identity
 };
 
-// The five sums one after the other, p x p by rows; of the symmetric ones, and of Q, the lower triangle.
-// t is that of one level.
-struct sum_places {
-  double *Q, *X, *xx, *xw, *ww, *t;
-  sum_places(double* at, int p)
-      : Q(at), X(Q + p * p), xx(X + p * p), xw(xx + p * p), ww(xw + p * p), t(ww + p * p) {}
-};
-
 // t = sum over c of a(l,c) w_c, the diagonal first, over the levels c of x that have a partner
 inline void relate(const pair_levels& a, std::int32_t l, int p, double* t) {
   for (int j = 0; j < p; ++j) t[j] = 0;
@@ -73,48 +65,47 @@ inline void relate(const pair_levels& a, std::int32_t l, int p, double* t) {
     add(a.partner[a.rows->col(node) - 1], a.rows->val(node));
 }
 
-// Over the levels l of x, x and w their solutions (w 0 without a partner): t = sum over c of a(l,c) w_c;
-// Q += w t', X += x t'; plain, with a partner: xx += x x', xw += x w', ww += w w'.
-// n: the order; 0: that of a.p, summed where `work` is.
-template <int n, bool linked, bool plain> void sum_levels(const pair_levels& a, column_view<double> work) {
+// Sums over the levels l of x, x and w their solutions, p x p by rows one after the other; of symmetric ones the
+// lower triangle. linked: Q += w t', X += x t' with t = sum over c of a(l,c) w_c, w 0 without a partner.
+// Otherwise over the levels with a partner ww += w w', xw += x w', xx += x x'.
+// n: the order, so that the sums stay in registers; 0: that of a.p, summed where `work` is.
+template <int n, bool linked> void sum_levels(const pair_levels& a, column_view<double> work) {
   const int p = n > 0 ? n : a.p;
-  double near[n > 0 ? 5 * n * n + n : 1];
-  const sum_places to(n > 0 ? near : work.unchecked(), p);
-  std::fill_n(to.Q, 5 * p * p, 0.0);
+  double near[n > 0 ? 3 * n * n + n : 1];
+  double* const first = n > 0 ? near : work.unchecked();
+  double *const second = first + p * p, *const third = second + p * p, *const t = third + p * p;
+  std::fill_n(first, 3 * p * p, 0.0);
   for (std::int32_t l = 0; l < a.levels; ++l) {
     const auto x = a.x.part(std::int64_t{l} * p, p);
     if constexpr (linked) {
-      relate(a, l, p, to.t);
+      relate(a, l, p, t);
       for (int i = 0; i < p; ++i)
-        for (int j = 0; j < p; ++j) to.X[i * p + j] += x[i] * to.t[j];
+        for (int j = 0; j < p; ++j) second[i * p + j] += x[i] * t[j];
     }
     if (a.partner[l] == 0) continue;
     const auto w = a.w.part((std::int64_t{a.partner[l]} - 1) * p, p);
-    if constexpr (linked)
-      for (int i = 0; i < p; ++i)
-        for (int j = 0; j <= i; ++j) to.Q[i * p + j] += w[i] * to.t[j];
-    if constexpr (plain)
-      for (int i = 0; i < p; ++i) {
-        for (int j = 0; j <= i; ++j) to.xx[i * p + j] += x[i] * x[j];
-        for (int j = 0; j < p; ++j) to.xw[i * p + j] += x[i] * w[j];
-        for (int j = 0; j <= i; ++j) to.ww[i * p + j] += w[i] * w[j];
-      }
+    for (int i = 0; i < p; ++i) {
+      for (int j = 0; j <= i; ++j) first[i * p + j] += w[i] * (linked ? t[j] : w[j]);
+      if constexpr (linked) continue;
+      for (int j = 0; j < p; ++j) second[i * p + j] += x[i] * w[j];
+      for (int j = 0; j <= i; ++j) third[i * p + j] += x[i] * x[j];
+    }
   }
-  if (n > 0) std::copy_n(near, 5 * p * p, work.unchecked());
+  if (n > 0) std::copy_n(near, 3 * p * p, work.unchecked());
 }
 
-template <bool linked, bool plain> void sum_order(const pair_levels& a, column_view<double> work) {
+template <bool linked> void sum_order(const pair_levels& a, column_view<double> work) {
   switch (a.p) {
   case 1:
-    return sum_levels<1, linked, plain>(a, work);
+    return sum_levels<1, linked>(a, work);
   case 2:
-    return sum_levels<2, linked, plain>(a, work);
+    return sum_levels<2, linked>(a, work);
   case 3:
-    return sum_levels<3, linked, plain>(a, work);
+    return sum_levels<3, linked>(a, work);
   case 4:
-    return sum_levels<4, linked, plain>(a, work);
+    return sum_levels<4, linked>(a, work);
   default:
-    return sum_levels<0, linked, plain>(a, work);
+    return sum_levels<0, linked>(a, work);
   }
 }
 
@@ -330,24 +321,23 @@ void sum_pair(const relationship_store& relations, const model_records& model, c
   a.w = solutions_of(model, sampler, w);
   a.partner = view_of(d == 0 ? pair.partner : pair.back);
   const auto sums = view_of(work.sums);
-  const sum_places from(sums.unchecked(), a.p);
+  const double *first = sums.unchecked(), *second = first + a.p * a.p, *third = second + a.p * a.p;
   if (linked) {
     a.rows = &relations.of(x);
-    if (plain)
-      sum_order<true, true>(a, sums);
-    else
-      sum_order<true, false>(a, sums);
-    mirror(from.Q, work.Q);
-    by_columns(from.X, work.X);
-  } else {
-    sum_order<false, true>(a, sums);
-    mirror(from.ww, work.Q);
-    by_columns(from.xw, work.X);
+    sum_order<true>(a, sums);
+    mirror(first, work.Q);
+    by_columns(second, work.X);
+  }
+  if (linked && !plain) return;
+  sum_order<false>(a, sums);
+  if (!linked) {
+    mirror(first, work.Q);
+    by_columns(second, work.X);
   }
   if (!plain) return;
-  mirror(from.xx, work.uu);
-  by_columns(from.xw, work.uw);
-  mirror(from.ww, work.ww);
+  mirror(first, work.ww);
+  by_columns(second, work.uw);
+  mirror(third, work.uu);
 }
 
 void move_pair(scan_records& r, const directives& asked, const round_state& state, pair_move& pair,

@@ -84,7 +84,7 @@ void allocate_pair_work(pair_work& w, std::int32_t p, reporting& report) {
   for (mat<double>* x : {&w.Q, &w.X, &w.uu, &w.uw, &w.ww, &w.B[0], &w.B[1], &w.C[0], &w.C[1], &w.UU, &w.UW,
                          &w.WU, &w.WW, &w.L, &w.G, &w.inverse})
     allocate(report, *x, "pair%work", routine, p, p);
-  allocate(report, w.sums, "sums", routine, std::int64_t{5} * p * p + 2 * p);
+  allocate(report, w.sums, "sums", routine, std::int64_t{3} * p * p + 2 * p);
 }
 
 } // namespace
