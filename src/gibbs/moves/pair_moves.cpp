@@ -65,8 +65,8 @@ inline void relate(const pair_levels& a, std::int32_t l, int p, double* t) {
     add(a.partner[a.rows->col(node) - 1], a.rows->val(node));
 }
 
-// Sums over the levels l of x, x and w their solutions, p x p by rows one after the other; of symmetric ones the
-// lower triangle. linked: Q += w t', X += x t' with t = sum over c of a(l,c) w_c, w 0 without a partner.
+// Sums over the levels l of x, x and w their solutions, p x p by rows one after the other; of symmetric
+// ones the lower triangle. linked: Q += w t', X += x t' with t = sum over c of a(l,c) w_c, w 0 without a partner.
 // Otherwise over the levels with a partner ww += w w', xw += x w', xx += x x'.
 // n: the order, so that the sums stay in registers; 0: that of a.p, summed where `work` is.
 template <int n, bool linked> void sum_levels(const pair_levels& a, column_view<double> work) {
@@ -183,8 +183,8 @@ void follow_squares(residual_form& fast, pair_work& work, std::int32_t x, std::i
   }
 }
 
-// Proposes and decides direction d from work.Q and work.X: B and C, GIF of w, sums of squares. True where it was
-// accepted; B = 0 and C = I otherwise. The solutions stay as they are.
+// Proposes and decides direction d from work.Q and work.X: B and C, GIF of w, sums of squares. True where it
+// was accepted; B = 0 and C = I otherwise. The solutions stay as they are.
 bool decide_step(scan_records& r, const directives& asked, const round_state& state, pair_move& pair, int d,
                  const factor_prior& prior) {
   pair_work& work = pair.work;

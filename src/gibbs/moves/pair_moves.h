@@ -1,5 +1,5 @@
-// The move of two factors on the same levels, animal and permanent environment say: x -> x + B w, w -> C w with
-// C = I - B, so that no fitted value changes; G_w -> C G_w C'.
+// The move of two factors on the same levels, animal and permanent environment say: x -> x + B w, w -> C w
+// with C = I - B, so that no fitted value changes; G_w -> C G_w C'.
 //
 // For every record both factors have the same places with the same coefficients. With W the solutions of w at
 // the levels of x (0 without a partner), U_x those of x and A_x the relationship matrix of x,
@@ -25,8 +25,8 @@ namespace zeph {
 
 struct scan_records;
 
-// One pair, first x = k, then x = the other one, with the priors of their matrices: solutions, GIF, and the sums
-// of squares that the scan has made. p^2 normals, row by row of B, and a uniform of the Marsaglia source for
+// One pair, first x = k, then x = the other one, with the priors of their matrices: solutions, GIF, and the
+// sums of squares that the scan has made. p^2 normals, row by row, and a uniform of the Marsaglia source for
 // each direction; nothing is drawn where Q has no safe factor, or where the matrix of w is not updated.
 void move_pair(scan_records& r, const directives& asked, const round_state& state, pair_move& pair,
                const factor_prior& prior_of_k, const factor_prior& prior_of_other);

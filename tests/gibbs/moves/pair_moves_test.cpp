@@ -78,8 +78,8 @@ struct pair_shape {
   std::int32_t p = 2;
 };
 
-// Factors 1 and 2 of order p on one trait, coefficients 1, x, x^2 ..; 8 and 10 levels, of which l and 7 - l are
-// partners, l = 1..6, each with two records.
+// Factors 1 and 2 of order p on one trait, coefficients 1, x, x^2 ..; 8 and 10 levels, of which l and 7 - l
+// are partners, l = 1..6, each with two records.
 struct pair_case : prior_case {
   static constexpr std::int32_t levels[2] = {8, 10}, partners = 6;
   std::int32_t p;
