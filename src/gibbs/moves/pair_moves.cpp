@@ -66,7 +66,8 @@ inline void relate(const pair_levels& a, std::int32_t l, int p, double* t) {
 }
 
 // Sums over the levels l of x, x and w their solutions, p x p by rows one after the other; of symmetric
-// ones the lower triangle. linked: Q += w t', X += x t' with t = sum over c of a(l,c) w_c, w 0 without a partner.
+// ones the lower triangle.
+// linked: Q += w t', X += x t' with t = sum over c of a(l,c) w_c, w 0 without a partner.
 // Otherwise over the levels with a partner ww += w w', xw += x w', xx += x x'.
 // n: the order, so that the sums stay in registers; 0: that of a.p, summed where `work` is.
 template <int n, bool linked> void sum_levels(const pair_levels& a, column_view<double> work) {
