@@ -69,6 +69,11 @@ inline bool is_pedigree(const structure_record& factor) {
   return structure_of(factor) == structure_kind::pedigree;
 }
 
+// Phantom parent groups: some, or a pedigree of their form.
+inline bool has_parent_groups(const structure_record& factor) {
+  return is_pedigree(factor) && (factor.n_phg > 0 || factor.r36 % 10 == 6);
+}
+
 // The residual's CV_STRUCT when records belong to residual groups.
 inline constexpr std::string_view residual_groups = "GROUP";
 inline bool has_residual_groups(const structure_record& residual) {

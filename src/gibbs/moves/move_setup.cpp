@@ -35,10 +35,6 @@ std::string_view reason_of_run(const directives& asked) {
   return {};
 }
 
-bool has_parent_groups(const structure_record& factor) {
-  return is_pedigree(factor) && (factor.n_phg > 0 || factor.r36 % 10 == 6);
-}
-
 // Factors of which two levels meet in a record.
 void find_meeting_levels(const model_records& model, const design_store& d, std::vector<factor_move>& moves) {
   std::vector<std::int32_t> level(moves.size());
@@ -86,9 +82,7 @@ void allocate_move_work(const model_records& model, const std::vector<factor_mov
   if (p == 0) return;
   allocate(report, w.sums.H, "H", "find_moves", p, p);
   allocate(report, w.sums.K, "K", "find_moves", p * p, p * p);
-  for (mat<double>* x : {&w.A, &w.A_inverse, &w.C, &w.D, &w.E, &w.F})
-    allocate(report, *x, "A", "find_moves", p, p);
-  allocate(report, w.z, "z", "find_moves", p * p);
+  for (mat<double>* x : {&w.A, &w.A_inverse, &w.C}) allocate(report, *x, "A", "find_moves", p, p);
   allocate(report, w.m, "m", "find_moves", p * p);
   allocate(report, w.row, "row", "find_moves", 2 * p);
 }

@@ -71,8 +71,8 @@ struct factor_sums {
 struct move_work {
   factor_sums sums;
   mat<double> A, A_inverse; // p x p
-  mat<double> C, D, E, F;   // p x p, of one proposal
-  vec<double> z, m;         // p^2
+  mat<double> C;            // p x p, of one proposal
+  vec<double> m;            // p^2: B by rows
   vec<double> row;          // 2 p
 };
 

@@ -30,8 +30,7 @@ struct record_part {
 bool may_pair(const structure_record& factor) {
   const structure_kind kind = structure_of(factor);
   if (kind == structure_kind::unknown || kind == structure_kind::group_mixture) return false;
-  if (kind == structure_kind::pedigree && (factor.L_RAM || factor.n_phg > 0 || factor.r36 % 10 == 6))
-    return false;
+  if (kind == structure_kind::pedigree && (factor.L_RAM || has_parent_groups(factor))) return false;
   return factor.n_rc > 0 && (kind == structure_kind::identity || row_of(kind).has_related_sum);
 }
 

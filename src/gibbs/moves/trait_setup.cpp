@@ -9,12 +9,6 @@
 namespace zeph {
 namespace {
 
-constexpr std::int32_t phantom_groups = 6; // last digit of r36
-
-bool has_parent_groups(const structure_record& factor) {
-  return is_pedigree(factor) && (factor.n_phg > 0 || factor.r36 % 10 == phantom_groups);
-}
-
 // Places of the factors' levels: the trait that has entries there.
 struct row_owners {
   static constexpr std::int32_t nobody = 0, shared = -1;
