@@ -71,7 +71,7 @@ inline bool is_pedigree(const structure_record& factor) {
 
 // Phantom parent groups: some, or a pedigree of their form.
 inline bool has_parent_groups(const structure_record& factor) {
-  return is_pedigree(factor) && (factor.n_phg > 0 || factor.r36 % 10 == 6);
+  return factor.n_phg > 0 || (is_pedigree(factor) && factor.r36 % 10 == 6);
 }
 
 // The residual's CV_STRUCT when records belong to residual groups.

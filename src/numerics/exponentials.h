@@ -1,5 +1,5 @@
-// e^x by additions and multiplications alone, so that loops over arrays of it are vectorized and its bytes are
-// those of every machine.
+// e^x by additions and multiplications alone, so that loops over arrays of it are vectorized and its bytes
+// are those of every machine.
 #pragma once
 
 #include <bit>
@@ -7,8 +7,8 @@
 
 namespace zeph {
 
-// e^x for x <= 0, within 2e-16 of it; e^-708 below -708. Cody and Waite's reduction x = n ln 2 + r with ln 2 in
-// two parts, then the Taylor series of e^r to r^13 (W. J. Cody and W. Waite, Software Manual for the
+// e^x for x <= 0, within 2e-16 of it; e^-708 below -708. Cody and Waite's reduction x = n ln 2 + r with ln 2
+// in two parts, then the Taylor series of e^r to r^13 (W. J. Cody and W. Waite, Software Manual for the
 // Elementary Functions, 1980, chapter 6). No number gives no number.
 inline double exp_of_negative(double x) {
   constexpr double shift = 0x1.8p52; // adding it rounds to an integer, in the low bits of the sum

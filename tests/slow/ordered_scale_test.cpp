@@ -64,7 +64,8 @@ struct ordered_chain : trait_case {
       }
     count_group_records(m, design);
   }
-  // Means over rounds after 1000, and the largest deviation from the answer in standard errors of 100 batches.
+  // Means over rounds after 1000, and the largest deviation from the answer in standard errors of 100
+  // batches.
   double worst_z(int rounds, const posterior& answer) {
     begin_rounds();
     EXPECT_TRUE(move_of(1).moves) << move_of(1).why;

@@ -23,8 +23,8 @@ void check_state(const model_description& d, message_log& log) {
                          word_of(r.analysis.value)));
 }
 
-// Unless the description says so: the chains that sample one model's matrices, where none is said to be classic
-// and each round has one stage.
+// Unless the description says so: the chains that sample one model's matrices, where none is said to be
+// classic and each round has one stage.
 void choose_moves(model_description& d, message_log& log) {
   run_section& r = d.run;
   const bool in_stages =

@@ -28,11 +28,13 @@ void refuse_exact(const model_description& d, const std::vector<sampler_reason>&
 void warn_of_classic(const model_description& d, const std::vector<sampler_reason>& reasons,
                      message_log& log);
 
-// Checks [run] sampler, state_every, moves, density_points and [factor.NAME] model_prior, and chooses the sampler
-// of a chain whose description does not: exact unless there are reasons against it, of which a warning is given.
-// Solvers stay classic here: whether levels meet in their records is not known yet. Moves that are not stated
-// are on in "gibbs", unless the sampler is said to be classic or covariables are made from solutions. Errors:
-//   - state_every in an analysis without a chain; moves = true there, and with covariables made from solutions
+// Checks [run] sampler, state_every, moves, density_points and [factor.NAME] model_prior, and chooses the
+// sampler of a chain whose description does not: exact unless there are reasons against it, of which a
+// warning is given. Solvers stay classic here: whether levels meet in their records is not known yet. Moves
+// that are not stated are on in "gibbs", unless the sampler is said to be classic or covariables are made
+// from solutions. Errors:
+//   - state_every in an analysis without a chain; moves = true there, and with covariables made from
+//   solutions
 //   - model_prior in another analysis than "jump", a weight of 0 or below, not one for each number of rows
 //   - with sampler = "exact" the reasons against it; of a classic run what check_classic_chain says
 void check_sampler(model_description& d, message_log& log, bool rows_known);

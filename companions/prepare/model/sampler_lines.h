@@ -16,8 +16,8 @@ constexpr const char* sampler_file = "sampler";
 // Needs the records and the factors.
 bool choose_exact(const model_description& d, const prepared_model& p, message_log& log);
 
-// One word a line: exact, state, moves, model_prior with the number of the factor (from 1), density. No word asked
-// for: no lines, and the directory holds no such file.
+// One word a line: exact, state, moves, model_prior with the number of the factor (from 1), density. No word
+// asked for: no lines, and the directory holds no such file.
 std::vector<std::string> sampler_lines(const model_description& d, const prepared_model& p);
 
 // A note when records may have three and more latent values and no points for their density are given.

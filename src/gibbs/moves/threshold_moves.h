@@ -1,10 +1,11 @@
-// Thresholds, liabilities and scale of an ordered trait in one step. K categories, thr(1) = 0, thr(K-1) = 1. In
-// units in which the residual variance of the trait doesn't move the thresholds are tau_2 < .. < tau_(K-1), all
-// free, now thr. Each record holds: in category 1 (or missing) its liability; inside category k its place
-// (y - thr(k-1))/(thr(k) - thr(k-1)); in category K its excess y - 1. Liabilities are then linear in tau, and
+// Thresholds, liabilities and scale of an ordered trait in one step. K categories, thr(1) = 0, thr(K-1) = 1.
+// In units in which the residual variance of the trait doesn't move the thresholds are tau_2 < .. <
+// tau_(K-1), all free, now thr. Each record holds: in category 1 (or missing) its liability; inside category
+// k its place (y - thr(k-1))/(thr(k) - thr(k-1)); in category K its excess y - 1. Liabilities are then linear
+// in tau, and
 //   ln p(tau) = sum over inner k of n_k ln(tau_k - tau_(k-1)) - M ln tau_(K-1) - tau'H tau/2 + g'tau,
-// H and g from sum of (l(tau) - h)^2/v, h fitted value plus conditional mean of the residual given the record's
-// others and v its variance, and from the priors of the matrices in tau_(K-1). tau is proposed as
+// H and g from sum of (l(tau) - h)^2/v, h fitted value plus conditional mean of the residual given the
+// record's others and v its variance, and from the priors of the matrices in tau_(K-1). tau is proposed as
 // threshold_density.h says. An accepted tau becomes thr = tau/tau_(K-1), and liabilities, fixed effects, rows
 // of all factors and of their matrices and of R are scaled by 1/tau_(K-1). docs/model.md derives M.
 // B. Nandram and M.-H. Chen, Journal of Statistical Computation and Simulation 54 (1996) 129-144;

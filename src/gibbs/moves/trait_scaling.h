@@ -1,5 +1,5 @@
-// What the moves of binary and of ordered traits share: a trait's fixed effects, its rows of all random factors
-// and their matrices scaled together, and the powers of the scale in the priors.
+// What the moves of binary and of ordered traits share: a trait's fixed effects, its rows of all random
+// factors and their matrices scaled together, and the powers of the scale in the priors.
 #pragma once
 
 #include "gibbs/moves/move_store.h"

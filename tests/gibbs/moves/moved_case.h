@@ -194,9 +194,9 @@ struct moved_case : prior_case {
   }
 };
 
-// H and K of factor k by full matrices: B changes the fitted values by X vec(B), X((r,t),(q,v)) the sum of z u_v
-// over the entries of record r of trait t in row q, so that H = X'R^-1 e and K = X'R^-1 X, R^-1 with the roots
-// of the weights.
+// H and K of factor k by full matrices: B changes the fitted values by X vec(B), X((r,t),(q,v)) the sum of z
+// u_v over the entries of record r of trait t in row q, so that H = X'R^-1 e and K = X'R^-1 X, R^-1 with the
+// roots of the weights.
 struct dense_sums {
   dense_sums(const moved_case& c, std::int32_t k) : p(c.rows(k)), H(p * p), K(p * p) {
     for (std::int32_t r = 1; r <= c.design.nobs; ++r) add_record(c, k, r);
