@@ -19,6 +19,7 @@ struct trait_setting {
   std::int32_t categories = 3; // of traits of kind 3
   std::int32_t records = 16, levels = 6, factors = 1;
   bool weights = false, missing = false, fixed = false, exact = true;
+  bool paired = false; // all factors have the same levels and coefficients
   std::int32_t fixed_levels = 2, groups = 1;
   std::vector<std::pair<std::int32_t, std::int32_t>> zeros = {}; // residual covariances held at zero
   std::int32_t v_factor = 7, v_residual = 8;                     // prior degrees of freedom; 0: uniform
@@ -87,8 +88,11 @@ struct trait_case : prior_case {
       if (!trait_present(design.ISIT_M(r), t, m.nt)) continue;
       if (is.weights) weigh(r, t, 0.75F + 0.25F * static_cast<float>((r + t) % 4));
       if (is.fixed) entry(r, t, t, 1 + r % is.fixed_levels, 1, 1.0);
-      for (std::int32_t k = 1; k <= m.nramat; ++k)
-        entry(r, t, g0 + k, 1 + (k * r + r / is.levels) % is.levels, t, x.between(0.5, 1.5));
+      const double shared = is.paired ? x.between(0.5, 1.5) : 0.0;
+      for (std::int32_t k = 1; k <= m.nramat; ++k) {
+        const std::int32_t level = 1 + ((is.paired ? 1 : k) * r + r / is.levels) % is.levels;
+        entry(r, t, g0 + k, level, t, is.paired ? shared : x.between(0.5, 1.5));
+      }
     }
   }
 
